@@ -1,0 +1,36 @@
+# Settings that hold for every target of the tree, the library's and the tests' alike.
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+find_program(OSX_CCACHE ccache)
+if(OSX_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${OSX_CCACHE}")
+endif()
+
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
+
+add_library(osx_warnings INTERFACE)
+target_compile_options(osx_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<BOOL:${OSX_WARNINGS_AS_ERRORS}>:-Werror>)
+
+if(OSX_SANITIZE)
+  add_compile_options(-fsanitize=${OSX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${OSX_SANITIZE})
+endif()
+if(OSX_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()

@@ -1,0 +1,40 @@
+/// @file
+/// The library's allocation rule: nothing throws, and a failure leaves ENOMEM in `errno`.
+#ifndef OSX_BASE_ALLOCATE_H
+#define OSX_BASE_ALLOCATE_H
+
+#include <cerrno>
+#include <cstddef>
+#include <new>
+#include <utility>
+
+namespace osx {
+
+/// @return a new object, owned by the caller; null with `errno` ENOMEM if memory is short, be it
+///         for the object or for what its constructor allocates.
+template <class T, class... Arguments>
+T* allocate(Arguments&&... aArguments) noexcept {
+    T* lObject = nullptr;
+    try {
+        lObject = new (std::nothrow) T(std::forward<Arguments>(aArguments)...);
+    } catch (const std::bad_alloc&) {
+        lObject = nullptr;
+    }
+    if (lObject == nullptr) {
+        errno = ENOMEM;
+    }
+    return lObject;
+}
+
+/// @return a new array of bytes, to be freed with `delete[]`; null with `errno` ENOMEM.
+inline char* allocateBytes(std::size_t aSize) noexcept {
+    char* lBytes = new (std::nothrow) char[aSize];
+    if (lBytes == nullptr) {
+        errno = ENOMEM;
+    }
+    return lBytes;
+}
+
+}  // namespace osx
+
+#endif

@@ -1,0 +1,19 @@
+#include "base/assertion.h"
+
+#include <cstdlib>
+
+#include "base/diagnosticLine.h"
+
+namespace osx {
+
+void reportFailedAssertion(const char* aExpression, const char* aModule, int aLine) noexcept {
+    DiagnosticLine(aModule, aLine)
+        .failure(LM_ERROR, "ACE_ASSERT: file %N, line %l assertion failed for '%s'.\n", aExpression);
+}
+
+void failAssertion(const char* aExpression, const char* aModule, int aLine) noexcept {
+    reportFailedAssertion(aExpression, aModule, aLine);
+    std::abort();
+}
+
+}  // namespace osx

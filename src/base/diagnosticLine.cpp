@@ -1,0 +1,21 @@
+#include "base/diagnosticLine.h"
+
+#include <cstdarg>
+
+#include "ace/Log_Msg.h"
+
+namespace osx {
+
+void DiagnosticLine::write(ACE_Log_Priority aPriority, int aStatus, const char* aFormat,
+                           ...) const noexcept {
+    if (ACE_Log_Msg* lLog = ACE_Log_Msg::instance()) {
+        lLog->conditional_set(mModule, mLine, aStatus, mErrno);
+        va_list lArguments;
+        va_start(lArguments, aFormat);
+        lLog->log(aFormat, aPriority, lArguments);
+        va_end(lArguments);
+    }
+    errno = mErrno;
+}
+
+}  // namespace osx

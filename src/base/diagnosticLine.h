@@ -1,0 +1,94 @@
+/// @file
+/// The one way in which the library writes a diagnostic line.
+#ifndef OSX_BASE_DIAGNOSTICLINE_H
+#define OSX_BASE_DIAGNOSTICLINE_H
+
+#include <cerrno>
+#include <cstdint>
+#include <type_traits>
+
+#include "ace/ACE.h"
+#include "ace/Log_Priority.h"
+#include "base/debugLevel.h"
+
+namespace osx {
+
+/// @return whether a trace line of this level is to be written.
+inline bool isTraced(unsigned int aLevel) noexcept {
+    return getLogLevel() >= aLevel && ACE::debug();
+}
+
+/// A line about to be written: who writes it, and the `errno` of the moment.
+///
+/// Construct it where the line is due, so that it records that source line, and call one of its
+/// operations. `errno` is the same afterwards as before.
+///
+/// Formats are those of `ACE_Log_Msg::log`, not those of `printf`. Integers and pointers are handed
+/// over as 32 bits in both word sizes, so that "%d" and "%x" always fit.
+class DiagnosticLine {
+public:
+    /// @param aModule name of the source module, with extension; a literal.
+    /// @param aLine left to the compiler.
+    explicit DiagnosticLine(const char* aModule, int aLine = __builtin_LINE()) noexcept
+        : mModule(aModule), mLine(aLine), mErrno(errno) {}
+
+    /// Writes a failure line, whatever the debug level.
+    template <class... Arguments>
+    void failure(ACE_Log_Priority aPriority, const char* aFormat,
+                 Arguments... aArguments) const noexcept {
+        write(aPriority, kFailure, aFormat, argument(aArguments)...);
+    }
+
+    /// Writes a trace line at LM_DEBUG, if lines of this level are wanted.
+    template <class... Arguments>
+    void trace(unsigned int aLevel, const char* aFormat, Arguments... aArguments) const noexcept {
+        if (isTraced(aLevel)) {
+            write(LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
+        }
+    }
+
+    /// Writes a line at LM_DEBUG that reports no failure, whatever the debug level.
+    template <class... Arguments>
+    void notice(const char* aFormat, Arguments... aArguments) const noexcept {
+        write(LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
+    }
+
+    /// The null test of a handle.
+    /// @return the object behind the handle; null, after a failure line, for a null handle.
+    template <class T, class... Arguments>
+    T* object(void* aHandle, ACE_Log_Priority aPriority, const char* aFormat,
+              Arguments... aArguments) const noexcept {
+        if (aHandle == nullptr) {
+            failure(aPriority, aFormat, aArguments...);
+        }
+        return static_cast<T*>(aHandle);
+    }
+
+private:
+    static constexpr int kFailure = -1;
+    static constexpr int kTrace = 0;
+
+    static const char* argument(const char* aText) noexcept { return aText; }
+    static const char* argument(char* aText) noexcept { return aText; }
+    static double argument(double aNumber) noexcept { return aNumber; }
+
+    template <class T>
+    static std::enable_if_t<std::is_integral_v<T> || std::is_enum_v<T>, std::uint32_t> argument(
+        T aNumber) noexcept {
+        return static_cast<std::uint32_t>(aNumber);
+    }
+    template <class T>
+    static std::uint32_t argument(T* aPointer) noexcept {
+        return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(aPointer));
+    }
+
+    void write(ACE_Log_Priority aPriority, int aStatus, const char* aFormat, ...) const noexcept;
+
+    const char* mModule;
+    int mLine;
+    int mErrno;
+};
+
+}  // namespace osx
+
+#endif

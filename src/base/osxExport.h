@@ -1,0 +1,9 @@
+/// @file
+/// What the shared library shows to its users: everything else is hidden.
+#ifndef OSX_BASE_OSXEXPORT_H
+#define OSX_BASE_OSXEXPORT_H
+
+/// Marks a function, object or class as part of the library's interface.
+#define OSX_EXPORT __attribute__((visibility("default")))
+
+#endif

@@ -1,0 +1,92 @@
+#include "base/diagnosticLine.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/LogCapture.h"
+
+using osx::DiagnosticLine;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+constexpr char kModule[] = "module.cpp";
+}
+
+TEST(DiagnosticLine, FailureCarriesModuleLineStatusAndErrno) {
+    const test::LogCapture lLog;
+    errno = EPERM;
+    const int lHere = __LINE__ + 1;
+    DiagnosticLine(kModule).failure(LM_ERROR, "%t thing: lost [%d]\n", 5);
+
+    const auto lLines = lLog.lines();
+    ASSERT_EQ(1U, lLines.size());
+    EXPECT_EQ(LM_ERROR, lLines[0].priority);
+    EXPECT_EQ(kModule, lLines[0].module);
+    EXPECT_EQ(lHere, lLines[0].sourceLine);
+    EXPECT_EQ(-1, lLines[0].status);
+    EXPECT_EQ(EPERM, lLines[0].errnum);
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t thing: lost [5]\n"));
+}
+
+TEST(DiagnosticLine, KeepsErrno) {
+    const test::LogCapture lLog;
+    errno = ENOMEM;
+    DiagnosticLine(kModule).failure(LM_DEBUG, "%t x\n");
+    EXPECT_EQ(ENOMEM, errno);
+}
+
+TEST(DiagnosticLine, FailureIsWrittenWhateverTheLevel) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lLevel(0, false);
+    DiagnosticLine(kModule).failure(LM_DEBUG, "%t x\n");
+    EXPECT_EQ(1U, lLog.lines().size());
+}
+
+TEST(DiagnosticLine, TraceIsWrittenFromItsLevelOn) {
+    const test::LogCapture lLog;
+    for (const unsigned int lLevel : {0U, 4U}) {
+        const test::TraceLevel lTrace(lLevel);
+        DiagnosticLine(kModule).trace(5, "%t x\n");
+    }
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+    for (const unsigned int lLevel : {5U, 6U, 0xFFFFFFFFU}) {
+        const test::TraceLevel lTrace(lLevel);
+        DiagnosticLine(kModule).trace(5, "%t x\n");
+    }
+    const auto lLines = lLog.lines();
+    ASSERT_EQ(3U, lLines.size());
+    EXPECT_EQ(LM_DEBUG, lLines[0].priority);
+    EXPECT_EQ(0, lLines[0].status);
+}
+
+TEST(DiagnosticLine, TraceNeedsAcesDebugSwitch) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lTrace(9, false);
+    DiagnosticLine(kModule).trace(1, "%t x\n");
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+}
+
+TEST(DiagnosticLine, PassesNumbersAndPointersAs32Bits) {
+    const test::LogCapture lLog;
+    const unsigned long lWide = 0xFFFFFFFFUL;
+    DiagnosticLine(kModule).failure(LM_DEBUG, "[%d] [%x] [%s] [%.1f] [%d]\n", lWide,
+                                    reinterpret_cast<void*>(0x1234), "text", 1.5, -7L);
+    EXPECT_THAT(lLog.texts(), ElementsAre("[-1] [1234] [text] [1.5] [-7]\n"));
+}
+
+TEST(DiagnosticLine, PrintsANullTextWithoutCrashing) {
+    const test::LogCapture lLog;
+    const char* const lNone = nullptr;
+    DiagnosticLine(kModule).failure(LM_DEBUG, "[%s]\n", lNone);
+    EXPECT_THAT(lLog.texts(), ElementsAre("[(null)]\n"));
+}
+
+TEST(DiagnosticLine, NullTestWritesOnlyForNull) {
+    const test::LogCapture lLog;
+    int lThing = 3;
+    EXPECT_EQ(&lThing, DiagnosticLine(kModule).object<int>(&lThing, LM_DEBUG, "%t null\n"));
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+    EXPECT_EQ(nullptr, DiagnosticLine(kModule).object<int>(nullptr, LM_DEBUG, "%t null [%d]\n", 1));
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t null [1]\n"));
+}

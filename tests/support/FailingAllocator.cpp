@@ -1,0 +1,80 @@
+#include "support/FailingAllocator.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+struct State {
+    bool active = false;
+    bool onlyOnce = false;
+    int allowed = 0;
+    int failures = 0;
+};
+thread_local State gState;
+
+bool mustFail() {
+    if (!gState.active || gState.allowed-- > 0) {
+        return false;
+    }
+    if (gState.onlyOnce && gState.failures > 0) {
+        return false;
+    }
+    ++gState.failures;
+    return true;
+}
+
+void* allocateOrNull(std::size_t aSize) noexcept {
+    return mustFail() ? nullptr : std::malloc(aSize == 0 ? 1 : aSize);
+}
+
+void* allocateOrThrow(std::size_t aSize) {
+    void* lMemory = allocateOrNull(aSize);
+    if (lMemory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return lMemory;
+}
+
+}  // namespace
+
+void* operator new(std::size_t aSize) {
+    return allocateOrThrow(aSize);
+}
+void* operator new[](std::size_t aSize) {
+    return allocateOrThrow(aSize);
+}
+void* operator new(std::size_t aSize, const std::nothrow_t&) noexcept {
+    return allocateOrNull(aSize);
+}
+void* operator new[](std::size_t aSize, const std::nothrow_t&) noexcept {
+    return allocateOrNull(aSize);
+}
+void operator delete(void* aMemory) noexcept {
+    std::free(aMemory);
+}
+void operator delete[](void* aMemory) noexcept {
+    std::free(aMemory);
+}
+void operator delete(void* aMemory, std::size_t) noexcept {
+    std::free(aMemory);
+}
+void operator delete[](void* aMemory, std::size_t) noexcept {
+    std::free(aMemory);
+}
+
+namespace test {
+
+FailingAllocator::FailingAllocator(int aAllowed, bool aOnlyOnce) {
+    gState = {true, aOnlyOnce, aAllowed, 0};
+}
+
+FailingAllocator::~FailingAllocator() {
+    gState = {};
+}
+
+int FailingAllocator::failures() const {
+    return gState.failures;
+}
+
+}  // namespace test

@@ -1,0 +1,83 @@
+/// @file
+/// Catches what the library writes to its log, from every thread.
+#ifndef OSX_TESTS_SUPPORT_LOGCAPTURE_H
+#define OSX_TESTS_SUPPORT_LOGCAPTURE_H
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "ace/Log_Msg_Backend.h"
+#include "ace/Log_Priority.h"
+
+namespace test {
+
+/// One captured line.
+struct LogLine {
+    ACE_Log_Priority priority;
+    std::string text;    ///< As written, the thread id expanded.
+    std::string module;  ///< File name handed to `conditional_set`.
+    int sourceLine;
+    int status;
+    int errnum;
+};
+
+/// While one lives, log lines go to it instead of standard error. One at a time.
+class LogCapture : public ACE_Log_Msg_Backend {
+public:
+    LogCapture();
+    ~LogCapture() override;
+
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    /// @return all lines so far.
+    std::vector<LogLine> lines() const;
+
+    /// @return the texts so far; a leading thread id is shown as "%t".
+    std::vector<std::string> texts() const;
+
+    /// @return how many lines have this text (see `texts`).
+    std::size_t count(const std::string& aText) const;
+
+    /// @return how many lines contain this text.
+    std::size_t countContaining(const std::string& aPart) const;
+
+    /// Waits until that many lines contain a text. @return whether they came in time.
+    bool waitForContaining(const std::string& aPart, std::size_t aCount = 1,
+                           std::chrono::seconds aLimit = std::chrono::seconds(30)) const;
+
+    void clear();
+
+    int open(const ACE_TCHAR*) override { return 0; }
+    int reset() override { return 0; }
+    int close() override { return 0; }
+    ssize_t log(ACE_Log_Record& aRecord) override;
+
+private:
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mArrived;
+    std::vector<LogLine> mLines;
+    ACE_Log_Msg_Backend* mFormerBackend;
+    unsigned long mFormerFlags;
+};
+
+/// Sets the debug level and ACE's debug switch for one test, and restores both.
+class TraceLevel {
+public:
+    explicit TraceLevel(unsigned int aLevel, bool aDebug = true);
+    ~TraceLevel();
+    TraceLevel(const TraceLevel&) = delete;
+    TraceLevel& operator=(const TraceLevel&) = delete;
+
+private:
+    unsigned int mFormerLevel;
+    bool mFormerDebug;
+};
+
+}  // namespace test
+
+#endif

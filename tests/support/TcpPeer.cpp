@@ -1,0 +1,162 @@
+#include "support/TcpPeer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace test {
+
+namespace {
+
+constexpr int kLimitMs = 30000;
+
+sockaddr_in loopback(unsigned short aPort) {
+    sockaddr_in lAddress{};
+    lAddress.sin_family = AF_INET;
+    lAddress.sin_port = htons(aPort);
+    lAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return lAddress;
+}
+
+const sockaddr* generic(const sockaddr_in& aAddress) {
+    return reinterpret_cast<const sockaddr*>(&aAddress);
+}
+
+bool readable(int aDescriptor) {
+    pollfd lPoll{aDescriptor, POLLIN, 0};
+    return ::poll(&lPoll, 1, kLimitMs) == 1;
+}
+
+unsigned short portOf(int aDescriptor) {
+    sockaddr_in lAddress{};
+    socklen_t lLength = sizeof lAddress;
+    ::getsockname(aDescriptor, reinterpret_cast<sockaddr*>(&lAddress), &lLength);
+    return ntohs(lAddress.sin_port);
+}
+
+/// Ports are taken from below the range that the kernel hands to clients, so that no connection of
+/// a test that runs beside this one takes the port between the look and the use.
+Descriptor bindToFreePort() {
+    static unsigned int lNext = static_cast<unsigned int>(::getpid()) * 7U;
+    const int lOn = 1;
+    for (int lTry = 0; lTry < 10000; ++lTry) {
+        Descriptor lSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        ::setsockopt(lSocket.get(), SOL_SOCKET, SO_REUSEADDR, &lOn, sizeof lOn);
+        const auto lPort = static_cast<unsigned short>(10000U + lNext++ % 20000U);
+        const sockaddr_in lAddress = loopback(lPort);
+        if (::bind(lSocket.get(), generic(lAddress), sizeof lAddress) == 0 &&
+            ::listen(lSocket.get(), 1) == 0) {
+            return lSocket;
+        }
+    }
+    return Descriptor();
+}
+
+}  // namespace
+
+unsigned short freePort() {
+    const Descriptor lSocket = bindToFreePort();
+    return portOf(lSocket.get());
+}
+
+Descriptor& Descriptor::operator=(Descriptor&& aOther) noexcept {
+    if (this != &aOther) {
+        close();
+        mDescriptor = aOther.release();
+    }
+    return *this;
+}
+
+int Descriptor::release() {
+    return std::exchange(mDescriptor, -1);
+}
+
+void Descriptor::close() {
+    if (mDescriptor >= 0) {
+        ::close(release());
+    }
+}
+
+TcpPeer TcpPeer::connect(unsigned short aPort) {
+    Descriptor lSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in lAddress = loopback(aPort);
+    if (::connect(lSocket.get(), generic(lAddress), sizeof lAddress) != 0) {
+        return TcpPeer();
+    }
+    return TcpPeer(lSocket.release());
+}
+
+bool TcpPeer::send(const std::string& aData) {
+    std::size_t lSent = 0;
+    while (lSent < aData.size()) {
+        const ssize_t lCount =
+            ::send(mSocket.get(), aData.data() + lSent, aData.size() - lSent, MSG_NOSIGNAL);
+        if (lCount <= 0) {
+            return false;
+        }
+        lSent += static_cast<std::size_t>(lCount);
+    }
+    return true;
+}
+
+std::string TcpPeer::receive(std::size_t aLength) {
+    std::string lData;
+    std::array<char, 65536> lChunk{};
+    while (lData.size() < aLength && readable(mSocket.get())) {
+        const std::size_t lWanted = std::min(lChunk.size(), aLength - lData.size());
+        const ssize_t lCount = ::recv(mSocket.get(), lChunk.data(), lWanted, 0);
+        if (lCount <= 0) {
+            break;
+        }
+        lData.append(lChunk.data(), static_cast<std::size_t>(lCount));
+    }
+    return lData;
+}
+
+std::string TcpPeer::receiveUntil(const std::string& aText) {
+    std::string lData;
+    std::array<char, 4096> lChunk{};
+    while (lData.find(aText) == std::string::npos && readable(mSocket.get())) {
+        const ssize_t lCount = ::recv(mSocket.get(), lChunk.data(), lChunk.size(), 0);
+        if (lCount <= 0) {
+            break;
+        }
+        lData.append(lChunk.data(), static_cast<std::size_t>(lCount));
+    }
+    return lData;
+}
+
+bool TcpPeer::waitForClose() {
+    std::array<char, 4096> lChunk{};
+    while (readable(mSocket.get())) {
+        if (::recv(mSocket.get(), lChunk.data(), lChunk.size(), 0) <= 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void TcpPeer::reset() {
+    const linger lHard{1, 0};
+    ::setsockopt(mSocket.get(), SOL_SOCKET, SO_LINGER, &lHard, sizeof lHard);
+    mSocket.close();
+}
+
+TcpListener::TcpListener(int aBacklog) : mSocket(bindToFreePort()), mPort(portOf(mSocket.get())) {
+    ::listen(mSocket.get(), aBacklog);
+}
+
+TcpPeer TcpListener::accept() {
+    if (!readable(mSocket.get())) {
+        return TcpPeer();
+    }
+    return TcpPeer(::accept4(mSocket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+}
+
+}  // namespace test

@@ -1,0 +1,81 @@
+/// @file
+/// The other end of a TCP connection, made of plain system calls so that the tests do not lean on
+/// what they test.
+#ifndef OSX_TESTS_SUPPORT_TCPPEER_H
+#define OSX_TESTS_SUPPORT_TCPPEER_H
+
+#include <chrono>
+#include <string>
+
+namespace test {
+
+/// @return a TCP port of the loopback interface that was free a moment ago.
+unsigned short freePort();
+
+/// A descriptor that is closed at the end of its life.
+class Descriptor {
+public:
+    explicit Descriptor(int aDescriptor = -1) : mDescriptor(aDescriptor) {}
+    ~Descriptor() { close(); }
+    Descriptor(Descriptor&& aOther) noexcept : mDescriptor(aOther.release()) {}
+    Descriptor& operator=(Descriptor&& aOther) noexcept;
+    int get() const { return mDescriptor; }
+    int release();
+    void close();
+
+private:
+    int mDescriptor;
+};
+
+/// A connected stream with a limit of 30 s on whatever it waits for.
+class TcpPeer {
+public:
+    TcpPeer() = default;
+    explicit TcpPeer(int aDescriptor) : mSocket(aDescriptor) {}
+
+    /// Connects to a port of the loopback interface. @return a peer; see `connected`.
+    static TcpPeer connect(unsigned short aPort);
+
+    bool connected() const { return mSocket.get() >= 0; }
+    int descriptor() const { return mSocket.get(); }
+
+    /// @return whether everything was taken by the kernel.
+    bool send(const std::string& aData);
+
+    /// Reads exactly that many bytes. @return them; fewer when the stream ended or the limit passed.
+    std::string receive(std::size_t aLength);
+
+    /// Reads until a text has come. @return all read so far, including what follows the text.
+    std::string receiveUntil(const std::string& aText);
+
+    /// @return whether the other side closes (or resets) before the limit; reads what comes before.
+    bool waitForClose();
+
+    /// Closes in the ordinary way.
+    void close() { mSocket.close(); }
+
+    /// Closes with a reset, as a crashed peer does.
+    void reset();
+
+private:
+    Descriptor mSocket;
+};
+
+/// A listening socket on a free port of the loopback interface.
+class TcpListener {
+public:
+    explicit TcpListener(int aBacklog = 16);
+    unsigned short port() const { return mPort; }
+    std::string address() const { return "127.0.0.1:" + std::to_string(mPort); }
+    /// Waits for one connection, up to 30 s.
+    TcpPeer accept();
+    int descriptor() const { return mSocket.get(); }
+
+private:
+    Descriptor mSocket;
+    unsigned short mPort = 0;
+};
+
+}  // namespace test
+
+#endif
