@@ -1,6 +1,20 @@
 # `cmake --install`: the library, its public headers, the CMake package and the pkg-config file.
 include(CMakePackageConfigHelpers)
 
+set(OSX_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/osx)
+
 install(TARGETS osx EXPORT osxTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/osx-${PROJECT_VERSION_MAJOR})
+install(EXPORT osxTargets NAMESPACE osx:: DESTINATION ${OSX_PACKAGE_DIR})
+
+configure_package_config_file(
+  ${CMAKE_CURRENT_LIST_DIR}/osxConfig.cmake.in ${PROJECT_BINARY_DIR}/osxConfig.cmake
+  INSTALL_DESTINATION ${OSX_PACKAGE_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/osxConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/osxConfig.cmake ${PROJECT_BINARY_DIR}/osxConfigVersion.cmake
+  DESTINATION ${OSX_PACKAGE_DIR})
+
+configure_file(${CMAKE_CURRENT_LIST_DIR}/osx.pc.in ${PROJECT_BINARY_DIR}/osx.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/osx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,23 @@
+#include <cstdio>
+
+#include "osx/OSX_Reactor.h"
+#include "osx/osx.h"
+
+namespace {
+void fire(const void*) {
+    std::puts("timer fired");
+    osxStopReactor();
+}
+}  // namespace
+
+int main() {
+    char lVersion[16];
+    getInfo(lVersion, nullptr);
+    std::printf("osx %s\n", lVersion);
+
+    ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()->initReactor();
+    void* lTimer = osxCreateTimer(fire, nullptr, 10, 0);
+    osxRunReactor();
+    osxDestroyTimer(lTimer);
+    return 0;
+}
