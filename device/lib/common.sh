@@ -1,0 +1,70 @@
+# shellcheck shell=bash
+# What every command of this folder shares: places, messages, retries and the cache.
+# shellcheck disable=SC2034  # used by those that read this file
+
+source_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+device_dir=$source_dir/device
+cache_dir=${OSX_DEVICE_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/osx}
+readonly source_dir device_dir cache_dir
+readonly attempts=4
+
+say() {
+    echo "== $*"
+}
+
+fail() {
+    echo "${0##*/}: $*" >&2
+    exit 1
+}
+
+require_root() {
+    [ "$(id -u)" = 0 ] || fail "has to run as root: it mounts and unpacks system trees"
+}
+
+# require_commands NAME...: installs the packages of these commands when one is missing.
+require_commands() {
+    local name
+    for name in "$@"; do
+        if ! command -v "$name" >/dev/null; then
+            "$source_dir/tools/install-packages" board
+            return
+        fi
+    done
+}
+
+# Downloads fail now and then; what failed once mostly works the next time.
+retry() {
+    local attempt
+    for ((attempt = 1; attempt <= attempts; ++attempt)); do
+        "$@" && return 0
+        echo "attempt $attempt of $attempts failed: $1" >&2
+        sleep $((attempt * 3))
+    done
+    return 1
+}
+
+# hash_of FILE...: one word that changes with the files' contents.
+hash_of() {
+    cat "$@" | sha256sum | cut -c1-12
+}
+
+# packages_of LIST...: the names in package lists, joined by commas.
+packages_of() {
+    sed -e 's/#.*//' -e '/^\s*$/d' "$@" | paste -sd,
+}
+
+# cached PATH COMMAND...: unless PATH exists, makes it by "COMMAND... PARTIAL" under a lock, so that
+# commands that start together make it once and what was left half made is never used.
+cached() {
+    local path=$1
+    shift
+    [ -e "$path" ] && return 0
+    mkdir -p "$cache_dir"
+    (
+        flock 9
+        [ -e "$path" ] && exit 0
+        rm -rf "$path.partial"
+        "$@" "$path.partial" || exit 1
+        mv "$path.partial" "$path"
+    ) 9>"$path.lock"
+}

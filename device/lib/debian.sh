@@ -1,0 +1,30 @@
+# shellcheck shell=bash
+# Makes 32-bit Debian trees from the machine's own package sources.
+
+readonly suite=bookworm
+
+# The address of the machine's package mirror. Only the main suite is used: the 32-bit index of the
+# security suite can be out of step with the one of this machine.
+mirror() {
+    local address
+    # shellcheck disable=SC2016  # the dollar is apt's
+    address=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' \
+        "Codename: $suite" | head -n 1)
+    [ -n "$address" ] || fail "apt knows no source for $suite"
+    echo "$address"
+}
+
+# The machine's proxies, as options for apt.
+proxy_options() {
+    apt-config dump Acquire | sed -n 's/^\(Acquire::[a-z]*::Proxy "..*";\)$/--aptopt=\1/p'
+}
+
+# make_tree PACKAGES HOOK TARGET: a 32-bit tree, as a directory or, named *.tar, as an archive.
+# HOOK is a shell command that is given the tree to change it in the end.
+make_tree() {
+    local packages=$1 hook=$2 target=$3 proxies
+    mapfile -t proxies < <(proxy_options)
+    mmdebstrap --quiet --mode=root --arch=i386 --variant=minbase --include="$packages" \
+        --aptopt='Acquire::Retries "5"' --dpkgopt=force-unsafe-io "${proxies[@]}" \
+        --customize-hook="$hook" "$suite" "$target" "$(mirror)"
+}
