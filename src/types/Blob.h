@@ -1,0 +1,75 @@
+/// @file
+/// A byte buffer with a length and an ownership flag.
+#ifndef OSX_TYPES_BLOB_H
+#define OSX_TYPES_BLOB_H
+
+#include <cstdint>
+
+#include "base/osxExport.h"
+
+/// Raw bytes that either belong to the object or are borrowed from the caller.
+///
+/// Buffers come from `malloc` and go back by `free`: a buffer that is handed over with the owner
+/// flag set must come from `malloc` or from `Blob::allocate`. A borrowed one must outlive the
+/// `Blob`'s use of it.
+///
+/// A copy always owns a buffer of its own. When memory for it is short, when the size is negative
+/// or when there are no bytes to copy because the data pointer is null, the copy is an empty `Blob`
+/// with null data, as `Blob()` makes it.
+///
+/// Nothing throws. A `Blob` is a value for one thread at a time; several threads may read it.
+class OSX_EXPORT Blob {
+public:
+    /// No bytes: size 0, data null, not an owner.
+    Blob() noexcept = default;
+
+    /// Takes the three values as they are; copies nothing.
+    /// @param aData the bytes; may be null.
+    /// @param aSize how many; only the low 32 bits count, as a signed number.
+    /// @param aOwner true hands the buffer over: the `Blob` frees it.
+    Blob(unsigned char* aData, long aSize, bool aOwner) noexcept;
+
+    /// A deep copy that owns its buffer, whatever `aOther` does; of size 0 too.
+    Blob(const Blob& aOther) noexcept;
+
+    /// `cleanup()`, then a deep copy as the copy constructor makes it. `aOther` may lie in this
+    /// object's buffer. Assigning an object to itself changes nothing.
+    Blob& operator=(const Blob& aOther) noexcept;
+
+    /// `cleanup()`.
+    ~Blob();
+
+    /// `cleanup()`, then takes the three values as they are, as the constructor does.
+    /// @param aData not the buffer that this object owns already: that one is freed first.
+    void setData(unsigned char* aData, long aSize, bool aOwner) noexcept;
+
+    /// An owner frees its buffer and becomes an empty `Blob`. A borrower stays as it is, its
+    /// pointer and size included.
+    void cleanup() noexcept;
+
+    /// @return number of bytes, as it was given.
+    long getSize() const noexcept { return mSize; }
+    /// @return the bytes, still owned as before; may be null.
+    unsigned char* getData() const noexcept { return mData; }
+    /// @return whether this object frees the bytes.
+    bool isOwner() const noexcept { return mOwner; }
+
+    /// @param aSize number of bytes.
+    /// @return a buffer from `malloc`, the caller's; null, with `errno` ENOMEM, when memory is
+    /// short
+    ///         or the size negative.
+    static unsigned char* allocate(long aSize) noexcept;
+
+    /// Frees a buffer from `allocate` or `malloc` and sets the caller's pointer to null, which it
+    /// may already be.
+    static void deallocates(unsigned char*& aData) noexcept;
+
+private:
+    void copyFrom(const Blob& aOther) noexcept;
+
+    std::int32_t mSize = 0;
+    unsigned char* mData = nullptr;
+    bool mOwner = false;
+};
+
+#endif
