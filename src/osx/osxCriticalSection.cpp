@@ -1,0 +1,38 @@
+#include "ace/Recursive_Thread_Mutex.h"
+#include "base/allocate.h"
+#include "base/diagnosticLine.h"
+#include "osx/osx.h"
+
+using osx::DiagnosticLine;
+
+namespace {
+constexpr char kModule[] = "osxACE.cpp";
+}
+
+unsigned int osxInitializeCriticalSection(osxCriticalSection_t* aSection) {
+    auto* const lMutex = osx::allocate<ACE_Recursive_Thread_Mutex>();
+    if (lMutex == nullptr) {
+        return OSX_ERR_CREATE_FAILED;
+    }
+    aSection->mMutex = lMutex;
+    return OSX_OK;
+}
+
+void osxEnterCriticalSection(osxCriticalSection_t* aSection) {
+    if (auto* const lMutex = DiagnosticLine(kModule).object<ACE_Recursive_Thread_Mutex>(
+            aSection->mMutex, LM_DEBUG, "%t osxEnterCriticalSection: lMutex == 0  \n")) {
+        lMutex->acquire();
+    }
+}
+
+void osxLeaveCriticalSection(osxCriticalSection_t* aSection) {
+    if (auto* const lMutex = DiagnosticLine(kModule).object<ACE_Recursive_Thread_Mutex>(
+            aSection->mMutex, LM_DEBUG, "%t osxLeaveCriticalSection: lMutex == 0  \n")) {
+        lMutex->release();
+    }
+}
+
+void osxDeleteCriticalSection(osxCriticalSection_t* aSection) {
+    delete DiagnosticLine(kModule).object<ACE_Recursive_Thread_Mutex>(
+        aSection->mMutex, LM_DEBUG, "%t osxDeleteCriticalSection: lMutex == 0  \n");
+}

@@ -1,0 +1,55 @@
+#include "ace/Thread_Manager.h"
+#include "base/allocate.h"
+#include "base/diagnosticLine.h"
+#include "osx/ThreadACE.h"
+#include "osx/osx.h"
+
+using osx::DiagnosticLine;
+
+namespace {
+
+constexpr char kModule[] = "osxACE.cpp";
+
+bool start(ThreadACE& aThread) {
+    return aThread.activate(THR_NEW_LWP, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1) == 0;
+}
+
+}  // namespace
+
+unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long, unsigned long, void* aArgument,
+                          void** aHandle, const char* aName) {
+    auto* const lThread = osx::allocate<ThreadACE>(aFunction, aArgument);
+    if (lThread == nullptr) {
+        return OSX_OK;
+    }
+    if (!start(*lThread)) {
+        delete lThread;
+        return OSX_OK;
+    }
+    *aHandle = lThread;
+    osxNameTableRegister(lThread, aName);
+    return OSX_OK;
+}
+
+int osxThreadWait(void* aHandle) {
+    auto* const lThread = DiagnosticLine(kModule).object<ThreadACE>(
+        aHandle, LM_ERROR, "%t osxThreadWait: lThread == 0  \n");
+    return lThread == nullptr ? -1 : lThread->join();
+}
+
+unsigned int osxEndOtherTask(void* aHandle) {
+    auto* const lThread = static_cast<ThreadACE*>(aHandle);
+    if (lThread == nullptr) {
+        return OSX_OK;
+    }
+    lThread->thr_mgr()->kill_task(lThread, 0);
+    // A task that could not be waited for may still be running: better lost than freed under it.
+    if (lThread->join() == 0) {
+        delete lThread;
+    }
+    return OSX_OK;
+}
+
+void osxBeginningOfTask() {}
+
+void osxEndTask() {}
