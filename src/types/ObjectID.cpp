@@ -5,45 +5,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <mutex>
 
-#include "ace/Singleton.h"
-#include "ace/Thread_Mutex.h"
-#include "ace/UUID.h"
 #include "base/allocate.h"
+#include "types/uuidSource.h"
 
 namespace {
 
-constexpr ACE_UINT16 kVersion = 1;
-constexpr unsigned char kVariant = 0;
 constexpr std::size_t kTextLength = 36;
-
-using Generator = ACE_Utils::UUID_Generator;
-
-// ACE's generator locks neither its initialisation nor all of its state.
-std::mutex gGeneratorMutex;
 
 // Shown when memory for a cache is short.
 const ACE_CString gNoText;
-
-/// @return ACE's generator, ready for use; null when memory is short.
-Generator* readyGenerator(bool& aInitialized) {
-    Generator* lGenerator = ACE_Singleton<Generator, ACE_Thread_Mutex>::instance();
-    if (lGenerator == nullptr) {
-        return nullptr;
-    }
-    if (lGenerator->lock() == nullptr) {  // Its constructor ran out of memory.
-        lGenerator->lock(osx::allocate<ACE_Thread_Mutex>(), true);
-    }
-    if (lGenerator->lock() == nullptr) {
-        return nullptr;
-    }
-    if (!aInitialized) {
-        aInitialized = true;
-        lGenerator->init();
-    }
-    return lGenerator;
-}
 
 std::uint32_t word(unsigned int aByte3, unsigned int aByte2, unsigned int aByte1,
                    unsigned int aByte0) {
@@ -110,13 +81,8 @@ bool ObjectID::operator==(const ObjectID& aOther) const noexcept {
 void ObjectID::generateObjectID() noexcept {
     setEmpty();
     ACE_Utils::UUID lUuid;
-    {
-        const std::lock_guard<std::mutex> lGuard(gGeneratorMutex);
-        Generator* lGenerator = readyGenerator(mGeneratorInitialized);
-        if (lGenerator == nullptr) {
-            return;
-        }
-        lGenerator->generate_UUID(lUuid, kVersion, kVariant);
+    if (!osx::makeUuid(lUuid, mGeneratorInitialized)) {
+        return;
     }
     const unsigned char* lNode = lUuid.node().node_ID();
     mWords[0] = lUuid.time_low();

@@ -1,0 +1,130 @@
+#include "types/uuidSource.h"
+
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <iterator>
+#include <mutex>
+
+#include "ace/OS_NS_netdb.h"
+#include "ace/Singleton.h"
+#include "ace/Thread_Mutex.h"
+#include "base/allocate.h"
+
+namespace osx {
+namespace {
+
+using Generator = ACE_Utils::UUID_Generator;
+using Uuid = ACE_Utils::UUID;
+
+constexpr ACE_UINT16 kVersion = 1;
+constexpr unsigned char kVariant = 0;
+constexpr unsigned int kSequenceMask = Generator::ACE_UUID_CLOCK_SEQ_MASK;
+// More identifiers than one microsecond has room for.
+constexpr unsigned int kSequenceStride = 0x100;
+
+/// What tells this process's identifiers from those of others.
+struct Identity {
+    pid_t process = 0;
+    unsigned int sequence = 0;
+    std::uint64_t latestTime = 0;
+    ACE_Utils::UUID_Node node;
+};
+
+// Guards all below, and ACE's generator: that locks neither its initialisation nor all its state.
+std::mutex gMutex;
+Identity gIdentity;
+
+std::uint64_t randomBits() {
+    std::uint64_t lBits = 0;
+    if (getrandom(&lBits, sizeof lBits, GRND_NONBLOCK) == sizeof lBits) {
+        return lBits;
+    }
+    // A kernel without a filled pool, or an old one.
+    const auto lWallClock = std::chrono::system_clock::now().time_since_epoch().count();
+    const auto lUptime = std::chrono::steady_clock::now().time_since_epoch().count();
+    lBits = static_cast<std::uint64_t>(lWallClock) ^ static_cast<std::uint64_t>(lUptime) << 20 ^
+            static_cast<std::uint64_t>(getpid()) << 48;
+    return lBits * 0x9E3779B97F4A7C15U;
+}
+
+/// @param[out] aAddress six bytes: the network card's address, or random ones if there is no card.
+void chooseNode(unsigned char* aAddress) {
+    ACE_OS::macaddr_node_t lCard = {};
+    const bool lHasCard = ACE_OS::getmacaddress(&lCard) == 0 &&
+                          std::any_of(std::begin(lCard.node), std::end(lCard.node),
+                                      [](unsigned char aByte) { return aByte != 0; });
+    if (!lHasCard) {
+        const std::uint64_t lBits = randomBits();
+        std::memcpy(lCard.node, &lBits, sizeof lCard.node);
+        lCard.node[0] |= 1;  // A group address, which no card has.
+    }
+    std::copy(std::begin(lCard.node), std::end(lCard.node), aAddress);
+}
+
+void drawIdentity() {
+    gIdentity.process = getpid();
+    gIdentity.sequence = static_cast<unsigned int>(randomBits()) & kSequenceMask;
+    chooseNode(gIdentity.node.node_ID());
+}
+
+/// @return ACE's generator, ready for use; null when memory is short.
+Generator* readyGenerator(bool& aInitialized) {
+    Generator* lGenerator = ACE_Singleton<Generator, ACE_Thread_Mutex>::instance();
+    if (lGenerator == nullptr) {
+        return nullptr;
+    }
+    if (lGenerator->lock() == nullptr) {  // Its constructor ran out of memory.
+        lGenerator->lock(allocate<ACE_Thread_Mutex>(), true);
+    }
+    if (lGenerator->lock() == nullptr) {
+        return nullptr;
+    }
+    if (!aInitialized) {
+        aInitialized = true;
+        lGenerator->init();
+    }
+    return lGenerator;
+}
+
+std::uint64_t timeOf(const Uuid& aUuid) {
+    return static_cast<std::uint64_t>(aUuid.time_hi_and_version()) << 48 |
+           static_cast<std::uint64_t>(aUuid.time_mid()) << 32 | aUuid.time_low();
+}
+
+void applyIdentity(Uuid& aUuid) {
+    if (gIdentity.process != getpid()) {
+        drawIdentity();
+    }
+    const std::uint64_t lTime = timeOf(aUuid);
+    if (lTime < gIdentity.latestTime) {
+        gIdentity.sequence += kSequenceStride;
+    }
+    gIdentity.latestTime = lTime;
+
+    const unsigned int lOwn =
+        static_cast<unsigned int>(aUuid.clock_seq_hi_and_reserved()) << 8 | aUuid.clock_seq_low();
+    const unsigned int lSequence = (lOwn + gIdentity.sequence) & kSequenceMask;
+    aUuid.clock_seq_hi_and_reserved(static_cast<unsigned char>(lSequence >> 8));
+    aUuid.clock_seq_low(static_cast<unsigned char>(lSequence));
+    aUuid.node(gIdentity.node);
+}
+
+}  // namespace
+
+bool makeUuid(Uuid& aUuid, bool& aInitialized) noexcept {
+    const std::lock_guard<std::mutex> lGuard(gMutex);
+    Generator* lGenerator = readyGenerator(aInitialized);
+    if (lGenerator == nullptr) {
+        return false;
+    }
+    lGenerator->generate_UUID(aUuid, kVersion, kVariant);
+    applyIdentity(aUuid);
+    return true;
+}
+
+}  // namespace osx

@@ -1,0 +1,23 @@
+/// @file
+/// Where the process takes its new UUIDs from.
+#ifndef OSX_TYPES_UUIDSOURCE_H
+#define OSX_TYPES_UUIDSOURCE_H
+
+#include "ace/UUID.h"
+
+namespace osx {
+
+/// Makes a UUID of version 1 with variant bits 0. Any number of threads may call it at once.
+///
+/// ACE's generator tells one process, one device and one run of the clock from another by the
+/// network card and the microsecond alone. Here the clock sequence starts at random in each process
+/// (a forked one included) and moves on when the wall clock was set back, and a device without a
+/// network card has a random node.
+///
+/// @param[in,out] aInitialized whether ACE's generator was initialised; set by the first call.
+/// @return whether there was memory for the generator.
+bool makeUuid(ACE_Utils::UUID& aUuid, bool& aInitialized) noexcept;
+
+}  // namespace osx
+
+#endif

@@ -1,0 +1,236 @@
+#include "types/ObjectIDMap.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "ace/Log_Msg.h"
+#include "support/FailingAllocator.h"
+#include "support/LogCapture.h"
+
+namespace {
+
+constexpr char kFirstText[] = "00000001-0000-0000-0000-000000000000";
+
+ObjectID id(unsigned int aFirst, unsigned int aLast = 0) {
+    char lText[40];
+    std::snprintf(lText, sizeof lText, "%08x-0000-0000-0000-0000%08x", aFirst, aLast);
+    ObjectID lID;
+    lID.setFromString(ACE_CString(lText));
+    return lID;
+}
+
+ObjectID translated(const ObjectIDMap& aMap, ObjectID aID) {
+    aMap.translate(aID);
+    return aID;
+}
+
+std::string failure(const std::string& aText, int aSize) {
+    return "ObjectIDMap::translate: failed, aObjectID[" + aText + "] size[" +
+           std::to_string(aSize) + "]\n";
+}
+
+/// A log back end that uses the table itself.
+class Translator : public ACE_Log_Msg_Backend {
+public:
+    explicit Translator(ObjectIDMap& aMap) : mMap(aMap) {
+        mFormer = ACE_Log_Msg::msg_backend(this);
+        mFormerFlags = ACE_Log_Msg::instance()->flags();
+        ACE_Log_Msg::instance()->clr_flags(mFormerFlags);
+        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
+    }
+    ~Translator() override {
+        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::CUSTOM);
+        ACE_Log_Msg::instance()->set_flags(mFormerFlags);
+        ACE_Log_Msg::msg_backend(mFormer);
+    }
+    int open(const ACE_TCHAR*) override { return 0; }
+    int reset() override { return 0; }
+    int close() override { return 0; }
+    ssize_t log(ACE_Log_Record&) override {
+        mMap.add(id(1), id(2));
+        return 0;
+    }
+
+private:
+    ObjectIDMap& mMap;
+    ACE_Log_Msg_Backend* mFormer;
+    unsigned long mFormerFlags;
+};
+
+}  // namespace
+
+TEST(ObjectIDMap, TranslatesAKeyIntoItsValue) {
+    ObjectIDMap lMap;
+    lMap.add(id(1), id(100));
+    lMap.add(id(2), id(200));
+    const test::LogCapture lLog;
+    EXPECT_EQ(id(100), translated(lMap, id(1)));
+    EXPECT_EQ(id(200), translated(lMap, id(2)));
+    EXPECT_TRUE(lLog.lines().empty());
+}
+
+TEST(ObjectIDMap, HasAVirtualDestructor) {
+    EXPECT_TRUE(std::has_virtual_destructor_v<ObjectIDMap>);
+}
+
+TEST(ObjectIDMap, TellsKeysOfOneHashApart) {
+    ObjectIDMap lMap;
+    lMap.add(id(1, 1), id(100));
+    lMap.add(id(1, 2), id(200));
+    EXPECT_EQ(id(100), translated(lMap, id(1, 1)));
+    EXPECT_EQ(id(200), translated(lMap, id(1, 2)));
+    // The same bucket of 2999, another hash.
+    lMap.add(id(1 + 2999, 1), id(300));
+    EXPECT_EQ(id(100), translated(lMap, id(1, 1)));
+    EXPECT_EQ(id(300), translated(lMap, id(1 + 2999, 1)));
+}
+
+TEST(ObjectIDMap, UnknownKeyStaysAsItIsAndIsLogged) {
+    const ObjectIDMap lMap;
+    const test::LogCapture lLog;
+    EXPECT_EQ(id(1), translated(lMap, id(1)));
+    const auto lLines = lLog.lines();
+    ASSERT_EQ(1U, lLines.size());
+    EXPECT_EQ(failure(kFirstText, 0), lLines[0].text);
+    EXPECT_EQ(LM_ERROR, lLines[0].priority);
+    EXPECT_EQ(-1, lLines[0].status);
+    EXPECT_EQ("ObjectIDMap.cpp", lLines[0].module);
+    EXPECT_GT(lLines[0].sourceLine, 0);
+}
+
+TEST(ObjectIDMap, FailureShowsTheNumberOfPairs) {
+    ObjectIDMap lMap;
+    lMap.add(id(2), id(200));
+    lMap.add(id(3), id(300));
+    const test::LogCapture lLog;
+    translated(lMap, id(1));
+    EXPECT_EQ(1U, lLog.count(failure(kFirstText, 2)));
+}
+
+TEST(ObjectIDMap, EmptyIdentifierIsLeftAloneWhateverTheTableHolds) {
+    ObjectIDMap lMap;
+    const test::LogCapture lLog;
+    EXPECT_TRUE(translated(lMap, ObjectID()).isEmpty());
+    lMap.add(ObjectID(), id(100));
+    EXPECT_TRUE(translated(lMap, ObjectID()).isEmpty());
+    EXPECT_TRUE(lLog.lines().empty());
+}
+
+TEST(ObjectIDMap, AddingAKnownKeyReplacesItsValue) {
+    ObjectIDMap lMap;
+    lMap.add(id(2), id(100));
+    lMap.add(id(2), id(200));
+    EXPECT_EQ(id(200), translated(lMap, id(2)));
+    const test::LogCapture lLog;
+    translated(lMap, id(1));
+    EXPECT_EQ(1U, lLog.count(failure(kFirstText, 1)));
+}
+
+TEST(ObjectIDMap, UnregistersAKey) {
+    ObjectIDMap lMap;
+    lMap.add(id(1), id(100));
+    lMap.add(id(2), id(200));
+    lMap.unregisterObjectID(id(1));
+    const test::LogCapture lLog;
+    EXPECT_EQ(id(1), translated(lMap, id(1)));
+    EXPECT_EQ(1U, lLog.count(failure(kFirstText, 1)));
+    EXPECT_EQ(id(200), translated(lMap, id(2)));
+}
+
+TEST(ObjectIDMap, UnregisteringAnUnknownKeyIsHarmless) {
+    ObjectIDMap lMap;
+    lMap.add(id(2), id(200));
+    const test::LogCapture lLog;
+    errno = 0;
+    lMap.unregisterObjectID(id(1));
+    EXPECT_EQ(ENOENT, errno);
+    EXPECT_TRUE(lLog.lines().empty());
+    EXPECT_EQ(id(200), translated(lMap, id(2)));
+}
+
+TEST(ObjectIDMap, AfterClearEveryTranslationFails) {
+    ObjectIDMap lMap;
+    for (unsigned int lIndex = 1; lIndex <= 5000; ++lIndex) {
+        lMap.add(id(lIndex), id(lIndex, 1));
+    }
+    EXPECT_EQ(id(4999, 1), translated(lMap, id(4999)));
+    lMap.clear();
+    {
+        const test::LogCapture lLog;
+        EXPECT_EQ(id(1), translated(lMap, id(1)));
+        EXPECT_EQ(id(4999), translated(lMap, id(4999)));
+        EXPECT_EQ(1U, lLog.count(failure(kFirstText, 0)));
+        EXPECT_EQ(2U, lLog.lines().size());
+    }
+    lMap.add(id(1), id(100));
+    EXPECT_EQ(id(100), translated(lMap, id(1)));
+}
+
+TEST(ObjectIDMap, ABackEndMayUseTheTableWhileAFailureIsWritten) {
+    ObjectIDMap lMap;
+    {
+        const Translator lBackEnd(lMap);
+        EXPECT_EQ(id(1), translated(lMap, id(1)));
+    }
+    EXPECT_EQ(id(2), translated(lMap, id(1)));
+}
+
+TEST(ObjectIDMap, WithoutMemoryForTheTableDoesNothing) {
+    const test::LogCapture lLog;
+    alignas(ObjectIDMap) unsigned char lPlace[sizeof(ObjectIDMap)];
+    ObjectIDMap* lUnusable = nullptr;
+    {
+        const test::FailingAllocator lFailing(0, true);
+        lUnusable = new (lPlace) ObjectIDMap;
+        EXPECT_EQ(1, lFailing.failures());
+    }
+    EXPECT_EQ(1U, lLog.count("ACE_Hash_Map_Manager_Ex\n"));
+    lUnusable->add(id(1), id(100));
+    lUnusable->unregisterObjectID(id(1));
+    EXPECT_EQ(id(1), translated(*lUnusable, id(1)));
+    EXPECT_EQ(1U, lLog.count(failure(kFirstText, 0)));
+    lUnusable->clear();
+    lUnusable->~ObjectIDMap();
+}
+
+TEST(ObjectIDMap, WithoutMemoryForAPairEntersNothing) {
+    ObjectIDMap lMap;
+    const ObjectID lKey = id(1);
+    {
+        const test::FailingAllocator lFailing;
+        errno = 0;
+        lMap.add(lKey, lKey);
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    const test::LogCapture lLog;
+    translated(lMap, id(1));
+    EXPECT_EQ(1U, lLog.count(failure(kFirstText, 0)));
+}
+
+TEST(ObjectIDMap, SeveralThreadsUseOneTable) {
+    constexpr unsigned int kEach = 300;
+    ObjectIDMap lMap;
+    lMap.add(id(1), id(100));
+    std::vector<std::thread> lThreads;
+    for (unsigned int lThread = 1; lThread <= 4; ++lThread) {
+        lThreads.emplace_back([&lMap, lThread] {
+            for (unsigned int lIndex = 1; lIndex <= kEach; ++lIndex) {
+                const ObjectID lKey = id(lIndex, lThread);
+                lMap.add(lKey, id(lThread));
+                EXPECT_EQ(id(lThread), translated(lMap, lKey));
+                EXPECT_EQ(id(100), translated(lMap, id(1)));
+                lMap.unregisterObjectID(lKey);
+            }
+        });
+    }
+    for (std::thread& lThread : lThreads) {
+        lThread.join();
+    }
+    const test::LogCapture lLog;
+    translated(lMap, id(2));
+    EXPECT_EQ(1U, lLog.countContaining("size[1]"));
+}
