@@ -2,6 +2,7 @@
 # What every command of this folder shares: places, messages, retries and the cache.
 # shellcheck disable=SC2034  # used by those that read this file
 
+[ -z "${source_dir:-}" ] || return 0
 source_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 device_dir=$source_dir/device
 cache_dir=${OSX_DEVICE_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/osx}
@@ -43,9 +44,16 @@ retry() {
     return 1
 }
 
-# hash_of FILE...: one word that changes with the files' contents.
-hash_of() {
-    cat "$@" | sha256sum | cut -c1-12
+# fingerprint FILE... -- FUNCTION...: one word that changes with what these files and functions hold.
+fingerprint() {
+    {
+        while [ "$1" != -- ]; do
+            cat "$1"
+            shift
+        done
+        shift
+        declare -f "$@"
+    } | sha256sum | cut -c1-12
 }
 
 # packages_of LIST...: the names in package lists, joined by commas.

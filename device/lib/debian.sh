@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # Makes 32-bit Debian trees from the machine's own package sources.
 
+# shellcheck source-path=SCRIPTDIR source-path=SCRIPTDIR/lib source=common.sh
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
 readonly suite=bookworm
 
 # The address of the machine's package mirror. Only the main suite is used: the 32-bit index of the
