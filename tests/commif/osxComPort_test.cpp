@@ -1,0 +1,621 @@
+#include "commif/osxComPort.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/time.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+#include "ace/TTY_IO.h"
+#include "ace/Time_Value.h"
+#include "commif/SerialDriverModel.h"
+#include "commif/SerialLine.h"
+#include "commif/commif.h"
+#include "support/LogCapture.h"
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+namespace {
+
+constexpr unsigned long kHalfDuplexRequest = test::SerialDriverModel::kHalfDuplexRequest;
+constexpr char kCheckFailed[] = "osxComPort::checkUART() ioctl failed \n";
+constexpr milliseconds kAtOnce(2000);
+
+std::atomic<int> gYields{0};
+
+/// A terminal set up as a line without timer of its own.
+std::unique_ptr<ACE_TTY_IO> openTerminal(const test::SerialLine& aLine, int aFlags = 0) {
+    auto lTerminal = std::make_unique<ACE_TTY_IO>();
+    lTerminal->set_handle(::open(aLine.terminal().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | aFlags));
+    termios lSettings{};
+    EXPECT_EQ(0, ::tcgetattr(lTerminal->get_handle(), &lSettings));
+    ::cfmakeraw(&lSettings);
+    EXPECT_EQ(0, ::tcsetattr(lTerminal->get_handle(), TCSANOW, &lSettings));
+    return lTerminal;
+}
+
+/// A line, its driver and its port.
+class ComPort : public testing::Test {
+protected:
+    int read(std::size_t aLength, const ACE_Time_Value* aTimeout) {
+        mBuffer.assign(aLength, '\0');
+        const int lResult =
+            mPort.recv_n(mBuffer.data(), static_cast<unsigned int>(aLength), aTimeout, &mGot);
+        mBuffer.resize(mGot);
+        return lResult;
+    }
+    int readFor(std::size_t aLength, milliseconds aTimeout) {
+        const ACE_Time_Value lTimeout(aTimeout);
+        return read(aLength, &lTimeout);
+    }
+    int handle() const { return mPort.getACE_TTY_IO()->get_handle(); }
+
+    test::LogCapture mLog;
+    test::SerialDriverModel mDriver;
+    test::SerialLine mLine;
+    osxComPort mPort{openTerminal(mLine).release()};
+    std::string mBuffer;
+    unsigned int mGot = 77;
+};
+using ComPortRead = ComPort;
+using ComPortWrite = ComPort;
+
+class HalfDuplexPort : public testing::Test {
+protected:
+    test::LogCapture mLog;
+    test::SerialDriverModel mDriver;
+    test::SerialLine mLine;
+    osxComPortRTS_Ctrl mPort{openTerminal(mLine).release(), 9600};
+};
+
+class ModemLines : public testing::Test {
+protected:
+    test::SerialDriverModel mDriver;
+    test::SerialLine mLine;
+    osxComPort mPort{openTerminal(mLine).release()};
+    ACE_TTY_IO& mDevice = *mPort.getACE_TTY_IO();
+};
+
+/// Interrupts a thread until its owner is content: a single signal might come too early.
+class Interruptions {
+public:
+    Interruptions() {
+        struct sigaction lAction {};
+        lAction.sa_handler = [](int) {};
+        ::sigaction(SIGUSR1, &lAction, &mFormer);
+        mThread = std::thread([this, lTarget = ::pthread_self()] {
+            while (!mDone) {
+                ::pthread_kill(lTarget, SIGUSR1);
+                std::this_thread::sleep_for(milliseconds(1));
+            }
+        });
+    }
+    ~Interruptions() {
+        mDone = true;
+        mThread.join();
+        ::sigaction(SIGUSR1, &mFormer, nullptr);
+    }
+
+private:
+    std::atomic<bool> mDone{false};
+    struct sigaction mFormer {};
+    std::thread mThread;
+};
+
+}  // namespace
+
+// In the place of libc's: counts.
+extern "C" __attribute__((visibility("default"))) int sched_yield() noexcept {
+    ++gYields;
+    return 0;
+}
+
+TEST(ComPortName, CountsPortsFromOne) {
+    std::array<char, 32> lName{};
+    EXPECT_EQ(10, getComPortDevName(1, lName.data()));
+    EXPECT_STREQ("/dev/ttyS0", lName.data());
+    EXPECT_EQ(10, getComPortDevName(4, lName.data()));
+    EXPECT_STREQ("/dev/ttyS3", lName.data());
+    EXPECT_EQ(11, getComPortDevName(11, lName.data()));
+    EXPECT_STREQ("/dev/ttyS10", lName.data());
+}
+
+TEST(ComPortName, WrapsAroundForPortZero) {
+    std::array<char, 32> lName{};
+    getComPortDevName(0, lName.data());
+    EXPECT_EQ("/dev/ttyS" + std::to_string(ULONG_MAX), lName.data());
+}
+
+TEST(ComPortDeathTest, AssertsThatThereIsADevice) {
+    EXPECT_EXIT(osxComPort(nullptr), testing::KilledBySignal(SIGABRT),
+                "file osxComPort.*assertion failed for 'aComport != 0'");
+    EXPECT_EXIT(osxComPortRTS_Ctrl(nullptr, 9600), testing::KilledBySignal(SIGABRT),
+                "aComport != 0");
+}
+
+TEST(ComPortLayout, HasItsOperationsInOrder) {
+    // A pointer to a virtual member holds 1 and the offset of its slot, after two destructors.
+    constexpr auto kSend = &osxComPort::send_n;
+    std::uintptr_t lSlot = 0;
+    std::memcpy(&lSlot, &kSend, sizeof lSlot);
+    EXPECT_EQ(1 + 2 * sizeof(void*), lSlot);
+    EXPECT_EQ(2 * sizeof(void*) + sizeof(serial_icounter_struct), sizeof(osxComPort));
+    EXPECT_EQ(80U, sizeof(serial_icounter_struct));
+}
+
+TEST_F(ComPort, DoesNotTouchTheDeviceWhenMade) {
+    EXPECT_THAT(mDriver.requests(), IsEmpty());
+    EXPECT_THAT(mLog.texts(), IsEmpty());
+}
+
+TEST_F(ComPort, ClosesItsDeviceInTheEnd) {
+    const test::SerialLine lLine;
+    auto lPort = std::make_unique<osxComPort>(openTerminal(lLine).release());
+    const int lHandle = lPort->getACE_TTY_IO()->get_handle();
+    EXPECT_TRUE(lLine.isOpen());
+    lPort.reset();
+    EXPECT_FALSE(lLine.isOpen());
+    EXPECT_EQ(-1, ::fcntl(lHandle, F_GETFD));
+}
+
+TEST_F(ComPort, InitTakesTheCountersAsTheyAre) {
+    serial_icounter_struct lCounters{};
+    lCounters.overrun = 5;
+    lCounters.buf_overrun = 6;
+    mDriver.setCounters(lCounters);
+    EXPECT_EQ(0, mPort.init());
+    mPort.checkUART();
+    EXPECT_THAT(mLog.texts(), IsEmpty());
+}
+
+TEST_F(ComPort, InitSaysThatThereAreNoCounters) {
+    mDriver.refuse(TIOCGICOUNT);
+    EXPECT_EQ(-1, mPort.init());
+    ASSERT_THAT(mLog.texts(), ElementsAre("osxComPort::init() ioctl failed \n"));
+    const test::LogLine lLine = mLog.lines()[0];
+    EXPECT_EQ(LM_ERROR, lLine.priority);
+    EXPECT_EQ("osxComPort.cpp", lLine.module);
+    EXPECT_EQ(-1, lLine.status);
+    EXPECT_EQ(ENOTTY, lLine.errnum);
+}
+
+TEST_F(ComPort, TellsOfEachNewOverrunOnce) {
+    EXPECT_EQ(0, mPort.init());
+    serial_icounter_struct lCounters{};
+    lCounters.overrun = 3;
+    mDriver.setCounters(lCounters);
+    mPort.checkUART();
+    mPort.checkUART();
+    EXPECT_THAT(mLog.texts(), ElementsAre("osxComPort::checkUART() overrun [3]. \n"));
+    EXPECT_EQ(LM_ERROR, mLog.lines()[0].priority);
+}
+
+TEST_F(ComPort, ShowsTheTotalsOfBothOverruns) {
+    serial_icounter_struct lCounters{};
+    lCounters.overrun = 3;
+    lCounters.buf_overrun = 40;
+    mDriver.setCounters(lCounters);
+    EXPECT_EQ(0, mPort.init());
+    lCounters.overrun = 4;
+    lCounters.buf_overrun = 42;
+    lCounters.frame = lCounters.parity = lCounters.rx = 9;
+    mDriver.setCounters(lCounters);
+    mPort.checkUART();
+    EXPECT_THAT(mLog.texts(), ElementsAre("osxComPort::checkUART() buf_overrun [42]. \n",
+                                          "osxComPort::checkUART() overrun [4]. \n"));
+}
+
+TEST_F(ComPort, KeepsTheCountersWhenTheyCannotBeRead) {
+    serial_icounter_struct lCounters{};
+    lCounters.overrun = 3;
+    mDriver.setCounters(lCounters);
+    EXPECT_EQ(0, mPort.init());
+    {
+        const test::SerialDriverModel lRefusing;
+        const_cast<test::SerialDriverModel&>(lRefusing).refuse(TIOCGICOUNT);
+        mPort.checkUART();
+    }
+    const test::SerialDriverModel lZero;
+    mPort.checkUART();
+    EXPECT_THAT(mLog.texts(), ElementsAre(kCheckFailed, "osxComPort::checkUART() overrun [0]. \n"));
+    EXPECT_EQ(LM_ERROR, mLog.lines()[0].priority);
+}
+
+TEST_F(ComPort, TellsHowMuchWasSent) {
+    serial_icounter_struct lCounters{};
+    lCounters.tx = 1234;
+    mDriver.setCounters(lCounters);
+    EXPECT_EQ(1234, mPort.getTx());
+    EXPECT_THAT(mLog.texts(), IsEmpty());
+}
+
+TEST_F(ComPort, CannotTellHowMuchWasSent) {
+    mDriver.refuse(TIOCGICOUNT);
+    EXPECT_EQ(0, mPort.getTx());
+    EXPECT_THAT(mLog.texts(), ElementsAre(kCheckFailed));
+    EXPECT_EQ(LM_ERROR, mLog.lines()[0].priority);
+}
+
+TEST_F(ComPort, SwitchesHalfDuplexMode) {
+    EXPECT_EQ(0, mPort.setHalfDuplexMode(true));
+    EXPECT_EQ(0, mPort.setHalfDuplexMode(false));
+    EXPECT_THAT(mDriver.values(kHalfDuplexRequest), ElementsAre(1, 0));
+    mDriver.refuse(kHalfDuplexRequest);
+    EXPECT_EQ(-1, mPort.setHalfDuplexMode(true));
+}
+
+TEST_F(ComPort, SwitchesRtsAlone) {
+    mDriver.setModemLines(TIOCM_DTR | TIOCM_DSR);
+    EXPECT_EQ(0, mPort.setRTS(true));
+    EXPECT_EQ(TIOCM_RTS | TIOCM_DTR | TIOCM_DSR, mDriver.modemLines());
+    EXPECT_EQ(0, mPort.setRTS(false));
+    EXPECT_EQ(TIOCM_DTR | TIOCM_DSR, mDriver.modemLines());
+    mDriver.refuse(TIOCMSET);
+    EXPECT_EQ(-1, mPort.setRTS(true));
+}
+
+TEST_F(ComPortRead, ReadsWhatIsThere) {
+    mLine.send("abcdef");
+    EXPECT_EQ(COMMIF_OK, readFor(4, milliseconds(30000)));
+    EXPECT_EQ("abcd", mBuffer);
+    EXPECT_EQ(COMMIF_OK, readFor(2, milliseconds(30000)));
+    EXPECT_EQ("ef", mBuffer);
+}
+
+TEST_F(ComPortRead, WaitsUntilAllHasCome) {
+    for (const bool lLimited : {true, false}) {
+        std::thread lSender([this] {
+            for (const char* lPart : {"ab", "c", "def"}) {
+                mLine.send(lPart);
+                std::this_thread::sleep_for(milliseconds(20));
+            }
+        });
+        const ACE_Time_Value lLimit(60);
+        EXPECT_EQ(COMMIF_OK, read(6, lLimited ? &lLimit : nullptr));
+        EXPECT_EQ("abcdef", mBuffer);
+        lSender.join();
+    }
+}
+
+TEST_F(ComPortRead, EndsInTimeWithWhatCame) {
+    mLine.send("abc");
+    const auto lStart = steady_clock::now();
+    EXPECT_EQ(10011, readFor(5, milliseconds(120)));
+    EXPECT_GE(steady_clock::now() - lStart, milliseconds(120));
+    EXPECT_EQ("abc", mBuffer);
+}
+
+TEST_F(ComPortRead, DoesNotWaitWithoutTime) {
+    const auto lStart = steady_clock::now();
+    EXPECT_EQ(10011, readFor(1, milliseconds(0)));
+    EXPECT_EQ(0U, mGot);
+    mLine.send("abc");
+    EXPECT_EQ(10011, readFor(4, milliseconds(0)));
+    EXPECT_EQ("abc", mBuffer);
+    mLine.send("abc");
+    EXPECT_EQ(COMMIF_OK, readFor(3, milliseconds(0)));
+    EXPECT_LT(steady_clock::now() - lStart, kAtOnce);
+}
+
+TEST_F(ComPortRead, TakesATimeBeforeNowForNone) {
+    mLine.send("abc");
+    EXPECT_EQ(10011, readFor(4, milliseconds(-1500)));
+    EXPECT_EQ("abc", mBuffer);
+}
+
+TEST_F(ComPortRead, ReadsNothingAtOnce) {
+    EXPECT_EQ(COMMIF_OK, read(0, nullptr));
+    EXPECT_EQ(COMMIF_OK, readFor(0, milliseconds(30000)));
+    EXPECT_EQ(0U, mGot);
+}
+
+TEST_F(ComPortRead, NeedsNoCount) {
+    mLine.send("a");
+    char lByte = 0;
+    EXPECT_EQ(COMMIF_OK, mPort.recv_n(&lByte, 1, nullptr, nullptr));
+    EXPECT_EQ('a', lByte);
+}
+
+TEST_F(ComPortRead, EndsWhenTheLineIsHungUp) {
+    for (const bool lLimited : {true, false}) {
+        test::SerialLine lLine;
+        osxComPort lPort(openTerminal(lLine).release());
+        lLine.send("ab");
+        std::array<char, 4> lBuffer{};
+        ASSERT_EQ(COMMIF_OK, lPort.recv_n(lBuffer.data(), 1, nullptr, &mGot));
+        lLine.hangUp();
+        const ACE_Time_Value lLimit(60);
+        EXPECT_EQ(COMMIF_OK, lPort.recv_n(lBuffer.data(), 4, lLimited ? &lLimit : nullptr, &mGot));
+        EXPECT_LE(mGot, 1U);
+    }
+}
+
+TEST_F(ComPortRead, FailsWithoutADevice) {
+    auto lTerminal = std::make_unique<ACE_TTY_IO>();
+    osxComPort lPort(lTerminal.release());
+    char lByte = 0;
+    const ACE_Time_Value lLimit(60);
+    for (const ACE_Time_Value* lTimeout : {&lLimit, static_cast<const ACE_Time_Value*>(nullptr)}) {
+        mGot = 77;
+        EXPECT_EQ(-1, lPort.recv_n(&lByte, 1, lTimeout, &mGot));
+        EXPECT_EQ(EBADF, errno);
+        EXPECT_EQ(0U, mGot);
+    }
+}
+
+TEST_F(ComPortRead, IsEndedByASignalWithWhatCame) {
+    for (const bool lLimited : {true, false}) {
+        mLine.send("abc");
+        const Interruptions lInterruptions;
+        const ACE_Time_Value lLimit(60);
+        std::string lAll;
+        while (lAll.size() < 3) {
+            EXPECT_EQ(-1, read(5, lLimited ? &lLimit : nullptr));
+            EXPECT_EQ(EINTR, errno);
+            lAll += mBuffer;
+        }
+        EXPECT_EQ("abc", lAll);
+    }
+}
+
+TEST_F(ComPortRead, ChecksTheCountersFirst) {
+    serial_icounter_struct lCounters{};
+    lCounters.overrun = 3;
+    mDriver.setCounters(lCounters);
+    mLine.send("ab");
+    EXPECT_EQ(COMMIF_OK, read(1, nullptr));
+    EXPECT_EQ(COMMIF_OK, read(1, nullptr));
+    EXPECT_THAT(mLog.texts(), ElementsAre("osxComPort::checkUART() overrun [3]. \n"));
+}
+
+TEST_F(ComPortRead, ProceedsWithoutCounters) {
+    mDriver.refuse(TIOCGICOUNT);
+    mLine.send("ab");
+    EXPECT_EQ(COMMIF_OK, read(1, nullptr));
+    EXPECT_EQ(COMMIF_OK, read(1, nullptr));
+    EXPECT_EQ("b", mBuffer);
+    EXPECT_THAT(mLog.texts(), ElementsAre(kCheckFailed, kCheckFailed));
+}
+
+TEST_F(ComPortRead, WaitsByItsOwnTimeOutAlone) {
+    // The driver would end a read without data at once, or after a tenth of a second.
+    for (const cc_t lTenths : {cc_t{0}, cc_t{1}}) {
+        termios lSettings{};
+        ASSERT_EQ(0, ::tcgetattr(handle(), &lSettings));
+        lSettings.c_cc[VMIN] = 0;
+        lSettings.c_cc[VTIME] = lTenths;
+        ASSERT_EQ(0, ::tcsetattr(handle(), TCSANOW, &lSettings));
+        EXPECT_EQ(10011, readFor(1, milliseconds(150)));
+    }
+}
+
+TEST_F(ComPortRead, LeavesTheHandleBlockingForAWriterOnAnotherThread) {
+    static constexpr std::size_t kLength = 256 * 1024;
+    std::atomic<bool> lDone{false};
+    std::thread lReader([&] {
+        while (!lDone) {
+            readFor(1, milliseconds(5));
+        }
+    });
+    std::thread lFarEnd([this] { EXPECT_EQ(kLength, mLine.receive(kLength).size()); });
+    const std::string lData(kLength, 'x');
+    EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
+    lFarEnd.join();
+    lDone = true;
+    lReader.join();
+}
+
+TEST_F(ComPortWrite, WritesAll) {
+    EXPECT_EQ(6, mPort.send_n("abcdef", 6));
+    EXPECT_EQ("abcdef", mLine.receive(6));
+    EXPECT_EQ(0, mPort.send_n("", 0));
+}
+
+TEST_F(ComPortWrite, FailsWithoutADevice) {
+    const osxComPort lPort(std::make_unique<ACE_TTY_IO>().release());
+    EXPECT_EQ(-1, lPort.send_n("a", 1));
+    EXPECT_EQ(EBADF, errno);
+}
+
+TEST_F(ComPortWrite, FailsWhenTheLineIsHungUp) {
+    mLine.hangUp();
+    EXPECT_EQ(-1, mPort.send_n("a", 1));
+    EXPECT_EQ(EIO, errno);
+}
+
+TEST_F(ComPortWrite, GoesOnAfterSignals) {
+    static constexpr std::size_t kLength = 64 * 1024;
+    std::thread lFarEnd([this] {
+        std::this_thread::sleep_for(milliseconds(100));
+        EXPECT_EQ(kLength, mLine.receive(kLength).size());
+    });
+    const std::string lData(kLength, 'x');
+    {
+        const Interruptions lInterruptions;
+        EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
+    }
+    lFarEnd.join();
+}
+
+TEST_F(ComPortWrite, WaitsWhenAnApplicationMadeTheHandleNonBlocking) {
+    static constexpr std::size_t kLength = 64 * 1024;
+    ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR | O_NONBLOCK));
+    std::thread lFarEnd([this] { EXPECT_EQ(kLength, mLine.receive(kLength).size()); });
+    const std::string lData(kLength, 'x');
+    EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
+    lFarEnd.join();
+}
+
+TEST_F(HalfDuplexPort, IsInHalfDuplexModeForItsWholeLife) {
+    const test::SerialLine lLine;
+    EXPECT_THAT(mDriver.values(kHalfDuplexRequest), ElementsAre(1));
+    std::unique_ptr<osxComPort> lPort =
+        std::make_unique<osxComPortRTS_Ctrl>(openTerminal(lLine).release(), 9600);
+    EXPECT_THAT(mDriver.values(kHalfDuplexRequest), ElementsAre(1, 1));
+    lPort.reset();
+    EXPECT_THAT(mDriver.values(kHalfDuplexRequest), ElementsAre(1, 1, 0));
+    EXPECT_FALSE(lLine.isOpen());
+}
+
+TEST_F(HalfDuplexPort, WorksOnADriverWithoutThatMode) {
+    mDriver.refuse(kHalfDuplexRequest);
+    const test::SerialLine lLine;
+    const osxComPortRTS_Ctrl lPort(openTerminal(lLine).release(), 9600);
+    EXPECT_EQ(2, lPort.send_n("ab", 2));
+    EXPECT_EQ("ab", lLine.receive(2));
+    EXPECT_THAT(mLog.texts(), IsEmpty());
+}
+
+TEST_F(HalfDuplexPort, DoesNotWaitForAnEmptyTransmitter) {
+    gYields = 0;
+    mPort.waitUntilBytesAreSend();
+    EXPECT_EQ(1U, mDriver.count(TIOCSERGETLSR));
+    EXPECT_EQ(0, gYields);
+    EXPECT_THAT(mLog.texts(), IsEmpty());
+}
+
+TEST_F(HalfDuplexPort, WaitsUntilTheTransmitterIsEmpty) {
+    gYields = 0;
+    mDriver.setLineStatus({0, 0, 0x20, TIOCSER_TEMT, 0});
+    mPort.waitUntilBytesAreSend();
+    EXPECT_EQ(4U, mDriver.count(TIOCSERGETLSR));
+    EXPECT_EQ(3, gYields);
+}
+
+TEST_F(HalfDuplexPort, WaitsNoLongerThanAHundredTurns) {
+    gYields = 0;
+    mDriver.setLineStatus({0});
+    mPort.waitUntilBytesAreSend();
+    EXPECT_EQ(101U, mDriver.count(TIOCSERGETLSR));
+    EXPECT_EQ(100, gYields);
+}
+
+TEST_F(HalfDuplexPort, WaitsNoLongerOnADriverThatCannotTell) {
+    mDriver.refuse(TIOCSERGETLSR);
+    mPort.waitUntilBytesAreSend();
+    EXPECT_EQ(101U, mDriver.count(TIOCSERGETLSR));
+}
+
+TEST_F(HalfDuplexPort, TracesItsWait) {
+    serial_icounter_struct lCounters{};
+    lCounters.tx = 17;
+    mDriver.setCounters(lCounters);
+    mDriver.setLineStatus({0, 0x1E, 0x21});
+    const test::TraceLevel lLevel(5);
+    mPort.waitUntilBytesAreSend();
+    EXPECT_THAT(
+        mLog.texts(),
+        ElementsAre(MatchesRegex("osxComPortRTS_Ctrl TIOCSERGETLSR [0-9:. -]*[0-9]. \n"),
+                    "osxComPortRTS_Ctrl TIOCSERGETLSR [0x1e].getTx()[17] \n",
+                    "osxComPortRTS_Ctrl TIOCSERGETLSR [0x21].getTx()[17] \n",
+                    MatchesRegex("osxComPortRTS_Ctrl End TIOCSERGETLSR [0-9:. -]*[0-9]. \n")));
+    EXPECT_EQ(LM_DEBUG, mLog.lines()[0].priority);
+    EXPECT_EQ(0, mLog.lines()[0].status);
+}
+
+TEST_F(HalfDuplexPort, TracesOnlyFromItsLevelOn) {
+    mDriver.setLineStatus({0, TIOCSER_TEMT});
+    const test::TraceLevel lLevel(4);
+    mPort.waitUntilBytesAreSend();
+    mPort.DetectNotAllBytesWereSent();
+    EXPECT_THAT(mLog.texts(), IsEmpty());
+    EXPECT_EQ(0U, mDriver.count(TIOCGICOUNT));
+}
+
+TEST_F(HalfDuplexPort, SeesThatAllWasSent) {
+    const auto lStart = steady_clock::now();
+    EXPECT_FALSE(mPort.DetectNotAllBytesWereSent());
+    EXPECT_GE(steady_clock::now() - lStart, milliseconds(50));
+    EXPECT_LT(steady_clock::now() - lStart, kAtOnce);
+    EXPECT_EQ(5U, mDriver.count(TIOCSERGETLSR));
+}
+
+TEST_F(HalfDuplexPort, SeesBytesPendingAtAnyOfFiveLooks) {
+    for (std::size_t lPending = 0; lPending < 5; ++lPending) {
+        std::deque<int> lStatus(5, TIOCSER_TEMT);
+        lStatus[lPending] = 0x1E;
+        mDriver.setLineStatus(lStatus);
+        EXPECT_TRUE(mPort.DetectNotAllBytesWereSent());
+        EXPECT_EQ(5 * (lPending + 1), mDriver.count(TIOCSERGETLSR));
+    }
+}
+
+TEST_F(HalfDuplexPort, TracesItsLooks) {
+    const test::TraceLevel lLevel(5);
+    mPort.DetectNotAllBytesWereSent();
+    const std::string lSample = "osxComPortRTS_Ctrl TIOCSERGETLSR [0x1].getTx()[0] \n";
+    EXPECT_THAT(
+        mLog.texts(),
+        ElementsAre(MatchesRegex("osxComPortRTS_Ctrl TIOCSERGETLSR [0-9:. -]*[0-9]. \n"), lSample,
+                    lSample, lSample, lSample, lSample,
+                    MatchesRegex("osxComPortRTS_Ctrl End TIOCSERGETLSR [0-9:. -]*[0-9]. \n")));
+}
+
+TEST_F(ModemLines, AreSwitchedOneByOne) {
+    mDriver.setModemLines(TIOCM_CTS);
+    EXPECT_EQ(0, setRTS(mDevice));
+    EXPECT_EQ(TIOCM_CTS | TIOCM_RTS, mDriver.modemLines());
+    EXPECT_EQ(0, setDTR(mDevice));
+    EXPECT_EQ(TIOCM_CTS | TIOCM_RTS | TIOCM_DTR, mDriver.modemLines());
+    EXPECT_EQ(0, clearRTS(mDevice));
+    EXPECT_EQ(TIOCM_CTS | TIOCM_DTR, mDriver.modemLines());
+    EXPECT_EQ(0, clearDTR(mDevice));
+    EXPECT_EQ(TIOCM_CTS, mDriver.modemLines());
+}
+
+TEST_F(ModemLines, AreReadOneByOne) {
+    int lState = 77;
+    mDriver.setModemLines(TIOCM_DSR);
+    EXPECT_EQ(0, getDSR(mDevice, lState));
+    EXPECT_EQ(1, lState);
+    EXPECT_EQ(0, getDTR(mDevice, lState));
+    EXPECT_EQ(0, lState);
+    mDriver.setModemLines(~TIOCM_DSR);
+    EXPECT_EQ(0, getDTR(mDevice, lState));
+    EXPECT_EQ(1, lState);
+    EXPECT_EQ(0, getDSR(mDevice, lState));
+    EXPECT_EQ(0, lState);
+}
+
+TEST_F(ModemLines, MayBeRefused) {
+    mDriver.setModemLines(TIOCM_DSR | TIOCM_DTR);
+    mDriver.refuse(TIOCMGET);
+    mDriver.refuse(TIOCMSET);
+    for (const auto lSwitch :
+         {static_cast<int (*)(ACE_TTY_IO&)>(setRTS), clearRTS, setDTR, clearDTR}) {
+        EXPECT_EQ(0, lSwitch(mDevice));
+    }
+    for (const auto lQuery : {getDSR, getDTR}) {
+        int lState = 77;
+        EXPECT_EQ(0, lQuery(mDevice, lState));
+        EXPECT_EQ(0, lState);
+    }
+}
+
+TEST_F(ModemLines, FlushAsksInAWayThatFlushesNothing) {
+    mLine.send("abc");
+    pollfd lPoll{mDevice.get_handle(), POLLIN, 0};
+    ASSERT_EQ(1, ::poll(&lPoll, 1, 30000));
+    EXPECT_EQ(0, flushPort(mDevice));
+    ASSERT_EQ(1U, mDriver.count(TCFLSH));
+    EXPECT_GT(mDriver.requests()[0].argument, static_cast<std::uintptr_t>(TCIOFLUSH));
+    std::array<char, 3> lBuffer{};
+    EXPECT_EQ(COMMIF_OK, mPort.recv_n(lBuffer.data(), 3, nullptr, nullptr));
+    EXPECT_THAT(lBuffer, ElementsAreArray({'a', 'b', 'c'}));
+}
