@@ -1,0 +1,409 @@
+#include "types/FlexVar.h"
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include "ace/ACE.h"
+#include "base/allocate.h"
+#include "base/assertion.h"
+#include "base/diagnosticLine.h"
+#include "types/FlexVarKinds.h"
+
+using osx::DiagnosticLine;
+using osx::kFlexVarModule;
+
+const ACE_String_Base<char> FlexVar::mEmptyCString;
+const ACE_String_Base<wchar_t> FlexVar::mEmptyWString;
+const ACE_Date_Time FlexVar::mEmptyACE_Date_Time;
+const ObjectID FlexVar::mEmptyObjectID;
+const ACE_String_Base<char> FlexVar::mCStrBoolTrue("true");
+const ACE_String_Base<char> FlexVar::mCStrBoolFalse("false");
+const ACE_String_Base<wchar_t> FlexVar::mWStrBoolTrue(L"true");
+const ACE_String_Base<wchar_t> FlexVar::mWStrBoolFalse(L"false");
+
+namespace osx {
+
+template <>
+const ACE_String_Base<char>& emptyValue() noexcept {
+    return FlexVar::mEmptyCString;
+}
+template <>
+const ACE_String_Base<wchar_t>& emptyValue() noexcept {
+    return FlexVar::mEmptyWString;
+}
+template <>
+const ACE_Date_Time& emptyValue() noexcept {
+    return FlexVar::mEmptyACE_Date_Time;
+}
+template <>
+const ObjectID& emptyValue() noexcept {
+    return FlexVar::mEmptyObjectID;
+}
+template <>
+const Blob& emptyValue() noexcept {
+    static const Blob lEmpty;
+    return lEmpty;
+}
+
+}  // namespace osx
+
+namespace {
+
+constexpr unsigned int kTraceLevel = 4;
+constexpr char kNoTypeName[] = "No FlexVar type";
+constexpr std::size_t kPrefixLength = sizeof "FlexVar_" - 1;  // what the lines leave out
+
+/// @return a new object; null with `errno` ENOMEM when memory is short, also for what it holds.
+template <class Value>
+Value* copyOf(const Value& aSource) noexcept {
+    return osx::allocate<Value>(aSource);
+}
+
+/// A string of ACE says nothing when memory is short, and one that cannot be constructed as a copy
+/// is left without even its terminator: so it is made empty, assigned to and measured.
+template <class Character>
+ACE_String_Base<Character>* copyOf(const ACE_String_Base<Character>& aSource) noexcept {
+    auto* lCopy = osx::allocate<ACE_String_Base<Character>>();
+    if (lCopy == nullptr) {
+        return nullptr;
+    }
+    *lCopy = aSource;
+    if (lCopy->length() != aSource.length()) {
+        delete lCopy;
+        lCopy = nullptr;
+    }
+    return lCopy;
+}
+
+/// A `Blob` says nothing either.
+Blob* copyOf(const Blob& aSource) noexcept {
+    Blob* lCopy = osx::allocate<Blob>(aSource);
+    const bool lHasBytes = aSource.getData() != nullptr && aSource.getSize() > 0;
+    if (lCopy != nullptr && lHasBytes && lCopy->getData() == nullptr) {
+        delete lCopy;
+        lCopy = nullptr;
+        errno = ENOMEM;
+    }
+    return lCopy;
+}
+
+template <class Value>
+unsigned int hashOf(Value aValue) noexcept {
+    static_assert(std::is_integral_v<Value>, "an integer, whose sign is extended");
+    return static_cast<unsigned int>(aValue);
+}
+unsigned int hashOf(bool) noexcept {
+    return 0;
+}
+unsigned int hashOf(double aValue) noexcept {
+    constexpr double kLimit = 9223372036854775808.0;
+    if (!(aValue >= -kLimit && aValue < kLimit)) {
+        return 0;
+    }
+    return static_cast<unsigned int>(static_cast<std::int64_t>(aValue));
+}
+unsigned int hashOf(float aValue) noexcept {
+    return hashOf(static_cast<double>(aValue));
+}
+template <class Character>
+unsigned int hashOf(const ACE_String_Base<Character>& aValue) noexcept {
+    // The low 32 bits do not depend on the word size.
+    return static_cast<unsigned int>(ACE::hash_pjw(reinterpret_cast<const char*>(aValue.fast_rep()),
+                                                   aValue.length() * sizeof(Character)));
+}
+unsigned int hashOf(const ACE_Date_Time& aValue) noexcept {
+    return static_cast<unsigned int>(aValue.minute());
+}
+unsigned int hashOf(const Blob&) noexcept {
+    return 0;
+}
+unsigned int hashOf(const ObjectID& aValue) noexcept {
+    return aValue.hash();
+}
+
+}  // namespace
+
+const char* FlexVar::Kinds::name(Type aType) noexcept {
+    return visit(aType, kNoTypeName, [](auto aKind) { return aKind.name; });
+}
+
+// Construction and assignment.
+
+template <class Kind>
+void FlexVar::constructCopy(const typename Kind::Value& aValue) noexcept {
+    auto* const lCopy = copyOf(aValue);
+    if (lCopy != nullptr) {
+        mType = Kind::kType;
+        Kind::member(mValue) = lCopy;
+    }
+}
+
+FlexVar::FlexVar(const ACE_String_Base<char>& aValue) noexcept : FlexVar() {
+    constructCopy<Kinds::CString>(aValue);
+}
+FlexVar::FlexVar(const ACE_String_Base<wchar_t>& aValue) noexcept : FlexVar() {
+    constructCopy<Kinds::WString>(aValue);
+}
+FlexVar::FlexVar(const ACE_Date_Time& aValue) noexcept : FlexVar() {
+    constructCopy<Kinds::DateTime>(aValue);
+}
+FlexVar::FlexVar(const Blob& aValue) noexcept : FlexVar() {
+    constructCopy<Kinds::BlobKind>(aValue);
+}
+FlexVar::FlexVar(const ObjectID& aValue) noexcept : FlexVar() {
+    constructCopy<Kinds::ObjectIDKind>(aValue);
+}
+
+void FlexVar::copyObjectOf(const FlexVar& aOther) noexcept {
+    forget();
+    Kinds::visit(aOther.mType, [&](auto aKind) {
+        using Kind = decltype(aKind);
+        if constexpr (Kind::kIsObject) {
+            if (Kind::member(aOther.mValue) == nullptr) {
+                mType = Kind::kType;
+            } else {
+                constructCopy<Kind>(*Kind::member(aOther.mValue));
+            }
+        }
+    });
+}
+
+FlexVar& FlexVar::assignObjectOf(const FlexVar& aOther) noexcept {
+    const bool lReused = Kinds::visit(aOther.mType, false, [&](auto aKind) {
+        using Kind = decltype(aKind);
+        if constexpr (Kind::kIsObject) {
+            return assignToHeld<Kind>(Kind::member(aOther.mValue));
+        }
+        return false;
+    });
+    if (!lReused) {
+        FlexVar lCopy(aOther);
+        if (lCopy.mType == aOther.mType) {
+            *this = std::move(lCopy);
+        }
+    }
+    return *this;
+}
+
+template <class Kind>
+bool FlexVar::assignToHeld(const typename Kind::Value* aValue) noexcept {
+    if (mType != Kind::kType || Kind::member(mValue) == nullptr || aValue == nullptr) {
+        return false;
+    }
+    *Kind::member(mValue) = *aValue;
+    return true;
+}
+
+void FlexVar::destroyObject() noexcept {
+    Kinds::visit(mType, [&](auto aKind) {
+        if constexpr (decltype(aKind)::kIsObject) {
+            delete aKind.member(mValue);
+        }
+    });
+}
+
+// Setters.
+
+bool FlexVar::dataTypeCanged(Type aFrom, Type aTo) const noexcept {
+    if (aFrom == aTo) {
+        return false;
+    }
+    const DiagnosticLine lLine(kFlexVarModule);
+    if (!osx::isTraced(kTraceLevel)) {
+        return true;
+    }
+    if (aFrom == FlexVar_NoType) {
+        lLine.trace(kTraceLevel, "%t FlexVar::dataTypeCanged: Initialized to type [%s]\n",
+                    Kinds::name(aTo));
+    } else {
+        lLine.trace(kTraceLevel, "%t FlexVar::dataTypeCanged: From type [%s], To type [%s]\n",
+                    Kinds::name(aFrom), Kinds::name(aTo));
+    }
+    return true;
+}
+
+void FlexVar::changeType(Type aType) noexcept {
+    dataTypeCanged(mType, aType);
+    deleteAllPointersExcept(FlexVar_NoType);
+    mType = aType;
+}
+
+/// The copy is made before the old value goes: the argument may lie in it, and memory may be short.
+template <class Kind>
+FlexVar& FlexVar::setCopy(const typename Kind::Value& aValue) noexcept {
+    if (!assignToHeld<Kind>(&aValue)) {
+        if (auto* const lCopy = copyOf(aValue)) {
+            changeType(Kind::kType);
+            Kind::member(mValue) = lCopy;
+        }
+    }
+    return *this;
+}
+
+FlexVar& FlexVar::setCString(const ACE_String_Base<char>& aValue) noexcept {
+    return setCopy<Kinds::CString>(aValue);
+}
+FlexVar& FlexVar::setWString(const ACE_String_Base<wchar_t>& aValue) noexcept {
+    return setCopy<Kinds::WString>(aValue);
+}
+FlexVar& FlexVar::setDateTime(const ACE_Date_Time& aValue) noexcept {
+    return setCopy<Kinds::DateTime>(aValue);
+}
+FlexVar& FlexVar::setBlob(const Blob& aValue) noexcept {
+    return setCopy<Kinds::BlobKind>(aValue);
+}
+FlexVar& FlexVar::setObjectID(const ObjectID& aValue) noexcept {
+    return setCopy<Kinds::ObjectIDKind>(aValue);
+}
+
+template <class Kind>
+FlexVar& FlexVar::setOwned(typename Kind::Value* aValue) noexcept {
+    if (aValue == nullptr) {
+        DiagnosticLine(kFlexVarModule)
+            .failure(LM_ERROR, "FlexVar::set%s: Null pointer for aValue!\n",
+                     Kinds::name(Kind::kType) + kPrefixLength);
+        osx::reportFailedAssertion("false", kFlexVarModule);
+    }
+    if (mType != Kind::kType || Kind::member(mValue) != aValue) {
+        changeType(Kind::kType);
+        Kind::member(mValue) = aValue;
+    }
+    return *this;
+}
+
+FlexVar& FlexVar::setCString(ACE_String_Base<char>* aValue) noexcept {
+    return setOwned<Kinds::CString>(aValue);
+}
+FlexVar& FlexVar::setWString(ACE_String_Base<wchar_t>* aValue) noexcept {
+    return setOwned<Kinds::WString>(aValue);
+}
+FlexVar& FlexVar::setDateTime(ACE_Date_Time* aValue) noexcept {
+    return setOwned<Kinds::DateTime>(aValue);
+}
+FlexVar& FlexVar::setBlob(Blob* aValue) noexcept {
+    return setOwned<Kinds::BlobKind>(aValue);
+}
+FlexVar& FlexVar::setObjectID(ObjectID* aValue) noexcept {
+    return setOwned<Kinds::ObjectIDKind>(aValue);
+}
+
+// Getters.
+
+void FlexVar::reportMismatch(const char* aVerb, Type aWanted) const noexcept {
+    const DiagnosticLine lLine(kFlexVarModule);
+    if (!osx::isTraced(kTraceLevel)) {
+        return;
+    }
+    Kinds::visit(aWanted, [&](auto aKind) {
+        const char* const lName = aKind.name + kPrefixLength;
+        if (aKind.fallback != nullptr) {
+            lLine.trace(kTraceLevel,
+                        "%t FlexVar::%s%s: It is only allowed to call this method if it is a %s, "
+                        "returning %s\n",
+                        aVerb, lName, lName, aKind.fallback);
+        } else {
+            lLine.trace(kTraceLevel,
+                        "%t FlexVar::%s%s: It is only allowed to call this method if it is a %s, "
+                        "so do a check before you call this method!\nType = %d\n",
+                        aVerb, lName, lName, mType);
+        }
+    });
+}
+
+const ACE_String_Base<char>& FlexVar::getCString() const noexcept {
+    return holds(FlexVar_CString) ? Kinds::CString::value(mValue) : mEmptyCString;
+}
+const ACE_String_Base<wchar_t>& FlexVar::getWString() const noexcept {
+    return holds(FlexVar_WString) ? Kinds::WString::value(mValue) : mEmptyWString;
+}
+const ACE_Date_Time& FlexVar::getDateTime() const noexcept {
+    return holds(FlexVar_DateTime) ? Kinds::DateTime::value(mValue) : mEmptyACE_Date_Time;
+}
+const ObjectID& FlexVar::getObjectID() const noexcept {
+    return holds(FlexVar_ObjectID) ? Kinds::ObjectIDKind::value(mValue) : mEmptyObjectID;
+}
+Blob* FlexVar::getBlob() const noexcept {
+    return holds(FlexVar_Blob) ? mValue.mBlob : nullptr;
+}
+
+template <class Kind, class Result>
+int FlexVar::copyOut(Result& aValue) const noexcept {
+    if (mType != Kind::kType) {
+        return -1;
+    }
+    aValue = Kind::value(mValue);
+    return 0;
+}
+
+int FlexVar::getBool(bool& aValue) const noexcept {
+    return copyOut<Kinds::Bool>(aValue);
+}
+int FlexVar::getChar(char& aValue) const noexcept {
+    return copyOut<Kinds::Char>(aValue);
+}
+int FlexVar::getUChar(unsigned char& aValue) const noexcept {
+    return copyOut<Kinds::UChar>(aValue);
+}
+int FlexVar::getShort(short& aValue) const noexcept {
+    return copyOut<Kinds::Short>(aValue);
+}
+int FlexVar::getUShort(unsigned short& aValue) const noexcept {
+    return copyOut<Kinds::UShort>(aValue);
+}
+int FlexVar::getInt(int& aValue) const noexcept {
+    return copyOut<Kinds::Int>(aValue);
+}
+int FlexVar::getUInt(unsigned int& aValue) const noexcept {
+    return copyOut<Kinds::UInt>(aValue);
+}
+int FlexVar::getLong(long& aValue) const noexcept {
+    return copyOut<Kinds::Long>(aValue);
+}
+int FlexVar::getULong(unsigned long& aValue) const noexcept {
+    return copyOut<Kinds::ULong>(aValue);
+}
+int FlexVar::getFloat(float& aValue) const noexcept {
+    return copyOut<Kinds::Float>(aValue);
+}
+int FlexVar::getDouble(double& aValue) const noexcept {
+    return copyOut<Kinds::Double>(aValue);
+}
+int FlexVar::getCString(ACE_String_Base<char>& aValue) const noexcept {
+    return copyOut<Kinds::CString>(aValue);
+}
+int FlexVar::getWString(ACE_String_Base<wchar_t>& aValue) const noexcept {
+    return copyOut<Kinds::WString>(aValue);
+}
+int FlexVar::getDateTime(ACE_Date_Time& aValue) const noexcept {
+    return copyOut<Kinds::DateTime>(aValue);
+}
+int FlexVar::getObjectID(ObjectID& aValue) const noexcept {
+    return copyOut<Kinds::ObjectIDKind>(aValue);
+}
+
+Blob* FlexVar::releaseBlob() noexcept {
+    if (mType != FlexVar_Blob) {
+        reportMismatch("release", FlexVar_Blob);
+        return nullptr;
+    }
+    Blob* const lBlob = mValue.mBlob;
+    forget();
+    return lBlob;
+}
+
+// Queries.
+
+ACE_String_Base<char> FlexVar::getTypeName() const noexcept {
+    return getTypeName(mType);
+}
+
+ACE_String_Base<char> FlexVar::getTypeName(Type aType) noexcept {
+    ACE_String_Base<char> lName;
+    lName = Kinds::name(aType);
+    return lName;
+}
+
+unsigned int FlexVar::hash() const noexcept {
+    return Kinds::visit(mType, 0U, [&](auto aKind) { return hashOf(aKind.value(mValue)); });
+}

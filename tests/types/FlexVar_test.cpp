@@ -1,0 +1,610 @@
+#include "types/FlexVar.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <type_traits>
+
+#include "ace/ACE.h"
+#include "support/LogCapture.h"
+#include "types/FlexVarSamples.h"
+
+using test::isSame;
+using test::narrow;
+using test::Sample;
+using test::samples;
+using test::wide;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using Narrow = ACE_String_Base<char>;
+using Wide = ACE_String_Base<wchar_t>;
+
+std::string typeName(const Sample& aSample) {
+    return aSample.type == FlexVar::FlexVar_NoType ? "No FlexVar type" : "FlexVar_" + aSample.name;
+}
+
+std::string changeLine(const Sample& aFrom, const Sample& aTo) {
+    if (aFrom.type == FlexVar::FlexVar_NoType) {
+        return "%t FlexVar::dataTypeCanged: Initialized to type [" + typeName(aTo) + "]\n";
+    }
+    return "%t FlexVar::dataTypeCanged: From type [" + typeName(aFrom) + "], To type [" +
+           typeName(aTo) + "]\n";
+}
+
+std::string mismatchLine(const Sample& aWanted, const Sample& aHeld) {
+    const std::string lFront = "%t FlexVar::get" + aWanted.name +
+                               ": It is only allowed to call this method if it is a " +
+                               aWanted.name + ", ";
+    if (!aWanted.fallback.empty()) {
+        return lFront + "returning " + aWanted.fallback + "\n";
+    }
+    return lFront +
+           "so do a check before you call this method!\nType = " + std::to_string(aHeld.type) +
+           "\n";
+}
+
+/// The sixteen kinds without type none.
+std::vector<Sample> kinds() {
+    return {samples().begin() + 1, samples().end()};
+}
+
+}  // namespace
+
+// What it is.
+
+static_assert(sizeof(FlexVar) <= 16, "a type and a slot of 8 bytes");
+static_assert(!std::is_polymorphic_v<FlexVar>, "");
+static_assert(std::is_nothrow_move_constructible_v<FlexVar>, "");
+static_assert(std::is_nothrow_move_assignable_v<FlexVar>, "");
+
+static_assert(!std::is_constructible_v<FlexVar, const char*>, "");
+static_assert(!std::is_constructible_v<FlexVar, const char (&)[5]>, "a literal text");
+static_assert(!std::is_constructible_v<FlexVar, const wchar_t (&)[5]>, "");
+static_assert(!std::is_constructible_v<FlexVar, void*>, "");
+static_assert(!std::is_constructible_v<FlexVar, FlexVar*>, "");
+static_assert(!std::is_constructible_v<FlexVar, ACE_String_Base<char>*>, "");
+static_assert(!std::is_constructible_v<FlexVar, Blob*>, "");
+static_assert(!std::is_constructible_v<FlexVar, std::nullptr_t>, "");
+static_assert(!std::is_constructible_v<FlexVar, void (*)()>, "");
+static_assert(!std::is_constructible_v<FlexVar, int Sample::*>, "");
+static_assert(!std::is_assignable_v<FlexVar&, const char*>, "");
+static_assert(!std::is_convertible_v<const char*, FlexVar>, "");
+static_assert(std::is_convertible_v<int, FlexVar>, "");
+
+TEST(FlexVar, NumbersAndNamesItsTypes) {
+    ASSERT_EQ(17U, samples().size());
+    for (std::size_t i = 0; i < samples().size(); ++i) {
+        const Sample& lSample = samples()[i];
+        EXPECT_EQ(static_cast<int>(i), lSample.type);
+        EXPECT_EQ(typeName(lSample), test::plain(FlexVar::getTypeName(lSample.type)));
+        EXPECT_EQ(typeName(lSample), test::plain(lSample.value.getTypeName()));
+    }
+}
+
+TEST(FlexVar, HasOneNameForAllNumbersOutside) {
+    for (const int lNumber : {17, -1, 99, std::numeric_limits<int>::max()}) {
+        EXPECT_EQ("No FlexVar type",
+                  test::plain(FlexVar::getTypeName(static_cast<FlexVar::Type>(lNumber))));
+    }
+}
+
+TEST(FlexVar, TakesItsTypeFromTheArgumentOfItsConstructor) {
+    for (const Sample& lSample : samples()) {
+        EXPECT_EQ(lSample.type, lSample.value.getType()) << lSample.name;
+    }
+    EXPECT_EQ(FlexVar::FlexVar_Int, FlexVar(5).getType());
+    EXPECT_EQ(FlexVar::FlexVar_Long, FlexVar(5L).getType());
+}
+
+TEST(FlexVar, WritesNothingWhenConstructedAndAssigned) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lLevel(9);
+    for (const Sample& lFrom : samples()) {
+        for (const Sample& lTo : samples()) {
+            FlexVar lVar(lFrom.value);
+            lVar = lTo.value;
+            FlexVar lMoved(std::move(lVar));
+            lMoved = FlexVar(lFrom.value);
+        }
+    }
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+}
+
+TEST(FlexVar, KnowsWhatIsNumericStringAndDate) {
+    for (const Sample& lSample : samples()) {
+        EXPECT_EQ(lSample.type >= 2 && lSample.type <= 11, lSample.value.isNumeric())
+            << lSample.name;
+        EXPECT_EQ(lSample.type == 12 || lSample.type == 13, lSample.value.isString())
+            << lSample.name;
+        EXPECT_EQ(lSample.type == 14, lSample.value.isDate()) << lSample.name;
+    }
+}
+
+TEST(FlexVar, OffersTheConstantsOfItsClass) {
+    EXPECT_EQ(0U, FlexVar::mEmptyCString.length());
+    EXPECT_EQ(0U, FlexVar::mEmptyWString.length());
+    EXPECT_TRUE(FlexVar::mEmptyObjectID.isEmpty());
+    EXPECT_EQ("true", test::plain(FlexVar::mCStrBoolTrue));
+    EXPECT_EQ("false", test::plain(FlexVar::mCStrBoolFalse));
+    EXPECT_EQ(L"true", test::plain(FlexVar::mWStrBoolTrue));
+    EXPECT_EQ(L"false", test::plain(FlexVar::mWStrBoolFalse));
+}
+
+TEST(FlexVar, KeepsTheLoadTimeAsItsEmptyDate) {
+    const ACE_Date_Time& lDate = FlexVar::mEmptyACE_Date_Time;
+    tm lFields{};
+    lFields.tm_mday = static_cast<int>(lDate.day());
+    lFields.tm_mon = static_cast<int>(lDate.month()) - 1;
+    lFields.tm_year = static_cast<int>(lDate.year()) - 1900;
+    lFields.tm_hour = static_cast<int>(lDate.hour());
+    lFields.tm_min = static_cast<int>(lDate.minute());
+    lFields.tm_sec = static_cast<int>(lDate.second());
+    lFields.tm_isdst = -1;
+    const double lAge = std::difftime(std::time(nullptr), std::mktime(&lFields));
+    EXPECT_GE(lAge, 0.0);
+    EXPECT_LT(lAge, 600.0);
+    EXPECT_EQ(&lDate, &FlexVar(5).getDateTime());
+}
+
+// Setters.
+
+TEST(FlexVar, SetsEveryKindFromEveryTypeAndTracesTheChange) {
+    const test::TraceLevel lLevel(4);
+    for (const Sample& lFrom : samples()) {
+        for (const Sample& lTo : kinds()) {
+            const test::LogCapture lLog;
+            FlexVar lVar(lFrom.value);
+            lTo.set(lVar);
+            EXPECT_TRUE(isSame(lTo.value, lVar)) << lFrom.name << " to " << lVar;
+            if (lFrom.type == lTo.type) {
+                EXPECT_THAT(lLog.texts(), IsEmpty()) << lFrom.name;
+            } else {
+                EXPECT_THAT(lLog.texts(), ElementsAre(changeLine(lFrom, lTo)));
+            }
+        }
+    }
+}
+
+TEST(FlexVar, TracesAChangeOnlyFromLevel4OnAndWithAcesSwitch) {
+    for (const auto& [lLevel, lDebug] : {std::pair(3U, true), std::pair(9U, false)}) {
+        const test::LogCapture lLog;
+        const test::TraceLevel lTrace(lLevel, lDebug);
+        FlexVar().setInt(1);
+        EXPECT_EQ(0, FlexVar().getInt());
+        EXPECT_EQ(nullptr, FlexVar().releaseBlob());
+        EXPECT_THAT(lLog.lines(), IsEmpty());
+    }
+}
+
+TEST(FlexVar, TracesAtDebugPriorityWithStatus0InItsModulesName) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lLevel(4);
+    FlexVar().setInt(1).getLong();
+    const auto lLines = lLog.lines();
+    ASSERT_EQ(2U, lLines.size());
+    for (const test::LogLine& lLine : lLines) {
+        EXPECT_EQ(LM_DEBUG, lLine.priority);
+        EXPECT_EQ(0, lLine.status);
+        EXPECT_EQ("FlexVar.cpp", lLine.module);
+    }
+}
+
+TEST(FlexVar, ChainsItsSetters) {
+    FlexVar lVar;
+    EXPECT_EQ(&lVar, &lVar.setInt(1).setCString(Narrow("x")).setBool(true));
+    EXPECT_TRUE(lVar.getBool());
+}
+
+TEST(FlexVar, ReusesTheHeldObjectOfTheSameKind) {
+    FlexVar lVar(Narrow("one"));
+    const Narrow* const lText = &lVar.getCString();
+    lVar.setCString(Narrow("a longer one"));
+    EXPECT_EQ(lText, &lVar.getCString());
+    lVar = FlexVar(Narrow("x"));  // moved from: takes the other object
+    const FlexVar lOther(Narrow("y"));
+    const Narrow* const lMoved = &lVar.getCString();
+    lVar = lOther;
+    EXPECT_EQ(lMoved, &lVar.getCString());
+    EXPECT_EQ("y", test::plain(lVar.getCString()));
+
+    FlexVar lBlob(samples()[15].value);
+    const Blob* const lHeld = lBlob.getBlob();
+    lBlob.setBlob(*samples()[15].greater.getBlob());
+    EXPECT_EQ(lHeld, lBlob.getBlob());
+}
+
+TEST(FlexVar, CutsALongToItsLow32Bits) {
+    EXPECT_EQ(-1L, FlexVar(static_cast<long>(0xFFFFFFFFUL)).getLong());
+    EXPECT_EQ(0xFFFFFFFFUL, FlexVar(static_cast<unsigned long>(-1L)).getULong());
+    FlexVar lVar;
+    EXPECT_EQ(std::numeric_limits<int>::min(),
+              lVar.setLong(static_cast<long>(0x80000000UL)).getLong());
+    EXPECT_EQ(0x80000000UL, lVar.setULong(0x80000000UL).getULong());
+    if constexpr (sizeof(long) > 4) {
+        const auto lWide = static_cast<long>(0x1234567890ULL);
+        EXPECT_EQ(0x34567890L, FlexVar(lWide).getLong());
+        EXPECT_EQ(0x34567890L, lVar.setLong(lWide).getLong());
+        EXPECT_EQ(0x34567890UL, FlexVar(static_cast<unsigned long>(lWide)).getULong());
+        EXPECT_EQ(0x34567890UL, lVar.setULong(static_cast<unsigned long>(lWide)).getULong());
+    }
+}
+
+TEST(FlexVar, CopiesABlobSoThatItOwnsItsBytes) {
+    unsigned char lBytes[] = {1, 2};
+    const Blob lBorrowed(lBytes, 2, false);
+    for (const FlexVar& lVar : {FlexVar(lBorrowed), FlexVar().setBlob(lBorrowed)}) {
+        ASSERT_NE(nullptr, lVar.getBlob());
+        EXPECT_TRUE(lVar.getBlob()->isOwner());
+        EXPECT_NE(lBytes, lVar.getBlob()->getData());
+    }
+}
+
+// Setters that take an object over.
+
+TEST(FlexVar, TakesGivenObjectsOver) {
+    for (const Sample& lFrom : samples()) {
+        FlexVar lVar(lFrom.value);
+        auto* const lText = new Narrow("abc");
+        lVar.setCString(lText);
+        EXPECT_EQ(lText, &lVar.getCString());
+        auto* const lWide = new Wide(L"wide");
+        lVar.setWString(lWide);
+        EXPECT_EQ(lWide, &lVar.getWString());
+        auto* const lDate = new ACE_Date_Time(1, 2, 2003);
+        lVar.setDateTime(lDate);
+        EXPECT_EQ(lDate, &lVar.getDateTime());
+        auto* const lBlob = new Blob(nullptr, 0, false);
+        lVar.setBlob(lBlob);
+        EXPECT_EQ(lBlob, lVar.getBlob());
+        auto* const lIdentifier = new ObjectID;
+        lVar.setObjectID(lIdentifier);
+        EXPECT_EQ(lIdentifier, &lVar.getObjectID());
+    }
+}
+
+TEST(FlexVar, ReplacesTheHeldObjectByAGivenOneOfTheSameKindWithoutALine) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lLevel(4);
+    FlexVar lVar(Narrow("one"));
+    auto* const lText = new Narrow("two");
+    lVar.setCString(lText);
+    EXPECT_EQ(lText, &lVar.getCString());
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+    lVar.setBlob(new Blob);
+    EXPECT_THAT(lLog.texts(), ElementsAre(changeLine(samples()[12], samples()[15])));
+}
+
+TEST(FlexVar, KeepsTheHeldObjectThatIsGivenAgain) {
+    FlexVar lVar(samples()[15].value);
+    Blob* const lBlob = lVar.getBlob();
+    lVar.setBlob(lBlob);
+    EXPECT_EQ(lBlob, lVar.getBlob());
+    EXPECT_TRUE(isSame(samples()[15].value, lVar));
+}
+
+namespace {
+
+void setNull(FlexVar& aVar, FlexVar::Type aType) {
+    switch (aType) {
+        case FlexVar::FlexVar_CString:
+            aVar.setCString(static_cast<Narrow*>(nullptr));
+            break;
+        case FlexVar::FlexVar_WString:
+            aVar.setWString(static_cast<Wide*>(nullptr));
+            break;
+        case FlexVar::FlexVar_DateTime:
+            aVar.setDateTime(static_cast<ACE_Date_Time*>(nullptr));
+            break;
+        case FlexVar::FlexVar_Blob:
+            aVar.setBlob(static_cast<Blob*>(nullptr));
+            break;
+        default:
+            aVar.setObjectID(static_cast<ObjectID*>(nullptr));
+    }
+}
+
+}  // namespace
+
+TEST(FlexVar, ReportsANullObjectAndStoresItAllTheSame) {
+    for (const Sample& lFrom : samples()) {
+        for (int lType = 12; lType <= 16; ++lType) {
+            const Sample& lTo = samples()[static_cast<std::size_t>(lType)];
+            const test::LogCapture lLog;
+            FlexVar lVar(lFrom.value);
+            setNull(lVar, lTo.type);
+            EXPECT_EQ(lTo.type, lVar.getType());
+            const auto lLines = lLog.lines();
+            ASSERT_EQ(2U, lLines.size());
+            EXPECT_EQ("FlexVar::set" + lTo.name + ": Null pointer for aValue!\n", lLines[0].text);
+            EXPECT_THAT(lLines[1].text, testing::HasSubstr("assertion failed for 'false'"));
+            for (const test::LogLine& lLine : lLines) {
+                EXPECT_EQ(LM_ERROR, lLine.priority);
+                EXPECT_EQ(-1, lLine.status);
+                EXPECT_EQ("FlexVar.cpp", lLine.module);
+            }
+        }
+    }
+}
+
+TEST(FlexVar, OfAKindWithoutAnObjectReadsLikeTheEmptyValue) {
+    const test::LogCapture lLog;
+    for (int lType = 12; lType <= 16; ++lType) {
+        const Sample& lKind = samples()[static_cast<std::size_t>(lType)];
+        FlexVar lVar;
+        setNull(lVar, lKind.type);
+        EXPECT_TRUE(lKind.isDefault(lVar)) << lKind.name;
+        EXPECT_EQ(lType != 15, lVar == FlexVar(lVar)) << lKind.name;
+        EXPECT_FALSE(lVar < FlexVar(lVar)) << lKind.name;
+        EXPECT_EQ(FlexVar(lVar).hash(), lVar.hash()) << lKind.name;
+        EXPECT_EQ(lType == 12 || lType == 13, test::text(lVar).empty()) << lVar;
+
+        FlexVar lOther(lKind.value);
+        lOther = lVar;
+        EXPECT_TRUE(lKind.isDefault(lOther)) << lKind.name;
+        FlexVar lSet(lVar);
+        lKind.set(lSet);
+        EXPECT_TRUE(isSame(lKind.value, lSet)) << lSet;
+        lOther = lKind.value;
+        EXPECT_TRUE(isSame(lKind.value, lOther)) << lOther;
+        EXPECT_EQ(nullptr, lVar.releaseBlob());
+    }
+}
+
+// Getters.
+
+TEST(FlexVar, ReadAsAnotherTypeGivesTheDefaultAndALine) {
+    const test::TraceLevel lLevel(4);
+    for (const Sample& lHeld : samples()) {
+        for (const Sample& lWanted : kinds()) {
+            const test::LogCapture lLog;
+            const bool lIsDefault = lWanted.isDefault(lHeld.value);
+            EXPECT_EQ(lHeld.type != lWanted.type, lIsDefault) << lHeld.name << lWanted.name;
+            if (lHeld.type == lWanted.type) {
+                EXPECT_THAT(lLog.texts(), IsEmpty());
+            } else {
+                EXPECT_THAT(lLog.texts(), ElementsAre(mismatchLine(lWanted, lHeld)));
+            }
+        }
+    }
+}
+
+TEST(FlexVar, ReturnsTheValuesItWasGiven) {
+    EXPECT_TRUE(FlexVar(true).getBool());
+    EXPECT_EQ('a', samples()[2].value.getChar());
+    EXPECT_EQ(200, samples()[3].value.getUChar());
+    EXPECT_EQ(-300, samples()[4].value.getShort());
+    EXPECT_EQ(60000, samples()[5].value.getUShort());
+    EXPECT_EQ(-70000, samples()[6].value.getInt());
+    EXPECT_EQ(4000000000U, samples()[7].value.getUInt());
+    EXPECT_EQ(-80000L, samples()[8].value.getLong());
+    EXPECT_EQ(4100000000UL, samples()[9].value.getULong());
+    EXPECT_EQ(-1.5F, samples()[10].value.getFloat());
+    EXPECT_EQ(-2.25, samples()[11].value.getDouble());
+    EXPECT_EQ("abc", test::plain(samples()[12].value.getCString()));
+    EXPECT_EQ(L"wide", test::plain(samples()[13].value.getWString()));
+    EXPECT_EQ(2008, samples()[14].value.getDateTime().year());
+    EXPECT_EQ(3, samples()[15].value.getBlob()->getSize());
+    EXPECT_EQ(0x01020304U, samples()[16].value.getObjectID().hash());
+}
+
+TEST(FlexVar, CopiesOutOnlyItsOwnKindAndWritesNothing) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lLevel(9);
+    for (const Sample& lHeld : samples()) {
+        for (const Sample& lWanted : kinds()) {
+            if (lWanted.copyOut) {
+                EXPECT_EQ(lHeld.type == lWanted.type ? 0 : -1, lWanted.copyOut(lHeld.value))
+                    << lHeld.name << " as " << lWanted.name;
+            }
+        }
+    }
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+}
+
+TEST(FlexVar, LeavesTheArgumentOfAFailedCopyOutAlone) {
+    long lLong = 7;
+    EXPECT_EQ(-1, FlexVar(5).getLong(lLong));
+    EXPECT_EQ(7, lLong);
+    Narrow lText("old");
+    EXPECT_EQ(-1, FlexVar(5).getCString(lText));
+    EXPECT_EQ("old", test::plain(lText));
+    ACE_Date_Time lDate(1, 2, 3);
+    EXPECT_EQ(-1, FlexVar(5).getDateTime(lDate));
+    EXPECT_EQ(3, lDate.year());
+}
+
+TEST(FlexVar, CopiesItsValueOut) {
+    long lLong = 7;
+    EXPECT_EQ(0, FlexVar(-5L).getLong(lLong));
+    EXPECT_EQ(-5, lLong);
+    unsigned long lULong = 7;
+    EXPECT_EQ(0, FlexVar(0xFFFFFFFFUL).getULong(lULong));
+    EXPECT_EQ(0xFFFFFFFFUL, lULong);
+    Narrow lText("old");
+    EXPECT_EQ(0, samples()[12].value.getCString(lText));
+    EXPECT_EQ("abc", test::plain(lText));
+    Wide lWide;
+    EXPECT_EQ(0, samples()[13].value.getWString(lWide));
+    EXPECT_EQ(L"wide", test::plain(lWide));
+    ObjectID lIdentifier;
+    EXPECT_EQ(0, samples()[16].value.getObjectID(lIdentifier));
+    EXPECT_TRUE(samples()[16].value.getObjectID() == lIdentifier);
+}
+
+// Copies, moves and assignments.
+
+TEST(FlexVar, CopiesEveryTypeDeeply) {
+    for (const Sample& lSample : samples()) {
+        FlexVar lCopy(lSample.value);
+        EXPECT_TRUE(isSame(lSample.value, lCopy)) << lSample.name;
+        lCopy.setInt(1);
+        EXPECT_EQ(lSample.type, lSample.value.getType()) << lSample.name;
+    }
+    const FlexVar lCopy(samples()[12].value);
+    EXPECT_NE(&samples()[12].value.getCString(), &lCopy.getCString());
+}
+
+TEST(FlexVar, AssignsEveryTypeToEveryType) {
+    for (const Sample& lFrom : samples()) {
+        for (const Sample& lTo : samples()) {
+            FlexVar lVar(lFrom.value);
+            EXPECT_EQ(&lVar, &(lVar = lTo.value));
+            EXPECT_TRUE(isSame(lTo.value, lVar)) << lFrom.name << " to " << lVar;
+        }
+    }
+}
+
+TEST(FlexVar, MovesEveryTypeAndLeavesTypeNone) {
+    for (const Sample& lFrom : samples()) {
+        for (const Sample& lTo : samples()) {
+            FlexVar lSource(lTo.value);
+            FlexVar lMoved(std::move(lSource));
+            EXPECT_EQ(FlexVar::FlexVar_NoType, lSource.getType());
+            FlexVar lVar(lFrom.value);
+            lVar = std::move(lMoved);
+            EXPECT_EQ(FlexVar::FlexVar_NoType, lMoved.getType());
+            EXPECT_TRUE(isSame(lTo.value, lVar)) << lFrom.name << " to " << lVar;
+        }
+    }
+}
+
+TEST(FlexVar, MovesTheVeryObject) {
+    FlexVar lSource(Narrow("abc"));
+    const Narrow* const lText = &lSource.getCString();
+    const FlexVar lMoved(std::move(lSource));
+    EXPECT_EQ(lText, &lMoved.getCString());
+}
+
+TEST(FlexVar, SurvivesAssignmentToItself) {
+    for (const Sample& lSample : samples()) {
+        FlexVar lVar(lSample.value);
+        const FlexVar& lSelf = lVar;
+        lVar = lSelf;
+        EXPECT_TRUE(isSame(lSample.value, lVar)) << lSample.name;
+        FlexVar& lAlias = lVar;
+        lVar = std::move(lAlias);
+        EXPECT_TRUE(isSame(lSample.value, lVar)) << lSample.name;
+    }
+}
+
+TEST(FlexVar, TakesItsOwnContentAsArgument) {
+    FlexVar lText(Narrow("a text that needs memory"));
+    lText.setCString(lText.getCString());
+    EXPECT_EQ("a text that needs memory", test::plain(lText.getCString()));
+    FlexVar lWide(Wide(L"wide"));
+    lWide.setWString(lWide.getWString());
+    EXPECT_EQ(L"wide", test::plain(lWide.getWString()));
+    FlexVar lDate(samples()[14].value);
+    lDate.setDateTime(lDate.getDateTime());
+    EXPECT_TRUE(isSame(samples()[14].value, lDate));
+    FlexVar lBlob(samples()[15].value);
+    lBlob.setBlob(*lBlob.getBlob());
+    EXPECT_TRUE(isSame(samples()[15].value, lBlob));
+    FlexVar lIdentifier(samples()[16].value);
+    lIdentifier.setObjectID(lIdentifier.getObjectID());
+    EXPECT_TRUE(isSame(samples()[16].value, lIdentifier));
+}
+
+TEST(FlexVar, TakesABlobThatBorrowsFromTheHeldString) {
+    FlexVar lVar(Narrow("bytes"));
+    auto* const lBytes =
+        reinterpret_cast<unsigned char*>(const_cast<char*>(lVar.getCString().fast_rep()));
+    lVar.setBlob(Blob(lBytes, 5, false));
+    EXPECT_EQ("Size 5 [0x62 0x79 0x74 0x65 0x73 ]", test::text(lVar));
+}
+
+TEST(FlexVar, CopiesOutIntoTheHeldStringItself) {
+    FlexVar lVar(Narrow("abc"));
+    auto& lHeld = const_cast<Narrow&>(lVar.getCString());
+    EXPECT_EQ(0, lVar.getCString(lHeld));
+    EXPECT_EQ("abc", test::plain(lHeld));
+}
+
+// Blobs given away.
+
+TEST(FlexVar, GivesItsBlobAwayWithoutALine) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lLevel(9);
+    FlexVar lVar(samples()[15].value);
+    Blob* const lHeld = lVar.getBlob();
+    const std::unique_ptr<Blob> lBlob(lVar.releaseBlob());
+    EXPECT_EQ(lHeld, lBlob.get());
+    EXPECT_EQ(FlexVar::FlexVar_NoType, lVar.getType());
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+}
+
+TEST(FlexVar, HasNoBlobToGiveAwayWhenOfAnotherType) {
+    const test::TraceLevel lLevel(4);
+    for (const Sample& lSample : samples()) {
+        if (lSample.type == FlexVar::FlexVar_Blob) {
+            continue;
+        }
+        const test::LogCapture lLog;
+        FlexVar lVar(lSample.value);
+        EXPECT_EQ(nullptr, lVar.releaseBlob());
+        EXPECT_TRUE(isSame(lSample.value, lVar));
+        EXPECT_THAT(lLog.texts(),
+                    ElementsAre("%t FlexVar::releaseBlob: It is only allowed to call this method "
+                                "if it is a Blob, so do a check before you call this method!\n"
+                                "Type = " +
+                                std::to_string(lSample.type) + "\n"));
+    }
+}
+
+// Hashes.
+
+TEST(FlexVar, HashesIntegersAsTheyAre) {
+    EXPECT_EQ(0xFFFFFFFFU, FlexVar(char(-1)).hash());
+    EXPECT_EQ(255U, FlexVar(static_cast<unsigned char>(255)).hash());
+    EXPECT_EQ(0xFFFF8000U, FlexVar(static_cast<short>(-32768)).hash());
+    EXPECT_EQ(65535U, FlexVar(static_cast<unsigned short>(65535)).hash());
+    EXPECT_EQ(0xFFFFFFFEU, FlexVar(-2).hash());
+    EXPECT_EQ(4000000000U, FlexVar(4000000000U).hash());
+    EXPECT_EQ(0xFFFFFFFDU, FlexVar(-3L).hash());
+    EXPECT_EQ(4000000000U, FlexVar(4000000000UL).hash());
+}
+
+TEST(FlexVar, HashesFloatingNumbersTruncated) {
+    EXPECT_EQ(0xFFFFFFFFU, FlexVar(-1.9F).hash());
+    EXPECT_EQ(3U, FlexVar(3.99).hash());
+    EXPECT_EQ(1U, FlexVar(4294967297.5).hash());
+    EXPECT_EQ(0xFFFFFFFFU, FlexVar(-4294967297.0).hash());
+    EXPECT_EQ(0xFFFFFC00U, FlexVar(9223372036854774784.0).hash());
+}
+
+TEST(FlexVar, HashesWhatDoesNotFitAs0) {
+    for (const double lNumber :
+         {1e300, -1e300, 9223372036854775808.0, std::numeric_limits<double>::infinity(),
+          std::numeric_limits<double>::quiet_NaN()}) {
+        EXPECT_EQ(0U, FlexVar(lNumber).hash()) << lNumber;
+        EXPECT_EQ(0U, FlexVar(static_cast<float>(lNumber)).hash()) << lNumber;
+    }
+}
+
+TEST(FlexVar, HashesStringsByTheirBytes) {
+    const std::string lText = "a text of \xE9\xFF bytes, long enough to fold over";
+    EXPECT_EQ(static_cast<std::uint32_t>(ACE::hash_pjw(lText.data(), lText.size())),
+              FlexVar(narrow(lText)).hash());
+    EXPECT_EQ(21450U, FlexVar(Narrow("ab")).hash());
+    EXPECT_EQ(218214714U, FlexVar(narrow(lText)).hash());
+    EXPECT_EQ(28080U, FlexVar(wide(L"w\x100")).hash());
+    const std::wstring lWide = L"w\x100\x7FFFFFFF";
+    EXPECT_EQ(static_cast<std::uint32_t>(ACE::hash_pjw(reinterpret_cast<const char*>(lWide.data()),
+                                                       lWide.size() * sizeof(wchar_t))),
+              FlexVar(wide(lWide)).hash());
+}
+
+TEST(FlexVar, HashesTheRestByAFieldOrNotAtAll) {
+    EXPECT_EQ(59U, samples()[14].value.hash());
+    EXPECT_EQ(0x01020304U, samples()[16].value.hash());
+    EXPECT_EQ(0U, FlexVar().hash());
+    EXPECT_EQ(0U, FlexVar(true).hash());
+    EXPECT_EQ(0U, samples()[15].value.hash());
+}
