@@ -1,0 +1,120 @@
+/// @file
+/// The process-wide reactor, which serves timers, ports and connections, and its threads.
+///
+/// There is one `OSX_Reactor` in a process, reached only through
+/// `ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()`. It is made on first use
+/// and not destroyed at exit. Any thread may call any of its operations at any time.
+///
+/// When a process ends without stopping them, its loop threads start no further callback once the
+/// library is torn down.
+#ifndef OSX_OSX_OSX_REACTOR_H
+#define OSX_OSX_OSX_REACTOR_H
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "ace/Containers_T.h"
+#include "ace/Singleton.h"
+#include "ace/Task.h"
+#include "ace/Thread_Mutex.h"
+#include "base/osxExport.h"
+
+class ACE_Reactor;
+class ACE_TP_Reactor;
+
+/// One thread that runs the event loop.
+class OSX_EXPORT OSX_ReactorThread : public ACE_Task<ACE_MT_SYNCH> {
+public:
+    OSX_ReactorThread();
+    ~OSX_ReactorThread() override;
+
+    OSX_ReactorThread(const OSX_ReactorThread&) = delete;
+    OSX_ReactorThread& operator=(const OSX_ReactorThread&) = delete;
+
+    /// Starts the thread.
+    /// @return 0; -1 when it could not be started.
+    int init();
+
+    /// The thread's body: serves the process-wide reactor, in slices of at most 250 ms, until
+    /// `stopRunning`. @return 0.
+    int svc() override;
+
+    /// Makes the thread end within one slice and the running time of a handler in progress. A stop
+    /// that comes between `init` and the thread's first step ends it too.
+    void stopRunning();
+
+    /// Stops the thread, and waits until it has ended. @return false when called by the thread
+    /// itself, which then ends once the handler in progress returns.
+    bool stopAndWait();
+
+private:
+    enum Phase { kIdle, kRunning, kStopped };
+
+    void begin();
+    void end();
+    bool isRunning() const;
+    bool isCaller();
+    void rest();
+    bool waitUntilEnded();
+
+    std::atomic<int> mPhase;
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::thread::id mSelf;
+    bool mEnded;
+};
+
+/// The reactor and its threads.
+class OSX_EXPORT OSX_Reactor {
+public:
+    /// Creates the reactor, but does not install it. Memory running short leaves ENOMEM in `errno`
+    /// and an object that serves nothing.
+    OSX_Reactor();
+
+    /// Stops the threads, and destroys the reactor.
+    ~OSX_Reactor();
+
+    OSX_Reactor(const OSX_Reactor&) = delete;
+    OSX_Reactor& operator=(const OSX_Reactor&) = delete;
+
+    /// Makes this the process-wide reactor, `ACE_Reactor::instance()`. One that was installed
+    /// before is left alone, together with the timers and ports that were made on it.
+    void initReactor();
+
+    /// `initReactor` and one `startExtraReactorThread`. @return 0.
+    int startReactor();
+
+    /// Adds one thread that runs the event loop of the process-wide reactor. @return 0, also when
+    /// the thread could not be made.
+    int startExtraReactorThread();
+
+    /// Ends every running and future event loop of the process-wide reactor. Threads of this
+    /// object stay, idle, until they are stopped. @return 0.
+    int stopReactor();
+
+    /// Stops, joins and frees every thread, in 250 ms and the running time of handlers in progress.
+    /// A thread of this object that calls it, from a handler, ends after that handler and is freed
+    /// by the next call.
+    void stopAndDeleteReactorThreads();
+
+private:
+    class TimerQueue;
+    using Threads = ACE_Unbounded_Set<OSX_ReactorThread*>;
+
+    void markThreadsStopped();
+    OSX_ReactorThread* takeThread();
+    void keepThread(OSX_ReactorThread* aThread);
+
+    ACE_TP_Reactor* mImplementation;
+    ACE_Reactor* mReactor;
+    Threads mThreads;
+    TimerQueue* mTimerQueue;
+    std::mutex mMutex;
+};
+
+/// The one instance of the process lives in the library, whoever asks for it.
+extern template class OSX_EXPORT ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>;
+
+#endif

@@ -1,0 +1,146 @@
+#include "osx/eventLoop.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "ace/Reactor.h"
+#include "osx/OSX_Reactor.h"
+#include "osx/osx.h"
+
+namespace {
+
+/// ACE offers no look at its reactor that does not make one.
+class ReactorPeek : public ACE_Reactor {
+public:
+    static ACE_Reactor* current() { return reactor_; }
+};
+
+std::atomic<ACE_Reactor*> gOwnReactor{nullptr};
+std::atomic<bool> gExiting{false};
+std::atomic<int> gServing{0};
+thread_local int tServing = 0;
+
+/// At exit ACE's own objects go after the library's, under the feet of threads that still run:
+/// they are held here instead, where they touch nothing.
+[[noreturn]] void park() {
+    for (;;) {
+        ::pause();
+    }
+}
+
+/// A thread between the event loop's code and its own; it parks itself once the process ends.
+class Serving {
+public:
+    Serving() {
+        ++gServing;
+        ++tServing;
+        parkAtExit();
+    }
+    ~Serving() { leave(); }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+
+    static void parkAtExit() {
+        if (gExiting.load() && tServing == 1) {
+            leave();
+            park();
+        }
+    }
+
+private:
+    static void leave() {
+        --tServing;
+        --gServing;
+    }
+};
+
+/// Gives the loop threads a moment to leave the reactor when the library is torn down. One that is
+/// inside a callback for longer is not waited for.
+class ExitGuard {
+public:
+    ~ExitGuard() {
+        gExiting = true;
+        for (int lStep = 0; lStep < kSteps && gServing.load() > tServing; ++lStep) {
+            osx::wake(osx::ownReactor());
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    }
+
+private:
+    static constexpr int kSteps = 300;
+};
+const ExitGuard gExitGuard;
+
+/// Called by the loop of `osxRunReactor` after each event. @return 0 to let the loop go on.
+int afterEvent(ACE_Reactor*) {
+    Serving::parkAtExit();
+    return 0;
+}
+
+}  // namespace
+
+namespace osx {
+
+ACE_Reactor* installedReactor() {
+    return ReactorPeek::current();
+}
+
+ACE_Reactor* processReactor() {
+    if (installedReactor() == nullptr) {
+        if (OSX_Reactor* lReactor =
+                ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()) {
+            lReactor->initReactor();
+        }
+    }
+    return installedReactor();
+}
+
+void setOwnReactor(ACE_Reactor* aReactor) {
+    gOwnReactor = aReactor;
+}
+
+ACE_Reactor* ownReactor() {
+    return gOwnReactor;
+}
+
+bool serveOneEvent(const ACE_Time_Value& aLimit) {
+    const Serving lServing;
+    ACE_Reactor* const lReactor = installedReactor();
+    if (lReactor == nullptr) {
+        return false;
+    }
+    ACE_Time_Value lLimit(aLimit);
+    const int lResult = lReactor->handle_events(lLimit);
+    const bool lServed = lResult != -1 || errno == EINTR;
+    Serving::parkAtExit();
+    return lServed;
+}
+
+void wake(ACE_Reactor* aReactor) {
+    if (aReactor != nullptr) {
+        ACE_Time_Value lNoWait(ACE_Time_Value::zero);
+        aReactor->notify(nullptr, ACE_Event_Handler::EXCEPT_MASK, &lNoWait);
+    }
+}
+
+}  // namespace osx
+
+int osxRunReactor() {
+    ACE_Reactor* const lReactor = osx::installedReactor();
+    if (lReactor == nullptr) {
+        return 0;
+    }
+    const Serving lServing;
+    return lReactor->run_reactor_event_loop(&afterEvent);
+}
+
+int osxStopReactor() {
+    if (ACE_Reactor* const lReactor = osx::installedReactor()) {
+        lReactor->end_reactor_event_loop();
+    }
+    return 0;
+}

@@ -1,0 +1,35 @@
+/// @file
+/// Which reactor is the process's, and how threads of the library serve it. Internal.
+#ifndef OSX_OSX_EVENTLOOP_H
+#define OSX_OSX_EVENTLOOP_H
+
+class ACE_Reactor;
+class ACE_Time_Value;
+
+namespace osx {
+
+/// @return the process-wide reactor; null when neither the library nor the application has
+///         installed one. `ACE_Reactor::instance()` would make one.
+ACE_Reactor* installedReactor();
+
+/// @return the process-wide reactor, after installing the library's own if there was none; null
+///         when memory is short.
+ACE_Reactor* processReactor();
+
+/// Tells the library's own reactor to the clean-up at exit, which has to wake its threads; null
+/// when it goes.
+void setOwnReactor(ACE_Reactor* aReactor);
+
+/// @return the library's own reactor if it has been installed.
+ACE_Reactor* ownReactor();
+
+/// Waits for one event of the process-wide reactor and serves it.
+/// @return false when there was nothing to wait on: no reactor, or one that has been stopped.
+bool serveOneEvent(const ACE_Time_Value& aLimit);
+
+/// Makes a thread that waits for events of a reactor look up. Never blocks.
+void wake(ACE_Reactor* aReactor);
+
+}  // namespace osx
+
+#endif

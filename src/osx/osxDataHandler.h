@@ -1,0 +1,73 @@
+/// @file
+/// One accepted connection of a listening port.
+///
+/// A handler lives from its connection's accept until the connection ends, when it destroys
+/// itself; nobody else owns it. Its callbacks come on threads that run the event loop, one at a
+/// time.
+#ifndef OSX_OSX_OSXDATAHANDLER_H
+#define OSX_OSX_OSXDATAHANDLER_H
+
+#include <atomic>
+#include <cstdint>
+
+#include "ace/INET_Addr.h"
+#include "ace/SOCK_Stream.h"
+#include "osx/osx.h"
+#include "osx/osxEventHandler.h"
+
+/// The callbacks of a port and their datum; see `osxRegisterPort`.
+struct osxPortCallbacks_t {
+    osxNewConnectionFnc_t aNewConnectionFnc;        ///< May be null, as each of them.
+    osxDataAvailFnc_t aDataAvailFnc;                ///< If given, it reads.
+    osxNewDataFnc_t aNewDataFnc;                    ///< Gets what was read.
+    osxClosedConnectionFnc_t aClosedConnectionFnc;  ///< Called once.
+    void* aUserData;                                ///< Where each connection's copy starts.
+};
+
+/// The connection: reads, calls back, cleans up.
+class OSX_EXPORT osxDataHandler : public osxEventHandler {
+public:
+    /// Handlers made and destroyed so far, for diagnostics.
+    static std::atomic<std::int32_t> mNrCreated;
+    static std::atomic<std::int32_t> mNrDestroyed;
+
+    /// Calls the new-connection callback and registers with the reactor; a registration that fails
+    /// ends the process. The maker gives its reference up, by `remove_reference`, once the
+    /// constructor has returned: until then the handler exists even if its connection has ended.
+    /// @param aStream a connected socket, which is the handler's from now on.
+    osxDataHandler(const ACE_SOCK_Stream& aStream, const ACE_INET_Addr& aPeer,
+                   const osxPortCallbacks_t& aCallbacks);
+
+    ~osxDataHandler() override;
+
+    osxDataHandler(const osxDataHandler&) = delete;
+    osxDataHandler& operator=(const osxDataHandler&) = delete;
+
+    /// @return the connection's descriptor.
+    ACE_HANDLE get_handle() const override;
+
+    /// Lets the data-available callback read, or reads once and hands over what came. When the
+    /// connection has ended it closes it, here and not in the reactor, whose other threads must not
+    /// wait for the closed-connection callback.
+    /// @return 0, the data-available callback's result, or -1 when the connection was closed.
+    int handle_input(ACE_HANDLE aHandle) override;
+
+    /// Ends the connection: the closed-connection callback, once, and the end of the handler.
+    /// @return 0.
+    int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
+
+private:
+    void announce();
+    int registerWithReactor();
+    void removeStaleHandler();
+    int receive();
+    int received(unsigned char* aData, ssize_t aResult);
+
+    ACE_SOCK_Stream mStream;
+    ACE_INET_Addr mPeer;
+    osxPortCallbacks_t mCallbacks;
+    const ACE_HANDLE mDescriptor;
+    std::atomic<bool> mClosed;
+};
+
+#endif

@@ -1,0 +1,19 @@
+#include "osx/osxEventHandler.h"
+
+osxEventHandler::osxEventHandler() {
+    reference_counting_policy().value(Reference_Counting_Policy::ENABLED);
+}
+
+osxEventHandler::~osxEventHandler() = default;
+
+ACE_Event_Handler::Reference_Count osxEventHandler::add_reference() {
+    return mReferences.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+ACE_Event_Handler::Reference_Count osxEventHandler::remove_reference() {
+    const Reference_Count lLeft = mReferences.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    if (lLeft == 0) {
+        delete this;
+    }
+    return lLeft;
+}

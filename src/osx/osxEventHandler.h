@@ -1,0 +1,33 @@
+/// @file
+/// The common base of what the library registers with a reactor.
+#ifndef OSX_OSX_OSXEVENTHANDLER_H
+#define OSX_OSX_OSXEVENTHANDLER_H
+
+#include <atomic>
+
+#include "ace/Event_Handler.h"
+#include "base/osxExport.h"
+
+/// An event handler that lives as long as somebody holds a reference: whoever made it, the reactor
+/// while it is registered, and a thread that is dispatching it. So it may be taken out of the
+/// reactor on any thread while another one is calling it.
+class OSX_EXPORT osxEventHandler : public ACE_Event_Handler {
+public:
+    ~osxEventHandler() override;
+
+    Reference_Count add_reference() override;
+
+    /// Destroys the handler, which must come from `new`, when it was the last one.
+    Reference_Count remove_reference() override;
+
+protected:
+    /// The new handler has one reference, its maker's.
+    osxEventHandler();
+
+private:
+    /// Counted here and not by the base so that the order between the last use on one thread and
+    /// the destruction on another is visible to whoever analyses it.
+    std::atomic<Reference_Count> mReferences{1};
+};
+
+#endif

@@ -1,0 +1,256 @@
+#include "osx/osxListenHandler.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "ace/Reactor.h"
+#include "base/allocate.h"
+#include "base/assertion.h"
+#include "base/diagnosticLine.h"
+#include "osx/eventLoop.h"
+
+using osx::DiagnosticLine;
+
+namespace {
+
+constexpr char kModule[] = "osxListenHandler.cpp";
+constexpr int kBacklog = 5;
+constexpr std::chrono::seconds kReportInterval(1);
+constexpr ACE_Reactor_Mask kRemoveSilently =
+    ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL;
+constexpr int kDontCallHandleClose = 1;
+
+ACE_Time_Value pauseTime() {
+    return ACE_Time_Value(0, 100000);
+}
+
+/// Failures after which the connection still waits in the kernel's queue, so that the port would be
+/// found readable again at once.
+bool isShortage(int aError) {
+    return aError == EMFILE || aError == ENFILE || aError == ENOBUFS || aError == ENOMEM;
+}
+
+bool listenOn(int aSocket, const ACE_INET_Addr& aAddress) {
+    const int lOn = 1;
+    const auto* const lAddress = static_cast<const sockaddr*>(aAddress.get_addr());
+    return ::setsockopt(aSocket, SOL_SOCKET, SO_REUSEADDR, &lOn, sizeof lOn) == 0 &&
+           ::bind(aSocket, lAddress, static_cast<socklen_t>(aAddress.get_size())) == 0 &&
+           ::listen(aSocket, kBacklog) == 0;
+}
+
+ACE_HANDLE acceptOn(int aSocket, ACE_INET_Addr& aPeer) {
+    sockaddr_in lPeer{};
+    socklen_t lLength = sizeof lPeer;
+    ACE_HANDLE lConnection = ACE_INVALID_HANDLE;
+    do {
+        lConnection =
+            ::accept4(aSocket, reinterpret_cast<sockaddr*>(&lPeer), &lLength, SOCK_CLOEXEC);
+    } while (lConnection == ACE_INVALID_HANDLE && errno == EINTR);
+    if (lConnection != ACE_INVALID_HANDLE) {
+        aPeer.set(&lPeer, static_cast<int>(lLength));
+    }
+    return lConnection;
+}
+
+void closeKeepingErrno(int aDescriptor) {
+    const int lError = errno;
+    ::close(aDescriptor);
+    errno = lError;
+}
+
+}  // namespace
+
+osxListenHandler::osxListenHandler(unsigned long aPortnumber,
+                                   osxNewConnectionFnc_t aNewConnectionFnc,
+                                   osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
+                                   osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData)
+    : mLocalAddress(static_cast<unsigned short>(aPortnumber)),
+      mCallbacks{aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc, aUserData},
+      mSpare(ACE_INVALID_HANDLE) {
+    openAcceptor();
+    DiagnosticLine(kModule).trace(
+        9,
+        "%t osxListenHandler::osxListenHandler: aPortnumber [%d] aNewConnectionFnc[0x%x] "
+        "aDataAvailFnc [0x%x] aNewDataFnc[0x%x] aClosedConnectionFnc[0x%x] aUserData [0x%x]\n",
+        aPortnumber, aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc,
+        aUserData);
+    if (registerWithReactor() != 0) {
+        DiagnosticLine(kModule).failure(LM_ERROR,
+                                        "%t osxListenHandler::osxListenHandler: Unable to "
+                                        "register_handler with the reactor, aPortnumber [%d]\n",
+                                        aPortnumber);
+        osx::failAssertion("result == 0", kModule);
+    }
+}
+
+osxListenHandler::~osxListenHandler() {
+    close();
+}
+
+void osxListenHandler::close() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
+        reactor()->remove_handler(mAcceptor.get_handle(), kRemoveSilently);
+        reactor()->cancel_timer(this, kDontCallHandleClose);
+        closeAcceptor();
+    }
+}
+
+ACE_HANDLE osxListenHandler::get_handle() const {
+    return mAcceptor.get_handle();
+}
+
+int osxListenHandler::handle_input(ACE_HANDLE) {
+    ACE_INET_Addr lPeer;
+    const ACE_HANDLE lConnection = acceptConnection(lPeer);
+    if (lConnection == ACE_INVALID_HANDLE) {
+        reportFailedAccept();
+        return 0;
+    }
+    return serve(lConnection, lPeer);
+}
+
+int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
+        reactor()->register_handler(mAcceptor.get_handle(), this, ACE_Event_Handler::ACCEPT_MASK);
+    }
+    return 0;
+}
+
+int osxListenHandler::handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask) {
+    DiagnosticLine(kModule).trace(9, "%t osxListenHandler::handle_close: handle = %d\n", aHandle);
+    // The reactor calls with its own lock held, which holders of the mutex wait for.
+    const std::unique_lock<std::mutex> lLock(mMutex, std::try_to_lock);
+    if (lLock.owns_lock()) {
+        closeAcceptor();
+    }
+    return 0;
+}
+
+void osxListenHandler::openAcceptor() {
+    const int lSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (lSocket == -1) {
+        return;
+    }
+    if (!listenOn(lSocket, mLocalAddress)) {
+        closeKeepingErrno(lSocket);
+        return;
+    }
+    mAcceptor.set_handle(lSocket);
+    openSpare();
+}
+
+int osxListenHandler::registerWithReactor() {
+    reactor(osx::processReactor());
+    if (reactor() == nullptr || mAcceptor.get_handle() == ACE_INVALID_HANDLE) {
+        return -1;
+    }
+    return reactor()->register_handler(mAcceptor.get_handle(), this,
+                                       ACE_Event_Handler::ACCEPT_MASK);
+}
+
+/// @return the next connection; none, with `errno`, when there is none or it had to be refused.
+ACE_HANDLE osxListenHandler::acceptConnection(ACE_INET_Addr& aPeer) {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (mAcceptor.get_handle() == ACE_INVALID_HANDLE) {
+        errno = EWOULDBLOCK;
+        return ACE_INVALID_HANDLE;
+    }
+    const ACE_HANDLE lConnection = acceptOn(mAcceptor.get_handle(), aPeer);
+    if (lConnection == ACE_INVALID_HANDLE) {
+        if (isShortage(errno)) {
+            refuseWithSpare();
+        }
+        return ACE_INVALID_HANDLE;
+    }
+    if (static_cast<std::size_t>(lConnection) >= reactor()->size()) {
+        ::close(lConnection);
+        errno = EMFILE;
+        return ACE_INVALID_HANDLE;
+    }
+    return lConnection;
+}
+
+/// Takes the waiting connection, which would keep the port readable, with the descriptor kept for
+/// this, and closes it. Where that does not help the port stays silent for a while.
+void osxListenHandler::refuseWithSpare() {
+    const int lError = errno;
+    bool lRefused = false;
+    if (mSpare != ACE_INVALID_HANDLE) {
+        ::close(mSpare);
+        mSpare = ACE_INVALID_HANDLE;
+        ACE_INET_Addr lPeer;
+        const ACE_HANDLE lConnection = acceptOn(mAcceptor.get_handle(), lPeer);
+        if (lConnection != ACE_INVALID_HANDLE) {
+            ::close(lConnection);
+            lRefused = true;
+        }
+    }
+    openSpare();
+    if (!lRefused) {
+        pause();
+    }
+    errno = lError;
+}
+
+void osxListenHandler::openSpare() {
+    mSpare = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+void osxListenHandler::pause() {
+    if (reactor()->schedule_timer(this, nullptr, pauseTime()) != -1) {
+        reactor()->remove_handler(mAcceptor.get_handle(), kRemoveSilently);
+    }
+}
+
+void osxListenHandler::reportFailedAccept() {
+    const DiagnosticLine lLine(kModule);
+    const int lError = errno;
+    if (lError != EWOULDBLOCK && mayReport()) {
+        lLine.failure(LM_ERROR,
+                      "%t osxListenHandler::handle_input: Unable to accept incoming socket "
+                      "::errno[%d]\n",
+                      lError);
+    }
+}
+
+/// Failed accepts may come at any rate; their lines do not.
+bool osxListenHandler::mayReport() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const Clock::time_point lNow = Clock::now();
+    if (lNow < mNextReport) {
+        return false;
+    }
+    mNextReport = lNow + kReportInterval;
+    return true;
+}
+
+int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) {
+    std::array<char, 16> lHost{};
+    aPeer.get_host_addr(lHost.data(), static_cast<int>(lHost.size()));
+    DiagnosticLine(kModule).notice("Remote connection from: %s:%d\n", lHost.data(),
+                                   aPeer.get_port_number());
+    auto* const lDataHandler =
+        osx::allocate<osxDataHandler>(ACE_SOCK_Stream(aConnection), aPeer, mCallbacks);
+    if (lDataHandler == nullptr) {
+        closeKeepingErrno(aConnection);
+        return -1;
+    }
+    lDataHandler->remove_reference();
+    DiagnosticLine(kModule).trace(9, "%t osxListenHandler::handle_input: handle = %d\n",
+                                  aConnection);
+    return 0;
+}
+
+void osxListenHandler::closeAcceptor() {
+    mAcceptor.close();
+    if (mSpare != ACE_INVALID_HANDLE) {
+        ::close(mSpare);
+        mSpare = ACE_INVALID_HANDLE;
+    }
+}

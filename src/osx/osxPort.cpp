@@ -1,0 +1,43 @@
+#include "base/allocate.h"
+#include "base/diagnosticLine.h"
+#include "osx/eventLoop.h"
+#include "osx/osx.h"
+#include "osx/osxListenHandler.h"
+
+using osx::DiagnosticLine;
+
+namespace {
+constexpr char kModule[] = "osxACE.cpp";
+constexpr auto kFailed = static_cast<unsigned long>(-1);
+}  // namespace
+
+unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
+                              osxNewConnectionFnc_t aNewConnectionFnc,
+                              osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
+                              osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData) {
+    osxListenHandler* losxListenHandler = nullptr;
+    if (osx::processReactor() != nullptr) {
+        losxListenHandler =
+            osx::allocate<osxListenHandler>(aPortnumber, aNewConnectionFnc, aDataAvailFnc,
+                                            aNewDataFnc, aClosedConnectionFnc, aUserData);
+    }
+    if (losxListenHandler == nullptr) {
+        errno = ENOMEM;
+        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxRegisterPort: losxListenHandler == 0 \n");
+        return kFailed;
+    }
+    aPort = losxListenHandler;
+    return 0;
+}
+
+unsigned long osxUnregisterPort(void*& aPort) {
+    auto* const losxListenHandler = DiagnosticLine(kModule).object<osxListenHandler>(
+        aPort, LM_DEBUG, "%t osxUnregisterPort: losxListenHandler == 0 \n");
+    if (losxListenHandler == nullptr) {
+        return kFailed;
+    }
+    losxListenHandler->close();
+    losxListenHandler->remove_reference();
+    aPort = nullptr;
+    return 0;
+}

@@ -1,0 +1,108 @@
+#include "osx/timerSchedule.h"
+
+#include <chrono>
+#include <utility>
+
+#include "ace/Reactor.h"
+#include "base/diagnosticLine.h"
+
+namespace {
+
+constexpr char kModule[] = "osxTimeoutHandler.cpp";
+constexpr std::chrono::milliseconds kCallbackGrace(250);
+constexpr int kDontCallHandleClose = 1;
+
+/// The timer whose callback the thread is running.
+thread_local const osx::TimerSchedule* tCurrent = nullptr;
+
+}  // namespace
+
+namespace osx {
+
+TimerSchedule::TimerSchedule(Function aFunction)
+    : mFunction(aFunction), mReactor(nullptr), mPeriodic(false), mStopped(false), mRunning(0) {}
+
+TimerSchedule::~TimerSchedule() = default;
+
+void TimerSchedule::call(Function aFunction, const void* aAct) {
+    if (aFunction == nullptr) {
+        DiagnosticLine(kModule).failure(LM_ERROR,
+                                        "%t osxTimeoutHandler::handle_timeout: mFnc == 0\n");
+        return;
+    }
+    aFunction(aAct);
+}
+
+long TimerSchedule::start(ACE_Reactor* aReactor, const void* aAct, const ACE_Time_Value& aDelay,
+                          const ACE_Time_Value& aInterval) {
+    mReactor = aReactor;
+    mPeriodic = aInterval > ACE_Time_Value::zero;
+    const long lTimerID = aReactor->schedule_timer(this, aAct, aDelay, aInterval);
+    if (lTimerID == -1) {
+        stop();
+    }
+    return lTimerID;
+}
+
+int TimerSchedule::cancel() {
+    ACE_Reactor* const lReactor = stop();
+    // By the handler and not by the timer's id: ids are used again, so that the id of a timer that
+    // is just being fired may already be another's.
+    return lReactor == nullptr ? 0 : lReactor->cancel_timer(this, kDontCallHandleClose);
+}
+
+void TimerSchedule::retire() {
+    cancel();
+    awaitCallbacks();
+    remove_reference();
+}
+
+int TimerSchedule::handle_timeout(const ACE_Time_Value&, const void* aAct) {
+    if (enter()) {
+        const TimerSchedule* const lFormer = std::exchange(tCurrent, this);
+        call(mFunction, aAct);
+        tCurrent = lFormer;
+        leave();
+    }
+    return 0;
+}
+
+/// The reactor is going, and the timer with it.
+int TimerSchedule::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
+    stop();
+    return 0;
+}
+
+bool TimerSchedule::enter() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (mStopped) {
+        return false;
+    }
+    if (!mPeriodic) {
+        mReactor = nullptr;
+    }
+    ++mRunning;
+    return true;
+}
+
+void TimerSchedule::leave() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    --mRunning;
+    mIdle.notify_all();
+}
+
+/// @return the reactor that may still hold the timer.
+ACE_Reactor* TimerSchedule::stop() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    mStopped = true;
+    return std::exchange(mReactor, nullptr);
+}
+
+void TimerSchedule::awaitCallbacks() {
+    if (tCurrent != this) {
+        std::unique_lock<std::mutex> lLock(mMutex);
+        mIdle.wait_for(lLock, kCallbackGrace, [this] { return mRunning == 0; });
+    }
+}
+
+}  // namespace osx

@@ -1,0 +1,63 @@
+/// @file
+/// What the tests of timers and ports share: loop threads, and counting with a handshake.
+#ifndef OSX_TESTS_OSX_LOOPTHREADS_H
+#define OSX_TESTS_OSX_LOOPTHREADS_H
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "osx/OSX_Reactor.h"
+
+namespace test {
+
+inline OSX_Reactor& theReactor() {
+    return *ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance();
+}
+
+/// While one lives, that many threads run the event loop.
+class LoopThreads {
+public:
+    explicit LoopThreads(int aCount = 1) {
+        theReactor().startReactor();
+        for (int lMore = 1; lMore < aCount; ++lMore) {
+            theReactor().startExtraReactorThread();
+        }
+    }
+    ~LoopThreads() { theReactor().stopAndDeleteReactorThreads(); }
+    LoopThreads(const LoopThreads&) = delete;
+    LoopThreads& operator=(const LoopThreads&) = delete;
+};
+
+/// A number that threads raise and others wait for.
+class Counter {
+public:
+    void add() {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        ++mCount;
+        mChanged.notify_all();
+    }
+    int value() const {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        return mCount;
+    }
+    /// @return whether the number was reached within the limit.
+    bool waitFor(int aCount, std::chrono::milliseconds aLimit = std::chrono::seconds(30)) const {
+        std::unique_lock<std::mutex> lLock(mMutex);
+        return mChanged.wait_for(lLock, aLimit, [&] { return mCount >= aCount; });
+    }
+
+private:
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    int mCount = 0;
+};
+
+/// A timer function: raises the `Counter` it is given.
+inline void count(const void* aCounter) {
+    const_cast<Counter*>(static_cast<const Counter*>(aCounter))->add();
+}
+
+}  // namespace test
+
+#endif

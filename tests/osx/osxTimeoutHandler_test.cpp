@@ -1,0 +1,338 @@
+#include "osx/osxTimeoutHandler.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "ace/Reactor.h"
+#include "ace/Time_Value.h"
+#include "osx/loopThreads.h"
+#include "osx/osx.h"
+#include "support/FailingAllocator.h"
+#include "support/LogCapture.h"
+
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr char kNullDestroy[] = "%t osxDestroyTimer: lTimeoutHandler==0. \n";
+constexpr char kNullCancel[] = "%t osxCancelTimer: lTimeoutHandler==0. \n";
+constexpr char kNotScheduled[] =
+    "%t osxTimeoutHandler::osxTimeoutHandler: Unable to schedule_timer with the reactor\n";
+
+/// Long enough for a wrong timer to show itself.
+constexpr milliseconds kQuiet(150);
+
+milliseconds elapsedSince(Clock::time_point aStart) {
+    return std::chrono::duration_cast<milliseconds>(Clock::now() - aStart);
+}
+
+/// Serves events on the test's own thread for a while.
+void serveFor(milliseconds aTime) {
+    ACE_Time_Value lTime(0, std::chrono::microseconds(aTime).count());
+    ACE_Reactor::instance()->run_reactor_event_loop(lTime);
+}
+
+}  // namespace
+
+TEST(Timer, FiresOnceAfterItsDelayWithItsArgument) {
+    const test::LoopThreads lLoop;
+    test::Counter lCounter;
+    const auto lStart = Clock::now();
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 100, 0);
+    ASSERT_NE(nullptr, lTimer);
+    EXPECT_TRUE(lCounter.waitFor(1));
+    EXPECT_GE(elapsedSince(lStart), milliseconds(99));
+    EXPECT_FALSE(lCounter.waitFor(2, milliseconds(250)));
+    osxDestroyTimer(lTimer);
+}
+
+TEST(Timer, AnyIntervalRepeatsTheDelay) {
+    const test::LoopThreads lLoop;
+    for (const long lInterval : {1L, 5000L, -1L}) {
+        test::Counter lCounter;
+        const auto lStart = Clock::now();
+        void* lTimer = osxCreateTimer(&test::count, &lCounter, 50, lInterval);
+        EXPECT_TRUE(lCounter.waitFor(3)) << lInterval;
+        EXPECT_GE(elapsedSince(lStart), milliseconds(149)) << lInterval;
+        EXPECT_LT(elapsedSince(lStart), milliseconds(5000)) << lInterval;
+        osxDestroyTimer(lTimer);
+    }
+}
+
+TEST(Timer, ADelayOfNothingFiresAtTheNextPassOnce) {
+    const test::LoopThreads lLoop;
+    for (const long lDelay : {0L, -1L, static_cast<long>(INT_MIN)}) {
+        for (const long lInterval : {0L, 1L}) {
+            test::Counter lCounter;
+            void* lTimer = osxCreateTimer(&test::count, &lCounter, lDelay, lInterval);
+            EXPECT_TRUE(lCounter.waitFor(1));
+            EXPECT_FALSE(lCounter.waitFor(2, milliseconds(30))) << lDelay << ' ' << lInterval;
+            osxDestroyTimer(lTimer);
+        }
+    }
+}
+
+TEST(Timer, LongDelaysDoNotOverflow) {
+    const test::LoopThreads lLoop;
+    for (const long lDelay : {3600000L, 2147484L, 4294968L, static_cast<long>(INT_MAX)}) {
+        test::Counter lCounter;
+        void* lTimer = osxCreateTimer(&test::count, &lCounter, lDelay, 0);
+        EXPECT_FALSE(lCounter.waitFor(1, milliseconds(50))) << lDelay;
+        EXPECT_EQ(1, osxCancelTimer(lTimer));
+        osxDestroyTimer(lTimer);
+    }
+}
+
+TEST(Timer, NothingFiresWithoutALoop) {
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    EXPECT_FALSE(lCounter.waitFor(1, kQuiet));
+    serveFor(milliseconds(20));
+    EXPECT_EQ(1, lCounter.value());
+    osxDestroyTimer(lTimer);
+}
+
+TEST(Timer, CreatedBeforeTheReactorStartsFiresAfterwards) {
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 10, 0);
+    const test::LoopThreads lLoop;
+    EXPECT_TRUE(lCounter.waitFor(1));
+    osxDestroyTimer(lTimer);
+}
+
+TEST(Timer, CancelStopsItForGood) {
+    const test::LoopThreads lLoop;
+    const test::LogCapture lLog;
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 20, 1);
+    EXPECT_TRUE(lCounter.waitFor(2));
+    EXPECT_EQ(1, osxCancelTimer(lTimer));
+    const int lCalls = lCounter.value();
+    EXPECT_FALSE(lCounter.waitFor(lCalls + 2, kQuiet));
+    EXPECT_EQ(0, osxCancelTimer(lTimer));
+    osxDestroyTimer(lTimer);
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+}
+
+TEST(Timer, CancellingOneThatHasFiredWritesNoLine) {
+    const test::LoopThreads lLoop;
+    const test::LogCapture lLog;
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 0);
+    EXPECT_TRUE(lCounter.waitFor(1));
+    EXPECT_EQ(0, osxCancelTimer(lTimer));
+    osxDestroyTimer(lTimer);
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+}
+
+/// The reactor gives the ids of fired timers to new ones; the queue starts with room for some
+/// dozens, so that a few hundred timers have used every id again.
+TEST(Timer, CancellingOneThatHasFiredLeavesThoseThatGotItsIdAlone) {
+    constexpr int kTimers = 400;
+    std::vector<void*> lFired;
+    test::Counter lCounter;
+    for (int lIndex = 0; lIndex < kTimers; ++lIndex) {
+        lFired.push_back(osxCreateTimer(&test::count, &lCounter, 0, 0));
+        while (lCounter.value() <= lIndex) {
+            serveFor(milliseconds(1));
+        }
+    }
+    std::vector<void*> lPending;
+    for (int lIndex = 0; lIndex < kTimers; ++lIndex) {
+        lPending.push_back(osxCreateTimer(&test::count, &lCounter, 3600000, 0));
+    }
+    for (void*& lTimer : lFired) {
+        EXPECT_EQ(0, osxCancelTimer(lTimer));
+        osxDestroyTimer(lTimer);
+    }
+    for (void*& lTimer : lPending) {
+        EXPECT_EQ(1, osxCancelTimer(lTimer));
+        osxDestroyTimer(lTimer);
+    }
+}
+
+TEST(Timer, DestroyStopsItAndClearsTheHandle) {
+    const test::LoopThreads lLoop;
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 50, 1);
+    osxDestroyTimer(lTimer);
+    EXPECT_EQ(nullptr, lTimer);
+    EXPECT_FALSE(lCounter.waitFor(1, kQuiet));
+}
+
+TEST(Timer, NullHandlesWriteOneErrorLineEach) {
+    const test::LogCapture lLog;
+    void* lNone = nullptr;
+    osxDestroyTimer(lNone);
+    EXPECT_EQ(-1, osxCancelTimer(nullptr));
+    EXPECT_EQ(nullptr, lNone);
+    EXPECT_THAT(lLog.texts(), ElementsAre(kNullDestroy, kNullCancel));
+    for (const test::LogLine& lLine : lLog.lines()) {
+        EXPECT_EQ(LM_ERROR, lLine.priority);
+        EXPECT_EQ(-1, lLine.status);
+        EXPECT_EQ("osxACE.cpp", lLine.module);
+    }
+}
+
+TEST(Timer, WithoutAFunctionFiringWritesALine) {
+    const test::LogCapture lLog;
+    void* lTimer = osxCreateTimer(nullptr, nullptr, 0, 0);
+    serveFor(milliseconds(20));
+    osxDestroyTimer(lTimer);
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t osxTimeoutHandler::handle_timeout: mFnc == 0\n"));
+    EXPECT_EQ(LM_ERROR, lLog.lines()[0].priority);
+    EXPECT_EQ(-1, lLog.lines()[0].status);
+    EXPECT_EQ("osxTimeoutHandler.cpp", lLog.lines()[0].module);
+}
+
+TEST(Timer, HandleTimeoutCallsTheFunctionWithTheAct) {
+    test::Counter lScheduled;
+    test::Counter lAct;
+    osxTimeoutHandler lHandler(&test::count, &lScheduled, 3600000, 0);
+    EXPECT_EQ(0, lHandler.handle_timeout(ACE_Time_Value::zero, &lAct));
+    EXPECT_EQ(1, lAct.value());
+    EXPECT_EQ(0, lScheduled.value());
+}
+
+TEST(Timer, ThatCannotBeAllocatedIsNullWithEnomem) {
+    const test::LogCapture lLog;
+    test::theReactor().initReactor();
+    const test::FailingAllocator lNoMemory;
+    errno = 0;
+    EXPECT_EQ(nullptr, osxCreateTimer(&test::count, nullptr, 1, 0));
+    EXPECT_EQ(ENOMEM, errno);
+}
+
+TEST(Timer, ThatCannotBeScheduledIsStillATimer) {
+    test::theReactor().initReactor();
+    for (const int lAllowed : {1, 2}) {
+        const test::LogCapture lLog;
+        test::Counter lCounter;
+        void* lTimer = nullptr;
+        {
+            const test::FailingAllocator lNoMemory(lAllowed, true);
+            lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+        }
+        ASSERT_NE(nullptr, lTimer);
+        EXPECT_THAT(lLog.texts(), ElementsAre(kNotScheduled));
+        EXPECT_EQ(LM_ERROR, lLog.lines()[0].priority);
+        EXPECT_EQ(-1, lLog.lines()[0].status);
+        EXPECT_EQ("osxTimeoutHandler.cpp", lLog.lines()[0].module);
+        EXPECT_EQ(0, osxCancelTimer(lTimer));
+        serveFor(milliseconds(10));
+        EXPECT_EQ(0, lCounter.value());
+        osxDestroyTimer(lTimer);
+    }
+}
+
+namespace {
+
+struct SelfDestroying {
+    void* timer = nullptr;
+    test::Counter destroyed;
+    std::mutex created;
+
+    static void fire(const void* aSelf) {
+        auto* const lSelf = const_cast<SelfDestroying*>(static_cast<const SelfDestroying*>(aSelf));
+        { const std::lock_guard<std::mutex> lGuard(lSelf->created); }
+        osxDestroyTimer(lSelf->timer);
+        lSelf->destroyed.add();
+    }
+};
+
+void createSelfDestroying(SelfDestroying& aSelf, long aInterval) {
+    const std::lock_guard<std::mutex> lGuard(aSelf.created);
+    aSelf.timer = osxCreateTimer(&SelfDestroying::fire, &aSelf, 1, aInterval);
+}
+
+}  // namespace
+
+TEST(Timer, ACallbackMayDestroyItsOwnTimer) {
+    const test::LoopThreads lLoop(2);
+    for (const long lInterval : {0L, 1L}) {
+        SelfDestroying lSelf;
+        createSelfDestroying(lSelf, lInterval);
+        EXPECT_TRUE(lSelf.destroyed.waitFor(1));
+        EXPECT_FALSE(lSelf.destroyed.waitFor(2, milliseconds(30)));
+        EXPECT_EQ(nullptr, lSelf.timer);
+    }
+}
+
+namespace {
+
+/// What a callback uses: it is freed right after the timer was destroyed.
+struct Datum {
+    std::atomic<bool> alive{true};
+    static std::atomic<int> gLateCalls;
+
+    static void fire(const void* aDatum) {
+        if (!static_cast<const Datum*>(aDatum)->alive) {
+            ++gLateCalls;
+        }
+    }
+};
+std::atomic<int> Datum::gLateCalls{0};
+
+}  // namespace
+
+TEST(Timer, NoCallbackBeginsAfterDestroy) {
+    const test::LoopThreads lLoop(2);
+    std::vector<std::unique_ptr<Datum>> lData;
+    for (int lRound = 0; lRound < 1000; ++lRound) {
+        lData.push_back(std::make_unique<Datum>());
+        void* lTimer = osxCreateTimer(&Datum::fire, lData.back().get(), 1, lRound % 2);
+        std::this_thread::sleep_for(std::chrono::microseconds(900 + lRound % 20 * 10));
+        osxDestroyTimer(lTimer);
+        lData.back()->alive = false;
+    }
+    EXPECT_EQ(0, Datum::gLateCalls);
+}
+
+TEST(Timer, DestroyWaitsOnlyAWhileForACallbackThatDoesNotEnd) {
+    const test::LoopThreads lLoop;
+    struct Stuck {
+        test::Counter entered;
+        test::Counter released;
+    } lStuck;
+    void* lTimer = osxCreateTimer(
+        [](const void* aStuck) {
+            auto* const lIt = const_cast<Stuck*>(static_cast<const Stuck*>(aStuck));
+            lIt->entered.add();
+            lIt->released.waitFor(1);
+        },
+        &lStuck, 0, 0);
+    ASSERT_TRUE(lStuck.entered.waitFor(1));
+    osxDestroyTimer(lTimer);
+    lStuck.released.add();
+}
+
+TEST(Timer, OutlivesTheReactorItWasMadeOn) {
+    test::Counter lCounter;
+    auto lReactor = std::make_unique<ACE_Reactor>();
+    ACE_Reactor* const lFormer = ACE_Reactor::instance(lReactor.get());
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 3600000, 1);
+    ACE_Reactor::instance(lFormer);
+    lReactor.reset();
+    EXPECT_EQ(0, osxCancelTimer(lTimer));
+    osxDestroyTimer(lTimer);
+}
+
+TEST(Timer, StaysWithTheReactorItWasMadeOn) {
+    test::Counter lCounter;
+    ACE_Reactor lOther;
+    ACE_Reactor* const lFormer = ACE_Reactor::instance(&lOther);
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 3600000, 0);
+    ACE_Reactor::instance(lFormer);
+    EXPECT_EQ(1, osxCancelTimer(lTimer));
+    osxDestroyTimer(lTimer);
+}
