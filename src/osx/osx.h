@@ -46,9 +46,9 @@ constexpr unsigned int OSX_ERR_MUTEX_ACQUIRE = 20028;  ///< The lock failed, not
 constexpr unsigned long OSX_INFINITE_TIMEOUT = 0xFFFFFFFFUL;
 
 /// Whether an acquire minds its time-out. The functions only test it for zero.
-enum osxWaitFlag_t {
+enum osxWaitFlag_t : unsigned int {
     OSX_WAIT_INFINITE = 0,  ///< Wait until the object is obtained; the time-out is ignored.
-    OSX_WAIT_TIMED = 1      ///< Bounded wait.
+    OSX_WAIT_TIMED = 1      ///< Bounded wait; any other number but 0 means the same.
 };
 
 /// @name Tasks
