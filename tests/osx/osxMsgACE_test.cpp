@@ -1,0 +1,497 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <future>
+#include <numeric>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ace/Condition_Thread_Mutex.h"
+#include "ace/Message_Queue_T.h"
+#include "ace/Monotonic_Time_Policy.h"
+#include "ace/Synch_Traits.h"
+#include "base/osxExport.h"
+#include "osx/FakeHost.h"
+#include "osx/osx.h"
+#include "support/FailingAllocator.h"
+#include "support/LogCapture.h"
+
+using std::chrono::milliseconds;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using AceQueue = ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy>;
+
+/// What a receive yields.
+struct Received {
+    unsigned int status = 99;
+    std::string text;
+    unsigned long size = 4711;
+};
+
+/// A queue for one test.
+class Queue {
+public:
+    explicit Queue(unsigned long aSize = 1000, const char* aName = "queue") {
+        EXPECT_EQ(OSX_OK, osxMsgQueueInit(aSize, 10, &mHandle, aName));
+    }
+    ~Queue() { EXPECT_EQ(OSX_OK, osxMsgQueueDelete(mHandle)); }
+    Queue(const Queue&) = delete;
+    Queue& operator=(const Queue&) = delete;
+
+    long send(const std::string& aText) {
+        long lResult = -1;
+        std::string lCopy = aText;
+        EXPECT_EQ(OSX_OK, osxMsgSend(mHandle, lCopy.data(), lCopy.size(), &lResult));
+        return lResult;
+    }
+    Received receive(unsigned long aMaxSize = 100, unsigned long aTimeOutMs = 0) {
+        Received lReceived;
+        std::string lBuffer(aMaxSize + 1, '#');
+        lReceived.status =
+            osxMsgRecv(mHandle, lBuffer.data(), aMaxSize, &lReceived.size, aTimeOutMs);
+        EXPECT_EQ('#', lBuffer.back()) << "written past the buffer";
+        if (lReceived.status == OSX_OK) {
+            lReceived.text = lBuffer.substr(0, lReceived.size);
+        }
+        return lReceived;
+    }
+    unsigned int receiveStatus(unsigned long aTimeOutMs) { return receive(10, aTimeOutMs).status; }
+    void* handle() const { return mHandle; }
+    AceQueue& ace() const { return *static_cast<AceQueue*>(mHandle); }
+
+private:
+    void* mHandle = nullptr;
+};
+
+bool isBlocked(const std::future<long>& aSender) {
+    return aSender.wait_for(milliseconds(50)) == std::future_status::timeout;
+}
+
+std::future<long> sendElsewhere(Queue& aQueue, const std::string& aText) {
+    return std::async(std::launch::async, [&aQueue, aText] { return aQueue.send(aText); });
+}
+
+milliseconds sinceBegin(std::chrono::steady_clock::time_point aBegin) {
+    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - aBegin);
+}
+
+}  // namespace
+
+// A request for more memory than there is yields null under the sanitizers too.
+extern "C" {
+OSX_EXPORT const char* __asan_default_options();
+OSX_EXPORT const char* __tsan_default_options();
+const char* __asan_default_options() {
+    return "allocator_may_return_null=1";
+}
+const char* __tsan_default_options() {
+    return "allocator_may_return_null=1";
+}
+}
+
+TEST(MessageQueue, DeliversInTheOrderOfTheSends) {
+    Queue lQueue;
+    EXPECT_EQ(1, lQueue.send("first"));
+    EXPECT_EQ(2, lQueue.send("second"));
+    EXPECT_EQ(3, lQueue.send("third"));
+    EXPECT_EQ("first", lQueue.receive().text);
+    EXPECT_EQ("second", lQueue.receive().text);
+    EXPECT_EQ(2, lQueue.send("fourth"));
+    EXPECT_EQ("third", lQueue.receive().text);
+    EXPECT_EQ("fourth", lQueue.receive().text);
+}
+
+TEST(MessageQueue, CopiesTheBytesOfTheSender) {
+    Queue lQueue;
+    std::string lText = "before";
+    EXPECT_EQ(OSX_OK, osxMsgSend(lQueue.handle(), lText.data(), lText.size(), nullptr));
+    lText = "after!";
+    EXPECT_EQ("before", lQueue.receive().text);
+}
+
+TEST(MessageQueue, KeepsEveryByteValue) {
+    Queue lQueue;
+    std::string lText(256, '\0');
+    std::iota(lText.begin(), lText.end(), '\0');
+    lQueue.send(lText);
+    EXPECT_EQ(lText, lQueue.receive(1000).text);
+}
+
+TEST(MessageQueue, CutsALongMessageToTheBuffer) {
+    Queue lQueue;
+    lQueue.send("hello");
+    lQueue.send("next");
+    const Received lReceived = lQueue.receive(3);
+    EXPECT_EQ(OSX_OK, lReceived.status);
+    EXPECT_EQ(3U, lReceived.size);
+    EXPECT_EQ("hel", lReceived.text);
+    EXPECT_EQ("next", lQueue.receive(3 + 1).text);
+}
+
+TEST(MessageQueue, CarriesMessagesOfNoBytes) {
+    Queue lQueue;
+    long lResult = -1;
+    EXPECT_EQ(OSX_OK, osxMsgSend(lQueue.handle(), nullptr, 0, &lResult));
+    EXPECT_EQ(1, lResult);
+    const Received lReceived = lQueue.receive();
+    EXPECT_EQ(OSX_OK, lReceived.status);
+    EXPECT_EQ(0U, lReceived.size);
+}
+
+TEST(MessageQueue, TakesAMessageIntoNoBufferAtAll) {
+    Queue lQueue;
+    lQueue.send("hello");
+    unsigned long lSize = 99;
+    EXPECT_EQ(OSX_OK, osxMsgRecv(lQueue.handle(), nullptr, 0, &lSize, 0));
+    EXPECT_EQ(0U, lSize);
+    EXPECT_EQ(OSX_ERR_QUEUE_RECV, lQueue.receiveStatus(1));
+}
+
+TEST(MessageQueue, CountsExactlyTheBytesOfItsMessages) {
+    Queue lQueue;
+    lQueue.send("12345");
+    lQueue.send("");
+    lQueue.send("123");
+    EXPECT_EQ(8U, lQueue.ace().message_bytes());
+    EXPECT_EQ(8U, lQueue.ace().message_length());
+    lQueue.receive();
+    EXPECT_EQ(3U, lQueue.ace().message_bytes());
+}
+
+TEST(MessageQueue, TakesOneMessageOfAnySizeAndThenHoldsTheNextSender) {
+    Queue lQueue(10);
+    EXPECT_EQ(1, lQueue.send(std::string(50, 'x')));
+    auto lSender = sendElsewhere(lQueue, "next");
+    EXPECT_TRUE(isBlocked(lSender));
+    EXPECT_EQ(50U, lQueue.receive().size);
+    EXPECT_EQ(1, lSender.get());
+    EXPECT_EQ("next", lQueue.receive().text);
+}
+
+TEST(MessageQueue, IsFullAtExactlyItsSize) {
+    Queue lQueue(10);
+    EXPECT_EQ(1, lQueue.send("123456789"));
+    EXPECT_EQ(2, lQueue.send("0"));
+    auto lSender = sendElsewhere(lQueue, "");
+    EXPECT_TRUE(isBlocked(lSender));
+    lQueue.receive();
+    EXPECT_EQ(2, lSender.get());
+}
+
+TEST(MessageQueue, LetsEverySenderGoOnThatOneReceiveMadeRoomFor) {
+    Queue lQueue(10);
+    lQueue.send(std::string(50, 'x'));
+    std::vector<std::future<long>> lSenders;
+    for (int lCount = 0; lCount < 5; ++lCount) {
+        lSenders.push_back(sendElsewhere(lQueue, "y"));
+    }
+    EXPECT_TRUE(isBlocked(lSenders.back()));
+    lQueue.receive();
+    for (auto& lSender : lSenders) {
+        EXPECT_LT(0, lSender.get());
+    }
+}
+
+TEST(MessageQueue, FlushDiscardsEverythingAndLetsEverySenderGoOn) {
+    Queue lQueue(10);
+    lQueue.send("123456");
+    lQueue.send("7890");
+    auto lFirst = sendElsewhere(lQueue, "a");
+    auto lSecond = sendElsewhere(lQueue, "a");
+    EXPECT_TRUE(isBlocked(lFirst));
+    EXPECT_TRUE(isBlocked(lSecond));
+    EXPECT_EQ(OSX_OK, osxMsgQueueFlush(lQueue.handle()));
+    EXPECT_EQ(3, lFirst.get() + lSecond.get());
+    EXPECT_EQ("a", lQueue.receive().text);
+    EXPECT_EQ("a", lQueue.receive().text);
+    EXPECT_EQ(OSX_ERR_QUEUE_RECV, lQueue.receiveStatus(1));
+}
+
+TEST(MessageQueue, FlushOfAnEmptyOneLeavesItUsable) {
+    Queue lQueue;
+    EXPECT_EQ(OSX_OK, osxMsgQueueFlush(lQueue.handle()));
+    lQueue.send("x");
+    EXPECT_EQ("x", lQueue.receive().text);
+}
+
+TEST(MessageQueue, FreesWhatItHoldsWhenDeleted) {
+    Queue lQueue(1 << 20);
+    for (int lCount = 0; lCount < 100; ++lCount) {
+        lQueue.send(std::string(1000, 'x'));
+    }
+    osxMsgQueueFlush(lQueue.handle());
+    for (int lCount = 0; lCount < 100; ++lCount) {
+        lQueue.send(std::string(1000, 'x'));
+    }
+}
+
+TEST(MessageQueue, ReceiveGivesUpAfterItsTimeOutAndTouchesNothing) {
+    Queue lQueue;
+    const auto lBegin = std::chrono::steady_clock::now();
+    const Received lReceived = lQueue.receive(10, 100);
+    EXPECT_EQ(OSX_ERR_QUEUE_RECV, lReceived.status);
+    EXPECT_EQ(4711U, lReceived.size);
+    EXPECT_GE(sinceBegin(lBegin).count(), 99);
+    EXPECT_LT(sinceBegin(lBegin).count(), 60000);
+}
+
+TEST(MessageQueue, ReceiveWaitsWithoutLimitForZeroAndForNoLimit) {
+    for (const unsigned long lTimeOut : {0UL, OSX_INFINITE_TIMEOUT, ~0UL}) {
+        Queue lQueue;
+        auto lReceiver =
+            std::async(std::launch::async, [&] { return lQueue.receive(10, lTimeOut); });
+        EXPECT_EQ(std::future_status::timeout, lReceiver.wait_for(milliseconds(50)));
+        lQueue.send("late");
+        EXPECT_EQ("late", lReceiver.get().text);
+    }
+}
+
+TEST(MessageQueue, ReceiveWithALongTimeOutWaitsForTheMessage) {
+    for (const unsigned long lTimeOut : {3600000UL, 0x7FFFFFFFUL, 0xFFFFFFFEUL}) {
+        Queue lQueue;
+        auto lReceiver =
+            std::async(std::launch::async, [&] { return lQueue.receive(10, lTimeOut); });
+        EXPECT_EQ(std::future_status::timeout, lReceiver.wait_for(milliseconds(20)));
+        lQueue.send("late");
+        EXPECT_EQ("late", lReceiver.get().text);
+    }
+}
+
+TEST(MessageQueue, WaitsAsLongThoughTheWallClockIsStepped) {
+    constexpr time_t kYear = 365 * 24 * 3600;
+    for (const time_t lStep : {kYear, -kYear}) {
+        Queue lQueue;
+        const auto lBegin = std::chrono::steady_clock::now();
+        test::stepWallClock(lStep);
+        auto lReceiver = std::async(std::launch::async, [&] { return lQueue.receiveStatus(300); });
+        EXPECT_EQ(std::future_status::timeout, lReceiver.wait_for(milliseconds(30)));
+        test::stepWallClock(-lStep);
+        EXPECT_EQ(OSX_ERR_QUEUE_RECV, lReceiver.get());
+        EXPECT_GE(sinceBegin(lBegin).count(), 299);
+        EXPECT_LT(sinceBegin(lBegin).count(), 60000);
+    }
+}
+
+TEST(MessageQueue, TracesATimeOutFromLevelNine) {
+    const test::LogCapture lLog;
+    Queue lQueue;
+    {
+        const test::TraceLevel lTrace(8);
+        lQueue.receiveStatus(1);
+    }
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+    const test::TraceLevel lTrace(9);
+    lQueue.receiveStatus(1);
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t Queue timeout\n"));
+    EXPECT_EQ(LM_DEBUG, lLog.lines()[0].priority);
+    EXPECT_EQ(0, lLog.lines()[0].status);
+    EXPECT_EQ("osxMsgACE.cpp", lLog.lines()[0].module);
+}
+
+TEST(MessageQueue, DeactivatedFailsBothWays) {
+    Queue lQueue;
+    lQueue.send("kept");
+    lQueue.ace().deactivate();
+    EXPECT_EQ(OSX_ERR_QUEUE_RECV, lQueue.receiveStatus(0));
+
+    const test::LogCapture lLog;
+    EXPECT_EQ(OSX_OK, osxMsgSend(lQueue.handle(), nullptr, 0, nullptr));
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+    EXPECT_EQ(0, lQueue.send("lost"));
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t osxMsgSend: lQueue->enqueue failed \n"));
+    EXPECT_EQ(LM_DEBUG, lLog.lines()[0].priority);
+    EXPECT_EQ(-1, lLog.lines()[0].status);
+}
+
+TEST(MessageQueue, SendsNothingWithoutMemory) {
+    const test::LogCapture lLog;
+    Queue lQueue;
+    long lResult = -1;
+    std::array<char, 4> lData{};
+    errno = 0;
+    {
+        const test::FailingAllocator lFailing;
+        EXPECT_EQ(OSX_OK, osxMsgSend(lQueue.handle(), lData.data(), lData.size(), nullptr));
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    EXPECT_THAT(lLog.lines(), IsEmpty());
+    {
+        const test::FailingAllocator lFailing(0, true);
+        EXPECT_EQ(OSX_OK, osxMsgSend(lQueue.handle(), lData.data(), lData.size(), &lResult));
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    EXPECT_EQ(0, lResult);
+    EXPECT_EQ(OSX_ERR_QUEUE_RECV, lQueue.receiveStatus(1));
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t osxMsgSend: lQueue->enqueue failed \n"));
+    EXPECT_EQ(ENOMEM, lLog.lines()[0].errnum);
+}
+
+TEST(MessageQueue, SendsNothingThatDoesNotFitInMemory) {
+    Queue lQueue;
+    char lByte = 'x';
+    for (const unsigned long lSize : {~0UL, ~0UL - 64, ~0UL / 2, ~0UL / 2 + 1}) {
+        const test::LogCapture lLog;
+        long lResult = -1;
+        errno = 0;
+        EXPECT_EQ(OSX_OK, osxMsgSend(lQueue.handle(), &lByte, lSize, &lResult));
+        EXPECT_EQ(ENOMEM, errno);
+        EXPECT_EQ(0, lResult);
+    }
+    EXPECT_EQ(1, lQueue.send("fits"));
+}
+
+TEST(MessageQueue, IsNamedInTheTableWhereItsNameStays) {
+    void* lHandle = nullptr;
+    {
+        const Queue lQueue(10, "inbox");
+        lHandle = lQueue.handle();
+        EXPECT_STREQ("inbox", osxNameTableGetName(lHandle));
+    }
+    EXPECT_STREQ("inbox", osxNameTableGetName(lHandle));
+}
+
+TEST(MessageQueue, TakesANullNameForAnEmptyOne) {
+    const Queue lQueue(10, nullptr);
+    EXPECT_STREQ("", osxNameTableGetName(lQueue.handle()));
+}
+
+TEST(MessageQueue, WorksThoughTheNameTableIsFull) {
+    int lSomething = 0;
+    while (osxNameTableCount() < OSX_NAME_TABLE_SIZE) {
+        osxNameTableRegister(&lSomething, "filler");
+    }
+    const test::LogCapture lLog;
+    Queue lQueue(10, "inbox");
+    EXPECT_THAT(lLog.texts(), ElementsAre("Error: Cannot register inbox, the name table is full!\n",
+                                          "We could not set the queue name.\n"));
+    EXPECT_EQ(LM_ERROR, lLog.lines()[1].priority);
+    EXPECT_EQ(-1, lLog.lines()[1].status);
+    EXPECT_EQ("osxMsgACE.cpp", lLog.lines()[1].module);
+    lQueue.send("x");
+    EXPECT_EQ("x", lQueue.receive().text);
+}
+
+TEST(MessageQueue, InitFailsWithoutMemory) {
+    const test::LogCapture lLog;
+    void* lHandle = nullptr;
+    errno = 0;
+    {
+        const test::FailingAllocator lFailing(0, true);
+        EXPECT_EQ(12U, osxMsgQueueInit(100, 7, &lHandle, "inbox"));
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    EXPECT_EQ(nullptr, lHandle);
+    EXPECT_EQ(0, osxNameTableCount());
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t osxMsgQueueInit: lQueue == 0  size[100] maxMsgs[7] "
+                                          "qname[inbox] \n"));
+    EXPECT_EQ(LM_DEBUG, lLog.lines()[0].priority);
+    EXPECT_EQ(-1, lLog.lines()[0].status);
+    EXPECT_EQ(ENOMEM, lLog.lines()[0].errnum);
+}
+
+TEST(MessageQueue, NullGivesZeroAndALine) {
+    const test::LogCapture lLog;
+    long lResult = 7;
+    unsigned long lSize = 7;
+    char lByte = 'x';
+    EXPECT_EQ(OSX_OK, osxMsgSend(nullptr, &lByte, 1, &lResult));
+    EXPECT_EQ(OSX_OK, osxMsgRecv(nullptr, &lByte, 1, &lSize, 250));
+    EXPECT_EQ(OSX_OK, osxMsgQueueFlush(nullptr));
+    EXPECT_EQ(OSX_OK, osxMsgQueueDelete(nullptr));
+    EXPECT_EQ(7, lResult);
+    EXPECT_EQ(7U, lSize);
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t osxMsgSend: lQueue == 0  size[1] \n",
+                                          "%t osxMsgRecv: lQueue == 0  maxSize[1] timeOut[250]\n",
+                                          "%t osxMsgQueueFlush: lQueue == 0  \n",
+                                          "%t osxMsgQueueDelete: lQueue == 0  \n"));
+    for (const test::LogLine& lLine : lLog.lines()) {
+        EXPECT_EQ(LM_DEBUG, lLine.priority);
+        EXPECT_EQ(-1, lLine.status);
+        EXPECT_EQ("osxMsgACE.cpp", lLine.module);
+    }
+}
+
+namespace {
+
+constexpr std::size_t kLargest = 1 << 20;
+constexpr int kMessagesPerSender = 60;
+
+struct Totals {
+    std::atomic<std::uint64_t> messages{0};
+    std::atomic<std::uint64_t> bytes{0};
+    std::atomic<std::uint64_t> sum{0};
+
+    void add(const char* aData, std::size_t aSize) {
+        ++messages;
+        bytes += aSize;
+        if (aSize > 0) {
+            // The ends of a message tell whose it is; adding up a megabyte would take too long.
+            sum += static_cast<unsigned char>(aData[0]) * 257U +
+                   static_cast<unsigned char>(aData[aSize - 1]);
+        }
+    }
+    std::vector<std::uint64_t> all() const { return {messages, bytes, sum}; }
+};
+
+/// Small messages mostly, the two extremes among them.
+std::vector<std::size_t> sizesOfSender(unsigned int aSender) {
+    std::vector<std::size_t> lSizes{0, kLargest};
+    std::minstd_rand lRandom(aSender + 1);
+    while (lSizes.size() < kMessagesPerSender) {
+        lSizes.push_back(lRandom() % (lSizes.size() % 10 == 0 ? 100000U : 300U));
+    }
+    return lSizes;
+}
+
+void sendAll(const Queue& aQueue, unsigned int aSender, Totals& aTotals) {
+    std::vector<char> lData(kLargest, static_cast<char>(aSender));
+    for (const std::size_t lSize : sizesOfSender(aSender)) {
+        aTotals.add(lData.data(), lSize);
+        long lResult = 0;
+        osxMsgSend(aQueue.handle(), lData.data(), lSize, &lResult);
+        ASSERT_LT(0, lResult);
+    }
+}
+
+void receiveAll(const Queue& aQueue, std::atomic<int>& aRemaining, Totals& aTotals) {
+    std::vector<char> lData(kLargest);
+    while (--aRemaining >= 0) {
+        unsigned long lSize = 0;
+        ASSERT_EQ(OSX_OK, osxMsgRecv(aQueue.handle(), lData.data(), lData.size(), &lSize, 0));
+        aTotals.add(lData.data(), lSize);
+    }
+}
+
+}  // namespace
+
+class MessageQueueStress : public testing::TestWithParam<unsigned int> {};
+
+TEST_P(MessageQueueStress, DeliversEveryMessageWholeAndOnce) {
+    const Queue lQueue(100000);
+    Totals lSent;
+    Totals lReceived;
+    std::atomic<int> lRemaining{static_cast<int>(GetParam()) * kMessagesPerSender};
+    std::vector<std::thread> lThreads;
+    for (unsigned int lIndex = 0; lIndex < GetParam(); ++lIndex) {
+        lThreads.emplace_back([&, lIndex] { sendAll(lQueue, lIndex, lSent); });
+        lThreads.emplace_back([&] { receiveAll(lQueue, lRemaining, lReceived); });
+    }
+    for (std::thread& lThread : lThreads) {
+        lThread.join();
+    }
+    EXPECT_EQ(GetParam() * kMessagesPerSender, lReceived.messages);
+    EXPECT_EQ(lSent.all(), lReceived.all());
+    EXPECT_EQ(0U, lQueue.ace().message_count());
+    EXPECT_EQ(0U, lQueue.ace().message_bytes());
+}
+
+INSTANTIATE_TEST_SUITE_P(Threads, MessageQueueStress, testing::Values(1U, 4U, 16U));
