@@ -1,0 +1,3 @@
+#include "commif/commif.h"
+
+commIfDesc_t commIfDesc[COMMIF_MAX_DESC];
