@@ -3,6 +3,8 @@
 #ifndef OSX_COMMIF_CHANNELS_H
 #define OSX_COMMIF_CHANNELS_H
 
+#include <cstdint>
+
 #include "commif/commif.h"
 
 namespace osx {
@@ -16,6 +18,28 @@ inline commIfDesc_t* descriptorEntry(int aDesc) noexcept {
                ? &commIfDesc[aDesc]
                : nullptr;
 }
+
+/// Stores a count, or the -1 of a failed call, where the caller wants it.
+template <class Count>
+void storeCount(unsigned long* aRetCount, Count aCount) noexcept {
+    if (aRetCount != nullptr) {
+        *aRetCount = static_cast<unsigned long>(aCount);
+    }
+}
+
+/// @name Read time-out
+/// One thread may replace it while another is about to read.
+/// @{
+inline unsigned int loadReadTimeout(const unsigned int& aReadTimeout) noexcept {
+    return __atomic_load_n(&aReadTimeout, __ATOMIC_RELAXED);
+}
+
+/// @param aData the pointer's low 32 bits are the number.
+inline void storeReadTimeout(unsigned int& aReadTimeout, const void* aData) noexcept {
+    const auto lNumber = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(aData));
+    __atomic_store_n(&aReadTimeout, lNumber, __ATOMIC_RELAXED);
+}
+/// @}
 
 /// @name Closing in two steps
 /// A descriptor is free before its channel is closed, and another thread may take it at once. So

@@ -16,8 +16,8 @@
 ///     ever given the same one. A descriptor that threads share may be read by one and written by
 ///     another at once; its closing must neither overlap nor precede any use of it, which is the
 ///     callers' to see to.
-///  4. A descriptor outside 0 to 202 gives 10006, in direct calls too. A null `aRetCount` is
-///     allowed: the count is then lost.
+///  4. A descriptor outside 0 to 202 gives 10006, null parameters of a direct open 10014. A null
+///     `aRetCount` is allowed: the count is then lost.
 ///  5. Times are milliseconds; 0xFFFFFFFF means no limit.
 ///  6. Every descriptor opened from the operating system is close-on-exec.
 #ifndef OSX_COMMIF_COMMIF_H

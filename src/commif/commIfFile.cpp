@@ -1,0 +1,215 @@
+#include <fcntl.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <utility>
+
+#include "ace/FILE_Connector.h"
+#include "ace/FILE_IO.h"
+#include "ace/OS_NS_unistd.h"
+#include "base/allocate.h"
+#include "base/diagnosticLine.h"
+#include "commif/channels.h"
+#include "commif/fileAccess.h"
+#include "commif/pipeSignal.h"
+
+namespace osx {
+
+void* takeFileObject(commIfDesc_t& aEntry) noexcept {
+    return std::exchange(aEntry.info.file.fileIo, nullptr);
+}
+
+int closeFileObject(int aDesc, void* aObject) noexcept {
+    auto* lFile = DiagnosticLine(kChannelModule)
+                      .object<ACE_FILE_IO>(aObject, LM_DEBUG,
+                                           "%t commIfFileClose: lFile == 0 desc[%d]  \n", aDesc);
+    if (lFile == nullptr) {
+        return COMMIF_ERR_NO_DEVICE;
+    }
+    lFile->close();
+    delete lFile;
+    return COMMIF_OK;
+}
+
+}  // namespace osx
+
+namespace {
+
+using osx::DiagnosticLine;
+using osx::kChannelModule;
+
+constexpr unsigned long kSeek = 50;
+constexpr unsigned long kSync = 51;
+constexpr unsigned long kGetSize = 52;
+
+struct ModeFlag {
+    unsigned int modeBit;
+    int openFlag;
+};
+constexpr ModeFlag kModeFlags[] = {{0x1, O_WRONLY},  {0x2, O_RDWR},    {0x8, O_APPEND},
+                                   {0x100, O_CREAT}, {0x200, O_TRUNC}, {0x400, O_EXCL}};
+
+int toOpenFlags(unsigned int aOpenMode) {
+    int lFlags = 0;
+    for (const ModeFlag& lFlag : kModeFlags) {
+        lFlags |= (aOpenMode & lFlag.modeBit) != 0 ? lFlag.openFlag : 0;
+    }
+    return lFlags;
+}
+
+/// Fills the entry, which then holds no object: where pointers are 32 bits wide, the object's place
+/// is that of the last of the copied words.
+void copyParameters(commIfFileInfo_t& aInfo, const commIfFileParams_t& aParams) {
+    std::memcpy(aInfo.fileName, aParams.fileName, sizeof aInfo.fileName);
+    aInfo.openMode = aParams.openMode;
+    std::memcpy(aInfo.reserved, aParams.reserved, sizeof aInfo.reserved);
+    aInfo.fileIo = nullptr;
+}
+
+/// A name that fills its field is complete without a terminator.
+class FileName {
+public:
+    explicit FileName(const commIfFileParams_t& aParams) {
+        mText.back() = '\0';
+        std::memcpy(mText.data(), aParams.fileName, sizeof aParams.fileName);
+    }
+    const char* text() const { return mText.data(); }
+
+private:
+    std::array<char, COMMIF_FILE_NAME_LEN + 1> mText;
+};
+
+struct SeekArguments {
+    unsigned int origin;
+    int offset;
+};
+
+int seek(const ACE_FILE_IO& aFile, const void* aData) {
+    constexpr std::array<int, 3> kOrigins{SEEK_SET, SEEK_CUR, SEEK_END};
+    const auto* lSeek = static_cast<const SeekArguments*>(aData);
+    if (lSeek == nullptr || lSeek->origin >= kOrigins.size()) {
+        return COMMIF_ERR_BAD_ARGUMENT;
+    }
+    const off_t lPosition =
+        ACE_OS::lseek(aFile.get_handle(), lSeek->offset, kOrigins[lSeek->origin]);
+    return lPosition < 0 ? COMMIF_ERR_FILE_IO : COMMIF_OK;
+}
+
+int sync(const ACE_FILE_IO& aFile) {
+    return ACE_OS::fsync(aFile.get_handle()) < 0 ? COMMIF_ERR_FILE_IO : COMMIF_OK;
+}
+
+int storeSize(ACE_FILE_IO& aFile, void* aData) {
+    return aData == nullptr ? COMMIF_ERR_BAD_ARGUMENT
+                            : getFileSize(aFile, *static_cast<unsigned long*>(aData));
+}
+
+bool isWhole(ssize_t aTransferred, unsigned long aCount) {
+    return aTransferred >= 0 && static_cast<unsigned long>(aTransferred) == aCount;
+}
+
+}  // namespace
+
+int commIfFileOpen(int aDesc, commIfFileParams_t* aParams) {
+    commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
+    if (lEntry == nullptr) {
+        return COMMIF_ERR_BAD_DESCRIPTOR;
+    }
+    if (aParams == nullptr) {
+        return COMMIF_ERR_BAD_ARGUMENT;
+    }
+    if (void* lFormer = osx::takeFileObject(*lEntry)) {
+        osx::closeFileObject(aDesc, lFormer);
+    }
+    copyParameters(lEntry->info.file, *aParams);
+    const FileName lName(*aParams);
+    auto* lFile = osx::allocate<ACE_FILE_IO>();
+    if (lFile == nullptr || !osx::openFile(*lFile, lName.text(), toOpenFlags(aParams->openMode))) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_DEBUG, "%t commIfFileOpen: Unable to open file [%s]!  desc[%d]  \n",
+                     lName.text(), aDesc);
+        delete lFile;
+        return COMMIF_ERR_FILE_OPEN;
+    }
+    lEntry->info.file.fileIo = lFile;
+    return COMMIF_OK;
+}
+
+int commIfFileRead(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigned long* aRetCount) {
+    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
+    if (lEntry == nullptr) {
+        return COMMIF_ERR_BAD_DESCRIPTOR;
+    }
+    const auto* lFile = DiagnosticLine(kChannelModule)
+                            .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
+                                                 "%t commIfFileRead: lFile == 0 fd[%d]  \n", aDesc);
+    if (lFile == nullptr) {
+        return COMMIF_ERR_NO_DEVICE;
+    }
+    const ssize_t lRead = lFile->recv(aBuf, aCount);
+    osx::storeCount(aRetCount, lRead);
+    if (!isWhole(lRead, aCount)) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_DEBUG,
+                     "%t commIfFileRead: retCount != Count fd[%d] Count[%d] retCount[%d]\n", aDesc,
+                     aCount, lRead);
+        return COMMIF_ERR_SHORT_READ;
+    }
+    return COMMIF_OK;
+}
+
+int commIfFileWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
+                    unsigned long* aRetCount) {
+    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
+    if (lEntry == nullptr) {
+        return COMMIF_ERR_BAD_DESCRIPTOR;
+    }
+    const auto* lFile =
+        DiagnosticLine(kChannelModule)
+            .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
+                                 "%t commIfFileWrite: lFile == 0 fd[%d]  \n", aDesc);
+    if (lFile == nullptr) {
+        return COMMIF_ERR_NO_DEVICE;
+    }
+    const osx::PipeSignalGuard lGuard;
+    const ssize_t lWritten = lFile->send(aBuf, aCount);
+    osx::storeCount(aRetCount, lWritten);
+    if (!isWhole(lWritten, aCount)) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_DEBUG,
+                     "%t commIfFileWrite: retCount != Count fd[%d] Count[%d] retCount[%d] \n",
+                     aDesc, aCount, lWritten);
+        return COMMIF_ERR_FILE_IO;
+    }
+    return COMMIF_OK;
+}
+
+int commIfFileIoctl(int aDesc, unsigned long aCmd, void* aData) {
+    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
+    if (lEntry == nullptr) {
+        return COMMIF_ERR_BAD_DESCRIPTOR;
+    }
+    auto* lFile = DiagnosticLine(kChannelModule)
+                      .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
+                                           "%t commIfFileIoctl: lFile == 0 fd[%d]  \n", aDesc);
+    if (lFile == nullptr) {
+        return COMMIF_ERR_NO_DEVICE;
+    }
+    switch (aCmd) {
+        case kSeek:
+            return seek(*lFile, aData);
+        case kSync:
+            return sync(*lFile);
+        case kGetSize:
+            return storeSize(*lFile, aData);
+        default:
+            return COMMIF_ERR_BAD_IOCTL;
+    }
+}
+
+int commIfFileClose(int aDesc) {
+    commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
+    return lEntry == nullptr ? COMMIF_ERR_BAD_DESCRIPTOR
+                             : osx::closeFileObject(aDesc, osx::takeFileObject(*lEntry));
+}

@@ -1,0 +1,128 @@
+#include <fcntl.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdio>
+
+#include "ace/FILE_Connector.h"
+#include "ace/FILE_IO.h"
+#include "base/diagnosticLine.h"
+#include "commif/channels.h"
+#include "commif/fileAccess.h"
+#include "commif/pipeSignal.h"
+
+namespace osx {
+
+bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) noexcept {
+    constexpr int kPermissions = 0644;
+    const ACE_FILE_Addr lAddress(aName == nullptr ? "" : aName);
+    return ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
+                                        aFlags | O_CLOEXEC, kPermissions) == 0;
+}
+
+bool findFileSize(ACE_FILE_IO& aFile, ACE_OFF_T& aSize) noexcept {
+    ACE_FILE_Info lInfo;
+    if (aFile.get_info(lInfo) != 0) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_DEBUG, "%t getFileSize: Unable to retrieve info from the file\n");
+        return false;
+    }
+    aSize = lInfo.size_;
+    return true;
+}
+
+}  // namespace osx
+
+namespace {
+
+using osx::DiagnosticLine;
+using osx::kChannelModule;
+
+/// A file that is closed at the end of its life, as ACE's own is not.
+class OpenFile : public ACE_FILE_IO {
+public:
+    OpenFile() = default;
+    ~OpenFile() { close(); }
+    OpenFile(const OpenFile&) = delete;
+    OpenFile& operator=(const OpenFile&) = delete;
+};
+
+/// Copies a number of bytes in pieces, so that a file may be larger than the memory. It ends early
+/// when one of the files does not play along, which nobody is told.
+void copyBytes(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, ACE_OFF_T aSize) {
+    const osx::PipeSignalGuard lGuard;
+    std::array<char, 16384> lPiece;
+    while (aSize > 0) {
+        const auto lWanted = static_cast<std::size_t>(std::min<ACE_OFF_T>(aSize, lPiece.size()));
+        const ssize_t lRead = aSource.recv(lPiece.data(), lWanted);
+        if (lRead <= 0 ||
+            aDestination.send_n(lPiece.data(), static_cast<std::size_t>(lRead)) != lRead) {
+            return;
+        }
+        aSize -= lRead;
+    }
+}
+
+}  // namespace
+
+int getFileSize(ACE_FILE_IO& aFile, unsigned long& aSize) {
+    ACE_OFF_T lSize = 0;
+    if (!osx::findFileSize(aFile, lSize)) {
+        return COMMIF_ERR_FILE_IO;
+    }
+    aSize = static_cast<unsigned long>(lSize);
+    return COMMIF_OK;
+}
+
+int commIfFileRename(const char* aCurrentName, const char* aNewName) {
+    if (aCurrentName == nullptr || aNewName == nullptr ||
+        std::rename(aCurrentName, aNewName) != 0) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_DEBUG, "%t commIfFileRename: pcCurrentName [%s] pcNewName[%s]  \n",
+                     aCurrentName, aNewName);
+        return COMMIF_ERR_FILE_IO;
+    }
+    return COMMIF_OK;
+}
+
+int commIfFileDelete(const char* aName) {
+    ACE_FILE_IO lFile;
+    // Whatever has the name is opened without waiting for anything, a pipe's writer for one.
+    if (!osx::openFile(lFile, aName, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
+        return COMMIF_ERR_FILE_OPEN;
+    }
+    lFile.remove();
+    return COMMIF_OK;
+}
+
+int commIfFileCopy(const char* aSource, const char* aDestination) {
+    OpenFile lSource;
+    if (!osx::openFile(lSource, aSource, O_RDONLY)) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_DEBUG, "%t commIfFileCopy: Unable to find file [%s] \n", aSource);
+        return COMMIF_ERR_FILE_OPEN;
+    }
+    OpenFile lDestination;
+    if (!osx::openFile(lDestination, aDestination, O_WRONLY | O_CREAT)) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_DEBUG, "%t commIfFileCopy: Unable to open file [%s] \n", aDestination);
+        return COMMIF_ERR_FILE_OPEN;
+    }
+    ACE_OFF_T lSize = 0;
+    if (!osx::findFileSize(lSource, lSize)) {
+        return COMMIF_ERR_NO_DEVICE;
+    }
+    copyBytes(lSource, lDestination, lSize);
+    return COMMIF_OK;
+}
+
+void commIfFilenameToUpper(const char* aName, char* aUpper) {
+    if (aName == nullptr || aUpper == nullptr) {
+        return;
+    }
+    while (*aName != '\0') {
+        *aUpper++ = static_cast<char>(std::toupper(static_cast<unsigned char>(*aName++)));
+    }
+    *aUpper = '\0';
+}
