@@ -1,0 +1,298 @@
+#include "osx/ActiveObject.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <future>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "support/FailingAllocator.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+/// What the requests of a test did, in order.
+class Journal {
+public:
+    void ran(int aId) {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        mRan.push_back(aId);
+        mChanged.notify_all();
+    }
+    void deleted(int aId) {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        mDeleted.push_back(aId);
+        mChanged.notify_all();
+    }
+    std::vector<int> ran() const {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        return mRan;
+    }
+    std::vector<int> deleted() const {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        return mDeleted;
+    }
+    bool waitForDeleted(std::size_t aCount) const {
+        std::unique_lock<std::mutex> lLock(mMutex);
+        return mChanged.wait_for(lLock, std::chrono::seconds(60),
+                                 [&] { return mDeleted.size() >= aCount; });
+    }
+
+private:
+    mutable std::mutex mMutex;
+    mutable std::condition_variable mChanged;
+    std::vector<int> mRan;
+    std::vector<int> mDeleted;
+};
+
+class Entry : public ACE_Method_Request {
+public:
+    Entry(Journal& aJournal, int aId, unsigned long aPriority = 0)
+        : ACE_Method_Request(aPriority), mJournal(aJournal), mId(aId) {}
+    ~Entry() override { mJournal.deleted(mId); }
+    int call() override {
+        mJournal.ran(mId);
+        return 0;
+    }
+
+private:
+    Journal& mJournal;
+    int mId;
+};
+
+/// Occupies the object's thread until released.
+class Blocker : public ACE_Method_Request {
+public:
+    Blocker(std::promise<void>& aRunning, std::shared_future<void> aRelease)
+        : mRunning(aRunning), mRelease(std::move(aRelease)) {}
+    int call() override {
+        mRunning.set_value();
+        mRelease.wait();
+        return 0;
+    }
+
+private:
+    std::promise<void>& mRunning;
+    std::shared_future<void> mRelease;
+};
+
+class Callback : public ACE_Method_Request {
+public:
+    explicit Callback(std::function<void()> aFunction) : mFunction(std::move(aFunction)) {}
+    int call() override {
+        mFunction();
+        return 0;
+    }
+
+private:
+    std::function<void()> mFunction;
+};
+
+/// Returns once the object's thread runs requests, so that a stop finds its flag set.
+void waitUntilRunning(ActiveObject& aObject) {
+    std::promise<void> lRuns;
+    ASSERT_NE(-1, aObject.insert(new Callback([&] { lRuns.set_value(); })));
+    lRuns.get_future().wait();
+}
+
+}  // namespace
+
+TEST(ActiveObject, RunsRequestsInOrderOnceEachAndDeletesThem) {
+    Journal lJournal;
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    for (int lId = 1; lId <= 3; ++lId) {
+        EXPECT_LT(0, lObject.insert(new Entry(lJournal, lId)));
+    }
+    ASSERT_TRUE(lJournal.waitForDeleted(3));
+    EXPECT_THAT(lJournal.ran(), ElementsAre(1, 2, 3));
+    EXPECT_THAT(lJournal.deleted(), ElementsAre(1, 2, 3));
+    lObject.stop();
+}
+
+TEST(ActiveObject, RunsRequestsOnOneThreadOfItsOwn) {
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    std::thread::id lFirst;
+    std::thread::id lSecond;
+    lObject.insert(new Callback([&] { lFirst = std::this_thread::get_id(); }));
+    std::promise<void> lDone;
+    lObject.insert(new Callback([&] {
+        lSecond = std::this_thread::get_id();
+        lDone.set_value();
+    }));
+    lDone.get_future().wait();
+    EXPECT_EQ(lFirst, lSecond);
+    EXPECT_NE(std::this_thread::get_id(), lFirst);
+    lObject.stop();
+}
+
+TEST(ActiveObject, RunsAHigherPriorityFirst) {
+    Journal lJournal;
+    ActiveObject lObject;
+    lObject.insert(new Entry(lJournal, 1, 0));
+    lObject.insert(new Entry(lJournal, 2, 5));
+    lObject.insert(new Entry(lJournal, 3, 5));
+    lObject.insert(new Entry(lJournal, 4, 9));
+    ASSERT_EQ(0, lObject.init());
+    ASSERT_TRUE(lJournal.waitForDeleted(4));
+    EXPECT_THAT(lJournal.ran(), ElementsAre(4, 2, 3, 1));
+    lObject.stop();
+}
+
+TEST(ActiveObject, StopRunsWhatIsAheadAndNothingBehind) {
+    Journal lJournal;
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    waitUntilRunning(lObject);
+    std::promise<void> lRunning;
+    std::promise<void> lRelease;
+    lObject.insert(new Blocker(lRunning, lRelease.get_future().share()));
+    lRunning.get_future().wait();
+    lObject.insert(new Entry(lJournal, 1));
+    lObject.insert(new StopRequest(&lObject));
+    lObject.insert(new Entry(lJournal, 2));
+    lRelease.set_value();
+    lObject.wait();
+    EXPECT_THAT(lJournal.ran(), ElementsAre(1));
+}
+
+TEST(ActiveObject, ARequestInsertedAfterTheStopNeverRunsAndIsFreedWithTheObject) {
+    Journal lJournal;
+    {
+        ActiveObject lObject;
+        ASSERT_EQ(0, lObject.init());
+        waitUntilRunning(lObject);
+        lObject.stop();
+        EXPECT_EQ(1, lObject.insert(new Entry(lJournal, 1)));
+        EXPECT_THAT(lJournal.deleted(), IsEmpty());
+    }
+    EXPECT_THAT(lJournal.ran(), IsEmpty());
+    EXPECT_THAT(lJournal.deleted(), ElementsAre(1));
+}
+
+TEST(ActiveObject, StopOfAnIdleObjectReturnsAndLeavesNothingInTheQueue) {
+    Journal lJournal;
+    ActiveObject lObject;
+    lObject.stop();
+    EXPECT_EQ(1, lObject.insert(new Entry(lJournal, 1)));
+    ASSERT_EQ(0, lObject.init());
+    ASSERT_TRUE(lJournal.waitForDeleted(1));
+    lObject.insert(new Entry(lJournal, 2));
+    ASSERT_TRUE(lJournal.waitForDeleted(2));
+    lObject.stop();
+}
+
+TEST(ActiveObject, StopTwiceReturnsAtOnceTheSecondTime) {
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    waitUntilRunning(lObject);
+    lObject.stop();
+    lObject.stop();
+    Journal lJournal;
+    EXPECT_EQ(1, lObject.insert(new Entry(lJournal, 1)));
+}
+
+TEST(ActiveObject, StopByTwoThreadsReturnsOnBoth) {
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    waitUntilRunning(lObject);
+    std::promise<void> lRunning;
+    std::promise<void> lRelease;
+    lObject.insert(new Blocker(lRunning, lRelease.get_future().share()));
+    lRunning.get_future().wait();
+    std::thread lFirst([&] { lObject.stop(); });
+    std::thread lSecond([&] { lObject.stop(); });
+    lRelease.set_value();
+    lFirst.join();
+    lSecond.join();
+    Journal lJournal;
+    EXPECT_EQ(1, lObject.insert(new Entry(lJournal, 1)));
+}
+
+TEST(ActiveObject, StopOnItsOwnThreadDoesNotWaitForItself) {
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    std::promise<void> lStopped;
+    lObject.insert(new Callback([&] {
+        lObject.stop();
+        lStopped.set_value();
+    }));
+    lStopped.get_future().wait();
+    EXPECT_EQ(0, lObject.wait());
+}
+
+TEST(ActiveObject, StopsThoughMemoryIsShort) {
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    waitUntilRunning(lObject);
+    {
+        const test::FailingAllocator lFailing;
+        lObject.stop();
+    }
+    Journal lJournal;
+    lObject.insert(new Entry(lJournal, 1));
+    ASSERT_EQ(0, lObject.init());
+    ASSERT_TRUE(lJournal.waitForDeleted(1));
+    lObject.stop();
+}
+
+TEST(ActiveObject, RunsAgainAfterAStop) {
+    ActiveObject lObject;
+    for (int lRound = 0; lRound < 3; ++lRound) {
+        ASSERT_EQ(0, lObject.init());
+        waitUntilRunning(lObject);
+        lObject.stop();
+    }
+}
+
+TEST(ActiveObject, StopRightAfterInitReturnsAtOnceWhicheverComesFirst) {
+    for (int lRound = 0; lRound < 50; ++lRound) {
+        ActiveObject lObject;
+        ASSERT_EQ(0, lObject.init());
+        lObject.stop();
+    }
+}
+
+TEST(ActiveObject, InsertNeverWaitsForTheThread) {
+    constexpr int kMany = 20000;
+    Journal lJournal;
+    ActiveObject lObject;
+    for (int lId = 0; lId < kMany; ++lId) {
+        ASSERT_EQ(lId + 1, lObject.insert(new Entry(lJournal, lId)));
+    }
+}
+
+TEST(ActiveObject, DestructionEndsAThreadThatWaitsForRequests) {
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    waitUntilRunning(lObject);
+}
+
+TEST(ActiveObject, RefusesNull) {
+    ActiveObject lObject;
+    EXPECT_EQ(-1, lObject.insert(nullptr));
+}
+
+TEST(ActiveObject, InsertLeavesTheRequestToTheCallerWhenMemoryIsShort) {
+    Journal lJournal;
+    ActiveObject lObject;
+    for (int lAllowed = 0; lAllowed < 2; ++lAllowed) {
+        auto lRequest = std::make_unique<Entry>(lJournal, 1);
+        errno = 0;
+        const test::FailingAllocator lFailing(lAllowed);
+        EXPECT_EQ(-1, lObject.insert(lRequest.get()));
+        EXPECT_EQ(ENOMEM, errno);
+    }
+}
+
+TEST(StopRequest, OfNoObjectDoesNothing) {
+    StopRequest lRequest(nullptr);
+    EXPECT_EQ(0, lRequest.call());
+    EXPECT_EQ(0U, lRequest.priority());
+}
