@@ -1,0 +1,104 @@
+#include "logging/LogFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <ext/stdio_filebuf.h>
+
+#include <atomic>
+#include <ios>
+#include <new>
+
+#include "ace/Log_Msg.h"
+#include "ace/Log_Msg_Backend.h"
+#include "base/allocate.h"
+#include "logging/NeverDestroyed.h"
+
+namespace osx {
+
+namespace {
+
+/// The standard file stream has no way to open a file close-on-exec.
+class LogStream : public std::ostream {
+public:
+    LogStream() : std::ostream(nullptr) { rdbuf(&mBuffer); }
+
+    void open(const char* aName) noexcept {
+        const int lDescriptor =
+            aName == nullptr
+                ? -1
+                : ::open(aName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, kMode);
+        if (lDescriptor == -1 || !attach(lDescriptor)) {
+            setstate(failbit);
+        }
+    }
+
+private:
+    using Buffer = __gnu_cxx::stdio_filebuf<char>;
+    static constexpr mode_t kMode = 0666;
+
+    bool attach(int aDescriptor) noexcept {
+        try {
+            mBuffer = Buffer(aDescriptor, std::ios_base::out);
+            return true;
+        } catch (const std::bad_alloc&) {
+            ::close(aDescriptor);
+            return false;
+        }
+    }
+
+    Buffer mBuffer;
+};
+
+std::atomic<std::ostream*> gLogFile{nullptr};
+
+/// Hands lines on to the back end that was in use before.
+class LogFileBackend : public ACE_Log_Msg_Backend {
+public:
+    int open(const ACE_TCHAR* aKey) override { return mNext == nullptr ? 0 : mNext->open(aKey); }
+    int reset() override { return mNext == nullptr ? 0 : mNext->reset(); }
+    int close() override { return mNext == nullptr ? 0 : mNext->close(); }
+    ssize_t log(ACE_Log_Record& aRecord) override {
+        giveLogFileToThread();
+        return mNext == nullptr ? 0 : mNext->log(aRecord);
+    }
+    void install(ACE_Log_Msg& aLog) {
+        ACE_Log_Msg_Backend* const lInstalled = ACE_Log_Msg::msg_backend();
+        if (lInstalled != this) {
+            mNext = (aLog.flags() & ACE_Log_Msg::CUSTOM) != 0 ? lInstalled : nullptr;
+            ACE_Log_Msg::msg_backend(this);
+        }
+        aLog.set_flags(ACE_Log_Msg::CUSTOM);
+    }
+
+private:
+    ACE_Log_Msg_Backend* mNext = nullptr;
+};
+
+}  // namespace
+
+std::ostream* openLogFile(const char* aName) noexcept {
+    auto* const lStream = allocate<LogStream>();
+    if (lStream != nullptr) {
+        lStream->open(aName);
+        gLogFile.store(lStream, std::memory_order_release);
+    }
+    return lStream;
+}
+
+void giveLogFileToThread() noexcept {
+    std::ostream* const lStream = gLogFile.load(std::memory_order_acquire);
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    if (lStream != nullptr && lLog->msg_ostream() == nullptr) {
+        lLog->msg_ostream(lStream, false);
+    }
+}
+
+void installLogFileBackend() noexcept {
+    static const NeverDestroyed<LogFileBackend> lBackend;
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    lLog->acquire();
+    lBackend.get()->install(*lLog);
+    lLog->release();
+}
+
+}  // namespace osx

@@ -1,0 +1,27 @@
+/// @file
+/// The log file, and how every thread comes to write to it: ACE keeps the output stream for each
+/// thread separately, and a thread that ACE did not start has none.
+#ifndef OSX_LOGGING_LOGFILE_H
+#define OSX_LOGGING_LOGFILE_H
+
+#include <ostream>
+
+namespace osx {
+
+/// Makes the log file's stream, which lives until the process ends, and truncates the file.
+/// @param aName null opens nothing.
+/// @return the stream, in its failed state if the file could not be opened; null, and `errno`
+///         ENOMEM, when memory is short.
+std::ostream* openLogFile(const char* aName) noexcept;
+
+/// Makes the log file the output stream of the calling thread, unless it has one or there is no log
+/// file. A back end calls it: ACE writes the line to the stream after that.
+void giveLogFileToThread() noexcept;
+
+/// Installs a custom back end that does no more than that, in front of the one that is in use, if
+/// any.
+void installLogFileBackend() noexcept;
+
+}  // namespace osx
+
+#endif

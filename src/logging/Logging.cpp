@@ -1,0 +1,199 @@
+#include "logging/Logging.h"
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+
+#include "ace/ACE.h"
+#include "ace/Log_Msg.h"
+#include "ace/OS_NS_stdlib.h"
+#include "base/diagnosticLine.h"
+#include "logging/LogFile.h"
+#include "logging/NeverDestroyed.h"
+#include "logging/RedirectService.h"
+#include "logging/commandLine.h"
+#include "logging/decimalNumber.h"
+#include "logging/exitGuard.h"
+#include "osx/OSX_Reactor.h"
+#include "osx/osx.h"
+
+using osx::DiagnosticLine;
+
+namespace {
+
+constexpr char kModule[] = "Logging.cpp";
+constexpr char kProgramName[] = "ZR";
+constexpr char kLoggerKey[] = "ZR";
+
+std::atomic<long> gDebugLevelPortNumber{12311};
+bool gStandardErrorWanted = false;
+
+/// The redirect service from load to exit. Other threads may log, and its clients leave, after it
+/// has been shut down; its memory stays.
+class RedirectServiceOwner {
+public:
+    RedirectServiceOwner() = default;
+    ~RedirectServiceOwner() {
+        mService.get()->shutdown();
+        osx::guardExit();
+    }
+    RedirectServiceOwner(const RedirectServiceOwner&) = delete;
+    RedirectServiceOwner& operator=(const RedirectServiceOwner&) = delete;
+    RedirectService* get() const { return mService.get(); }
+
+private:
+    osx::NeverDestroyed<RedirectService> mService;
+};
+
+const RedirectServiceOwner gRedirectService;
+
+void switchDebugOn(const char* /*aValue*/) {
+    ACE::debug(true);
+}
+
+void setDebugLevel(const char* aValue) {
+    if (aValue == nullptr) {
+        DiagnosticLine(kModule).failure(
+            LM_ERROR, "%t LogInit -DebugLevel has no value, the level stays [%d]\n", getLogLevel());
+        return;
+    }
+    setLogLevel(static_cast<unsigned int>(osx::decimalNumber(aValue, std::strlen(aValue))));
+}
+
+void setRedirectPort(const char* aValue) {
+    if (aValue == nullptr) {
+        DiagnosticLine(kModule).failure(LM_ERROR,
+                                        "%t LogInit -RedirectPort has no value, the port stays\n");
+        return;
+    }
+    getRedirectService()->setPortNumber(osx::decimalNumber(aValue, std::strlen(aValue)));
+}
+
+void logToFile(const char* aName) {
+    std::ostream* const lStream = osx::openLogFile(aName);
+    ACE::debug(true);
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    if (lStream != nullptr && !lStream->bad()) {
+        lLog->msg_ostream(lStream, false);
+    }
+    DiagnosticLine(kModule).trace(1, "%t LogInit The debug info is sent to file [%s]\n", aName);
+    lLog->clr_flags(ACE_Log_Msg::STDERR | ACE_Log_Msg::LOGGER);
+    lLog->set_flags(ACE_Log_Msg::OSTREAM);
+    osx::installLogFileBackend();
+}
+
+void logToSystemLog(const char* /*aValue*/) {
+    ACE::debug(true);
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    lLog->clr_flags(ACE_Log_Msg::STDERR | ACE_Log_Msg::LOGGER);
+    lLog->set_flags(ACE_Log_Msg::SYSLOG);
+    if (ACE_Log_Msg::msg_backend() == nullptr) {
+        // ACE does not check that there is one for the flag CUSTOM.
+        osx::installLogFileBackend();
+    }
+    lLog->open(kProgramName, ACE_Log_Msg::SYSLOG | ACE_Log_Msg::CUSTOM, kLoggerKey);
+}
+
+void wantStandardError(const char* /*aValue*/) {
+    gStandardErrorWanted = true;
+}
+
+void help(const char* /*aValue*/) {
+    printUsage();
+    ACE_OS::exit(0);
+}
+
+constexpr std::array<osx::CommandLineOption, 7> kOptions{
+    {{"-LogFile", true, logToFile},
+     {"-Debug", false, switchDebugOn},
+     {"-DebugLevel", true, setDebugLevel},
+     {"-SysLog", false, logToSystemLog},
+     {"-stderr", false, wantStandardError},
+     {"-help", false, help},
+     {"-RedirectPort", true, setRedirectPort}}};
+
+/// Reopening without SYSLOG would silence a system log that an option asked for, though its flag
+/// stays. The flags end up as if it had not been named and no logging daemon been found at the key.
+void openNetworkBackend(ACE_Log_Msg& aLog) {
+    unsigned long lFlags = ACE_Log_Msg::LOGGER | ACE_Log_Msg::CUSTOM;
+    if (gStandardErrorWanted) {
+        lFlags |= ACE_Log_Msg::STDERR;
+    }
+    if ((aLog.flags() & ACE_Log_Msg::SYSLOG) == 0) {
+        aLog.open(kProgramName, lFlags, kLoggerKey);
+        return;
+    }
+    aLog.open(kProgramName, lFlags | ACE_Log_Msg::SYSLOG, kLoggerKey);
+    aLog.clr_flags(ACE_Log_Msg::LOGGER);
+    aLog.set_flags(lFlags & ACE_Log_Msg::STDERR);
+}
+
+void startNetworkLogging() {
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    lLog->set_flags(ACE_Log_Msg::MSG_CALLBACK);
+    getRedirectService()->init();
+    ACE_Log_Msg::msg_backend(getRedirectService());
+    openNetworkBackend(*lLog);
+    startLoggingServer();
+}
+
+}  // namespace
+
+void LogInit(int& aArgNum, char** aArgValues, bool aNetworkLogging) {
+    if (OSX_Reactor* const lReactor =
+            ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()) {
+        lReactor->initReactor();
+    }
+    ACE::debug(true);
+    gStandardErrorWanted = false;
+    osx::applyOptions(aArgNum, aArgValues, kOptions.data(), kOptions.size());
+    if (aNetworkLogging) {
+        startNetworkLogging();
+    }
+}
+
+void LogDeinit() {
+    getRedirectService()->deinit();
+}
+
+void setDebugLevelPortNumber(long aPort) {
+    gDebugLevelPortNumber = aPort;
+}
+
+RedirectService* getRedirectService() {
+    return gRedirectService.get();
+}
+
+void startLoggingServer() {
+    void* lPort = nullptr;
+    if (osxRegisterPort(lPort, static_cast<unsigned long>(gDebugLevelPortNumber), nullptr, nullptr,
+                        NewLogLevelData, nullptr, nullptr) != 0) {
+        DiagnosticLine(kModule).failure(
+            LM_ERROR, "%t startLoggingServer Unable to start the Logging service\n");
+    }
+}
+
+void printUsage() {
+    std::printf(
+        "The application takes the following commandline options:\n\n"
+        "-stderr            --> Switch on the debugging output on STDERR\n"
+        "-Debug             --> Switch on the debugging output\n"
+        "-DebugLevel x      --> Set the debuglevel to x \n"
+        "-LogFile filename  --> Send the debug info to the file with the name [filename]\n"
+        "-SysLog            --> Send the debug info to the system log\n"
+        "-RedirectPort x    --> Set the TCP/IP port for the RedirectService, default value is "
+        "2324\n");
+}
+
+void NewLogLevelData(void* /*aSocket*/, void*& /*aUserData*/, unsigned char* aData,
+                     unsigned long aLength) {
+    if (aData == nullptr || aLength == 0) {
+        return;
+    }
+    const auto lLevel = static_cast<unsigned int>(
+        osx::decimalNumber(reinterpret_cast<const char*>(aData), aLength));
+    setLogLevel(lLevel);
+    DiagnosticLine(kModule).trace(lLevel, "%t NewLogLevelData set the debug level to [%d]\n",
+                                  lLevel);
+}

@@ -1,0 +1,26 @@
+/// @file
+/// An object for the whole life of the process: it is not destroyed at exit, when other threads may
+/// still use it.
+#ifndef OSX_LOGGING_NEVERDESTROYED_H
+#define OSX_LOGGING_NEVERDESTROYED_H
+
+#include <new>
+
+namespace osx {
+
+template <class T>
+class NeverDestroyed {
+public:
+    NeverDestroyed() : mObject(new (mStorage) T) {}
+    NeverDestroyed(const NeverDestroyed&) = delete;
+    NeverDestroyed& operator=(const NeverDestroyed&) = delete;
+    T* get() const { return mObject; }
+
+private:
+    alignas(T) unsigned char mStorage[sizeof(T)];
+    T* mObject;
+};
+
+}  // namespace osx
+
+#endif

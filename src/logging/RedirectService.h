@@ -1,0 +1,129 @@
+/// @file
+/// The log back end that copies every log line to TCP clients, so that the diagnostic output of a
+/// running device can be watched from afar.
+#ifndef OSX_LOGGING_REDIRECTSERVICE_H
+#define OSX_LOGGING_REDIRECTSERVICE_H
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <mutex>
+
+#include "ace/Log_Msg_Backend.h"
+#include "ace/Method_Request.h"
+#include "ace/SString.h"
+#include "base/osxExport.h"
+#include "net/ConnectionAdmin.h"
+#include "osx/ActiveObject.h"
+
+/// A custom back end of ACE's logging. Each client gets the plain text of the log lines, as the
+/// program formatted them, one after another, from the moment it connected on; what a client sends
+/// is not read.
+///
+/// The thread that logs never waits for the network: it queues a copy of the line, and only while a
+/// client is connected. The queue is bounded. Once it is full, lines are dropped for the network
+/// only, until it has drained; then the clients are told, in one line, how many are missing.
+class OSX_EXPORT RedirectService : public ACE_Log_Msg_Backend {
+public:
+    static constexpr long kDefaultPort = 2324;
+    /// Bounds of the queue: bytes of text, and lines.
+    static constexpr std::size_t kMaxQueuedBytes = 4U * 1024U * 1024U;
+    static constexpr std::size_t kMaxQueuedLines = 16384;
+
+    /// Does not start anything.
+    RedirectService();
+
+    /// Stops being ACE's back end, if it is, and ends the worker thread: lines still queued are
+    /// sent within a second or lost. The port is not closed: call `deinit` first.
+    ~RedirectService() override;
+
+    RedirectService(const RedirectService&) = delete;
+    RedirectService& operator=(const RedirectService&) = delete;
+
+    /// Sets the TCP port for the next `init`.
+    void setPortNumber(long aPort);
+
+    /// Starts the worker thread, waits until it runs, and opens the port. A port that cannot be
+    /// opened ends the process.
+    /// @return 0; 1 if the thread runs already; -1 if it could not be started.
+    int init();
+
+    /// Ends the worker thread when what is queued has been sent, and closes the port. Clients stay
+    /// connected and get nothing more. Clients that take nothing are waited for at most
+    /// `ConnectionAdmin::kStalledClientMs` in all.
+    /// @return 0.
+    int deinit();
+
+    /// Does nothing. @return 0.
+    int open(const ACE_TCHAR* aLoggerKey) override;
+    /// Does nothing. @return 0.
+    int reset() override;
+    /// Does nothing. @return 0.
+    int close() override;
+
+    /// Queues a line for the clients, if there are any; called by ACE on the thread that logs.
+    /// Lines that the worker thread itself writes are not queued: a failed send would otherwise
+    /// cause further sends without end. Never waits.
+    /// @return 0.
+    ssize_t log(ACE_Log_Record& aRecord) override;
+
+    /// Sends a text to every client now, on the calling thread.
+    /// @return 0.
+    int send_i(const ACE_String_Base<char>& aText);
+
+    /// What the destructor does, for an object that is not destroyed: ends the worker thread within
+    /// about a second. `init` starts it again.
+    void shutdown();
+
+private:
+    class QueuedLine;
+
+    bool insertLine(const char* aText, std::size_t aLength);
+    bool enterQueue(std::size_t aBytes);
+    std::size_t leaveQueue(std::size_t aBytes);
+    void countDropped();
+    void tellDropped(std::size_t aNumber);
+    void uninstall();
+    void stopWorker(std::chrono::milliseconds aGrace);
+
+    ActiveObject mActiveObject;
+    ConnectionAdmin mConnectionAdmin;
+    long mPortNumber;
+
+    /// Keeps `init`, `deinit` and `shutdown` apart.
+    std::mutex mLifeMutex;
+    std::atomic<bool> mRunning;
+    std::atomic<bool> mDiscarding;
+    pid_t mProcess;
+
+    /// Guards the figures below, for a few instructions at a time.
+    std::mutex mBoundMutex;
+    std::size_t mQueuedLines;
+    std::size_t mQueuedBytes;
+    std::size_t mDropped;
+    bool mFull;
+};
+
+/// A text on its way to the clients of a redirect service.
+class OSX_EXPORT SendMethodRequest : public ACE_Method_Request {
+public:
+    /// @param aService who is to send; null for nobody.
+    /// @param aText copied; null counts as empty.
+    SendMethodRequest(RedirectService* aService, const char* aText);
+    ~SendMethodRequest() override;
+
+    /// Sends the text. @return 0.
+    int call() override;
+
+protected:
+    /// @return the copy; shorter than the text, and `errno` ENOMEM, when memory was short.
+    const ACE_String_Base<char>& text() const;
+
+private:
+    RedirectService* mService;
+    ACE_String_Base<char> mText;
+};
+
+#endif

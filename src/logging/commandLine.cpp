@@ -1,0 +1,64 @@
+#include "logging/commandLine.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+#include "ace/Arg_Shifter.h"
+
+namespace osx {
+
+namespace {
+
+using ArgShifter = ACE_Arg_Shifter_T<char>;
+
+const CommandLineOption* findOption(const char* aArgument, const CommandLineOption* aOptions,
+                                    std::size_t aNumberOfOptions) {
+    const CommandLineOption* const lEnd = aOptions + aNumberOfOptions;
+    const CommandLineOption* const lFound =
+        std::find_if(aOptions, lEnd, [aArgument](const CommandLineOption& aOption) {
+            return aArgument != nullptr && ::strcasecmp(aArgument, aOption.mName) == 0;
+        });
+    return lFound == lEnd ? nullptr : lFound;
+}
+
+void applyNext(ArgShifter& aShifter, const CommandLineOption& aOption) {
+    aShifter.consume_arg();
+    if (!aOption.mTakesValue) {
+        aOption.mApply(nullptr);
+        return;
+    }
+    const char* const lNext = aShifter.get_current();
+    aOption.mApply(lNext != nullptr && *lNext != '-' ? lNext : nullptr);
+    if (aShifter.is_anything_left() != 0) {
+        aShifter.consume_arg();
+    }
+}
+
+}  // namespace
+
+void applyOptions(int& aNumber, char** aArguments, const CommandLineOption* aOptions,
+                  std::size_t aNumberOfOptions) noexcept {
+    if (aNumber <= 0 || aArguments == nullptr) {
+        return;
+    }
+    // The shifter takes this array over; it would not survive failing to allocate it by itself.
+    auto** const lCopy = new (std::nothrow) char*[static_cast<std::size_t>(aNumber)];
+    if (lCopy == nullptr) {
+        errno = ENOMEM;
+        return;
+    }
+    ArgShifter lShifter(aNumber, aArguments, lCopy);
+    while (lShifter.is_anything_left() != 0) {
+        const auto* const lOption = findOption(lShifter.get_current(), aOptions, aNumberOfOptions);
+        if (lOption == nullptr) {
+            lShifter.ignore_arg();
+        } else {
+            applyNext(lShifter, *lOption);
+        }
+    }
+}
+
+}  // namespace osx
