@@ -1,0 +1,352 @@
+#include "net/ConnectionAdmin.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "support/FailingAllocator.h"
+#include "support/LogCapture.h"
+#include "support/RunningReactor.h"
+#include "support/TcpPeer.h"
+#include "support/waitUntil.h"
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using test::TcpPeer;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+unsigned char* bytes(std::string& aText) {
+    return reinterpret_cast<unsigned char*>(aText.data());
+}
+
+void sendText(const ConnectionAdmin& aAdmin, std::string aText) {
+    EXPECT_EQ(0, aAdmin.send(aText.size(), bytes(aText)));
+}
+
+void sendBlockOf(const ConnectionAdmin& aAdmin, std::string aText) {
+    EXPECT_EQ(0, aAdmin.sendBlock(aText.size(), bytes(aText)));
+}
+
+/// An administrator with an open port.
+class ConnectionAdminPort : public testing::Test {
+protected:
+    ConnectionAdminPort() : mPort(test::freePort()) { mAdmin.init(mPort); }
+    ~ConnectionAdminPort() override { mAdmin.deinit(); }
+
+    /// A client that the administrator knows of.
+    TcpPeer connectClient() {
+        const int lBefore = mAdmin.getNrOfConnections();
+        TcpPeer lClient = TcpPeer::connect(mPort);
+        EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() > lBefore; }));
+        return lClient;
+    }
+
+    /// Keeps a thread in a broadcast that a client holds up.
+    std::thread startStalledSend() {
+        return std::thread([this] {
+            mSending = true;
+            sendText(mAdmin, std::string(kMoreThanFits, 'x'));
+            mSending = false;
+        });
+    }
+
+    /// @return once the broadcast is stuck at a client: its receive queue no longer grows.
+    static void waitUntilStuck(const TcpPeer& aClient) {
+        int lLast = -1;
+        ASSERT_TRUE(test::waitUntil([&] {
+            const int lQueued = queued(aClient);
+            std::this_thread::sleep_for(milliseconds(50));
+            return lQueued > 0 && lQueued == std::exchange(lLast, lQueued);
+        }));
+    }
+
+    static int queued(const TcpPeer& aClient) {
+        int lBytes = 0;
+        ::ioctl(aClient.descriptor(), FIONREAD, &lBytes);
+        return lBytes;
+    }
+
+    static constexpr std::size_t kMoreThanFits = 64U * 1024U * 1024U;
+
+    test::LogCapture mLog;
+    test::RunningReactor mReactor;
+    unsigned short mPort;
+    ConnectionAdmin mAdmin;
+    std::atomic<bool> mSending{false};
+};
+
+}  // namespace
+
+TEST(ConnectionAdmin, WithoutClientsSendsNothing) {
+    const ConnectionAdmin lAdmin;
+    sendText(lAdmin, "abc");
+    sendBlockOf(lAdmin, "abc");
+    EXPECT_EQ(0, lAdmin.getNrOfConnections());
+}
+
+TEST(ConnectionAdmin, CountsAHandleOnce) {
+    ConnectionAdmin lAdmin;
+    void* lDatum = &lAdmin;
+    int lOne = 0;
+    int lTwo = 0;
+    ConnectionAdmin::NewConnection(&lOne, lDatum);
+    ConnectionAdmin::NewConnection(&lOne, lDatum);
+    EXPECT_EQ(1, lAdmin.getNrOfConnections());
+    ConnectionAdmin::NewConnection(&lTwo, lDatum);
+    EXPECT_EQ(2, lAdmin.getNrOfConnections());
+    ConnectionAdmin::ClosedConnection(&lOne, lDatum);
+    ConnectionAdmin::ClosedConnection(&lOne, lDatum);
+    EXPECT_EQ(1, lAdmin.getNrOfConnections());
+    ConnectionAdmin::ClosedConnection(&lTwo, lDatum);
+    EXPECT_EQ(0, lAdmin.getNrOfConnections());
+    EXPECT_EQ(&lAdmin, lDatum);
+}
+
+TEST(ConnectionAdmin, IgnoresANullDatum) {
+    void* lNone = nullptr;
+    int lSocket = 0;
+    ConnectionAdmin::NewConnection(&lSocket, lNone);
+    ConnectionAdmin::ClosedConnection(&lSocket, lNone);
+}
+
+TEST(ConnectionAdmin, IgnoresADestroyedOne) {
+    alignas(ConnectionAdmin) std::array<unsigned char, sizeof(ConnectionAdmin)> lMemory{};
+    auto* const lAdmin = new (lMemory.data()) ConnectionAdmin;
+    lAdmin->~ConnectionAdmin();
+    lMemory.fill(0xEE);
+    void* lDatum = lAdmin;
+    int lSocket = 0;
+    ConnectionAdmin::NewConnection(&lSocket, lDatum);
+    ConnectionAdmin::ClosedConnection(&lSocket, lDatum);
+    EXPECT_THAT(lMemory, testing::Each(0xEE));
+}
+
+TEST(ConnectionAdmin, LeavesTheSetAloneWhenMemoryIsShort) {
+    ConnectionAdmin lAdmin;
+    void* lDatum = &lAdmin;
+    int lSocket = 0;
+    errno = 0;
+    const test::FailingAllocator lFailing;
+    ConnectionAdmin::NewConnection(&lSocket, lDatum);
+    EXPECT_EQ(ENOMEM, errno);
+    EXPECT_EQ(0, lAdmin.getNrOfConnections());
+}
+
+TEST(ConnectionAdmin, InitSaysThatTheListenerCouldNotBeAllocated) {
+    const test::LogCapture lLog;
+    test::RunningReactor::reactor().initReactor();
+    ConnectionAdmin lAdmin;
+    {
+        const test::FailingAllocator lFailing(0, true);
+        lAdmin.init(1234);
+    }
+    const auto lLines = lLog.lines();
+    ASSERT_FALSE(lLines.empty());
+    EXPECT_EQ(1U, lLog.count("%t ConnectionAdmin::init osxRegisterPort failed, "
+                             "mPortNumber[1234]\n"));
+    EXPECT_EQ(LM_ERROR, lLines.back().priority);
+    EXPECT_EQ(-1, lLines.back().status);
+    EXPECT_EQ("ConnectionAdmin.cpp", lLines.back().module);
+}
+
+TEST(ConnectionAdmin, DeinitWithoutInitSaysSo) {
+    const test::LogCapture lLog;
+    ConnectionAdmin lAdmin;
+    lAdmin.deinit();
+    EXPECT_EQ(1U, lLog.count("%t ConnectionAdmin::deinit osxUnregisterPort failed, "
+                             "mSocketHandle[0x0]\n"));
+    EXPECT_EQ(LM_ERROR, lLog.lines().back().priority);
+}
+
+TEST(ConnectionAdminDeathTest, InitOnAPortInUseEndsTheProcess) {
+    const test::TcpListener lOther;
+    EXPECT_EXIT(
+        {
+            test::RunningReactor::reactor().initReactor();
+            ConnectionAdmin lAdmin;
+            lAdmin.init(lOther.port());
+        },
+        testing::KilledBySignal(SIGABRT), "result == 0");
+}
+
+TEST_F(ConnectionAdminPort, SendsBytesAsTheyAreToEveryClient) {
+    TcpPeer lOne = connectClient();
+    TcpPeer lTwo = connectClient();
+    EXPECT_EQ(2, mAdmin.getNrOfConnections());
+    sendText(mAdmin, "first");
+    sendText(mAdmin, "");
+    sendText(mAdmin, std::string("\0second", 7));
+    EXPECT_EQ(std::string("first\0second", 12), lOne.receive(12));
+    EXPECT_EQ(std::string("first\0second", 12), lTwo.receive(12));
+}
+
+TEST_F(ConnectionAdminPort, SendsABlockAfterItsLength) {
+    TcpPeer lOne = connectClient();
+    TcpPeer lTwo = connectClient();
+    sendBlockOf(mAdmin, "abc");
+    sendBlockOf(mAdmin, "");
+    sendBlockOf(mAdmin, std::string(258, 'x'));
+    const std::string lExpected =
+        std::string("\3\0\0\0abc\0\0\0\0\2\1\0\0", 15) + std::string(258, 'x');
+    EXPECT_EQ(lExpected, lOne.receive(lExpected.size()));
+    EXPECT_EQ(lExpected, lTwo.receive(lExpected.size()));
+}
+
+TEST_F(ConnectionAdminPort, DropsAClientThatDisconnects) {
+    TcpPeer lOne = connectClient();
+    TcpPeer lTwo = connectClient();
+    lOne.close();
+    ASSERT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 1; }));
+    sendText(mAdmin, "still");
+    EXPECT_EQ("still", lTwo.receive(5));
+}
+
+TEST_F(ConnectionAdminPort, DoesNotReadWhatAClientSends) {
+    TcpPeer lClient = connectClient();
+    ASSERT_TRUE(lClient.send("chatter"));
+    sendText(mAdmin, "answer");
+    EXPECT_EQ("answer", lClient.receive(6));
+}
+
+TEST_F(ConnectionAdminPort, SurvivesClientsThatReset) {
+    for (int lRound = 0; lRound < 20; ++lRound) {
+        TcpPeer lClient = connectClient();
+        lClient.reset();
+        sendText(mAdmin, "gone");
+        sendBlockOf(mAdmin, "gone");
+        ASSERT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 0; }));
+    }
+}
+
+TEST_F(ConnectionAdminPort, ClientsStayConnectedAfterDeinit) {
+    TcpPeer lClient = connectClient();
+    mAdmin.deinit();
+    EXPECT_FALSE(TcpPeer::connect(mPort).connected());
+    sendText(mAdmin, "still");
+    EXPECT_EQ("still", lClient.receive(5));
+    EXPECT_EQ(1, mAdmin.getNrOfConnections());
+}
+
+TEST_F(ConnectionAdminPort, BroadcastsOfSeveralThreadsDoNotMix) {
+    constexpr std::size_t kSize = 200000;
+    constexpr int kBlocks = 5;
+    TcpPeer lClient = connectClient();
+    std::vector<std::thread> lSenders;
+    for (const char lLetter : {'a', 'b', 'c'}) {
+        lSenders.emplace_back([this, lLetter] {
+            for (int lBlock = 0; lBlock < kBlocks; ++lBlock) {
+                sendBlockOf(mAdmin, std::string(kSize, lLetter));
+            }
+        });
+    }
+    for (int lBlock = 0; lBlock < 3 * kBlocks; ++lBlock) {
+        const std::string lFrame = lClient.receive(4 + kSize);
+        ASSERT_EQ(4 + kSize, lFrame.size());
+        EXPECT_EQ(std::string(kSize, lFrame[4]), lFrame.substr(4));
+    }
+    for (std::thread& lSender : lSenders) {
+        lSender.join();
+    }
+}
+
+TEST_F(ConnectionAdminPort, AStalledClientHoldsUpNeitherTheCountNorOtherClientsComingAndGoing) {
+    TcpPeer lStalled = connectClient();
+    std::thread lSender = startStalledSend();
+    waitUntilStuck(lStalled);
+    const auto lStart = steady_clock::now();
+    {
+        const TcpPeer lOther = connectClient();
+        EXPECT_EQ(2, mAdmin.getNrOfConnections());
+    }
+    EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 1; }));
+    EXPECT_GT(seconds(2), steady_clock::now() - lStart);
+    EXPECT_TRUE(mSending);
+    lStalled.close();
+    lSender.join();
+    EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 0; }));
+}
+
+TEST_F(ConnectionAdminPort, AClosingConnectionEndsTheSendInProgressOnIt) {
+    TcpPeer lStalled = connectClient();
+    std::thread lSender = startStalledSend();
+    waitUntilStuck(lStalled);
+    // The peer's FIN alone does not end the send: the peer could still read.
+    ASSERT_EQ(0, ::shutdown(lStalled.descriptor(), SHUT_WR));
+    EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 0; }, seconds(5)));
+    lSender.join();
+}
+
+TEST_F(ConnectionAdminPort, SendsInProgressCanBeEnded) {
+    TcpPeer lStalled = connectClient();
+    std::thread lSender = startStalledSend();
+    waitUntilStuck(lStalled);
+    EXPECT_TRUE(test::waitUntil([&] {
+        mAdmin.endSendsInProgress();
+        return !mSending;
+    }));
+    lSender.join();
+}
+
+TEST_F(ConnectionAdminPort, OutlivesNoConnectionThatItsCallbackWouldFindDestroyed) {
+    const unsigned short lPort = test::freePort();
+    TcpPeer lClient;
+    {
+        ConnectionAdmin lShortLived;
+        lShortLived.init(lPort);
+        lClient = TcpPeer::connect(lPort);
+        ASSERT_TRUE(test::waitUntil([&] { return lShortLived.getNrOfConnections() == 1; }));
+        lShortLived.deinit();
+    }
+    ASSERT_EQ(0, ::shutdown(lClient.descriptor(), SHUT_WR));
+    EXPECT_TRUE(lClient.waitForClose());
+}
+
+namespace {
+
+int option(int aDescriptor, int aLevel, int aName) {
+    int lValue = -1;
+    socklen_t lSize = sizeof lValue;
+    ::getsockopt(aDescriptor, aLevel, aName, &lValue, &lSize);
+    return lValue;
+}
+
+/// @return the descriptor of this process that is the other end of a connection; -1 if none is.
+int otherEndOf(int aDescriptor) {
+    sockaddr_in lLocal{};
+    socklen_t lSize = sizeof lLocal;
+    ::getsockname(aDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize);
+    for (int lDescriptor = 0; lDescriptor < 1000; ++lDescriptor) {
+        sockaddr_in lPeer{};
+        lSize = sizeof lPeer;
+        if (::getpeername(lDescriptor, reinterpret_cast<sockaddr*>(&lPeer), &lSize) == 0 &&
+            lPeer.sin_port == lLocal.sin_port) {
+            return lDescriptor;
+        }
+    }
+    return -1;
+}
+
+}  // namespace
+
+TEST_F(ConnectionAdminPort, HasTheKernelEndAConnectionThatIsStalledOrSilent) {
+    const TcpPeer lClient = connectClient();
+    const int lAccepted = otherEndOf(lClient.descriptor());
+    EXPECT_EQ(ConnectionAdmin::kStalledClientMs, option(lAccepted, IPPROTO_TCP, TCP_USER_TIMEOUT));
+    EXPECT_EQ(1, option(lAccepted, SOL_SOCKET, SO_KEEPALIVE));
+    EXPECT_EQ(ConnectionAdmin::kKeepAliveIdleS, option(lAccepted, IPPROTO_TCP, TCP_KEEPIDLE));
+}
