@@ -21,7 +21,7 @@ finish_tree() {
     printf '127.0.0.1 localhost board\n' >"$tree/etc/hosts"
     printf 'MODULES=list\nCOMPRESS=lz4\n' >"$tree/etc/initramfs-tools/conf.d/board"
     printf '%s\n' ata_piix sd_mod ext4 >>"$tree/etc/initramfs-tools/modules"
-    chroot "$tree" update-initramfs -u
+    chroot "$tree" update-initramfs -u >/dev/null
 }
 
 make_image() {
@@ -32,7 +32,7 @@ make_image() {
     finish_tree "$tree"
     cp "$tree"/boot/vmlinuz-* "$target/kernel"
     cp "$tree"/boot/initrd.img-* "$target/initrd"
-    mke2fs -q -t ext4 -d "$tree" "$target/disc" 900M
+    mke2fs -q -t ext4 -L system -d "$tree" "$target/disc" 900M >/dev/null
     rm -rf "$tree"
 }
 

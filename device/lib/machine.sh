@@ -25,7 +25,7 @@ run_machine() {
     image=$(image_dir)
     timeout --foreground "$limit" qemu-system-i386 -accel tcg -m "$board_memory" -display none -no-reboot \
         -kernel "$image/kernel" -initrd "$image/initrd" \
-        -append "root=/dev/sda rw console=ttyS0 init=/sbin/board-init quiet loglevel=2 panic=-1 net.ifnames=0" \
+        -append "root=LABEL=system rw console=ttyS0 init=/sbin/board-init quiet loglevel=2 panic=-1 net.ifnames=0" \
         -drive "file=$image/disc,format=raw,if=ide,snapshot=on" \
         -drive "file=$dir/disc,format=raw,if=ide" \
         -rtc base=utc \
