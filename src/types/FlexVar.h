@@ -353,7 +353,7 @@ public:
     /// @return the text; empty when memory is short.
     ACE_String_Base<char> getValueAsString() const noexcept;
     /// @param aOut is replaced by the text, each byte as one wide character; by the very string for
-    ///        a WString. Unchanged when memory is short.
+    ///        a WString. Unchanged or empty when memory is short.
     void getValueAsString(ACE_String_Base<wchar_t>& aOut) const noexcept;
 
     /// Reads a text as a value of the kind held, which never changes. An empty text changes

@@ -80,8 +80,8 @@ FlexVar FlexVar::combinedWith(const FlexVar& aOther, Operation aOperation) const
         if constexpr (Kind::kIsNumeric) {
             constexpr bool lIsSmall = sizeof(typename Kind::Value) < sizeof(int);
             using ResultKind = std::conditional_t<lIsSmall, Kinds::Int, Kind>;
-            const typename ResultKind::Value lLeft = Kind::value(mValue);
-            const typename ResultKind::Value lRight = Kind::value(aOther.mValue);
+            const auto lLeft = +Kind::value(mValue);  // promotes, as the language does
+            const auto lRight = +Kind::value(aOther.mValue);
             if (aOperation.isDefined(lRight)) {
                 lResult.mType = ResultKind::kType;
                 ResultKind::member(lResult.mValue) = aOperation(lLeft, lRight);

@@ -130,6 +130,14 @@ const std::vector<Sample>& samples() {
     return lSamples;
 }
 
+ACE_String_Base<char> narrow(const std::string& aText) {
+    return ACE_String_Base<char>(aText.data(), aText.size());
+}
+
+ACE_String_Base<wchar_t> wide(const std::wstring& aText) {
+    return ACE_String_Base<wchar_t>(aText.data(), aText.size());
+}
+
 bool isSame(const FlexVar& aLeft, const FlexVar& aRight) {
     if (aLeft.getType() != aRight.getType()) {
         return false;

@@ -30,12 +30,8 @@ const std::vector<Sample>& samples();
 /// @return whether two are of one type with the same content, bytes of `Blob`s included.
 bool isSame(const FlexVar& aLeft, const FlexVar& aRight);
 
-inline ACE_String_Base<char> narrow(const std::string& aText) {
-    return ACE_String_Base<char>(aText.data(), aText.size());
-}
-inline ACE_String_Base<wchar_t> wide(const std::wstring& aText) {
-    return ACE_String_Base<wchar_t>(aText.data(), aText.size());
-}
+ACE_String_Base<char> narrow(const std::string& aText);
+ACE_String_Base<wchar_t> wide(const std::wstring& aText);
 inline std::string plain(const ACE_String_Base<char>& aText) {
     return std::string(aText.fast_rep(), aText.length());
 }

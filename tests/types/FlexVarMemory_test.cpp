@@ -1,0 +1,165 @@
+// What a FlexVar is when memory is short.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "support/FailingAllocator.h"
+#include "support/LogCapture.h"
+#include "types/FlexVar.h"
+#include "types/FlexVarSamples.h"
+
+using test::isSame;
+using test::narrow;
+using test::Sample;
+using test::samples;
+using test::wide;
+
+namespace {
+
+constexpr int kAllocationsOfACopy = 2;  // at most: the object and what it holds
+
+std::vector<Sample> objectKinds() {
+    return {samples().begin() + FlexVar::FlexVar_CString, samples().end()};
+}
+
+const std::string kLong(300, 'x');
+
+}  // namespace
+
+TEST(FlexVarMemory, CopiesToTypeNoneWhenTheObjectCannotBeCopied) {
+    for (const Sample& lSample : objectKinds()) {
+        for (int lAllowed = 0; lAllowed < kAllocationsOfACopy; ++lAllowed) {
+            errno = 0;
+            const test::FailingAllocator lFailing(lAllowed);
+            const FlexVar lCopy(lSample.value);
+            if (lFailing.failures() == 0) {
+                EXPECT_TRUE(isSame(lSample.value, lCopy)) << lSample.name;
+            } else {
+                EXPECT_EQ(FlexVar::FlexVar_NoType, lCopy.getType()) << lSample.name;
+                EXPECT_EQ(ENOMEM, errno) << lSample.name;
+            }
+        }
+    }
+}
+
+TEST(FlexVarMemory, IsConstructedAsTypeNoneFromAStringThatCannotBeCopied) {
+    const ACE_String_Base<char> lText = narrow(kLong);
+    const ACE_String_Base<wchar_t> lWide(L"wide");
+    for (int lAllowed = 0; lAllowed < kAllocationsOfACopy; ++lAllowed) {
+        const test::FailingAllocator lFailing(lAllowed);
+        EXPECT_EQ(FlexVar::FlexVar_NoType, FlexVar(lText).getType());
+    }
+    for (int lAllowed = 0; lAllowed < kAllocationsOfACopy; ++lAllowed) {
+        const test::FailingAllocator lFailing(lAllowed);
+        EXPECT_EQ(FlexVar::FlexVar_NoType, FlexVar(lWide).getType());
+    }
+}
+
+TEST(FlexVarMemory, KeepsItsValueWhenASetterCannotCopy) {
+    for (const Sample& lFrom : samples()) {
+        for (const Sample& lTo : objectKinds()) {
+            if (lFrom.type == lTo.type) {
+                continue;
+            }
+            FlexVar lSet(lFrom.value);
+            FlexVar lAssigned(lFrom.value);
+            {
+                const test::FailingAllocator lFailing;
+                lTo.set(lSet);
+                lAssigned = lTo.value;
+                EXPECT_LE(2, lFailing.failures());
+            }
+            EXPECT_TRUE(isSame(lFrom.value, lSet)) << lFrom.name << " to " << lTo.name;
+            EXPECT_TRUE(isSame(lFrom.value, lAssigned)) << lFrom.name << " to " << lTo.name;
+        }
+    }
+}
+
+TEST(FlexVarMemory, WritesNoChangeThatDidNotHappen) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lLevel(4);
+    FlexVar lVar(5);
+    const ObjectID lIdentifier;
+    {
+        const test::FailingAllocator lFailing;
+        lVar.setObjectID(lIdentifier);
+    }
+    EXPECT_EQ(5, lVar.getInt());
+    EXPECT_THAT(lLog.lines(), testing::IsEmpty());
+}
+
+TEST(FlexVarMemory, KeepsAHeldStringThatCannotGrow) {
+    const ACE_String_Base<char> lLong = narrow(kLong);
+    const FlexVar lLongVar(lLong);
+    FlexVar lVar(narrow("old"));
+    {
+        const test::FailingAllocator lFailing;
+        lVar.setCString(lLong);
+        lVar = lLongVar;
+        lVar += lLongVar;
+        EXPECT_EQ(-1, lVar.setValueFromString(lLong));
+    }
+    EXPECT_EQ("old", test::text(lVar));
+}
+
+TEST(FlexVarMemory, KeepsItsValueWhenATextCannotBeConverted) {
+    const ACE_String_Base<wchar_t> lWide = wide(std::wstring(300, L'x'));
+    const ACE_String_Base<char> lQuoted = narrow("\"" + kLong + "\"");
+    FlexVar lText(narrow("old"));
+    FlexVar lIdentifier(samples()[16].value);
+    {
+        const test::FailingAllocator lFailing;
+        EXPECT_EQ(-1, lText.setValueFromString(lWide));
+        EXPECT_EQ(-1, lIdentifier.setValueFromString(lWide));
+        lText.setTypeAndValue(lQuoted);
+        lIdentifier.setTypeAndValue(lQuoted);
+    }
+    EXPECT_EQ("old", test::text(lText));
+    EXPECT_TRUE(isSame(samples()[16].value, lIdentifier));
+}
+
+TEST(FlexVarMemory, RendersNothingWhenMemoryIsShort) {
+    ACE_String_Base<char> lOut("old");
+    ACE_String_Base<wchar_t> lWideOut(L"old");
+    const FlexVar lVar(narrow(kLong));
+    std::size_t lReturned = 1;
+    {
+        const test::FailingAllocator lFailing;
+        lVar.getValueAsString(lOut);
+        lVar.getValueAsString(lWideOut);
+        lReturned = lVar.getValueAsString().length();
+    }
+    EXPECT_EQ("old", test::plain(lOut));
+    EXPECT_EQ(L"", test::plain(lWideOut));
+    EXPECT_EQ(0U, lReturned);
+}
+
+TEST(FlexVarMemory, NamesItsTypeByAnEmptyTextWhenMemoryIsShort) {
+    std::size_t lLength = 1;
+    {
+        const test::FailingAllocator lFailing;
+        const ACE_String_Base<char> lName = FlexVar(5).getTypeName();
+        lLength = lName.length() + (lName.c_str() == nullptr ? 1 : 0);
+    }
+    EXPECT_EQ(0U, lLength);
+}
+
+TEST(FlexVarMemory, SurvivesAFailureAtEveryAllocationOfALongRun) {
+    const ACE_String_Base<char> lText = narrow("L\"" + kLong + "\"");
+    bool lFailed = true;
+    for (int lAllowed = 0; lFailed && lAllowed < 1000; ++lAllowed) {
+        const test::FailingAllocator lFailing(lAllowed, true);
+        for (const Sample& lFrom : samples()) {
+            FlexVar lVar(lFrom.value);
+            lVar.setTypeAndValue(lText);
+            lVar += lVar;
+            lVar = lFrom.value;
+            lVar.setValueFromString(lVar.getValueAsString());
+            const FlexVar lMoved(std::move(lVar));
+            lMoved.hash();
+        }
+        lFailed = lFailing.failures() > 0;
+    }
+    EXPECT_FALSE(lFailed) << "the run never came through";
+}
