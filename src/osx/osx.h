@@ -73,13 +73,14 @@ OSX_EXPORT unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long aPr
 
 /// Waits, without limit, until a task has ended. May be called any number of times, and by several
 /// threads at once: each returns once the task has ended.
-/// @return 0; -1 for a null handle (with a line), or when the task calls it on itself (`errno` is
-///         EDEADLK).
+/// @return 0; -1 for a null handle (with a line), when the task calls it on itself (`errno` is
+///         EDEADLK), or when memory is short (ENOMEM).
 OSX_EXPORT int osxThreadWait(void* aHandle);
 
 /// Waits, without limit, until a task has ended, and frees it. The task is not forced to end. Its
 /// entry in the name table stays.
-/// @param aHandle a task, not in use by another thread; null is ignored without a line.
+/// @param aHandle a task, not in use by another thread; null is ignored without a line. A task that
+///        cannot be waited for, as the caller's own, is not freed.
 /// @return 0 always.
 OSX_EXPORT unsigned int osxEndOtherTask(void* aHandle);
 
@@ -120,12 +121,13 @@ OSX_EXPORT unsigned int osxDeleteMutex(void* aHandle);
 /// @name Semaphores
 /// @{
 
-/// @param aStartCount the count to start with.
+/// @param aStartCount the count to start with, not negative.
 /// @param aMaxCount not enforced: a release beyond it succeeds.
 /// @param[out] aHandle the new semaphore, to be given to `osxDeleteSemaphore` in the end.
 /// @param aName entered in the name table; null or empty for none. When that table is full the
 ///        semaphore works all the same. Two semaphores of one name have nothing in common.
-/// @return 0; 20009 when it cannot be allocated (with a line).
+/// @return 0; 20009 when it cannot be allocated (with a line), or the start count is negative (with
+///         the same line and `errno` EINVAL).
 OSX_EXPORT unsigned int osxCreateSemaphore(int aStartCount, int aMaxCount, void** aHandle,
                                            const char* aName);
 
@@ -304,7 +306,8 @@ OSX_EXPORT int cmp_names(const void* aLeft, const void* aRight);
 /// Sleeps for some milliseconds. A signal ends the sleep early; the rest of the time is dropped.
 OSX_EXPORT void osxSleep(unsigned long aMs);
 
-/// Reads the wall clock as local time. Every pointer must be given.
+/// Reads the wall clock as local time. Every pointer must be given. Threads may call it at once,
+/// but not beside a use of the C library's own `localtime`, whose result it overwrites.
 /// @param[out] aHours 0 to 23.
 /// @param[out] aMinutes 0 to 59.
 /// @param[out] aSeconds 0 to 60.
@@ -318,7 +321,8 @@ OSX_EXPORT unsigned int osxGetTime(unsigned int* aHours, unsigned int* aMinutes,
 
 /// Sets the wall clock from local time, in the units of `osxGetTime`, and keeps the fraction of the
 /// second. Needs the privilege to do so; whether it worked is not reported.
-/// @param aWriteHardwareClock also has the hardware clock written, by a command of the system.
+/// @param aWriteHardwareClock also has the hardware clock written, by a command of the system, and
+///        waits for it. While it runs the process ignores SIGINT and SIGQUIT, as with `system`.
 /// @return 0 always.
 OSX_EXPORT unsigned int osxSetTime(unsigned int aHours, unsigned int aMinutes,
                                    unsigned int aSeconds, unsigned int aDay, unsigned int aMonth,
@@ -334,7 +338,9 @@ OSX_EXPORT void osxGetEthernetAddr(unsigned char* aMac);
 OSX_EXPORT void getInfo(char* aVersion, char* aBuildStamp);
 
 /// Reverses the bytes of a double: between host and network order on a little-endian machine.
-/// A reversed value is a bag of bytes; copy it with memcpy, do not compute with it.
+/// A reversed value is a bag of bytes; copy it with memcpy, do not compute with it. In a 32-bit x86
+/// build results pass through the floating-point unit, which sets one bit in the few patterns that
+/// are signalling NaNs.
 OSX_EXPORT double ntohd(double aValue);
 
 /// The same as `ntohd`, its own inverse.

@@ -16,7 +16,6 @@
 #include "ace/Message_Queue_T.h"
 #include "ace/Monotonic_Time_Policy.h"
 #include "ace/Synch_Traits.h"
-#include "base/osxExport.h"
 #include "osx/FakeHost.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
@@ -85,18 +84,6 @@ milliseconds sinceBegin(std::chrono::steady_clock::time_point aBegin) {
 }
 
 }  // namespace
-
-// A request for more memory than there is yields null under the sanitizers too.
-extern "C" {
-OSX_EXPORT const char* __asan_default_options();
-OSX_EXPORT const char* __tsan_default_options();
-const char* __asan_default_options() {
-    return "allocator_may_return_null=1";
-}
-const char* __tsan_default_options() {
-    return "allocator_may_return_null=1";
-}
-}
 
 TEST(MessageQueue, DeliversInTheOrderOfTheSends) {
     Queue lQueue;
