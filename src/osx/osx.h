@@ -243,7 +243,7 @@ OSX_EXPORT unsigned int osxMsgSend(void* aQueue, void* aData, unsigned long aSiz
 /// @param aQueue a queue; null writes a line and returns 0.
 /// @param[out] aBuffer at least `aMaxSize` bytes.
 /// @param aMaxSize what a longer message is cut to; its rest is lost.
-/// @param[out] aReceived the number of bytes written to `aBuffer`. Untouched if there is no message.
+/// @param[out] aReceived the number of bytes written to `aBuffer`. Untouched without a message.
 /// @param aTimeOutMs how long to wait for a message; 0 and `OSX_INFINITE_TIMEOUT` mean no limit.
 /// @return 0; 20015 when there was no message in time, or the queue failed.
 OSX_EXPORT unsigned int osxMsgRecv(void* aQueue, void* aBuffer, unsigned long aMaxSize,
