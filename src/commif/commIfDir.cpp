@@ -17,7 +17,7 @@ int nextName(ACE_Dirent& aDirent, char* aName) {
         return COMMIF_ERR_NO_MORE_ENTRIES;
     }
     if (aName != nullptr) {
-        std::strcpy(aName, lEntry->d_name);
+        std::memcpy(aName, lEntry->d_name, std::strlen(lEntry->d_name) + 1);
     }
     return COMMIF_OK;
 }

@@ -18,7 +18,7 @@ bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) noexcept {
     constexpr int kPermissions = 0644;
     const ACE_FILE_Addr lAddress(aName == nullptr ? "" : aName);
     return ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
-                                        aFlags | O_CLOEXEC, kPermissions) == 0;
+                                        aFlags | O_CLOEXEC | O_NOCTTY, kPermissions) == 0;
 }
 
 bool findFileSize(ACE_FILE_IO& aFile, ACE_OFF_T& aSize) noexcept {
@@ -89,7 +89,7 @@ int commIfFileRename(const char* aCurrentName, const char* aNewName) {
 int commIfFileDelete(const char* aName) {
     ACE_FILE_IO lFile;
     // Whatever has the name is opened without waiting for anything, a pipe's writer for one.
-    if (!osx::openFile(lFile, aName, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
+    if (!osx::openFile(lFile, aName, O_RDONLY | O_NONBLOCK)) {
         return COMMIF_ERR_FILE_OPEN;
     }
     lFile.remove();

@@ -79,8 +79,11 @@ int commIfNetWrite(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigne
     }
     const commIfNetInfo_t& lInfo = lEntry->info.net;
     if (lInfo.textMode == kTextMode) {
+        osx::storeCount(aRetCount, aCount);
         sendText(lInfo.socket, aBuf, aCount);
-    } else if (osxSocketSend(lInfo.socket, aBuf, aCount) != 0) {
+        return COMMIF_OK;
+    }
+    if (osxSocketSend(lInfo.socket, aBuf, aCount) != 0) {
         return networkError(aRetCount);
     }
     osx::storeCount(aRetCount, aCount);

@@ -29,8 +29,9 @@ class ACE_FILE_IO;
 class osxComPort;
 
 /// @name Status codes
-/// The values are part of the interface. A network read or write that fails gives the number of the
-/// last network error instead, and writing to a queue the status of `osxMsgSend`.
+/// The values are part of the interface. A network read or write that fails gives the result of
+/// `osxGetLastNetworkError` instead, which is 0 always, and writing to a queue that of
+/// `osxMsgSend`.
 /// @{
 constexpr int COMMIF_OK = 0;                       ///< Success.
 constexpr int COMMIF_ERR_NO_DESCRIPTOR = 10001;    ///< Open: all descriptors are taken.
@@ -400,13 +401,15 @@ OSX_EXPORT int commIfNetOpen(int aDesc, commIfNetParams_t* aParams);
 
 /// Receives exactly `aCount` bytes, waiting for them without limit.
 /// @param[out] aRetCount `aCount`, or 0 on failure.
-/// @return 0; the last network error (`osxGetLastNetworkError`) when the bytes did not come.
+/// @return 0; `osxGetLastNetworkError()` when the bytes did not come. As that is 0 too, only the
+///         count tells.
 OSX_EXPORT int commIfNetRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                              unsigned long* aRetCount);
 
 /// Sends all bytes. In text mode each LF goes out as CR LF.
 /// @param[out] aRetCount `aCount`, in text mode also when sending failed; else 0 on failure.
-/// @return 0, in text mode always; else the last network error when they did not go out.
+/// @return 0; `osxGetLastNetworkError()` when they did not go out, other than in text mode. As that
+///         is 0 too, only the count tells.
 OSX_EXPORT int commIfNetWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);
 

@@ -89,5 +89,7 @@ int commfprintf(int, const char* aFormat, ...) {
     va_end(lArguments);
     const osx::PipeSignalGuard lGuard;
     printAsFormat(lText.data());
+    // Nothing may stay behind that the end of the process would write without the guard.
+    std::fflush(stdout);
     return 1;
 }

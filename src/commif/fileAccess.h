@@ -8,7 +8,8 @@
 namespace osx {
 
 /// @param aName null counts as an empty name, which cannot be opened.
-/// @param aFlags of the operating system; close-on-exec is added. A new file gets 0644.
+/// @param aFlags of the operating system. What is opened is close-on-exec and never becomes the
+///        controlling terminal. A new file gets 0644.
 bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) noexcept;
 
 /// @param[out] aSize also beyond what an `unsigned long` holds.
