@@ -19,7 +19,7 @@ with socket.socket() as s:
 # run_machine DIR HOST_PORT LIMIT: runs the board until it powers off, for LIMIT seconds at most (0
 # for no limit), with DIR/disc as second disc and the console on standard input and output.
 # HOST_PORT of this machine leads to the board's port. ttyS1 and ttyS2 are joined; ttyS3 is the
-# socket DIR/ttyS3.
+# socket DIR/ttyS3. What the emulator has to say goes to DIR/machine.log.
 run_machine() {
     local dir=$1 host_port=$2 limit=$3 image
     image=$(image_dir)
@@ -34,5 +34,6 @@ run_machine() {
         -chardev "socket,id=far,path=$dir/modem" -serial chardev:far \
         -chardev "socket,id=host,path=$dir/ttyS3,server=on,wait=off" -serial chardev:host \
         -netdev "user,id=net,hostfwd=tcp:127.0.0.1:$host_port-:$board_port" \
-        -device ne2k_pci,netdev=net,romfile=
+        -device ne2k_pci,netdev=net,romfile= \
+        2>"$dir/machine.log"
 }
