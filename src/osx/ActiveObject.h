@@ -29,6 +29,7 @@ public:
     ActiveObject(const ActiveObject&) = delete;
     ActiveObject& operator=(const ActiveObject&) = delete;
 
+    using ACE_Task<ACE_MT_SYNCH>::init;
     /// Starts the thread. @return 0; 1 if it runs already; -1 if it cannot be started.
     int init();
 

@@ -33,6 +33,7 @@ public:
     OSX_ReactorThread(const OSX_ReactorThread&) = delete;
     OSX_ReactorThread& operator=(const OSX_ReactorThread&) = delete;
 
+    using ACE_Task<ACE_MT_SYNCH>::init;
     /// Starts the thread.
     /// @return 0; -1 when it could not be started.
     int init();
