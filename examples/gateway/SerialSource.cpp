@@ -5,10 +5,11 @@ namespace gateway {
 namespace {
 constexpr unsigned int kReadTimeoutMs = 200;
 constexpr unsigned char kDataBits = 8;
+constexpr unsigned long kSetReadTimeout = 6;
 }  // namespace
 
 SerialSource::SerialSource(unsigned int aPort, unsigned int aBaudRate, unsigned char aParity)
-    : mParameters() {
+    : mParameters(), mChunk() {
     mParameters.devType = eSERIAL;
     mParameters.serial.portNr = aPort;
     mParameters.serial.readTimeout = kReadTimeoutMs;
@@ -25,20 +26,46 @@ SerialSource::~SerialSource() {
 }
 
 Source::Result SerialSource::read(unsigned char& aByte) {
+    if (mUsed == mFilled) {
+        const Result lResult = fill();
+        if (lResult != Result::byte) {
+            return lResult;
+        }
+    }
+    aByte = mChunk[mUsed++];
+    return Result::byte;
+}
+
+/// Waits for one byte, and takes what came with it: one read a burst, not one a byte, and no delay.
+Source::Result SerialSource::fill() {
+    mUsed = mFilled = 0;
     if (mDescriptor < 0 && !open()) {
         return Result::lost;
     }
-    unsigned long lCount = 0;
-    const int lStatus = commIfRead(mDescriptor, &aByte, 1, &lCount);
-    if (lStatus == COMMIF_OK && lCount == 1) {
-        return Result::byte;
+    Result lResult = readChunk(1, kReadTimeoutMs);
+    if (lResult == Result::byte) {
+        lResult = readChunk(mChunk.size() - mFilled, 0);
     }
+    if (lResult == Result::lost) {
+        commIfClose(mDescriptor);
+        mDescriptor = -1;
+    }
+    return mFilled > 0 ? Result::byte : lResult;
+}
+
+Source::Result SerialSource::readChunk(unsigned long aCount, unsigned long aTimeoutMs) {
+    commIfIoctl(mDescriptor, kSetReadTimeout, reinterpret_cast<void*>(aTimeoutMs));
+    unsigned long lCount = 0;
+    const int lStatus = commIfRead(mDescriptor, mChunk.data() + mFilled, aCount, &lCount);
     if (lStatus == COMMIF_ERR_TIMEOUT) {
+        mFilled += lCount;
         return Result::nothing;
     }
-    commIfClose(mDescriptor);
-    mDescriptor = -1;
-    return Result::lost;
+    if (lStatus != COMMIF_OK || lCount == 0) {
+        return Result::lost;
+    }
+    mFilled += lCount;
+    return Result::byte;
 }
 
 bool SerialSource::open() {

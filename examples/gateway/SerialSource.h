@@ -3,6 +3,8 @@
 #ifndef EXAMPLES_GATEWAY_SERIALSOURCE_H
 #define EXAMPLES_GATEWAY_SERIALSOURCE_H
 
+#include <array>
+
 #include "Source.h"
 #include "commif/commif.h"
 
@@ -25,9 +27,14 @@ public:
 
 private:
     bool open();
+    Result fill();
+    Result readChunk(unsigned long aCount, unsigned long aTimeoutMs);
 
     commIfDevParams_t mParameters;
     int mDescriptor = -1;
+    std::array<unsigned char, 256> mChunk;
+    unsigned long mFilled = 0;
+    unsigned long mUsed = 0;
 };
 
 }  // namespace gateway
