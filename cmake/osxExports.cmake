@@ -1,0 +1,20 @@
+# The library exports what src/osx.exports lists, by demangled name so that one list serves both word
+# sizes, and nothing else: what is private in an exported class stays hidden too. The build fails
+# when a line of the list has no symbol.
+set(OSX_EXPORTS ${PROJECT_SOURCE_DIR}/src/osx.exports)
+set(OSX_VERSION_SCRIPT ${PROJECT_BINARY_DIR}/osx.map)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${OSX_EXPORTS})
+
+file(READ ${OSX_EXPORTS} lList)
+string(STRIP "${lList}" lList)
+string(REPLACE "\n" "\";\n    \"" lPatterns "${lList}")
+file(CONFIGURE OUTPUT ${OSX_VERSION_SCRIPT} CONTENT
+  "{\n  global:\n  extern \"C++\" {\n    \"${lPatterns}\";\n  };\n  local: *;\n};\n")
+
+target_link_options(osx PRIVATE -Wl,--version-script=${OSX_VERSION_SCRIPT})
+set_target_properties(osx PROPERTIES LINK_DEPENDS ${OSX_VERSION_SCRIPT})
+if(NOT OSX_SANITIZE AND NOT OSX_COVERAGE)
+  add_custom_command(TARGET osx POST_BUILD VERBATIM
+    COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM} -DLIBRARY=$<TARGET_FILE:osx> -DLIST=${OSX_EXPORTS}
+      -P ${PROJECT_SOURCE_DIR}/cmake/compareExports.cmake)
+endif()
