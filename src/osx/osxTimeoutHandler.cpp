@@ -19,7 +19,7 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
       mDelay(aDelayMs),
       mInterval(aIntervalMs),
       mTimerID(kNotScheduled),
-      mSchedule(osx::allocate<osx::TimerSchedule>(aFunction)) {
+      mSchedule(osx::allocate<osx::TimerSchedule>(this, aFunction)) {
     const ACE_Time_Value lDelay = osx::toTimeValue(mDelay);
     ACE_Reactor* const lReactor = osx::processReactor();
     if (mSchedule != nullptr && lReactor != nullptr) {

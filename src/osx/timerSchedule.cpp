@@ -19,8 +19,13 @@ thread_local const osx::TimerSchedule* tCurrent = nullptr;
 
 namespace osx {
 
-TimerSchedule::TimerSchedule(Function aFunction)
-    : mFunction(aFunction), mReactor(nullptr), mPeriodic(false), mStopped(false), mRunning(0) {}
+TimerSchedule::TimerSchedule(const osxTimeoutHandler* aOwner, Function aFunction)
+    : mOwner(aOwner),
+      mFunction(aFunction),
+      mReactor(nullptr),
+      mPeriodic(false),
+      mStopped(false),
+      mRunning(0) {}
 
 TimerSchedule::~TimerSchedule() = default;
 

@@ -12,6 +12,7 @@
 #include "osx/osxEventHandler.h"
 
 class ACE_Reactor;
+class osxTimeoutHandler;
 
 namespace osx {
 
@@ -22,7 +23,9 @@ public:
     /// Calls a timer's function; without one it writes a line.
     static void call(Function aFunction, const void* aAct);
 
-    explicit TimerSchedule(Function aFunction);
+    /// @param aOwner the timer; only referred to, so that one that a program leaves behind when it
+    ///        ends can still be found through the reactor.
+    TimerSchedule(const osxTimeoutHandler* aOwner, Function aFunction);
     ~TimerSchedule() override;
 
     /// Schedules the timer. @return its id; -1 on failure.
@@ -45,6 +48,7 @@ private:
     ACE_Reactor* stop();
     void awaitCallbacks();
 
+    [[maybe_unused]] const osxTimeoutHandler* const mOwner;
     const Function mFunction;
     std::mutex mMutex;
     std::condition_variable mIdle;

@@ -3,6 +3,8 @@
 #ifndef OSX_TESTS_OSX_LOOPTHREADS_H
 #define OSX_TESTS_OSX_LOOPTHREADS_H
 
+#include <sys/resource.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -56,6 +58,16 @@ private:
 /// A timer function: raises the `Counter` it is given.
 inline void count(const void* aCounter) {
     const_cast<Counter*>(static_cast<const Counter*>(aCounter))->add();
+}
+
+/// @return what the process has used of the processor so far.
+inline double processorSeconds() {
+    rusage lUsage{};
+    ::getrusage(RUSAGE_SELF, &lUsage);
+    const auto lSeconds = [](const timeval& aTime) {
+        return static_cast<double>(aTime.tv_sec) + static_cast<double>(aTime.tv_usec) * 1e-6;
+    };
+    return lSeconds(lUsage.ru_utime) + lSeconds(lUsage.ru_stime);
 }
 
 }  // namespace test

@@ -2,13 +2,30 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <memory>
 #include <mutex>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "ace/Reactor.h"
+#include "ace/SOCK_Stream.h"
 #include "osx/loopThreads.h"
 #include "osx/osx.h"
 #include "osx/osxDataHandler.h"
+#include "osx/osxListenHandler.h"
+#include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/TcpPeer.h"
 
@@ -70,11 +87,105 @@ private:
     test::Counter mCounter;
 };
 
+constexpr char kTooMany[] =
+    "%t osxListenHandler::handle_input: Unable to accept incoming socket ::errno[24]\n";
+
+/// Registers a port whose callbacks are all null unless given, and unregisters it.
+class PlainPort {
+public:
+    explicit PlainPort(void* aUserData = nullptr, osxNewConnectionFnc_t aNew = nullptr,
+                       osxDataAvailFnc_t aAvail = nullptr, osxNewDataFnc_t aData = nullptr,
+                       osxClosedConnectionFnc_t aClosed = nullptr)
+        : mNumber(test::freePort()) {
+        EXPECT_EQ(0UL, osxRegisterPort(mPort, mNumber, aNew, aAvail, aData, aClosed, aUserData));
+    }
+    ~PlainPort() {
+        if (mPort != nullptr) {
+            osxUnregisterPort(mPort);
+        }
+    }
+    PlainPort(const PlainPort&) = delete;
+    PlainPort& operator=(const PlainPort&) = delete;
+    unsigned short number() const { return mNumber; }
+    TcpPeer connect() const { return TcpPeer::connect(mNumber); }
+    void*& handle() { return mPort; }
+
+private:
+    unsigned short mNumber;
+    void* mPort = nullptr;
+};
+
+void echo(void* aSocket, void*&, unsigned char* aData, unsigned long aLength) {
+    osxSocketSend(aSocket, aData, aLength);
+}
+
+test::Counter& counterOf(void* aUserData) {
+    return *static_cast<test::Counter*>(aUserData);
+}
+
+/// Serves events on the test's own thread for a while.
+void serveFor(milliseconds aTime) {
+    ACE_Time_Value lTime(0, std::chrono::microseconds(aTime).count());
+    ACE_Reactor::instance()->run_reactor_event_loop(lTime);
+}
+
+/// Takes descriptors until the next one would be `aNext`, or until there is none.
+class DescriptorHog {
+public:
+    explicit DescriptorHog(int aNext) {
+        for (;;) {
+            const int lOne = ::fcntl(0, F_DUPFD_CLOEXEC, 0);
+            if (lOne == -1) {
+                break;
+            }
+            if (lOne >= aNext) {
+                ::close(lOne);
+                break;
+            }
+            mTaken.emplace_back(lOne);
+        }
+    }
+
+private:
+    std::vector<test::Descriptor> mTaken;
+};
+
+rlimit descriptorLimit() {
+    rlimit lLimit{};
+    ::getrlimit(RLIMIT_NOFILE, &lLimit);
+    return lLimit;
+}
+
+void setDescriptorLimit(rlim_t aSoft) {
+    rlimit lLimit = descriptorLimit();
+    lLimit.rlim_cur = aSoft;
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &lLimit));
+}
+
+/// Sockets made before descriptors run out, to be connected afterwards.
+std::vector<test::Descriptor> unconnectedSockets(int aCount) {
+    std::vector<test::Descriptor> lSockets;
+    for (int lIndex = 0; lIndex < aCount; ++lIndex) {
+        lSockets.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    }
+    return lSockets;
+}
+
+TcpPeer connectWith(test::Descriptor& aSocket, unsigned short aPort) {
+    sockaddr_in lAddress{};
+    lAddress.sin_family = AF_INET;
+    lAddress.sin_port = htons(aPort);
+    lAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(0, ::connect(aSocket.get(), reinterpret_cast<sockaddr*>(&lAddress), sizeof lAddress));
+    return TcpPeer(aSocket.release());
+}
+
 }  // namespace
 
 TEST(Port, CallsBackForConnectionDataAndClose) {
-    const test::LoopThreads lLoop;
+    const test::LogCapture lLog;
     RecordingPort lPort;
+    const test::LoopThreads lLoop;
     TcpPeer lPeer = lPort.connect();
     ASSERT_TRUE(lPort.waitForEvents(1));
     lPeer.send("hello");
@@ -82,4 +193,672 @@ TEST(Port, CallsBackForConnectionDataAndClose) {
     lPeer.close();
     ASSERT_TRUE(lPort.waitForEvents(3));
     EXPECT_THAT(lPort.events(), ElementsAre("new", "hello", "closed"));
+}
+
+TEST(Port, AClientThatClosesAtOnceIsAnnouncedReportedAndGone) {
+    const test::LogCapture lLog;
+    RecordingPort lPort;
+    const test::LoopThreads lLoop;
+    lPort.connect().close();
+    ASSERT_TRUE(lPort.waitForEvents(2));
+    EXPECT_THAT(lPort.events(), ElementsAre("new", "closed"));
+    EXPECT_EQ(1U, lLog.count("Connection closed\n"));
+}
+
+TEST(Port, LogsWhereAConnectionComesFrom) {
+    const test::LogCapture lLog;
+    RecordingPort lPort;
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(lPort.waitForEvents(1));
+    sockaddr_in lOwn{};
+    socklen_t lLength = sizeof lOwn;
+    ::getsockname(lPeer.descriptor(), reinterpret_cast<sockaddr*>(&lOwn), &lLength);
+    EXPECT_THAT(lLog.texts(), ElementsAre("Remote connection from: 127.0.0.1:" +
+                                          std::to_string(ntohs(lOwn.sin_port)) + "\n"));
+    EXPECT_EQ(LM_DEBUG, lLog.lines()[0].priority);
+    EXPECT_EQ(0, lLog.lines()[0].status);
+    EXPECT_EQ("osxListenHandler.cpp", lLog.lines()[0].module);
+}
+
+TEST(Port, DeliversAtMost2048BytesAtOnce) {
+    const test::LogCapture lLog;
+    struct Received {
+        std::mutex mutex;
+        std::string data;
+        unsigned long longest = 0;
+        test::Counter done;
+    } lReceived;
+    PlainPort lPort(&lReceived, nullptr, nullptr,
+                    [](void*, void*& aUserData, unsigned char* aData, unsigned long aLength) {
+                        auto& lIt = *static_cast<Received*>(aUserData);
+                        const std::lock_guard<std::mutex> lGuard(lIt.mutex);
+                        lIt.data.append(reinterpret_cast<char*>(aData), aLength);
+                        lIt.longest = std::max(lIt.longest, aLength);
+                        if (lIt.data.size() == 5000) {
+                            lIt.done.add();
+                        }
+                    });
+    std::string lData;
+    const test::LoopThreads lLoop;
+    for (int lIndex = 0; lIndex < 5000; ++lIndex) {
+        lData += static_cast<char>('a' + lIndex % 26);
+    }
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(lPeer.send(lData));
+    ASSERT_TRUE(lReceived.done.waitFor(1));
+    EXPECT_EQ(lData, lReceived.data);
+    EXPECT_LE(lReceived.longest, 2048UL);
+}
+
+TEST(Port, ConnectionsAreSocketsForTheSocketCalls) {
+    const test::LogCapture lLog;
+    PlainPort lPort(
+        nullptr,
+        [](void* aSocket, void*&) {
+            unsigned long lNumber = 0;
+            EXPECT_EQ(0UL, osxGetPeername(aSocket, lNumber));
+            EXPECT_EQ(0x7F000001UL, lNumber);
+        },
+        nullptr, &echo);
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = lPort.connect();
+    lPeer.send("again");
+    EXPECT_EQ("again", lPeer.receive(5));
+}
+
+TEST(Port, ADataAvailableCallbackReadsAloneAndDecides) {
+    const test::LogCapture lLog;
+    struct Calls {
+        test::Counter avail;
+        test::Counter data;
+        test::Counter closed;
+    } lCalls;
+    PlainPort lPort(
+        &lCalls, nullptr,
+        [](void* aSocket, void*& aUserData) -> long {
+            static_cast<Calls*>(aUserData)->avail.add();
+            char lByte = 0;
+            unsigned long lReceived = 0;
+            osxSocketRecv(aSocket, &lByte, 1, lReceived);
+            // '+' asks to be called again at once, '-' to close
+            return lByte == '+' ? 1 : lByte == '-' ? -1 : 0;
+        },
+        [](void*, void*& aUserData, unsigned char*, unsigned long) {
+            static_cast<Calls*>(aUserData)->data.add();
+        },
+        [](void*, void*& aUserData) { static_cast<Calls*>(aUserData)->closed.add(); });
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = lPort.connect();
+    lPeer.send("0");
+    ASSERT_TRUE(lCalls.avail.waitFor(1));
+    lPeer.send("+0");
+    ASSERT_TRUE(lCalls.avail.waitFor(3));
+    EXPECT_EQ(0, lCalls.closed.value());
+    lPeer.send("-");
+    EXPECT_TRUE(lPeer.waitForClose());
+    EXPECT_TRUE(lCalls.closed.waitFor(1));
+    EXPECT_EQ(4, lCalls.avail.value());
+    EXPECT_EQ(0, lCalls.data.value());
+    EXPECT_EQ(0U, lLog.countContaining("Connection closed"));
+}
+
+TEST(Port, WithoutCallbacksDataIsDropped) {
+    const test::LogCapture lLog;
+    PlainPort lPort;
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = lPort.connect();
+    EXPECT_TRUE(lPeer.send(std::string(100000, 'x')));
+    lPeer.close();
+    EXPECT_TRUE(lLog.waitForContaining("Connection closed"));
+}
+
+TEST(Port, EachConnectionHasItsOwnUserData) {
+    const test::LogCapture lLog;
+    struct Session {
+        std::string data;
+        test::Counter* closed;
+        std::string* result;
+    };
+    struct Port {
+        test::Counter created;
+        test::Counter closed;
+        std::string results[2];
+    } lShared;
+    PlainPort lPort(
+        &lShared,
+        [](void*, void*& aUserData) {
+            auto* const lPortData = static_cast<Port*>(aUserData);
+            lPortData->created.add();
+            auto* const lSession = new Session{"", &lPortData->closed,
+                                               &lPortData->results[lPortData->created.value() - 1]};
+            aUserData = lSession;
+        },
+        nullptr,
+        [](void*, void*& aUserData, unsigned char* aData, unsigned long aLength) {
+            static_cast<Session*>(aUserData)->data.append(reinterpret_cast<char*>(aData), aLength);
+        },
+        [](void*, void*& aUserData) {
+            const std::unique_ptr<Session> lSession(static_cast<Session*>(aUserData));
+            *lSession->result = lSession->data;
+            lSession->closed->add();
+        });
+    const test::LoopThreads lLoop(2);
+    TcpPeer lFirst = lPort.connect();
+    ASSERT_TRUE(lShared.created.waitFor(1));
+    TcpPeer lSecond = lPort.connect();
+    ASSERT_TRUE(lShared.created.waitFor(2));
+    lFirst.send("one");
+    lSecond.send("two");
+    lFirst.close();
+    lSecond.close();
+    ASSERT_TRUE(lShared.closed.waitFor(2));
+    EXPECT_EQ("one", lShared.results[0]);
+    EXPECT_EQ("two", lShared.results[1]);
+}
+
+TEST(Port, AResetConnectionIsClosedWithoutALine) {
+    const test::LogCapture lLog;
+    RecordingPort lPort;
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(lPort.waitForEvents(1));
+    lPeer.reset();
+    ASSERT_TRUE(lPort.waitForEvents(2));
+    EXPECT_THAT(lPort.events(), ElementsAre("new", "closed"));
+    EXPECT_EQ(1U, lLog.lines().size());
+}
+
+TEST(Port, UnregisteringRefusesNewConnectionsAndKeepsTheOldOnes) {
+    const test::LogCapture lLog;
+    RecordingPort lPort;
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(lPort.waitForEvents(1));
+    EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle()));
+    EXPECT_EQ(nullptr, lPort.handle());
+    EXPECT_FALSE(lPort.connect().connected());
+    lPeer.send("still here");
+    ASSERT_TRUE(lPort.waitForEvents(2));
+    lPeer.close();
+    ASSERT_TRUE(lPort.waitForEvents(3));
+    EXPECT_THAT(lPort.events(), ElementsAre("new", "still here", "closed"));
+}
+
+TEST(Port, CanBeRegisteredAgainAtOnce) {
+    const test::LogCapture lLog;
+    const unsigned short lNumber = test::freePort();
+    const test::LoopThreads lLoop;
+    for (int lRound = 0; lRound < 20; ++lRound) {
+        void* lPort = nullptr;
+        ASSERT_EQ(0UL, osxRegisterPort(lPort, lNumber, nullptr, nullptr, &echo, nullptr, nullptr));
+        TcpPeer lPeer = TcpPeer::connect(lNumber);
+        lPeer.send("x");
+        EXPECT_EQ("x", lPeer.receive(1));
+        osxUnregisterPort(lPort);
+    }
+}
+
+TEST(Port, UnregisteringNullFailsWithALine) {
+    const test::LogCapture lLog;
+    void* lNone = nullptr;
+    EXPECT_EQ(kFailed, osxUnregisterPort(lNone));
+    EXPECT_EQ(nullptr, lNone);
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t osxUnregisterPort: losxListenHandler == 0 \n"));
+    EXPECT_EQ(LM_DEBUG, lLog.lines()[0].priority);
+    EXPECT_EQ(-1, lLog.lines()[0].status);
+}
+
+TEST(Port, MayBeUnregisteredByItsOwnCallback) {
+    const test::LogCapture lLog;
+    struct Shared {
+        void* port = nullptr;
+        test::Counter counter;
+    } lShared;
+    const unsigned short lNumber = test::freePort();
+    osxRegisterPort(
+        lShared.port, lNumber,
+        [](void*, void*& aUserData) {
+            auto& lIt = *static_cast<Shared*>(aUserData);
+            EXPECT_EQ(0UL, osxUnregisterPort(lIt.port));
+            lIt.counter.add();
+        },
+        nullptr, &echo, nullptr, &lShared);
+    const test::LoopThreads lLoop(2);
+    TcpPeer lPeer = TcpPeer::connect(lNumber);
+    ASSERT_TRUE(lShared.counter.waitFor(1));
+    EXPECT_EQ(nullptr, lShared.port);
+    lPeer.send("x");
+    EXPECT_EQ("x", lPeer.receive(1));
+}
+
+TEST(Port, RegisteredBeforeAReactorExistsIsServedOnceOneStarts) {
+    const test::LogCapture lLog;
+    PlainPort lPort(nullptr, nullptr, nullptr, &echo);
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = lPort.connect();
+    lPeer.send("x");
+    EXPECT_EQ("x", lPeer.receive(1));
+}
+
+TEST(Port, OnlyTheLow16BitsOfItsNumberCount) {
+    const test::LogCapture lLog;
+    const unsigned short lNumber = test::freePort();
+    void* lPort = nullptr;
+    osxRegisterPort(lPort, 0x10000UL + lNumber, nullptr, nullptr, &echo, nullptr, nullptr);
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = TcpPeer::connect(lNumber);
+    lPeer.send("x");
+    EXPECT_EQ("x", lPeer.receive(1));
+    osxUnregisterPort(lPort);
+}
+
+TEST(Port, WithoutMemoryIsNotRegistered) {
+    test::theReactor().initReactor();
+    const test::LogCapture lLog;
+    int lMark = 0;
+    void* lPort = &lMark;
+    {
+        const test::FailingAllocator lNoMemory(0, true);
+        EXPECT_EQ(kFailed, osxRegisterPort(lPort, test::freePort(), nullptr, nullptr, nullptr,
+                                           nullptr, nullptr));
+    }
+    EXPECT_EQ(&lMark, lPort);
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t osxRegisterPort: losxListenHandler == 0 \n"));
+    EXPECT_EQ(LM_DEBUG, lLog.lines()[0].priority);
+    EXPECT_EQ(ENOMEM, lLog.lines()[0].errnum);
+}
+
+/// Without a capture of the log, which needs memory itself.
+TEST(Port, WithoutMemoryForAConnectionClosesAndCanStillBeUnregistered) {
+    test::theReactor().initReactor();
+    PlainPort lPort;
+    int lClosedAfter = -1;
+    for (int lAllowed = 0; lAllowed < 20 && lClosedAfter == -1; ++lAllowed) {
+        const TcpPeer lPeer = lPort.connect();
+        ASSERT_TRUE(lPeer.connected());
+        {
+            const test::FailingAllocator lNoMemory(lAllowed, true);
+            serveFor(milliseconds(10));
+        }
+        if (!lPort.connect().connected()) {
+            lClosedAfter = lAllowed;
+        }
+    }
+    EXPECT_NE(-1, lClosedAfter);
+    EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle()));
+}
+
+TEST(PortDeathTest, InUseEndsTheProcess) {
+    test::TcpListener lOther;
+    EXPECT_DEATH(
+        {
+            void* lPort = nullptr;
+            osxRegisterPort(lPort, lOther.port(), nullptr, nullptr, nullptr, nullptr, nullptr);
+        },
+        "osxListenHandler::osxListenHandler: Unable to register_handler with the reactor, "
+        "aPortnumber \\[[0-9]+\\]\n.*assertion failed for 'result == 0'");
+}
+
+TEST(PortDeathTest, InUseEndsTheProcessEvenIfErrorsAreNotShown) {
+    test::TcpListener lOther;
+    EXPECT_EXIT(
+        {
+            ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::PROCESS);
+            ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::THREAD);
+            void* lPort = nullptr;
+            osxRegisterPort(lPort, lOther.port(), nullptr, nullptr, nullptr, nullptr, nullptr);
+        },
+        testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(PortTrace, TellsTheLifeOfAPortAndAConnection) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lTrace(9);
+    int lDescriptor = -1;
+    char lNumber[16] = {};
+    test::LoopThreads lLoop;
+    {
+        static std::atomic<int> gDescriptor;
+        PlainPort lPort(nullptr, [](void* aSocket, void*&) {
+            gDescriptor = static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle();
+        });
+        std::snprintf(lNumber, sizeof lNumber, "%d", lPort.number());
+        TcpPeer lPeer = lPort.connect();
+        ASSERT_TRUE(lLog.waitForContaining("handle_input: handle = "));
+        lPeer.send("abc");
+        ASSERT_TRUE(lLog.waitForContaining("result=3"));
+        lPeer.close();
+        ASSERT_TRUE(lLog.waitForContaining("DTOR"));
+        lDescriptor = gDescriptor;
+    }
+    const std::string lHandle = std::to_string(lDescriptor);
+    const auto lTexts = lLog.texts();
+    ASSERT_EQ(10U, lTexts.size());
+    using testing::MatchesRegex;
+    EXPECT_THAT(lTexts[0],
+                MatchesRegex("%t osxListenHandler::osxListenHandler: aPortnumber \\[" +
+                             std::string(lNumber) +
+                             "\\] aNewConnectionFnc\\[0x[0-9a-f]+\\] aDataAvailFnc \\[0x0\\] "
+                             "aNewDataFnc\\[0x0\\] aClosedConnectionFnc\\[0x0\\] aUserData "
+                             "\\[0x0\\]\n"));
+    EXPECT_THAT(lTexts[1], testing::StartsWith("Remote connection from: 127.0.0.1:"));
+    EXPECT_THAT(lTexts[2],
+                MatchesRegex("%t osxListenHandler::osxListenHandler: host addr\\[127.0.0.1\\] "
+                             "aNewConnectionFnc\\[0x[0-9a-f]+\\] aNewDataFnc\\[0x0\\] "
+                             "aClosedConnectionFnc\\[0x0\\] aUserData \\[0x0\\]\n"));
+    const std::vector<std::string> lRest(lTexts.begin() + 3, lTexts.end());
+    EXPECT_THAT(
+        lRest,
+        ElementsAre("%t osxDataHandler::osxDataHandler: CTOR  mNrCreated[1]  mNrDestroyed[0] "
+                    "handle[" +
+                        lHandle + "]\n",
+                    "%t osxListenHandler::handle_input: handle = " + lHandle + "\n",
+                    "%t osxDataHandler::handle_input: handle = " + lHandle + " result=3\n",
+                    "%t osxDataHandler::handle_input: handle = " + lHandle + " result=0\n",
+                    "Connection closed\n",
+                    "%t osxDataHandler::handle_close: handle = " + lHandle + "\n",
+                    "%t osxDataHandler::~osxDataHandler: DTOR  mNrCreated[1]  mNrDestroyed[1] \n"));
+}
+
+TEST(PortTrace, CountsHandlersFromLevelThree) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lTrace(3);
+    const PlainPort lPort;
+    const test::LoopThreads lLoop;
+    lPort.connect().close();
+    ASSERT_TRUE(lLog.waitForContaining("DTOR"));
+    EXPECT_EQ(1U, lLog.countContaining("CTOR"));
+    EXPECT_EQ(0U, lLog.countContaining("handle_input"));
+    EXPECT_EQ(0U, lLog.countContaining("osxListenHandler"));
+}
+
+TEST(PortTrace, IsSilentBelow) {
+    const test::LogCapture lLog;
+    const test::TraceLevel lTrace(2);
+    const PlainPort lPort;
+    const test::LoopThreads lLoop;
+    lPort.connect().close();
+    ASSERT_TRUE(lLog.waitForContaining("Connection closed"));
+    EXPECT_EQ(2U, lLog.lines().size());
+}
+
+TEST(DataHandler, WithNothingToReadSaysSoAndGoesOn) {
+    test::theReactor().initReactor();
+    test::TcpListener lListener;
+    TcpPeer lPeer = TcpPeer::connect(lListener.port());
+    TcpPeer lServer = lListener.accept();
+    const int lDescriptor = ::dup(lServer.descriptor());
+    const test::LogCapture lLog;
+    auto* const lHandler =
+        new osxDataHandler(ACE_SOCK_Stream(lDescriptor), ACE_INET_Addr(), osxPortCallbacks_t{});
+    EXPECT_EQ(0, lHandler->handle_input(lDescriptor));
+    EXPECT_THAT(lLog.texts(), ElementsAre("Connection EWOULDBLOCK\n"));
+    EXPECT_EQ(LM_DEBUG, lLog.lines()[0].priority);
+    EXPECT_EQ("osxDataHandler.cpp", lLog.lines()[0].module);
+    EXPECT_EQ(0, lHandler->handle_close(lDescriptor, ACE_Event_Handler::READ_MASK));
+    EXPECT_EQ(0, lHandler->handle_close(lDescriptor, ACE_Event_Handler::READ_MASK));
+    lHandler->remove_reference();
+}
+
+TEST(PortDeathTest, AConnectionThatCannotBeRegisteredEndsTheProcess) {
+    EXPECT_DEATH(
+        {
+            test::theReactor().initReactor();
+            ACE_Reactor::instance()->close();
+            new osxDataHandler(ACE_SOCK_Stream(5000), ACE_INET_Addr(), osxPortCallbacks_t{});
+        },
+        "osxDataHandler::osxDataHandler: Unable to register_handler with the reactor\n"
+        ".*assertion failed for 'result == 0'");
+}
+
+TEST(Connection, EndsOnceWhenTheReactorGoes) {
+    const test::LogCapture lLog;
+    test::Counter lClosed;
+    std::unique_ptr<OSX_Reactor> lReactor = std::make_unique<OSX_Reactor>();
+    lReactor->startReactor();
+    PlainPort lPort(
+        &lClosed, [](void*, void*& aUserData) { counterOf(aUserData).add(); }, nullptr, nullptr,
+        [](void*, void*& aUserData) { counterOf(aUserData).add(); });
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(lClosed.waitFor(1));
+    lReactor.reset();
+    EXPECT_EQ(2, lClosed.value());
+    EXPECT_TRUE(lPeer.waitForClose());
+    EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle()));
+}
+
+TEST(Connection, ClosedByACallbackEndsAndLeavesItsDescriptorToOthers) {
+    const test::LogCapture lLog;
+    test::Counter lClosed;
+    const test::LoopThreads lLoop(2);
+    for (const bool lAtOnce : {true, false}) {
+        const auto lClose = [](void* aSocket, void*&) { osxCloseSocket(aSocket); };
+        const auto lCloseOnData = [](void* aSocket, void*&, unsigned char*, unsigned long) {
+            osxCloseSocket(aSocket);
+        };
+        PlainPort lPort(&lClosed, lAtOnce ? lClose : static_cast<osxNewConnectionFnc_t>(nullptr),
+                        nullptr, lCloseOnData,
+                        [](void*, void*& aUserData) { counterOf(aUserData).add(); });
+        for (int lRound = 0; lRound < 20; ++lRound) {
+            const int lBefore = lClosed.value();
+            TcpPeer lPeer = lPort.connect();
+            lPeer.send("x");
+            EXPECT_TRUE(lPeer.waitForClose());
+            EXPECT_TRUE(lClosed.waitFor(lBefore + 1));
+        }
+    }
+    EXPECT_EQ(40, lClosed.value());
+}
+
+/// The application closes a connection from a thread of its own; the kernel then gives the same
+/// descriptor to the next one.
+TEST(Connection, ClosedBehindTheReactorsBackMakesRoomForTheNext) {
+    const test::LogCapture lLog;
+    test::theReactor().initReactor();
+    struct Shared {
+        std::atomic<void*> socket{nullptr};
+        test::Counter closed;
+    } lShared;
+    PlainPort lPort(
+        &lShared,
+        [](void* aSocket, void*& aUserData) { static_cast<Shared*>(aUserData)->socket = aSocket; },
+        nullptr, &echo,
+        [](void*, void*& aUserData) { static_cast<Shared*>(aUserData)->closed.add(); });
+    TcpPeer lFirst = lPort.connect();
+    serveFor(milliseconds(20));
+    ASSERT_NE(nullptr, lShared.socket.load());
+    TcpPeer lSecond = lPort.connect();
+    osxCloseSocket(lShared.socket);
+    serveFor(milliseconds(20));
+    EXPECT_TRUE(lFirst.waitForClose());
+    EXPECT_EQ(1, lShared.closed.value());
+    lSecond.send("x");
+    serveFor(milliseconds(20));
+    EXPECT_EQ("x", lSecond.receive(1));
+}
+
+TEST(Connection, CallbacksOfOneNeverOverlapAndThoseOfTwoMay) {
+    const test::LogCapture lLog;
+    struct Shared {
+        std::atomic<int> inside{0};
+        test::Counter both;
+        test::Counter calls;
+    } lShared;
+    struct Session {
+        Shared* shared;
+        std::atomic<int> inside{0};
+        int overlaps = 0;
+    };
+    PlainPort lPort(
+        &lShared,
+        [](void*, void*& aUserData) { aUserData = new Session{static_cast<Shared*>(aUserData)}; },
+        nullptr,
+        [](void*, void*& aUserData, unsigned char*, unsigned long) {
+            auto& lSession = *static_cast<Session*>(aUserData);
+            lSession.overlaps += lSession.inside++ > 0 ? 1 : 0;
+            if (lSession.shared->inside++ > 0) {
+                lSession.shared->both.add();
+            }
+            lSession.shared->both.waitFor(1, milliseconds(2000));
+            --lSession.shared->inside;
+            --lSession.inside;
+        },
+        [](void*, void*& aUserData) {
+            const std::unique_ptr<Session> lSession(static_cast<Session*>(aUserData));
+            EXPECT_EQ(0, lSession->overlaps);
+            lSession->shared->calls.add();
+        });
+    const test::LoopThreads lLoop(4);
+    std::vector<TcpPeer> lPeers;
+    for (int lIndex = 0; lIndex < 2; ++lIndex) {
+        lPeers.push_back(lPort.connect());
+    }
+    for (int lRound = 0; lRound < 50; ++lRound) {
+        for (TcpPeer& lPeer : lPeers) {
+            lPeer.send("x");
+        }
+    }
+    EXPECT_TRUE(lShared.both.waitFor(1));
+    lPeers.clear();
+    EXPECT_TRUE(lShared.calls.waitFor(2));
+}
+
+TEST(Connection, ASlowClosedCallbackHoldsNobodyUp) {
+    const test::LogCapture lLog;
+    struct Shared {
+        test::Counter entered;
+        test::Counter leave;
+        test::Counter left;
+    } lShared;
+    PlainPort lSlow(&lShared, nullptr, nullptr, nullptr, [](void*, void*& aUserData) {
+        auto& lIt = *static_cast<Shared*>(aUserData);
+        lIt.entered.add();
+        lIt.leave.waitFor(1);
+        lIt.left.add();
+    });
+    const test::LoopThreads lLoop(2);
+    lSlow.connect().close();
+    ASSERT_TRUE(lShared.entered.waitFor(1));
+    PlainPort lQuick(nullptr, nullptr, nullptr, &echo);
+    TcpPeer lPeer = lQuick.connect();
+    lPeer.send("x");
+    EXPECT_EQ("x", lPeer.receive(1));
+    test::Counter lTicks;
+    void* lTimer = osxCreateTimer(&test::count, &lTicks, 1, 0);
+    EXPECT_TRUE(lTicks.waitFor(1));
+    osxDestroyTimer(lTimer);
+    lShared.leave.add();
+    EXPECT_TRUE(lShared.left.waitFor(1));
+}
+
+TEST(Port, EveryDescriptorIsCloseOnExec) {
+    const test::LogCapture lLog;
+    std::set<int> lBefore;
+    const auto lOpen = [] {
+        std::set<int> lSet;
+        for (int lOne = 0; lOne < 256; ++lOne) {
+            if (::fcntl(lOne, F_GETFD) != -1) {
+                lSet.insert(lOne);
+            }
+        }
+        return lSet;
+    };
+    lBefore = lOpen();
+    PlainPort lPort(nullptr, nullptr, nullptr, &echo);
+    const test::LoopThreads lLoop;
+    TcpPeer lPeer = lPort.connect();
+    lPeer.send("x");
+    ASSERT_EQ("x", lPeer.receive(1));
+    int lNew = 0;
+    for (const int lOne : lOpen()) {
+        if (lBefore.count(lOne) == 0) {
+            ++lNew;
+            EXPECT_NE(0, ::fcntl(lOne, F_GETFD) & FD_CLOEXEC) << lOne;
+        }
+    }
+    EXPECT_GE(lNew, 5);  // the reactor's pipe, the port and its spare, both ends of a connection
+}
+
+TEST(PortWithoutDescriptors, RefusesServesTheOthersAndRecovers) {
+    const test::LogCapture lLog;
+    PlainPort lPort(nullptr, nullptr, nullptr, &echo);
+    const test::LoopThreads lLoop;
+    TcpPeer lOld = lPort.connect();
+    lOld.send("x");
+    ASSERT_EQ("x", lOld.receive(1));
+    std::vector<test::Descriptor> lSockets = unconnectedSockets(6);
+    setDescriptorLimit(256);
+    {
+        const DescriptorHog lHog(1 << 20);
+        std::vector<TcpPeer> lRefused;  // kept, for each holds a descriptor that closing would free
+        lRefused.reserve(lSockets.size());
+        for (test::Descriptor& lSocket : lSockets) {
+            lRefused.push_back(connectWith(lSocket, lPort.number()));
+            EXPECT_TRUE(lRefused.back().waitForClose());
+            lOld.send("x");
+            EXPECT_EQ("x", lOld.receive(1));
+        }
+        EXPECT_GE(lLog.count(kTooMany), 1U);
+        EXPECT_LE(lLog.count(kTooMany), 3U);
+        for (const test::LogLine& lLine : lLog.lines()) {
+            if (lLine.text.find("Unable") != std::string::npos) {
+                EXPECT_EQ(LM_ERROR, lLine.priority);
+                EXPECT_EQ(EMFILE, lLine.errnum);
+            }
+        }
+    }
+    TcpPeer lNew = lPort.connect();
+    lNew.send("x");
+    EXPECT_EQ("x", lNew.receive(1));
+}
+
+/// Without even the spare descriptor the waiting connection cannot be refused: the port looks again
+/// from time to time, and has it when there is a descriptor.
+TEST(PortWithoutDescriptors, PausesRatherThanSpins) {
+    const test::LogCapture lLog;
+    const test::LoopThreads lLoop;
+    std::vector<test::Descriptor> lSockets = unconnectedSockets(1);
+    PlainPort lPort(nullptr, nullptr, nullptr, &echo);
+    void* lTimer = osxCreateTimer(nullptr, nullptr, 3600000, 0);
+    osxDestroyTimer(lTimer);  // checkers of the code need a descriptor the first time
+    lPort.connect().send("x");
+    ASSERT_TRUE(lLog.waitForContaining("Connection closed"));
+    const rlim_t lFormer = descriptorLimit().rlim_cur;
+    const int lListener = static_cast<osxListenHandler*>(lPort.handle())->get_handle();
+    // All below is in use; the spare one, above, cannot be had again once it is closed.
+    setDescriptorLimit(static_cast<rlim_t>(lListener + 1));
+    TcpPeer lPeer = connectWith(lSockets.front(), lPort.number());
+    ASSERT_TRUE(lLog.waitForContaining("Unable to accept"));
+    const double lBefore = test::processorSeconds();
+    std::this_thread::sleep_for(milliseconds(500));
+    EXPECT_LT(test::processorSeconds() - lBefore, 0.25);
+    EXPECT_LE(lLog.countContaining("Unable to accept"), 3U);
+    setDescriptorLimit(lFormer);
+    lPeer.send("x");
+    EXPECT_EQ("x", lPeer.receive(1));
+}
+
+TEST(PortWithoutDescriptors, RefusesWhatTheReactorCannotHold) {
+    ASSERT_GE(descriptorLimit().rlim_max, 1100U) << "needs room above the reactor's size";
+    const test::LogCapture lLog;
+    setDescriptorLimit(1100);
+    PlainPort lPort(nullptr, nullptr, nullptr, &echo);
+    const test::LoopThreads lLoop;
+    TcpPeer lOld = lPort.connect();
+    lOld.send("x");
+    ASSERT_EQ("x", lOld.receive(1));
+    {
+        const DescriptorHog lHog(1024);
+        for (int lRound = 0; lRound < 3; ++lRound) {
+            TcpPeer lRefused = lPort.connect();
+            EXPECT_TRUE(lRefused.waitForClose());
+        }
+        EXPECT_GE(lLog.count(kTooMany), 1U);
+        lOld.send("x");
+        EXPECT_EQ("x", lOld.receive(1));
+    }
+    TcpPeer lNew = lPort.connect();
+    lNew.send("x");
+    EXPECT_EQ("x", lNew.receive(1));
 }

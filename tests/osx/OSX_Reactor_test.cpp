@@ -1,0 +1,434 @@
+#include "osx/OSX_Reactor.h"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ace/Reactor.h"
+#include "ace/TP_Reactor.h"
+#include "osx/loopThreads.h"
+#include "osx/osx.h"
+#include "support/FailingAllocator.h"
+
+using std::chrono::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+/// What stopping may take beyond a slice on a machine that is busy with other things.
+constexpr milliseconds kSlack(2000);
+
+milliseconds elapsedSince(Clock::time_point aStart) {
+    return std::chrono::duration_cast<milliseconds>(Clock::now() - aStart);
+}
+
+/// How many threads of the loop serve timers at the same time: each timer waits until as many as
+/// wanted are inside.
+class Gathering {
+public:
+    explicit Gathering(int aWanted) : mWanted(aWanted) {}
+    ~Gathering() {
+        for (void*& lTimer : mTimers) {
+            osxDestroyTimer(lTimer);
+        }
+    }
+    Gathering(const Gathering&) = delete;
+    Gathering& operator=(const Gathering&) = delete;
+
+    void start() {
+        for (int lIndex = 0; lIndex < mWanted; ++lIndex) {
+            mTimers.push_back(osxCreateTimer(&meet, this, 0, 0));
+        }
+    }
+    bool complete(milliseconds aLimit) { return mInside.waitFor(mWanted, aLimit); }
+    void end() {
+        mLeave.add();
+        mLeft.waitFor(mInside.value());
+    }
+
+private:
+    static void meet(const void* aGathering) {
+        auto* const lIt = const_cast<Gathering*>(static_cast<const Gathering*>(aGathering));
+        lIt->mInside.add();
+        lIt->mLeave.waitFor(1);
+        lIt->mLeft.add();
+    }
+
+    const int mWanted;
+    std::vector<void*> mTimers;
+    test::Counter mInside;
+    test::Counter mLeave;
+    test::Counter mLeft;
+};
+
+/// @return the number of threads that serve timers at the same time, looking for up to one more
+///         than expected.
+bool exactlyServe(int aThreads) {
+    Gathering lEnough(aThreads);
+    lEnough.start();
+    const bool lReached = lEnough.complete(std::chrono::seconds(30));
+    lEnough.end();
+    Gathering lTooMany(aThreads + 1);
+    lTooMany.start();
+    const bool lExceeded = lTooMany.complete(milliseconds(300));
+    lTooMany.end();
+    return lReached && !lExceeded;
+}
+
+}  // namespace
+
+TEST(Reactor, IsTheSameForTheLibraryAndTheApplication) {
+    void* lTimer = osxCreateTimer(&test::count, nullptr, 3600000, 0);
+    const ACE_Reactor* const lInstalledByTheLibrary = ACE_Reactor::instance();
+    test::theReactor().initReactor();
+    EXPECT_EQ(lInstalledByTheLibrary, ACE_Reactor::instance());
+    osxDestroyTimer(lTimer);
+}
+
+TEST(Reactor, ItsSingletonIsExportedOnceByTheLibrary) {
+    Dl_info lWhere{};
+    const auto lInstance = &ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance;
+    void* lAddress = nullptr;
+    std::memcpy(&lAddress, &lInstance, sizeof lAddress);
+    ASSERT_NE(0, ::dladdr(lAddress, &lWhere));
+    EXPECT_NE(std::string::npos, std::string(lWhere.dli_fname).find("libosx"));
+}
+
+TEST(Reactor, IsAThreadPoolReactorInstalledAsAcesOwn) {
+    test::theReactor().initReactor();
+    EXPECT_NE(nullptr, dynamic_cast<ACE_TP_Reactor*>(ACE_Reactor::instance()->implementation()));
+}
+
+TEST(Reactor, IsNotInstalledByBeingMade) {
+    test::theReactor();
+    EXPECT_EQ(0, osxRunReactor());
+}
+
+TEST(Reactor, LeavesTheOneInstalledBeforeAlone) {
+    ACE_Reactor lBefore;
+    ACE_Reactor::instance(&lBefore);
+    test::theReactor().initReactor();
+    EXPECT_NE(&lBefore, ACE_Reactor::instance());
+    EXPECT_EQ(0, lBefore.reactor_event_loop_done());
+}
+
+TEST(Reactor, RunReturnsAtOnceWithoutAReactor) {
+    EXPECT_EQ(0, osxRunReactor());
+    EXPECT_EQ(0, osxRunReactor());
+}
+
+TEST(Reactor, StopWithoutAReactorInstallsNone) {
+    EXPECT_EQ(0, osxStopReactor());
+    EXPECT_EQ(0, test::theReactor().stopReactor());
+    EXPECT_EQ(0, osxRunReactor());
+}
+
+TEST(Reactor, RunServesUntilStoppedFromAnotherThread) {
+    test::theReactor().initReactor();
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
+    std::future<int> lResult = std::async(std::launch::async, &osxRunReactor);
+    EXPECT_TRUE(lCounter.waitFor(3));
+    EXPECT_EQ(std::future_status::timeout, lResult.wait_for(milliseconds(300)));
+    EXPECT_EQ(0, osxStopReactor());
+    EXPECT_EQ(0, lResult.get());
+    osxDestroyTimer(lTimer);
+}
+
+TEST(Reactor, StopEndsFutureLoopsToo) {
+    test::theReactor().initReactor();
+    osxStopReactor();
+    EXPECT_EQ(0, osxRunReactor());
+    EXPECT_NE(0, ACE_Reactor::instance()->reactor_event_loop_done());
+}
+
+TEST(Reactor, StartServesWithoutTheApplicationRunningALoop) {
+    EXPECT_EQ(0, test::theReactor().startReactor());
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 100, 0);
+    EXPECT_TRUE(lCounter.waitFor(1));
+    osxDestroyTimer(lTimer);
+    test::theReactor().stopAndDeleteReactorThreads();
+}
+
+TEST(Reactor, StartMakesOneThreadAndEachExtraOneMore) {
+    const test::LoopThreads lLoop(1);
+    EXPECT_TRUE(exactlyServe(1));
+    for (int lMore = 0; lMore < 3; ++lMore) {
+        EXPECT_EQ(0, test::theReactor().startExtraReactorThread());
+    }
+    EXPECT_TRUE(exactlyServe(4));
+}
+
+TEST(Reactor, StoppingTheThreadsTakesNoLongerThanASlice) {
+    const test::LoopThreads lLoop(4);
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    ASSERT_TRUE(lCounter.waitFor(1));
+    const auto lStart = Clock::now();
+    test::theReactor().stopAndDeleteReactorThreads();
+    EXPECT_LT(elapsedSince(lStart), milliseconds(250) + kSlack);
+    osxDestroyTimer(lTimer);
+}
+
+/// A pipe that can always be read keeps the loop from ever being idle.
+TEST(Reactor, StopsUnderASteadyLoadOfEvents) {
+    class Load : public ACE_Event_Handler {
+    public:
+        Load() { ::pipe(mPipe); }
+        ~Load() override {
+            ::close(mPipe[0]);
+            ::close(mPipe[1]);
+        }
+        ACE_HANDLE get_handle() const override { return mPipe[0]; }
+        int handle_input(ACE_HANDLE) override {
+            mServed.add();
+            return 0;
+        }
+        void begin() { EXPECT_EQ(1, ::write(mPipe[1], "x", 1)); }
+        test::Counter mServed;
+
+    private:
+        int mPipe[2] = {-1, -1};
+    };
+    Load lLoad;
+    lLoad.begin();
+    test::LoopThreads lLoop(2);
+    ACE_Reactor::instance()->register_handler(&lLoad, ACE_Event_Handler::READ_MASK);
+    ASSERT_TRUE(lLoad.mServed.waitFor(1000));
+    const auto lStart = Clock::now();
+    test::theReactor().stopAndDeleteReactorThreads();
+    EXPECT_LT(elapsedSince(lStart), milliseconds(250) + kSlack);
+    ACE_Reactor::instance()->remove_handler(
+        &lLoad, ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
+}
+
+TEST(Reactor, AStopRightAfterTheStartWins) {
+    for (int lRound = 0; lRound < 200; ++lRound) {
+        test::theReactor().startReactor();
+        test::theReactor().stopAndDeleteReactorThreads();
+    }
+}
+
+TEST(Reactor, ThreadsMayBeStoppedTwiceAndByManyAtOnce) {
+    test::theReactor().stopAndDeleteReactorThreads();
+    for (int lRound = 0; lRound < 20; ++lRound) {
+        const test::LoopThreads lLoop(3);
+        std::vector<std::thread> lStoppers;
+        for (int lIndex = 0; lIndex < 4; ++lIndex) {
+            lStoppers.emplace_back([] { test::theReactor().stopAndDeleteReactorThreads(); });
+        }
+        for (std::thread& lStopper : lStoppers) {
+            lStopper.join();
+        }
+    }
+}
+
+TEST(Reactor, ALoopThreadMayStopTheThreads) {
+    test::theReactor().startReactor();
+    test::theReactor().startExtraReactorThread();
+    test::Counter lStopped;
+    void* lTimer = osxCreateTimer(
+        [](const void* aCounter) {
+            test::theReactor().stopAndDeleteReactorThreads();
+            test::count(aCounter);
+        },
+        &lStopped, 0, 0);
+    EXPECT_TRUE(lStopped.waitFor(1));
+    test::theReactor().stopAndDeleteReactorThreads();
+    test::Counter lLater;
+    void* lUnserved = osxCreateTimer(&test::count, &lLater, 0, 0);
+    EXPECT_FALSE(lLater.waitFor(1, milliseconds(100)));
+    osxDestroyTimer(lUnserved);
+    osxDestroyTimer(lTimer);
+}
+
+TEST(Reactor, StoppedLoopThreadsStayWithoutBurningTheProcessor) {
+    const test::LoopThreads lLoop(4);
+    test::theReactor().stopReactor();
+    const double lBefore = test::processorSeconds();
+    std::this_thread::sleep_for(milliseconds(500));
+    EXPECT_LT(test::processorSeconds() - lBefore, 0.25);
+    const auto lStart = Clock::now();
+    test::theReactor().stopAndDeleteReactorThreads();
+    EXPECT_LT(elapsedSince(lStart), milliseconds(250) + kSlack);
+}
+
+TEST(Reactor, StopActsOnTheProcessWideReactorNotTheOwnOne) {
+    test::theReactor().initReactor();
+    ACE_Reactor* const lOwn = ACE_Reactor::instance();
+    ACE_Reactor lOther;
+    ACE_Reactor::instance(&lOther);
+    test::theReactor().stopReactor();
+    EXPECT_NE(0, lOther.reactor_event_loop_done());
+    EXPECT_EQ(0, lOwn->reactor_event_loop_done());
+    ACE_Reactor::instance(lOwn);
+}
+
+TEST(Reactor, DestroyingOneStopsItsThreadsAndUninstallsIt) {
+    test::Counter lCounter;
+    void* lTimer = nullptr;
+    {
+        OSX_Reactor lReactor;
+        lReactor.startReactor();
+        lReactor.startExtraReactorThread();
+        lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
+        EXPECT_TRUE(lCounter.waitFor(2));
+    }
+    EXPECT_EQ(0, osxRunReactor());
+    const int lCalls = lCounter.value();
+    EXPECT_FALSE(lCounter.waitFor(lCalls + 1, milliseconds(50)));
+    osxDestroyTimer(lTimer);
+}
+
+/// The one allocation that succeeds is that of the thread set, which ACE cannot do without.
+TEST(Reactor, ThatCannotBeAllocatedServesNothing) {
+    errno = 0;
+    const test::FailingAllocator lNoMemory(1);
+    OSX_Reactor lReactor;
+    EXPECT_EQ(ENOMEM, errno);
+    EXPECT_EQ(0, lReactor.startReactor());
+    EXPECT_EQ(0, osxRunReactor());
+}
+
+TEST(Reactor, ReportsNothingWhenAThreadCannotBeAllocated) {
+    test::theReactor().initReactor();
+    const test::FailingAllocator lNoMemory;
+    EXPECT_EQ(0, test::theReactor().startExtraReactorThread());
+    EXPECT_EQ(ENOMEM, errno);
+}
+
+TEST(ReactorThread, RunsFromInitToStop) {
+    test::theReactor().initReactor();
+    OSX_ReactorThread lThread;
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
+    for (int lRound = 1; lRound <= 2; ++lRound) {
+        EXPECT_EQ(0, lThread.init());
+        EXPECT_TRUE(lCounter.waitFor(lCounter.value() + 1));
+        lThread.stopRunning();
+        EXPECT_EQ(0, lThread.wait());
+    }
+    osxDestroyTimer(lTimer);
+}
+
+TEST(ReactorThread, NoticesAStopWithoutBeingWoken) {
+    test::theReactor().initReactor();
+    OSX_ReactorThread lThread;
+    lThread.init();
+    std::this_thread::sleep_for(milliseconds(20));
+    const auto lStart = Clock::now();
+    lThread.stopRunning();
+    lThread.wait();
+    EXPECT_LT(elapsedSince(lStart), milliseconds(250) + kSlack);
+}
+
+TEST(ReactorThread, WaitsForAReactorToBeInstalled) {
+    OSX_ReactorThread lThread;
+    lThread.init();
+    std::this_thread::sleep_for(milliseconds(20));
+    EXPECT_EQ(0, osxRunReactor());
+    test::theReactor().initReactor();
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    EXPECT_TRUE(lCounter.waitFor(1));
+    osxDestroyTimer(lTimer);
+    lThread.stopRunning();
+    lThread.wait();
+}
+
+namespace {
+
+/// Timers that nobody destroys. What the functions below leave behind is never destroyed either,
+/// for it is in use when the process ends.
+void createForGood(void (*aFunction)(const void*), test::Counter* aCounter, long aDelayMs,
+                   long aIntervalMs) {
+    static auto* const lTimers = new std::vector<void*>;
+    lTimers->push_back(osxCreateTimer(aFunction, aCounter, aDelayMs, aIntervalMs));
+}
+
+[[noreturn]] void leaveWith(int aStatus, void (*aBefore)()) {
+    aBefore();
+    std::exit(aStatus);
+}
+
+void keepLoopsBusy() {
+    static auto& lCounter = *new test::Counter;
+    test::theReactor().startReactor();
+    for (int lMore = 0; lMore < 3; ++lMore) {
+        test::theReactor().startExtraReactorThread();
+    }
+    for (int lIndex = 0; lIndex < 20; ++lIndex) {
+        createForGood(&test::count, &lCounter, 1, 1);
+    }
+    lCounter.waitFor(100);
+}
+
+void runOnAThreadOfTheApplication() {
+    static auto& lCounter = *new test::Counter;
+    test::theReactor().initReactor();
+    createForGood(&test::count, &lCounter, 1, 1);
+    std::thread(&osxRunReactor).detach();
+    lCounter.waitFor(3);
+}
+
+void stickInACallback() {
+    static auto& lCounter = *new test::Counter;
+    static auto& lNever = *new test::Counter;
+    test::theReactor().startReactor();
+    createForGood(
+        [](const void*) {
+            lCounter.add();
+            lNever.waitFor(1, std::chrono::hours(1));
+        },
+        nullptr, 0, 0);
+    lCounter.waitFor(1);
+}
+
+}  // namespace
+
+TEST(ProcessExit, KeepsTheProgramsStatusWithLoopThreadsRunning) {
+    for (int lRound = 0; lRound < 5; ++lRound) {
+        EXPECT_EXIT(leaveWith(7, &keepLoopsBusy), testing::ExitedWithCode(7), "^$");
+    }
+}
+
+TEST(ProcessExit, LeavesNoTimerThatNothingRefersTo) {
+    EXPECT_EXIT(
+        {
+            test::theReactor().initReactor();
+            osxCreateTimer(&test::count, nullptr, 3600000, 0);
+            std::exit(11);
+        },
+        testing::ExitedWithCode(11), "^$");
+}
+
+TEST(ProcessExit, KeepsTheProgramsStatusWithTheApplicationsThreadInTheLoop) {
+    EXPECT_EXIT(leaveWith(8, &runOnAThreadOfTheApplication), testing::ExitedWithCode(8), "^$");
+}
+
+TEST(ProcessExit, DoesNotWaitForACallbackThatDoesNotEnd) {
+    EXPECT_EXIT(leaveWith(9, &stickInACallback), testing::ExitedWithCode(9), "^$");
+}
+
+TEST(ProcessExit, MayBeCalledByACallback) {
+    EXPECT_EXIT(
+        {
+            test::theReactor().startReactor();
+            createForGood([](const void*) { std::exit(10); }, nullptr, 0, 0);
+            for (;;) {
+                ::pause();
+            }
+        },
+        testing::ExitedWithCode(10), "^$");
+}
