@@ -14,18 +14,20 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <string_view>
 
 namespace {
 
 constexpr int kLimitMs = 30000;
 
 std::mutex gMutex;
-std::map<std::string, std::string> gRedirections;
+std::map<std::string, std::string, std::less<>> gRedirections;
 
-std::string redirected(const char* aPath) {
+/// Allocates nothing: the test may be about an allocation that fails.
+const char* redirected(const char* aPath) {
     const std::lock_guard<std::mutex> lLock(gMutex);
-    const auto lFound = gRedirections.find(aPath);
-    return lFound == gRedirections.end() ? aPath : lFound->second;
+    const auto lFound = gRedirections.find(std::string_view(aPath));
+    return lFound == gRedirections.end() ? aPath : lFound->second.c_str();
 }
 
 /// Two processes never get the same number at a time, as long as none makes more than 64 lines.
@@ -62,8 +64,7 @@ extern "C" int testOpen(const char* aPath, int aFlags, ...) {
     va_start(lArguments, aFlags);
     const unsigned int lMode = va_arg(lArguments, unsigned int);
     va_end(lArguments);
-    return static_cast<int>(
-        ::syscall(SYS_openat, AT_FDCWD, redirected(aPath).c_str(), aFlags, lMode));
+    return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, redirected(aPath), aFlags, lMode));
 }
 
 extern "C" int testOpen64(const char* aPath, int aFlags, ...) {
@@ -72,7 +73,7 @@ extern "C" int testOpen64(const char* aPath, int aFlags, ...) {
     const unsigned int lMode = va_arg(lArguments, unsigned int);
     va_end(lArguments);
     return static_cast<int>(
-        ::syscall(SYS_openat, AT_FDCWD, redirected(aPath).c_str(), aFlags | O_LARGEFILE, lMode));
+        ::syscall(SYS_openat, AT_FDCWD, redirected(aPath), aFlags | O_LARGEFILE, lMode));
 }
 
 namespace test {
