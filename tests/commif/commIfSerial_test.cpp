@@ -7,10 +7,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <thread>
 #include <tuple>
+#include <vector>
 
 #include "ace/TTY_IO.h"
 #include "commif/SerialDriverModel.h"
@@ -133,6 +135,42 @@ using SerialRead = SerialChannel;
 using SerialWrite = SerialChannel;
 using SerialIoctl = SerialChannel;
 using SerialClose = SerialChannel;
+
+/// The same by way of the generic calls.
+class SerialDescriptor : public SerialChannel {
+protected:
+    SerialDescriptor() {
+        mDevParams.devType = eSERIAL;
+        mDevParams.serial = mParams;
+    }
+    int openDescriptor() { return commIfOpen(&mDesc, &mDevParams, nullptr); }
+
+    commIfDevParams_t mDevParams{};
+    int mDesc = 77;
+};
+
+/// Sends a word each way over a line of its own, opened anew each time, until the end.
+void useLine(steady_clock::time_point aEnd) {
+    const test::SerialLine lLine;
+    commIfDevParams_t lParams{};
+    lParams.devType = eSERIAL;
+    lParams.serial.portNr = lLine.port();
+    lParams.serial.readTimeout = 30000;
+    lParams.serial.baudRate = 115200;
+    lParams.serial.dataBits = 8;
+    do {
+        int lDesc = -1;
+        ASSERT_EQ(COMMIF_OK, commIfOpen(&lDesc, &lParams, nullptr));
+        unsigned char lWord[] = {'w', 'o', 'r', 'd'};
+        unsigned long lCount = 0;
+        EXPECT_EQ(COMMIF_OK, commIfWrite(lDesc, lWord, 4, &lCount));
+        EXPECT_EQ("word", lLine.receive(4));
+        lLine.send("back");
+        EXPECT_EQ(COMMIF_OK, commIfRead(lDesc, lWord, 4, &lCount));
+        EXPECT_EQ(0, std::memcmp("back", lWord, 4));
+        EXPECT_EQ(COMMIF_OK, commIfClose(lDesc));
+    } while (!testing::Test::HasFailure() && steady_clock::now() < aEnd);
+}
 
 /// Data bits, parity, stop bits, checking.
 using Framing = std::tuple<unsigned char, unsigned char, unsigned char, unsigned char>;
@@ -761,5 +799,69 @@ TEST_F(SerialChannel, RefusesDescriptorsOutsideTheTable) {
         EXPECT_EQ(10006, commIfSerialWrite(lDesc, &lByte, 1, &mGot));
         EXPECT_EQ(10006, commIfSerialIoctl(lDesc, 1, nullptr));
         EXPECT_EQ(10006, commIfSerialClose(lDesc));
+    }
+}
+
+TEST_F(SerialDescriptor, ServesAPort) {
+    ASSERT_EQ(COMMIF_OK, openDescriptor());
+    unsigned char lByte = 'a';
+    EXPECT_EQ(COMMIF_OK, commIfWrite(mDesc, &lByte, 1, &mGot));
+    EXPECT_EQ("a", mLine.receive(1));
+    EXPECT_EQ(1, commIffputs(const_cast<char*>("text"), mDesc));
+    EXPECT_EQ("text", mLine.receive(4));
+    mLine.send("b");
+    EXPECT_EQ(COMMIF_OK, commIfRead(mDesc, &lByte, 1, &mGot));
+    EXPECT_EQ('b', lByte);
+    EXPECT_EQ(10012, commIfIoctl(mDesc, 9, nullptr));
+    EXPECT_EQ(COMMIF_OK, commIfIoctl(mDesc, kReplaceReadTimeout, nullptr));
+    EXPECT_EQ(10011, commIfRead(mDesc, &lByte, 1, &mGot));
+    EXPECT_EQ(COMMIF_OK, commIfClose(mDesc));
+    EXPECT_FALSE(mLine.isOpen());
+    EXPECT_EQ(10005, commIfClose(mDesc));
+}
+
+TEST_F(SerialDescriptor, IsFreeAfterRefusedSettingsAndLeaksNothing) {
+    mDevParams.serial.baudRate = 12345;
+    EXPECT_EQ(10015, openDescriptor());
+    EXPECT_EQ(-1, mDesc);
+    EXPECT_TRUE(mLine.isOpen());
+    EXPECT_EQ(0U, commIfDesc[COMMIF_FIRST_DESC].used);
+    const int lBefore = test::openDescriptors();
+    EXPECT_EQ(10015, openDescriptor());
+    EXPECT_EQ(lBefore, test::openDescriptors());
+    mDevParams.serial.baudRate = 9600;
+    EXPECT_EQ(COMMIF_OK, openDescriptor());
+    EXPECT_EQ(COMMIF_FIRST_DESC, mDesc);
+    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(COMMIF_OK, commIfClose(mDesc));
+    EXPECT_FALSE(mLine.isOpen());
+}
+
+TEST_F(SerialDescriptor, StaysTakenWithoutAPort) {
+    {
+        const test::FailingAllocator lNoMemory(1, true);
+        EXPECT_EQ(COMMIF_OK, openDescriptor());
+    }
+    unsigned char lByte = 'a';
+    EXPECT_EQ(1U, commIfDesc[mDesc].used);
+    EXPECT_EQ(10015, commIfWrite(mDesc, &lByte, 1, &mGot));
+    EXPECT_EQ(10015, commIfRead(mDesc, &lByte, 1, &mGot));
+    EXPECT_EQ(10015, commIfIoctl(mDesc, 1, nullptr));
+    EXPECT_EQ(10015, commIfClose(mDesc));
+    EXPECT_EQ(0U, commIfDesc[mDesc].used);
+    EXPECT_FALSE(mLine.isOpen());
+}
+
+TEST(SerialThreads, OpenUseAndCloseTheirPortsAtOnce) {
+    const test::LogCapture lLog;
+    const char* const lSeconds = std::getenv("OSX_STRESS_SECONDS");
+    const auto lEnd =
+        steady_clock::now() + std::chrono::seconds(lSeconds == nullptr ? 1 : std::atoi(lSeconds));
+    std::vector<std::thread> lThreads;
+    for (int lThread = 0; lThread < 4; ++lThread) {
+        lThreads.emplace_back(useLine, lEnd);
+    }
+    for (std::thread& lThread : lThreads) {
+        lThread.join();
     }
 }
