@@ -128,7 +128,7 @@ unsigned char* bytes(std::string& aText) {
     return reinterpret_cast<unsigned char*>(aText.data());
 }
 
-std::vector<int> openDescriptors() {
+std::vector<int> descriptorsInUse() {
     std::vector<int> lDescriptors;
     DIR* lDir = ::opendir("/proc/self/fd");
     while (const dirent* lEntry = ::readdir(lDir)) {

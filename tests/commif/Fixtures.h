@@ -105,7 +105,7 @@ private:
 unsigned char* bytes(std::string& aText);
 
 /// @return the open descriptors of the process, in order.
-std::vector<int> openDescriptors();
+std::vector<int> descriptorsInUse();
 
 }  // namespace test
 

@@ -26,10 +26,18 @@ bool becomeOrdinaryUser() {
     return ::geteuid() != 0 || ::setuid(kNobody) == 0;
 }
 
-bool mountReadOnly(const char* aDirectory) {
+bool mountSmall(const char* aDirectory, unsigned long aFlags) {
     return ::unshare(CLONE_NEWNS) == 0 &&
            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           ::mount("none", aDirectory, "tmpfs", MS_RDONLY, "size=64k") == 0;
+           ::mount("none", aDirectory, "tmpfs", aFlags, "size=64k") == 0;
+}
+
+// The C library's own type of a resource is an enumeration in C++ with its extensions.
+void getLimit(int aResource, rlimit& aLimit) {
+    ::getrlimit(static_cast<__rlimit_resource_t>(aResource), &aLimit);
+}
+void setLimit(int aResource, const rlimit& aLimit) {
+    ::setrlimit(static_cast<__rlimit_resource_t>(aResource), &aLimit);
 }
 
 }  // namespace
@@ -40,7 +48,7 @@ int asOrdinaryUser(const std::function<bool()>& aCheck) {
 
 int withReadOnlyDirectory(const std::string& aDirectory, const std::function<bool()>& aCheck) {
     return inChild([&] {
-        if (!mountReadOnly(aDirectory.c_str())) {
+        if (!mountSmall(aDirectory.c_str(), MS_RDONLY)) {
             ::chmod(aDirectory.c_str(), 0555);
             if (!becomeOrdinaryUser()) {
                 return false;
@@ -50,15 +58,31 @@ int withReadOnlyDirectory(const std::string& aDirectory, const std::function<boo
     });
 }
 
-FileSizeLimit::FileSizeLimit(rlim_t aBytes) : mFormerHandler(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &mFormer);
-    rlimit lLimit = mFormer;
-    lLimit.rlim_cur = aBytes;
-    ::setrlimit(RLIMIT_FSIZE, &lLimit);
+int withSmallDisc(const std::string& aDirectory, const std::function<bool()>& aCheck) {
+    return inChild([&] {
+        if (mountSmall(aDirectory.c_str(), 0)) {
+            return aCheck();
+        }
+        const FileSizeLimit lLimit(65536);
+        return aCheck();
+    });
 }
 
+Limit::Limit(int aResource, rlim_t aValue) : mResource(aResource) {
+    getLimit(mResource, mFormer);
+    rlimit lLimit = mFormer;
+    lLimit.rlim_cur = aValue;
+    setLimit(mResource, lLimit);
+}
+
+Limit::~Limit() {
+    setLimit(mResource, mFormer);
+}
+
+FileSizeLimit::FileSizeLimit(rlim_t aBytes)
+    : Limit(RLIMIT_FSIZE, aBytes), mFormerHandler(std::signal(SIGXFSZ, SIG_IGN)) {}
+
 FileSizeLimit::~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &mFormer);
     std::signal(SIGXFSZ, mFormerHandler);
 }
 

@@ -20,17 +20,38 @@ int asOrdinaryUser(const std::function<bool()>& aCheck);
 /// @return 0 if the check held.
 int withReadOnlyDirectory(const std::string& aDirectory, const std::function<bool()>& aCheck);
 
+/// Runs a check in a process of its own in which a directory is on a file system of 64 KiB or,
+/// where mounting is not permitted, no file grows beyond that.
+/// @return 0 if the check held.
+int withSmallDisc(const std::string& aDirectory, const std::function<bool()>& aCheck);
+
+/// Lowers one of the process's limits while it lives.
+class Limit {
+public:
+    Limit(int aResource, rlim_t aValue);
+    ~Limit();
+    Limit(const Limit&) = delete;
+    Limit& operator=(const Limit&) = delete;
+
+private:
+    int mResource;
+    rlimit mFormer{};
+};
+
+/// While one lives, no descriptor can be opened whose number is not below a value.
+class DescriptorLimit : public Limit {
+public:
+    explicit DescriptorLimit(rlim_t aValue) : Limit(RLIMIT_NOFILE, aValue) {}
+};
+
 /// While one lives, no file of the process grows beyond a size: a write that reaches it is short,
 /// and one beyond it fails, as on a full disc.
-class FileSizeLimit {
+class FileSizeLimit : public Limit {
 public:
     explicit FileSizeLimit(rlim_t aBytes);
     ~FileSizeLimit();
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
 private:
-    rlimit mFormer{};
     void (*mFormerHandler)(int);
 };
 

@@ -118,9 +118,9 @@ TEST(Directory, IsCloseOnExecAndClosedInTheEnd) {
     Name lName{};
     void* lHandle = nullptr;
     std::string lDirectory = "/tmp";
-    const std::vector<int> lBefore = test::openDescriptors();
+    const std::vector<int> lBefore = test::descriptorsInUse();
     ASSERT_EQ(0, commIfDirOpen(lDirectory.data(), lName.data(), &lHandle));
-    const std::vector<int> lDuring = test::openDescriptors();
+    const std::vector<int> lDuring = test::descriptorsInUse();
     EXPECT_EQ(lBefore.size() + 1, lDuring.size());
     for (const int lDescriptor : lDuring) {
         if (std::find(lBefore.begin(), lBefore.end(), lDescriptor) == lBefore.end()) {
@@ -128,7 +128,7 @@ TEST(Directory, IsCloseOnExecAndClosedInTheEnd) {
         }
     }
     commIfDirClose(lHandle);
-    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
 }
 
 TEST(WorkingDirectory, IsChanged) {

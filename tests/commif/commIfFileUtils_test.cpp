@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "commif/Fixtures.h"
+#include "commif/Interceptions.h"
 #include "commif/Refusals.h"
 #include "support/LogCapture.h"
 
@@ -76,10 +77,10 @@ TEST(FileRename, SurvivesNullNames) {
 
 TEST(FileDelete, RemovesAFile) {
     const TempDir lDir;
-    const std::vector<int> lBefore = test::openDescriptors();
+    const std::vector<int> lBefore = test::descriptorsInUse();
     EXPECT_EQ(0, commIfFileDelete(lDir.file("f", "x").c_str()));
     EXPECT_FALSE(exists(lDir.path("f")));
-    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
 }
 
 TEST(FileDelete, OfAMissingFileFailsWithoutALine) {
@@ -93,10 +94,10 @@ TEST(FileDelete, OfAMissingFileFailsWithoutALine) {
 
 TEST(FileDelete, OfWhatCanBeOpenedButNotRemovedSucceeds) {
     const TempDir lDir;
-    const std::vector<int> lBefore = test::openDescriptors();
+    const std::vector<int> lBefore = test::descriptorsInUse();
     EXPECT_EQ(0, commIfFileDelete(lDir.name().c_str()));
     EXPECT_TRUE(exists(lDir.name()));
-    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
 }
 
 TEST(FileDelete, RemovesAPipeWithoutWaitingForItsWriter) {
@@ -158,9 +159,9 @@ TEST(FileCopy, ToWhereNothingCanBeOpenedFailsAndLosesNoDescriptor) {
     const TempDir lDir;
     const test::LogCapture lLog;
     const std::string lSource = lDir.file("source", "x");
-    const std::vector<int> lBefore = test::openDescriptors();
+    const std::vector<int> lBefore = test::descriptorsInUse();
     EXPECT_EQ(COMMIF_ERR_FILE_OPEN, copy(lSource, "/missing/file"));
-    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
     EXPECT_THAT(lLog.texts(),
                 ElementsAre("%t commIfFileCopy: Unable to open file [/missing/file] \n"));
     expectDebugFailure(lLog.lines()[0], ENOENT);
@@ -176,9 +177,9 @@ TEST(FileCopy, SurvivesNullNames) {
 
 TEST(FileCopy, ClosesBothFiles) {
     const TempDir lDir;
-    const std::vector<int> lBefore = test::openDescriptors();
+    const std::vector<int> lBefore = test::descriptorsInUse();
     EXPECT_EQ(0, copy(lDir.file("source", "x"), lDir.path("copy")));
-    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
 }
 
 TEST(FileCopy, DoesNotReportAFullDisc) {
@@ -194,6 +195,33 @@ TEST(FileCopy, DoesNotReportASourceThatCannotBeRead) {
     const TempDir lDir;
     EXPECT_EQ(0, copy(lDir.name(), lDir.path("copy")));
     EXPECT_EQ("", contentOf(lDir.path("copy")));
+}
+
+TEST(FileCopy, OfASourceWhoseSizeCannotBeFoundCopiesNothing) {
+    const TempDir lDir;
+    const test::LogCapture lLog;
+    const std::string lSource = lDir.file("source", "x");
+    const std::vector<int> lBefore = test::descriptorsInUse();
+    {
+        const test::Interception lInterception({{}, {}, {}, true});
+        EXPECT_EQ(COMMIF_ERR_NO_DEVICE, copy(lSource, lDir.path("copy")));
+    }
+    EXPECT_EQ("", contentOf(lDir.path("copy")));
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
+    EXPECT_THAT(lLog.texts(),
+                ElementsAre("%t getFileSize: Unable to retrieve info from the file\n"));
+}
+
+TEST(FileCopy, FillsASmallDiscAndDoesNotReportIt) {
+    const TempDir lDir;
+    const TempDir lDisc;
+    const std::string lSource = lDir.file("source", pattern(200000));
+    EXPECT_EQ(0, test::withSmallDisc(lDisc.name(), [&] {
+                  const bool lCopied = copy(lSource, lDisc.path("copy")) == COMMIF_OK;
+                  const std::string lCopy = contentOf(lDisc.path("copy"));
+                  return lCopied && !lCopy.empty() && lCopy.size() < 200000 &&
+                         lCopy == pattern(200000).substr(0, lCopy.size());
+              }));
 }
 
 TEST(FileCopy, NeedsNoMemoryForTheWholeFile) {

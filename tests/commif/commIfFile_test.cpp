@@ -80,7 +80,7 @@ mode_t modeOf(const std::string& aPath) {
 TEST(FileOpen, OfAMissingFileFails) {
     const test::TempDir lDir;
     const test::LogCapture lLog;
-    const std::vector<int> lBefore = test::openDescriptors();
+    const std::vector<int> lBefore = test::descriptorsInUse();
     for (const unsigned int lMode : {kRead, kWrite, kReadWrite, kTruncate | kWrite}) {
         const Channel lChannel(fileParams(lDir.path("missing"), lMode));
         EXPECT_EQ(COMMIF_ERR_FILE_OPEN, lChannel.status());
@@ -92,7 +92,7 @@ TEST(FileOpen, OfAMissingFileFails) {
     EXPECT_EQ(-1, lLog.lines()[0].status);
     EXPECT_EQ(ENOENT, lLog.lines()[0].errnum);
     EXPECT_EQ(kModule, lLog.lines()[0].module);
-    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
 }
 
 TEST(FileOpen, CreatesWithMode0644) {
@@ -147,6 +147,13 @@ TEST(FileOpen, ExclusivelyRefusesWhatExists) {
     const unsigned int lMode = kWrite | kCreate | kExclusive;
     EXPECT_EQ(0, Channel(fileParams(lDir.path("f"), lMode)).status());
     EXPECT_EQ(COMMIF_ERR_FILE_OPEN, Channel(fileParams(lDir.path("f"), lMode)).status());
+}
+
+TEST(FileOpen, WithoutAFreeDescriptorInTheProcessFails) {
+    const test::LogCapture lLog;
+    const test::DescriptorLimit lLimit(0);
+    EXPECT_EQ(COMMIF_ERR_FILE_OPEN, Channel(fileParams("/dev/null", kRead)).status());
+    EXPECT_EQ(EMFILE, lLog.lines().back().errnum);
 }
 
 TEST(FileOpen, IsCloseOnExec) {
@@ -248,11 +255,11 @@ TEST(FileOpen, RefusesToCreateOnAReadOnlyFileSystem) {
 TEST(FileOpen, AgainOnAnOpenDescriptorLosesNoFile) {
     const test::TempDir lDir;
     commIfDevParams_t lParams = fileParams(lDir.file("f", "x"), kRead);
-    const std::vector<int> lBefore = test::openDescriptors();
+    const std::vector<int> lBefore = test::descriptorsInUse();
     EXPECT_EQ(0, commIfFileOpen(9, &lParams.file));
     EXPECT_EQ(0, commIfFileOpen(9, &lParams.file));
     EXPECT_EQ(0, commIfFileClose(9));
-    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
     EXPECT_EQ(0U, commIfDesc[9].used);
 }
 
@@ -340,6 +347,22 @@ TEST(FileWrite, ThatFillsTheDiscIsShort) {
     EXPECT_EQ(40U, lCount);
     EXPECT_EQ(1U, lLog.count("%t commIfFileWrite: retCount != Count fd[3] Count[60] "
                              "retCount[40] \n"));
+}
+
+TEST(FileWrite, FillsASmallDisc) {
+    const test::TempDir lDisc;
+    EXPECT_EQ(0, test::withSmallDisc(lDisc.name(), [&] {
+                  const test::LogCapture lLog;
+                  const Channel lChannel(fileParams(lDisc.path("f"), kWrite | kCreate));
+                  unsigned long lCount = 0;
+                  unsigned long lTotal = 0;
+                  int lStatus = 0;
+                  while (lStatus == COMMIF_OK && lTotal < 10000000) {
+                      lStatus = commIfWrite(lChannel.desc(), gBuffer, sizeof gBuffer, &lCount);
+                      lTotal += lStatus == COMMIF_OK ? lCount : 0;
+                  }
+                  return lStatus == COMMIF_ERR_FILE_IO && lCount != sizeof gBuffer && lTotal > 0;
+              }));
 }
 
 TEST(FileWrite, ToAPipeWithoutReaderEndsNothing) {
@@ -442,10 +465,10 @@ TEST(FileWithoutObject, AnswersThatThereIsNoDevice) {
 TEST(FileWithoutObject, IsWhatACloseLeaves) {
     const test::TempDir lDir;
     const test::LogCapture lLog;
-    const std::vector<int> lBefore = test::openDescriptors();
+    const std::vector<int> lBefore = test::descriptorsInUse();
     Channel lChannel(fileParams(lDir.file("f", "x"), kRead));
     EXPECT_EQ(0, lChannel.close());
-    EXPECT_EQ(lBefore, test::openDescriptors());
+    EXPECT_EQ(lBefore, test::descriptorsInUse());
     EXPECT_EQ(COMMIF_ERR_NO_DEVICE, commIfFileRead(3, gBuffer, 1, nullptr));
     EXPECT_EQ(COMMIF_ERR_NO_DEVICE, commIfFileClose(3));
 }

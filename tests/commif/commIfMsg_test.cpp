@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "commif/Fixtures.h"
+#include "commif/Interceptions.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
@@ -151,4 +152,22 @@ TEST(MsgChannel, DirectCallsOutsideTheTableAreRefused) {
     EXPECT_EQ(COMMIF_ERR_BAD_DESCRIPTOR, commIfMsgIoctl(203, 5, nullptr));
     EXPECT_EQ(COMMIF_ERR_BAD_DESCRIPTOR, commIfMsgClose(203));
     EXPECT_EQ(COMMIF_ERR_BAD_ARGUMENT, commIfMsgOpen(9, nullptr, ""));
+}
+
+TEST(MsgChannel, TurnsTheQueuesStatusIntoItsOwnWhenReading) {
+    const Channel lChannel(test::msgParams(1000, 10), "orders");
+    const std::pair<unsigned int, int> lCases[] = {
+        {0, 0}, {20015, 10011}, {20010, 10152}, {12, 10152}, {0xFFFFFFFFU, 10152}};
+    for (const auto& [lQueueStatus, lStatus] : lCases) {
+        const test::Interception lInterception({lQueueStatus, {}, {}});
+        EXPECT_EQ(lStatus, commIfRead(lChannel.desc(), gBuffer, 1, nullptr)) << lQueueStatus;
+    }
+}
+
+TEST(MsgChannel, PassesTheQueuesStatusOnWhenWriting) {
+    const Channel lChannel(test::msgParams(1000, 10), "orders");
+    const test::Interception lInterception({{}, 20028U, {}});
+    unsigned long lCount = 9;
+    EXPECT_EQ(20028, commIfWrite(lChannel.desc(), gBuffer, 4, &lCount));
+    EXPECT_EQ(0U, lCount);
 }

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <string>
 #include <vector>
 
 #include "commif/Fixtures.h"
+#include "commif/Interceptions.h"
 #include "osx/osx.h"
 #include "support/LogCapture.h"
 
@@ -77,8 +79,8 @@ TEST(NetChannel, AFailedReadCountsNothingAndGivesTheLastNetworkError) {
     unsigned long lCount = 9;
     ASSERT_TRUE(lConnection.peer().send("abc"));
     lConnection.peer().close();
-    EXPECT_EQ(static_cast<int>(osxGetLastNetworkError()),
-              commIfRead(lChannel.desc(), gBuffer, 10, &lCount));
+    const test::Interception lInterception({{}, {}, ECONNRESET});
+    EXPECT_EQ(ECONNRESET, commIfRead(lChannel.desc(), gBuffer, 10, &lCount));
     EXPECT_EQ(0U, lCount);
 }
 
@@ -98,10 +100,18 @@ TEST(NetChannel, AFailedWriteCountsNothingAndGivesTheLastNetworkError) {
     const test::LogCapture lLog;
     const Channel lChannel(test::netParams(nullptr));
     unsigned long lCount = 9;
-    EXPECT_EQ(static_cast<int>(osxGetLastNetworkError()),
-              commIfWrite(lChannel.desc(), gBuffer, 10, &lCount));
+    const test::Interception lInterception({{}, {}, EPIPE});
+    EXPECT_EQ(EPIPE, commIfWrite(lChannel.desc(), gBuffer, 10, &lCount));
     EXPECT_EQ(0U, lCount);
     EXPECT_EQ(1U, lLog.count("%t osxSocketSend: lSOCK_Stream == 0 \n"));
+}
+
+TEST(NetChannel, OnThisLibrarysSocketsAFailureGivesZeroAndNoCount) {
+    const test::LogCapture lLog;
+    const Channel lChannel(test::netParams(nullptr));
+    unsigned long lCount = 9;
+    EXPECT_EQ(0, commIfRead(lChannel.desc(), gBuffer, 10, &lCount));
+    EXPECT_EQ(0U, lCount);
 }
 
 TEST(NetChannel, InTextModeSendsCrLfForEachLf) {

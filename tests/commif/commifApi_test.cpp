@@ -63,6 +63,16 @@ TEST(DescriptorTable, KeepsTheFormOfTheParameters) {
     EXPECT_EQ(20U, offsetof(commIfSerialParams_t, rtsHalfDuplex));
 }
 
+TEST(DescriptorTable, PutsTheFileObjectIntoTheLastWordOrBehindIt) {
+    const std::size_t lLastWord = offsetof(commIfFileInfo_t, reserved) + 8;
+    if (sizeof(void*) == 4) {
+        EXPECT_EQ(lLastWord, offsetof(commIfFileInfo_t, fileIo));
+        EXPECT_EQ(sizeof(commIfFileParams_t), sizeof(commIfFileInfo_t));
+    } else {
+        EXPECT_LE(lLastWord + 4, offsetof(commIfFileInfo_t, fileIo));
+    }
+}
+
 TEST(DescriptorTable, KeepsTheFlagBitsInTheirPlaces) {
     commIfSerialParams_t lParams;
     std::memset(&lParams, 0, sizeof lParams);

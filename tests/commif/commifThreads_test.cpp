@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "commif/Fixtures.h"
+#include "commif/SerialLine.h"
 #include "support/LogCapture.h"
 
 using test::Channel;
@@ -99,6 +100,8 @@ private:
                useOne(mHolders, test::msgParams(1000, 10000), "stress", useQueue) &&
                useOne(mHolders, test::netParams(mConnection.socket()), nullptr,
                       [this](int aDesc) { return useSocket(aDesc); }) &&
+               useOne(mHolders, serialParams(), nullptr,
+                      [this](int aDesc) { return useLine(aDesc); }) &&
                useOne(mHolders, test::consoleParams(), nullptr,
                       [](int aDesc) { return writeAndCount(aDesc, "."); });
     }
@@ -108,8 +111,27 @@ private:
                mConnection.peer().send("answer") && readBack(aDesc, "answer");
     }
 
+    commIfDevParams_t serialParams() const {
+        commIfDevParams_t lParams = test::consoleParams();
+        lParams.devType = eSERIAL;
+        lParams.serial.portNr = mLine.port();
+        lParams.serial.readTimeout = 10000;
+        lParams.serial.baudRate = 115200;
+        lParams.serial.dataBits = 8;
+        return lParams;
+    }
+
+    bool useLine(int aDesc) const {
+        if (!writeAndCount(aDesc, "ping") || mLine.receive(4) != "ping") {
+            return false;
+        }
+        mLine.send("pong");
+        return readBack(aDesc, "pong");
+    }
+
     Holders& mHolders;
     std::string mFile;
+    test::SerialLine mLine;
     test::Connection mConnection;
     bool mGood = true;
     int mTurns = 0;

@@ -1,0 +1,78 @@
+#include "commif/Interceptions.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "osx/osx.h"
+
+namespace {
+
+const test::Forced* gForced = nullptr;
+
+/// @return the library's own function.
+template <class Function>
+Function next(const char* aSymbol) {
+    return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, aSymbol));
+}
+
+}  // namespace
+
+namespace test {
+
+Interception::Interception(const Forced& aForced) {
+    static Forced gCopy;
+    gCopy = aForced;
+    gForced = &gCopy;
+}
+
+Interception::~Interception() {
+    gForced = nullptr;
+}
+
+}  // namespace test
+
+unsigned int osxMsgRecv(void* aQueue, void* aBuffer, unsigned long aMaxSize,
+                        unsigned long* aReceived, unsigned long aTimeOutMs) {
+    if (gForced != nullptr && gForced->msgRecv) {
+        return *gForced->msgRecv;
+    }
+    static const auto gNext = next<decltype(&osxMsgRecv)>("_Z10osxMsgRecvPvS_mPmm");
+    return gNext(aQueue, aBuffer, aMaxSize, aReceived, aTimeOutMs);
+}
+
+unsigned int osxMsgSend(void* aQueue, void* aData, unsigned long aSize, long* aResult) {
+    if (gForced != nullptr && gForced->msgSend) {
+        return *gForced->msgSend;
+    }
+    static const auto gNext = next<decltype(&osxMsgSend)>("_Z10osxMsgSendPvS_mPl");
+    return gNext(aQueue, aData, aSize, aResult);
+}
+
+unsigned long osxGetLastNetworkError() {
+    return gForced != nullptr && gForced->lastNetworkError ? *gForced->lastNetworkError : 0;
+}
+
+// In the place of libc's, also for ACE. The names are spelled out because with large file offsets
+// <sys/stat.h> turns one into the other. Where words have 32 bits the two have different
+// structures, and ACE uses only the second.
+extern "C" __attribute__((visibility("default"))) int testFstat64(int,
+                                                                  struct stat*) __asm__("fstat64");
+
+extern "C" int testFstat64(int aDescriptor, struct stat* aStatus) {
+    if (gForced != nullptr && gForced->statFails) {
+        errno = EIO;
+        return -1;
+    }
+    return ::fstatat(aDescriptor, "", aStatus, AT_EMPTY_PATH);
+}
+
+#if __SIZEOF_POINTER__ == 8
+extern "C" __attribute__((visibility("default"))) int testFstat(int, struct stat*) __asm__("fstat");
+
+extern "C" int testFstat(int aDescriptor, struct stat* aStatus) {
+    return testFstat64(aDescriptor, aStatus);
+}
+#endif
