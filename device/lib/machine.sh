@@ -23,7 +23,7 @@ with socket.socket() as s:
 run_machine() {
     local dir=$1 host_port=$2 limit=$3 image
     image=$(image_dir)
-    timeout --foreground "$limit" qemu-system-i386 -accel tcg -m "$board_memory" -display none -no-reboot \
+    timeout --foreground "$limit" qemu-system-i386 -accel tcg -m "$board_memory" -display none -no-reboot -pidfile "$dir/pid" \
         -kernel "$image/kernel" -initrd "$image/initrd" \
         -append "root=LABEL=system rw console=ttyS0 init=/sbin/board-init quiet loglevel=2 panic=-1 net.ifnames=0" \
         -drive "file=$image/disc,format=raw,if=ide,snapshot=on" \
