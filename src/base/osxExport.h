@@ -6,4 +6,7 @@
 /// Marks a function, object or class as part of the library's interface.
 #define OSX_EXPORT __attribute__((visibility("default")))
 
+/// Marks a part of an exported class that only the library itself calls.
+#define OSX_HIDDEN __attribute__((visibility("hidden")))
+
 #endif

@@ -161,17 +161,33 @@ public:
     /// "Initialized to type" for a `FlexVar` of type none, else "From type ... To type".
     /// @return this object.
     /// @{
-    FlexVar& setBool(bool aValue) noexcept;
-    FlexVar& setChar(char aValue) noexcept;
-    FlexVar& setUChar(unsigned char aValue) noexcept;
-    FlexVar& setShort(short aValue) noexcept;
-    FlexVar& setUShort(unsigned short aValue) noexcept;
-    FlexVar& setInt(int aValue) noexcept;
-    FlexVar& setUInt(unsigned int aValue) noexcept;
-    FlexVar& setLong(long aValue) noexcept;
-    FlexVar& setULong(unsigned long aValue) noexcept;
-    FlexVar& setFloat(float aValue) noexcept;
-    FlexVar& setDouble(double aValue) noexcept;
+    FlexVar& setBool(bool aValue) noexcept { return setInline(FlexVar_Bool, &Slot::mBool, aValue); }
+    FlexVar& setChar(char aValue) noexcept { return setInline(FlexVar_Char, &Slot::mChar, aValue); }
+    FlexVar& setUChar(unsigned char aValue) noexcept {
+        return setInline(FlexVar_UChar, &Slot::mUChar, aValue);
+    }
+    FlexVar& setShort(short aValue) noexcept {
+        return setInline(FlexVar_Short, &Slot::mShort, aValue);
+    }
+    FlexVar& setUShort(unsigned short aValue) noexcept {
+        return setInline(FlexVar_UShort, &Slot::mUShort, aValue);
+    }
+    FlexVar& setInt(int aValue) noexcept { return setInline(FlexVar_Int, &Slot::mInt, aValue); }
+    FlexVar& setUInt(unsigned int aValue) noexcept {
+        return setInline(FlexVar_UInt, &Slot::mUInt, aValue);
+    }
+    FlexVar& setLong(long aValue) noexcept {
+        return setInline(FlexVar_Long, &Slot::mLong, low32(aValue));
+    }
+    FlexVar& setULong(unsigned long aValue) noexcept {
+        return setInline(FlexVar_ULong, &Slot::mULong, low32(aValue));
+    }
+    FlexVar& setFloat(float aValue) noexcept {
+        return setInline(FlexVar_Float, &Slot::mFloat, aValue);
+    }
+    FlexVar& setDouble(double aValue) noexcept {
+        return setInline(FlexVar_Double, &Slot::mDouble, aValue);
+    }
 
     /// Copies the value, into the held object if that is of the same kind. The value may be the
     /// held object itself.
@@ -392,7 +408,7 @@ public:
 
 private:
     /// The list of the kinds; everything that differs between them follows from it.
-    struct Kinds;
+    struct OSX_HIDDEN Kinds;
 
     /// The value: one of the inline kinds or the owning pointer.
     union Slot {
@@ -434,10 +450,13 @@ private:
         mType = FlexVar_NoType;
         initializeValue();
     }
-    void becomeInline(Type aType) noexcept {
+    template <class Member>
+    FlexVar& setInline(Type aType, Member Slot::*aMember, Member aValue) noexcept {
         if (mType != aType) {
             changeType(aType);
         }
+        mValue.*aMember = aValue;
+        return *this;
     }
 
     /// Destroys the held object and clears the slot, unless this object is of type `aKeep`. The
@@ -462,101 +481,45 @@ private:
     FlexVar& assignObjectOf(const FlexVar& aOther) noexcept;
 
     template <class Kind>
-    void constructCopy(const typename Kind::Value& aValue) noexcept;
+    OSX_HIDDEN void constructCopy(const typename Kind::Value& aValue) noexcept;
     template <class Kind>
-    bool assignToHeld(const typename Kind::Value* aValue) noexcept;
+    OSX_HIDDEN bool assignToHeld(const typename Kind::Value* aValue) noexcept;
     template <class Kind>
-    FlexVar& setCopy(const typename Kind::Value& aValue) noexcept;
+    OSX_HIDDEN FlexVar& setCopy(const typename Kind::Value& aValue) noexcept;
     template <class Kind>
-    FlexVar& setOwned(typename Kind::Value* aValue) noexcept;
+    OSX_HIDDEN FlexVar& setOwned(typename Kind::Value* aValue) noexcept;
     template <class Kind, class Result>
-    int copyOut(Result& aValue) const noexcept;
+    OSX_HIDDEN int copyOut(Result& aValue) const noexcept;
     template <class Operation>
-    FlexVar combinedWith(const FlexVar& aOther, Operation aOperation) const noexcept;
+    OSX_HIDDEN FlexVar combinedWith(const FlexVar& aOther, Operation aOperation) const noexcept;
     template <class Operation>
-    FlexVar& changeBy(const FlexVar& aOther, Operation aOperation) noexcept;
+    OSX_HIDDEN FlexVar& changeBy(const FlexVar& aOther, Operation aOperation) noexcept;
     template <class Operation>
-    FlexVar& step(Operation aOperation) noexcept;
+    OSX_HIDDEN FlexVar& step(Operation aOperation) noexcept;
     FlexVar& setText(const ACE_String_Base<char>& aText) noexcept { return setCString(aText); }
     FlexVar& setText(const ACE_String_Base<wchar_t>& aText) noexcept { return setWString(aText); }
     template <class Kind>
-    FlexVar& append(const typename Kind::Value& aText) noexcept;
+    OSX_HIDDEN FlexVar& append(const typename Kind::Value& aText) noexcept;
 
     /// The parser of numbers and dates behind both forms of `setValueFromString`.
     /// @return 0 or -1 as they do; 1 if this is neither a number nor a date.
     template <class String, class Character>
-    long setValueFromStringCommon(const String& aText) noexcept;
+    OSX_HIDDEN long setValueFromStringCommon(const String& aText) noexcept;
     template <class Character>
-    long setValueFromAnyString(const ACE_String_Base<Character>& aText) noexcept;
+    OSX_HIDDEN long setValueFromAnyString(const ACE_String_Base<Character>& aText) noexcept;
     template <class Character>
-    long setBoolFromString(const ACE_String_Base<Character>& aText) noexcept;
+    OSX_HIDDEN long setBoolFromString(const ACE_String_Base<Character>& aText) noexcept;
     template <class Character>
-    long setDateFromString(const ACE_String_Base<Character>& aText) noexcept;
+    OSX_HIDDEN long setDateFromString(const ACE_String_Base<Character>& aText) noexcept;
     template <class Kind, class Character>
-    long setTextFromString(const ACE_String_Base<Character>& aText) noexcept;
+    OSX_HIDDEN long setTextFromString(const ACE_String_Base<Character>& aText) noexcept;
     template <class Character>
-    long setObjectIDFromString(const ACE_String_Base<Character>& aText) noexcept;
+    OSX_HIDDEN long setObjectIDFromString(const ACE_String_Base<Character>& aText) noexcept;
     template <class Kind>
-    void setQuoted(std::string_view aText) noexcept;
+    OSX_HIDDEN void setQuoted(std::string_view aText) noexcept;
 
     Type mType;
     Slot mValue;
 };
-
-inline FlexVar& FlexVar::setBool(bool aValue) noexcept {
-    becomeInline(FlexVar_Bool);
-    mValue.mBool = aValue;
-    return *this;
-}
-inline FlexVar& FlexVar::setChar(char aValue) noexcept {
-    becomeInline(FlexVar_Char);
-    mValue.mChar = aValue;
-    return *this;
-}
-inline FlexVar& FlexVar::setUChar(unsigned char aValue) noexcept {
-    becomeInline(FlexVar_UChar);
-    mValue.mUChar = aValue;
-    return *this;
-}
-inline FlexVar& FlexVar::setShort(short aValue) noexcept {
-    becomeInline(FlexVar_Short);
-    mValue.mShort = aValue;
-    return *this;
-}
-inline FlexVar& FlexVar::setUShort(unsigned short aValue) noexcept {
-    becomeInline(FlexVar_UShort);
-    mValue.mUShort = aValue;
-    return *this;
-}
-inline FlexVar& FlexVar::setInt(int aValue) noexcept {
-    becomeInline(FlexVar_Int);
-    mValue.mInt = aValue;
-    return *this;
-}
-inline FlexVar& FlexVar::setUInt(unsigned int aValue) noexcept {
-    becomeInline(FlexVar_UInt);
-    mValue.mUInt = aValue;
-    return *this;
-}
-inline FlexVar& FlexVar::setLong(long aValue) noexcept {
-    becomeInline(FlexVar_Long);
-    mValue.mLong = low32(aValue);
-    return *this;
-}
-inline FlexVar& FlexVar::setULong(unsigned long aValue) noexcept {
-    becomeInline(FlexVar_ULong);
-    mValue.mULong = low32(aValue);
-    return *this;
-}
-inline FlexVar& FlexVar::setFloat(float aValue) noexcept {
-    becomeInline(FlexVar_Float);
-    mValue.mFloat = aValue;
-    return *this;
-}
-inline FlexVar& FlexVar::setDouble(double aValue) noexcept {
-    becomeInline(FlexVar_Double);
-    mValue.mDouble = aValue;
-    return *this;
-}
 
 #endif
