@@ -50,7 +50,6 @@ const Blob& emptyValue() noexcept {
 
 namespace {
 
-constexpr unsigned int kTraceLevel = 4;
 constexpr char kNoTypeName[] = "No FlexVar type";
 constexpr std::size_t kPrefixLength = sizeof "FlexVar_" - 1;  // what the lines leave out
 
@@ -205,20 +204,23 @@ void FlexVar::destroyObject() noexcept {
 
 // Setters.
 
-bool FlexVar::dataTypeCanged(Type aFrom, Type aTo) const noexcept {
-    if (aFrom == aTo) {
-        return false;
-    }
+void FlexVar::traceChange(Type aFrom, Type aTo) noexcept {
     const DiagnosticLine lLine(kFlexVarModule);
-    if (!osx::isTraced(kTraceLevel)) {
-        return true;
-    }
     if (aFrom == FlexVar_NoType) {
         lLine.trace(kTraceLevel, "%t FlexVar::dataTypeCanged: Initialized to type [%s]\n",
                     Kinds::name(aTo));
     } else {
         lLine.trace(kTraceLevel, "%t FlexVar::dataTypeCanged: From type [%s], To type [%s]\n",
                     Kinds::name(aFrom), Kinds::name(aTo));
+    }
+}
+
+bool FlexVar::dataTypeCanged(Type aFrom, Type aTo) const noexcept {
+    if (aFrom == aTo) {
+        return false;
+    }
+    if (osx::isTraced(kTraceLevel)) {
+        traceChange(aFrom, aTo);
     }
     return true;
 }
@@ -291,10 +293,10 @@ FlexVar& FlexVar::setObjectID(ObjectID* aValue) noexcept {
 // Getters.
 
 void FlexVar::reportMismatch(const char* aVerb, Type aWanted) const noexcept {
-    const DiagnosticLine lLine(kFlexVarModule);
     if (!osx::isTraced(kTraceLevel)) {
         return;
     }
+    const DiagnosticLine lLine(kFlexVarModule);
     Kinds::visit(aWanted, [&](auto aKind) {
         const char* const lName = aKind.name + kPrefixLength;
         if (aKind.fallback != nullptr) {
@@ -327,8 +329,8 @@ Blob* FlexVar::getBlob() const noexcept {
     return holds(FlexVar_Blob) ? mValue.mBlob : nullptr;
 }
 
-template <class Kind, class Result>
-int FlexVar::copyOut(Result& aValue) const noexcept {
+template <class Kind>
+int FlexVar::copyObjectOut(typename Kind::Value& aValue) const noexcept {
     if (mType != Kind::kType) {
         return -1;
     }
@@ -336,50 +338,17 @@ int FlexVar::copyOut(Result& aValue) const noexcept {
     return 0;
 }
 
-int FlexVar::getBool(bool& aValue) const noexcept {
-    return copyOut<Kinds::Bool>(aValue);
-}
-int FlexVar::getChar(char& aValue) const noexcept {
-    return copyOut<Kinds::Char>(aValue);
-}
-int FlexVar::getUChar(unsigned char& aValue) const noexcept {
-    return copyOut<Kinds::UChar>(aValue);
-}
-int FlexVar::getShort(short& aValue) const noexcept {
-    return copyOut<Kinds::Short>(aValue);
-}
-int FlexVar::getUShort(unsigned short& aValue) const noexcept {
-    return copyOut<Kinds::UShort>(aValue);
-}
-int FlexVar::getInt(int& aValue) const noexcept {
-    return copyOut<Kinds::Int>(aValue);
-}
-int FlexVar::getUInt(unsigned int& aValue) const noexcept {
-    return copyOut<Kinds::UInt>(aValue);
-}
-int FlexVar::getLong(long& aValue) const noexcept {
-    return copyOut<Kinds::Long>(aValue);
-}
-int FlexVar::getULong(unsigned long& aValue) const noexcept {
-    return copyOut<Kinds::ULong>(aValue);
-}
-int FlexVar::getFloat(float& aValue) const noexcept {
-    return copyOut<Kinds::Float>(aValue);
-}
-int FlexVar::getDouble(double& aValue) const noexcept {
-    return copyOut<Kinds::Double>(aValue);
-}
 int FlexVar::getCString(ACE_String_Base<char>& aValue) const noexcept {
-    return copyOut<Kinds::CString>(aValue);
+    return copyObjectOut<Kinds::CString>(aValue);
 }
 int FlexVar::getWString(ACE_String_Base<wchar_t>& aValue) const noexcept {
-    return copyOut<Kinds::WString>(aValue);
+    return copyObjectOut<Kinds::WString>(aValue);
 }
 int FlexVar::getDateTime(ACE_Date_Time& aValue) const noexcept {
-    return copyOut<Kinds::DateTime>(aValue);
+    return copyObjectOut<Kinds::DateTime>(aValue);
 }
 int FlexVar::getObjectID(ObjectID& aValue) const noexcept {
-    return copyOut<Kinds::ObjectIDKind>(aValue);
+    return copyObjectOut<Kinds::ObjectIDKind>(aValue);
 }
 
 Blob* FlexVar::releaseBlob() noexcept {

@@ -44,10 +44,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "ace/Date_Time.h"
 #include "ace/SString.h"
+#include "base/debugLevel.h"
 #include "base/osxExport.h"
 #include "types/Blob.h"
 #include "types/ObjectID.h"
@@ -95,17 +97,17 @@ public:
     /// the copy of a `Blob` always owns its bytes. Writes no line.
     /// @{
     FlexVar() noexcept : mType(FlexVar_NoType) {}
-    FlexVar(bool aValue) noexcept : mType(FlexVar_Bool) { mValue.mBool = aValue; }
-    FlexVar(char aValue) noexcept : mType(FlexVar_Char) { mValue.mChar = aValue; }
-    FlexVar(unsigned char aValue) noexcept : mType(FlexVar_UChar) { mValue.mUChar = aValue; }
-    FlexVar(short aValue) noexcept : mType(FlexVar_Short) { mValue.mShort = aValue; }
-    FlexVar(unsigned short aValue) noexcept : mType(FlexVar_UShort) { mValue.mUShort = aValue; }
-    FlexVar(int aValue) noexcept : mType(FlexVar_Int) { mValue.mInt = aValue; }
-    FlexVar(unsigned int aValue) noexcept : mType(FlexVar_UInt) { mValue.mUInt = aValue; }
-    FlexVar(long aValue) noexcept : mType(FlexVar_Long) { mValue.mLong = low32(aValue); }
-    FlexVar(unsigned long aValue) noexcept : mType(FlexVar_ULong) { mValue.mULong = low32(aValue); }
-    FlexVar(float aValue) noexcept : mType(FlexVar_Float) { mValue.mFloat = aValue; }
-    FlexVar(double aValue) noexcept : mType(FlexVar_Double) { mValue.mDouble = aValue; }
+    FlexVar(bool aValue) noexcept : mType(FlexVar_Bool) { store(aValue); }
+    FlexVar(char aValue) noexcept : mType(FlexVar_Char) { store(aValue); }
+    FlexVar(unsigned char aValue) noexcept : mType(FlexVar_UChar) { store(aValue); }
+    FlexVar(short aValue) noexcept : mType(FlexVar_Short) { store(aValue); }
+    FlexVar(unsigned short aValue) noexcept : mType(FlexVar_UShort) { store(aValue); }
+    FlexVar(int aValue) noexcept : mType(FlexVar_Int) { store(aValue); }
+    FlexVar(unsigned int aValue) noexcept : mType(FlexVar_UInt) { store(aValue); }
+    FlexVar(long aValue) noexcept : mType(FlexVar_Long) { store(low32(aValue)); }
+    FlexVar(unsigned long aValue) noexcept : mType(FlexVar_ULong) { store(low32(aValue)); }
+    FlexVar(float aValue) noexcept : mType(FlexVar_Float) { store(aValue); }
+    FlexVar(double aValue) noexcept : mType(FlexVar_Double) { store(aValue); }
     FlexVar(const ACE_String_Base<char>& aValue) noexcept;
     FlexVar(const ACE_String_Base<wchar_t>& aValue) noexcept;
     FlexVar(const ACE_Date_Time& aValue) noexcept;
@@ -161,33 +163,19 @@ public:
     /// "Initialized to type" for a `FlexVar` of type none, else "From type ... To type".
     /// @return this object.
     /// @{
-    FlexVar& setBool(bool aValue) noexcept { return setInline(FlexVar_Bool, &Slot::mBool, aValue); }
-    FlexVar& setChar(char aValue) noexcept { return setInline(FlexVar_Char, &Slot::mChar, aValue); }
-    FlexVar& setUChar(unsigned char aValue) noexcept {
-        return setInline(FlexVar_UChar, &Slot::mUChar, aValue);
-    }
-    FlexVar& setShort(short aValue) noexcept {
-        return setInline(FlexVar_Short, &Slot::mShort, aValue);
-    }
-    FlexVar& setUShort(unsigned short aValue) noexcept {
-        return setInline(FlexVar_UShort, &Slot::mUShort, aValue);
-    }
-    FlexVar& setInt(int aValue) noexcept { return setInline(FlexVar_Int, &Slot::mInt, aValue); }
-    FlexVar& setUInt(unsigned int aValue) noexcept {
-        return setInline(FlexVar_UInt, &Slot::mUInt, aValue);
-    }
-    FlexVar& setLong(long aValue) noexcept {
-        return setInline(FlexVar_Long, &Slot::mLong, low32(aValue));
-    }
+    FlexVar& setBool(bool aValue) noexcept { return setInline(FlexVar_Bool, aValue); }
+    FlexVar& setChar(char aValue) noexcept { return setInline(FlexVar_Char, aValue); }
+    FlexVar& setUChar(unsigned char aValue) noexcept { return setInline(FlexVar_UChar, aValue); }
+    FlexVar& setShort(short aValue) noexcept { return setInline(FlexVar_Short, aValue); }
+    FlexVar& setUShort(unsigned short aValue) noexcept { return setInline(FlexVar_UShort, aValue); }
+    FlexVar& setInt(int aValue) noexcept { return setInline(FlexVar_Int, aValue); }
+    FlexVar& setUInt(unsigned int aValue) noexcept { return setInline(FlexVar_UInt, aValue); }
+    FlexVar& setLong(long aValue) noexcept { return setInline(FlexVar_Long, low32(aValue)); }
     FlexVar& setULong(unsigned long aValue) noexcept {
-        return setInline(FlexVar_ULong, &Slot::mULong, low32(aValue));
+        return setInline(FlexVar_ULong, low32(aValue));
     }
-    FlexVar& setFloat(float aValue) noexcept {
-        return setInline(FlexVar_Float, &Slot::mFloat, aValue);
-    }
-    FlexVar& setDouble(double aValue) noexcept {
-        return setInline(FlexVar_Double, &Slot::mDouble, aValue);
-    }
+    FlexVar& setFloat(float aValue) noexcept { return setInline(FlexVar_Float, aValue); }
+    FlexVar& setDouble(double aValue) noexcept { return setInline(FlexVar_Double, aValue); }
 
     /// Copies the value, into the held object if that is of the same kind. The value may be the
     /// held object itself.
@@ -245,17 +233,31 @@ public:
     /// -1,
     ///         the argument unchanged. They write no line. There is none for a `Blob`.
     /// @{
-    int getBool(bool& aValue) const noexcept;
-    int getChar(char& aValue) const noexcept;
-    int getUChar(unsigned char& aValue) const noexcept;
-    int getShort(short& aValue) const noexcept;
-    int getUShort(unsigned short& aValue) const noexcept;
-    int getInt(int& aValue) const noexcept;
-    int getUInt(unsigned int& aValue) const noexcept;
-    int getLong(long& aValue) const noexcept;
-    int getULong(unsigned long& aValue) const noexcept;
-    int getFloat(float& aValue) const noexcept;
-    int getDouble(double& aValue) const noexcept;
+    int getBool(bool& aValue) const noexcept { return copyOut(FlexVar_Bool, &Slot::mBool, aValue); }
+    int getChar(char& aValue) const noexcept { return copyOut(FlexVar_Char, &Slot::mChar, aValue); }
+    int getUChar(unsigned char& aValue) const noexcept {
+        return copyOut(FlexVar_UChar, &Slot::mUChar, aValue);
+    }
+    int getShort(short& aValue) const noexcept {
+        return copyOut(FlexVar_Short, &Slot::mShort, aValue);
+    }
+    int getUShort(unsigned short& aValue) const noexcept {
+        return copyOut(FlexVar_UShort, &Slot::mUShort, aValue);
+    }
+    int getInt(int& aValue) const noexcept { return copyOut(FlexVar_Int, &Slot::mInt, aValue); }
+    int getUInt(unsigned int& aValue) const noexcept {
+        return copyOut(FlexVar_UInt, &Slot::mUInt, aValue);
+    }
+    int getLong(long& aValue) const noexcept { return copyOut(FlexVar_Long, &Slot::mLong, aValue); }
+    int getULong(unsigned long& aValue) const noexcept {
+        return copyOut(FlexVar_ULong, &Slot::mULong, aValue);
+    }
+    int getFloat(float& aValue) const noexcept {
+        return copyOut(FlexVar_Float, &Slot::mFloat, aValue);
+    }
+    int getDouble(double& aValue) const noexcept {
+        return copyOut(FlexVar_Double, &Slot::mDouble, aValue);
+    }
     int getCString(ACE_String_Base<char>& aValue) const noexcept;
     int getWString(ACE_String_Base<wchar_t>& aValue) const noexcept;
     int getDateTime(ACE_Date_Time& aValue) const noexcept;
@@ -432,6 +434,9 @@ private:
     };
     static_assert(sizeof(Slot) == 8, "one slot of 8 bytes in both word sizes");
 
+    /// From which debug level on the trace lines are written.
+    static constexpr unsigned int kTraceLevel = 4;
+
     static std::int32_t low32(long aValue) noexcept { return static_cast<std::int32_t>(aValue); }
     static std::uint32_t low32(unsigned long aValue) noexcept {
         return static_cast<std::uint32_t>(aValue);
@@ -450,13 +455,33 @@ private:
         mType = FlexVar_NoType;
         initializeValue();
     }
+
+    /// Fills the whole slot at once, so that a copy which follows does not wait for two stores.
     template <class Member>
-    FlexVar& setInline(Type aType, Member Slot::*aMember, Member aValue) noexcept {
+    void store(Member aValue) noexcept {
+        std::uint64_t lBits = 0;
+        std::memcpy(&lBits, &aValue, sizeof aValue);
+        mValue.mBits = lBits;
+    }
+    /// Leaves this header only if there is an object to destroy or, maybe, a line to write.
+    template <class Member>
+    FlexVar& setInline(Type aType, Member aValue) noexcept {
         if (mType != aType) {
-            changeType(aType);
+            if (holdsObject() || getLogLevel() >= kTraceLevel) {
+                changeType(aType);
+            }
+            mType = aType;
         }
-        mValue.*aMember = aValue;
+        store(aValue);
         return *this;
+    }
+    template <class Member, class Result>
+    int copyOut(Type aType, Member Slot::*aMember, Result& aResult) const noexcept {
+        if (mType != aType) {
+            return -1;
+        }
+        aResult = mValue.*aMember;
+        return 0;
     }
 
     /// Destroys the held object and clears the slot, unless this object is of type `aKeep`. The
@@ -472,13 +497,14 @@ private:
     }
 
     /// Traces a change of type. @return whether it is one.
-    bool dataTypeCanged(Type aFrom, Type aTo) const noexcept;
+    OSX_HIDDEN bool dataTypeCanged(Type aFrom, Type aTo) const noexcept;
 
     void reportMismatch(const char* aVerb, Type aWanted) const noexcept;
     void changeType(Type aType) noexcept;
     void destroyObject() noexcept;
     void copyObjectOf(const FlexVar& aOther) noexcept;
     FlexVar& assignObjectOf(const FlexVar& aOther) noexcept;
+    OSX_HIDDEN static void traceChange(Type aFrom, Type aTo) noexcept;
 
     template <class Kind>
     OSX_HIDDEN void constructCopy(const typename Kind::Value& aValue) noexcept;
@@ -488,8 +514,8 @@ private:
     OSX_HIDDEN FlexVar& setCopy(const typename Kind::Value& aValue) noexcept;
     template <class Kind>
     OSX_HIDDEN FlexVar& setOwned(typename Kind::Value* aValue) noexcept;
-    template <class Kind, class Result>
-    OSX_HIDDEN int copyOut(Result& aValue) const noexcept;
+    template <class Kind>
+    OSX_HIDDEN int copyObjectOut(typename Kind::Value& aValue) const noexcept;
     template <class Operation>
     OSX_HIDDEN FlexVar combinedWith(const FlexVar& aOther, Operation aOperation) const noexcept;
     template <class Operation>
