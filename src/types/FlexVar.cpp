@@ -25,23 +25,23 @@ const ACE_String_Base<wchar_t> FlexVar::mWStrBoolFalse(L"false");
 namespace osx {
 
 template <>
-const ACE_String_Base<char>& emptyValue() noexcept {
+OSX_HIDDEN const ACE_String_Base<char>& emptyValue() noexcept {
     return FlexVar::mEmptyCString;
 }
 template <>
-const ACE_String_Base<wchar_t>& emptyValue() noexcept {
+OSX_HIDDEN const ACE_String_Base<wchar_t>& emptyValue() noexcept {
     return FlexVar::mEmptyWString;
 }
 template <>
-const ACE_Date_Time& emptyValue() noexcept {
+OSX_HIDDEN const ACE_Date_Time& emptyValue() noexcept {
     return FlexVar::mEmptyACE_Date_Time;
 }
 template <>
-const ObjectID& emptyValue() noexcept {
+OSX_HIDDEN const ObjectID& emptyValue() noexcept {
     return FlexVar::mEmptyObjectID;
 }
 template <>
-const Blob& emptyValue() noexcept {
+OSX_HIDDEN const Blob& emptyValue() noexcept {
     static const Blob lEmpty;
     return lEmpty;
 }

@@ -18,7 +18,7 @@ constexpr char kFlexVarModule[] = "FlexVar.cpp";
 
 /// @return the value that a kind without an object reads as.
 template <class Value>
-const Value& emptyValue() noexcept;
+OSX_HIDDEN const Value& emptyValue() noexcept;
 
 }  // namespace osx
 
