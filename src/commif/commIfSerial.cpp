@@ -203,6 +203,10 @@ osxComPort* portOf(const commIfDesc_t& aEntry, int aDesc, const char* aFormat,
         .object<osxComPort>(aEntry.info.serial.comPort, LM_DEBUG, aFormat, aDesc);
 }
 
+int query(int (*aLine)(ACE_TTY_IO&, int&), ACE_TTY_IO& aDevice, int* aState) {
+    return aState == nullptr ? COMMIF_ERR_BAD_ARGUMENT : aLine(aDevice, *aState);
+}
+
 int perform(commIfDesc_t& aEntry, ACE_TTY_IO& aDevice, unsigned long aCommand, void* aData) {
     switch (aCommand) {
         case kClearRts:
@@ -220,9 +224,9 @@ int perform(commIfDesc_t& aEntry, ACE_TTY_IO& aDevice, unsigned long aCommand, v
                            static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(aData)));
             return COMMIF_OK;
         case kGetDtr:
-            return getDTR(aDevice, *static_cast<int*>(aData));
+            return query(getDTR, aDevice, static_cast<int*>(aData));
         case kGetDsr:
-            return getDSR(aDevice, *static_cast<int*>(aData));
+            return query(getDSR, aDevice, static_cast<int*>(aData));
         default:
             return COMMIF_ERR_BAD_IOCTL;
     }
@@ -253,6 +257,9 @@ int commIfSerialOpen(int aDesc, commIfSerialParams_t* aParams) {
     commIfDesc_t* const lEntry = osx::descriptorEntry(aDesc);
     if (lEntry == nullptr) {
         return COMMIF_ERR_BAD_DESCRIPTOR;
+    }
+    if (aParams == nullptr) {
+        return COMMIF_ERR_BAD_ARGUMENT;
     }
     releaseLeftOvers(*lEntry);
     static_cast<commIfSerialParams_t&>(lEntry->info.serial) = *aParams;

@@ -261,10 +261,12 @@ OSX_EXPORT int commfprintf(int aIgnored, const char* aFormat, ...)
 /// Opens and sets up a port.
 /// @return 0, also when memory is short (`errno` is ENOMEM): the descriptor then has no port, and
 ///         every call on it gives 10015; 10015 (with a line) when the device cannot be opened or
-///         refuses the settings.
+///         refuses the settings; 10014 for null parameters. A device that refuses the settings
+///         stays open until this descriptor is next opened as a serial port, or closed directly.
 OSX_EXPORT int commIfSerialOpen(int aDesc, commIfSerialParams_t* aParams);
 
-/// Reads exactly `aCount` bytes, waiting for all of them up to the read time-out.
+/// Reads exactly `aCount` bytes. The read time-out bounds the wait for each next piece of them. It
+/// is counted in 32 bits of microseconds, so that a bound above 4294967 ms wraps around.
 /// @param[out] aRetCount what came, also on a time-out.
 /// @return 0, also at the end of what a vanished peer sent; 10011 when the time-out came first; -1
 ///         when reading failed; 10015 (with a line) without a port.
@@ -277,7 +279,8 @@ OSX_EXPORT int commIfSerialRead(int aDesc, unsigned char* aBuf, unsigned long aC
 OSX_EXPORT int commIfSerialWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                                  unsigned long* aRetCount);
 
-/// @return 0; 10012 for another command than 1 to 8; 10015 (with a line) without a port.
+/// @return 0; 10012 for another command than 1 to 8; 10014 for a null `aData` with 7 and 8; 10015
+///         (with a line) without a port.
 OSX_EXPORT int commIfSerialIoctl(int aDesc, unsigned long aCmd, void* aData);
 
 /// Closes the port. @return 0; 10015 (with a line) without a port.

@@ -270,6 +270,12 @@ TEST_F(SerialOpen, FailsOnAPortThatIsNotThere) {
     expectNoPort();
 }
 
+TEST_F(SerialOpen, NeedsParameters) {
+    ASSERT_EQ(COMMIF_OK, open());
+    EXPECT_EQ(10014, commIfSerialOpen(kDesc, nullptr));
+    EXPECT_NE(nullptr, port());
+}
+
 TEST_F(SerialOpen, SucceedsWithoutAPortWhenThereIsNoMemoryForTheDevice) {
     const int lBefore = test::openDescriptors();
     {
@@ -742,6 +748,12 @@ TEST_F(SerialIoctl, KnowsNoOtherCommand) {
     for (const unsigned long lCommand : {0UL, 9UL, 0xFFFFFFFFUL}) {
         EXPECT_EQ(10012, commIfSerialIoctl(kDesc, lCommand, nullptr));
     }
+}
+
+TEST_F(SerialIoctl, NeedsAPlaceForWhatItIsAsked) {
+    ASSERT_EQ(COMMIF_OK, open());
+    EXPECT_EQ(10014, commIfSerialIoctl(kDesc, 7, nullptr));
+    EXPECT_EQ(10014, commIfSerialIoctl(kDesc, 8, nullptr));
 }
 
 TEST_F(SerialIoctl, TracesItsCommand) {
