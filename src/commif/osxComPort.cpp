@@ -14,6 +14,7 @@
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "commif/commif.h"
+#include "commif/pipeSignal.h"
 #include "osx/osx.h"
 
 using osx::DiagnosticLine;
@@ -127,6 +128,8 @@ osxComPort::~osxComPort() {
 }
 
 int osxComPort::send_n(const void* aBuffer, unsigned int aLength) const {
+    // The handle is the application's choice; a socket or a pipe raises SIGPIPE.
+    const osx::PipeSignalGuard lNoSignal;
     return static_cast<int>(
         writeAll(mComport->get_handle(), static_cast<const char*>(aBuffer), aLength));
 }

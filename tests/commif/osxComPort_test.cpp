@@ -6,7 +6,7 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
-#include <sys/time.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -437,6 +437,17 @@ TEST_F(ComPortWrite, FailsWhenTheLineIsHungUp) {
     mLine.hangUp();
     EXPECT_EQ(-1, mPort.send_n("a", 1));
     EXPECT_EQ(EIO, errno);
+}
+
+TEST_F(ComPortWrite, RaisesNoSignalWhereAReaderIsGone) {
+    std::array<int, 2> lEnds{};
+    ASSERT_EQ(0, ::pipe2(lEnds.data(), O_CLOEXEC));
+    ::close(lEnds[0]);
+    auto lDevice = std::make_unique<ACE_TTY_IO>();
+    lDevice->set_handle(lEnds[1]);
+    const osxComPort lPort(lDevice.release());
+    EXPECT_EQ(-1, lPort.send_n("a", 1));
+    EXPECT_EQ(EPIPE, errno);
 }
 
 TEST_F(ComPortWrite, GoesOnAfterSignals) {
