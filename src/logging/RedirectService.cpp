@@ -76,7 +76,7 @@ public:
         : SendMethodRequest(&aService, aText), mService(aService), mLength(aLength) {}
     ~QueuedLine() override {
         if (!mSent) {
-            mService.leaveQueue(mLength);
+            mService.leaveQueueUnsent(mLength);
         }
     }
     bool isWhole() const { return text().length() == mLength; }
@@ -84,7 +84,7 @@ public:
         gSending = true;
         SendMethodRequest::call();
         mSent = true;
-        mService.tellDropped(mService.leaveQueue(mLength));
+        mService.tellDropped(mService.leaveQueueSent(mLength));
         gSending = false;
         return 0;
     }
@@ -203,7 +203,7 @@ ssize_t RedirectService::log(ACE_Log_Record& aRecord) {
 bool RedirectService::insertLine(const char* aText, std::size_t aLength) {
     auto* const lLine = osx::allocate<QueuedLine>(*this, aText, aLength);
     if (lLine == nullptr) {
-        leaveQueue(aLength);
+        leaveQueueUnsent(aLength);
         return false;
     }
     if (!lLine->isWhole() || mActiveObject.insert(lLine) == -1) {
@@ -228,8 +228,14 @@ bool RedirectService::enterQueue(std::size_t aBytes) {
     return true;
 }
 
-/// @return how many lines have been dropped, if it is time to tell.
-std::size_t RedirectService::leaveQueue(std::size_t aBytes) {
+void RedirectService::leaveQueueUnsent(std::size_t aBytes) {
+    const std::lock_guard<std::mutex> lGuard(mBoundMutex);
+    mQueuedBytes -= aBytes;
+    --mQueuedLines;
+}
+
+/// @return how many dropped lines are to be told now, that is, when the queue has drained.
+std::size_t RedirectService::leaveQueueSent(std::size_t aBytes) {
     const std::lock_guard<std::mutex> lGuard(mBoundMutex);
     mQueuedBytes -= aBytes;
     return --mQueuedLines == 0 ? std::exchange(mDropped, 0) : 0;

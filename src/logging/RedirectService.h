@@ -82,7 +82,8 @@ private:
 
     bool insertLine(const char* aText, std::size_t aLength);
     bool enterQueue(std::size_t aBytes);
-    std::size_t leaveQueue(std::size_t aBytes);
+    void leaveQueueUnsent(std::size_t aBytes);
+    std::size_t leaveQueueSent(std::size_t aBytes);
     void countDropped();
     void tellDropped(std::size_t aNumber);
     void uninstall();

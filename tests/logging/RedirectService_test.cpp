@@ -1,0 +1,296 @@
+#include "logging/RedirectService.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ace/Log_Msg.h"
+#include "ace/Log_Record.h"
+#include "logging/Logging.h"
+#include "support/FailingAllocator.h"
+#include "support/RunningReactor.h"
+#include "support/TcpPeer.h"
+#include "support/waitUntil.h"
+
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using test::TcpPeer;
+using testing::EndsWith;
+using testing::HasSubstr;
+
+namespace {
+
+/// ACE's custom back end for a test: counts the lines and hands them to a redirect service.
+class CountingBackend : public ACE_Log_Msg_Backend {
+public:
+    explicit CountingBackend(RedirectService& aService) : mService(aService) {
+        ACE_Log_Msg::msg_backend(this);
+        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
+        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
+    }
+    ~CountingBackend() override { ACE_Log_Msg::msg_backend(nullptr); }
+    int open(const ACE_TCHAR*) override { return 0; }
+    int reset() override { return 0; }
+    int close() override { return 0; }
+    ssize_t log(ACE_Log_Record& aRecord) override {
+        ++mLines;
+        return mService.log(aRecord);
+    }
+    int lines() const { return mLines; }
+
+private:
+    RedirectService& mService;
+    std::atomic<int> mLines{0};
+};
+
+void logText(RedirectService& aService, const std::string& aText) {
+    ACE_Log_Record lRecord(LM_DEBUG, ACE_Time_Value::zero, 0);
+    lRecord.msg_data(aText.c_str());
+    EXPECT_EQ(0, aService.log(lRecord));
+}
+
+/// A redirect service that is running, without being ACE's back end.
+class RunningService : public testing::Test {
+protected:
+    RunningService() : mPort(test::freePort()) {
+        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
+        mService.setPortNumber(mPort);
+        EXPECT_EQ(0, mService.init());
+    }
+    ~RunningService() override { mService.deinit(); }
+
+    /// A client that gets every line from now on.
+    TcpPeer connectClient() {
+        TcpPeer lClient = TcpPeer::connect(mPort);
+        // Lines go only to clients that a reactor thread has taken in.
+        std::string lSeen;
+        EXPECT_TRUE(test::waitUntil([&] {
+            logText(mService, "?");
+            return hasData(lClient);
+        }));
+        logText(mService, "!\n");
+        EXPECT_THAT(lClient.receiveUntil("!\n"), EndsWith("!\n"));
+        return lClient;
+    }
+
+    static bool hasData(const TcpPeer& aClient) {
+        char lByte = 0;
+        return ::recv(aClient.descriptor(), &lByte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
+    }
+
+    test::RunningReactor mReactor;
+    unsigned short mPort;
+    RedirectService mService;
+};
+
+}  // namespace
+
+TEST(RedirectService, DoesNothingWhenOpenedResetOrClosed) {
+    RedirectService lService;
+    EXPECT_EQ(0, lService.open("key"));
+    EXPECT_EQ(0, lService.reset());
+    EXPECT_EQ(0, lService.close());
+}
+
+TEST(RedirectService, LogsToNobodyWithoutBeingStarted) {
+    RedirectService lService;
+    logText(lService, "lost\n");
+}
+
+TEST(RedirectService, StopsHoweverSoonAfterTheStart) {
+    const test::RunningReactor lReactor;
+    for (int lRound = 0; lRound < 50; ++lRound) {
+        RedirectService lService;
+        lService.setPortNumber(test::freePort());
+        ASSERT_EQ(0, lService.init());
+        EXPECT_EQ(0, lService.deinit());
+    }
+}
+
+TEST(RedirectService, EndsItsWorkerAndStopsBeingTheBackEndWhenDestroyed) {
+    const test::RunningReactor lReactor;
+    {
+        RedirectService lService;
+        lService.setPortNumber(test::freePort());
+        ASSERT_EQ(0, lService.init());
+        ACE_Log_Msg::msg_backend(&lService);
+    }
+    EXPECT_EQ(nullptr, ACE_Log_Msg::msg_backend());
+}
+
+TEST_F(RunningService, SendsPlainTextToEveryClientInOrder) {
+    TcpPeer lOne = connectClient();
+    TcpPeer lTwo = connectClient();
+    std::string lExpected;
+    for (int lLine = 0; lLine < 100; ++lLine) {
+        const std::string lText = "line " + std::to_string(lLine) + "\n";
+        logText(mService, lText);
+        lExpected += lText;
+    }
+    EXPECT_THAT(lOne.receiveUntil("line 99\n"), EndsWith(lExpected));
+    EXPECT_EQ(lExpected, lTwo.receive(lExpected.size()));
+}
+
+TEST_F(RunningService, QueuesNothingWithoutAClient) {
+    logText(mService, "before\n");
+    TcpPeer lClient = connectClient();
+    logText(mService, "after\n");
+    EXPECT_EQ("after\n", lClient.receive(6));
+}
+
+TEST_F(RunningService, AnEmptyMessageSendsNothing) {
+    TcpPeer lClient = connectClient();
+    logText(mService, "");
+    logText(mService, "next\n");
+    EXPECT_EQ("next\n", lClient.receive(5));
+}
+
+TEST_F(RunningService, SendsTheExpandedTextOfALineAndNothingElse) {
+    TcpPeer lClient = connectClient();
+    const CountingBackend lBackend(mService);
+    ACE_ERROR((LM_ERROR, "%C [%d]\n", "text", 7));
+    EXPECT_EQ("text [7]\n", lClient.receive(9));
+}
+
+TEST_F(RunningService, AcceptsNobodyAfterDeinitAndQueuesNoMore) {
+    TcpPeer lClient = connectClient();
+    logText(mService, "last\n");
+    mService.deinit();
+    EXPECT_FALSE(TcpPeer::connect(mPort).connected());
+    EXPECT_EQ("last\n", lClient.receive(5));
+    logText(mService, "lost\n");
+    ASSERT_EQ(0, mService.init());
+    logText(mService, "again\n");
+    EXPECT_EQ("again\n", lClient.receive(6));
+}
+
+/// The reactor does not run, so the service does not notice that its clients have gone, and every
+/// send to them fails and writes a line.
+TEST_F(RunningService, LinesAboutFailedSendsAreNotSent) {
+    constexpr int kClients = 5;
+    std::vector<TcpPeer> lClients;
+    for (int lClient = 0; lClient < kClients; ++lClient) {
+        lClients.push_back(connectClient());
+    }
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
+    for (TcpPeer& lClient : lClients) {
+        lClient.reset();
+    }
+    const CountingBackend lBackend(mService);
+    // The first send may still be taken by the kernel.
+    logText(mService, "x\n");
+    logText(mService, "x\n");
+    EXPECT_TRUE(test::waitUntil([&] { return lBackend.lines() >= kClients; }));
+    mService.deinit();
+    EXPECT_GE(2 * kClients, lBackend.lines());
+    EXPECT_EQ(0, mService.init());
+}
+
+TEST_F(RunningService, ABurstToAClientThatReadsArrivesWhole) {
+    constexpr int kLines = 10000;
+    TcpPeer lClient = connectClient();
+    std::string lExpected;
+    for (int lLine = 0; lLine < kLines; ++lLine) {
+        std::string lText = std::to_string(lLine);
+        lText.resize(99, '.');
+        lText += '\n';
+        logText(mService, lText);
+        lExpected += lText;
+    }
+    EXPECT_EQ(lExpected, lClient.receive(lExpected.size()));
+}
+
+TEST_F(RunningService, DropsLinesPastItsBoundsAndTellsHowMany) {
+    constexpr int kLines = 60000;
+    constexpr std::size_t kLength = 1000;
+    TcpPeer lClient = connectClient();
+    const auto lStart = steady_clock::now();
+    for (int lLine = 0; lLine < kLines; ++lLine) {
+        std::string lText = std::to_string(lLine);
+        lText.resize(kLength - 1, '.');
+        logText(mService, lText + "\n");
+    }
+    // Logging that waited for the client would never come here.
+    EXPECT_GT(seconds(20), steady_clock::now() - lStart);
+
+    const std::string lNotice = " lines dropped, the clients were too slow\n";
+    const std::string lReceived = lClient.receiveUntil(lNotice);
+    ASSERT_THAT(lReceived, HasSubstr(lNotice));
+    const std::string lPrefix = "RedirectService: ";
+    const std::size_t lTold = lReceived.find(lPrefix);
+    ASSERT_NE(std::string::npos, lTold);
+    ASSERT_EQ(0U, lTold % kLength);
+    const std::size_t lArrived = lTold / kLength;
+    const std::size_t lDropped = std::stoul(lReceived.substr(lTold + lPrefix.size()));
+    EXPECT_EQ(static_cast<std::size_t>(kLines), lArrived + lDropped);
+    EXPECT_LE(RedirectService::kMaxQueuedBytes / kLength, lArrived);
+    for (std::size_t lLine = 0; lLine < lArrived; ++lLine) {
+        ASSERT_EQ(lLine, std::stoul(lReceived.substr(lLine * kLength, 10)));
+    }
+
+    logText(mService, "after\n");
+    EXPECT_EQ("after\n", lClient.receive(6));
+}
+
+TEST_F(RunningService, CountsALineForWhichThereIsNoMemoryAsDropped) {
+    TcpPeer lClient = connectClient();
+    for (int lAllowed = 0; lAllowed < 4; ++lAllowed) {
+        ACE_Log_Record lRecord(LM_DEBUG, ACE_Time_Value::zero, 0);
+        lRecord.msg_data("lost\n");
+        const test::FailingAllocator lFailing(lAllowed);
+        EXPECT_EQ(0, mService.log(lRecord));
+        ASSERT_LT(0, lFailing.failures()) << lAllowed;
+    }
+    logText(mService, "next\n");
+    const std::string lExpected =
+        "next\nRedirectService: 4 lines dropped, the clients were too slow\n";
+    EXPECT_EQ(lExpected, lClient.receive(lExpected.size()));
+}
+
+TEST_F(RunningService, ShutsDownSoonThoughAClientTakesNothing) {
+    const TcpPeer lStalled = connectClient();
+    for (int lLine = 0; lLine < 15000; ++lLine) {
+        logText(mService, std::string(1000, 'x'));
+    }
+    const auto lStart = steady_clock::now();
+    mService.shutdown();
+    EXPECT_GT(seconds(8), steady_clock::now() - lStart);
+}
+
+TEST_F(RunningService, SendsARequestsText) {
+    TcpPeer lClient = connectClient();
+    EXPECT_EQ(0, SendMethodRequest(&mService, "text\n").call());
+    EXPECT_EQ(0, SendMethodRequest(&mService, nullptr).call());
+    EXPECT_EQ(0, SendMethodRequest(nullptr, "nowhere\n").call());
+    EXPECT_EQ(0, mService.send_i(ACE_String_Base<char>("more\n")));
+    EXPECT_EQ("text\nmore\n", lClient.receive(10));
+    EXPECT_EQ(0U, SendMethodRequest(nullptr, nullptr).priority());
+}
+
+TEST(RedirectServiceDeathTest, AForkedChildEndsThoughTheWorkerIsNotInIt) {
+    EXPECT_EXIT(
+        {
+            test::RunningReactor::reactor().initReactor();
+            getRedirectService()->setPortNumber(test::freePort());
+            getRedirectService()->init();
+            const pid_t lChild = ::fork();
+            if (lChild == 0) {
+                std::exit(5);
+            }
+            int lStatus = -1;
+            ::waitpid(lChild, &lStatus, 0);
+            std::exit(WEXITSTATUS(lStatus));
+        },
+        testing::ExitedWithCode(5), "");
+}
