@@ -189,16 +189,17 @@ TEST(ActiveObject, StopOfAnIdleObjectReturnsAndLeavesNothingInTheQueue) {
 }
 
 TEST(ActiveObject, StopTwiceReturnsAtOnceTheSecondTime) {
+    Journal lJournal;
     ActiveObject lObject;
     ASSERT_EQ(0, lObject.init());
     waitUntilRunning(lObject);
     lObject.stop();
     lObject.stop();
-    Journal lJournal;
     EXPECT_EQ(1, lObject.insert(new Entry(lJournal, 1)));
 }
 
 TEST(ActiveObject, StopByTwoThreadsReturnsOnBoth) {
+    Journal lJournal;
     ActiveObject lObject;
     ASSERT_EQ(0, lObject.init());
     waitUntilRunning(lObject);
@@ -211,7 +212,6 @@ TEST(ActiveObject, StopByTwoThreadsReturnsOnBoth) {
     lRelease.set_value();
     lFirst.join();
     lSecond.join();
-    Journal lJournal;
     EXPECT_EQ(1, lObject.insert(new Entry(lJournal, 1)));
 }
 
@@ -228,6 +228,7 @@ TEST(ActiveObject, StopOnItsOwnThreadDoesNotWaitForItself) {
 }
 
 TEST(ActiveObject, StopsThoughMemoryIsShort) {
+    Journal lJournal;
     ActiveObject lObject;
     ASSERT_EQ(0, lObject.init());
     waitUntilRunning(lObject);
@@ -235,7 +236,6 @@ TEST(ActiveObject, StopsThoughMemoryIsShort) {
         const test::FailingAllocator lFailing;
         lObject.stop();
     }
-    Journal lJournal;
     lObject.insert(new Entry(lJournal, 1));
     ASSERT_EQ(0, lObject.init());
     ASSERT_TRUE(lJournal.waitForDeleted(1));

@@ -1,0 +1,519 @@
+/// @file
+/// Network logging under what a hostile or broken network does to it.
+///
+/// OSX_STRESS_SECONDS sets how long the random clients run: 5 s by default, 30 s for the full
+/// figure.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "ace/Log_Msg.h"
+#include "logging/Arguments.h"
+#include "logging/Logging.h"
+#include "net/ConnectionAdmin.h"
+#include "osx/osx.h"
+#include "support/RunningReactor.h"
+#include "support/TcpPeer.h"
+#include "support/waitUntil.h"
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using test::Arguments;
+using test::TcpPeer;
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+long stressSeconds() {
+    const char* const lSeconds = std::getenv("OSX_STRESS_SECONDS");
+    return lSeconds == nullptr ? 5 : std::atol(lSeconds);
+}
+
+void line(const std::string& aText) {
+    ACE_DEBUG((LM_DEBUG, "%C\n", aText.c_str()));
+}
+
+/// Network logging on ports of its own, beside a log file.
+class Stress : public testing::Test {
+protected:
+    Stress()
+        : mReactor(2),
+          mDebugPort(test::freePort()),
+          mRedirectPort(test::freePort()),
+          mDirectory(testing::TempDir() + "osx-stress-XXXXXX") {
+        ::mkdtemp(mDirectory.data());
+        setDebugLevelPortNumber(mDebugPort);
+    }
+    ~Stress() override {
+        LogDeinit();
+        std::filesystem::remove_all(mDirectory);
+    }
+
+    void start(std::vector<std::string> aOptions = {}) {
+        std::vector<std::string> lArguments{"prog", "-RedirectPort", std::to_string(mRedirectPort)};
+        lArguments.insert(lArguments.end(), aOptions.begin(), aOptions.end());
+        Arguments(lArguments).init(true);
+    }
+
+    std::string logFile() const { return mDirectory + "/log.txt"; }
+
+    /// A watcher that gets every line from now on.
+    TcpPeer connectWatcher() {
+        TcpPeer lWatcher = TcpPeer::connect(mRedirectPort);
+        static int lMark = 0;
+        const std::string lText = "mark " + std::to_string(++lMark);
+        EXPECT_TRUE(test::waitUntil([&] {
+            line(lText);
+            pollfd lPoll{lWatcher.descriptor(), POLLIN, 0};
+            return ::poll(&lPoll, 1, 10) == 1;
+        }));
+        line(lText + " end");
+        lWatcher.receiveUntil(lText + " end\n");
+        return lWatcher;
+    }
+
+    test::RunningReactor mReactor;
+    unsigned short mDebugPort;
+    unsigned short mRedirectPort;
+    std::string mDirectory;
+};
+
+std::size_t residentBytes() {
+    std::ifstream lStatus("/proc/self/statm");
+    std::size_t lTotal = 0;
+    std::size_t lResident = 0;
+    lStatus >> lTotal >> lResident;
+    return lResident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+}  // namespace
+
+TEST_F(Stress, FiftyClientsResetAtOnceLeaveTheLogQuietAndTheMemoryAsItWas) {
+    constexpr std::size_t kClients = 50;
+    constexpr std::size_t kMaxGrowth = (kSanitized ? 512U : 32U) * 1024U * 1024U;
+    start({"-LogFile", logFile()});
+    std::vector<TcpPeer> lClients;
+    for (std::size_t lClient = 0; lClient < kClients; ++lClient) {
+        lClients.push_back(connectWatcher());
+    }
+    std::atomic<bool> lLogging{true};
+    std::atomic<int> lLines{0};
+    std::thread lLogger([&] {
+        while (lLogging) {
+            line("a line of the application, number " + std::to_string(++lLines));
+        }
+    });
+    EXPECT_TRUE(test::waitUntil([&] { return lLines > 1000; }));
+    const std::size_t lBefore = residentBytes();
+    for (TcpPeer& lClient : lClients) {
+        lClient.reset();
+    }
+    const int lAtReset = lLines;
+    EXPECT_TRUE(test::waitUntil([&] { return lLines > lAtReset + 5000; }));
+    lLogging = false;
+    lLogger.join();
+
+    const auto lLastLine = steady_clock::now();
+    std::uintmax_t lSize = 0;
+    EXPECT_TRUE(test::waitUntil([&] {
+        const auto lNow = std::filesystem::file_size(logFile());
+        std::this_thread::sleep_for(milliseconds(500));
+        return lNow == std::exchange(lSize, lNow);
+    }));
+    EXPECT_GT(seconds(kSanitized ? 20 : 5), steady_clock::now() - lLastLine);
+    EXPECT_GT(kMaxGrowth, residentBytes() - std::min(lBefore, residentBytes()));
+    TcpPeer lWatcher = connectWatcher();
+    line("still here");
+    EXPECT_THAT(lWatcher.receiveUntil("still here\n"), testing::HasSubstr("still here\n"));
+}
+
+namespace {
+
+/// Reads all that comes until told to stop.
+class Reader {
+public:
+    explicit Reader(TcpPeer aPeer) : mPeer(std::move(aPeer)), mThread([this] { run(); }) {}
+    ~Reader() { stop(); }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
+
+    const std::string& stop() {
+        mStopping = true;
+        if (mThread.joinable()) {
+            mThread.join();
+        }
+        return mText;
+    }
+    bool waitFor(const std::string& aText, milliseconds aLimit) const {
+        return test::waitUntil(
+            [&] {
+                const std::lock_guard<std::mutex> lGuard(mMutex);
+                return mText.find(aText) != std::string::npos;
+            },
+            aLimit);
+    }
+
+private:
+    void run() {
+        std::array<char, 65536> lChunk{};
+        while (!mStopping) {
+            pollfd lPoll{mPeer.descriptor(), POLLIN, 0};
+            if (::poll(&lPoll, 1, 20) == 1) {
+                const ssize_t lCount = ::recv(mPeer.descriptor(), lChunk.data(), lChunk.size(), 0);
+                if (lCount <= 0) {
+                    return;
+                }
+                const std::lock_guard<std::mutex> lGuard(mMutex);
+                mText.append(lChunk.data(), static_cast<std::size_t>(lCount));
+            }
+        }
+    }
+
+    TcpPeer mPeer;
+    mutable std::mutex mMutex;
+    std::string mText;
+    std::atomic<bool> mStopping{false};
+    std::thread mThread;
+};
+
+milliseconds timeToLog(int aLines) {
+    const std::string lText(99, 'x');
+    const auto lStart = steady_clock::now();
+    for (int lLine = 0; lLine < aLines; ++lLine) {
+        line(lText);
+    }
+    return std::chrono::duration_cast<milliseconds>(steady_clock::now() - lStart);
+}
+
+/// An echoing port on the same reactor.
+void echo(void* aSocket, void*&, unsigned char* aData, unsigned long aLength) {
+    osxSocketSend(aSocket, aData, aLength);
+}
+
+/// @return the longest time that the port took to answer, while clients of another one come and go.
+milliseconds worstAnswer(TcpPeer& aEcho, unsigned short aBusyPort, const std::atomic<bool>& aGoOn) {
+    milliseconds lWorst{0};
+    while (aGoOn) {
+        const auto lStart = steady_clock::now();
+        const TcpPeer lComing = TcpPeer::connect(aBusyPort);
+        aEcho.send("ping");
+        EXPECT_EQ("ping", aEcho.receive(4));
+        lWorst = std::max(lWorst,
+                          std::chrono::duration_cast<milliseconds>(steady_clock::now() - lStart));
+        std::this_thread::sleep_for(milliseconds(20));
+    }
+    return lWorst;
+}
+
+/// @return the descriptor of this process that is the other end of a connection; -1 if none is.
+int otherEndOf(int aDescriptor) {
+    sockaddr_storage lLocal{};
+    socklen_t lSize = sizeof lLocal;
+    ::getsockname(aDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize);
+    for (int lDescriptor = 0; lDescriptor < 1024; ++lDescriptor) {
+        sockaddr_storage lPeer{};
+        socklen_t lPeerSize = sizeof lPeer;
+        if (::getpeername(lDescriptor, reinterpret_cast<sockaddr*>(&lPeer), &lPeerSize) == 0 &&
+            std::equal(reinterpret_cast<char*>(&lPeer), reinterpret_cast<char*>(&lPeer) + 8,
+                       reinterpret_cast<char*>(&lLocal))) {
+            return lDescriptor;
+        }
+    }
+    return -1;
+}
+
+/// Connects without having the lines read, and with little room for them.
+TcpPeer connectStalled(unsigned short aPort) {
+    TcpPeer lStalled = TcpPeer::connect(aPort);
+    const int lSmall = 4096;
+    ::setsockopt(lStalled.descriptor(), SOL_SOCKET, SO_RCVBUF, &lSmall, sizeof lSmall);
+    return lStalled;
+}
+
+}  // namespace
+
+TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
+    constexpr int kLines = kSanitized ? 20000 : 100000;
+    const std::string kNotice = " lines dropped, the clients were too slow\n";
+    start();
+    const unsigned short lEchoPort = test::freePort();
+    void* lEchoHandle = nullptr;
+    ASSERT_EQ(0U,
+              osxRegisterPort(lEchoHandle, lEchoPort, nullptr, nullptr, echo, nullptr, nullptr));
+    TcpPeer lEcho = TcpPeer::connect(lEchoPort);
+    Reader lReader(connectWatcher());
+    const milliseconds lUsual = timeToLog(kLines);
+    line("all read");
+    ASSERT_TRUE(lReader.waitFor("all read\n", seconds(60)));
+
+    const TcpPeer lStalled = connectStalled(mRedirectPort);
+    std::atomic<bool> lGoOn{true};
+    milliseconds lWorst{0};
+    std::thread lProbe([&] { lWorst = worstAnswer(lEcho, mRedirectPort, lGoOn); });
+    const milliseconds lStalledTime = timeToLog(kLines);
+    const auto lEnd = steady_clock::now();
+    // A little on top for what else the machine does.
+    EXPECT_GT(lUsual * 3 / 2 + milliseconds(300), lStalledTime);
+
+    EXPECT_TRUE(test::waitUntil([&] { return otherEndOf(lStalled.descriptor()) == -1; },
+                                milliseconds(2 * ConnectionAdmin::kStalledClientMs)));
+    EXPECT_GT(milliseconds(ConnectionAdmin::kStalledClientMs + 5000), steady_clock::now() - lEnd);
+    lGoOn = false;
+    lProbe.join();
+    EXPECT_GT(seconds(2), lWorst);
+    EXPECT_TRUE(lReader.waitFor(kNotice, seconds(60)));
+    line("after all");
+    EXPECT_TRUE(lReader.waitFor("after all\n", seconds(60)));
+    EXPECT_EQ(0U, osxUnregisterPort(lEchoHandle));
+}
+
+namespace {
+
+constexpr int kLoggers = 4;
+
+/// One of many clients, which comes and goes.
+class RandomClient {
+public:
+    bool connected() const { return mPeer.connected(); }
+    int descriptor() const { return mPeer.descriptor(); }
+    void connect(unsigned short aPort) {
+        mPeer = TcpPeer::connect(aPort);
+        mText.clear();
+        mNext.clear();
+    }
+    void leave(bool aWithReset) {
+        if (aWithReset) {
+            mPeer.reset();
+        } else {
+            mPeer.close();
+        }
+    }
+    /// Takes what has come, and checks that of each logger no line is missing, doubled or late.
+    void read() {
+        std::array<char, 65536> lChunk{};
+        const ssize_t lCount =
+            ::recv(mPeer.descriptor(), lChunk.data(), lChunk.size(), MSG_DONTWAIT);
+        if (lCount > 0) {
+            mText.append(lChunk.data(), static_cast<std::size_t>(lCount));
+            checkLines();
+        }
+    }
+    /// @return the number after that of the last line of a logger; 0 before the first.
+    int next(int aLogger) const {
+        const auto lFound = mNext.find(aLogger);
+        return lFound == mNext.end() ? 0 : lFound->second;
+    }
+
+private:
+    void checkLines() {
+        std::size_t lStart = 0;
+        for (std::size_t lEnd = mText.find('\n'); lEnd != std::string::npos;
+             lEnd = mText.find('\n', lStart)) {
+            int lLogger = -1;
+            int lNumber = -1;
+            if (std::sscanf(mText.c_str() + lStart, "logger %d line %d", &lLogger, &lNumber) == 2) {
+                const auto lKnown = mNext.find(lLogger);
+                if (lKnown != mNext.end()) {
+                    EXPECT_EQ(lKnown->second, lNumber) << "of logger " << lLogger;
+                }
+                mNext[lLogger] = lNumber + 1;
+            }
+            lStart = lEnd + 1;
+        }
+        mText.erase(0, lStart);
+    }
+
+    TcpPeer mPeer;
+    std::string mText;
+    std::map<int, int> mNext;
+};
+
+void readAll(std::vector<RandomClient>& aClients) {
+    std::vector<pollfd> lPolls;
+    for (const RandomClient& lClient : aClients) {
+        lPolls.push_back({lClient.descriptor(), POLLIN, 0});
+    }
+    ::poll(lPolls.data(), lPolls.size(), 1);
+    for (std::size_t lIndex = 0; lIndex < aClients.size(); ++lIndex) {
+        if (lPolls[lIndex].revents != 0) {
+            aClients[lIndex].read();
+        }
+    }
+}
+
+}  // namespace
+
+TEST_F(Stress, ClientsThatStaySeeEveryLineOnceAndInOrderWhileOthersComeAndGo) {
+    constexpr std::size_t kClients = 200;
+    constexpr std::size_t kStaying = 20;
+    constexpr milliseconds kPause{kSanitized ? 100 : 20};
+    start();
+    std::vector<RandomClient> lClients(kClients);
+    for (std::size_t lClient = 0; lClient < kStaying; ++lClient) {
+        lClients[lClient].connect(mRedirectPort);
+        ASSERT_TRUE(lClients[lClient].connected());
+    }
+    // Its reception shows that those who connected before it are known, too.
+    connectWatcher();
+    std::atomic<bool> lLogging{true};
+    std::vector<std::thread> lLoggers;
+    std::array<std::atomic<int>, kLoggers> lWritten{};
+    for (int lLogger = 0; lLogger < kLoggers; ++lLogger) {
+        lLoggers.emplace_back([&, lLogger] {
+            auto& lNumber = lWritten.at(static_cast<std::size_t>(lLogger));
+            for (; lLogging; ++lNumber) {
+                line("logger " + std::to_string(lLogger) + " line " + std::to_string(lNumber));
+                std::this_thread::sleep_for(kPause);
+            }
+        });
+    }
+    std::mt19937 lRandom(20250101);
+    const auto lEnd = steady_clock::now() + seconds(stressSeconds());
+    while (steady_clock::now() < lEnd) {
+        RandomClient& lClient = lClients[kStaying + lRandom() % (kClients - kStaying)];
+        if (lClient.connected()) {
+            lClient.leave(lRandom() % 2 == 0);
+        } else {
+            lClient.connect(mRedirectPort);
+        }
+        readAll(lClients);
+    }
+    lLogging = false;
+    for (std::thread& lLogger : lLoggers) {
+        lLogger.join();
+    }
+    for (std::size_t lClient = 0; lClient < kStaying; ++lClient) {
+        for (int lLogger = 0; lLogger < kLoggers; ++lLogger) {
+            EXPECT_TRUE(test::waitUntil([&] {
+                readAll(lClients);
+                return lClients[lClient].next(lLogger) ==
+                       lWritten.at(static_cast<std::size_t>(lLogger));
+            })) << "client "
+                << lClient << ", logger " << lLogger;
+        }
+    }
+}
+
+namespace {
+
+std::string randomBytes(std::size_t aSize) {
+    std::mt19937 lRandom(4711);
+    std::string lBytes(aSize, '\0');
+    std::generate(lBytes.begin(), lBytes.end(), [&] { return static_cast<char>(lRandom()); });
+    return lBytes;
+}
+
+/// @return how many connections to a listening port of this process wait to be accepted.
+unsigned int waitingAt(unsigned short aPort) {
+    for (int lDescriptor = 0; lDescriptor < 1024; ++lDescriptor) {
+        sockaddr_in lLocal{};
+        socklen_t lSize = sizeof lLocal;
+        tcp_info lInfo{};
+        socklen_t lInfoSize = sizeof lInfo;
+        if (::getsockname(lDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize) == 0 &&
+            lLocal.sin_port == htons(aPort) &&
+            ::getsockopt(lDescriptor, IPPROTO_TCP, TCP_INFO, &lInfo, &lInfoSize) == 0 &&
+            lInfo.tcpi_state == TCP_LISTEN) {
+            return lInfo.tcpi_unacked;
+        }
+    }
+    return 0;
+}
+
+/// Does not overrun the port's backlog: the kernel would have the client wait for a second.
+void connectAndLeave(unsigned short aPort, int aTimes) {
+    for (int lTime = 0; lTime < aTimes; ++lTime) {
+        ASSERT_TRUE(test::waitUntil([aPort] { return waitingAt(aPort) < 3; }));
+        TcpPeer lPeer = TcpPeer::connect(aPort);
+        ASSERT_TRUE(lPeer.connected()) << lTime;
+        if (lTime % 3 == 0) {
+            lPeer.reset();
+        }
+    }
+}
+
+bool levelBecomes(unsigned int aLevel) {
+    return test::waitUntil([aLevel] { return getLogLevel() == aLevel; });
+}
+
+/// The reactor has taken what came before on the port.
+void expectPortSetsLevels(unsigned short aPort) {
+    TcpPeer lTool = TcpPeer::connect(aPort);
+    for (const unsigned int lLevel : {11U, 12U}) {
+        ASSERT_TRUE(lTool.send(std::to_string(lLevel)));
+        EXPECT_TRUE(levelBecomes(lLevel));
+    }
+}
+
+}  // namespace
+
+TEST_F(Stress, BadInputToTheDebugLevelPortOnlySetsTheLevel) {
+    start();
+    TcpPeer lPeer = TcpPeer::connect(mDebugPort);
+    ASSERT_TRUE(lPeer.send("GET / HTTP/1.1\r\n\r\n"));
+    EXPECT_TRUE(levelBecomes(0));
+    expectPortSetsLevels(mDebugPort);
+    ASSERT_TRUE(lPeer.send("x" + randomBytes(100)));
+    EXPECT_TRUE(levelBecomes(0));
+    ASSERT_TRUE(lPeer.send(std::string(1024U * 1024U, '7')));
+    EXPECT_TRUE(levelBecomes(2147483647));
+    ASSERT_TRUE(lPeer.send(std::string(1024U * 1024U, ' ')));
+    EXPECT_TRUE(levelBecomes(0));
+    for (const char lDigit : {'1', '2', '3'}) {
+        ASSERT_TRUE(lPeer.send(std::string(1, lDigit)));
+        EXPECT_TRUE(levelBecomes(static_cast<unsigned int>(lDigit - '0')));
+    }
+    const TcpPeer lHalfOpen = TcpPeer::connect(mDebugPort);
+    ASSERT_EQ(0, ::shutdown(lPeer.descriptor(), SHUT_WR));
+    EXPECT_TRUE(lPeer.waitForClose());
+    connectAndLeave(mDebugPort, kSanitized ? 500 : 2000);
+    expectPortSetsLevels(mDebugPort);
+    EXPECT_TRUE(TcpPeer::connect(mRedirectPort).connected());
+}
+
+TEST_F(Stress, BadInputToTheRedirectPortChangesNothing) {
+    start();
+    setLogLevel(2);
+    TcpPeer lPeer = connectWatcher();
+    ASSERT_TRUE(lPeer.send("9\n"));
+    ASSERT_TRUE(lPeer.send(randomBytes(1024U * 1024U)));
+    for (const char lByte : {'1', '2', '3'}) {
+        ASSERT_TRUE(lPeer.send(std::string(1, lByte)));
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    line("still served");
+    EXPECT_THAT(lPeer.receiveUntil("still served\n"), testing::HasSubstr("still served\n"));
+    const TcpPeer lHalfOpen = TcpPeer::connect(mRedirectPort);
+    ASSERT_EQ(0, ::shutdown(lPeer.descriptor(), SHUT_WR));
+    EXPECT_TRUE(lPeer.waitForClose());
+    connectAndLeave(mRedirectPort, kSanitized ? 500 : 2000);
+    TcpPeer lNew = connectWatcher();
+    line("still there");
+    EXPECT_THAT(lNew.receiveUntil("still there\n"), testing::HasSubstr("still there\n"));
+    EXPECT_EQ(2U, getLogLevel());
+}
