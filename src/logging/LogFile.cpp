@@ -10,8 +10,8 @@
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Msg_Backend.h"
+#include "base/NeverDestroyed.h"
 #include "base/allocate.h"
-#include "logging/NeverDestroyed.h"
 
 namespace osx {
 

@@ -16,8 +16,9 @@ namespace osx {
 
 namespace {
 
-constexpr int kDrainRounds = 10;
-constexpr std::chrono::milliseconds kDrainPause{1};
+/// Together far longer than a thread stays in a line that goes nowhere, on a loaded machine too.
+constexpr int kDrainRounds = 20;
+constexpr std::chrono::milliseconds kDrainPause{5};
 
 bool otherThreadsRun() {
     DIR* const lTasks = ::opendir("/proc/self/task");

@@ -8,6 +8,7 @@
 
 #include "ace/Guard_T.h"
 #include "ace/SOCK_Stream.h"
+#include "base/NeverDestroyed.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "osx/osx.h"
@@ -32,8 +33,13 @@ constexpr unsigned long kFailed = static_cast<unsigned long>(-1);
 
 /// Guards the list of those alive, and their callback counts.
 std::mutex gAliveMutex;
-std::condition_variable gCallbackEnded;
 ConnectionAdmin* gAlive = nullptr;
+
+/// Reactor threads may come here while the process exits.
+std::condition_variable& callbackEnded() {
+    static const osx::NeverDestroyed<std::condition_variable> lCondition;
+    return *lCondition.get();
+}
 
 int descriptorOf(void* aSocket) {
     return static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle();
@@ -91,7 +97,7 @@ public:
         if (mAdmin != nullptr) {
             const std::lock_guard<std::mutex> lGuard(gAliveMutex);
             --mAdmin->mCallbacks;
-            gCallbackEnded.notify_all();
+            callbackEnded().notify_all();
         }
     }
     Callback(const Callback&) = delete;
@@ -130,7 +136,7 @@ void ConnectionAdmin::leaveAlive() {
         lLink = &(*lLink)->mNextAlive;
     }
     *lLink = mNextAlive;
-    gCallbackEnded.wait(lLock, [this] { return mCallbacks == 0; });
+    callbackEnded().wait(lLock, [this] { return mCallbacks == 0; });
 }
 
 void ConnectionAdmin::init(long aPort) {

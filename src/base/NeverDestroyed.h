@@ -1,8 +1,8 @@
 /// @file
 /// An object for the whole life of the process: it is not destroyed at exit, when other threads may
 /// still use it.
-#ifndef OSX_LOGGING_NEVERDESTROYED_H
-#define OSX_LOGGING_NEVERDESTROYED_H
+#ifndef OSX_BASE_NEVERDESTROYED_H
+#define OSX_BASE_NEVERDESTROYED_H
 
 #include <new>
 
