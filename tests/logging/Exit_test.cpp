@@ -16,7 +16,7 @@ using testing::Not;
 namespace {
 
 constexpr int kExitStatus = 7;
-constexpr int kRounds = 5;
+constexpr int kRounds = 3;
 
 /// Runs a command of the logging program, with its lines going nowhere but, with network logging,
 /// to the network.
