@@ -29,7 +29,7 @@ class OSX_EXPORT RedirectService : public ACE_Log_Msg_Backend {
 public:
     static constexpr long kDefaultPort = 2324;
     /// Bounds of the queue: bytes of text, and lines.
-    static constexpr std::size_t kMaxQueuedBytes = 4U * 1024U * 1024U;
+    static constexpr std::size_t kMaxQueuedBytes = std::size_t{4} * 1024 * 1024;
     static constexpr std::size_t kMaxQueuedLines = 16384;
 
     /// Does not start anything.

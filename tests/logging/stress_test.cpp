@@ -258,7 +258,7 @@ TcpPeer connectStalled(unsigned short aPort) {
 }  // namespace
 
 TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
-    constexpr int kLines = kSanitized ? 20000 : 100000;
+    constexpr int kLines = 100000;
     const std::string kNotice = " lines dropped, the clients were too slow\n";
     start();
     const unsigned short lEchoPort = test::freePort();
