@@ -38,7 +38,7 @@ milliseconds elapsedSince(Clock::time_point aStart) {
 
 /// Serves events on the test's own thread for a while.
 void serveFor(milliseconds aTime) {
-    ACE_Time_Value lTime(0, std::chrono::microseconds(aTime).count());
+    ACE_Time_Value lTime(aTime);
     ACE_Reactor::instance()->run_reactor_event_loop(lTime);
 }
 
