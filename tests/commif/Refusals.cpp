@@ -32,14 +32,6 @@ bool mountSmall(const char* aDirectory, unsigned long aFlags) {
            ::mount("none", aDirectory, "tmpfs", aFlags, "size=64k") == 0;
 }
 
-// The C library's own type of a resource is an enumeration in C++ with its extensions.
-void getLimit(int aResource, rlimit& aLimit) {
-    ::getrlimit(static_cast<__rlimit_resource_t>(aResource), &aLimit);
-}
-void setLimit(int aResource, const rlimit& aLimit) {
-    ::setrlimit(static_cast<__rlimit_resource_t>(aResource), &aLimit);
-}
-
 }  // namespace
 
 int asOrdinaryUser(const std::function<bool()>& aCheck) {
@@ -68,21 +60,15 @@ int withSmallDisc(const std::string& aDirectory, const std::function<bool()>& aC
     });
 }
 
-Limit::Limit(int aResource, rlim_t aValue) : mResource(aResource) {
-    getLimit(mResource, mFormer);
+FileSizeLimit::FileSizeLimit(rlim_t aBytes) : mFormerHandler(std::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &mFormer);
     rlimit lLimit = mFormer;
-    lLimit.rlim_cur = aValue;
-    setLimit(mResource, lLimit);
+    lLimit.rlim_cur = aBytes;
+    ::setrlimit(RLIMIT_FSIZE, &lLimit);
 }
-
-Limit::~Limit() {
-    setLimit(mResource, mFormer);
-}
-
-FileSizeLimit::FileSizeLimit(rlim_t aBytes)
-    : Limit(RLIMIT_FSIZE, aBytes), mFormerHandler(std::signal(SIGXFSZ, SIG_IGN)) {}
 
 FileSizeLimit::~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &mFormer);
     std::signal(SIGXFSZ, mFormerHandler);
 }
 

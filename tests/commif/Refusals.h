@@ -25,33 +25,17 @@ int withReadOnlyDirectory(const std::string& aDirectory, const std::function<boo
 /// @return 0 if the check held.
 int withSmallDisc(const std::string& aDirectory, const std::function<bool()>& aCheck);
 
-/// Lowers one of the process's limits while it lives.
-class Limit {
-public:
-    Limit(int aResource, rlim_t aValue);
-    ~Limit();
-    Limit(const Limit&) = delete;
-    Limit& operator=(const Limit&) = delete;
-
-private:
-    int mResource;
-    rlimit mFormer{};
-};
-
-/// While one lives, no descriptor can be opened whose number is not below a value.
-class DescriptorLimit : public Limit {
-public:
-    explicit DescriptorLimit(rlim_t aValue) : Limit(RLIMIT_NOFILE, aValue) {}
-};
-
 /// While one lives, no file of the process grows beyond a size: a write that reaches it is short,
 /// and one beyond it fails, as on a full disc.
-class FileSizeLimit : public Limit {
+class FileSizeLimit {
 public:
     explicit FileSizeLimit(rlim_t aBytes);
     ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
 private:
+    rlimit mFormer{};
     void (*mFormerHandler)(int);
 };
 

@@ -149,13 +149,6 @@ TEST(FileOpen, ExclusivelyRefusesWhatExists) {
     EXPECT_EQ(COMMIF_ERR_FILE_OPEN, Channel(fileParams(lDir.path("f"), lMode)).status());
 }
 
-TEST(FileOpen, WithoutAFreeDescriptorInTheProcessFails) {
-    const test::LogCapture lLog;
-    const test::DescriptorLimit lLimit(0);
-    EXPECT_EQ(COMMIF_ERR_FILE_OPEN, Channel(fileParams("/dev/null", kRead)).status());
-    EXPECT_EQ(EMFILE, lLog.lines().back().errnum);
-}
-
 TEST(FileOpen, IsCloseOnExec) {
     const test::TempDir lDir;
     const Channel lChannel(fileParams(lDir.file("f", ""), kRead));
