@@ -51,15 +51,6 @@ void closeDevice(ACE_TTY_IO* aDevice) {
     }
 }
 
-/// The read time-out may be replaced while another thread reads.
-unsigned int readTimeout(const commIfDesc_t& aEntry) {
-    return __atomic_load_n(&aEntry.info.serial.readTimeout, __ATOMIC_RELAXED);
-}
-
-void setReadTimeout(commIfDesc_t& aEntry, unsigned int aMilliseconds) {
-    __atomic_store_n(&aEntry.info.serial.readTimeout, aMilliseconds, __ATOMIC_RELAXED);
-}
-
 /// The product wraps at 32 bits, and is meant to.
 ACE_Time_Value toReadLimit(unsigned int aMilliseconds) {
     const std::uint32_t lMicroseconds = aMilliseconds * 1000U;
@@ -220,8 +211,7 @@ int perform(commIfDesc_t& aEntry, ACE_TTY_IO& aDevice, unsigned long aCommand, v
         case kFlush:
             return flushPort(aDevice);
         case kReplaceReadTimeout:
-            setReadTimeout(aEntry,
-                           static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(aData)));
+            osx::storeReadTimeout(aEntry.info.serial.readTimeout, aData);
             return COMMIF_OK;
         case kGetDtr:
             return query(getDTR, aDevice, static_cast<int*>(aData));
@@ -291,15 +281,13 @@ int commIfSerialRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
     if (lPort == nullptr) {
         return COMMIF_ERR_NO_DEVICE;
     }
-    const unsigned int lMilliseconds = readTimeout(*lEntry);
+    const unsigned int lMilliseconds = osx::loadReadTimeout(lEntry->info.serial.readTimeout);
     const ACE_Time_Value lLimit = toReadLimit(lMilliseconds);
     const auto lCount = static_cast<unsigned int>(aCount);
     unsigned int lGot = 0;
     const int lResult =
         lPort->recv_n(aBuf, lCount, osx::isNoLimit(lMilliseconds) ? nullptr : &lLimit, &lGot);
-    if (aRetCount != nullptr) {
-        *aRetCount = lGot;
-    }
+    osx::storeCount(aRetCount, lGot);
     if (lGot != lCount) {
         DiagnosticLine(kChannelModule)
             .trace(kReadLevel, "%t commIfSerialRead: *retCount [%d] != Count[%d] \n", lGot, lCount);
@@ -319,9 +307,7 @@ int commIfSerialWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
         return COMMIF_ERR_NO_DEVICE;
     }
     const int lSent = lPort->send_n(aBuf, static_cast<unsigned int>(aCount));
-    if (aRetCount != nullptr) {
-        *aRetCount = static_cast<unsigned long>(lSent);
-    }
+    osx::storeCount(aRetCount, lSent);
     return COMMIF_OK;
 }
 
