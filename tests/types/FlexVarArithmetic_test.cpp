@@ -284,9 +284,10 @@ TEST(FlexVarArithmetic, AppendsAStringToItself) {
 
 TEST(FlexVarArithmetic, TakesItselfAsOperand) {
     FlexVar lVar(21);
-    lVar += lVar;
+    const FlexVar& lItself = lVar;
+    lVar += lItself;
     EXPECT_EQ(42, lVar.getInt());
-    lVar -= lVar;
+    lVar -= lItself;
     EXPECT_EQ(0, lVar.getInt());
 }
 
