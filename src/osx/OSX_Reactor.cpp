@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds kSlice(250);
 constexpr std::chrono::milliseconds kWakeInterval(20);
 
 ACE_Time_Value sliceTime() {
-    return ACE_Time_Value(0, std::chrono::microseconds(kSlice).count());
+    return ACE_Time_Value(0, static_cast<suseconds_t>(std::chrono::microseconds(kSlice).count()));
 }
 
 }  // namespace

@@ -86,7 +86,11 @@ int afterEvent(ACE_Reactor*) {
 namespace osx {
 
 ACE_Reactor* installedReactor() {
-    return ReactorPeek::current();
+    ACE_Reactor* const lInstalled = ReactorPeek::current();
+    // ACE's pointer is a plain one: what the thread that installed our reactor did before is
+    // visible through ours.
+    gOwnReactor.load(std::memory_order_acquire);
+    return lInstalled;
 }
 
 ACE_Reactor* processReactor() {
