@@ -23,22 +23,21 @@
 ///
 /// Rules that hold for every call:
 ///
-///  1. Nothing converts. To read a value as another kind than the one held is the caller's error: a
-///     getter answers with a default and, at debug level 4, a line; two values of different kinds
-///     are never combined, never ordered and never equal. An Int is not a Long.
+///  1. Nothing converts. To read a value as another kind than the one held is the caller's error:
+///     a getter answers with a default and, at debug level 4, a line; two values of different
+///     kinds are never combined, never ordered and never equal. An Int is not a Long.
 ///  2. A Long and a ULong hold 32 bits in both word sizes: a wider argument is cut to its low 32
 ///     bits; `getLong` extends the sign, `getULong` extends with zeros.
 ///  3. The object of kinds 12 to 16 belongs to the `FlexVar`, which destroys it when it takes
 ///     another kind or dies.
 ///  4. Nothing throws. When memory is short `errno` is ENOMEM, a newly constructed `FlexVar` is of
-///     type none, and one that was to change keeps the value it had; only a held `Blob` that was to
-///     take other bytes is left empty.
+///     type none, and one that was to change keeps the value it had; only a held `Blob` that was
+///     to take other bytes is left empty.
 ///  5. A pointer form of a setter may be given null, which it stores: such a `FlexVar` has a kind
 ///     with no object. It can be copied, set again and destroyed, and reads like the kind's empty
 ///     value; `getBlob` and `releaseBlob` give null.
-///  6. A `FlexVar` is a value for one thread at a time. Several threads may read one at once,
-///  except
-///     that an ObjectID is printed by one at a time. The constants may be used by all.
+///  6. A `FlexVar` is a value for one thread at a time. Several threads may read one at once, but
+///     an ObjectID is printed by one at a time. The constants may be used by all.
 #ifndef OSX_TYPES_FLEXVAR_H
 #define OSX_TYPES_FLEXVAR_H
 
@@ -187,9 +186,8 @@ public:
 
     /// Takes the given object over and destroys the one held before, also when the kind stays; the
     /// held object itself, given once more, stays.
-    /// @param aValue made by `new`; it belongs to the `FlexVar` from now on. Null is reported by
-    /// two
-    ///        lines at LM_ERROR, the call's own and that of a failed assertion, and then stored.
+    /// @param aValue made by `new`; it belongs to the `FlexVar` from now on. Null is reported at
+    ///        LM_ERROR by the call's own line and that of a failed assertion, and then stored.
     FlexVar& setCString(ACE_String_Base<char>* aValue) noexcept;
     FlexVar& setWString(ACE_String_Base<wchar_t>* aValue) noexcept;
     FlexVar& setDateTime(ACE_Date_Time* aValue) noexcept;
@@ -229,9 +227,9 @@ public:
     /// @}
 
     /// @name Getters that tell
-    /// @return 0 and the value in the argument if the kind is that of the call's name; otherwise
-    /// -1,
-    ///         the argument unchanged. They write no line. There is none for a `Blob`.
+    /// They write no line. There is none for a `Blob`.
+    /// @return 0, and the value in the argument, if the kind is that of the call's name; -1, and
+    ///         the argument unchanged, otherwise.
     /// @{
     int getBool(bool& aValue) const noexcept { return copyOut(FlexVar_Bool, &Slot::mBool, aValue); }
     int getChar(char& aValue) const noexcept { return copyOut(FlexVar_Char, &Slot::mChar, aValue); }
@@ -338,9 +336,8 @@ public:
 
     /// @name Dates
     /// @{
-    /// @return whether this is a DateTime with all eight fields equal to the argument's, the
-    /// weekday
-    ///         included.
+    /// @return whether this is a DateTime whose eight fields all equal the argument's, the
+    ///         weekday among them.
     bool compareACE_Date_Time(const ACE_Date_Time& aOther) const noexcept;
     /// @return the Gregorian rule, whatever this object holds.
     bool isLeapYear(const long& aYear) const noexcept;
@@ -351,20 +348,18 @@ public:
     /// @}
 
     /// @name Text
-    /// | kind                 | text                                                            |
-    /// |----------------------|-----------------------------------------------------------------|
-    /// | none                 | empty                                                           |
-    /// | Bool                 | "true" or "false"                                               |
-    /// | Char                 | the character itself; empty for character 0                     |
-    /// | other integer kinds  | decimal, as a signed 32-bit number: a UInt or ULong above        |
-    /// |                      | 2147483647 prints negative                                      |
-    /// | Float, Double        | six decimals                                                    |
-    /// | CString              | the string                                                      |
-    /// | WString              | the low 8 bits of each character, up to the first that are zero |
-    /// | DateTime             | DD-MM-YYYY hh:mm:ss uuuuuu                                      |
-    /// | Blob                 | "Size 2 [0x1 0xab ]"; the first 30 bytes at most, and "..." from |
-    /// |                      | 30 bytes on                                                     |
-    /// | ObjectID             | its 36 characters                                               |
+    /// | kind           | text                                                             |
+    /// |----------------|------------------------------------------------------------------|
+    /// | none           | empty                                                            |
+    /// | Bool           | "true" or "false"                                                |
+    /// | Char           | the character itself; empty for character 0                      |
+    /// | other integers | decimal, as signed 32 bits: a ULong above 2147483647 is negative |
+    /// | Float, Double  | six decimals                                                     |
+    /// | CString        | the string                                                       |
+    /// | WString        | the low 8 bits of each character, up to the first that are zero  |
+    /// | DateTime       | DD-MM-YYYY hh:mm:ss uuuuuu                                       |
+    /// | Blob           | "Size 2 [0x1 0xab ]", 30 bytes at most; "..." from 30 bytes on   |
+    /// | ObjectID       | its 36 characters                                                |
     /// @{
     /// @param aOut is replaced by the text; unchanged when memory is short.
     void getValueAsString(ACE_String_Base<char>& aOut) const noexcept;
@@ -374,20 +369,22 @@ public:
     ///        a WString. Unchanged or empty when memory is short.
     void getValueAsString(ACE_String_Base<wchar_t>& aOut) const noexcept;
 
-    /// Reads a text as a value of the kind held, which never changes. An empty text changes
-    /// nothing.
+    /// Reads a text as a value of the kind held, which stays. An empty text changes nothing.
     ///
-    /// Integers are read as `strtol` reads base 0 (so 0x10 is 16 and 010 is 8), saturate at
-    /// -2147483648 and 2147483647, and are then cut to the kind's width; numbers must take up the
-    /// whole text. A Bool is "true" or "false". A DateTime is read by its fixed columns, also in
-    /// base 0, so that 08 and 09 read as 0; a field that is missing or out of range is 0 and the
-    /// date is set all the same, with weekday 0. A string takes the text; an ObjectID takes what
-    /// `ObjectID::setFromString` makes of it. A wide text is narrowed to the low 8 bits of each
-    /// character for a CString or an ObjectID.
+    ///  - Integers are read as `strtol` reads base 0 (so 0x10 is 16 and 010 is 8), saturate at
+    ///    -2147483648 and 2147483647, and are then cut to the kind's width. Numbers must take up
+    ///    the whole text.
+    ///  - A Bool is "true" or "false", to the letter.
+    ///  - A DateTime is read by its fixed columns, each in base 0 too, so that 08 and 09 read as
+    ///    0. Missing columns read as 0. A field out of range becomes 0 and the date is set all
+    ///    the same, with weekday 0. The year may be any.
+    ///  - A string takes the text; an ObjectID takes what `ObjectID::setFromString` makes of it.
+    ///    For a CString and an ObjectID a wide text is narrowed to the low 8 bits of each
+    ///    character.
     ///
-    /// @return 0 if the text was taken or empty; -1 if it is no value of the kind, if a field of a
-    ///         date is missing or out of range, for type none and Blob, and when memory is short.
-    ///         Except for a date the old value then stays.
+    /// @return 0 if the text was taken or empty. -1 if it is no value of the kind, if a field of a
+    ///         date is out of range, for type none and Blob, and when memory is short; but for a
+    ///         date the old value then stays.
     /// @{
     long setValueFromString(const ACE_String_Base<char>& aText) noexcept;
     long setValueFromString(const ACE_String_Base<wchar_t>& aText) noexcept;
@@ -403,8 +400,8 @@ public:
     ///  6. Else: a Long, as `strtol` reads base 10, saturated at 32 bits; 0 if it cannot.
     void setTypeAndValue(const ACE_String_Base<char>& aText) noexcept;
 
-    /// Writes the type's name and the value's text to the log at LM_ERROR, whatever the debug
-    /// level. ACE cuts a text beyond its own limit of some 4000 characters.
+    /// Writes the type's name and the value's text to the log, in three entries at LM_ERROR,
+    /// whatever the debug level. ACE cuts a text of more than some 4000 characters.
     void dump() const noexcept;
     /// @}
 
