@@ -14,7 +14,9 @@
 #include <thread>
 
 #include "ace/Log_Msg.h"
+#include "ace/Object_Manager.h"
 #include "logging/Logging.h"
+#include "logging/RedirectService.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
 
@@ -33,8 +35,16 @@ OSX_Reactor& reactor() {
     }
 }
 
+/// Called when ACE frees what its logging stands on.
+void onTearDown(void*, void*) {
+    constexpr char kText[] = "ACE torn down\n";
+    [[maybe_unused]] const ssize_t lIgnored = ::write(STDERR_FILENO, kText, sizeof kText - 1);
+}
+
 /// Threads that ACE knows of, and others, which know nothing of the end of the process.
 void startBusyThreads() {
+    static int lObject = 0;
+    ACE_Object_Manager::at_exit(&lObject, onTearDown, nullptr);
     reactor().startReactor();
     reactor().startExtraReactorThread();
     void* lTask = nullptr;
@@ -54,7 +64,9 @@ int runOrderly() {
     reactor().startReactor();
     ACE_DEBUG((LM_DEBUG, "%t a line of the application\n"));
     waitForEndOfInput();
-    LogDeinit();
+    if (ACE_Log_Msg::msg_backend() == getRedirectService()) {
+        LogDeinit();
+    }
     reactor().stopReactor();
     reactor().stopAndDeleteReactorThreads();
     return kExitStatus;
