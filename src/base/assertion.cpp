@@ -8,7 +8,8 @@ namespace osx {
 
 void reportFailedAssertion(const char* aExpression, const char* aModule, int aLine) noexcept {
     DiagnosticLine(aModule, aLine)
-        .failure(LM_ERROR, "ACE_ASSERT: file %N, line %l assertion failed for '%s'.\n", aExpression);
+        .failure(LM_ERROR, "ACE_ASSERT: file %N, line %l assertion failed for '%s'.\n",
+                 aExpression);
 }
 
 void failAssertion(const char* aExpression, const char* aModule, int aLine) noexcept {

@@ -66,10 +66,9 @@ std::size_t LogCapture::count(const std::string& aText) const {
 
 std::size_t LogCapture::countContaining(const std::string& aPart) const {
     const auto lTexts = texts();
-    return static_cast<std::size_t>(
-        std::count_if(lTexts.begin(), lTexts.end(), [&](const std::string& aText) {
-            return aText.find(aPart) != std::string::npos;
-        }));
+    return static_cast<std::size_t>(std::count_if(
+        lTexts.begin(), lTexts.end(),
+        [&](const std::string& aText) { return aText.find(aPart) != std::string::npos; }));
 }
 
 bool LogCapture::waitForContaining(const std::string& aPart, std::size_t aCount,

@@ -42,7 +42,8 @@ public:
     /// @return whether everything was taken by the kernel.
     bool send(const std::string& aData);
 
-    /// Reads exactly that many bytes. @return them; fewer when the stream ended or the limit passed.
+    /// Reads exactly that many bytes. @return them; fewer when the stream ended or the limit
+    /// passed.
     std::string receive(std::size_t aLength);
 
     /// Reads until a text has come. @return all read so far, including what follows the text.
