@@ -74,13 +74,13 @@ protected:
     TcpPeer connectClient() {
         TcpPeer lClient = TcpPeer::connect(mPort);
         // Lines go only to clients that a reactor thread has taken in.
-        std::string lSeen;
         EXPECT_TRUE(test::waitUntil([&] {
             logText(mService, "?");
             return hasData(lClient);
         }));
-        logText(mService, "!\n");
-        EXPECT_THAT(lClient.receiveUntil("!\n"), EndsWith("!\n"));
+        const std::string lMark = "!" + std::to_string(++mClients) + "\n";
+        logText(mService, lMark);
+        EXPECT_THAT(lClient.receiveUntil(lMark), EndsWith(lMark));
         return lClient;
     }
 
@@ -92,6 +92,7 @@ protected:
     test::RunningReactor mReactor;
     unsigned short mPort;
     RedirectService mService;
+    int mClients = 0;
 };
 
 }  // namespace
@@ -283,7 +284,7 @@ bool gForked = false;
 }
 
 /// Asked by the leak checker, which in a forked child misses the stack of the worker thread.
-extern "C" int __lsan_is_turned_off();
+extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
 extern "C" int __lsan_is_turned_off() {
     return gForked ? 1 : 0;
 }
