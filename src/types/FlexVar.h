@@ -281,6 +281,11 @@ public:
     /// @return true for DateTime.
     bool isDate() const noexcept { return mType == FlexVar_DateTime; }
 
+    /// Traces a change from one type to another, at debug level 4 as the setters do; nothing is
+    /// changed, and what this object holds does not matter.
+    /// @return whether the two types differ.
+    bool dataTypeCanged(Type aFrom, Type aTo) const noexcept;
+
     /// @return a number for hash tables, alike in both word sizes: the integer itself; a Float or
     ///         Double truncated to 64 bits, of which the low 32 (0 for what does not fit, NaN among
     ///         it); `ACE::hash_pjw` of a string's bytes; a date's minute; `ObjectID::hash`; 0 for
@@ -390,6 +395,12 @@ public:
     long setValueFromString(const ACE_String_Base<wchar_t>& aText) noexcept;
     /// @}
 
+    /// The parser of numbers and dates behind both forms of `setValueFromString`. There are two:
+    /// for `<ACE_String_Base<char>, char>` and for `<ACE_String_Base<wchar_t>, wchar_t>`.
+    /// @return 0 or -1 as they do; 1, with nothing changed, for any other kind.
+    template <class String, class Character>
+    long setValueFromStringCommon(const String& aText) noexcept;
+
     /// Takes kind and value from the notation of a text. The first rule that fits decides:
     ///
     ///  1. L" is in it: a WString of what stands between it and the next " or the end.
@@ -493,9 +504,6 @@ private:
         initializeValue();
     }
 
-    /// Traces a change of type. @return whether it is one.
-    OSX_HIDDEN bool dataTypeCanged(Type aFrom, Type aTo) const noexcept;
-
     void reportMismatch(const char* aVerb, Type aWanted) const noexcept;
     void changeType(Type aType) noexcept;
     void destroyObject() noexcept;
@@ -524,10 +532,6 @@ private:
     template <class Kind>
     OSX_HIDDEN FlexVar& append(const typename Kind::Value& aText) noexcept;
 
-    /// The parser of numbers and dates behind both forms of `setValueFromString`.
-    /// @return 0 or -1 as they do; 1 if this is neither a number nor a date.
-    template <class String, class Character>
-    OSX_HIDDEN long setValueFromStringCommon(const String& aText) noexcept;
     template <class Character>
     OSX_HIDDEN long setValueFromAnyString(const ACE_String_Base<Character>& aText) noexcept;
     template <class Character>

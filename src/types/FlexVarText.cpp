@@ -287,6 +287,10 @@ long FlexVar::setValueFromStringCommon(const String& aText) noexcept {
         }
     });
 }
+template OSX_EXPORT long FlexVar::setValueFromStringCommon<ACE_String_Base<char>, char>(
+    const ACE_String_Base<char>&) noexcept;
+template OSX_EXPORT long FlexVar::setValueFromStringCommon<ACE_String_Base<wchar_t>, wchar_t>(
+    const ACE_String_Base<wchar_t>&) noexcept;
 
 template <class Character>
 long FlexVar::setBoolFromString(const ACE_String_Base<Character>& aText) noexcept {

@@ -103,6 +103,18 @@ std::vector<FlexVar> integerKinds() {
     return lKinds;
 }
 
+/// The parser of numbers and dates by itself. @return its result; the value is in `aVar`.
+long parseNumberOrDate(FlexVar& aVar, const std::string& aText) {
+    FlexVar lOther(aVar);
+    const long lResult = aVar.setValueFromStringCommon<ACE_String_Base<char>, char>(narrow(aText));
+    EXPECT_EQ(
+        lResult,
+        (lOther.setValueFromStringCommon<ACE_String_Base<wchar_t>, wchar_t>(wide(widened(aText)))))
+        << aText;
+    EXPECT_TRUE(isSame(aVar, lOther)) << aText;
+    return lResult;
+}
+
 }  // namespace
 
 // Rendering.
@@ -603,4 +615,22 @@ TEST(FlexVarText, ReadsBackTheIdentifiersAndBoolsThatItWrites) {
     for (const bool lValue : {false, true}) {
         expectTaken(FlexVar(lValue), FlexVar(!lValue), text(FlexVar(lValue)));
     }
+}
+
+TEST(FlexVarText, TheParserOfNumbersAndDatesLeavesTheOtherKindsToItsCaller) {
+    for (const Sample& lSample : samples()) {
+        FlexVar lValue(lSample.value);
+        if (lValue.isNumeric()) {
+            EXPECT_EQ(parseNumberOrDate(lValue, "5"), 0) << lSample.name;
+            EXPECT_EQ(parseNumberOrDate(lValue, "5x"), -1) << lSample.name;
+        } else if (!lValue.isDate()) {
+            EXPECT_EQ(parseNumberOrDate(lValue, "5"), 1) << lSample.name;
+            EXPECT_TRUE(isSame(lValue, lSample.value)) << lSample.name;
+        }
+        EXPECT_EQ(lValue.getType(), lSample.type);
+    }
+    FlexVar lDate = samples()[14].value;
+    EXPECT_EQ(parseNumberOrDate(lDate, "31-12-2008 23:59:59 000000"), 0);
+    EXPECT_EQ(text(lDate), "31-12-2008 23:59:59 000000");
+    EXPECT_EQ(parseNumberOrDate(lDate, "32-12-2008 23:59:59 000000"), -1);
 }

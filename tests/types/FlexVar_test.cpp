@@ -172,6 +172,21 @@ TEST(FlexVar, SetsEveryKindFromEveryTypeAndTracesTheChange) {
     }
 }
 
+TEST(FlexVar, TellsWhetherTypesDifferWhateverItHolds) {
+    const FlexVar lVar(5);
+    for (const Sample& lFrom : samples()) {
+        for (const Sample& lTo : samples()) {
+            const test::LogCapture lLog;
+            const test::TraceLevel lLevel(4);
+            const bool lDiffer = lFrom.type != lTo.type;
+            EXPECT_EQ(lDiffer, lVar.dataTypeCanged(lFrom.type, lTo.type));
+            EXPECT_EQ(lLog.texts(), lDiffer ? std::vector<std::string>{changeLine(lFrom, lTo)}
+                                            : std::vector<std::string>{});
+        }
+    }
+    EXPECT_EQ(lVar.getInt(), 5);
+}
+
 TEST(FlexVar, TracesAChangeOnlyFromLevel4OnAndWithAcesSwitch) {
     for (const auto& [lLevel, lDebug] : {std::pair(3U, true), std::pair(9U, false)}) {
         const test::LogCapture lLog;
