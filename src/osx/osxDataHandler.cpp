@@ -21,8 +21,8 @@ constexpr ACE_Reactor_Mask kRemoveSilently =
 
 }  // namespace
 
-std::atomic<std::int32_t> osxDataHandler::mNrCreated{0};
-std::atomic<std::int32_t> osxDataHandler::mNrDestroyed{0};
+osxHandlerCount osxDataHandler::mNrCreated;
+osxHandlerCount osxDataHandler::mNrDestroyed;
 
 osxDataHandler::osxDataHandler(const ACE_SOCK_Stream& aStream, const ACE_INET_Addr& aPeer,
                                const osxPortCallbacks_t& aCallbacks)

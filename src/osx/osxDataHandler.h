@@ -24,12 +24,26 @@ struct osxPortCallbacks_t {
     void* aUserData;                                ///< Where each connection's copy starts.
 };
 
+/// A number that threads count without a lock. A copy holds the number as it was.
+class osxHandlerCount : public std::atomic<std::int32_t> {
+public:
+    constexpr osxHandlerCount() noexcept : std::atomic<std::int32_t>(0) {}
+    osxHandlerCount(const osxHandlerCount& aOther) noexcept
+        : std::atomic<std::int32_t>(aOther.load(std::memory_order_relaxed)) {}
+
+    osxHandlerCount& operator=(const osxHandlerCount& aOther) noexcept {
+        store(aOther.load(std::memory_order_relaxed), std::memory_order_relaxed);
+        return *this;
+    }
+    using std::atomic<std::int32_t>::operator=;
+};
+
 /// The connection: reads, calls back, cleans up.
 class OSX_EXPORT osxDataHandler : public osxEventHandler {
 public:
     /// Handlers made and destroyed so far, for diagnostics.
-    static std::atomic<std::int32_t> mNrCreated;
-    static std::atomic<std::int32_t> mNrDestroyed;
+    static osxHandlerCount mNrCreated;
+    static osxHandlerCount mNrDestroyed;
 
     /// Calls the new-connection callback and registers with the reactor; a registration that fails
     /// ends the process. The maker gives its reference up, by `remove_reference`, once the

@@ -876,3 +876,13 @@ TEST(PortWithoutDescriptors, RefusesWhatTheReactorCannotHold) {
     lNew.send("x");
     EXPECT_EQ("x", lNew.receive(1));
 }
+
+TEST(PortTrace, TheNumbersOfHandlersCopyAsNumbers) {
+    const auto lBefore = osxDataHandler::mNrCreated;
+    const auto lNumber = [] { return osxDataHandler::mNrCreated; };
+    ++osxDataHandler::mNrCreated;
+    EXPECT_EQ(0, lBefore);
+    EXPECT_EQ(1, lNumber());
+    osxDataHandler::mNrCreated = lBefore;
+    EXPECT_EQ(0, osxDataHandler::mNrCreated);
+}
