@@ -5,6 +5,7 @@
 
 #include "ace/Reactor.h"
 #include "base/diagnosticLine.h"
+#include "osx/eventLoop.h"
 
 namespace {
 
@@ -15,6 +16,8 @@ constexpr int kDontCallHandleClose = 1;
 /// The timer whose callback the thread is running.
 thread_local const osx::TimerSchedule* tCurrent = nullptr;
 
+constexpr long kNotScheduled = -1;
+
 }  // namespace
 
 namespace osx {
@@ -23,6 +26,7 @@ TimerSchedule::TimerSchedule(const osxTimeoutHandler* aOwner, Function aFunction
     : mOwner(aOwner),
       mFunction(aFunction),
       mReactor(nullptr),
+      mTimerID(kNotScheduled),
       mPeriodic(false),
       mStopped(false),
       mRunning(0) {}
@@ -42,18 +46,24 @@ long TimerSchedule::start(ACE_Reactor* aReactor, const void* aAct, const ACE_Tim
                           const ACE_Time_Value& aInterval) {
     mReactor = aReactor;
     mPeriodic = aInterval > ACE_Time_Value::zero;
-    const long lTimerID = aReactor->schedule_timer(this, aAct, aDelay, aInterval);
-    if (lTimerID == -1) {
+    mTimerID = aReactor->schedule_timer(this, aAct, aDelay, aInterval);
+    if (mTimerID == kNotScheduled) {
         stop();
     }
-    return lTimerID;
+    return mTimerID;
 }
 
 int TimerSchedule::cancel() {
     ACE_Reactor* const lReactor = stop();
+    if (lReactor == nullptr) {
+        return 0;
+    }
     // By the handler and not by the timer's id: ids are used again, so that the id of a timer that
-    // is just being fired may already be another's.
-    return lReactor == nullptr ? 0 : lReactor->cancel_timer(this, kDontCallHandleClose);
+    // is just being fired may already be another's. A reactor class of the application's own need
+    // know no more than the id.
+    return lReactor == ownReactor()
+               ? lReactor->cancel_timer(this, kDontCallHandleClose)
+               : lReactor->cancel_timer(mTimerID, nullptr, kDontCallHandleClose);
 }
 
 void TimerSchedule::retire() {

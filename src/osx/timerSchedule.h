@@ -53,6 +53,7 @@ private:
     std::mutex mMutex;
     std::condition_variable mIdle;
     ACE_Reactor* mReactor;
+    long mTimerID;
     bool mPeriodic;
     bool mStopped;
     int mRunning;

@@ -336,3 +336,42 @@ TEST(Timer, StaysWithTheReactorItWasMadeOn) {
     EXPECT_EQ(1, osxCancelTimer(lTimer));
     osxDestroyTimer(lTimer);
 }
+
+namespace {
+
+/// A reactor class of an application's own.
+class OwnKindOfReactor : public ACE_Reactor {
+public:
+    static constexpr long kTimerID = 4711;
+
+    long schedule_timer(ACE_Event_Handler*, const void*, const ACE_Time_Value&,
+                        const ACE_Time_Value&) override {
+        return kTimerID;
+    }
+    using ACE_Reactor::cancel_timer;
+    int cancel_timer(long aTimerID, const void**, int) override {
+        mCancelled = aTimerID;
+        return -1;
+    }
+
+    long mCancelled = 0;
+};
+
+}  // namespace
+
+TEST(Timer, ThatCannotBeCancelledWritesALineWithItsId) {
+    test::Counter lCounter;
+    OwnKindOfReactor lReactor;
+    ACE_Reactor* const lFormer = ACE_Reactor::instance(&lReactor);
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 3600000, 0);
+    ACE_Reactor::instance(lFormer);
+    const test::LogCapture lLog;
+    EXPECT_EQ(-1, osxCancelTimer(lTimer));
+    EXPECT_EQ(OwnKindOfReactor::kTimerID, lReactor.mCancelled);
+    ASSERT_THAT(
+        lLog.texts(),
+        ElementsAre("%t osxTimeoutHandler::cancel: Unable to cancel_timer mTimerID[4711]\n"));
+    EXPECT_EQ(LM_ERROR, lLog.lines()[0].priority);
+    EXPECT_EQ(-1, lLog.lines()[0].status);
+    osxDestroyTimer(lTimer);
+}
