@@ -16,5 +16,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/osxConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/osxConfig.cmake ${PROJECT_BINARY_DIR}/osxConfigVersion.cmake
   DESTINATION ${OSX_PACKAGE_DIR})
 
+# Found from where osx.pc lies, so that `cmake --install --prefix` may put the tree anywhere.
+file(RELATIVE_PATH OSX_PREFIX_FROM_PC
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/osx.pc.in ${PROJECT_BINARY_DIR}/osx.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/osx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
