@@ -62,6 +62,12 @@ void operator delete(void* aMemory, std::size_t) noexcept {
 void operator delete[](void* aMemory, std::size_t) noexcept {
     std::free(aMemory);
 }
+void operator delete(void* aMemory, const std::nothrow_t&) noexcept {
+    std::free(aMemory);
+}
+void operator delete[](void* aMemory, const std::nothrow_t&) noexcept {
+    std::free(aMemory);
+}
 
 namespace test {
 
