@@ -10,7 +10,6 @@
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Msg_Backend.h"
-#include "base/NeverDestroyed.h"
 #include "base/allocate.h"
 
 namespace osx {
@@ -51,9 +50,13 @@ private:
 
 std::atomic<std::ostream*> gLogFile{nullptr};
 
-/// Hands lines on to the back end that was in use before.
+/// Hands lines on to the back end that was in use before. Never destroyed, and for good in front of
+/// that one: an application that took it for its own predecessor may put it back at any time.
 class LogFileBackend : public ACE_Log_Msg_Backend {
 public:
+    LogFileBackend(ACE_Log_Msg_Backend* aNext, const LogFileBackend* aOlder)
+        : mNext(aNext), mOlder(aOlder) {}
+
     int open(const ACE_TCHAR* aKey) override { return mNext == nullptr ? 0 : mNext->open(aKey); }
     int reset() override { return mNext == nullptr ? 0 : mNext->reset(); }
     int close() override { return mNext == nullptr ? 0 : mNext->close(); }
@@ -61,18 +64,28 @@ public:
         giveLogFileToThread();
         return mNext == nullptr ? 0 : mNext->log(aRecord);
     }
-    void install(ACE_Log_Msg& aLog) {
-        ACE_Log_Msg_Backend* const lInstalled = ACE_Log_Msg::msg_backend();
-        if (lInstalled != this) {
-            mNext = (aLog.flags() & ACE_Log_Msg::CUSTOM) != 0 ? lInstalled : nullptr;
-            ACE_Log_Msg::msg_backend(this);
-        }
-        aLog.set_flags(ACE_Log_Msg::CUSTOM);
-    }
 
 private:
-    ACE_Log_Msg_Backend* mNext = nullptr;
+    ACE_Log_Msg_Backend* const mNext;
+    [[maybe_unused]] const LogFileBackend* const mOlder;  ///< Lets a leak checker find them all.
 };
+
+LogFileBackend* gLogFileBackend = nullptr;
+
+void installIn(ACE_Log_Msg& aLog) noexcept {
+    ACE_Log_Msg_Backend* const lInstalled = ACE_Log_Msg::msg_backend();
+    if (lInstalled == nullptr || lInstalled != gLogFileBackend) {
+        const bool lInUse = (aLog.flags() & ACE_Log_Msg::CUSTOM) != 0;
+        auto* const lBackend =
+            allocate<LogFileBackend>(lInUse ? lInstalled : nullptr, gLogFileBackend);
+        if (lBackend == nullptr) {
+            return;
+        }
+        gLogFileBackend = lBackend;
+        ACE_Log_Msg::msg_backend(lBackend);
+    }
+    aLog.set_flags(ACE_Log_Msg::CUSTOM);
+}
 
 }  // namespace
 
@@ -94,10 +107,9 @@ void giveLogFileToThread() noexcept {
 }
 
 void installLogFileBackend() noexcept {
-    static const NeverDestroyed<LogFileBackend> lBackend;
     ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
     lLog->acquire();
-    lBackend.get()->install(*lLog);
+    installIn(*lLog);
     lLog->release();
 }
 

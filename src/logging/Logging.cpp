@@ -92,7 +92,8 @@ void logToSystemLog(const char* /*aValue*/) {
         // ACE does not check that there is one for the flag CUSTOM.
         osx::installLogFileBackend();
     }
-    lLog->open(kProgramName, ACE_Log_Msg::SYSLOG | ACE_Log_Msg::CUSTOM, kLoggerKey);
+    const u_long lCustom = ACE_Log_Msg::msg_backend() == nullptr ? 0 : ACE_Log_Msg::CUSTOM;
+    lLog->open(kProgramName, ACE_Log_Msg::SYSLOG | lCustom, kLoggerKey);
 }
 
 void wantStandardError(const char* /*aValue*/) {

@@ -15,6 +15,7 @@
 
 #include "ace/ACE.h"
 #include "ace/Log_Msg.h"
+#include "ace/Log_Msg_Backend.h"
 #include "ace/Thread_Manager.h"
 #include "logging/Arguments.h"
 #include "support/LogCapture.h"
@@ -47,6 +48,15 @@ protected:
     }
 
     std::string mDirectory;
+};
+
+class CountingBackend : public ACE_Log_Msg_Backend {
+public:
+    int open(const ACE_TCHAR*) override { return 0; }
+    int reset() override { return 0; }
+    int close() override { return 0; }
+    ssize_t log(ACE_Log_Record&) override { return ++mLines; }
+    int mLines = 0;
 };
 
 void line(const char* aText) {
@@ -196,4 +206,17 @@ TEST_F(LogFileTest, IsClosedInWhatTheProcessExecutes) {
         }
     }
     EXPECT_EQ(1, lFound);
+}
+
+TEST_F(LogFileTest, LeavesABackEndAloneThatItsOwnerHasTakenOut) {
+    Arguments({"prog", "-LogFile", path("first.txt")}).init();
+    CountingBackend lOwn;
+    ACE_Log_Msg_Backend* const lFormer = ACE_Log_Msg::msg_backend(&lOwn);
+    Arguments({"prog", "-LogFile", path()}).init();
+    line("one");
+    EXPECT_EQ(1, lOwn.mLines);
+    ACE_Log_Msg::msg_backend(lFormer);
+    line("two");
+    EXPECT_EQ(1, lOwn.mLines);
+    EXPECT_EQ("one\ntwo\n", contents());
 }
