@@ -1,0 +1,120 @@
+"""Makes docs/performance.md, and its charts, from the results."""
+
+import pathlib
+import re
+
+from report.charts import chart
+from report.groups import GROUPS
+from report.verdicts import number, rows_of
+
+INTRODUCTION = """# Performance
+
+`./bench` makes this page: it builds the library and the programs in `benchmarks/`, runs them, and
+writes what it finds. Each row is one piece of work, done by the library and by what one would use
+instead, in the same run and in turns; the figures are medians. The floor is the plain system call,
+pthread or ACE. Unless a row says otherwise a figure is processor time, which a busy machine disturbs
+little; where several threads share the work, that of all of them. Figures under `elapsed` are by the
+clock and mean something on an idle machine alone.
+"""
+
+
+def comment_of(group, root):
+    """@return the opening comment of a group's program: what is measured and what differs."""
+    for name in (f"{group.name}_bench.cpp", f"{group.name}.py"):
+        source = root / "benchmarks" / name
+        if source.exists():
+            lines = []
+            for line in source.read_text().splitlines():
+                if not line.startswith("//"):
+                    break
+                lines.append(line[2:].strip())
+            return "\n".join(lines)
+    return ""
+
+
+def cell(result):
+    if result is None:
+        return "-"
+    figures = [number(result["value"], result["unit"])]
+    figures += [f"{key} {value:.3g}" for key, value in result["extra"].items() if key != "elapsed"]
+    return ", ".join(figures)
+
+
+def elapsed(row):
+    figures = [r["extra"].get("elapsed") for r in (row.osx, row.floor or row.fastest) if r]
+    return " / ".join(number(f, "ns") for f in figures) if all(figures) and figures else "-"
+
+
+def table(rows):
+    subjects = list(dict.fromkeys(r["subject"] for row in rows for r in row.results))
+    has_elapsed = any(elapsed(row) != "-" for row in rows)
+    head = ["", *subjects, "÷ floor", "÷ fastest peer"] + ["elapsed"] * has_elapsed + ["verdict"]
+    lines = ["| " + " | ".join(head) + " |", "|---" * len(head) + "|"]
+    for row in rows:
+        by_subject = {r["subject"]: r for r in row.results}
+        ratios = [f"{ratio:.2f}" if ratio else "-"
+                  for ratio in (row.ratio(row.floor), row.ratio(row.fastest))]
+        cells = [row.name, *(cell(by_subject.get(s)) for s in subjects), *ratios]
+        cells += [elapsed(row)] * has_elapsed
+        verdict = row.verdict()
+        cells.append(f"**{verdict.lower()}**" if verdict == "SHORT" else verdict)
+        lines.append("| " + " | ".join(cells) + " |")
+    return "\n".join(lines)
+
+
+def marks_text(rows):
+    marks = {}
+    for row in rows:
+        for mark in row.marks:
+            marks.setdefault(str(mark), []).append(row.name)
+    if len(marks) == 1 and len(next(iter(marks.values()))) == len(rows):
+        return f"To reach: {next(iter(marks))}."
+    return "\n".join(["To reach:", ""] + [f"- {mark}: {'; '.join(names)}"
+                                          if len(names) < len(rows) else f"- {mark}: every row"
+                                          for mark, names in marks.items()])
+
+
+def section(group, results, root, pictures):
+    rows = rows_of(group, results)
+    if not rows:
+        return ""
+    charted = [row for row in rows if re.search(group.chart, row.name)
+               and row.results[0]["unit"] == rows[0].results[0]["unit"]]
+    (pictures / f"{group.name}.svg").write_text(chart(group.title, charted))
+    parts = [f"## {group.title}", comment_of(group, root), marks_text(rows), table(rows),
+             f"![{group.title}](performance/{group.name}.svg)"]
+    return "\n\n".join(part for part in parts if part) + "\n"
+
+
+def machine(about):
+    lines = ["## The machine", "", "| | |", "|---|---|"]
+    lines += [f"| {key} | {value} |" for key, value in about.items() if key != "warnings"]
+    lines += [""] + [f"**Note:** {warning}" for warning in about["warnings"]]
+    return "\n".join(lines) + "\n"
+
+
+def summary(results):
+    rows = [row for group in GROUPS for row in rows_of(group, results)]
+    judged = [row for row in rows if row.verdict() != "shown"]
+    short = [row for row in judged if row.verdict() == "SHORT"]
+    lines = [f"{len(judged) - len(short)} of {len(judged)} rows reach their mark. Those that fall "
+             "short, the worst first:" if short else f"All {len(judged)} rows reach their mark."]
+    if short:
+        lines += ["", "| group | row | osx | ÷ floor | ÷ fastest peer |", "|---|---|---|---|---|"]
+    for row in sorted(short, key=lambda row: -max(filter(None, (row.ratio(row.floor),
+                                                                row.ratio(row.fastest))))):
+        ratios = [f"{ratio:.2f}" if ratio else "-"
+                  for ratio in (row.ratio(row.floor), row.ratio(row.fastest))]
+        lines.append(f"| {row.group.title} | {row.name} | {cell(row.osx)} | "
+                     f"{' | '.join(ratios)} |")
+    return "\n".join(lines) + "\n"
+
+
+def write(data, root):
+    docs = pathlib.Path(root) / "docs"
+    pictures = docs / "performance"
+    pictures.mkdir(exist_ok=True)
+    parts = [INTRODUCTION, machine(data["about"]), "## Where it falls short\n\n"
+             + summary(data["results"])]
+    parts += [section(group, data["results"], root, pictures) for group in GROUPS]
+    (docs / "performance.md").write_text("\n".join(part for part in parts if part))

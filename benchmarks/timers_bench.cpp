@@ -1,0 +1,296 @@
+// Timers: one is created and destroyed while others are pending, by the thread of the loop and by
+// another; and how late a timer fires. What differs: libuv's timers are for the thread of their
+// loop alone; libuv and Asio free a timer at a later turn of the loop, which is here taken in every
+// 256th time. POCO is left out: its timers are a thread each, or stay queued when cancelled.
+#include <glib.h>
+#include <uv.h>
+
+#include <algorithm>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstdint>
+#include <future>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "osx/OSX_Reactor.h"
+#include "osx/osx.h"
+#include "support/bench.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr long kHourMs = 3600000;
+constexpr unsigned int kSweep = 256;
+constexpr long kShortMs = 2;
+constexpr int kFirings = 50;
+/// The library destroys a timer in a time that grows with their number: more take minutes.
+constexpr int kMany = 10000;
+
+/// When a timer fired, told by the loop's thread to the one that waits.
+class Firing {
+public:
+    void happened() { mTime.set_value(Clock::now()); }
+    Clock::time_point wait() { return mTime.get_future().get(); }
+
+private:
+    std::promise<Clock::time_point> mTime;
+};
+
+/// Calls at every 256th time.
+class Sweep {
+public:
+    template <class Work>
+    void tick(Work aWork) {
+        if (++mCount % kSweep == 0) {
+            aWork();
+        }
+    }
+
+private:
+    unsigned int mCount = 0;
+};
+
+// --- the subjects: a loop with timers, whose thread is started on demand ---
+
+class OsxLoop {
+public:
+    using Timer = void*;
+    OsxLoop() { reactor().initReactor(); }
+    ~OsxLoop() { reactor().stopAndDeleteReactorThreads(); }
+    OsxLoop(const OsxLoop&) = delete;
+    OsxLoop& operator=(const OsxLoop&) = delete;
+    void startThread() { reactor().startReactor(); }
+    Timer create(long aMs) { return osxCreateTimer(nothing, nullptr, aMs, 0); }
+    void destroy(Timer aTimer) { osxDestroyTimer(aTimer); }
+    Clock::time_point fire(Firing& aFiring) {
+        void* lTimer = osxCreateTimer(fired, &aFiring, kShortMs, 0);
+        const auto lTime = aFiring.wait();
+        osxDestroyTimer(lTimer);
+        return lTime;
+    }
+
+private:
+    static OSX_Reactor& reactor() {
+        return *ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance();
+    }
+    static void nothing(const void*) {}
+    static void fired(const void* aFired) {
+        static_cast<Firing*>(const_cast<void*>(aFired))->happened();
+    }
+};
+
+class GlibLoop {
+public:
+    using Timer = guint;
+    ~GlibLoop() {
+        if (mThread.joinable()) {
+            g_main_loop_quit(mLoop);
+            mThread.join();
+        }
+        g_main_loop_unref(mLoop);
+    }
+    GlibLoop() = default;
+    GlibLoop(const GlibLoop&) = delete;
+    GlibLoop& operator=(const GlibLoop&) = delete;
+    void startThread() {
+        mThread = std::thread([this] { g_main_loop_run(mLoop); });
+        while (g_main_loop_is_running(mLoop) == FALSE) {
+            std::this_thread::yield();
+        }
+    }
+    Timer create(long aMs) { return g_timeout_add(static_cast<guint>(aMs), nothing, nullptr); }
+    void destroy(Timer aTimer) { g_source_remove(aTimer); }
+    Clock::time_point fire(Firing& aFiring) {
+        g_timeout_add(kShortMs, fired, &aFiring);
+        return aFiring.wait();
+    }
+
+private:
+    static gboolean nothing(void*) { return G_SOURCE_REMOVE; }
+    static gboolean fired(void* aFired) {
+        static_cast<Firing*>(aFired)->happened();
+        return G_SOURCE_REMOVE;
+    }
+    GMainLoop* mLoop = g_main_loop_new(nullptr, FALSE);
+    std::thread mThread;
+};
+
+class AsioLoop {
+public:
+    using Timer = boost::asio::steady_timer*;
+    AsioLoop() : mWork(boost::asio::make_work_guard(mContext)) {}
+    ~AsioLoop() {
+        mContext.stop();
+        if (mThread.joinable()) {
+            mThread.join();
+        }
+    }
+    AsioLoop(const AsioLoop&) = delete;
+    AsioLoop& operator=(const AsioLoop&) = delete;
+    void startThread() {
+        mThread = std::thread([this] { mContext.run(); });
+    }
+    Timer create(long aMs) {
+        auto* lTimer = new boost::asio::steady_timer(mContext, std::chrono::milliseconds(aMs));
+        lTimer->async_wait([](const boost::system::error_code&) {});
+        return lTimer;
+    }
+    void destroy(Timer aTimer) {
+        delete aTimer;
+        if (!mThread.joinable()) {
+            mSweep.tick([this] { mContext.poll(); });
+        }
+    }
+    Clock::time_point fire(Firing& aFiring) {
+        boost::asio::steady_timer lTimer(mContext, std::chrono::milliseconds(kShortMs));
+        lTimer.async_wait([&](const boost::system::error_code&) { aFiring.happened(); });
+        return aFiring.wait();
+    }
+
+private:
+    boost::asio::io_context mContext;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> mWork;
+    std::thread mThread;
+    Sweep mSweep;
+};
+
+class UvLoop {
+public:
+    using Timer = uv_timer_t*;
+    UvLoop() { uv_loop_init(&mLoop); }
+    ~UvLoop() {
+        uv_run(&mLoop, UV_RUN_NOWAIT);
+        uv_loop_close(&mLoop);
+    }
+    UvLoop(const UvLoop&) = delete;
+    UvLoop& operator=(const UvLoop&) = delete;
+    Timer create(long aMs) {
+        auto* lTimer = new uv_timer_t;
+        uv_timer_init(&mLoop, lTimer);
+        uv_timer_start(
+            lTimer, [](uv_timer_t*) {}, static_cast<std::uint64_t>(aMs), 0);
+        return lTimer;
+    }
+    void destroy(Timer aTimer) {
+        uv_close(reinterpret_cast<uv_handle_t*>(aTimer),
+                 [](uv_handle_t* aHandle) { delete reinterpret_cast<uv_timer_t*>(aHandle); });
+        mSweep.tick([this] { uv_run(&mLoop, UV_RUN_NOWAIT); });
+    }
+    Clock::time_point fire(Firing& aFiring) {
+        uv_timer_t lTimer;
+        uv_timer_init(&mLoop, &lTimer);
+        lTimer.data = &aFiring;
+        uv_update_time(&mLoop);
+        uv_timer_start(&lTimer, fired, kShortMs, 0);
+        uv_run(&mLoop, UV_RUN_DEFAULT);
+        return aFiring.wait();
+    }
+
+private:
+    static void fired(uv_timer_t* aTimer) {
+        static_cast<Firing*>(aTimer->data)->happened();
+        uv_close(reinterpret_cast<uv_handle_t*>(aTimer), nullptr);
+    }
+    uv_loop_t mLoop{};
+    Sweep mSweep;
+};
+
+// --- the work ---
+
+template <class Loop>
+void createAndDestroy(benchmark::State& aState, Loop& aLoop, int aPending) {
+    std::vector<typename Loop::Timer> lPending;
+    for (int lTimer = 0; lTimer < aPending; ++lTimer) {
+        lPending.push_back(aLoop.create(kHourMs + lTimer));
+    }
+    for (auto lOnce : aState) {
+        aLoop.destroy(aLoop.create(kHourMs));
+    }
+    for (const auto lTimer : lPending) {
+        aLoop.destroy(lTimer);
+    }
+}
+
+template <class Loop>
+void byLoopThread(benchmark::State& aState, int aPending) {
+    Loop lLoop;
+    createAndDestroy(aState, lLoop, aPending);
+}
+
+template <class Loop>
+void byOtherThread(benchmark::State& aState, int aPending) {
+    Loop lLoop;
+    lLoop.startThread();
+    createAndDestroy(aState, lLoop, aPending);
+}
+
+/// The time of an iteration is the lateness.
+template <class Loop>
+void fire(benchmark::State& aState, Loop& aLoop) {
+    std::vector<double> lLateness;
+    for (auto lOnce : aState) {
+        Firing lFiring;
+        const auto lDue = Clock::now() + std::chrono::milliseconds(kShortMs);
+        const auto lTime = aLoop.fire(lFiring);
+        lLateness.push_back(std::chrono::duration<double>(lTime - lDue).count());
+        aState.SetIterationTime(std::max(lLateness.back(), 0.0));
+    }
+    std::sort(lLateness.begin(), lLateness.end());
+    aState.counters["p99"] = lLateness[lLateness.size() * 99 / 100] * 1e9;
+}
+
+template <class Loop>
+void fireByThread(benchmark::State& aState) {
+    Loop lLoop;
+    lLoop.startThread();
+    fire(aState, lLoop);
+}
+
+void fireByUv(benchmark::State& aState) {
+    UvLoop lLoop;
+    fire(aState, lLoop);
+}
+
+template <class Work>
+void enterLateness(const char* aRole, const char* aSubject, Work aWork) {
+    bench::add("lateness of a timer of 2 ms", aRole, aSubject, aWork)
+        ->UseManualTime()
+        ->Iterations(kFirings);
+}
+
+template <class Loop>
+void enterByLoop(const char* aRole, const char* aSubject) {
+    for (const int lPending : {10, 1000, kMany}) {
+        bench::add("create and destroy, by the loop's thread, pending: " + std::to_string(lPending),
+                   aRole, aSubject,
+                   [=](benchmark::State& aState) { byLoopThread<Loop>(aState, lPending); });
+    }
+}
+
+template <class Loop>
+void enterByOther(const char* aRole, const char* aSubject) {
+    for (const int lPending : {10, 1000, kMany}) {
+        bench::add("create and destroy, by another thread, pending: " + std::to_string(lPending),
+                   aRole, aSubject,
+                   [=](benchmark::State& aState) { byOtherThread<Loop>(aState, lPending); });
+    }
+    enterLateness(aRole, aSubject, fireByThread<Loop>);
+}
+
+}  // namespace
+
+void bench::enterSubjects() {
+    enterByLoop<OsxLoop>(kOsx, "osx");
+    enterByLoop<UvLoop>(kPeer, "libuv");
+    enterByLoop<GlibLoop>(kPeer, "GLib");
+    enterByLoop<AsioLoop>(kPeer, "Asio");
+    enterByOther<OsxLoop>(kOsx, "osx");
+    enterByOther<GlibLoop>(kPeer, "GLib");
+    enterByOther<AsioLoop>(kPeer, "Asio");
+    enterLateness(kPeer, "libuv", fireByUv);
+}
