@@ -10,6 +10,8 @@ shift 3
 ccache_dir=${CCACHE_DIR:-$HOME/.cache/ccache}
 mkdir -p "$root"/{src,build,ccache} "$build" "$ccache_dir"
 
+# Itself a mount, to become the root of all: a mere chroot would hinder tests that mount, too.
+mount --bind "$root" "$root"
 mount --bind "$source" "$root/src"
 mount -o remount,bind,ro "$root/src"
 mount --bind "$build" "$root/build"
@@ -21,6 +23,10 @@ mount -t tmpfs tmpfs "$root/tmp"
 mount -t tmpfs tmpfs "$root/run"
 ip link set lo up
 
-chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
+cd "$root"
+pivot_root . mnt
+cd /
+umount -l mnt
+/usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
     TERM="${TERM:-dumb}" CCACHE_DIR=/ccache CCACHE_BASEDIR=/src \
     /bin/bash -c 'cd /build && exec "$@"' inside "$@"
