@@ -66,6 +66,28 @@ ifaddrs* interfaces(bool aWithEthernet) {
     return lList;
 }
 
+/// Interfaces with these addresses; in one piece of memory, too.
+ifaddrs* interfacesAt(const std::vector<std::uint32_t>& aAddresses) {
+    struct Interface {
+        ifaddrs entry;
+        sockaddr_in address;
+    };
+    static std::array<char, 5> gName{"osx0"};
+    auto* const lList =
+        static_cast<Interface*>(std::calloc(aAddresses.size() + 1, sizeof(Interface)));
+    for (std::size_t lIndex = 0; lIndex < aAddresses.size(); ++lIndex) {
+        Interface& lInterface = lList[lIndex];
+        lInterface.address.sin_family = AF_INET;
+        lInterface.address.sin_addr.s_addr = htonl(aAddresses[lIndex]);
+        lInterface.entry.ifa_name = gName.data();
+        lInterface.entry.ifa_flags = IFF_UP;
+        lInterface.entry.ifa_addr = reinterpret_cast<sockaddr*>(&lInterface.address);
+        const bool lIsLast = lIndex + 1 == aAddresses.size();
+        lInterface.entry.ifa_next = lIsLast ? nullptr : &lList[lIndex + 1].entry;
+    }
+    return &lList->entry;
+}
+
 }  // namespace
 
 extern "C" {
@@ -133,6 +155,14 @@ OSX_EXPORT int nanosleep(const timespec* aTime, timespec* aRest) {
 
 OSX_EXPORT int getifaddrs(ifaddrs** aList) noexcept {
     test::FakeHost* const lHost = gHost;
+    if (lHost != nullptr && lHost->listingInterfacesFails) {
+        errno = ENOBUFS;
+        return -1;
+    }
+    if (lHost != nullptr && lHost->addresses) {
+        *aList = interfacesAt(*lHost->addresses);
+        return 0;
+    }
     if (lHost != nullptr && (lHost->hasNoInterfaces || lHost->mac)) {
         *aList = interfaces(lHost->mac.has_value());
         return 0;

@@ -6,6 +6,7 @@
 #define OSX_TESTS_OSX_FAKEHOST_H
 
 #include <array>
+#include <cstdint>
 #include <ctime>
 #include <optional>
 #include <string>
@@ -34,6 +35,9 @@ public:
     /// The hardware address of the only interface that is not the loopback.
     std::optional<std::array<unsigned char, 6>> mac;
     bool hasNoInterfaces = false;
+    /// The IPv4 addresses of the interfaces, most significant byte first.
+    std::optional<std::vector<std::uint32_t>> addresses;
+    bool listingInterfacesFails = false;
 };
 
 /// Moves the wall clock, as the process sees it, from now on.

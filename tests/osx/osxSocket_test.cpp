@@ -21,6 +21,7 @@
 
 #include "ace/INET_Addr.h"
 #include "ace/SOCK_Stream.h"
+#include "osx/FakeHost.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
@@ -508,6 +509,45 @@ TEST(Host, TheThreeWaysToAskForTheAddressAgree) {
     in_addr lParsed{};
     ASSERT_EQ(1, ::inet_pton(AF_INET, lText, &lParsed)) << lText;
     EXPECT_EQ(lNumber, static_cast<unsigned long>(ntohl(lParsed.s_addr)));
+}
+
+TEST(Host, AddressIsTheFirstThatIsNotTheLoopback) {
+    test::FakeHost lHost;
+    lHost.addresses = {INADDR_LOOPBACK, 0x0A010203, 0x0A090909};
+    unsigned long lNumber = 0;
+    char lText[16] = {};
+    EXPECT_EQ(0UL, osxGetIpAddr(lNumber));
+    EXPECT_EQ(0x0A010203UL, lNumber);
+    EXPECT_EQ(0UL, osxGetIpAddr(lText));
+    EXPECT_STREQ("10.1.2.3", lText);
+}
+
+TEST(Host, AddressIsTheLoopbackWhereThereIsNoOther) {
+    test::FakeHost lHost;
+    lHost.addresses = {INADDR_LOOPBACK};
+    unsigned long lNumber = 0;
+    char lText[16] = {};
+    EXPECT_EQ(0UL, osxGetIpAddr(lNumber));
+    EXPECT_EQ(0x7F000001UL, lNumber);
+    EXPECT_EQ(0UL, osxGetIpAddr(lText));
+    EXPECT_STREQ("127.0.0.1", lText);
+}
+
+TEST(Host, InterfacesThatCannotBeListedFail) {
+    test::FakeHost lHost;
+    lHost.listingInterfacesFails = true;
+    unsigned long lNumber = 77;
+    char lText[16] = "as before";
+    ACE_CString lString("as before");
+    const test::LogCapture lLog;
+    EXPECT_EQ(kFailed, osxGetIpAddr(lNumber));
+    EXPECT_EQ(77UL, lNumber);
+    expectOneLine(lLog, "%t osxGetIpAddr: ACE_Sock_Connect::get_ip_interfaces failed. \n",
+                  LM_ERROR);
+    EXPECT_EQ(kFailed, osxGetIpAddr(lText));
+    EXPECT_STREQ("as before", lText);
+    EXPECT_EQ(kFailed, osxGetIpAddr(lString));
+    EXPECT_STREQ("as before", lString.c_str());
 }
 
 TEST(Host, NameIsCutToTheBufferAndTerminated) {
