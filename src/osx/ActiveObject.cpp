@@ -8,6 +8,7 @@
 
 #include "ace/Message_Block.h"
 #include "base/allocate.h"
+#include "osx/startThread.h"
 
 namespace {
 
@@ -51,7 +52,7 @@ ActiveObject::~ActiveObject() {
 }
 
 int ActiveObject::init() {
-    return activate(THR_NEW_LWP, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1);
+    return osx::startThread(*this);
 }
 
 int ActiveObject::insert(ACE_Method_Request* aRequest) {

@@ -11,6 +11,7 @@
 #include "base/allocate.h"
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
+#include "osx/startThread.h"
 
 namespace {
 
@@ -41,7 +42,7 @@ int OSX_ReactorThread::init() {
         mPhase = kIdle;
         mEnded = false;
     }
-    const int lResult = activate(THR_NEW_LWP, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1);
+    const int lResult = osx::startThread(*this);
     if (lResult != 0) {
         const std::lock_guard<std::mutex> lGuard(mMutex);
         mEnded = true;

@@ -3,10 +3,19 @@
 #ifndef OSX_OSX_EVENTLOOP_H
 #define OSX_OSX_EVENTLOOP_H
 
+#include "ace/Event_Handler.h"
+
 class ACE_Reactor;
 class ACE_Time_Value;
 
 namespace osx {
+
+/// @name Leaving the reactor without its calling `handle_close`
+/// @{
+constexpr ACE_Reactor_Mask kRemoveSilently =
+    ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL;  ///< For `remove_handler`.
+constexpr int kDontCallHandleClose = 1;                                 ///< For `cancel_timer`.
+/// @}
 
 /// @return the process-wide reactor; null when neither the library nor the application has
 ///         installed one. `ACE_Reactor::instance()` would make one.

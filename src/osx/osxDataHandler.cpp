@@ -13,12 +13,8 @@
 using osx::DiagnosticLine;
 
 namespace {
-
 constexpr char kModule[] = "osxDataHandler.cpp";
 constexpr std::size_t kChunkSize = 2048;
-constexpr ACE_Reactor_Mask kRemoveSilently =
-    ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL;
-
 }  // namespace
 
 osxHandlerCount osxDataHandler::mNrCreated;
@@ -73,7 +69,7 @@ int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
         return 0;
     }
     if (reactor() != nullptr) {
-        reactor()->remove_handler(mDescriptor, kRemoveSilently);
+        reactor()->remove_handler(mDescriptor, osx::kRemoveSilently);
     }
     DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_close: handle = %d\n", mDescriptor);
     if (mCallbacks.aClosedConnectionFnc != nullptr) {

@@ -10,6 +10,7 @@
 #include "ace/Reactor.h"
 #include "base/allocate.h"
 #include "base/assertion.h"
+#include "base/closeKeepingErrno.h"
 #include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
 
@@ -20,9 +21,6 @@ namespace {
 constexpr char kModule[] = "osxListenHandler.cpp";
 constexpr int kBacklog = 5;
 constexpr std::chrono::seconds kReportInterval(1);
-constexpr ACE_Reactor_Mask kRemoveSilently =
-    ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL;
-constexpr int kDontCallHandleClose = 1;
 
 ACE_Time_Value pauseTime() {
     return ACE_Time_Value(0, 100000);
@@ -54,12 +52,6 @@ ACE_HANDLE acceptOn(int aSocket, ACE_INET_Addr& aPeer) {
         aPeer.set(&lPeer, static_cast<int>(lLength));
     }
     return lConnection;
-}
-
-void closeKeepingErrno(int aDescriptor) {
-    const int lError = errno;
-    ::close(aDescriptor);
-    errno = lError;
 }
 
 }  // namespace
@@ -94,8 +86,8 @@ osxListenHandler::~osxListenHandler() {
 void osxListenHandler::close() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
-        reactor()->remove_handler(mAcceptor.get_handle(), kRemoveSilently);
-        reactor()->cancel_timer(this, kDontCallHandleClose);
+        reactor()->remove_handler(mAcceptor.get_handle(), osx::kRemoveSilently);
+        reactor()->cancel_timer(this, osx::kDontCallHandleClose);
         closeAcceptor();
     }
 }
@@ -138,7 +130,7 @@ void osxListenHandler::openAcceptor() {
         return;
     }
     if (!listenOn(lSocket, mLocalAddress)) {
-        closeKeepingErrno(lSocket);
+        osx::closeKeepingErrno(lSocket);
         return;
     }
     mAcceptor.set_handle(lSocket);
@@ -204,7 +196,7 @@ void osxListenHandler::openSpare() {
 
 void osxListenHandler::pause() {
     if (reactor()->schedule_timer(this, nullptr, pauseTime()) != -1) {
-        reactor()->remove_handler(mAcceptor.get_handle(), kRemoveSilently);
+        reactor()->remove_handler(mAcceptor.get_handle(), osx::kRemoveSilently);
     }
 }
 
@@ -238,7 +230,7 @@ int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) 
     auto* const lDataHandler =
         osx::allocate<osxDataHandler>(ACE_SOCK_Stream(aConnection), aPeer, mCallbacks);
     if (lDataHandler == nullptr) {
-        closeKeepingErrno(aConnection);
+        osx::closeKeepingErrno(aConnection);
         return -1;
     }
     lDataHandler->remove_reference();

@@ -3,17 +3,12 @@
 #include "base/diagnosticLine.h"
 #include "osx/ThreadACE.h"
 #include "osx/osx.h"
+#include "osx/startThread.h"
 
 using osx::DiagnosticLine;
 
 namespace {
-
 constexpr char kModule[] = "osxACE.cpp";
-
-bool start(ThreadACE& aThread) {
-    return aThread.activate(THR_NEW_LWP, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1) == 0;
-}
-
 }  // namespace
 
 unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long, unsigned long, void* aArgument,
@@ -22,7 +17,7 @@ unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long, unsigned long
     if (lThread == nullptr) {
         return OSX_OK;
     }
-    if (!start(*lThread)) {
+    if (osx::startThread(*lThread) != 0) {
         delete lThread;
         return OSX_OK;
     }

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
@@ -11,6 +10,7 @@
 #include <cstring>
 
 #include "ace/INET_Addr.h"
+#include "base/closeKeepingErrno.h"
 
 namespace {
 
@@ -111,9 +111,7 @@ int connectSocket(const ACE_INET_Addr& aAddress, std::chrono::milliseconds aLimi
     const Clock::time_point lDeadline = Clock::now() + aLimit;
     const int lSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (lSocket != -1 && !establish(lSocket, aAddress, lDeadline)) {
-        const int lError = errno;
-        ::close(lSocket);
-        errno = lError;
+        closeKeepingErrno(lSocket);
         return -1;
     }
     return lSocket;

@@ -11,7 +11,6 @@ namespace {
 
 constexpr char kModule[] = "osxTimeoutHandler.cpp";
 constexpr std::chrono::milliseconds kCallbackGrace(250);
-constexpr int kDontCallHandleClose = 1;
 
 /// The timer whose callback the thread is running.
 thread_local const osx::TimerSchedule* tCurrent = nullptr;
