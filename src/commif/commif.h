@@ -41,7 +41,7 @@ constexpr int COMMIF_ERR_NOT_OPEN = 10005;         ///< The descriptor is not ta
 constexpr int COMMIF_ERR_BAD_DESCRIPTOR = 10006;   ///< The descriptor is not in 0 to 202.
 constexpr int COMMIF_ERR_TIMEOUT = 10011;          ///< A read did not get its data in time.
 constexpr int COMMIF_ERR_BAD_IOCTL = 10012;        ///< The channel has no such command.
-constexpr int COMMIF_ERR_BAD_ARGUMENT = 10014;     ///< Seek from another origin than 0, 1 or 2.
+constexpr int COMMIF_ERR_BAD_ARGUMENT = 10014;     ///< Null where needed, or no such seek origin.
 constexpr int COMMIF_ERR_NO_DEVICE = 10015;  ///< The descriptor has no port or file behind it.
 constexpr int COMMIF_ERR_FILE_OPEN = 10101;  ///< A file could not be opened.
 constexpr int COMMIF_ERR_FILE_IO = 10108;    ///< A file or directory operation failed.
@@ -309,8 +309,9 @@ OSX_EXPORT int commIfFileRead(int aDesc, unsigned char* aBuf, unsigned long aCou
 OSX_EXPORT int commIfFileWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                                unsigned long* aRetCount);
 
-/// @return 0; 10108 when seeking, syncing or sizing failed; 10014 for a seek from another origin;
-///         10012 for another command; 10015 (with a line) without a file.
+/// @return 0; 10108 when seeking, syncing or sizing failed (sizing with a line); 10014 for a seek
+///         from another origin, or a null `aData` with 50 and 52; 10012 for another command; 10015
+///         (with a line) without a file.
 OSX_EXPORT int commIfFileIoctl(int aDesc, unsigned long aCmd, void* aData);
 
 /// Closes the file. @return 0; 10015 (with a line) without a file.
@@ -330,8 +331,8 @@ OSX_EXPORT int commIfFileDelete(const char* aName);
 /// Copies a file's bytes over the beginning of another, which is created with the permissions 0644
 /// if need be. What a longer destination has beyond them stays. Failing reads and writes of the
 /// copying itself are not reported.
-/// @return 0; 10101 (with a line) when either cannot be opened; 10015 when the size of the source
-///         cannot be found.
+/// @return 0; 10101 (with a line) when either cannot be opened; 10015 (with a line) when the size
+///         of the source cannot be found.
 OSX_EXPORT int commIfFileCopy(const char* aSource, const char* aDestination);
 
 /// @param[out] aSize size in bytes. @return 0; 10108 (with a line) when it cannot be found.
@@ -350,11 +351,10 @@ OSX_EXPORT void commIfFilenameToUpper(const char* aName, char* aUpper);
 /// Begins a listing.
 /// @param aDirectory null for "/".
 /// @param[out] aFirstName the first name, with its terminator: up to 256 bytes.
-/// @param[out] aHandle the listing, to be given to `commIfDirClose` in the end, also when the
-/// result
+/// @param[out] aHandle the listing, to be given to `commIfDirClose` in the end, also if the result
 ///        is 10116; untouched when it is 10108.
 /// @return 0; 10116 when the directory cannot be opened (with a line) or is empty; 10108 (with a
-///         line) when memory is short.
+///         line) when memory is short, or `aHandle` is null.
 OSX_EXPORT int commIfDirOpen(char* aDirectory, char* aFirstName, void** aHandle);
 
 /// @param[out] aName the next name, as in `commIfDirOpen`.
@@ -377,21 +377,23 @@ OSX_EXPORT int commIfDirDefaultSet(const char* aDirectory);
 OSX_EXPORT int commIfMsgOpen(int aDesc, commIfMsgParams_t* aParams, const char* aQueueName);
 
 /// Takes the oldest message, cut to `aCount` bytes, waiting for it up to the read time-out.
-/// @param[out] aRetCount its size; untouched if there was none.
-/// @return 0; 10011 when there was no message in time; 10152 when receiving failed otherwise.
+/// @param[out] aRetCount bytes put in `aBuf`; untouched if there was no message.
+/// @return 0, also (with a line) without a queue; 10011 when there was no message in time; 10152
+///         when receiving failed otherwise.
 OSX_EXPORT int commIfMsgRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                              unsigned long* aRetCount);
 
 /// Puts a message in the queue, waiting without limit while it is full.
-/// @param[out] aRetCount `aCount`, or 0 on a failure.
-/// @return the status of `osxMsgSend`.
+/// @param[out] aRetCount `aCount`, also when the message was lost because memory for it was short
+///        (`errno` is ENOMEM) or there is no queue.
+/// @return the status of `osxMsgSend`, which is 0 always.
 OSX_EXPORT int commIfMsgWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);
 
 /// @return 0; 10012 for another command than 5 and 6.
 OSX_EXPORT int commIfMsgIoctl(int aDesc, unsigned long aCmd, void* aData);
 
-/// Deletes the queue. @return 0 always.
+/// Deletes the queue; without one a line says so. @return 0 always.
 OSX_EXPORT int commIfMsgClose(int aDesc);
 /// @}
 

@@ -43,8 +43,7 @@ public:
     /// @param aTimeout how long to wait, at most, for each next piece of the data: it runs anew
     ///        whenever something came. Zero takes what is there without waiting; null waits without
     ///        limit. A step of the wall clock does not matter.
-    /// @param[out] aBytesTransferred how many bytes are in the buffer, also on failure; may be
-    /// null.
+    /// @param[out] aBytesTransferred how many bytes are in the buffer, on failure too; may be null.
     /// @return 0 when all bytes came, or when the line was hung up after fewer; 10011 when the time
     ///         elapsed before; -1 on any other failure (`errno`), such as a signal's (EINTR).
     int recv_n(void* aBuffer, unsigned int aLength, const ACE_Time_Value* aTimeout,

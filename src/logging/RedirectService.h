@@ -42,7 +42,8 @@ public:
     RedirectService(const RedirectService&) = delete;
     RedirectService& operator=(const RedirectService&) = delete;
 
-    /// Sets the TCP port for the next `init`.
+    /// Sets the port for the next `init`; call it on the thread that does.
+    /// @param aPort TCP port; only the low 16 bits count.
     void setPortNumber(long aPort);
 
     /// Starts the worker thread, waits until it runs, and opens the port. A port that cannot be

@@ -35,8 +35,8 @@ public:
 
     /// Waits, without limit, until the thread has ended. Unlike `wait()` it may be called any
     /// number of times, by several threads at once.
-    /// @return 0; -1 when the thread waits for itself (`errno` EDEADLK) or memory is short
-    /// (ENOMEM).
+    /// @return 0; -1 when the thread waits for itself (`errno` EDEADLK), or when memory is short
+    ///         (ENOMEM).
     int join();
 
 private:

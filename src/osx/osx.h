@@ -177,7 +177,8 @@ OSX_EXPORT void osxDeleteCriticalSection(osxCriticalSection_t* aSection);
 /// @{
 
 /// Runs the event loop on the calling thread until it is ended, serving callbacks.
-/// @return 0 at once when no reactor is installed, else the result of the loop.
+/// @return 0 when it was ended, or at once when no reactor is installed or it has been stopped; -1
+///         when waiting for events failed (`errno`).
 OSX_EXPORT int osxRunReactor();
 
 /// Ends every running and future event loop of the process-wide reactor. Returns at once.
@@ -210,8 +211,9 @@ OSX_EXPORT void* osxCreateTimer(void (*aFunction)(const void*), void* aArgument,
 /// @return 1 if a timer was stopped, 0 if there was none to stop, -1 on failure or for null.
 OSX_EXPORT int osxCancelTimer(void* aHandle);
 
-/// Stops and frees a timer. No callback begins after it returns; a callback that is running on
-/// another thread at that moment is for the caller to avoid.
+/// Stops and frees a timer. No callback begins after it returns. One that is under way on another
+/// thread is waited for, for at most 250 ms; one that lasts longer is for the caller to avoid. A
+/// timer may be destroyed by its own callback.
 /// @param[in,out] aHandle a timer, set to null; null writes a line.
 OSX_EXPORT void osxDestroyTimer(void*& aHandle);
 /// @}
@@ -303,7 +305,8 @@ OSX_EXPORT int cmp_names(const void* aLeft, const void* aRight);
 /// @name Time and host
 /// @{
 
-/// Sleeps for some milliseconds. A signal ends the sleep early; the rest of the time is dropped.
+/// Sleeps. A signal ends the sleep early; the rest of the time is dropped.
+/// @param aMs how long; 0 returns at once. `OSX_INFINITE_TIMEOUT` is a number here, 49.7 days.
 OSX_EXPORT void osxSleep(unsigned long aMs);
 
 /// Reads the wall clock as local time. Every pointer must be given. Threads may call it at once,

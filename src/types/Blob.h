@@ -55,8 +55,7 @@ public:
     bool isOwner() const noexcept { return mOwner; }
 
     /// @param aSize number of bytes.
-    /// @return a buffer from `malloc`, the caller's; null, with `errno` ENOMEM, when memory is
-    /// short
+    /// @return a buffer from `malloc`, the caller's; null, with `errno` ENOMEM, if memory is short
     ///         or the size negative.
     static unsigned char* allocate(long aSize) noexcept;
 

@@ -46,9 +46,8 @@ public:
     ///         object's.
     const unsigned char* getData() const noexcept;
     /// Takes 16 bytes as `getData` gives them.
-    /// @param aSize with anything but 16 the identifier becomes all zero and `aData` is not read;
-    /// so
-    ///        it does with null data.
+    /// @param aSize with anything but 16 the identifier becomes all zero and `aData` is not read.
+    ///        So it does with null data.
     void setData(const unsigned char* aData, long aSize) noexcept;
 
     bool operator==(const ObjectID& aOther) const noexcept;
