@@ -1,17 +1,7 @@
 #include <cstdint>
-#include <cstdlib>
 
+#include "fuzz/require.h"
 #include "types/FlexVar.h"
-
-namespace {
-
-void require(bool aCondition) {
-    if (!aCondition) {
-        std::abort();
-    }
-}
-
-}  // namespace
 
 // Any text has a type and a value; the same text gives the same, also from the string held.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* aData, std::size_t aSize) {

@@ -1,7 +1,7 @@
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include "fuzz/require.h"
 #include "types/FlexVar.h"
 
 namespace {
@@ -11,12 +11,6 @@ using Wide = ACE_String_Base<wchar_t>;
 
 constexpr unsigned char kWide = 0x80;
 constexpr unsigned char kTypes = 17;
-
-void require(bool aCondition) {
-    if (!aCondition) {
-        std::abort();
-    }
-}
 
 FlexVar start(int aType) {
     switch (aType) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/require.h"
 #include "logging/Logging.h"
 
 namespace {
@@ -31,8 +32,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* aData, std::size_t aSi
     void* lUserData = nullptr;
     NewLogLevelData(nullptr, lUserData, lChunk.data(), lChunk.size());
     const std::string lText(lChunk.begin(), lChunk.end());
-    if (getLogLevel() != expectedLevel(lText)) {
-        std::abort();
-    }
+    require(getLogLevel() == expectedLevel(lText));
     return 0;
 }

@@ -1,17 +1,7 @@
 #include <cstdint>
-#include <cstdlib>
 
+#include "fuzz/require.h"
 #include "types/ObjectID.h"
-
-namespace {
-
-void require(bool aCondition) {
-    if (!aCondition) {
-        std::abort();
-    }
-}
-
-}  // namespace
 
 // Any text may be parsed; what it gives prints as 36 characters that give the same again.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* aData, std::size_t aSize) {
