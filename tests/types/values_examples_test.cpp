@@ -8,6 +8,7 @@
 #include "types/Blob.h"
 #include "types/FlexVar.h"
 #include "types/ObjectID.h"
+#include "types/ObjectIDMap.h"
 
 TEST(ValuesExamples, TakeTheirKindFromTheArgument) {
     FlexVar lSpeed(9600);                 // an Int
@@ -104,10 +105,33 @@ TEST(ValuesExamples, ReadTextsWithSurprises) {
     EXPECT_EQ(9, lDate.getDateTime().day());
 }
 
+TEST(ValuesExamples, BorrowOrOwnTheirBytes) {
+    unsigned char lBuffer[] = {1, 2, 3};
+    const Blob lBorrowed(lBuffer, 3, false);  // sees what happens to the buffer
+    const Blob lCopy(lBorrowed);              // does not
+    lBuffer[0] = 9;
+    EXPECT_EQ(9, lBorrowed.getData()[0]);
+    EXPECT_EQ(1, lCopy.getData()[0]);
+    EXPECT_FALSE(lBorrowed.isOwner());
+    EXPECT_TRUE(lCopy.isOwner());
+}
+
 TEST(ValuesExamples, AreIdentifiers) {
     ObjectID lFirst;
     lFirst.generateObjectID();
     ObjectID lAgain;
     lAgain.setFromString(lFirst.toString());
     EXPECT_TRUE(lFirst == lAgain);
+}
+
+TEST(ValuesExamples, AreTranslated) {
+    ObjectID lOurs;
+    lOurs.generateObjectID();
+    ObjectID lTheirs;
+    lTheirs.generateObjectID();
+    ObjectIDMap lMap;
+    lMap.add(lOurs, lTheirs);  // replaces what stood for the same key
+    ObjectID lID(lOurs);
+    lMap.translate(lID);
+    EXPECT_TRUE(lID == lTheirs);
 }
