@@ -73,7 +73,8 @@ void Gateway::ratesTimer(const void* aGateway) {
 }
 
 void Gateway::systemTimer(const void* aGateway) {
-    gatewayOf(aGateway).reportSystem();
+    // Sending may wait for a slow client, which a loop thread must not: the checker does it.
+    gatewayOf(aGateway).mReportDue = true;
 }
 
 void Gateway::readSentences() {
@@ -113,6 +114,9 @@ void Gateway::checkSentences() {
         unsigned long lLength = 0;
         if (osxMsgRecv(mQueue, lBuffer.data(), lBuffer.size(), &lLength, kQueueWaitMs) == OSX_OK) {
             handOn(std::string(lBuffer.data(), lLength));
+        }
+        if (mReportDue.exchange(false)) {
+            reportSystem();
         }
     }
 }

@@ -52,6 +52,7 @@ private:
 
     std::atomic<bool> mReading{true};
     std::atomic<bool> mChecking{true};
+    std::atomic<bool> mReportDue{false};
     std::atomic<unsigned long> mValid{0};
     std::atomic<unsigned long> mInvalid{0};
     std::atomic<unsigned long> mLosses{0};
