@@ -22,6 +22,7 @@
 #include "commif/SerialDriverModel.h"
 #include "commif/SerialLine.h"
 #include "commif/commif.h"
+#include "support/Interrupter.h"
 #include "support/LogCapture.h"
 
 using std::chrono::milliseconds;
@@ -90,32 +91,6 @@ protected:
     test::SerialLine mLine;
     osxComPort mPort{openTerminal(mLine).release()};
     ACE_TTY_IO& mDevice = *mPort.getACE_TTY_IO();
-};
-
-/// Interrupts a thread until its owner is content: a single signal might come too early.
-class Interruptions {
-public:
-    Interruptions() {
-        struct sigaction lAction {};
-        lAction.sa_handler = [](int) {};
-        ::sigaction(SIGUSR1, &lAction, &mFormer);
-        mThread = std::thread([this, lTarget = ::pthread_self()] {
-            while (!mDone) {
-                ::pthread_kill(lTarget, SIGUSR1);
-                std::this_thread::sleep_for(milliseconds(1));
-            }
-        });
-    }
-    ~Interruptions() {
-        mDone = true;
-        mThread.join();
-        ::sigaction(SIGUSR1, &mFormer, nullptr);
-    }
-
-private:
-    std::atomic<bool> mDone{false};
-    struct sigaction mFormer {};
-    std::thread mThread;
 };
 
 }  // namespace
@@ -362,7 +337,7 @@ TEST_F(ComPortRead, FailsWithoutADevice) {
 TEST_F(ComPortRead, IsEndedByASignalWithWhatCame) {
     for (const bool lLimited : {true, false}) {
         mLine.send("abc");
-        const Interruptions lInterruptions;
+        const test::Interrupter lInterrupter;
         const ACE_Time_Value lLimit(60);
         std::string lAll;
         while (lAll.size() < 3) {
@@ -458,7 +433,7 @@ TEST_F(ComPortWrite, GoesOnAfterSignals) {
     });
     const std::string lData(kLength, 'x');
     {
-        const Interruptions lInterruptions;
+        const test::Interrupter lInterrupter;
         EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
     }
     lFarEnd.join();

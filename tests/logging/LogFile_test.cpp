@@ -18,6 +18,7 @@
 #include "ace/Log_Msg_Backend.h"
 #include "ace/Thread_Manager.h"
 #include "logging/Arguments.h"
+#include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
@@ -50,11 +51,8 @@ protected:
     std::string mDirectory;
 };
 
-class CountingBackend : public ACE_Log_Msg_Backend {
+class CountingBackend : public test::LineBackend {
 public:
-    int open(const ACE_TCHAR*) override { return 0; }
-    int reset() override { return 0; }
-    int close() override { return 0; }
     ssize_t log(ACE_Log_Record&) override { return ++mLines; }
     int mLines = 0;
 };

@@ -19,6 +19,7 @@
 #include "ace/Log_Record.h"
 #include "logging/Logging.h"
 #include "support/FailingAllocator.h"
+#include "support/InstalledBackend.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
 #include "support/waitUntil.h"
@@ -32,17 +33,9 @@ using testing::HasSubstr;
 namespace {
 
 /// ACE's custom back end for a test: counts the lines and hands them to a redirect service.
-class CountingBackend : public ACE_Log_Msg_Backend {
+class CountingBackend : public test::LineBackend {
 public:
-    explicit CountingBackend(RedirectService& aService) : mService(aService) {
-        ACE_Log_Msg::msg_backend(this);
-        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
-        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
-    }
-    ~CountingBackend() override { ACE_Log_Msg::msg_backend(nullptr); }
-    int open(const ACE_TCHAR*) override { return 0; }
-    int reset() override { return 0; }
-    int close() override { return 0; }
+    explicit CountingBackend(RedirectService& aService) : mService(aService) {}
     ssize_t log(ACE_Log_Record& aRecord) override {
         ++mLines;
         return mService.log(aRecord);
@@ -52,6 +45,7 @@ public:
 private:
     RedirectService& mService;
     std::atomic<int> mLines{0};
+    test::InstalledBackend mInstalled{*this};
 };
 
 void logText(RedirectService& aService, const std::string& aText) {

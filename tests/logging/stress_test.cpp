@@ -230,23 +230,6 @@ milliseconds worstAnswer(TcpPeer& aEcho, unsigned short aBusyPort, const std::at
     return lWorst;
 }
 
-/// @return the descriptor of this process that is the other end of a connection; -1 if none is.
-int otherEndOf(int aDescriptor) {
-    sockaddr_storage lLocal{};
-    socklen_t lSize = sizeof lLocal;
-    ::getsockname(aDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize);
-    for (int lDescriptor = 0; lDescriptor < 1024; ++lDescriptor) {
-        sockaddr_storage lPeer{};
-        socklen_t lPeerSize = sizeof lPeer;
-        if (::getpeername(lDescriptor, reinterpret_cast<sockaddr*>(&lPeer), &lPeerSize) == 0 &&
-            std::equal(reinterpret_cast<char*>(&lPeer), reinterpret_cast<char*>(&lPeer) + 8,
-                       reinterpret_cast<char*>(&lLocal))) {
-            return lDescriptor;
-        }
-    }
-    return -1;
-}
-
 /// Connects without having the lines read, and with little room for them.
 TcpPeer connectStalled(unsigned short aPort) {
     TcpPeer lStalled = TcpPeer::connect(aPort);
@@ -280,7 +263,7 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     // A little on top for what else the machine does.
     EXPECT_GT(lUsual * 3 / 2 + milliseconds(300), lStalledTime);
 
-    EXPECT_TRUE(test::waitUntil([&] { return otherEndOf(lStalled.descriptor()) == -1; },
+    EXPECT_TRUE(test::waitUntil([&] { return test::otherEndOf(lStalled.descriptor()) == -1; },
                                 milliseconds(2 * ConnectionAdmin::kStalledClientMs)));
     EXPECT_GT(milliseconds(ConnectionAdmin::kStalledClientMs + 5000), steady_clock::now() - lEnd);
     lGoOn = false;

@@ -325,27 +325,11 @@ int option(int aDescriptor, int aLevel, int aName) {
     return lValue;
 }
 
-/// @return the descriptor of this process that is the other end of a connection; -1 if none is.
-int otherEndOf(int aDescriptor) {
-    sockaddr_in lLocal{};
-    socklen_t lSize = sizeof lLocal;
-    ::getsockname(aDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize);
-    for (int lDescriptor = 0; lDescriptor < 1000; ++lDescriptor) {
-        sockaddr_in lPeer{};
-        lSize = sizeof lPeer;
-        if (::getpeername(lDescriptor, reinterpret_cast<sockaddr*>(&lPeer), &lSize) == 0 &&
-            lPeer.sin_port == lLocal.sin_port) {
-            return lDescriptor;
-        }
-    }
-    return -1;
-}
-
 }  // namespace
 
 TEST_F(ConnectionAdminPort, HasTheKernelEndAConnectionThatIsStalledOrSilent) {
     const TcpPeer lClient = connectClient();
-    const int lAccepted = otherEndOf(lClient.descriptor());
+    const int lAccepted = test::otherEndOf(lClient.descriptor());
     EXPECT_EQ(ConnectionAdmin::kStalledClientMs, option(lAccepted, IPPROTO_TCP, TCP_USER_TIMEOUT));
     EXPECT_EQ(1, option(lAccepted, SOL_SOCKET, SO_KEEPALIVE));
     EXPECT_EQ(ConnectionAdmin::kKeepAliveIdleS, option(lAccepted, IPPROTO_TCP, TCP_KEEPIDLE));

@@ -16,9 +16,10 @@
 
 #include "ace/Reactor.h"
 #include "ace/TP_Reactor.h"
-#include "osx/loopThreads.h"
+#include "osx/observation.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
+#include "support/RunningReactor.h"
 
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
@@ -90,7 +91,7 @@ bool exactlyServe(int aThreads) {
 TEST(Reactor, IsTheSameForTheLibraryAndTheApplication) {
     void* lTimer = osxCreateTimer(&test::count, nullptr, 3600000, 0);
     const ACE_Reactor* const lInstalledByTheLibrary = ACE_Reactor::instance();
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     EXPECT_EQ(lInstalledByTheLibrary, ACE_Reactor::instance());
     osxDestroyTimer(lTimer);
 }
@@ -105,19 +106,19 @@ TEST(Reactor, ItsSingletonIsExportedOnceByTheLibrary) {
 }
 
 TEST(Reactor, IsAThreadPoolReactorInstalledAsAcesOwn) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     EXPECT_NE(nullptr, dynamic_cast<ACE_TP_Reactor*>(ACE_Reactor::instance()->implementation()));
 }
 
 TEST(Reactor, IsNotInstalledByBeingMade) {
-    test::theReactor();
+    test::RunningReactor::reactor();
     EXPECT_EQ(0, osxRunReactor());
 }
 
 TEST(Reactor, LeavesTheOneInstalledBeforeAlone) {
     ACE_Reactor lBefore;
     ACE_Reactor::instance(&lBefore);
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     EXPECT_NE(&lBefore, ACE_Reactor::instance());
     EXPECT_EQ(0, lBefore.reactor_event_loop_done());
 }
@@ -129,12 +130,12 @@ TEST(Reactor, RunReturnsAtOnceWithoutAReactor) {
 
 TEST(Reactor, StopWithoutAReactorInstallsNone) {
     EXPECT_EQ(0, osxStopReactor());
-    EXPECT_EQ(0, test::theReactor().stopReactor());
+    EXPECT_EQ(0, test::RunningReactor::reactor().stopReactor());
     EXPECT_EQ(0, osxRunReactor());
 }
 
 TEST(Reactor, RunServesUntilStoppedFromAnotherThread) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
     std::future<int> lResult = std::async(std::launch::async, &osxRunReactor);
@@ -146,37 +147,37 @@ TEST(Reactor, RunServesUntilStoppedFromAnotherThread) {
 }
 
 TEST(Reactor, StopEndsFutureLoopsToo) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     osxStopReactor();
     EXPECT_EQ(0, osxRunReactor());
     EXPECT_NE(0, ACE_Reactor::instance()->reactor_event_loop_done());
 }
 
 TEST(Reactor, StartServesWithoutTheApplicationRunningALoop) {
-    EXPECT_EQ(0, test::theReactor().startReactor());
+    EXPECT_EQ(0, test::RunningReactor::reactor().startReactor());
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 100, 0);
     EXPECT_TRUE(lCounter.waitFor(1));
     osxDestroyTimer(lTimer);
-    test::theReactor().stopAndDeleteReactorThreads();
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
 }
 
 TEST(Reactor, StartMakesOneThreadAndEachExtraOneMore) {
-    const test::LoopThreads lLoop(1);
+    const test::RunningReactor lLoop(1);
     EXPECT_TRUE(exactlyServe(1));
     for (int lMore = 0; lMore < 3; ++lMore) {
-        EXPECT_EQ(0, test::theReactor().startExtraReactorThread());
+        EXPECT_EQ(0, test::RunningReactor::reactor().startExtraReactorThread());
     }
     EXPECT_TRUE(exactlyServe(4));
 }
 
 TEST(Reactor, StoppingTheThreadsTakesNoLongerThanASlice) {
-    const test::LoopThreads lLoop(4);
+    const test::RunningReactor lLoop(4);
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
     ASSERT_TRUE(lCounter.waitFor(1));
     const auto lStart = Clock::now();
-    test::theReactor().stopAndDeleteReactorThreads();
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
     EXPECT_LT(elapsedSince(lStart), milliseconds(250) + kSlack);
     osxDestroyTimer(lTimer);
 }
@@ -203,11 +204,11 @@ TEST(Reactor, StopsUnderASteadyLoadOfEvents) {
     };
     Load lLoad;
     lLoad.begin();
-    test::LoopThreads lLoop(2);
+    test::RunningReactor lLoop(2);
     ACE_Reactor::instance()->register_handler(&lLoad, ACE_Event_Handler::READ_MASK);
     ASSERT_TRUE(lLoad.mServed.waitFor(1000));
     const auto lStart = Clock::now();
-    test::theReactor().stopAndDeleteReactorThreads();
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
     EXPECT_LT(elapsedSince(lStart), milliseconds(250) + kSlack);
     ACE_Reactor::instance()->remove_handler(
         &lLoad, ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
@@ -215,18 +216,19 @@ TEST(Reactor, StopsUnderASteadyLoadOfEvents) {
 
 TEST(Reactor, AStopRightAfterTheStartWins) {
     for (int lRound = 0; lRound < 200; ++lRound) {
-        test::theReactor().startReactor();
-        test::theReactor().stopAndDeleteReactorThreads();
+        test::RunningReactor::reactor().startReactor();
+        test::RunningReactor::reactor().stopAndDeleteReactorThreads();
     }
 }
 
 TEST(Reactor, ThreadsMayBeStoppedTwiceAndByManyAtOnce) {
-    test::theReactor().stopAndDeleteReactorThreads();
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
     for (int lRound = 0; lRound < 20; ++lRound) {
-        const test::LoopThreads lLoop(3);
+        const test::RunningReactor lLoop(3);
         std::vector<std::thread> lStoppers;
         for (int lIndex = 0; lIndex < 4; ++lIndex) {
-            lStoppers.emplace_back([] { test::theReactor().stopAndDeleteReactorThreads(); });
+            lStoppers.emplace_back(
+                [] { test::RunningReactor::reactor().stopAndDeleteReactorThreads(); });
         }
         for (std::thread& lStopper : lStoppers) {
             lStopper.join();
@@ -235,17 +237,17 @@ TEST(Reactor, ThreadsMayBeStoppedTwiceAndByManyAtOnce) {
 }
 
 TEST(Reactor, ALoopThreadMayStopTheThreads) {
-    test::theReactor().startReactor();
-    test::theReactor().startExtraReactorThread();
+    test::RunningReactor::reactor().startReactor();
+    test::RunningReactor::reactor().startExtraReactorThread();
     test::Counter lStopped;
     void* lTimer = osxCreateTimer(
         [](const void* aCounter) {
-            test::theReactor().stopAndDeleteReactorThreads();
+            test::RunningReactor::reactor().stopAndDeleteReactorThreads();
             test::count(aCounter);
         },
         &lStopped, 0, 0);
     EXPECT_TRUE(lStopped.waitFor(1));
-    test::theReactor().stopAndDeleteReactorThreads();
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
     test::Counter lLater;
     void* lUnserved = osxCreateTimer(&test::count, &lLater, 0, 0);
     EXPECT_FALSE(lLater.waitFor(1, milliseconds(100)));
@@ -254,22 +256,22 @@ TEST(Reactor, ALoopThreadMayStopTheThreads) {
 }
 
 TEST(Reactor, StoppedLoopThreadsStayWithoutBurningTheProcessor) {
-    const test::LoopThreads lLoop(4);
-    test::theReactor().stopReactor();
+    const test::RunningReactor lLoop(4);
+    test::RunningReactor::reactor().stopReactor();
     const double lBefore = test::processorSeconds();
     std::this_thread::sleep_for(milliseconds(500));
     EXPECT_LT(test::processorSeconds() - lBefore, 0.25);
     const auto lStart = Clock::now();
-    test::theReactor().stopAndDeleteReactorThreads();
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
     EXPECT_LT(elapsedSince(lStart), milliseconds(250) + kSlack);
 }
 
 TEST(Reactor, StopActsOnTheProcessWideReactorNotTheOwnOne) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     ACE_Reactor* const lOwn = ACE_Reactor::instance();
     ACE_Reactor lOther;
     ACE_Reactor::instance(&lOther);
-    test::theReactor().stopReactor();
+    test::RunningReactor::reactor().stopReactor();
     EXPECT_NE(0, lOther.reactor_event_loop_done());
     EXPECT_EQ(0, lOwn->reactor_event_loop_done());
     ACE_Reactor::instance(lOwn);
@@ -302,14 +304,14 @@ TEST(Reactor, ThatCannotBeAllocatedServesNothing) {
 }
 
 TEST(Reactor, ReportsNothingWhenAThreadCannotBeAllocated) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     const test::FailingAllocator lNoMemory;
-    EXPECT_EQ(0, test::theReactor().startExtraReactorThread());
+    EXPECT_EQ(0, test::RunningReactor::reactor().startExtraReactorThread());
     EXPECT_EQ(ENOMEM, errno);
 }
 
 TEST(ReactorThread, RunsFromInitToStop) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     OSX_ReactorThread lThread;
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
@@ -323,7 +325,7 @@ TEST(ReactorThread, RunsFromInitToStop) {
 }
 
 TEST(ReactorThread, NoticesAStopWithoutBeingWoken) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     OSX_ReactorThread lThread;
     lThread.init();
     std::this_thread::sleep_for(milliseconds(20));
@@ -338,7 +340,7 @@ TEST(ReactorThread, WaitsForAReactorToBeInstalled) {
     lThread.init();
     std::this_thread::sleep_for(milliseconds(20));
     EXPECT_EQ(0, osxRunReactor());
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
     EXPECT_TRUE(lCounter.waitFor(1));
@@ -364,9 +366,9 @@ void createForGood(void (*aFunction)(const void*), test::Counter* aCounter, long
 
 void keepLoopsBusy() {
     static auto& lCounter = *new test::Counter;
-    test::theReactor().startReactor();
+    test::RunningReactor::reactor().startReactor();
     for (int lMore = 0; lMore < 3; ++lMore) {
-        test::theReactor().startExtraReactorThread();
+        test::RunningReactor::reactor().startExtraReactorThread();
     }
     for (int lIndex = 0; lIndex < 20; ++lIndex) {
         createForGood(&test::count, &lCounter, 1, 1);
@@ -376,7 +378,7 @@ void keepLoopsBusy() {
 
 void runOnAThreadOfTheApplication() {
     static auto& lCounter = *new test::Counter;
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     createForGood(&test::count, &lCounter, 1, 1);
     std::thread(&osxRunReactor).detach();
     lCounter.waitFor(3);
@@ -385,7 +387,7 @@ void runOnAThreadOfTheApplication() {
 void stickInACallback() {
     static auto& lCounter = *new test::Counter;
     static auto& lNever = *new test::Counter;
-    test::theReactor().startReactor();
+    test::RunningReactor::reactor().startReactor();
     createForGood(
         [](const void*) {
             lCounter.add();
@@ -406,7 +408,7 @@ TEST(ProcessExit, KeepsTheProgramsStatusWithLoopThreadsRunning) {
 TEST(ProcessExit, LeavesNoTimerThatNothingRefersTo) {
     EXPECT_EXIT(
         {
-            test::theReactor().initReactor();
+            test::RunningReactor::reactor().initReactor();
             osxCreateTimer(&test::count, nullptr, 3600000, 0);
             std::exit(11);
         },
@@ -424,7 +426,7 @@ TEST(ProcessExit, DoesNotWaitForACallbackThatDoesNotEnd) {
 TEST(ProcessExit, MayBeCalledByACallback) {
     EXPECT_EXIT(
         {
-            test::theReactor().startReactor();
+            test::RunningReactor::reactor().startReactor();
             createForGood([](const void*) { std::exit(10); }, nullptr, 0, 0);
             for (;;) {
                 ::pause();

@@ -4,8 +4,9 @@
 #include <thread>
 
 #include "osx/FakeHost.h"
-#include "osx/loopThreads.h"
+#include "osx/observation.h"
 #include "osx/osx.h"
+#include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
 
 using std::chrono::milliseconds;
@@ -46,7 +47,7 @@ TEST_P(StepOfTheClock, NeitherFiresNorStallsATimer) {
     void* lOnce = osxCreateTimer(&test::count, &lSoon, 300, 0);
     void* lPeriodic = osxCreateTimer(&test::count, &lPeriods, 100, 1);
     void* lNotYet = osxCreateTimer(&test::count, &lLate, 3600000, 0);
-    const test::LoopThreads lLoop(2);
+    const test::RunningReactor lLoop(2);
     step();
     EXPECT_TRUE(lSoon.waitFor(1));
     EXPECT_GE(elapsedSince(lStart), milliseconds(299));
@@ -60,7 +61,7 @@ TEST_P(StepOfTheClock, NeitherFiresNorStallsATimer) {
 }
 
 TEST_P(StepOfTheClock, LeavesTimersMadeAfterItAlone) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     step();
     test::Counter lSoon;
     const auto lStart = Clock::now();
@@ -72,15 +73,15 @@ TEST_P(StepOfTheClock, LeavesTimersMadeAfterItAlone) {
 }
 
 TEST_P(StepOfTheClock, DoesNotKeepTheThreadsFromStopping) {
-    const test::LoopThreads lLoop(3);
+    const test::RunningReactor lLoop(3);
     step();
     const auto lStart = Clock::now();
-    test::theReactor().stopAndDeleteReactorThreads();
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
     EXPECT_LT(elapsedSince(lStart), milliseconds(250) + kSlack);
 }
 
 TEST_P(StepOfTheClock, LeavesTheLimitOfAConnectAlone) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     step();
     const test::TcpListener lListener;
     void* lSocket = nullptr;

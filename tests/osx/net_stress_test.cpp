@@ -8,10 +8,11 @@
 #include <thread>
 #include <vector>
 
-#include "osx/loopThreads.h"
+#include "osx/observation.h"
 #include "osx/osx.h"
 #include "osx/osxDataHandler.h"
 #include "support/LogCapture.h"
+#include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
 
 using std::chrono::milliseconds;
@@ -121,7 +122,7 @@ bool waitUntilAllAreClosed(const Connections& aConnections) {
 }  // namespace
 
 TEST(Stress, TimersFromManyThreads) {
-    const test::LoopThreads lLoop(kLoopThreads);
+    const test::RunningReactor lLoop(kLoopThreads);
     const auto lUntil = Clock::now() + kTime;
     std::atomic<std::uint64_t> lCalls{0};
     std::thread lOther([&] { exerciseTimers(1, lUntil, lCalls); });
@@ -139,7 +140,7 @@ TEST(Stress, TimersConnectionsAndPortsTogether) {
     ASSERT_EQ(0UL,
               osxRegisterPort(lPort, lStable, &opened, nullptr, &echo, &closed, &lConnections));
     {
-        const test::LoopThreads lLoop(kLoopThreads);
+        const test::RunningReactor lLoop(kLoopThreads);
         const auto lUntil = Clock::now() + kTime;
         std::atomic<std::uint64_t> lCalls{0};
         std::atomic<int> lEchoes{0};
@@ -162,10 +163,10 @@ TEST(Stress, TimersConnectionsAndPortsTogether) {
 TEST(Stress, ThreadsComeAndGoUnderLoad) {
     const auto lUntil = Clock::now() + kTime;
     std::atomic<std::uint64_t> lCalls{0};
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     std::thread lTimers([&] { exerciseTimers(4, lUntil, lCalls); });
     while (Clock::now() < lUntil) {
-        const test::LoopThreads lLoop(kLoopThreads);
+        const test::RunningReactor lLoop(kLoopThreads);
         std::this_thread::sleep_for(milliseconds(5));
     }
     lTimers.join();

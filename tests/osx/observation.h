@@ -1,7 +1,7 @@
 /// @file
-/// What the tests of timers and ports share: loop threads, and counting with a handshake.
-#ifndef OSX_TESTS_OSX_LOOPTHREADS_H
-#define OSX_TESTS_OSX_LOOPTHREADS_H
+/// What the tests of timers and ports watch: calls, counted with a handshake, and processor time.
+#ifndef OSX_TESTS_OSX_OBSERVATION_H
+#define OSX_TESTS_OSX_OBSERVATION_H
 
 #include <sys/resource.h>
 
@@ -9,27 +9,7 @@
 #include <condition_variable>
 #include <mutex>
 
-#include "osx/OSX_Reactor.h"
-
 namespace test {
-
-inline OSX_Reactor& theReactor() {
-    return *ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance();
-}
-
-/// While one lives, that many threads run the event loop.
-class LoopThreads {
-public:
-    explicit LoopThreads(int aCount = 1) {
-        theReactor().startReactor();
-        for (int lMore = 1; lMore < aCount; ++lMore) {
-            theReactor().startExtraReactorThread();
-        }
-    }
-    ~LoopThreads() { theReactor().stopAndDeleteReactorThreads(); }
-    LoopThreads(const LoopThreads&) = delete;
-    LoopThreads& operator=(const LoopThreads&) = delete;
-};
 
 /// A number that threads raise and others wait for.
 class Counter {

@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "ace/Log_Msg.h"
 #include "osx/osx.h"
+#include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 
 using testing::ElementsAre;
@@ -40,20 +40,8 @@ std::string nameOfLength(std::size_t aLength) {
 }
 
 /// A back end that asks the table while a line is being written.
-class AskingBackend : public ACE_Log_Msg_Backend {
+class AskingBackend : public test::LineBackend {
 public:
-    AskingBackend() : mFormer(ACE_Log_Msg::msg_backend(this)) {
-        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
-        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
-    }
-    ~AskingBackend() override {
-        ACE_Log_Msg::msg_backend(mFormer);
-        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::CUSTOM);
-        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR);
-    }
-    int open(const ACE_TCHAR*) override { return 0; }
-    int reset() override { return 0; }
-    int close() override { return 0; }
     ssize_t log(ACE_Log_Record&) override {
         mCount = osxNameTableCount();
         return 0;
@@ -61,8 +49,8 @@ public:
     int count() const { return mCount; }
 
 private:
-    ACE_Log_Msg_Backend* mFormer;
     int mCount = -1;
+    test::InstalledBackend mInstalled{*this};
 };
 
 }  // namespace

@@ -21,12 +21,13 @@
 
 #include "ace/Reactor.h"
 #include "ace/SOCK_Stream.h"
-#include "osx/loopThreads.h"
+#include "osx/observation.h"
 #include "osx/osx.h"
 #include "osx/osxDataHandler.h"
 #include "osx/osxListenHandler.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
 
 using std::chrono::milliseconds;
@@ -185,7 +186,7 @@ TcpPeer connectWith(test::Descriptor& aSocket, unsigned short aPort) {
 TEST(Port, CallsBackForConnectionDataAndClose) {
     const test::LogCapture lLog;
     RecordingPort lPort;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     ASSERT_TRUE(lPort.waitForEvents(1));
     lPeer.send("hello");
@@ -198,7 +199,7 @@ TEST(Port, CallsBackForConnectionDataAndClose) {
 TEST(Port, AClientThatClosesAtOnceIsAnnouncedReportedAndGone) {
     const test::LogCapture lLog;
     RecordingPort lPort;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     lPort.connect().close();
     ASSERT_TRUE(lPort.waitForEvents(2));
     EXPECT_THAT(lPort.events(), ElementsAre("new", "closed"));
@@ -208,7 +209,7 @@ TEST(Port, AClientThatClosesAtOnceIsAnnouncedReportedAndGone) {
 TEST(Port, LogsWhereAConnectionComesFrom) {
     const test::LogCapture lLog;
     RecordingPort lPort;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     ASSERT_TRUE(lPort.waitForEvents(1));
     sockaddr_in lOwn{};
@@ -240,7 +241,7 @@ TEST(Port, DeliversAtMost2048BytesAtOnce) {
                         }
                     });
     std::string lData;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     for (int lIndex = 0; lIndex < 5000; ++lIndex) {
         lData += static_cast<char>('a' + lIndex % 26);
     }
@@ -261,7 +262,7 @@ TEST(Port, ConnectionsAreSocketsForTheSocketCalls) {
             EXPECT_EQ(0x7F000001UL, lNumber);
         },
         nullptr, &echo);
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     lPeer.send("again");
     EXPECT_EQ("again", lPeer.receive(5));
@@ -288,7 +289,7 @@ TEST(Port, ADataAvailableCallbackReadsAloneAndDecides) {
             static_cast<Calls*>(aUserData)->data.add();
         },
         [](void*, void*& aUserData) { static_cast<Calls*>(aUserData)->closed.add(); });
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     lPeer.send("0");
     ASSERT_TRUE(lCalls.avail.waitFor(1));
@@ -306,7 +307,7 @@ TEST(Port, ADataAvailableCallbackReadsAloneAndDecides) {
 TEST(Port, WithoutCallbacksDataIsDropped) {
     const test::LogCapture lLog;
     PlainPort lPort;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     EXPECT_TRUE(lPeer.send(std::string(100000, 'x')));
     lPeer.close();
@@ -343,7 +344,7 @@ TEST(Port, EachConnectionHasItsOwnUserData) {
             *lSession->result = lSession->data;
             lSession->closed->add();
         });
-    const test::LoopThreads lLoop(2);
+    const test::RunningReactor lLoop(2);
     TcpPeer lFirst = lPort.connect();
     ASSERT_TRUE(lShared.created.waitFor(1));
     TcpPeer lSecond = lPort.connect();
@@ -360,7 +361,7 @@ TEST(Port, EachConnectionHasItsOwnUserData) {
 TEST(Port, AResetConnectionIsClosedWithoutALine) {
     const test::LogCapture lLog;
     RecordingPort lPort;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     ASSERT_TRUE(lPort.waitForEvents(1));
     lPeer.reset();
@@ -372,7 +373,7 @@ TEST(Port, AResetConnectionIsClosedWithoutALine) {
 TEST(Port, UnregisteringRefusesNewConnectionsAndKeepsTheOldOnes) {
     const test::LogCapture lLog;
     RecordingPort lPort;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     ASSERT_TRUE(lPort.waitForEvents(1));
     EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle()));
@@ -388,7 +389,7 @@ TEST(Port, UnregisteringRefusesNewConnectionsAndKeepsTheOldOnes) {
 TEST(Port, CanBeRegisteredAgainAtOnce) {
     const test::LogCapture lLog;
     const unsigned short lNumber = test::freePort();
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     for (int lRound = 0; lRound < 20; ++lRound) {
         void* lPort = nullptr;
         ASSERT_EQ(0UL, osxRegisterPort(lPort, lNumber, nullptr, nullptr, &echo, nullptr, nullptr));
@@ -424,7 +425,7 @@ TEST(Port, MayBeUnregisteredByItsOwnCallback) {
             lIt.counter.add();
         },
         nullptr, &echo, nullptr, &lShared);
-    const test::LoopThreads lLoop(2);
+    const test::RunningReactor lLoop(2);
     TcpPeer lPeer = TcpPeer::connect(lNumber);
     ASSERT_TRUE(lShared.counter.waitFor(1));
     EXPECT_EQ(nullptr, lShared.port);
@@ -435,7 +436,7 @@ TEST(Port, MayBeUnregisteredByItsOwnCallback) {
 TEST(Port, RegisteredBeforeAReactorExistsIsServedOnceOneStarts) {
     const test::LogCapture lLog;
     PlainPort lPort(nullptr, nullptr, nullptr, &echo);
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     lPeer.send("x");
     EXPECT_EQ("x", lPeer.receive(1));
@@ -446,7 +447,7 @@ TEST(Port, OnlyTheLow16BitsOfItsNumberCount) {
     const unsigned short lNumber = test::freePort();
     void* lPort = nullptr;
     osxRegisterPort(lPort, 0x10000UL + lNumber, nullptr, nullptr, &echo, nullptr, nullptr);
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = TcpPeer::connect(lNumber);
     lPeer.send("x");
     EXPECT_EQ("x", lPeer.receive(1));
@@ -454,7 +455,7 @@ TEST(Port, OnlyTheLow16BitsOfItsNumberCount) {
 }
 
 TEST(Port, WithoutMemoryIsNotRegistered) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     const test::LogCapture lLog;
     int lMark = 0;
     void* lPort = &lMark;
@@ -471,7 +472,7 @@ TEST(Port, WithoutMemoryIsNotRegistered) {
 
 /// Without a capture of the log, which needs memory itself.
 TEST(Port, WithoutMemoryForAConnectionClosesAndCanStillBeUnregistered) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     PlainPort lPort;
     int lClosedAfter = -1;
     for (int lAllowed = 0; lAllowed < 20 && lClosedAfter == -1; ++lAllowed) {
@@ -517,7 +518,7 @@ TEST(PortTrace, TellsTheLifeOfAPortAndAConnection) {
     const test::TraceLevel lTrace(9);
     int lDescriptor = -1;
     char lNumber[16] = {};
-    test::LoopThreads lLoop;
+    test::RunningReactor lLoop;
     {
         static std::atomic<int> gDescriptor;
         PlainPort lPort(nullptr, [](void* aSocket, void*&) {
@@ -565,7 +566,7 @@ TEST(PortTrace, CountsHandlersFromLevelThree) {
     const test::LogCapture lLog;
     const test::TraceLevel lTrace(3);
     const PlainPort lPort;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     lPort.connect().close();
     ASSERT_TRUE(lLog.waitForContaining("DTOR"));
     EXPECT_EQ(1U, lLog.countContaining("CTOR"));
@@ -577,14 +578,14 @@ TEST(PortTrace, IsSilentBelow) {
     const test::LogCapture lLog;
     const test::TraceLevel lTrace(2);
     const PlainPort lPort;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     lPort.connect().close();
     ASSERT_TRUE(lLog.waitForContaining("Connection closed"));
     EXPECT_EQ(2U, lLog.lines().size());
 }
 
 TEST(DataHandler, WithNothingToReadSaysSoAndGoesOn) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     test::TcpListener lListener;
     TcpPeer lPeer = TcpPeer::connect(lListener.port());
     TcpPeer lServer = lListener.accept();
@@ -604,7 +605,7 @@ TEST(DataHandler, WithNothingToReadSaysSoAndGoesOn) {
 TEST(PortDeathTest, AConnectionThatCannotBeRegisteredEndsTheProcess) {
     EXPECT_DEATH(
         {
-            test::theReactor().initReactor();
+            test::RunningReactor::reactor().initReactor();
             ACE_Reactor::instance()->close();
             new osxDataHandler(ACE_SOCK_Stream(5000), ACE_INET_Addr(), osxPortCallbacks_t{});
         },
@@ -631,7 +632,7 @@ TEST(Connection, EndsOnceWhenTheReactorGoes) {
 TEST(Connection, ClosedByACallbackEndsAndLeavesItsDescriptorToOthers) {
     const test::LogCapture lLog;
     test::Counter lClosed;
-    const test::LoopThreads lLoop(2);
+    const test::RunningReactor lLoop(2);
     for (const bool lAtOnce : {true, false}) {
         const auto lClose = [](void* aSocket, void*&) { osxCloseSocket(aSocket); };
         const auto lCloseOnData = [](void* aSocket, void*&, unsigned char*, unsigned long) {
@@ -655,7 +656,7 @@ TEST(Connection, ClosedByACallbackEndsAndLeavesItsDescriptorToOthers) {
 /// descriptor to the next one.
 TEST(Connection, ClosedBehindTheReactorsBackMakesRoomForTheNext) {
     const test::LogCapture lLog;
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     struct Shared {
         std::atomic<void*> socket{nullptr};
         test::Counter closed;
@@ -709,7 +710,7 @@ TEST(Connection, CallbacksOfOneNeverOverlapAndThoseOfTwoMay) {
             EXPECT_EQ(0, lSession->overlaps);
             lSession->shared->calls.add();
         });
-    const test::LoopThreads lLoop(4);
+    const test::RunningReactor lLoop(4);
     std::vector<TcpPeer> lPeers;
     for (int lIndex = 0; lIndex < 2; ++lIndex) {
         lPeers.push_back(lPort.connect());
@@ -737,7 +738,7 @@ TEST(Connection, ASlowClosedCallbackHoldsNobodyUp) {
         lIt.leave.waitFor(1);
         lIt.left.add();
     });
-    const test::LoopThreads lLoop(2);
+    const test::RunningReactor lLoop(2);
     lSlow.connect().close();
     ASSERT_TRUE(lShared.entered.waitFor(1));
     PlainPort lQuick(nullptr, nullptr, nullptr, &echo);
@@ -766,7 +767,7 @@ TEST(Port, EveryDescriptorIsCloseOnExec) {
     };
     lBefore = lOpen();
     PlainPort lPort(nullptr, nullptr, nullptr, &echo);
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
     lPeer.send("x");
     ASSERT_EQ("x", lPeer.receive(1));
@@ -783,7 +784,7 @@ TEST(Port, EveryDescriptorIsCloseOnExec) {
 TEST(PortWithoutDescriptors, RefusesServesTheOthersAndRecovers) {
     const test::LogCapture lLog;
     PlainPort lPort(nullptr, nullptr, nullptr, &echo);
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lOld = lPort.connect();
     lOld.send("x");
     ASSERT_EQ("x", lOld.receive(1));
@@ -834,7 +835,7 @@ void exerciseTimerAndPort(const PlainPort& aPort) {
 /// from time to time, and has it when there is a descriptor.
 TEST(PortWithoutDescriptors, PausesRatherThanSpins) {
     const test::LogCapture lLog;
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     std::vector<test::Descriptor> lSockets = unconnectedSockets(1);
     PlainPort lPort(nullptr, nullptr, nullptr, &echo);
     exerciseTimerAndPort(lPort);
@@ -858,7 +859,7 @@ TEST(PortWithoutDescriptors, RefusesWhatTheReactorCannotHold) {
     const test::LogCapture lLog;
     setDescriptorLimit(1100);
     PlainPort lPort(nullptr, nullptr, nullptr, &echo);
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     TcpPeer lOld = lPort.connect();
     lOld.send("x");
     ASSERT_EQ("x", lOld.receive(1));

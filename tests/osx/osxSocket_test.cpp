@@ -2,13 +2,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -24,6 +22,7 @@
 #include "osx/FakeHost.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
+#include "support/Interrupter.h"
 #include "support/LogCapture.h"
 #include "support/TcpPeer.h"
 
@@ -84,42 +83,6 @@ std::string pattern(std::size_t aLength) {
     }
     return lData;
 }
-
-/// Interrupts a thread again and again, with a handler that does not restart system calls.
-class Interrupter {
-public:
-    explicit Interrupter(pthread_t aVictim) {
-        struct sigaction lAction {};
-        lAction.sa_handler = [](int) {};
-        ::sigaction(SIGUSR1, &lAction, &mFormer);
-        mThread = std::thread([this, aVictim] {
-            while (!mDone) {
-                ::pthread_kill(aVictim, SIGUSR1);
-                ++mSignals;
-                std::this_thread::sleep_for(milliseconds(1));
-            }
-        });
-    }
-    ~Interrupter() {
-        mDone = true;
-        mThread.join();
-        ::sigaction(SIGUSR1, &mFormer, nullptr);
-    }
-    Interrupter(const Interrupter&) = delete;
-    Interrupter& operator=(const Interrupter&) = delete;
-
-    void awaitSignals(int aCount) const {
-        for (const int lUntil = mSignals + aCount; mSignals < lUntil;) {
-            std::this_thread::sleep_for(milliseconds(1));
-        }
-    }
-
-private:
-    struct sigaction mFormer {};
-    std::atomic<bool> mDone{false};
-    std::atomic<int> mSignals{0};
-    std::thread mThread;
-};
 
 void makeNonBlocking(int aDescriptor) {
     ::fcntl(aDescriptor, F_SETFL, ::fcntl(aDescriptor, F_GETFL) | O_NONBLOCK);
@@ -333,7 +296,7 @@ TEST(Socket, SendWaitsUntilASlowPeerHasTakenAll) {
 TEST(Socket, SendGoesOnAfterSignals) {
     Connection lConnection;
     const std::string lData = pattern(kMuch);
-    const Interrupter lInterrupter(::pthread_self());
+    const test::Interrupter lInterrupter;
     std::string lCame;
     std::thread lReader([&] {
         lInterrupter.awaitSignals(20);
@@ -412,7 +375,7 @@ TEST(Socket, VectorSendWaitsAndGoesOnAfterSignals) {
                                    {lData.data() + lThird, lThird},
                                    {lData.data() + 2 * lThird, kMuch - 2 * lThird}};
         const std::vector<iovec> lBefore = lVec;
-        const Interrupter lInterrupter(::pthread_self());
+        const test::Interrupter lInterrupter;
         std::string lCame;
         std::thread lReader([&] {
             lInterrupter.awaitSignals(20);
@@ -472,7 +435,7 @@ TEST(Socket, ReceiveWaitsForAllAndGoesOnAfterSignals) {
         if (lNonBlocking) {
             makeNonBlocking(lConnection.descriptor());
         }
-        const Interrupter lInterrupter(::pthread_self());
+        const test::Interrupter lInterrupter;
         std::thread lSender([&] {
             for (const char* lPart : {"ab", "cd", "ef"}) {
                 lInterrupter.awaitSignals(5);

@@ -12,10 +12,11 @@
 
 #include "ace/Reactor.h"
 #include "ace/Time_Value.h"
-#include "osx/loopThreads.h"
+#include "osx/observation.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/RunningReactor.h"
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
@@ -45,7 +46,7 @@ void serveFor(milliseconds aTime) {
 }  // namespace
 
 TEST(Timer, FiresOnceAfterItsDelayWithItsArgument) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     test::Counter lCounter;
     const auto lStart = Clock::now();
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 100, 0);
@@ -57,7 +58,7 @@ TEST(Timer, FiresOnceAfterItsDelayWithItsArgument) {
 }
 
 TEST(Timer, AnyIntervalRepeatsTheDelay) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     for (const long lInterval : {1L, 5000L, -1L}) {
         test::Counter lCounter;
         const auto lStart = Clock::now();
@@ -70,7 +71,7 @@ TEST(Timer, AnyIntervalRepeatsTheDelay) {
 }
 
 TEST(Timer, ADelayOfNothingFiresAtTheNextPassOnce) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     for (const long lDelay : {0L, -1L, static_cast<long>(INT_MIN)}) {
         for (const long lInterval : {0L, 1L}) {
             test::Counter lCounter;
@@ -83,7 +84,7 @@ TEST(Timer, ADelayOfNothingFiresAtTheNextPassOnce) {
 }
 
 TEST(Timer, LongDelaysDoNotOverflow) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     for (const long lDelay : {3600000L, 2147484L, 4294968L, static_cast<long>(INT_MAX)}) {
         test::Counter lCounter;
         void* lTimer = osxCreateTimer(&test::count, &lCounter, lDelay, 0);
@@ -105,13 +106,13 @@ TEST(Timer, NothingFiresWithoutALoop) {
 TEST(Timer, CreatedBeforeTheReactorStartsFiresAfterwards) {
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 10, 0);
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     EXPECT_TRUE(lCounter.waitFor(1));
     osxDestroyTimer(lTimer);
 }
 
 TEST(Timer, CancelStopsItForGood) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     const test::LogCapture lLog;
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 20, 1);
@@ -125,7 +126,7 @@ TEST(Timer, CancelStopsItForGood) {
 }
 
 TEST(Timer, CancellingOneThatHasFiredWritesNoLine) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     const test::LogCapture lLog;
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 0);
@@ -162,7 +163,7 @@ TEST(Timer, CancellingOneThatHasFiredLeavesThoseThatGotItsIdAlone) {
 }
 
 TEST(Timer, DestroyStopsItAndClearsTheHandle) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 50, 1);
     osxDestroyTimer(lTimer);
@@ -206,7 +207,7 @@ TEST(Timer, HandleTimeoutCallsTheFunctionWithTheAct) {
 
 TEST(Timer, ThatCannotBeAllocatedIsNullWithEnomem) {
     const test::LogCapture lLog;
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     const test::FailingAllocator lNoMemory;
     errno = 0;
     EXPECT_EQ(nullptr, osxCreateTimer(&test::count, nullptr, 1, 0));
@@ -214,7 +215,7 @@ TEST(Timer, ThatCannotBeAllocatedIsNullWithEnomem) {
 }
 
 TEST(Timer, ThatCannotBeScheduledIsStillATimer) {
-    test::theReactor().initReactor();
+    test::RunningReactor::reactor().initReactor();
     for (const int lAllowed : {1, 2}) {
         const test::LogCapture lLog;
         test::Counter lCounter;
@@ -258,7 +259,7 @@ void createSelfDestroying(SelfDestroying& aSelf, long aInterval) {
 }  // namespace
 
 TEST(Timer, ACallbackMayDestroyItsOwnTimer) {
-    const test::LoopThreads lLoop(2);
+    const test::RunningReactor lLoop(2);
     for (const long lInterval : {0L, 1L}) {
         SelfDestroying lSelf;
         createSelfDestroying(lSelf, lInterval);
@@ -286,7 +287,7 @@ std::atomic<int> Datum::gLateCalls{0};
 }  // namespace
 
 TEST(Timer, NoCallbackBeginsAfterDestroy) {
-    const test::LoopThreads lLoop(2);
+    const test::RunningReactor lLoop(2);
     std::vector<std::unique_ptr<Datum>> lData;
     for (int lRound = 0; lRound < 1000; ++lRound) {
         lData.push_back(std::make_unique<Datum>());
@@ -299,7 +300,7 @@ TEST(Timer, NoCallbackBeginsAfterDestroy) {
 }
 
 TEST(Timer, DestroyWaitsOnlyAWhileForACallbackThatDoesNotEnd) {
-    const test::LoopThreads lLoop;
+    const test::RunningReactor lLoop;
     struct Stuck {
         test::Counter entered;
         test::Counter released;

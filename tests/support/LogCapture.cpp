@@ -24,18 +24,6 @@ std::string withoutThreadId(const std::string& aText) {
 
 }  // namespace
 
-LogCapture::LogCapture() : mFormerBackend(nullptr), mFormerFlags(ACE_Log_Msg::instance()->flags()) {
-    mFormerBackend = ACE_Log_Msg::msg_backend(this);
-    ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
-    ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
-}
-
-LogCapture::~LogCapture() {
-    ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::instance()->flags());
-    ACE_Log_Msg::instance()->set_flags(mFormerFlags);
-    ACE_Log_Msg::msg_backend(mFormerBackend);
-}
-
 ssize_t LogCapture::log(ACE_Log_Record& aRecord) {
     ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
     const std::lock_guard<std::mutex> lGuard(mMutex);

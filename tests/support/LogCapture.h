@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "ace/Log_Msg_Backend.h"
 #include "ace/Log_Priority.h"
+#include "support/InstalledBackend.h"
 
 namespace test {
 
@@ -26,14 +26,8 @@ struct LogLine {
 };
 
 /// While one lives, log lines go to it instead of standard error. One at a time.
-class LogCapture : public ACE_Log_Msg_Backend {
+class LogCapture : public LineBackend {
 public:
-    LogCapture();
-    ~LogCapture() override;
-
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-
     /// @return all lines so far.
     std::vector<LogLine> lines() const;
 
@@ -52,17 +46,13 @@ public:
 
     void clear();
 
-    int open(const ACE_TCHAR*) override { return 0; }
-    int reset() override { return 0; }
-    int close() override { return 0; }
     ssize_t log(ACE_Log_Record& aRecord) override;
 
 private:
     mutable std::mutex mMutex;
     mutable std::condition_variable mArrived;
     std::vector<LogLine> mLines;
-    ACE_Log_Msg_Backend* mFormerBackend;
-    unsigned long mFormerFlags;
+    InstalledBackend mInstalled{*this};
 };
 
 /// Sets the debug level and ACE's debug switch for one test, and restores both.

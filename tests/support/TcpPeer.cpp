@@ -65,6 +65,20 @@ unsigned short freePort() {
     return portOf(lSocket.get());
 }
 
+int otherEndOf(int aDescriptor) {
+    constexpr int kDescriptors = 1024;
+    const unsigned short lPort = portOf(aDescriptor);
+    for (int lDescriptor = 0; lDescriptor < kDescriptors; ++lDescriptor) {
+        sockaddr_in lPeer{};
+        socklen_t lSize = sizeof lPeer;
+        if (::getpeername(lDescriptor, reinterpret_cast<sockaddr*>(&lPeer), &lSize) == 0 &&
+            ntohs(lPeer.sin_port) == lPort) {
+            return lDescriptor;
+        }
+    }
+    return -1;
+}
+
 Descriptor& Descriptor::operator=(Descriptor&& aOther) noexcept {
     if (this != &aOther) {
         close();

@@ -12,6 +12,10 @@ namespace test {
 /// @return a TCP port of the loopback interface that was free a moment ago.
 unsigned short freePort();
 
+/// @return the descriptor of this process that is the other end of a loopback connection; -1 if
+/// none is.
+int otherEndOf(int aDescriptor);
+
 /// A descriptor that is closed at the end of its life.
 class Descriptor {
 public:

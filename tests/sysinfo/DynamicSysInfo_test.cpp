@@ -14,9 +14,9 @@
 #include <string>
 #include <thread>
 
-#include "ace/Log_Msg.h"
 #include "kernelFiles.h"
 #include "support/FailingAllocator.h"
+#include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 
 namespace {
@@ -113,23 +113,9 @@ std::map<std::string, std::string> dumped(const DynamicSysInfo& aInfo) {
 }
 
 /// A log back end that uses the figures itself.
-class Reader : public ACE_Log_Msg_Backend {
+class Reader : public test::LineBackend {
 public:
-    explicit Reader(const DynamicSysInfo& aInfo)
-        : mInfo(aInfo),
-          mFormer(ACE_Log_Msg::msg_backend(this)),
-          mFormerFlags(ACE_Log_Msg::instance()->flags()) {
-        ACE_Log_Msg::instance()->clr_flags(mFormerFlags);
-        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
-    }
-    ~Reader() override {
-        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::CUSTOM);
-        ACE_Log_Msg::instance()->set_flags(mFormerFlags);
-        ACE_Log_Msg::msg_backend(mFormer);
-    }
-    int open(const ACE_TCHAR*) override { return 0; }
-    int reset() override { return 0; }
-    int close() override { return 0; }
+    explicit Reader(const DynamicSysInfo& aInfo) : mInfo(aInfo) {}
     ssize_t log(ACE_Log_Record&) override {
         mSum += mInfo.getAvgCPU1();
         return 0;
@@ -138,9 +124,8 @@ public:
 
 private:
     const DynamicSysInfo& mInfo;
-    ACE_Log_Msg_Backend* mFormer;
-    unsigned long mFormerFlags;
     double mSum = 0;
+    test::InstalledBackend mInstalled{*this};
 };
 
 }  // namespace

@@ -7,8 +7,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "ace/Log_Msg.h"
 #include "support/FailingAllocator.h"
+#include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 
 namespace {
@@ -34,22 +34,9 @@ std::string failure(const std::string& aText, int aSize) {
 }
 
 /// A log back end that uses the table itself.
-class Translator : public ACE_Log_Msg_Backend {
+class Translator : public test::LineBackend {
 public:
-    explicit Translator(ObjectIDMap& aMap) : mMap(aMap) {
-        mFormer = ACE_Log_Msg::msg_backend(this);
-        mFormerFlags = ACE_Log_Msg::instance()->flags();
-        ACE_Log_Msg::instance()->clr_flags(mFormerFlags);
-        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
-    }
-    ~Translator() override {
-        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::CUSTOM);
-        ACE_Log_Msg::instance()->set_flags(mFormerFlags);
-        ACE_Log_Msg::msg_backend(mFormer);
-    }
-    int open(const ACE_TCHAR*) override { return 0; }
-    int reset() override { return 0; }
-    int close() override { return 0; }
+    explicit Translator(ObjectIDMap& aMap) : mMap(aMap) {}
     ssize_t log(ACE_Log_Record&) override {
         mMap.add(id(1), id(2));
         return 0;
@@ -57,8 +44,7 @@ public:
 
 private:
     ObjectIDMap& mMap;
-    ACE_Log_Msg_Backend* mFormer;
-    unsigned long mFormerFlags;
+    test::InstalledBackend mInstalled{*this};
 };
 
 }  // namespace
