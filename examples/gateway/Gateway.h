@@ -3,7 +3,7 @@
 ///
 ///     instrument -> reader task -> message queue -> checker task -> clients, file
 ///
-/// A periodic timer prints the rates, another one reports load and memory.
+/// A periodic timer prints the rates, another one has the checker report load and memory.
 #ifndef EXAMPLES_GATEWAY_GATEWAY_H
 #define EXAMPLES_GATEWAY_GATEWAY_H
 

@@ -15,6 +15,7 @@
 #include "commif/Refusals.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/logMatchers.h"
 
 using test::Channel;
 using test::fileParams;
@@ -448,11 +449,7 @@ TEST(FileWithoutObject, AnswersThatThereIsNoDevice) {
                                           "%t commIfFileWrite: lFile == 0 fd[9]  \n",
                                           "%t commIfFileIoctl: lFile == 0 fd[9]  \n",
                                           "%t commIfFileClose: lFile == 0 desc[9]  \n"));
-    for (const test::LogLine& lLine : lLog.lines()) {
-        EXPECT_EQ(LM_DEBUG, lLine.priority);
-        EXPECT_EQ(-1, lLine.status);
-        EXPECT_EQ(kModule, lLine.module);
-    }
+    EXPECT_THAT(lLog.lines(), testing::Each(test::IsLineOf(LM_DEBUG, -1, kModule)));
 }
 
 TEST(FileWithoutObject, IsWhatACloseLeaves) {

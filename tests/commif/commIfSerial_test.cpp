@@ -21,6 +21,7 @@
 #include "commif/osxComPort.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/logMatchers.h"
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -123,11 +124,7 @@ void SerialChannel::expectNoPort() {
                                           inDescriptor("commIfSerialIoctl: losxComPort == 0"),
                                           inDescriptor("commIfSerialIoctl: losxComPort == 0"),
                                           inDescriptor("commIfSerialClose: lComport == 0")));
-    for (const test::LogLine& lLine : mLog.lines()) {
-        EXPECT_EQ(LM_DEBUG, lLine.priority);
-        EXPECT_EQ("CommIfACE.cpp", lLine.module);
-        EXPECT_EQ(-1, lLine.status);
-    }
+    EXPECT_THAT(mLog.lines(), testing::Each(test::IsLineOf(LM_DEBUG, -1, "CommIfACE.cpp")));
 }
 
 using SerialOpen = SerialChannel;

@@ -336,6 +336,50 @@ private:
     std::map<int, int> mNext;
 };
 
+/// Threads that write numbered lines, each its own, until they are stopped.
+class Loggers {
+public:
+    explicit Loggers(milliseconds aPause) : mPause(aPause) {
+        for (int lLogger = 0; lLogger < kLoggers; ++lLogger) {
+            mThreads.emplace_back([this, lLogger] { writeLines(lLogger); });
+        }
+    }
+    ~Loggers() { stop(); }
+    Loggers(const Loggers&) = delete;
+    Loggers& operator=(const Loggers&) = delete;
+
+    void stop() {
+        mLogging = false;
+        for (std::thread& lThread : mThreads) {
+            lThread.join();
+        }
+        mThreads.clear();
+    }
+    int written(int aLogger) const { return mWritten.at(static_cast<std::size_t>(aLogger)); }
+
+private:
+    void writeLines(int aLogger) {
+        auto& lNumber = mWritten.at(static_cast<std::size_t>(aLogger));
+        for (; mLogging; ++lNumber) {
+            line("logger " + std::to_string(aLogger) + " line " + std::to_string(lNumber));
+            std::this_thread::sleep_for(mPause);
+        }
+    }
+
+    milliseconds mPause;
+    std::atomic<bool> mLogging{true};
+    std::array<std::atomic<int>, kLoggers> mWritten{};
+    std::vector<std::thread> mThreads;
+};
+
+void comeOrGo(RandomClient& aClient, unsigned short aPort, bool aByReset) {
+    if (aClient.connected()) {
+        aClient.leave(aByReset);
+    } else {
+        aClient.connect(aPort);
+    }
+}
+
 void readAll(std::vector<RandomClient>& aClients) {
     std::vector<pollfd> lPolls;
     for (const RandomClient& lClient : aClients) {
@@ -363,39 +407,20 @@ TEST_F(Stress, ClientsThatStaySeeEveryLineOnceAndInOrderWhileOthersComeAndGo) {
     }
     // Its reception shows that those who connected before it are known, too.
     connectWatcher();
-    std::atomic<bool> lLogging{true};
-    std::vector<std::thread> lLoggers;
-    std::array<std::atomic<int>, kLoggers> lWritten{};
-    for (int lLogger = 0; lLogger < kLoggers; ++lLogger) {
-        lLoggers.emplace_back([&, lLogger] {
-            auto& lNumber = lWritten.at(static_cast<std::size_t>(lLogger));
-            for (; lLogging; ++lNumber) {
-                line("logger " + std::to_string(lLogger) + " line " + std::to_string(lNumber));
-                std::this_thread::sleep_for(kPause);
-            }
-        });
-    }
+    Loggers lLoggers(kPause);
     std::mt19937 lRandom(20250101);
     const auto lEnd = steady_clock::now() + seconds(stressSeconds());
     while (steady_clock::now() < lEnd) {
         RandomClient& lClient = lClients[kStaying + lRandom() % (kClients - kStaying)];
-        if (lClient.connected()) {
-            lClient.leave(lRandom() % 2 == 0);
-        } else {
-            lClient.connect(mRedirectPort);
-        }
+        comeOrGo(lClient, mRedirectPort, lRandom() % 2 == 0);
         readAll(lClients);
     }
-    lLogging = false;
-    for (std::thread& lLogger : lLoggers) {
-        lLogger.join();
-    }
+    lLoggers.stop();
     for (std::size_t lClient = 0; lClient < kStaying; ++lClient) {
         for (int lLogger = 0; lLogger < kLoggers; ++lLogger) {
             EXPECT_TRUE(test::waitUntil([&] {
                 readAll(lClients);
-                return lClients[lClient].next(lLogger) ==
-                       lWritten.at(static_cast<std::size_t>(lLogger));
+                return lClients[lClient].next(lLogger) == lLoggers.written(lLogger);
             })) << "client "
                 << lClient << ", logger " << lLogger;
         }

@@ -9,6 +9,7 @@
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/logMatchers.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -93,9 +94,5 @@ TEST(CriticalSection, NotInitializedWritesALineAndDoesNothing) {
     EXPECT_THAT(lLog.texts(), ElementsAre("%t osxEnterCriticalSection: lMutex == 0  \n",
                                           "%t osxLeaveCriticalSection: lMutex == 0  \n",
                                           "%t osxDeleteCriticalSection: lMutex == 0  \n"));
-    for (const test::LogLine& lLine : lLog.lines()) {
-        EXPECT_EQ(LM_DEBUG, lLine.priority);
-        EXPECT_EQ(-1, lLine.status);
-        EXPECT_EQ("osxACE.cpp", lLine.module);
-    }
+    EXPECT_THAT(lLog.lines(), testing::Each(test::IsLineOf(LM_DEBUG, -1, "osxACE.cpp")));
 }

@@ -20,6 +20,7 @@
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/logMatchers.h"
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
@@ -400,11 +401,7 @@ TEST(MessageQueue, NullGivesZeroAndALine) {
                                           "%t osxMsgRecv: lQueue == 0  maxSize[1] timeOut[250]\n",
                                           "%t osxMsgQueueFlush: lQueue == 0  \n",
                                           "%t osxMsgQueueDelete: lQueue == 0  \n"));
-    for (const test::LogLine& lLine : lLog.lines()) {
-        EXPECT_EQ(LM_DEBUG, lLine.priority);
-        EXPECT_EQ(-1, lLine.status);
-        EXPECT_EQ("osxMsgACE.cpp", lLine.module);
-    }
+    EXPECT_THAT(lLog.lines(), testing::Each(test::IsLineOf(LM_DEBUG, -1, "osxMsgACE.cpp")));
 }
 
 namespace {

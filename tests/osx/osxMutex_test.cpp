@@ -8,6 +8,7 @@
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/logMatchers.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -157,9 +158,5 @@ TEST(Mutex, NullGivesACodeAndALine) {
     EXPECT_THAT(lLog.texts(), ElementsAre("%t osxAcquireMutex: lMutex == 0 \n",
                                           "%t osxReleaseMutex: lMutex == 0 \n",
                                           "%t osxDeleteMutex: lMutex == 0 \n"));
-    for (const test::LogLine& lLine : lLog.lines()) {
-        EXPECT_EQ(LM_DEBUG, lLine.priority);
-        EXPECT_EQ(-1, lLine.status);
-        EXPECT_EQ("osxACE.cpp", lLine.module);
-    }
+    EXPECT_THAT(lLog.lines(), testing::Each(test::IsLineOf(LM_DEBUG, -1, "osxACE.cpp")));
 }

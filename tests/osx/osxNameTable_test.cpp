@@ -12,6 +12,7 @@
 #include "osx/osx.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
+#include "support/logMatchers.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -65,11 +66,7 @@ TEST(NameTable, ListsInTheOrderOfTheNamesWithoutRegardToCase) {
                                           "name = beta, handle = 10, index = 254.\n",
                                           "name = gamma, handle = abc, index = 255.\n",
                                           "Total number of objects registered: 3.\n"));
-    for (const test::LogLine& lLine : lLog.lines()) {
-        EXPECT_EQ(LM_ERROR, lLine.priority);
-        EXPECT_EQ(-1, lLine.status);
-        EXPECT_EQ("osxNameTable.cpp", lLine.module);
-    }
+    EXPECT_THAT(lLog.lines(), testing::Each(test::IsLineOf(LM_ERROR, -1, "osxNameTable.cpp")));
 }
 
 TEST(NameTable, ListsNothingButTheTotalWhenEmpty) {

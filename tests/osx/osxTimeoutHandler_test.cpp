@@ -17,6 +17,7 @@
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
+#include "support/logMatchers.h"
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
@@ -178,11 +179,7 @@ TEST(Timer, NullHandlesWriteOneErrorLineEach) {
     EXPECT_EQ(-1, osxCancelTimer(nullptr));
     EXPECT_EQ(nullptr, lNone);
     EXPECT_THAT(lLog.texts(), ElementsAre(kNullDestroy, kNullCancel));
-    for (const test::LogLine& lLine : lLog.lines()) {
-        EXPECT_EQ(LM_ERROR, lLine.priority);
-        EXPECT_EQ(-1, lLine.status);
-        EXPECT_EQ("osxACE.cpp", lLine.module);
-    }
+    EXPECT_THAT(lLog.lines(), testing::Each(test::IsLineOf(LM_ERROR, -1, "osxACE.cpp")));
 }
 
 TEST(Timer, WithoutAFunctionFiringWritesALine) {

@@ -11,6 +11,7 @@
 
 #include "ace/ACE.h"
 #include "support/LogCapture.h"
+#include "support/logMatchers.h"
 #include "types/FlexVarSamples.h"
 
 using test::isSame;
@@ -204,11 +205,7 @@ TEST(FlexVar, TracesAtDebugPriorityWithStatus0InItsModulesName) {
     FlexVar().setInt(1).getLong();
     const auto lLines = lLog.lines();
     ASSERT_EQ(2U, lLines.size());
-    for (const test::LogLine& lLine : lLines) {
-        EXPECT_EQ(LM_DEBUG, lLine.priority);
-        EXPECT_EQ(0, lLine.status);
-        EXPECT_EQ("FlexVar.cpp", lLine.module);
-    }
+    EXPECT_THAT(lLines, testing::Each(test::IsLineOf(LM_DEBUG, 0, "FlexVar.cpp")));
 }
 
 TEST(FlexVar, ChainsItsSetters) {
@@ -339,11 +336,7 @@ TEST(FlexVar, ReportsANullObjectAndStoresItAllTheSame) {
             ASSERT_EQ(2U, lLines.size());
             EXPECT_EQ("FlexVar::set" + lTo.name + ": Null pointer for aValue!\n", lLines[0].text);
             EXPECT_THAT(lLines[1].text, testing::HasSubstr("assertion failed for 'false'"));
-            for (const test::LogLine& lLine : lLines) {
-                EXPECT_EQ(LM_ERROR, lLine.priority);
-                EXPECT_EQ(-1, lLine.status);
-                EXPECT_EQ("FlexVar.cpp", lLine.module);
-            }
+            EXPECT_THAT(lLines, testing::Each(test::IsLineOf(LM_ERROR, -1, "FlexVar.cpp")));
         }
     }
 }
