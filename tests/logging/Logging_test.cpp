@@ -182,6 +182,19 @@ TEST(LogInit, LeavesEnomemWhenMemoryIsShort) {
     EXPECT_EQ(ENOMEM, errno);
 }
 
+TEST(LogInit, WritesToTheSystemLogThoughMemoryForABackEndIsShort) {
+    test::RunningReactor::reactor().initReactor();
+    Arguments lArguments({"prog", "-SysLog"});
+    {
+        const test::FailingAllocator lFailing(1, true);
+        lArguments.init();
+        EXPECT_EQ(1, lFailing.failures());
+    }
+    EXPECT_EQ(nullptr, ACE_Log_Msg::msg_backend());
+    EXPECT_NE(0U, ACE_Log_Msg::instance()->flags() & ACE_Log_Msg::SYSLOG);
+    ACE_DEBUG((LM_DEBUG, "reaches nobody if there is no system log\n"));
+}
+
 TEST(LogInitDeathTest, HelpPrintsTheUsageAndEndsTheProcessBeforeLaterOptions) {
     EXPECT_EXIT(
         {
