@@ -30,7 +30,8 @@ unsigned long unableToConnect() {
     return kFailed;
 }
 
-/// @return whether the addresses could be listed. One of 0 says that there is none.
+/// @param[out] aFound whether there is an address at all.
+/// @return whether the addresses could be listed; a line tells if not.
 bool findOwnAddress(ACE_INET_Addr& aAddress, bool& aFound) {
     std::size_t lCount = 0;
     ACE_INET_Addr* lList = nullptr;

@@ -17,33 +17,29 @@ auto wrapping(Number aNumber) noexcept {
     }
 }
 
-struct Plus {
+/// An operation that has a result for all operands.
+struct Total {
     template <class Number>
     bool isDefined(Number) const noexcept {
         return true;
     }
+};
+
+struct Plus : Total {
     template <class Number>
     Number operator()(Number aLeft, Number aRight) const noexcept {
         return static_cast<Number>(wrapping(aLeft) + wrapping(aRight));
     }
 };
 
-struct Minus {
-    template <class Number>
-    bool isDefined(Number) const noexcept {
-        return true;
-    }
+struct Minus : Total {
     template <class Number>
     Number operator()(Number aLeft, Number aRight) const noexcept {
         return static_cast<Number>(wrapping(aLeft) - wrapping(aRight));
     }
 };
 
-struct Times {
-    template <class Number>
-    bool isDefined(Number) const noexcept {
-        return true;
-    }
+struct Times : Total {
     template <class Number>
     Number operator()(Number aLeft, Number aRight) const noexcept {
         return static_cast<Number>(wrapping(aLeft) * wrapping(aRight));
