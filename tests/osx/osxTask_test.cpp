@@ -154,8 +154,10 @@ TEST(Task, WithoutAThreadLeavesTheHandleUntouchedAndTheNameOut) {
 }
 
 TEST(Task, HooksDoNothing) {
+    const test::LogCapture lLog;
     osxBeginningOfTask();
     osxEndTask();
+    EXPECT_THAT(lLog.lines(), IsEmpty());
 }
 
 TEST(Task, ThousandsLeaveNoAddressSpaceBehind) {
