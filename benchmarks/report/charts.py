@@ -6,7 +6,8 @@ import math
 from report.verdicts import number
 
 BAR, GAP, LEFT, WIDTH, RIGHT = 13, 14, 250, 420, 90
-COLOURS = {"osx": "#d9480f", "floor": "#868e96", "peer": "#74a9cf"}
+COLOURS = {"osx": "#d9480f", "floor": "#868e96", "peer": "#74a9cf", "other": "#bcd6e8"}
+ORDER = tuple(COLOURS)
 
 
 def text(x, y, content, anchor="start", weight="normal", size=11):
@@ -18,7 +19,7 @@ def bars(row, top, low, high):
     """@return the elements of one row, and the height they take."""
     parts = [text(4, top + 10, row.name, weight="bold")]
     y = top + 16
-    for result in sorted(row.results, key=lambda r: ("osx", "floor", "peer").index(r["role"])):
+    for result in sorted(row.results, key=lambda r: ORDER.index(r["role"])):
         share = (math.log10(max(result["value"], low)) - math.log10(low)) / (
             math.log10(high) - math.log10(low))
         length = max(2, share * WIDTH)

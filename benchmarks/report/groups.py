@@ -22,8 +22,10 @@ class Mark:
         if self.extra:
             return f"at most {self.extra:g} ns above {other}"
         if self.strict:
-            return "faster than every peer"
-        return f"at most {self.factor:.2f} × {other}" if self.factor != 1 else f"as fast as {other}"
+            return "less than every peer"
+        if self.factor == 1:
+            return f"no more than {other}"
+        return f"at most {self.factor:.2f} × {other}"
 
 
 NOISE = 1.05
@@ -46,16 +48,18 @@ GROUPS = [
     Group("flexvar", "FlexVar",
           (("", Mark(PEER, strict=True)), (", (Int|Double)$", Mark(FLOOR, 1.3))), ""),
     Group("objectid", "ObjectID", (("", Mark(PEER, strict=True)),), ""),
-    Group("objectidmap", "ObjectIDMap", (("(?<!\\d)(100|3000) entries", Mark(PEER, strict=True)),),
-          ""),
+    Group("objectidmap", "ObjectIDMap",
+          (("(?<!\\d)(100|3000) entries", Mark(PEER, strict=True)),), ""),
     Group("log", "A log line",
           (("switched off", Mark(FLOOR, extra=2.0)), ("clients: 0", Mark(FLOOR, 1.05)),
            ("clients: [1-9]", Mark(PEER)), ("to a file", Mark(FLOOR, 1.05))), ""),
     Group("timers", "Timers", (("", Mark(PEER)),), ""),
+    Group("echo", "Listening port", (("", Mark(PEER)),), "threads: 1"),
     Group("broadcast", "Broadcast", (("", Mark(FLOOR, 1.05)),), ""),
     Group("device", "Device I/O",
           (("^(read|write) (4096|65536)|copy", Mark(FLOOR, 1.02)),), ""),
     Group("sysinfo", "DynamicSysInfo", (("", Mark(FLOOR, 1.5)),), ""),
+    Group("size", "Size", (("", Mark(PEER, strict=True)),), ""),
 ]
 
 

@@ -12,15 +12,17 @@ INTRODUCTION = """# Performance
 `./bench` makes this page: it builds the library and the programs in `benchmarks/`, runs them, and
 writes what it finds. Each row is one piece of work, done by the library and by what one would use
 instead, in the same run and in turns; the figures are medians. The floor is the plain system call,
-pthread or ACE. Unless a row says otherwise a figure is processor time, which a busy machine disturbs
-little; where several threads share the work, that of all of them. Figures under `elapsed` are by the
-clock and mean something on an idle machine alone.
+pthread or ACE. Unless a row says otherwise a figure is processor time, which a busy machine
+disturbs little; where several threads share the work, that of all of them. Figures under `elapsed`
+are by the clock (the library's, then the floor's or else the fastest peer's) and mean something on
+an idle machine alone.
 """
 
 
 def comment_of(group, root):
     """@return the opening comment of a group's program: what is measured and what differs."""
-    for name in (f"{group.name}_bench.cpp", f"{group.name}.py"):
+    for name in (f"{group.name}_bench.cpp", f"{group.name}/load.cpp",
+                 f"{group.name}/idle_osx.cpp"):
         source = root / "benchmarks" / name
         if source.exists():
             lines = []
@@ -28,7 +30,7 @@ def comment_of(group, root):
                 if not line.startswith("//"):
                     break
                 lines.append(line[2:].strip())
-            return "\n".join(lines)
+            return "\n".join(lines).split("\n\nUsage")[0]
     return ""
 
 
@@ -36,8 +38,12 @@ def cell(result):
     if result is None:
         return "-"
     figures = [number(result["value"], result["unit"])]
-    figures += [f"{key} {value:.3g}" for key, value in result["extra"].items() if key != "elapsed"]
-    return ", ".join(figures)
+    for key, value in result["extra"].items():
+        if key == "p99":
+            figures.append(f"99 %: {number(value, 'ns')}")
+        elif key != "elapsed":
+            figures.append(f"{key}: {value:.0f}")
+    return "<br>".join(figures)
 
 
 def elapsed(row):
@@ -114,7 +120,8 @@ def write(data, root):
     docs = pathlib.Path(root) / "docs"
     pictures = docs / "performance"
     pictures.mkdir(exist_ok=True)
-    parts = [INTRODUCTION, machine(data["about"]), "## Where it falls short\n\n"
-             + summary(data["results"])]
+    notes = (pathlib.Path(root) / "benchmarks/notes.md").read_text()
+    parts = [INTRODUCTION, machine(data["about"]),
+             "## Where it falls short\n\n" + summary(data["results"]), notes]
     parts += [section(group, data["results"], root, pictures) for group in GROUPS]
     (docs / "performance.md").write_text("\n".join(part for part in parts if part))

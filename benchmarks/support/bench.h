@@ -19,9 +19,11 @@ namespace bench {
 constexpr char kOsx[] = "osx";
 constexpr char kFloor[] = "floor";
 constexpr char kPeer[] = "peer";
+/// Shown, but not held against the library, because it does less.
+constexpr char kOther[] = "other";
 
 /// Enters a subject in a row.
-/// @param aRole `kOsx`, `kFloor` or `kPeer`.
+/// @param aRole `kOsx`, `kFloor`, `kPeer` or `kOther`.
 /// @param aSubject the subject's name in the table.
 template <class Function>
 benchmark::internal::Benchmark* add(const std::string& aRow, const char* aRole,

@@ -1,0 +1,8 @@
+#include <gio/gio.h>
+
+int main() {
+    GSocketService* lService = g_socket_service_new();
+    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+    g_object_unref(lService);
+    return 0;
+}

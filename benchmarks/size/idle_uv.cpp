@@ -1,0 +1,7 @@
+#include <uv.h>
+
+int main() {
+    uv_async_t lKeepsLoopAlive;
+    uv_async_init(uv_default_loop(), &lKeepsLoopAlive, nullptr);
+    return uv_run(uv_default_loop(), UV_RUN_DEFAULT);
+}
