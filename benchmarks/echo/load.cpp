@@ -6,7 +6,8 @@
 // (libuv, GLib) or 16 KiB (Asio, plain ACE).
 //
 // Usage: echo_load PORT CONNECTIONS BYTES MILLISECONDS
-// Prints: messages, seconds, seconds to connect, 99th percentile of the round trip in ns.
+// Prints: a line once it is connected; then messages, seconds, seconds to connect, 99th percentile
+// of the round trip in ns.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -152,6 +153,8 @@ int main(int aCount, char** aArguments) {
     }
     Load lLoad(std::atoi(aArguments[1]), std::strtoul(aArguments[2], nullptr, 10),
                std::strtoul(aArguments[3], nullptr, 10));
+    std::puts("connected");
+    std::fflush(stdout);
     lLoad.run(std::atof(aArguments[4]) / 1000);
     lLoad.print();
     return 0;

@@ -49,16 +49,18 @@ def run_once(programs, program, connections, size, threads, milliseconds):
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
         wait_until_listening(port, server)
-        load = subprocess.run([programs / "echo_load", str(port), str(connections), str(size),
-                               str(milliseconds)], stdout=subprocess.PIPE, text=True, check=False,
-                              timeout=60)
-        used = processor_time(server.pid)
+        load = subprocess.Popen([programs / "echo_load", str(port), str(connections), str(size),
+                                 str(milliseconds)], stdout=subprocess.PIPE, text=True)
+        load.stdout.readline()  # it is connected
+        before = processor_time(server.pid)
+        figures = load.communicate(timeout=60)[0]
+        used = processor_time(server.pid) - before
     finally:
         server.kill()
         server.wait()
     if load.returncode != 0:
         return None
-    messages, seconds, connecting, slow = (float(field) for field in load.stdout.split())
+    messages, seconds, connecting, slow = (float(field) for field in figures.split())
     return used / messages, seconds * 1e9 / messages, connections / connecting, slow
 
 

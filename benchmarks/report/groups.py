@@ -59,7 +59,7 @@ GROUPS = [
     Group("device", "Device I/O",
           (("^(read|write) (4096|65536)|copy", Mark(FLOOR, 1.02)),), ""),
     Group("sysinfo", "DynamicSysInfo", (("", Mark(FLOOR, 1.5)),), ""),
-    Group("size", "Size", (("", Mark(PEER, strict=True)),), ""),
+    Group("size", "Size", (("^(?!threads)", Mark(PEER, strict=True)), ("threads", Mark(PEER))), ""),
 ]
 
 

@@ -6,9 +6,10 @@
 // much, and more. "own" memory is what the program does not share with others.
 #include "osx/osx.h"
 
-#include "osx/OSX_Reactor.h"
-
 int main() {
-    ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()->initReactor();
-    return osxRunReactor();
+    // The first timer brings the reactor.
+    void* lTimer = osxCreateTimer([](const void*) {}, nullptr, 3600000, 0);
+    osxRunReactor();
+    osxDestroyTimer(lTimer);
+    return 0;
 }
