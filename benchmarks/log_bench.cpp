@@ -59,14 +59,15 @@ void osxOff(benchmark::State& aState) {
 }
 
 void aceOff(benchmark::State& aState) {
-    ACE_LOG_MSG->priority_mask(LM_ERROR, ACE_Log_Msg::THREAD);
-    ACE_Log_Msg::disable_debug_messages();
+    const auto lOfProcess = ACE_LOG_MSG->priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
+    const auto lOfThread = ACE_LOG_MSG->priority_mask(LM_ERROR, ACE_Log_Msg::THREAD);
     int lNumber = 0;
     for (auto lOnce : aState) {
         benchmark::DoNotOptimize(++lNumber);
         ACE_DEBUG((LM_DEBUG, "%t nothing happened [%d]\n", lNumber));
     }
-    ACE_Log_Msg::enable_debug_messages();
+    ACE_LOG_MSG->priority_mask(lOfProcess, ACE_Log_Msg::PROCESS);
+    ACE_LOG_MSG->priority_mask(lOfThread, ACE_Log_Msg::THREAD);
 }
 
 void spdlogOff(benchmark::State& aState) {
