@@ -13,6 +13,7 @@
 #include "base/closeKeepingErrno.h"
 #include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
+#include "osx/socketTransfer.h"
 
 using osx::DiagnosticLine;
 
@@ -223,6 +224,7 @@ bool osxListenHandler::mayReport() {
 }
 
 int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) {
+    osx::sendWithoutDelay(aConnection);
     std::array<char, 16> lHost{};
     aPeer.get_host_addr(lHost.data(), static_cast<int>(lHost.size()));
     DiagnosticLine(kModule).notice("Remote connection from: %s:%d\n", lHost.data(),

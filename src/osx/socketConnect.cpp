@@ -11,6 +11,7 @@
 
 #include "ace/INET_Addr.h"
 #include "base/closeKeepingErrno.h"
+#include "osx/socketTransfer.h"
 
 namespace {
 
@@ -86,6 +87,7 @@ bool establish(int aSocket, const ACE_INET_Addr& aAddress, Clock::time_point aDe
         errno = ECONNREFUSED;
         return false;
     }
+    osx::sendWithoutDelay(aSocket);
     return makeBlocking(aSocket);
 }
 

@@ -753,6 +753,23 @@ TEST(Connection, ASlowClosedCallbackHoldsNobodyUp) {
     EXPECT_TRUE(lShared.left.waitFor(1));
 }
 
+TEST(Port, SmallSendsToAClientAreNotHeldBack) {
+    const test::LogCapture lLog;
+    static std::atomic<bool> gWithoutDelay{false};
+    PlainPort lPort(
+        nullptr,
+        [](void* aSocket, void*&) {
+            gWithoutDelay =
+                test::sendsWithoutDelay(static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle());
+        },
+        nullptr, &echo);
+    const test::RunningReactor lLoop;
+    TcpPeer lPeer = lPort.connect();
+    lPeer.send("x");
+    ASSERT_EQ("x", lPeer.receive(1));
+    EXPECT_TRUE(gWithoutDelay);
+}
+
 TEST(Port, EveryDescriptorIsCloseOnExec) {
     const test::LogCapture lLog;
     std::set<int> lBefore;

@@ -124,6 +124,11 @@ TEST(Socket, OpenGivesABlockingCloseOnExecStream) {
     EXPECT_EQ(0, ::fcntl(lConnection.descriptor(), F_GETFL) & O_NONBLOCK);
 }
 
+TEST(Socket, SmallSendsAreNotHeldBack) {
+    Connection lConnection;
+    EXPECT_TRUE(test::sendsWithoutDelay(lConnection.descriptor()));
+}
+
 TEST(Socket, OpenLooksNamesUp) {
     test::TcpListener lListener;
     void* lSocket = nullptr;

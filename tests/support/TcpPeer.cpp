@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -59,6 +60,13 @@ Descriptor bindToFreePort() {
 }
 
 }  // namespace
+
+bool sendsWithoutDelay(int aDescriptor) {
+    int lOn = 0;
+    socklen_t lLength = sizeof lOn;
+    ::getsockopt(aDescriptor, IPPROTO_TCP, TCP_NODELAY, &lOn, &lLength);
+    return lOn != 0;
+}
 
 unsigned short freePort() {
     const Descriptor lSocket = bindToFreePort();

@@ -12,6 +12,9 @@ namespace test {
 /// @return a TCP port of the loopback interface that was free a moment ago.
 unsigned short freePort();
 
+/// @return whether a TCP socket sends small pieces at once.
+bool sendsWithoutDelay(int aDescriptor);
+
 /// @return the descriptor of this process that is the other end of a loopback connection; -1 if
 /// none is.
 int otherEndOf(int aDescriptor);
