@@ -59,8 +59,14 @@ void limitSilence(void* aSocket) {
     setOption(lDescriptor, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
 }
 
+/// Broadcasts are many and small and nobody answers them: a burst costs less in larger packets.
+void gatherSmallSends(void* aSocket) {
+    setOption(descriptorOf(aSocket), IPPROTO_TCP, TCP_NODELAY, 0);
+}
+
 void onAccepted(void* aSocket, void*& aUserData) {
     limitSilence(aSocket);
+    gatherSmallSends(aSocket);
     ConnectionAdmin::NewConnection(aSocket, aUserData);
 }
 

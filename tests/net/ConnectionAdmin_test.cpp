@@ -334,3 +334,8 @@ TEST_F(ConnectionAdminPort, HasTheKernelEndAConnectionThatIsStalledOrSilent) {
     EXPECT_EQ(1, option(lAccepted, SOL_SOCKET, SO_KEEPALIVE));
     EXPECT_EQ(ConnectionAdmin::kKeepAliveIdleS, option(lAccepted, IPPROTO_TCP, TCP_KEEPIDLE));
 }
+
+TEST_F(ConnectionAdminPort, LetsTheKernelGatherSmallSends) {
+    const TcpPeer lClient = connectClient();
+    EXPECT_FALSE(test::sendsWithoutDelay(test::otherEndOf(lClient.descriptor())));
+}
