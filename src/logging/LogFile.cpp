@@ -31,6 +31,10 @@ public:
         }
     }
 
+    /// Threads may still write to a log file that another one has replaced: none is ever closed.
+    /// Whoever looks for leaks finds them all behind the latest one.
+    void keep(const std::ostream* aFormer) noexcept { mFormer = aFormer; }
+
 private:
     using Buffer = __gnu_cxx::stdio_filebuf<char>;
     static constexpr mode_t kMode = 0666;
@@ -46,6 +50,7 @@ private:
     }
 
     Buffer mBuffer;
+    const std::ostream* mFormer = nullptr;
 };
 
 std::atomic<std::ostream*> gLogFile{nullptr};
@@ -93,6 +98,7 @@ std::ostream* openLogFile(const char* aName) noexcept {
     auto* const lStream = allocate<LogStream>();
     if (lStream != nullptr) {
         lStream->open(aName);
+        lStream->keep(gLogFile.load(std::memory_order_acquire));
         gLogFile.store(lStream, std::memory_order_release);
     }
     return lStream;
