@@ -219,6 +219,16 @@ milliseconds timeToLog(int aLines) {
     return std::chrono::duration_cast<milliseconds>(steady_clock::now() - lStart);
 }
 
+/// Logs a text again and again until it arrives: a full queue drops lines, this one among them.
+bool logUntilRead(Reader& aReader, const char* aText) {
+    return test::waitUntil(
+        [&] {
+            line(aText);
+            return aReader.waitFor(aText, milliseconds(100));
+        },
+        seconds(60));
+}
+
 /// An echoing port on the same reactor.
 void echo(void* aSocket, void*&, unsigned char* aData, unsigned long aLength) {
     osxSocketSend(aSocket, aData, aLength);
@@ -260,13 +270,7 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     TcpPeer lEcho = TcpPeer::connect(lEchoPort);
     Reader lReader(connectWatcher());
     const milliseconds lUsual = timeToLog(kLines);
-    // Sent again until it arrives: a full queue drops lines, this one among them.
-    ASSERT_TRUE(test::waitUntil(
-        [&] {
-            line("all read");
-            return lReader.waitFor("all read\n", milliseconds(100));
-        },
-        seconds(60)));
+    ASSERT_TRUE(logUntilRead(lReader, "all read"));
 
     const TcpPeer lStalled = connectStalled(mRedirectPort);
     std::atomic<bool> lGoOn{true};
@@ -283,10 +287,8 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     lGoOn = false;
     lProbe.join();
     EXPECT_GT(seconds(2), lWorst);
-    // The notice comes when the queue has drained and takes lines again.
     EXPECT_TRUE(lReader.waitFor(kNotice, seconds(60)));
-    line("after all");
-    EXPECT_TRUE(lReader.waitFor("after all\n", seconds(60)));
+    EXPECT_TRUE(logUntilRead(lReader, "after all"));
     EXPECT_EQ(0U, osxUnregisterPort(lEchoHandle));
 }
 
