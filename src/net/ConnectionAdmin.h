@@ -17,6 +17,8 @@
 /// Clients come and go on the threads that run the reactor, which wait for no broadcast: a closing
 /// connection waits only for a send in progress on that very connection, and ends it.
 ///
+/// The kernel may gather small sends into larger packets: broadcasts are many, and not answered.
+///
 /// A client that takes nothing for `kStalledClientMs` holds a broadcast up no longer than that: the
 /// kernel then ends its connection.
 class OSX_EXPORT ConnectionAdmin {

@@ -354,6 +354,7 @@ OSX_EXPORT double htond(double aValue);
 /// A socket is a TCP connection, made here or accepted by a port. The calls return 0, or -1 as
 /// `unsigned long`. They block. Different sockets may be used from different threads freely; sends
 /// of several threads on one socket may mix their bytes.
+/// Each send goes out at once, however small: many small pieces are better sent as one vector.
 /// @{
 
 /// Starts the socket layer. @return 0.
