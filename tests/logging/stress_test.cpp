@@ -238,6 +238,11 @@ milliseconds timeToLog(int aLines) {
     return std::chrono::duration_cast<milliseconds>(steady_clock::now() - lStart);
 }
 
+/// What else the machine does can only add to a time: the least of a few is the one to compare.
+milliseconds leastTimeToLog(int aLines) {
+    return std::min({timeToLog(aLines), timeToLog(aLines), timeToLog(aLines)});
+}
+
 /// The same for a watcher that a reader serves.
 bool logUntilRead(Reader& aReader, const char* aText) {
     return test::waitUntil(
@@ -288,14 +293,14 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
               osxRegisterPort(lEchoHandle, lEchoPort, nullptr, nullptr, echo, nullptr, nullptr));
     TcpPeer lEcho = TcpPeer::connect(lEchoPort);
     Reader lReader(connectWatcher());
-    const milliseconds lUsual = timeToLog(kLines);
+    const milliseconds lUsual = leastTimeToLog(kLines);
     ASSERT_TRUE(logUntilRead(lReader, "all read"));
 
     const TcpPeer lStalled = connectStalled(mRedirectPort);
     std::atomic<bool> lGoOn{true};
     milliseconds lWorst{0};
     std::thread lProbe([&] { lWorst = worstAnswer(lEcho, mRedirectPort, lGoOn); });
-    const milliseconds lStalledTime = timeToLog(kLines);
+    const milliseconds lStalledTime = leastTimeToLog(kLines);
     const auto lEnd = steady_clock::now();
     // A little on top for what else the machine does.
     EXPECT_GT(lUsual * 3 / 2 + milliseconds(300), lStalledTime);
