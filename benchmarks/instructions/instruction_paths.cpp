@@ -1,0 +1,256 @@
+// The library's hot paths, one a run, for tools/count-instructions. Each works on one thread and
+// with numbers, names and texts of its own, so that a run is like the next one to the instruction.
+//
+//     instruction_paths           names the paths
+//     instruction_paths PATH      runs one; its files are in the current directory
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "ace/Log_Msg.h"
+#include "base/diagnosticLine.h"
+#include "commif/commif.h"
+#include "counted.h"
+#include "logging/Logging.h"
+#include "net/ConnectionAdmin.h"
+#include "osx/OSX_Reactor.h"
+#include "osx/osx.h"
+#include "types/FlexVar.h"
+#include "types/ObjectID.h"
+#include "types/ObjectIDMap.h"
+
+namespace {
+
+using instructions::counted;
+using instructions::use;
+
+constexpr int kTimes = 1000;
+constexpr long kHourMs = 3600L * 1000;
+
+void require(bool aHolds, const char* aWhat) {
+    if (!aHolds) {
+        std::fprintf(stderr, "instruction_paths: %s\n", aWhat);
+        std::exit(1);
+    }
+}
+
+// --- OS services ---
+
+void mutexPath() {
+    void* lMutex = nullptr;
+    require(osxCreateMutex(&lMutex, "counted") == OSX_OK, "no mutex");
+    counted(kTimes, [&] {
+        osxAcquireMutex(lMutex, OSX_WAIT_INFINITE, 0);
+        osxReleaseMutex(lMutex);
+    });
+    osxDeleteMutex(lMutex);
+}
+
+void queuePath() {
+    void* lQueue = nullptr;
+    osxMsgQueueInit(65536, 0, &lQueue, nullptr);
+    require(lQueue != nullptr, "no queue");
+    std::array<char, 64> lBytes{};
+    counted(kTimes, [&] {
+        long lSent = 0;
+        osxMsgSend(lQueue, lBytes.data(), lBytes.size(), &lSent);
+        unsigned long lReceived = 0;
+        osxMsgRecv(lQueue, lBytes.data(), lBytes.size(), &lReceived, OSX_INFINITE_TIMEOUT);
+        use(lReceived);
+    });
+    osxMsgQueueDelete(lQueue);
+}
+
+void nothing(const void*) {}
+
+/// The timers are due in whole seconds and hours apart, so that neither the time of day nor how
+/// long the run takes shows.
+void timerPath() {
+    constexpr int kPending = 1000;
+    ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()->initReactor();
+    std::vector<void*> lPending;
+    for (long i = 0; i < kPending; ++i) {
+        lPending.push_back(osxCreateTimer(nothing, nullptr, 2 * kHourMs + i * 1000, 0));
+    }
+    counted(kTimes, [] {
+        void* lTimer = osxCreateTimer(nothing, nullptr, kHourMs, 0);
+        osxDestroyTimer(lTimer);
+    });
+    for (void* lTimer : lPending) {
+        osxDestroyTimer(lTimer);
+    }
+}
+
+/// What a task's start and end do besides its thread, whose instructions depend on the scheduler.
+void nameTablePath() {
+    constexpr int kNames = 100;
+    static std::array<char, kNames + 1> lHandles{};
+    for (std::size_t i = 0; i < kNames; ++i) {
+        osxNameTableRegister(&lHandles[i], ("task " + std::to_string(i * 7919 % kNames)).c_str());
+    }
+    counted(kTimes, [] {
+        osxNameTableRegister(&lHandles.back(), "task 50, the second");
+        osxNameTableUnRegister(&lHandles.back());
+    });
+}
+
+// --- diagnostics ---
+
+void traceOffPath() {
+    ACE::debug(true);
+    setLogLevel(0);
+    counted(kTimes,
+            [] { osx::DiagnosticLine("paths.cpp").trace(9, "nothing happened [%d]\n", 1); });
+}
+
+/// The line has no "%t": a thread's number has now more digits and now fewer.
+void failureLinePath() {
+    std::array<std::string, 3> lTexts{"paths", "-LogFile", "log"};
+    std::array<char*, 4> lArguments{lTexts[0].data(), lTexts[1].data(), lTexts[2].data(), nullptr};
+    int lCount = static_cast<int>(lTexts.size());
+    LogInit(lCount, lArguments.data(), false);
+    counted(kTimes, [] {
+        osx::DiagnosticLine("paths.cpp").failure(LM_ERROR, "nothing happened [%d]\n", 1234);
+    });
+}
+
+// --- values ---
+
+void flexVarPath() {
+    const FlexVar lText(ACE_CString("a text that is copied and compared"));
+    counted(kTimes, [&] {
+        const FlexVar lCopy(lText);
+        use(lCopy == lText);
+    });
+}
+
+ObjectID identifier(std::uint32_t aNumber) {
+    const std::array<std::uint32_t, 4> lWords{aNumber * 2654435761U, 0x01020304, 0x05060708,
+                                              aNumber};
+    std::array<unsigned char, sizeof lWords> lBytes{};
+    std::memcpy(lBytes.data(), lWords.data(), sizeof lWords);
+    ObjectID lIdentifier;
+    lIdentifier.setData(lBytes.data(), static_cast<long>(lBytes.size()));
+    return lIdentifier;
+}
+
+void objectIDPath() {
+    const std::array<ObjectID, 2> lSources{identifier(1), identifier(2)};
+    ObjectID lPrinted;
+    ObjectID lParsed;
+    std::size_t lNext = 0;
+    counted(kTimes, [&] {
+        lPrinted = lSources[++lNext % 2];
+        lParsed.setFromString(lPrinted.toString());
+        use(lParsed);
+    });
+    require(lParsed == lPrinted, "an identifier was not read back");
+}
+
+void objectIDMapPath() {
+    constexpr std::uint32_t kEntries = 3000;
+    ObjectIDMap lMap;
+    for (std::uint32_t i = 0; i < kEntries; ++i) {
+        lMap.add(identifier(i), identifier(i + kEntries));
+    }
+    std::uint32_t lNext = 0;
+    counted(kTimes, [&] {
+        lNext = (lNext + 7919) % kEntries;
+        ObjectID lKey = identifier(lNext);
+        lMap.translate(lKey);
+        use(lKey);
+    });
+}
+
+// --- device I/O and networking ---
+
+void fileWritePath() {
+    commIfDevParams_t lParams{};
+    lParams.devType = eFILE;
+    std::strcpy(lParams.file.fileName, "file");
+    lParams.file.openMode = 0x2 | 0x100;
+    int lFile = -1;
+    require(commIfOpen(&lFile, &lParams, nullptr) == COMMIF_OK, "no file");
+    std::array<unsigned char, 4096> lBytes{};
+    counted(kTimes, [&] {
+        std::array<std::int32_t, 2> lStart{0, 0};
+        commIfIoctl(lFile, 50, lStart.data());
+        unsigned long lWritten = 0;
+        commIfWrite(lFile, lBytes.data(), lBytes.size(), &lWritten);
+        use(lWritten);
+    });
+    commIfClose(lFile);
+}
+
+/// A connection of the library's to a socket that the kernel accepts for and that nobody reads: it
+/// takes the few bytes that are sent.
+void broadcastPath() {
+    constexpr int kBlocks = 100;
+    sockaddr_in lAddress{};
+    lAddress.sin_family = AF_INET;
+    lAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t lSize = sizeof lAddress;
+    auto* const lGeneral = reinterpret_cast<sockaddr*>(&lAddress);
+    const int lListening = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    require(::bind(lListening, lGeneral, lSize) == 0 && ::listen(lListening, 1) == 0 &&
+                ::getsockname(lListening, lGeneral, &lSize) == 0,
+            "no listening socket");
+    void* lSocket = nullptr;
+    const std::string lName = "127.0.0.1:" + std::to_string(ntohs(lAddress.sin_port));
+    require(osxOpenSocket(lSocket, lName.c_str()) == 0, "no connection");
+
+    ConnectionAdmin lAdmin;
+    void* lUserData = &lAdmin;
+    ConnectionAdmin::NewConnection(lSocket, lUserData);
+    require(lAdmin.getNrOfConnections() == 1, "no client");
+    std::array<unsigned char, 64> lBlock{};
+    counted(kBlocks, [&] { lAdmin.sendBlock(lBlock.size(), lBlock.data()); });
+    ConnectionAdmin::ClosedConnection(lSocket, lUserData);
+    osxCloseSocketAndRelease(lSocket);
+    ::close(lListening);
+}
+
+// --- choosing one ---
+
+struct Path {
+    const char* name;
+    void (*run)();
+};
+constexpr Path kPaths[] = {{"mutex", mutexPath},
+                           {"queue", queuePath},
+                           {"timer", timerPath},
+                           {"name-table", nameTablePath},
+                           {"trace-off", traceOffPath},
+                           {"failure-line", failureLinePath},
+                           {"flexvar", flexVarPath},
+                           {"objectid-text", objectIDPath},
+                           {"objectidmap", objectIDMapPath},
+                           {"file-write", fileWritePath},
+                           {"broadcast", broadcastPath}};
+
+}  // namespace
+
+int main(int aCount, char** aArguments) {
+    if (aCount < 2) {
+        for (const Path& lPath : kPaths) {
+            std::puts(lPath.name);
+        }
+        return 0;
+    }
+    const std::string lName(aArguments[1]);
+    const auto* const lPath = std::find_if(std::begin(kPaths), std::end(kPaths),
+                                           [&](const Path& aPath) { return lName == aPath.name; });
+    require(lPath != std::end(kPaths), "no such path");
+    lPath->run();
+    return 0;
+}
