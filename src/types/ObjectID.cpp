@@ -1,7 +1,7 @@
 #include "types/ObjectID.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -21,31 +21,69 @@ std::uint32_t word(unsigned int aByte3, unsigned int aByte2, unsigned int aByte1
     return aByte3 << 24 | aByte2 << 16 | aByte1 << 8 | aByte0;
 }
 
+// Text.
+
+constexpr char kDigits[] = "0123456789abcdef";
+constexpr std::size_t kByteValues = 256;
+
+/// The two digits of each byte.
+constexpr auto kDigitPairs = [] {
+    std::array<std::array<char, 2>, kByteValues> lPairs{};
+    for (std::size_t lByte = 0; lByte < kByteValues; ++lByte) {
+        lPairs[lByte] = {kDigits[lByte >> 4], kDigits[lByte & 0xF]};
+    }
+    return lPairs;
+}();
+
+/// Writes the four digits of a half word.
+void print(char* aText, std::uint32_t aHalf) {
+    std::memcpy(aText, kDigitPairs[aHalf >> 8 & 0xFF].data(), 2);
+    std::memcpy(aText + 2, kDigitPairs[aHalf & 0xFF].data(), 2);
+}
+
+/// The value of each digit, of either case; what is no digit has a bit beyond those of the values.
+constexpr unsigned char kNoDigit = 0x80;
+constexpr auto kDigitValues = [] {
+    std::array<unsigned char, kByteValues> lValues{};
+    for (unsigned char& lValue : lValues) {
+        lValue = kNoDigit;
+    }
+    for (unsigned char lDigit = 0; lDigit < 10; ++lDigit) {
+        lValues['0' + lDigit] = lDigit;
+    }
+    for (unsigned char lLetter = 0; lLetter < 6; ++lLetter) {
+        lValues['a' + lLetter] = static_cast<unsigned char>(10 + lLetter);
+        lValues['A' + lLetter] = static_cast<unsigned char>(10 + lLetter);
+    }
+    return lValues;
+}();
+
 /// @return the hexadecimal number that fills part of a text, cut to 32 bits; 0 if none does.
-std::uint32_t parseField(const ACE_CString& aText, std::size_t aStart, std::size_t aLength) {
+std::uint32_t parseOddField(const char* aField, std::size_t aLength) {
     char lField[9] = {};
-    std::memcpy(lField, aText.c_str() + aStart, aLength);
+    std::memcpy(lField, aField, aLength);
     char* lEnd = nullptr;
     const unsigned long lValue = std::strtoul(lField, &lEnd, 16);
     return lEnd == lField + aLength ? static_cast<std::uint32_t>(lValue) : 0;
+}
+
+/// The same; only what is not all digits is left to the system's conversion.
+template <std::size_t kLength>
+std::uint32_t parseField(const char* aField) {
+    std::uint32_t lValue = 0;
+    unsigned int lSeen = 0;
+    for (std::size_t lIndex = 0; lIndex < kLength; ++lIndex) {
+        const unsigned int lDigit = kDigitValues[static_cast<unsigned char>(aField[lIndex])];
+        lSeen |= lDigit;
+        lValue = lValue << 4 | lDigit;
+    }
+    return (lSeen & kNoDigit) == 0 ? lValue : parseOddField(aField, kLength);
 }
 
 }  // namespace
 
 const ObjectID ObjectID::mNull;
 bool ObjectID::mGeneratorInitialized = false;
-
-ObjectID::ObjectID(const ObjectID& aOther) noexcept {
-    std::copy(std::begin(aOther.mWords), std::end(aOther.mWords), mWords);
-}
-
-ObjectID& ObjectID::operator=(const ObjectID& aOther) noexcept {
-    if (this != &aOther) {
-        std::copy(std::begin(aOther.mWords), std::end(aOther.mWords), mWords);
-        mTextStale = true;
-    }
-    return *this;
-}
 
 ObjectID::~ObjectID() {
     delete mText;
@@ -54,11 +92,6 @@ ObjectID::~ObjectID() {
 void ObjectID::setEmpty() noexcept {
     std::fill(std::begin(mWords), std::end(mWords), 0U);
     mTextStale = true;
-}
-
-bool ObjectID::isEmpty() const noexcept {
-    return std::all_of(std::begin(mWords), std::end(mWords),
-                       [](std::uint32_t aWord) { return aWord == 0; });
 }
 
 const unsigned char* ObjectID::getData() const noexcept {
@@ -72,10 +105,6 @@ void ObjectID::setData(const unsigned char* aData, long aSize) noexcept {
     }
     std::memmove(mWords, aData, sizeof mWords);
     mTextStale = true;
-}
-
-bool ObjectID::operator==(const ObjectID& aOther) const noexcept {
-    return std::equal(std::begin(mWords), std::end(mWords), aOther.mWords);
 }
 
 void ObjectID::generateObjectID() noexcept {
@@ -99,10 +128,16 @@ const ACE_CString& ObjectID::toString() const noexcept {
         return gNoText;
     }
     if (mTextStale) {
-        char lText[kTextLength + 1];
-        std::snprintf(lText, sizeof lText, "%8.8x-%4.4x-%4.4x-%4.4x-%4.4x%8.8x", mWords[0],
-                      mWords[1] >> 16, mWords[1] & 0xFFFF, mWords[2] >> 16, mWords[2] & 0xFFFF,
-                      mWords[3]);
+        char lText[] = "........-....-....-....-............";
+        static_assert(sizeof lText == kTextLength + 1);
+        print(lText, mWords[0] >> 16);
+        print(lText + 4, mWords[0]);
+        print(lText + 9, mWords[1] >> 16);
+        print(lText + 14, mWords[1]);
+        print(lText + 19, mWords[2] >> 16);
+        print(lText + 24, mWords[2]);
+        print(lText + 28, mWords[3] >> 16);
+        print(lText + 32, mWords[3]);
         mText->set(lText, kTextLength, true);
         // The string stays empty when it finds no memory; later it reuses its buffer.
         mTextStale = mText->length() != kTextLength;
@@ -115,10 +150,11 @@ void ObjectID::setFromString(const ACE_CString& aText) noexcept {
     if (aText.length() != kTextLength) {
         return;
     }
-    mWords[0] = parseField(aText, 0, 8);
-    mWords[1] = parseField(aText, 9, 4) << 16;
-    mWords[1] += parseField(aText, 14, 4);
-    mWords[2] = parseField(aText, 19, 4) << 16;
-    mWords[2] += parseField(aText, 24, 4);
-    mWords[3] = parseField(aText, 28, 8);
+    const char* const lText = aText.fast_rep();
+    mWords[0] = parseField<8>(lText);
+    mWords[1] = parseField<4>(lText + 9) << 16;
+    mWords[1] += parseField<4>(lText + 14);
+    mWords[2] = parseField<4>(lText + 19) << 16;
+    mWords[2] += parseField<4>(lText + 24);
+    mWords[3] = parseField<8>(lText + 28);
 }

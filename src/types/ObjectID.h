@@ -4,6 +4,7 @@
 #define OSX_TYPES_OBJECTID_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "ace/SString.h"
 #include "base/osxExport.h"
@@ -30,15 +31,21 @@ public:
     /// All zero; generates nothing.
     constexpr ObjectID() noexcept = default;
     /// Copies the identifier, not the cached text.
-    ObjectID(const ObjectID& aOther) noexcept;
+    ObjectID(const ObjectID& aOther) noexcept { copyWordsOf(aOther); }
     /// Copies the identifier, not the cached text.
-    ObjectID& operator=(const ObjectID& aOther) noexcept;
+    ObjectID& operator=(const ObjectID& aOther) noexcept {
+        if (this != &aOther) {
+            copyWordsOf(aOther);
+            mTextStale = true;
+        }
+        return *this;
+    }
     virtual ~ObjectID();
 
     /// Makes it all zero.
     void setEmpty() noexcept;
     /// @return whether it is all zero.
-    bool isEmpty() const noexcept;
+    bool isEmpty() const noexcept { return (mWords[0] | mWords[1] | mWords[2] | mWords[3]) == 0; }
 
     /// @return 16.
     long getSize() const noexcept { return kSize; }
@@ -50,7 +57,9 @@ public:
     ///        So it does with null data.
     void setData(const unsigned char* aData, long aSize) noexcept;
 
-    bool operator==(const ObjectID& aOther) const noexcept;
+    bool operator==(const ObjectID& aOther) const noexcept {
+        return std::memcmp(mWords, aOther.mWords, sizeof mWords) == 0;
+    }
     bool operator!=(const ObjectID& aOther) const noexcept { return !(*this == aOther); }
 
     /// @return the first word, time_low.
@@ -78,6 +87,10 @@ private:
 
     /// Whether the process's generator was initialised; see `generateObjectID`.
     static bool mGeneratorInitialized;
+
+    void copyWordsOf(const ObjectID& aOther) noexcept {
+        std::memcpy(mWords, aOther.mWords, sizeof mWords);
+    }
 
     std::uint32_t mWords[4] = {0, 0, 0, 0};
     mutable ACE_String_Base<char>* mText = nullptr;

@@ -45,10 +45,10 @@ void ObjectIDMap::clear() {
 bool ObjectIDMap::find(ObjectID& aObjectID, std::size_t& aCount) const {
     const ACE_Guard<ACE_Thread_Mutex> lGuard(mMap.mutex());
     aCount = mMap.current_size();
-    ObjectID lValue;
-    if (!lGuard.locked() || mMap.find_i(aObjectID, lValue) != 0) {
+    Map::ENTRY* lEntry = nullptr;
+    if (!lGuard.locked() || mMap.find_i(aObjectID, lEntry) != 0) {
         return false;
     }
-    aObjectID = lValue;
+    aObjectID = lEntry->item();
     return true;
 }

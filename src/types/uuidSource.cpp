@@ -1,5 +1,6 @@
 #include "types/uuidSource.h"
 
+#include <pthread.h>
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -29,7 +30,8 @@ constexpr unsigned int kSequenceStride = 0x100;
 
 /// What tells this process's identifiers from those of others.
 struct Identity {
-    pid_t process = 0;
+    pid_t process = 0;  // 0 as long as none is drawn
+    bool isForkNoticed = false;
     unsigned int sequence = 0;
     std::uint64_t latestTime = 0;
     ACE_Utils::UUID_Node node;
@@ -66,7 +68,20 @@ void chooseNode(unsigned char* aAddress) {
     std::copy(std::begin(lCard.node), std::end(lCard.node), aAddress);
 }
 
+void forgetIdentity() {
+    gIdentity.process = 0;
+}
+
+/// A fork leaves the child without an identity. Only if that cannot be had every use asks who it
+/// is.
+bool isIdentityOwn() {
+    return gIdentity.process != 0 && (gIdentity.isForkNoticed || gIdentity.process == getpid());
+}
+
 void drawIdentity() {
+    if (!gIdentity.isForkNoticed) {
+        gIdentity.isForkNoticed = pthread_atfork(nullptr, nullptr, forgetIdentity) == 0;
+    }
     gIdentity.process = getpid();
     gIdentity.sequence = static_cast<unsigned int>(randomBits()) & kSequenceMask;
     chooseNode(gIdentity.node.node_ID());
@@ -97,7 +112,7 @@ std::uint64_t timeOf(const Uuid& aUuid) {
 }
 
 void applyIdentity(Uuid& aUuid) {
-    if (gIdentity.process != getpid()) {
+    if (!isIdentityOwn()) {
         drawIdentity();
     }
     const std::uint64_t lTime = timeOf(aUuid);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -36,6 +37,19 @@ std::array<std::uint32_t, 4> words(const ObjectID& aID) {
     std::array<std::uint32_t, 4> lWords;
     std::memcpy(lWords.data(), aID.getData(), sizeof lWords);
     return lWords;
+}
+
+/// @return one group as the system's conversion reads it.
+std::uint32_t group(const std::string& aText, std::size_t aStart, std::size_t aLength) {
+    const std::string lGroup = aText.substr(aStart, aLength);
+    char* lEnd = nullptr;
+    const unsigned long lValue = std::strtoul(lGroup.c_str(), &lEnd, 16);
+    return lEnd == lGroup.c_str() + aLength ? static_cast<std::uint32_t>(lValue) : 0;
+}
+
+std::array<std::uint32_t, 4> wordsByTheSystem(const std::string& aText) {
+    return {group(aText, 0, 8), (group(aText, 9, 4) << 16) + group(aText, 14, 4),
+            (group(aText, 19, 4) << 16) + group(aText, 24, 4), group(aText, 28, 8)};
 }
 
 // Built while the static objects are, perhaps before those of the library's sources.
@@ -217,6 +231,29 @@ TEST(ObjectID, NegativeGroupsWrapInThirtyTwoBits) {
               reprinted("00000000-0005--001-0000-000000000000"));
     EXPECT_EQ("00000000-0000-0000-0006-fffe00000000",
               reprinted("00000000-0000-0000-0007--00200000000"));
+}
+
+TEST(ObjectID, ReadsEveryByteInAGroupAsTheSystemsConversionDoes) {
+    for (const std::size_t lPosition : {0U, 7U, 9U, 12U, 14U, 24U, 28U, 35U}) {
+        for (int lByte = 0; lByte < 256; ++lByte) {
+            std::string lText = "01234567-89ab-cdef-0a1b-2c3d4e5f6789";
+            lText[lPosition] = static_cast<char>(lByte);
+            ASSERT_EQ(wordsByTheSystem(lText), words(parsed(lText)))
+                << "byte " << lByte << " at " << lPosition;
+        }
+    }
+}
+
+TEST(ObjectID, ReadsAnyMixtureAsTheSystemsConversionDoes) {
+    constexpr char kCharacters[] = "0123456789abcdefABCDEF0123456789xX+- \t\ng";
+    std::mt19937 lRandom(4711);
+    for (int lRound = 0; lRound < 20000; ++lRound) {
+        std::string lText(36, '\0');
+        for (char& lCharacter : lText) {
+            lCharacter = kCharacters[lRandom() % (sizeof kCharacters - 1)];
+        }
+        ASSERT_EQ(wordsByTheSystem(lText), words(parsed(lText))) << lText;
+    }
 }
 
 TEST(ObjectID, ParsesItsOwnText) {
