@@ -17,34 +17,87 @@ constexpr char kModule[] = "osxNameTable.cpp";
 
 using NameTable = std::array<NameTableEntry, OSX_NAME_TABLE_SIZE>;
 
-// Neither has a destructor to run: threads may still use the table while the process ends.
+// None has a destructor to run: threads may still use the table while the process ends.
 NameTable gTable;
 std::mutex gMutex;
 bool gInitialized = false;
+/// All entries before it are free.
+NameTableEntry* gFirstUsed = gTable.end();
+/// Whether there may be free entries after it.
+bool gHasGaps = false;
+/// Whether a used entry may have an empty name, and stand among the free ones.
+bool gHasNameless = false;
 
 using Guard = std::lock_guard<std::mutex>;
+
+bool isUsed(const NameTableEntry& aEntry) {
+    return aEntry.handle != nullptr;
+}
+
+bool precedes(const NameTableEntry& aLeft, const NameTableEntry& aRight) {
+    return cmp_names(&aLeft, &aRight) < 0;
+}
 
 void clearTable() {
     gTable = {};
     gInitialized = true;
+    gFirstUsed = gTable.end();
+    gHasGaps = false;
+    gHasNameless = false;
 }
 
 /// @return the first entry of a handle; null if there is none. Null finds a free entry.
 NameTableEntry* findEntry(const void* aHandle) {
     auto* const lEntry =
-        std::find_if(gTable.begin(), gTable.end(),
+        std::find_if(aHandle == nullptr ? gTable.begin() : gFirstUsed, gTable.end(),
                      [aHandle](const NameTableEntry& aEntry) { return aEntry.handle == aHandle; });
     return lEntry == gTable.end() ? nullptr : lEntry;
 }
 
-void fillEntry(NameTableEntry& aEntry, void* aHandle, const char* aName) {
-    aEntry.handle = aHandle;
-    std::strncpy(aEntry.name, aName, OSX_NAME_LEN);
-    aEntry.name[OSX_NAME_LEN - 1] = '\0';
+NameTableEntry makeEntry(void* aHandle, const char* aName) {
+    NameTableEntry lEntry;
+    lEntry.handle = aHandle;
+    std::strncpy(lEntry.name, aName, OSX_NAME_LEN);
+    lEntry.name[OSX_NAME_LEN - 1] = '\0';
+    return lEntry;
+}
+
+/// Moves the used entries to the end, in the order they have.
+void closeGaps() {
+    auto* lTarget = gTable.end();
+    for (auto* lEntry = gTable.end(); lEntry != gFirstUsed;) {
+        --lEntry;
+        if (isUsed(*lEntry) && lEntry != --lTarget) {
+            *lTarget = *lEntry;
+        }
+    }
+    std::fill(gFirstUsed, lTarget, NameTableEntry{});
+    gFirstUsed = lTarget;
+    gHasGaps = false;
+}
+
+/// What sorting the table anew would give when the entry is put into the very first place: it comes
+/// before those of the same name.
+void insertFromTheFront(const NameTableEntry& aEntry) {
+    if (gHasGaps) {
+        closeGaps();
+    }
+    auto* const lEnd = std::lower_bound(gFirstUsed, gTable.end(), aEntry, precedes);
+    std::move(gFirstUsed, lEnd, gFirstUsed - 1);
+    *(lEnd - 1) = aEntry;
+    --gFirstUsed;
+}
+
+void sortWith(const NameTableEntry& aEntry, NameTableEntry& aPlace) {
+    aPlace = aEntry;
+    std::qsort(gTable.data(), gTable.size(), sizeof(NameTableEntry), cmp_names);
+    gFirstUsed = std::find_if(gTable.begin(), gTable.end(), isUsed);
+    gHasNameless = gFirstUsed != gTable.end() && gFirstUsed->name[0] == '\0';
+    gHasGaps = false;
 }
 
 /// @return false when the table is full.
-bool store(void* aHandle, const char* aName) {
+bool store(const NameTableEntry& aEntry) {
     const Guard lGuard(gMutex);
     if (!gInitialized) {
         clearTable();
@@ -53,13 +106,22 @@ bool store(void* aHandle, const char* aName) {
     if (lFree == nullptr) {
         return false;
     }
-    fillEntry(*lFree, aHandle, aHandle == nullptr ? "" : aName);
-    std::qsort(gTable.data(), gTable.size(), sizeof(NameTableEntry), cmp_names);
+    const bool lNamed = aEntry.name[0] != '\0';
+    if (lNamed && !gHasNameless && gFirstUsed != gTable.begin()) {
+        insertFromTheFront(aEntry);
+    } else {
+        sortWith(aEntry, *lFree);
+    }
     return true;
 }
 
-bool isUsed(const NameTableEntry& aEntry) {
-    return aEntry.handle != nullptr;
+void clearEntry(NameTableEntry& aEntry) {
+    if (&aEntry == gFirstUsed) {
+        ++gFirstUsed;
+    } else if (isUsed(aEntry)) {
+        gHasGaps = true;
+    }
+    aEntry = {};
 }
 
 int countUsed(const NameTable& aTable) {
@@ -85,7 +147,7 @@ void osxNameTableInit() {
 
 bool osxNameTableRegister(void* aHandle, const char* aName) {
     const char* const lName = aName == nullptr ? "" : aName;
-    const bool lStored = store(aHandle, lName);
+    const bool lStored = store(makeEntry(aHandle, aHandle == nullptr ? "" : lName));
     if (!lStored) {
         // Written outside the lock: a log back end may call anything, this table included.
         DiagnosticLine(kModule).failure(
@@ -100,7 +162,7 @@ bool osxNameTableUnRegister(void* aHandle) {
     if (lEntry == nullptr) {
         return false;
     }
-    *lEntry = {};
+    clearEntry(*lEntry);
     return true;
 }
 

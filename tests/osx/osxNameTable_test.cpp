@@ -1,10 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -38,6 +42,89 @@ std::string nameOfLength(std::size_t aLength) {
         lName[lIndex] = static_cast<char>('a' + lIndex % 26);
     }
     return lName;
+}
+
+/// What the table promises, in the plainest way: the first free entry is filled, then all are
+/// sorted, and those of the same name keep their order.
+class Model {
+public:
+    bool add(void* aHandle, const char* aName) {
+        NameTableEntry* const lFree = find(nullptr);
+        if (lFree == nullptr) {
+            return false;
+        }
+        lFree->handle = aHandle;
+        std::strncpy(lFree->name, aName, OSX_NAME_LEN - 1);
+        std::stable_sort(
+            mEntries.begin(), mEntries.end(),
+            [](const auto& aLeft, const auto& aRight) { return cmp_names(&aLeft, &aRight) < 0; });
+        return true;
+    }
+    bool remove(void* aHandle) {
+        NameTableEntry* const lEntry = find(aHandle);
+        if (lEntry == nullptr) {
+            return false;
+        }
+        *lEntry = {};
+        return true;
+    }
+    std::vector<std::string> list() const {
+        std::vector<std::string> lLines;
+        for (std::size_t lIndex = 0; lIndex < mEntries.size(); ++lIndex) {
+            if (mEntries[lIndex].handle != nullptr) {
+                std::ostringstream lLine;
+                lLine << "name = " << mEntries[lIndex].name << ", handle = " << std::hex
+                      << reinterpret_cast<std::uintptr_t>(mEntries[lIndex].handle)
+                      << ", index = " << std::dec << lIndex << ".\n";
+                lLines.push_back(lLine.str());
+            }
+        }
+        lLines.push_back("Total number of objects registered: " + std::to_string(lLines.size()) +
+                         ".\n");
+        return lLines;
+    }
+
+private:
+    NameTableEntry* find(const void* aHandle) {
+        const auto lEntry =
+            std::find_if(mEntries.begin(), mEntries.end(),
+                         [&](const NameTableEntry& aEntry) { return aEntry.handle == aHandle; });
+        return lEntry == mEntries.end() ? nullptr : &*lEntry;
+    }
+
+    std::vector<NameTableEntry> mEntries = std::vector<NameTableEntry>(OSX_NAME_TABLE_SIZE);
+};
+
+std::vector<std::string> listed(test::LogCapture& aLog) {
+    aLog.clear();
+    osxNameTableList();
+    return aLog.texts();
+}
+
+/// Registers and removes at random, more of the one and then of the other, with many equal names.
+void exerciseLikeTheModel(test::LogCapture& aLog, unsigned int aSeed, unsigned int aHandles,
+                          int aSteps) {
+    constexpr std::array<const char*, 9> kNames{"b",    "B", "a", "task", "Task",
+                                                "TASK", "z", "q", ""};
+    std::minstd_rand lRandom(aSeed);
+    const auto lBelow = [&lRandom](unsigned int aLimit) { return lRandom() / 7 % aLimit; };
+    Model lModel;
+    osxNameTableInit();
+    for (int lStep = 0; lStep < aSteps; ++lStep) {
+        void* const lHandle = handle(lBelow(aHandles));
+        const bool lGrows = lStep / aHandles % 2 == 0;
+        if (lBelow(4) < (lGrows ? 3U : 1U)) {
+            // Empty names are rare at first, so that the common case is seen as well.
+            const char* const lName = kNames[lBelow(lStep < aSteps / 2 ? 8 : 9)];
+            const char* const lStored = lHandle == nullptr ? "" : lName;
+            ASSERT_EQ(lModel.add(lHandle, lStored), osxNameTableRegister(lHandle, lName));
+        } else {
+            ASSERT_EQ(lModel.remove(lHandle), osxNameTableUnRegister(lHandle));
+        }
+        if (lStep % (1 + aHandles / 16) == 0) {
+            ASSERT_EQ(lModel.list(), listed(aLog)) << lStep;
+        }
+    }
 }
 
 /// A back end that asks the table while a line is being written.
@@ -143,6 +230,16 @@ TEST(NameTable, IsSortedAgainByTheRegistrationAfterARemoval) {
     osxNameTableList();
     EXPECT_EQ(2U, lLog.count("name = a, handle = 1, index = 253.\n"));
     EXPECT_EQ(1U, lLog.count("name = c, handle = 3, index = 254.\n"));
+}
+
+TEST(NameTable, HasTheOrderOfAStableSortWhateverWasRemovedBefore) {
+    test::LogCapture lLog;
+    for (const unsigned int lHandles : {2U, 5U, 16U, 60U, 400U}) {
+        for (unsigned int lSeed = 1; lSeed <= 3; ++lSeed) {
+            exerciseLikeTheModel(lLog, lSeed * lHandles, lHandles,
+                                 static_cast<int>(8 * lHandles + 200));
+        }
+    }
 }
 
 TEST(NameTable, NullIsAFreeEntryWithAnEmptyName) {
