@@ -36,21 +36,21 @@ public:
     template <class... Arguments>
     void failure(ACE_Log_Priority aPriority, const char* aFormat,
                  Arguments... aArguments) const noexcept {
-        write(aPriority, kFailure, aFormat, argument(aArguments)...);
+        write(*this, aPriority, kFailure, aFormat, argument(aArguments)...);
     }
 
     /// Writes a trace line at LM_DEBUG, if lines of this level are wanted.
     template <class... Arguments>
     void trace(unsigned int aLevel, const char* aFormat, Arguments... aArguments) const noexcept {
         if (isTraced(aLevel)) {
-            write(LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
+            write(*this, LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
         }
     }
 
     /// Writes a line at LM_DEBUG that reports no failure, whatever the debug level.
     template <class... Arguments>
     void notice(const char* aFormat, Arguments... aArguments) const noexcept {
-        write(LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
+        write(*this, LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
     }
 
     /// The null test of a handle.
@@ -82,7 +82,9 @@ private:
         return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(aPointer));
     }
 
-    void write(ACE_Log_Priority aPriority, int aStatus, const char* aFormat, ...) const noexcept;
+    /// By value: a line whose address nobody has costs nothing where it is not written.
+    static void write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int aStatus,
+                      const char* aFormat, ...) noexcept;
 
     const char* mModule;
     int mLine;
