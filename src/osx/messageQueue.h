@@ -26,6 +26,9 @@ public:
     /// @return a message with a copy of the bytes; null with `errno` ENOMEM.
     static Message* create(const void* aData, std::size_t aSize) noexcept;
 
+    /// What ACE's own comes to for a block in one piece, without the steps on the way.
+    ACE_Message_Block* release() override;
+
     static void operator delete(void* aMemory) noexcept;
 
 private:
@@ -40,10 +43,15 @@ private:
 };
 
 /// ACE's queue, waiting by a clock that nobody sets, and without its lost wake-ups: when one
-/// receive, or a flush, makes room for several senders, all of them go on.
+/// receive, or a flush, makes room for several senders, all of them go on. It signals only when
+/// somebody waits.
 class MessageQueue final : public ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy> {
 public:
     explicit MessageQueue(std::size_t aSize);
+
+    /// `enqueue` for the messages of this library, which are single blocks of priority 0.
+    /// @return the number of messages queued; -1, and the message stays the caller's, on failure.
+    int put(Message& aMessage);
 
     /// @return the oldest message, to be released by the caller; null when none came in time.
     /// @param aTimeOutMs 0 and `OSX_INFINITE_TIMEOUT` mean no limit.
@@ -52,8 +60,20 @@ public:
 private:
     using Base = ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy>;
 
+    bool isDeactivated() const;
+    void append(Message& aMessage);
+    ACE_Message_Block* removeHead();
+    int waitForMessage(unsigned long aTimeOutMs);
+
     int flush_i() override;
+    int wait_not_full_cond(ACE_Time_Value* aDeadline) override;
+    int wait_not_empty_cond(ACE_Time_Value* aDeadline) override;
+    int signal_enqueue_waiters() override;
     int signal_dequeue_waiters() override;
+
+    /// Senders and receivers that wait, guarded by the queue's lock.
+    int mSenders = 0;
+    int mReceivers = 0;
 };
 
 }  // namespace osx

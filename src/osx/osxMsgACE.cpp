@@ -20,7 +20,7 @@ int enqueueCopy(MessageQueue& aQueue, const void* aData, std::size_t aSize) {
     if (lMessage == nullptr) {
         return -1;
     }
-    const int lCount = aQueue.enqueue(lMessage);
+    const int lCount = aQueue.put(*lMessage);
     if (lCount == -1) {
         lMessage->release();
     }

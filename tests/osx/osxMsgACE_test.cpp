@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ace/Condition_Thread_Mutex.h"
+#include "ace/Message_Block.h"
 #include "ace/Message_Queue_T.h"
 #include "ace/Monotonic_Time_Policy.h"
 #include "ace/Synch_Traits.h"
@@ -308,6 +309,48 @@ TEST(MessageQueue, DeactivatedFailsBothWays) {
     EXPECT_EQ(-1, lLog.lines()[0].status);
 }
 
+TEST(MessageQueue, DeactivationWakesEverybodyWhoWaits) {
+    Queue lEmpty;
+    Queue lFull(1);
+    lFull.send("x");
+    std::vector<std::future<unsigned int>> lReceivers;
+    std::vector<std::future<long>> lSenders;
+    for (int lCount = 0; lCount < 3; ++lCount) {
+        lReceivers.push_back(
+            std::async(std::launch::async, [&] { return lEmpty.receiveStatus(0); }));
+        lSenders.push_back(sendElsewhere(lFull, "y"));
+    }
+    EXPECT_TRUE(isBlocked(lSenders.back()));
+    lEmpty.ace().deactivate();
+    lFull.ace().deactivate();
+    for (auto& lReceiver : lReceivers) {
+        EXPECT_EQ(OSX_ERR_QUEUE_RECV, lReceiver.get());
+    }
+    for (auto& lSender : lSenders) {
+        EXPECT_EQ(0, lSender.get());
+    }
+}
+
+TEST(MessageQueue, TheCallsAndAcesOwnOperationsWakeEachOther) {
+    Queue lQueue(1);
+    auto lReceiver = std::async(std::launch::async, [&] { return lQueue.receive(); });
+    EXPECT_EQ(std::future_status::timeout, lReceiver.wait_for(milliseconds(20)));
+    auto* const lSent = new ACE_Message_Block(3);
+    lSent->copy("ace", 3);
+    EXPECT_EQ(1, lQueue.ace().enqueue(lSent));
+    EXPECT_EQ("ace", lReceiver.get().text);
+    EXPECT_EQ(0U, lQueue.ace().message_bytes());
+
+    lQueue.send("osx");
+    auto lSender = sendElsewhere(lQueue, "y");
+    EXPECT_TRUE(isBlocked(lSender));
+    ACE_Message_Block* lTaken = nullptr;
+    EXPECT_NE(-1, lQueue.ace().dequeue(lTaken));
+    EXPECT_EQ("osx", std::string(lTaken->rd_ptr(), lTaken->length()));
+    lTaken->release();
+    EXPECT_EQ(1, lSender.get());
+}
+
 TEST(MessageQueue, SendsNothingWithoutMemory) {
     const test::LogCapture lLog;
     Queue lQueue;
@@ -482,6 +525,39 @@ TEST_P(MessageQueueStress, DeliversEveryMessageWholeAndOnce) {
     }
     EXPECT_EQ(GetParam() * kMessagesPerSender, lReceived.messages);
     EXPECT_EQ(lSent.all(), lReceived.all());
+    EXPECT_EQ(0U, lQueue.ace().message_count());
+    EXPECT_EQ(0U, lQueue.ace().message_bytes());
+}
+
+/// A queue that one message fills has somebody waiting all the time, and a wake-up that got lost
+/// would leave the threads where they are.
+TEST_P(MessageQueueStress, LosesNoWakeUpThoughEveryMessageFillsTheQueue) {
+    constexpr int kMessages = 500;
+    const Queue lQueue(1);
+    std::atomic<int> lRemaining{static_cast<int>(GetParam()) * kMessages};
+    const auto lReceive = [&](unsigned long aTimeOutMs) {
+        char lByte = 0;
+        unsigned long lSize = 0;
+        return osxMsgRecv(lQueue.handle(), &lByte, 1, &lSize, aTimeOutMs);
+    };
+    std::vector<std::thread> lThreads;
+    for (unsigned int lIndex = 0; lIndex < GetParam(); ++lIndex) {
+        lThreads.emplace_back([&] {
+            char lByte = 'x';
+            for (int lSent = 0; lSent < kMessages; ++lSent) {
+                osxMsgSend(lQueue.handle(), &lByte, 1, nullptr);
+            }
+        });
+        lThreads.emplace_back([&, lTimeOut = lIndex % 2] {
+            while (--lRemaining >= 0) {
+                while (lReceive(lTimeOut) != OSX_OK) {
+                }
+            }
+        });
+    }
+    for (std::thread& lThread : lThreads) {
+        lThread.join();
+    }
     EXPECT_EQ(0U, lQueue.ace().message_count());
     EXPECT_EQ(0U, lQueue.ace().message_bytes());
 }
