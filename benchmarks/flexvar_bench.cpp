@@ -2,7 +2,9 @@
 // and GLib's bytes are shared between copies, so that they are shown but not held against the
 // others, which copy; GLib has neither addition nor hashing nor comparison of its values, and Qt
 // and POCO have not all of them, so that the held values are taken out and combined, which is what
-// a user would write.
+// a user would write. Strings are added by appending to a copy. Blobs are not compared, hashed,
+// added or parsed by the library, and only their first bytes are printed, so that nothing of it is
+// comparable.
 #include <Poco/Dynamic/Var.h>
 #include <glib-object.h>
 
@@ -68,7 +70,13 @@ struct Osx {
     }
     template <class T>
     static Value add(const Value& aLeft, const Value& aRight) {
-        return aLeft + aRight;
+        if constexpr (kIsText<T>) {
+            Value lSum(aLeft);
+            lSum += aRight;
+            return lSum;
+        } else {
+            return aLeft + aRight;
+        }
     }
     template <class T>
     static bool equal(const Value& aLeft, const Value& aRight) {
@@ -121,13 +129,19 @@ struct Standard {
     }
     template <class T>
     static std::string print(const Value& aValue) {
-        return std::to_string(std::get<T>(aValue));
+        if constexpr (kIsText<T>) {
+            return std::get<T>(aValue);
+        } else {
+            return std::to_string(std::get<T>(aValue));
+        }
     }
     using Text = std::string;
     template <class T>
     static void parse(Value& aValue, const Text& aText) {
         if constexpr (std::is_same_v<T, int>) {
             aValue = static_cast<int>(std::strtol(aText.c_str(), nullptr, 0));
+        } else if constexpr (kIsText<T>) {
+            aValue = aText;
         } else {
             aValue = std::strtod(aText.c_str(), nullptr);
         }
@@ -175,6 +189,8 @@ struct QtVariant {
     static void parse(Value& aValue, const Text& aText) {
         if constexpr (std::is_same_v<T, int>) {
             aValue = aText.toInt(nullptr, 0);
+        } else if constexpr (kIsText<T>) {
+            aValue = aText;
         } else {
             aValue = aText.toDouble();
         }
@@ -288,7 +304,7 @@ struct Glib {
     }
     template <class T>
     static Value add(const Value& aLeft, const Value& aRight) {
-        return make(get<T>(aLeft) + get<T>(aRight));
+        return make(T(get<T>(aLeft)) + get<T>(aRight));
     }
     template <class T>
     static bool equal(const Value& aLeft, const Value& aRight) {
@@ -317,6 +333,8 @@ struct Glib {
     static void parse(Value& aValue, const Text& aText) {
         if constexpr (std::is_same_v<T, int>) {
             g_value_set_int(aValue(), static_cast<int>(std::strtol(aText.c_str(), nullptr, 0)));
+        } else if constexpr (kIsText<T>) {
+            g_value_set_string(aValue(), aText.c_str());
         } else {
             g_value_set_double(aValue(), g_ascii_strtod(aText.c_str(), nullptr));
         }
@@ -334,11 +352,9 @@ public:
     void enter() const {
         lifetime();
         access();
-        if constexpr (kIsNumber<T>) {
-            arithmetic();
-        }
         if constexpr (kIsNumber<T> || kIsText<T>) {
-            comparison();
+            combination();
+            text();
         }
     }
 
@@ -387,7 +403,11 @@ private:
         });
     }
 
-    void comparison() const {
+    void combination() const {
+        row("add", [](const auto&, Value& aLeft, Value& aRight) {
+            Value lSum = Subject::template add<T>(aLeft, aRight);
+            benchmark::DoNotOptimize(lSum);
+        });
         row("compare", [](const auto&, Value& aLeft, Value& aRight) {
             benchmark::DoNotOptimize(Subject::template equal<T>(aLeft, aRight));
         });
@@ -396,19 +416,23 @@ private:
         });
     }
 
-    void arithmetic() const {
-        row("add", [](const auto&, Value& aLeft, Value& aRight) {
-            Value lSum = Subject::template add<T>(aLeft, aRight);
-            benchmark::DoNotOptimize(lSum);
-        });
+    void text() const {
         row("print", [](const auto&, Value& aLeft, Value&) {
             auto lText = Subject::template print<T>(aLeft);
             benchmark::DoNotOptimize(lText);
         });
-        row("parse", [](const auto&, Value& aLeft, Value&) {
-            static const typename Subject::Text lText("12345");
+        const typename Subject::Text lText(parsedText().c_str());
+        row("parse", [lText](const auto&, Value& aLeft, Value&) {
             Subject::template parse<T>(aLeft, lText);
         });
+    }
+
+    std::string parsedText() const {
+        if constexpr (kIsText<T>) {
+            return mExample;
+        } else {
+            return "12345";
+        }
     }
 
     std::string mKind;

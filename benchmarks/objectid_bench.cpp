@@ -1,7 +1,7 @@
 // Identifiers. The library's are of version 1 (time and node), as are libuuid's and POCO's here;
 // Boost and Qt have only random ones. What else differs: the library keeps an identifier's text
 // with it and hands out a reference, the others build a text a call; so each call here gets another
-// identifier.
+// identifier. libuuid and POCO have no hash.
 #include <Poco/UUID.h>
 #include <Poco/UUIDGenerator.h>
 #include <uuid/uuid.h>

@@ -189,18 +189,20 @@ void addAndRemove(benchmark::State& aState, std::size_t aEntries) {
     }
 }
 
+template <class Work>
+void enterWork(const std::string& aWhat, const char* aRole, const char* aSubject, Work aWork) {
+    bench::add(aWhat + ", 1 thread", aRole, aSubject, aWork);
+    bench::byThreads(bench::add(aWhat + ", 4 threads", aRole, aSubject, aWork), 4);
+}
+
 template <class Map>
 void enter(const char* aRole, const char* aSubject) {
     for (const std::size_t lEntries : {100, 3000, 300000}) {
         const std::string lSize = ", " + std::to_string(lEntries) + " entries";
-        const auto lTranslate = [=](benchmark::State& aState) { translate<Map>(aState, lEntries); };
-        bench::add("translate" + lSize, aRole, aSubject, lTranslate);
-        bench::add("translate" + lSize + ", 4 threads", aRole, aSubject, lTranslate)
-            ->Threads(4)
-            ->MeasureProcessCPUTime()
-            ->UseRealTime();
-        bench::add("add and remove" + lSize, aRole, aSubject,
-                   [=](benchmark::State& aState) { addAndRemove<Map>(aState, lEntries); });
+        enterWork("translate" + lSize, aRole, aSubject,
+                  [=](benchmark::State& aState) { translate<Map>(aState, lEntries); });
+        enterWork("add and remove" + lSize, aRole, aSubject,
+                  [=](benchmark::State& aState) { addAndRemove<Map>(aState, lEntries); });
     }
 }
 

@@ -4,6 +4,7 @@
 // What differs: the library's queue and plain ACE's are bounded by bytes, APR's and the POSIX one
 // by a number of messages (the latter by the system's limit of 10), GLib's and POCO's not at all.
 // The POSIX queue lives in the kernel and takes no message above the system's limit of 8 KiB.
+// Messages a second are by the clock.
 #include <Poco/AutoPtr.h>
 #include <Poco/Notification.h>
 #include <Poco/NotificationQueue.h>
@@ -13,6 +14,7 @@
 #include <mqueue.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -214,30 +216,44 @@ void runThreads(int aThreads, Work aWork) {
     }
 }
 
+/// Repeats some work and adds what it allocated.
+template <class Work>
+void repeat(std::size_t aTimes, std::atomic<std::size_t>& aAllocations, Work aWork) {
+    const std::size_t lBefore = bench::allocations();
+    for (std::size_t i = 0; i < aTimes; ++i) {
+        aWork();
+    }
+    aAllocations += bench::allocations() - lBefore;
+}
+
 /// Some thousand messages from threads to threads; their start and end, the same for every
 /// subject, is part of the time.
 template <class Queue>
 void transfer(benchmark::State& aState, std::size_t aSize, int aSenders, int aReceivers) {
     const std::size_t lMessages = std::min(kMaxMessages, kBytesPerIteration / aSize);
+    const auto lShare = [&](int aThreads) {
+        return lMessages / static_cast<std::size_t>(aThreads);
+    };
     Queue lQueue(aSize);
+    std::atomic<std::size_t> lAllocations{0};
     for (auto lOnce : aState) {
         std::thread lReceiving([&] {
             runThreads(aReceivers, [&] {
                 std::vector<char> lBuffer(kLargestMessage);
-                for (std::size_t i = 0; i < lMessages / static_cast<std::size_t>(aReceivers); ++i) {
-                    lQueue.receive(lBuffer.data());
-                }
+                repeat(lShare(aReceivers), lAllocations, [&] { lQueue.receive(lBuffer.data()); });
             });
         });
         runThreads(aSenders, [&] {
             std::vector<char> lBytes(aSize, 'x');
-            for (std::size_t i = 0; i < lMessages / static_cast<std::size_t>(aSenders); ++i) {
-                lQueue.send(lBytes.data(), lBytes.size());
-            }
+            repeat(lShare(aSenders), lAllocations,
+                   [&] { lQueue.send(lBytes.data(), lBytes.size()); });
         });
         lReceiving.join();
     }
     bench::operationsPerIteration(aState, static_cast<double>(lMessages));
+    aState.counters["allocations"] = static_cast<double>(lAllocations) /
+                                     static_cast<double>(aState.iterations()) /
+                                     static_cast<double>(lMessages);
 }
 
 template <class Queue>

@@ -32,6 +32,13 @@ benchmark::internal::Benchmark* add(const std::string& aRow, const char* aRole,
     return benchmark::RegisterBenchmark(lName.c_str(), std::forward<Function>(aFunction));
 }
 
+/// Has several threads do the work at the same time, long enough to meet each other; what is shown
+/// is the processor time of all of them for each operation.
+inline void byThreads(benchmark::internal::Benchmark* aBenchmark, int aThreads) {
+    constexpr double kSeconds = 0.02;
+    aBenchmark->Threads(aThreads)->MinTime(kSeconds)->UseRealTime();
+}
+
 /// Says that one iteration holds several operations; what is shown is the time of one.
 inline void operationsPerIteration(benchmark::State& aState, double aNumber) {
     aState.counters["operations"] = benchmark::Counter(aNumber, benchmark::Counter::kAvgThreads);

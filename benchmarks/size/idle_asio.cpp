@@ -1,0 +1,8 @@
+#include <boost/asio.hpp>
+
+int main() {
+    boost::asio::io_context lContext;
+    const auto lWork = boost::asio::make_work_guard(lContext);
+    lContext.run();
+    return 0;
+}
