@@ -82,7 +82,7 @@ def measure(programs, quick):
                 row = f"{size_name}, connections: {connections}, threads: {threads}"
                 servers = [server for server in SERVERS if threads == 1 or server[3]]
                 runs = {server: [] for server in servers}
-                for _ in range(1 if quick else 3):
+                for _ in range(1 if quick else 5):
                     for server in servers:
                         figures = run_once(programs, server[0], connections, size, threads,
                                            200 if quick else 500)

@@ -32,34 +32,56 @@ NOISE = 1.05
 
 
 @dataclasses.dataclass(frozen=True)
+class Growth:
+    """A chart of the cost against something that the names of rows tell.
+
+    `pattern` finds it as the group x; rows whose names are otherwise the same make a line.
+    """
+
+    name: str
+    axis: str
+    pattern: str
+
+
+@dataclasses.dataclass(frozen=True)
 class Group:
     name: str
     title: str
     marks: tuple  # pairs of a regular expression of row names and a Mark; all that match count
-    chart: str  # regular expression of the rows that the chart shows
+    growths: tuple = ()
+    rate: str = ""  # what is done once in the elapsed time, to be shown as a number a second
 
 
+THREADS = Growth("threads", "threads", r", (?P<x>\d+) threads?$")
 FLOOR, PEER = "floor", "peer"
 
 GROUPS = [
-    Group("locks", "Mutex, semaphore, critical section", (("", Mark(FLOOR, 1.10)),), ""),
-    Group("queue", "Message queue", (("", Mark(PEER)),), "alone|1 to 1"),
-    Group("task", "Task", (("", Mark(FLOOR, 1.2)),), ""),
+    Group("locks", "Mutex, semaphore, critical section",
+          (("(1 thread|2 threads)$", Mark(FLOOR, 1.10)),), (THREADS,)),
+    Group("queue", "Message queue", (("", Mark(PEER)),),
+          (Growth("bytes", "bytes a message", r"(?P<x>\d+) bytes, "),
+           Growth("threads", "senders to receivers", r", (?P<x>\d to \d)$")), "messages"),
+    Group("task", "Task", (("", Mark(FLOOR, 1.2)),)),
     Group("flexvar", "FlexVar",
-          (("", Mark(PEER, strict=True)), (", (Int|Double)$", Mark(FLOOR, 1.3))), ""),
-    Group("objectid", "ObjectID", (("", Mark(PEER, strict=True)),), ""),
+          (("", Mark(PEER, strict=True)), (", (Int|Double)$", Mark(FLOOR, 1.3)))),
+    Group("objectid", "ObjectID", (("", Mark(PEER, strict=True)),)),
     Group("objectidmap", "ObjectIDMap",
-          (("(?<!\\d)(100|3000) entries", Mark(PEER, strict=True)),), ""),
+          (("(?<!\\d)(100|3000) entries", Mark(PEER, strict=True)),),
+          (Growth("entries", "entries", r", (?P<x>\d+) entries"), THREADS)),
     Group("log", "A log line",
           (("switched off", Mark(FLOOR, extra=2.0)), ("clients: 0", Mark(FLOOR, 1.05)),
-           ("clients: [1-9]", Mark(PEER)), ("to a file", Mark(FLOOR, 1.05))), ""),
-    Group("timers", "Timers", (("", Mark(PEER)),), ""),
-    Group("echo", "Listening port", (("", Mark(PEER)),), "threads: 1"),
-    Group("broadcast", "Broadcast", (("", Mark(FLOOR, 1.05)),), ""),
+           ("clients: [1-9]", Mark(PEER)), ("to a file", Mark(FLOOR, 1.05)))),
+    Group("timers", "Timers", (("", Mark(PEER)),),
+          (Growth("pending", "pending timers", r", pending: (?P<x>\d+)"),)),
+    Group("echo", "Listening port", (("", Mark(PEER)),),
+          (Growth("connections", "connections", r", connections: (?P<x>\d+)"),), "messages"),
+    Group("broadcast", "Broadcast", (("", Mark(FLOOR, 1.05)),),
+          (Growth("clients", "clients", r", clients: (?P<x>\d+)"),)),
     Group("device", "Device I/O",
-          (("^(read|write) (4096|65536)|copy", Mark(FLOOR, 1.02)),), ""),
-    Group("sysinfo", "DynamicSysInfo", (("", Mark(FLOOR, 1.5)),), ""),
-    Group("size", "Size", (("^(?!threads)", Mark(PEER, strict=True)), ("threads", Mark(PEER))), ""),
+          (("^(read|write) (4096|65536)|copy", Mark(FLOOR, 1.02)),),
+          (Growth("bytes", "bytes", r" (?P<x>\d+) bytes"),)),
+    Group("sysinfo", "DynamicSysInfo", (("", Mark(FLOOR, 1.5)),)),
+    Group("size", "Size", (("^(?!threads)", Mark(PEER, strict=True)), ("threads", Mark(PEER)))),
 ]
 
 

@@ -3,7 +3,7 @@
 import pathlib
 import re
 
-from report.charts import chart
+from report.charts import growth, shown, standing, styles
 from report.groups import GROUPS
 from report.verdicts import number, rows_of
 
@@ -15,7 +15,10 @@ instead, in the same run and in turns; the figures are medians. The floor is the
 pthread or ACE. Unless a row says otherwise a figure is processor time, which a busy machine
 disturbs little; where several threads share the work, that of all of them. Figures under `elapsed`
 are by the clock (the library's, then the floor's or else the fastest peer's) and mean something on
-an idle machine alone.
+an idle machine alone; 99 % is the 99th percentile.
+
+The first chart of a group shows where the library stands in each row; the others, how the cost
+grows. Their axes are logarithmic.
 """
 
 
@@ -34,11 +37,14 @@ def comment_of(group, root):
     return ""
 
 
-def cell(result):
+def cell(group, result):
     if result is None:
         return "-"
     figures = [number(result["value"], result["unit"])]
-    for key, value in result["extra"].items():
+    extra = result["extra"]
+    if group.rate and "elapsed" in extra:
+        figures.append(f"{group.rate}/s: {1e9 / extra['elapsed']:.0f}")
+    for key, value in extra.items():
         if key == "p99":
             figures.append(f"99 %: {number(value, 'ns')}")
         elif key != "elapsed":
@@ -60,7 +66,7 @@ def table(rows):
         by_subject = {r["subject"]: r for r in row.results}
         ratios = [f"{ratio:.2f}" if ratio else "-"
                   for ratio in (row.ratio(row.floor), row.ratio(row.fastest))]
-        cells = [row.name, *(cell(by_subject.get(s)) for s in subjects), *ratios]
+        cells = [row.name, *(cell(row.group, by_subject.get(s)) for s in subjects), *ratios]
         cells += [elapsed(row)] * has_elapsed
         verdict = row.verdict()
         cells.append(f"**{verdict.lower()}**" if verdict == "SHORT" else verdict)
@@ -80,22 +86,45 @@ def marks_text(rows):
                                           for mark, names in marks.items()])
 
 
+def panels(pattern, rows):
+    """@return what can be drawn of the rows that a pattern matches, by the rest of their names and
+    what it found there."""
+    found = {}
+    for row in rows:
+        match = re.search(pattern, row.name)
+        if match:
+            rest = (row.name[:match.start()] + row.name[match.end():]).strip(", ")
+            found.setdefault(rest, {})[match["x"]] = shown(row)
+    return {rest: points for rest, points in found.items() if len(points) > 1}
+
+
+def charts(group, rows):
+    """@return the pictures of a group: by name, a title and the SVG."""
+    made = {group.name: (group.title, standing(group.title, rows))}
+    for chart in group.growths:
+        lines = panels(chart.pattern, rows)
+        title = f"{group.title}: cost and {chart.axis}"
+        if lines:
+            made[f"{group.name}-{chart.name}"] = (title, growth(title, chart.axis, lines,
+                                                                styles(rows)))
+    return made
+
+
 def section(group, results, root, pictures):
     rows = rows_of(group, results)
     if not rows:
         return ""
-    charted = [row for row in rows if re.search(group.chart, row.name)
-               and row.results[0]["unit"] == rows[0].results[0]["unit"]]
-    (pictures / f"{group.name}.svg").write_text(chart(group.title, charted))
-    parts = [f"## {group.title}", comment_of(group, root), marks_text(rows), table(rows),
-             f"![{group.title}](performance/{group.name}.svg)"]
+    parts = [f"## {group.title}", comment_of(group, root), marks_text(rows), table(rows)]
+    for name, (title, drawn) in charts(group, rows).items():
+        (pictures / f"{name}.svg").write_text(drawn)
+        parts.append(f"![{title}](performance/{name}.svg)")
     return "\n\n".join(part for part in parts if part) + "\n"
 
 
 def machine(about):
     lines = ["## The machine", "", "| | |", "|---|---|"]
     lines += [f"| {key} | {value} |" for key, value in about.items() if key != "warnings"]
-    lines += [""] + [f"**Note:** {warning}" for warning in about["warnings"]]
+    lines += [f"\n**Note:** {warning}" for warning in about["warnings"]]
     return "\n".join(lines) + "\n"
 
 
@@ -111,17 +140,17 @@ def summary(results):
                                                                 row.ratio(row.fastest))))):
         ratios = [f"{ratio:.2f}" if ratio else "-"
                   for ratio in (row.ratio(row.floor), row.ratio(row.fastest))]
-        lines.append(f"| {row.group.title} | {row.name} | {cell(row.osx)} | "
+        lines.append(f"| {row.group.title} | {row.name} | {cell(row.group, row.osx)} | "
                      f"{' | '.join(ratios)} |")
     return "\n".join(lines) + "\n"
 
 
-def write(data, root):
-    docs = pathlib.Path(root) / "docs"
-    pictures = docs / "performance"
-    pictures.mkdir(exist_ok=True)
+def write(data, root, folder):
+    """Writes performance.md, and its pictures, in a folder."""
+    pictures = pathlib.Path(folder) / "performance"
+    pictures.mkdir(parents=True, exist_ok=True)
     notes = (pathlib.Path(root) / "benchmarks/notes.md").read_text()
     parts = [INTRODUCTION, machine(data["about"]),
              "## Where it falls short\n\n" + summary(data["results"]), notes]
     parts += [section(group, data["results"], root, pictures) for group in GROUPS]
-    (docs / "performance.md").write_text("\n".join(part for part in parts if part))
+    (pathlib.Path(folder) / "performance.md").write_text("\n".join(part for part in parts if part))

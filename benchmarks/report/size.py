@@ -1,5 +1,6 @@
 """Weighs programs that do nothing but run their event loop."""
 
+import dataclasses
 import json
 import pathlib
 import re
@@ -10,18 +11,43 @@ import subprocess
 import tempfile
 import time
 
+from report import i386
+
 # Program, role, subject.
 PROGRAMS = {"idle_osx": ("osx", "osx"), "idle_ace": ("floor", "plain ACE"),
             "idle_poco": ("peer", "POCO"), "idle_glib": ("peer", "GLib"),
-            "idle_qt": ("peer", "Qt Core"), "idle_uv": ("other", "libuv"),
-            "idle_apr": ("other", "APR")}
+            "idle_qt": ("peer", "Qt Core"), "idle_asio": ("other", "Asio"),
+            "idle_uv": ("other", "libuv"), "idle_apr": ("other", "APR")}
 # What every C++ program loads.
 COMMON = re.compile(r"/(libc|libm|libstdc\+\+|libgcc_s|ld-linux[^/]*|libpthread|libdl|librt)\.so")
 
 
+@dataclasses.dataclass(frozen=True)
+class Program:
+    """An idle program: how it is run, how its libraries are listed, and where it is shown."""
+
+    role: str
+    subject: str
+    command: list
+    listing: list
+
+
+def programs(root, build):
+    """@return all that there are; those for i386 follow their namesakes."""
+    found = []
+    for name, (role, subject) in PROGRAMS.items():
+        path = build / "benchmarks" / name
+        found.append(Program(role, subject, [path], ["ldd", path]))
+        if i386.exists(root, name):
+            loader, path = i386.loader(root), i386.program(root, name)
+            found.append(Program("beside", f"{subject}, i386", [*loader, path],
+                                 [*loader, "--list", path]))
+    return found
+
+
 def libraries(program):
     """@return the paths of the shared libraries that only this program's interface brings."""
-    listed = subprocess.run(["ldd", program], capture_output=True, text=True, check=True).stdout
+    listed = subprocess.run(program.listing, capture_output=True, text=True, check=True).stdout
     paths = [pathlib.Path(path).resolve() for path in re.findall(r"=> (\S+)", listed)]
     return [path for path in paths if not COMMON.search(str(path))]
 
@@ -33,8 +59,9 @@ def stripped_size(path):
 
 
 def memory(program):
-    """@return resident bytes, those that are not shared, and threads of the program at rest."""
-    process = subprocess.Popen([program], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    """@return resident bytes, those that it has written, and threads of the program at rest."""
+    process = subprocess.Popen(program.command, stdout=subprocess.DEVNULL,
+                               stderr=subprocess.DEVNULL)
     try:
         time.sleep(0.7)
         rollup = pathlib.Path(f"/proc/{process.pid}/smaps_rollup").read_text()
@@ -43,11 +70,10 @@ def memory(program):
     finally:
         process.kill()
         process.wait()
-    return (kilobytes["Rss"] * 1024,
-            (kilobytes["Private_Clean"] + kilobytes["Private_Dirty"]) * 1024, threads)
+    return kilobytes["Rss"] * 1024, kilobytes["Private_Dirty"] * 1024, threads
 
 
-def compile_time(build, name, repetitions):
+def compile_time(build, name):
     """@return nanoseconds of processor time to compile the program, which is little but its
     includes."""
     commands = json.loads((build / "compile_commands.json").read_text())
@@ -56,34 +82,32 @@ def compile_time(build, name, repetitions):
     if words[0].endswith("ccache"):
         words = words[1:]
     words[words.index("-o") + 1] = "/dev/null"
-    times = []
-    for _ in range(repetitions):
-        before = resource.getrusage(resource.RUSAGE_CHILDREN)
-        subprocess.run(words, cwd=entry["directory"], check=True)
-        after = resource.getrusage(resource.RUSAGE_CHILDREN)
-        times.append((after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime) * 1e9)
-    return statistics.median(times)
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    subprocess.run(words, cwd=entry["directory"], check=True)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return (after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime) * 1e9
 
 
-def measure(build, quick):
-    results = []
+def compile_times(build, repetitions):
+    """@return the medians of all programs, compiled in turns."""
+    times = [[compile_time(build, name) for name in PROGRAMS] for _ in range(repetitions)]
+    return [statistics.median(column) for column in zip(*times)]
 
-    def add(row, name, unit, value, **extra):
-        role, subject = PROGRAMS[name]
-        results.append({"group": "size", "row": row, "role": role, "subject": subject,
-                        "unit": unit, "value": value, "spread": 0, "extra": extra})
 
-    figures = {name: memory(build / "benchmarks" / name) for name in PROGRAMS}
-    for name in PROGRAMS:
-        add("libraries, stripped", name, "bytes",
-            sum(stripped_size(path) for path in libraries(build / "benchmarks" / name)))
-    for name, (resident, own, _) in figures.items():
-        add("resident memory, idle", name, "bytes", resident)
-        add("of it the program's own", name, "bytes", own)
-    for name, (_, _, threads) in figures.items():
-        add("threads, idle", name, "", threads)
-    for name in PROGRAMS:
-        add("compile time with the chief header", name, "ns",
-            compile_time(build, name, 1 if quick else 3))
-    results.sort(key=lambda result: result["row"] != "libraries, stripped")
-    return results
+def result(row, role, subject, unit, value):
+    return {"group": "size", "row": row, "role": role, "subject": subject, "unit": unit,
+            "value": value, "spread": 0, "extra": {}}
+
+
+def measure(root, build, quick):
+    found = programs(root, build)
+    figures = [(sum(map(stripped_size, libraries(program))), *memory(program))
+               for program in found]
+    rows = (("libraries, stripped", "bytes"), ("resident memory, idle", "bytes"),
+            ("of it the program's own", "bytes"), ("threads, idle", ""))
+    results = [result(row, program.role, program.subject, unit, value)
+               for (row, unit), column in zip(rows, zip(*figures))
+               for program, value in zip(found, column)]
+    times = compile_times(build, 1 if quick else 3)
+    return results + [result("compile time with the chief header", role, subject, "ns", value)
+                      for (role, subject), value in zip(PROGRAMS.values(), times)]

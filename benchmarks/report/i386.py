@@ -1,0 +1,51 @@
+"""The idle programs of the library and of plain ACE as 32-bit ones.
+
+They are built in the tree of device/root, and run on this machine's own kernel by its loader.
+"""
+
+import functools
+import subprocess
+
+PROGRAMS = ("idle_osx", "idle_ace")
+LIMIT = 600
+
+
+def device_root(root, *arguments):
+    """@return what the command prints."""
+    return subprocess.run([root / "device/root", *arguments], capture_output=True, text=True,
+                          check=True, timeout=LIMIT).stdout
+
+
+def build(root):
+    """Builds the programs. @return why that failed; empty if it did not."""
+    for name in PROGRAMS:
+        program(root, name).unlink(missing_ok=True)
+    try:
+        device_root(root, "build", "osx")
+        for name in PROGRAMS:
+            device_root(root, "run", "c++", "-std=c++17", "-O3", "-DNDEBUG", "-I/src/src",
+                        "-o", name, f"/src/benchmarks/size/{name}.cpp", "-Lsrc", "-Wl,--as-needed",
+                        "-losx", "-lACE")
+    except subprocess.CalledProcessError as error:
+        lines = (error.stderr or error.stdout).strip().splitlines()
+        return lines[-1] if lines else str(error)
+    except (OSError, subprocess.TimeoutExpired) as error:
+        return str(error)
+    return ""
+
+
+def program(root, name):
+    return root / "build/i386" / name
+
+
+def exists(root, name):
+    return name in PROGRAMS and program(root, name).exists()
+
+
+@functools.cache
+def loader(root):
+    """@return the words that start a 32-bit program."""
+    tree = device_root(root, "path").strip()
+    places = (f"{tree}/lib/i386-linux-gnu", f"{tree}/usr/lib/i386-linux-gnu",
+              f"{root}/build/i386/src")
+    return [f"{tree}/lib/ld-linux.so.2", "--library-path", ":".join(places)]
