@@ -1,7 +1,9 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -86,7 +88,7 @@ struct SeekArguments {
 };
 
 int seek(const ACE_FILE_IO& aFile, const void* aData) {
-    constexpr std::array<int, 3> kOrigins{SEEK_SET, SEEK_CUR, SEEK_END};
+    static constexpr std::array<int, 3> kOrigins{SEEK_SET, SEEK_CUR, SEEK_END};
     const auto* lSeek = static_cast<const SeekArguments*>(aData);
     if (lSeek == nullptr || lSeek->origin >= kOrigins.size()) {
         return COMMIF_ERR_BAD_ARGUMENT;
@@ -105,8 +107,59 @@ int storeSize(ACE_FILE_IO& aFile, void* aData) {
                             : getFileSize(aFile, *static_cast<unsigned long*>(aData));
 }
 
+/// What a descriptor's file is, found by the first write after each open: who only reads does
+/// without. A regular file has no reader who could go, so that its writes never raise SIGPIPE.
+enum class FileKind : unsigned char { kUnknown, kRegular, kOther };
+std::atomic<FileKind> gFileKinds[COMMIF_MAX_DESC];
+
+FileKind kindOf(int aDesc) {
+    return gFileKinds[aDesc].load(std::memory_order_relaxed);
+}
+
+void setKind(int aDesc, FileKind aKind) {
+    gFileKinds[aDesc].store(aKind, std::memory_order_relaxed);
+}
+
+FileKind findKind(const ACE_FILE_IO& aFile) {
+    struct stat lStatus {};
+    return ::fstat(aFile.get_handle(), &lStatus) == 0 && S_ISREG(lStatus.st_mode)
+               ? FileKind::kRegular
+               : FileKind::kOther;
+}
+
+/// To a pipe or a terminal, or to what is not known yet.
+[[gnu::noinline]] ssize_t sendWithCare(int aDesc, const ACE_FILE_IO& aFile,
+                                       const unsigned char* aBuf, unsigned long aCount) {
+    if (kindOf(aDesc) == FileKind::kUnknown) {
+        setKind(aDesc, findKind(aFile));
+    }
+    const osx::PipeSignalGuard lGuard;
+    return aFile.send(aBuf, aCount);
+}
+
 bool isWhole(ssize_t aTransferred, unsigned long aCount) {
     return aTransferred >= 0 && static_cast<unsigned long>(aTransferred) == aCount;
+}
+
+// The lines stand apart, so that the way without one is short.
+
+[[gnu::cold]] int noFile(const char* aFormat, int aDesc) {
+    DiagnosticLine(kChannelModule).failure(LM_DEBUG, aFormat, aDesc);
+    return COMMIF_ERR_NO_DEVICE;
+}
+
+[[gnu::cold]] int shortRead(int aDesc, unsigned long aCount, ssize_t aRead) {
+    DiagnosticLine(kChannelModule)
+        .failure(LM_DEBUG, "%t commIfFileRead: retCount != Count fd[%d] Count[%d] retCount[%d]\n",
+                 aDesc, aCount, aRead);
+    return COMMIF_ERR_SHORT_READ;
+}
+
+[[gnu::cold]] int shortWrite(int aDesc, unsigned long aCount, ssize_t aWritten) {
+    DiagnosticLine(kChannelModule)
+        .failure(LM_DEBUG, "%t commIfFileWrite: retCount != Count fd[%d] Count[%d] retCount[%d] \n",
+                 aDesc, aCount, aWritten);
+    return COMMIF_ERR_FILE_IO;
 }
 
 }  // namespace
@@ -132,6 +185,7 @@ int commIfFileOpen(int aDesc, commIfFileParams_t* aParams) {
         delete lFile;
         return COMMIF_ERR_FILE_OPEN;
     }
+    setKind(aDesc, FileKind::kUnknown);
     lEntry->info.file.fileIo = lFile;
     return COMMIF_OK;
 }
@@ -141,22 +195,13 @@ int commIfFileRead(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigne
     if (lEntry == nullptr) {
         return COMMIF_ERR_BAD_DESCRIPTOR;
     }
-    const auto* lFile = DiagnosticLine(kChannelModule)
-                            .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
-                                                 "%t commIfFileRead: lFile == 0 fd[%d]  \n", aDesc);
+    const ACE_FILE_IO* lFile = lEntry->info.file.fileIo;
     if (lFile == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
+        return noFile("%t commIfFileRead: lFile == 0 fd[%d]  \n", aDesc);
     }
     const ssize_t lRead = lFile->recv(aBuf, aCount);
     osx::storeCount(aRetCount, lRead);
-    if (!isWhole(lRead, aCount)) {
-        DiagnosticLine(kChannelModule)
-            .failure(LM_DEBUG,
-                     "%t commIfFileRead: retCount != Count fd[%d] Count[%d] retCount[%d]\n", aDesc,
-                     aCount, lRead);
-        return COMMIF_ERR_SHORT_READ;
-    }
-    return COMMIF_OK;
+    return isWhole(lRead, aCount) ? COMMIF_OK : shortRead(aDesc, aCount, lRead);
 }
 
 int commIfFileWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
@@ -165,24 +210,15 @@ int commIfFileWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
     if (lEntry == nullptr) {
         return COMMIF_ERR_BAD_DESCRIPTOR;
     }
-    const auto* lFile =
-        DiagnosticLine(kChannelModule)
-            .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
-                                 "%t commIfFileWrite: lFile == 0 fd[%d]  \n", aDesc);
+    const ACE_FILE_IO* lFile = lEntry->info.file.fileIo;
     if (lFile == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
+        return noFile("%t commIfFileWrite: lFile == 0 fd[%d]  \n", aDesc);
     }
-    const osx::PipeSignalGuard lGuard;
-    const ssize_t lWritten = lFile->send(aBuf, aCount);
+    const ssize_t lWritten = kindOf(aDesc) == FileKind::kRegular
+                                 ? lFile->send(aBuf, aCount)
+                                 : sendWithCare(aDesc, *lFile, aBuf, aCount);
     osx::storeCount(aRetCount, lWritten);
-    if (!isWhole(lWritten, aCount)) {
-        DiagnosticLine(kChannelModule)
-            .failure(LM_DEBUG,
-                     "%t commIfFileWrite: retCount != Count fd[%d] Count[%d] retCount[%d] \n",
-                     aDesc, aCount, lWritten);
-        return COMMIF_ERR_FILE_IO;
-    }
-    return COMMIF_OK;
+    return isWhole(lWritten, aCount) ? COMMIF_OK : shortWrite(aDesc, aCount, lWritten);
 }
 
 int commIfFileIoctl(int aDesc, unsigned long aCmd, void* aData) {
@@ -190,11 +226,9 @@ int commIfFileIoctl(int aDesc, unsigned long aCmd, void* aData) {
     if (lEntry == nullptr) {
         return COMMIF_ERR_BAD_DESCRIPTOR;
     }
-    auto* lFile = DiagnosticLine(kChannelModule)
-                      .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
-                                           "%t commIfFileIoctl: lFile == 0 fd[%d]  \n", aDesc);
+    ACE_FILE_IO* lFile = lEntry->info.file.fileIo;
     if (lFile == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
+        return noFile("%t commIfFileIoctl: lFile == 0 fd[%d]  \n", aDesc);
     }
     switch (aCmd) {
         case kSeek:

@@ -2,20 +2,38 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
 
 #include "osx/osx.h"
 
 namespace {
 
-const test::Forced* gForced = nullptr;
+test::Forced* gForced = nullptr;
+std::atomic<int> gSignalLooks{0};
 
 /// @return the library's own function.
 template <class Function>
 Function next(const char* aSymbol) {
     return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, aSymbol));
+}
+
+/// Copies without the kernel's help, which a machine may refuse.
+ssize_t forcedKernelCopy(int aFrom, int aTo, std::size_t aLength) {
+    if (*gForced->kernelCopies == 0) {
+        errno = ENOSYS;
+        return gForced->kernelCopyEnd;
+    }
+    --*gForced->kernelCopies;
+    std::array<char, 1000> lBytes;
+    const ssize_t lSize = ::read(aFrom, lBytes.data(), std::min(aLength, lBytes.size()));
+    return lSize <= 0 ? lSize : ::write(aTo, lBytes.data(), static_cast<std::size_t>(lSize));
 }
 
 }  // namespace
@@ -30,6 +48,14 @@ Interception::Interception(const Forced& aForced) {
 
 Interception::~Interception() {
     gForced = nullptr;
+}
+
+int Interception::kernelCopiesLeft() const {
+    return gForced->kernelCopies.value_or(0);
+}
+
+int signalLooks() {
+    return gSignalLooks;
 }
 
 }  // namespace test
@@ -76,3 +102,21 @@ extern "C" int testFstat(int aDescriptor, struct stat* aStatus) {
     return testFstat64(aDescriptor, aStatus);
 }
 #endif
+
+extern "C" __attribute__((visibility("default"))) int sigpending(sigset_t* aSet) noexcept {
+    ++gSignalLooks;
+    static const auto gNext = next<int (*)(sigset_t*)>("sigpending");
+    return gNext(aSet);
+}
+
+extern "C" __attribute__((visibility("default"))) ssize_t copy_file_range(
+    int aFrom, off64_t* aFromOffset, int aTo, off64_t* aToOffset, std::size_t aLength,
+    unsigned int aFlags) {
+    if (gForced != nullptr && gForced->kernelCopies) {
+        return forcedKernelCopy(aFrom, aTo, aLength);
+    }
+    static const auto gNext =
+        next<ssize_t (*)(int, off64_t*, int, off64_t*, std::size_t, unsigned int)>(
+            "copy_file_range");
+    return gNext(aFrom, aFromOffset, aTo, aToOffset, aLength, aFlags);
+}

@@ -13,6 +13,10 @@ struct Forced {
     std::optional<unsigned int> msgSend;
     std::optional<unsigned long> lastNetworkError;
     bool statFails = false;
+    /// How many calls of `copy_file_range` copy, each no more than 1000 bytes; those after them
+    /// give `kernelCopyEnd`: 0, or -1 with ENOSYS.
+    std::optional<int> kernelCopies = {};
+    int kernelCopyEnd = -1;
 };
 
 /// Forces results while it lives. One at a time.
@@ -22,7 +26,13 @@ public:
     ~Interception();
     Interception(const Interception&) = delete;
     Interception& operator=(const Interception&) = delete;
+
+    /// @return how many more calls of `copy_file_range` would copy.
+    int kernelCopiesLeft() const;
 };
+
+/// @return how often the process has looked for pending signals so far.
+int signalLooks();
 
 }  // namespace test
 

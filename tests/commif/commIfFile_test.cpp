@@ -12,6 +12,7 @@
 
 #include "ace/FILE_IO.h"
 #include "commif/Fixtures.h"
+#include "commif/Interceptions.h"
 #include "commif/Refusals.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
@@ -369,6 +370,54 @@ TEST(FileWrite, ToAPipeWithoutReaderEndsNothing) {
     lReader.close();
     EXPECT_EQ(COMMIF_ERR_FILE_IO, writeTo(lChannel, "text"));
     EXPECT_EQ(EPIPE, lLog.lines().back().errnum);
+}
+
+TEST(FileWrite, KeepsSignalsBackForAsLongAsThePipeIsOpen) {
+    const test::TempDir lDir;
+    const test::LogCapture lLog;
+    ASSERT_EQ(0, ::mkfifo(lDir.path("pipe").c_str(), 0600));
+    test::Descriptor lReader(::open(lDir.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    const Channel lChannel(fileParams(lDir.path("pipe"), kWrite));
+    EXPECT_EQ(COMMIF_OK, writeTo(lChannel, "text"));
+    EXPECT_EQ(COMMIF_OK, writeTo(lChannel, "text"));
+    lReader.close();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(COMMIF_ERR_FILE_IO, writeTo(lChannel, "text"));
+        EXPECT_EQ(EPIPE, lLog.lines().back().errnum);
+    }
+}
+
+TEST(FileWrite, ToARegularFileLeavesSignalsAlone) {
+    const test::TempDir lDir;
+    const Channel lChannel(fileParams(lDir.path("f"), kWrite | kCreate));
+    EXPECT_EQ(COMMIF_OK, writeTo(lChannel, "first"));
+    const int lBefore = test::signalLooks();
+    EXPECT_EQ(COMMIF_OK, writeTo(lChannel, "second"));
+    EXPECT_EQ(lBefore, test::signalLooks());
+    EXPECT_EQ("firstsecond", test::contentOf(lDir.path("f")));
+}
+
+TEST(FileWrite, KnowsAPipeThatFollowsARegularFileOnItsDescriptor) {
+    const test::TempDir lDir;
+    const test::LogCapture lLog;
+    ASSERT_EQ(0, ::mkfifo(lDir.path("pipe").c_str(), 0600));
+    commIfDevParams_t lFile = fileParams(lDir.path("f"), kWrite | kCreate);
+    commIfDevParams_t lPipe = fileParams(lDir.path("pipe"), kWrite);
+    for (const bool lClosedBetween : {true, false}) {
+        ASSERT_EQ(COMMIF_OK, commIfFileOpen(9, &lFile.file));
+        EXPECT_EQ(COMMIF_OK, commIfFileWrite(9, gBuffer, 4, nullptr));
+        EXPECT_EQ(COMMIF_OK, commIfFileWrite(9, gBuffer, 4, nullptr));
+        if (lClosedBetween) {
+            EXPECT_EQ(COMMIF_OK, commIfFileClose(9));
+        }
+        test::Descriptor lReader(
+            ::open(lDir.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+        ASSERT_EQ(COMMIF_OK, commIfFileOpen(9, &lPipe.file));
+        lReader.close();
+        EXPECT_EQ(COMMIF_ERR_FILE_IO, commIfFileWrite(9, gBuffer, 4, nullptr));
+        EXPECT_EQ(EPIPE, lLog.lines().back().errnum);
+        EXPECT_EQ(COMMIF_OK, commIfFileClose(9));
+    }
 }
 
 TEST(FileIoctl, SeeksFromTheStartTheCurrentPositionAndTheEnd) {
