@@ -109,13 +109,56 @@ TEST(FileDelete, RemovesAPipeWithoutWaitingForItsWriter) {
 
 TEST(FileCopy, CopiesEverySize) {
     const TempDir lDir;
-    for (const std::size_t lSize : {0U, 1U, 60U, 16383U, 16384U, 16385U, 1000000U}) {
+    for (const std::size_t lSize : {0U, 1U, 60U, 65535U, 65536U, 65537U, 1000000U}) {
         const std::string lContent = pattern(lSize);
         const std::string lSource = lDir.file("source", lContent);
         const std::string lDestination = lDir.path("copy" + std::to_string(lSize));
         EXPECT_EQ(0, copy(lSource, lDestination));
         EXPECT_EQ(lContent, contentOf(lDestination)) << lSize;
     }
+}
+
+TEST(FileCopy, LeavesTheCopyingToTheKernel) {
+    const TempDir lDir;
+    const std::string lContent = pattern(100000);
+    const std::string lSource = lDir.file("source", lContent);
+    test::Forced lForced;
+    lForced.kernelCopies = 1000;
+    const test::Interception lInterception(lForced);
+    EXPECT_EQ(0, copy(lSource, lDir.path("copy")));
+    EXPECT_EQ(lContent, contentOf(lDir.path("copy")));
+    EXPECT_EQ(900, lInterception.kernelCopiesLeft());
+}
+
+TEST(FileCopy, CopiesItselfWhatTheKernelDoesNot) {
+    const TempDir lDir;
+    const std::string lContent = pattern(200000);
+    const std::string lSource = lDir.file("source", lContent);
+    for (const int lCopies : {0, 1, 66, 199}) {
+        for (const int lEnd : {0, -1}) {
+            test::Forced lForced;
+            lForced.kernelCopies = lCopies;
+            lForced.kernelCopyEnd = lEnd;
+            const test::Interception lInterception(lForced);
+            const std::string lDestination = lDir.file("copy", std::string(300000, 'x'));
+            EXPECT_EQ(0, copy(lSource, lDestination));
+            EXPECT_EQ(lContent + std::string(100000, 'x'), contentOf(lDestination))
+                << lCopies << " " << lEnd;
+        }
+    }
+}
+
+TEST(FileCopy, WritesToAPipe) {
+    const TempDir lDir;
+    const std::string lContent = pattern(20000);
+    ASSERT_EQ(0, ::mkfifo(lDir.path("pipe").c_str(), 0600));
+    const test::Descriptor lReader(
+        ::open(lDir.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    EXPECT_EQ(0, copy(lDir.file("source", lContent), lDir.path("pipe")));
+    std::string lArrived(lContent.size(), '\0');
+    EXPECT_EQ(static_cast<ssize_t>(lContent.size()),
+              ::read(lReader.get(), lArrived.data(), lArrived.size()));
+    EXPECT_EQ(lContent, lArrived);
 }
 
 TEST(FileCopy, CreatesWithMode0644) {
