@@ -1,12 +1,10 @@
 #include "sysinfo/DynamicSysInfo.h"
 
-#include <ext/stdio_filebuf.h>
-
 #include <cstdio>
-#include <functional>
-#include <istream>
 #include <memory>
 #include <new>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -19,6 +17,9 @@ namespace {
 constexpr char kModule[] = "DynamicSysInfo.cpp";
 constexpr std::size_t kBuckets = 29;
 
+constexpr std::size_t kPiece = 4096;            // more than a file usually has
+constexpr std::size_t kMostOfAFile = 0x100000;  // more than any has
+
 #ifdef OSX_PROC_LAYOUT_CURRENT
 constexpr osx::ProcLayout kLayout = osx::ProcLayout::kCurrent;
 #else
@@ -29,27 +30,37 @@ struct CloseFile {
     void operator()(FILE* aFile) const { std::fclose(aFile); }
 };
 
-/// Hands a file to a reader; one that cannot be opened as a stream that has failed.
-void readFile(const char* aPath, const std::function<void(std::istream&)>& aReader) {
+/// @return what is in a file, in few pieces; nothing if it cannot be opened.
+std::string textOf(const char* aPath) {
+    std::string lText;
+    // A standard file stream would leave its descriptor to the programs that are run meanwhile.
+    const std::unique_ptr<FILE, CloseFile> lFile(std::fopen(aPath, "re"));
+    if (lFile == nullptr) {
+        return lText;
+    }
+    std::setvbuf(lFile.get(), nullptr, _IONBF, 0);
+    char lPiece[kPiece];
+    std::size_t lCount = kPiece;
+    while (lCount == kPiece && lText.size() < kMostOfAFile) {
+        lCount = std::fread(lPiece, 1, kPiece, lFile.get());
+        lText.append(lPiece, lCount);
+    }
+    return lText;
+}
+
+/// Hands a file's text to a reader.
+template <class Reader>
+void readFile(const char* aPath, const Reader& aReader) {
     try {
-        // A standard file stream would leave its descriptor to the programs that are run meanwhile.
-        const std::unique_ptr<FILE, CloseFile> lFile(std::fopen(aPath, "re"));
-        std::istream lStream(nullptr);
-        if (lFile == nullptr) {
-            aReader(lStream);
-            return;
-        }
-        __gnu_cxx::stdio_filebuf<char> lBuffer(lFile.get(), std::ios::in);
-        lStream.rdbuf(&lBuffer);
-        aReader(lStream);
+        aReader(textOf(aPath));
     } catch (const std::bad_alloc&) {
         // What was not read keeps its former value.
     }
 }
 
 /// @return a key that borrows the text, so that looking it up takes no memory.
-ACE_CString key(const char* aName) {
-    return ACE_CString(aName, nullptr, false);
+ACE_CString key(std::string_view aName) {
+    return ACE_CString(aName.data(), aName.size(), nullptr, false);
 }
 
 double toDouble(const FlexVar& aValue) {
@@ -86,16 +97,16 @@ void DynamicSysInfo::refresh() {
 }
 
 void DynamicSysInfo::readMemInfo() {
-    readFile("/proc/meminfo", [this](std::istream& aStream) {
-        osx::readMemInfo(aStream, kLayout, [this](const char* aName, std::int32_t aValue) {
+    readFile("/proc/meminfo", [this](std::string_view aText) {
+        osx::readMemInfo(aText, kLayout, [this](std::string_view aName, std::int32_t aValue) {
             store(aName, FlexVar(static_cast<long>(aValue)));
         });
     });
 }
 
 void DynamicSysInfo::readLoadAvg() {
-    readFile("/proc/loadavg", [this](std::istream& aStream) {
-        const osx::LoadAverage lLoad = osx::readLoadAvg(aStream);
+    readFile("/proc/loadavg", [this](std::string_view aText) {
+        const osx::LoadAverage lLoad = osx::readLoadAvg(aText);
         store(kKeyAvgCPU1, FlexVar(lLoad.oneMinute));
         store(kKeyAvgCPU5, FlexVar(lLoad.fiveMinutes));
         store(kKeyAvgCPU15, FlexVar(lLoad.fifteenMinutes));
@@ -106,8 +117,8 @@ void DynamicSysInfo::readLoadAvg() {
 }
 
 void DynamicSysInfo::readPartitions() {
-    readFile("/proc/partitions", [this](std::istream& aStream) {
-        osx::readPartitions(aStream, kLayout, [this](const char* aName, std::int32_t aValue) {
+    readFile("/proc/partitions", [this](std::string_view aText) {
+        osx::readPartitions(aText, kLayout, [this](std::string_view aName, std::int32_t aValue) {
             store(aName, FlexVar(static_cast<long>(aValue)));
         });
     });
@@ -156,7 +167,7 @@ void DynamicSysInfo::dump() const {
     }
 }
 
-void DynamicSysInfo::store(const char* aName, const FlexVar& aValue) {
+void DynamicSysInfo::store(std::string_view aName, const FlexVar& aValue) {
     const ACE_CString lKey = key(aName);
     const ACE_Guard<ACE_Thread_Mutex> lGuard(mMap.mutex());
     if (!lGuard.locked() || mMap.total_size() == 0) {
@@ -170,7 +181,7 @@ void DynamicSysInfo::store(const char* aName, const FlexVar& aValue) {
     }
 }
 
-FlexVar DynamicSysInfo::find(const char* aName) const {
+FlexVar DynamicSysInfo::find(std::string_view aName) const {
     FlexVar lValue;
     mMap.find(key(aName), lValue);
     return lValue;

@@ -4,6 +4,7 @@
 #define OSX_SYSINFO_DYNAMICSYSINFO_H
 
 #include <cstddef>
+#include <string_view>
 
 #include "ace/Hash_Map_Manager_T.h"
 #include "ace/SString.h"
@@ -92,9 +93,9 @@ private:
         using Map::unbind_i;
     };
 
-    void store(const char* aName, const FlexVar& aValue);
+    void store(std::string_view aName, const FlexVar& aValue);
     /// @return a copy of a figure; of type none if there is none.
-    FlexVar find(const char* aName) const;
+    FlexVar find(std::string_view aName) const;
 
     mutable Table mMap;
 };

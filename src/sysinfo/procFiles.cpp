@@ -1,105 +1,191 @@
 #include "sysinfo/procFiles.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
+#include <charconv>
+#include <istream>
 #include <limits>
 #include <locale>
+#include <optional>
+#include <streambuf>
+#include <system_error>
 
 namespace osx {
 namespace {
 
-constexpr int kLineSize = 256;
-using Line = char[kLineSize];
+/// More characters of a name, of a value or of a line do not count.
+constexpr std::size_t kMost = 255;
 
 constexpr int kMemInfoSummaryLines = 3;
 constexpr int kMemInfoFields = 50;
 constexpr int kPartitionsHeadingLines = 2;
 constexpr int kPartitionsLines = 20;
 constexpr std::size_t kTargetBlocksColumn = 10;
-constexpr char kBlanks[] = " \t";
+
+/// A text that is read from its front.
+class Remainder {
+public:
+    explicit Remainder(std::string_view aText) : mText(aText) {}
+
+    /// @return what stands before a character or the end, as far as it counts; that is taken off.
+    std::string_view takeUpTo(char aEnd) {
+        const std::string_view lPart = mText.substr(0, std::min(mText.find(aEnd), kMost));
+        mText.remove_prefix(lPart.size());
+        return lPart;
+    }
+    void takeCharacter() { mText.remove_prefix(std::min<std::size_t>(1, mText.size())); }
+    /// Takes off what is left of a line, and its end. @return whether it has an end.
+    bool takeLineEnd() {
+        const std::size_t lEnd = mText.find('\n');
+        mText.remove_prefix(lEnd == mText.npos ? mText.size() : lEnd + 1);
+        return lEnd != mText.npos;
+    }
+    bool isAt(char aCharacter) const { return !mText.empty() && mText.front() == aCharacter; }
+
+private:
+    std::string_view mText;
+};
+
+/// @return what stands before the first NUL.
+std::string_view untilNul(std::string_view aText) {
+    return aText.substr(0, aText.find('\0'));
+}
+
+bool isBlank(char aCharacter) {
+    return aCharacter == ' ' || aCharacter == '\t';
+}
+
+bool isSpace(char aCharacter) {
+    return aCharacter == ' ' || (aCharacter >= '\t' && aCharacter <= '\r');
+}
+
+bool isDigit(char aCharacter) {
+    return aCharacter >= '0' && aCharacter <= '9';
+}
 
 /// @return the number that a text begins with, after blanks; 0 if it begins with none.
-std::int32_t number(const char* aText) {
-    const long lValue = std::strtol(aText, nullptr, 10);
-    constexpr long kLowest = std::numeric_limits<std::int32_t>::min();
-    constexpr long kHighest = std::numeric_limits<std::int32_t>::max();
-    return static_cast<std::int32_t>(std::clamp(lValue, kLowest, kHighest));
+std::int32_t number(std::string_view aText) {
+    const auto* lNext = std::find_if_not(aText.begin(), aText.end(), isSpace);
+    const bool lIsNegative = lNext != aText.end() && *lNext == '-';
+    if (lNext != aText.end() && (*lNext == '-' || *lNext == '+')) {
+        ++lNext;
+    }
+    constexpr std::int64_t lHighest = std::numeric_limits<std::int32_t>::max();
+    std::int64_t lValue = 0;
+    for (; lNext != aText.end() && isDigit(*lNext); ++lNext) {
+        lValue = std::min(lValue * 10 + (*lNext - '0'), lHighest + 1);
+    }
+    return static_cast<std::int32_t>(lIsNegative ? -lValue : std::min(lValue, lHighest));
 }
 
-/// A line that is too long leaves the stream failed.
-void skipLines(std::istream& aStream, int aCount) {
+/// @return whether there is more to read; a line that is too long ends the reading.
+bool skipLines(Remainder& aText, int aCount) {
     for (int lCount = 0; lCount < aCount; ++lCount) {
-        Line lLine;
-        aStream.getline(lLine, kLineSize);
+        aText.takeUpTo('\n');
+        if (!aText.isAt('\n')) {
+            return false;
+        }
+        aText.takeCharacter();
     }
+    return true;
 }
 
-/// Reads the rest of a line and its end; what does not fit is left out.
-void readRestOfLine(std::istream& aStream, Line& aRest) {
-    aStream.getline(aRest, kLineSize);
-    if (aStream.gcount() == kLineSize - 1 && aStream.rdstate() == std::ios::failbit) {
-        aStream.clear();
-        aStream.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
-    }
+std::string_view findDisc(std::string_view aLine) {
+    const std::size_t lIde = aLine.find("ide");
+    const std::size_t lDisc = lIde != aLine.npos ? lIde : aLine.find("sda");
+    return aLine.substr(std::min(lDisc, aLine.size()));
 }
 
-const char* findDisc(const char* aLine) {
-    const char* lDisc = std::strstr(aLine, "ide");
-    return lDisc != nullptr ? lDisc : std::strstr(aLine, "sda");
+std::string_view withoutField(std::string_view aText) {
+    const auto* lField = std::find_if_not(aText.begin(), aText.end(), isBlank);
+    const auto* lEnd = std::find_if(lField, aText.end(), isBlank);
+    return aText.substr(static_cast<std::size_t>(lEnd - aText.begin()));
 }
 
-const char* skipField(const char* aText) {
-    aText += std::strspn(aText, kBlanks);
-    return aText + std::strcspn(aText, kBlanks);
-}
-
-std::int32_t blocks(const char* aLine, ProcLayout aLayout) {
+std::int32_t blocks(std::string_view aLine, ProcLayout aLayout) {
     if (aLayout == ProcLayout::kCurrent) {
-        return number(skipField(skipField(aLine)));
+        return number(withoutField(withoutField(aLine)));
     }
-    return std::strlen(aLine) > kTargetBlocksColumn ? number(aLine + kTargetBlocksColumn) : 0;
+    return number(aLine.substr(std::min(aLine.size(), kTargetBlocksColumn)));
 }
+
+/// Takes a number without a sign off the front of a text, and the character that has to follow.
+/// @return whether both were there.
+template <class Number>
+bool take(std::string_view& aText, Number& aNumber, char aSeparator) {
+    const char* const lEnd = aText.data() + aText.size();
+    const bool lIsNumber = !aText.empty() && isDigit(aText.front());
+    const auto lRead = std::from_chars(aText.data(), lEnd, aNumber);
+    if (!lIsNumber || lRead.ec != std::errc() || lRead.ptr == lEnd || *lRead.ptr != aSeparator) {
+        return false;
+    }
+    aText.remove_prefix(static_cast<std::size_t>(lRead.ptr + 1 - aText.data()));
+    return true;
+}
+
+/// @return the figures of a text that is just as kernels write it, without the cost of a stream.
+std::optional<LoadAverage> readRegularLoadAvg(std::string_view aText) {
+    LoadAverage lLoad;
+    const bool lIsRegular =
+        take(aText, lLoad.oneMinute, ' ') && take(aText, lLoad.fiveMinutes, ' ') &&
+        take(aText, lLoad.fifteenMinutes, ' ') && take(aText, lLoad.running, '/') &&
+        take(aText, lLoad.processes, ' ') && take(aText, lLoad.highestPid, '\n');
+    return lIsRegular ? std::optional(lLoad) : std::nullopt;
+}
+
+/// Lets a stream read a text in its place.
+class TextBuffer : public std::streambuf {
+public:
+    explicit TextBuffer(std::string_view aText) {
+        char* const lText = const_cast<char*>(aText.data());
+        setg(lText, lText, lText + aText.size());
+    }
+};
 
 }  // namespace
 
-void readMemInfo(std::istream& aStream, ProcLayout aLayout, const FigureSink& aSink) {
-    skipLines(aStream, aLayout == ProcLayout::kTarget ? kMemInfoSummaryLines : 0);
-    for (int lCount = 0; lCount < kMemInfoFields && aStream.good(); ++lCount) {
-        Line lName;
-        Line lRest;
-        aStream.get(lName, kLineSize, ':');
-        aStream.get();  // The colon.
-        readRestOfLine(aStream, lRest);
-        if (lName[0] == '\0') {
+void readMemInfo(std::string_view aText, ProcLayout aLayout, const FigureSink& aSink) {
+    Remainder lText(aText);
+    bool lHasMore = skipLines(lText, aLayout == ProcLayout::kTarget ? kMemInfoSummaryLines : 0);
+    for (int lCount = 0; lCount < kMemInfoFields && lHasMore; ++lCount) {
+        const std::string_view lName = untilNul(lText.takeUpTo(':'));
+        if (lName.empty()) {
             return;
         }
+        lText.takeCharacter();  // The colon.
+        const std::string_view lRest = lText.takeUpTo('\n');
+        lHasMore = lText.takeLineEnd();
         aSink(lName, number(lRest));
     }
 }
 
-LoadAverage readLoadAvg(std::istream& aStream) {
+LoadAverage readLoadAvg(std::string_view aText) {
+    if (const auto lLoad = readRegularLoadAvg(aText)) {
+        return *lLoad;
+    }
+    TextBuffer lBuffer(aText);
+    std::istream lStream(&lBuffer);
     // The kernel writes a decimal point, whatever the application's language.
-    aStream.imbue(std::locale::classic());
+    lStream.imbue(std::locale::classic());
     LoadAverage lLoad;
     char lSlash = 0;
-    aStream >> lLoad.oneMinute >> lLoad.fiveMinutes >> lLoad.fifteenMinutes >> lLoad.running >>
+    lStream >> lLoad.oneMinute >> lLoad.fiveMinutes >> lLoad.fifteenMinutes >> lLoad.running >>
         lSlash >> lLoad.processes >> lLoad.highestPid;
     return lLoad;
 }
 
-void readPartitions(std::istream& aStream, ProcLayout aLayout, const FigureSink& aSink) {
-    skipLines(aStream, kPartitionsHeadingLines);
-    for (int lCount = 0; lCount < kPartitionsLines && aStream.good(); ++lCount) {
-        Line lLine;
-        aStream.getline(lLine, kLineSize);
-        const char* lDisc = findDisc(lLine);
-        if (lDisc == nullptr) {
-            continue;
+void readPartitions(std::string_view aText, ProcLayout aLayout, const FigureSink& aSink) {
+    Remainder lText(aText);
+    bool lHasMore = skipLines(lText, kPartitionsHeadingLines);
+    for (int lCount = 0; lCount < kPartitionsLines && lHasMore; ++lCount) {
+        const std::string_view lLine = untilNul(lText.takeUpTo('\n'));
+        lHasMore = lText.isAt('\n');
+        lText.takeCharacter();
+        const std::string_view lDisc = findDisc(lLine);
+        if (!lDisc.empty()) {
+            const auto* lEnd = std::find_if(lDisc.begin(), lDisc.end(), isBlank);
+            aSink(lDisc.substr(0, static_cast<std::size_t>(lEnd - lDisc.begin())),
+                  blocks(lLine, aLayout));
         }
-        const std::int32_t lBlocks = blocks(lLine, aLayout);
-        lLine[static_cast<std::size_t>(lDisc - lLine) + std::strcspn(lDisc, kBlanks)] = '\0';
-        aSink(lDisc, lBlocks);
     }
 }
 

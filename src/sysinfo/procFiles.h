@@ -1,14 +1,14 @@
 /// @file
-/// Readers of the kernel's process files. Each takes a stream, so that they read made-up files too.
+/// Readers of the kernel's process files. Each takes a file's text, so that they read made-up files
+/// too; a file that does not exist has none.
 ///
-/// None of them throws or reads without bound, whatever the file holds. Numbers saturate at 32 bits
-/// in both word sizes.
+/// None of them faults, whatever the text holds. Numbers saturate at 32 bits in both word sizes.
 #ifndef OSX_SYSINFO_PROCFILES_H
 #define OSX_SYSINFO_PROCFILES_H
 
 #include <cstdint>
 #include <functional>
-#include <istream>
+#include <string_view>
 
 namespace osx {
 
@@ -20,8 +20,8 @@ enum class ProcLayout {
               ///< the third field.
 };
 
-/// Given each figure that is found. The name has from 1 to 255 characters.
-using FigureSink = std::function<void(const char* aName, std::int32_t aValue)>;
+/// Given each figure that is found. The name has from 1 to 255 characters, none of them NUL.
+using FigureSink = std::function<void(std::string_view aName, std::int32_t aValue)>;
 
 /// What "/proc/loadavg" tells.
 struct LoadAverage {
@@ -37,14 +37,14 @@ struct LoadAverage {
 ///
 /// Of a line only the first 255 characters of the name and as many of the value count. A field
 /// whose value is no number is 0.
-void readMemInfo(std::istream& aStream, ProcLayout aLayout, const FigureSink& aSink);
+void readMemInfo(std::string_view aText, ProcLayout aLayout, const FigureSink& aSink);
 
 /// Reads "/proc/loadavg". What is missing or follows a mistake is 0.
-LoadAverage readLoadAvg(std::istream& aStream);
+LoadAverage readLoadAvg(std::string_view aText);
 
 /// Reads "/proc/partitions": of the first 20 lines that follow the heading those with an ide disc
 /// or "sda" in them. A line of more than 255 characters is the last one read.
-void readPartitions(std::istream& aStream, ProcLayout aLayout, const FigureSink& aSink);
+void readPartitions(std::string_view aText, ProcLayout aLayout, const FigureSink& aSink);
 
 }  // namespace osx
 

@@ -302,6 +302,22 @@ TEST(DynamicSysInfo, KeepsFiftyFieldsOfSixty) {
     EXPECT_EQ(1U, lFigures.count("Key:Field50,"));
 }
 
+TEST(DynamicSysInfo, ReadsAFileOfManyPages) {
+    std::string lFields;
+    for (int lField = 1; lField <= 50; ++lField) {
+        lFields += "Field" + std::to_string(lField) + ": " + std::to_string(lField) + " kB" +
+                   std::string(1000, ' ') + "\n";
+    }
+    DynamicSysInfo lInfo;
+    {
+        const KernelFiles lFiles(memInfo(lFields));
+        lInfo.readMemInfo();
+    }
+    auto lFigures = dumped(lInfo);
+    EXPECT_EQ(50U, lFigures.size());
+    EXPECT_EQ("Value:50\n", lFigures["Key:Field50,"]);
+}
+
 TEST(DynamicSysInfo, ReadsTheKernelsFilesOfThisMachine) {
     DynamicSysInfo lInfo;
     lInfo.refresh();

@@ -3,10 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <locale>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,28 +24,26 @@ using testing::Pair;
 using testing::SizeIs;
 
 using Figures = std::vector<std::pair<std::string, std::int32_t>>;
-using Reader = void (*)(std::istream&, ProcLayout, const osx::FigureSink&);
+using Reader = void (*)(std::string_view, ProcLayout, const osx::FigureSink&);
 
-Figures figures(Reader aReader, std::istream& aStream, ProcLayout aLayout) {
+Figures figures(Reader aReader, const std::string& aText, ProcLayout aLayout) {
     Figures lFigures;
-    aReader(aStream, aLayout,
-            [&](const char* aName, std::int32_t aValue) { lFigures.emplace_back(aName, aValue); });
+    aReader(aText, aLayout, [&](std::string_view aName, std::int32_t aValue) {
+        lFigures.emplace_back(aName, aValue);
+    });
     return lFigures;
 }
 
 Figures memory(const std::string& aText, ProcLayout aLayout = ProcLayout::kTarget) {
-    std::istringstream lStream(aText);
-    return figures(osx::readMemInfo, lStream, aLayout);
+    return figures(osx::readMemInfo, aText, aLayout);
 }
 
 Figures discs(const std::string& aText, ProcLayout aLayout = ProcLayout::kTarget) {
-    std::istringstream lStream(aText);
-    return figures(osx::readPartitions, lStream, aLayout);
+    return figures(osx::readPartitions, aText, aLayout);
 }
 
 osx::LoadAverage load(const std::string& aText) {
-    std::istringstream lStream(aText);
-    return osx::readLoadAvg(lStream);
+    return osx::readLoadAvg(aText);
 }
 
 const std::string kSummary = "1\n2\n3\n";
@@ -136,15 +137,15 @@ TEST(MemInfo, LongLineInTheSummaryEndsTheReading) {
 }
 
 TEST(MemInfo, WithoutAFileGivesNothing) {
-    std::ifstream lMissing("/nowhere/meminfo");
-    EXPECT_THAT(figures(osx::readMemInfo, lMissing, ProcLayout::kTarget), IsEmpty());
-    std::istream lNone(nullptr);
-    EXPECT_THAT(figures(osx::readMemInfo, lNone, ProcLayout::kCurrent), IsEmpty());
+    EXPECT_THAT(memory(""), IsEmpty());
+    EXPECT_THAT(memory("", ProcLayout::kCurrent), IsEmpty());
 }
 
 TEST(MemInfo, OfThisMachineNamesItsMemory) {
     std::ifstream lFile("/proc/meminfo");
-    const Figures lFigures = figures(osx::readMemInfo, lFile, ProcLayout::kCurrent);
+    std::stringstream lText;
+    lText << lFile.rdbuf();
+    const Figures lFigures = memory(lText.str(), ProcLayout::kCurrent);
     ASSERT_FALSE(lFigures.empty());
     EXPECT_EQ("MemTotal", lFigures[0].first);
     EXPECT_GT(lFigures[0].second, 1000);
@@ -158,6 +159,25 @@ TEST(LoadAvg, GivesThreeAveragesAndThreeCounts) {
     EXPECT_EQ(1, lLoad.running);
     EXPECT_EQ(80, lLoad.processes);
     EXPECT_EQ(11206, lLoad.highestPid);
+}
+
+TEST(LoadAvg, AveragesAreTheNearestDoubles) {
+    for (int lHundredths = 0; lHundredths < 5000; ++lHundredths) {
+        char lText[16];
+        std::snprintf(lText, sizeof lText, "%d.%02d", lHundredths / 100, lHundredths % 100);
+        const osx::LoadAverage lLoad = load(std::string("0 1.5 ") + lText + " 1/80 11206\n");
+        ASSERT_EQ(std::strtod(lText, nullptr), lLoad.fifteenMinutes) << lText;
+    }
+}
+
+TEST(LoadAvg, IsReadWhereverItHasBlanks) {
+    const osx::LoadAverage lLoad = load("  0.20\t+.18\n12e-2 1 / 80  -11206 more");
+    EXPECT_DOUBLE_EQ(0.20, lLoad.oneMinute);
+    EXPECT_DOUBLE_EQ(0.18, lLoad.fiveMinutes);
+    EXPECT_DOUBLE_EQ(0.12, lLoad.fifteenMinutes);
+    EXPECT_EQ(1, lLoad.running);
+    EXPECT_EQ(80, lLoad.processes);
+    EXPECT_EQ(-11206, lLoad.highestPid);
 }
 
 TEST(LoadAvg, HasADecimalPointInEveryLanguage) {
@@ -184,10 +204,7 @@ TEST(LoadAvg, TruncatedOrMissingFileIsZeroFromThereOn) {
     EXPECT_EQ(0, load("0.20 0.18 0.12 1").processes);
     EXPECT_EQ(0, load("0.20 0.18 0.12 1/").processes);
     EXPECT_EQ(0.0, load("").oneMinute);
-    std::istream lNone(nullptr);
-    const osx::LoadAverage lLoad = osx::readLoadAvg(lNone);
-    EXPECT_EQ(0.0, lLoad.oneMinute);
-    EXPECT_EQ(0, lLoad.highestPid);
+    EXPECT_EQ(0, load("").highestPid);
 }
 
 TEST(LoadAvg, CountsSaturateAtThirtyTwoBits) {
@@ -274,6 +291,5 @@ TEST(Partitions, LongLineIsTheLastOneRead) {
 TEST(Partitions, EmptyOrMissingFileGivesNothing) {
     EXPECT_THAT(discs(""), IsEmpty());
     EXPECT_THAT(discs(kHeading), IsEmpty());
-    std::istream lNone(nullptr);
-    EXPECT_THAT(figures(osx::readPartitions, lNone, ProcLayout::kTarget), IsEmpty());
+    EXPECT_THAT(discs("", ProcLayout::kCurrent), IsEmpty());
 }
