@@ -1,37 +1,16 @@
 #include "logging/exitGuard.h"
 
-#include <dirent.h>
-#include <sys/types.h>
-
-#include <chrono>
 #include <cstring>
-#include <thread>
 
 #include "ace/ACE.h"
 #include "ace/Log_Msg.h"
 #include "ace/Object_Manager.h"
 #include "ace/Object_Manager_Base.h"
+#include "logging/settle.h"
 
 namespace osx {
 
 namespace {
-
-/// Together far longer than a thread stays in a line that goes nowhere, on a loaded machine too.
-constexpr int kDrainRounds = 20;
-constexpr std::chrono::milliseconds kDrainPause{5};
-
-bool otherThreadsRun() {
-    DIR* const lTasks = ::opendir("/proc/self/task");
-    if (lTasks == nullptr) {
-        return true;
-    }
-    int lThreads = 0;
-    while (const dirent* lEntry = ::readdir(lTasks)) {
-        lThreads += lEntry->d_name[0] == '.' ? 0 : 1;
-    }
-    ::closedir(lTasks);
-    return lThreads > 1;
-}
 
 /// ACE's managers free what its logging, its threads and its reactors stand on. They do nothing if
 /// they have been shut down already, so each is made to believe that.
@@ -53,11 +32,7 @@ void silenceLogging() {
     ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
     lLog->priority_mask(0, ACE_Log_Msg::PROCESS);
     lLog->set_flags(ACE_Log_Msg::SILENT);
-    for (int lRound = 0; lRound < kDrainRounds; ++lRound) {
-        lLog->acquire();
-        lLog->release();
-        std::this_thread::sleep_for(kDrainPause);
-    }
+    settleOtherThreads();
 }
 
 }  // namespace

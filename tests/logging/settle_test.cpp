@@ -1,0 +1,91 @@
+/// @file
+/// Waiting for threads to leave what they were doing.
+
+#include "logging/settle.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <time.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+#include <vector>
+
+#include "support/waitUntil.h"
+
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+constexpr std::chrono::seconds kLimit{1};
+
+steady_clock::duration timeToSettle() {
+    const auto lStart = steady_clock::now();
+    osx::settleOtherThreads();
+    return steady_clock::now() - lStart;
+}
+
+/// A thread that never sleeps.
+class BusyThread {
+public:
+    BusyThread()
+        : mThread([this] {
+              while (!mStopping) {
+              }
+          }) {}
+    ~BusyThread() {
+        mStopping = true;
+        mThread.join();
+    }
+    BusyThread(const BusyThread&) = delete;
+    BusyThread& operator=(const BusyThread&) = delete;
+
+    nanoseconds processorTime() {
+        clockid_t lClock{};
+        ::pthread_getcpuclockid(mThread.native_handle(), &lClock);
+        timespec lTime{};
+        ::clock_gettime(lClock, &lTime);
+        return std::chrono::seconds(lTime.tv_sec) + nanoseconds(lTime.tv_nsec);
+    }
+
+private:
+    std::atomic<bool> mStopping{false};
+    std::thread mThread;
+};
+
+}  // namespace
+
+TEST(Settle, SeesWhetherOtherThreadsRun) {
+#ifndef __SANITIZE_THREAD__  // Which has a thread of its own.
+    EXPECT_FALSE(osx::otherThreadsRun());
+#endif
+    const BusyThread lBusy;
+    EXPECT_TRUE(osx::otherThreadsRun());
+}
+
+TEST(Settle, WaitsUntilEachThreadHadTheProcessor) {
+    std::vector<BusyThread> lThreads(6);
+    std::vector<nanoseconds> lBefore;
+    for (BusyThread& lThread : lThreads) {
+        lBefore.push_back(lThread.processorTime());
+    }
+    // Or it has given up: the machine may be busy with something else.
+    if (timeToSettle() < kLimit) {
+        for (std::size_t lThread = 0; lThread < lThreads.size(); ++lThread) {
+            EXPECT_LE(milliseconds(10), lThreads[lThread].processorTime() - lBefore[lThread]);
+        }
+    }
+}
+
+TEST(Settle, DoesNotWaitForAThreadThatSleeps) {
+    std::promise<void> lAwake;
+    std::thread lSleeper([lEnd = lAwake.get_future()]() mutable { lEnd.wait(); });
+    // More than once: the machine may be busy with something else.
+    EXPECT_TRUE(test::waitUntil([] { return timeToSettle() < kLimit; }));
+    lAwake.set_value();
+    lSleeper.join();
+}
