@@ -1,10 +1,14 @@
-// Device I/O: a file is read, written and copied, a descriptor opened and closed. Reads and writes
-// of every subject begin at the file's start, by a seek of its own. What differs: APR and libuv are
-// used without their buffers and threads.
+// Device I/O: a file is read, written and copied, a descriptor opened and closed, a serial port
+// read. Reads and writes of every subject begin at the file's start, by a seek of its own. What
+// differs: APR and libuv are used without their buffers and threads. The serial port is a pseudo
+// terminal, whose far end writes, in the same thread, what is read; the library asks the driver for
+// its error counters at each read, the floor does not.
 #include <Poco/File.h>
 #include <apr_file_io.h>
 #include <apr_general.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
 #include <unistd.h>
 #include <uv.h>
 
@@ -16,6 +20,7 @@
 #include <vector>
 
 #include "commif/commif.h"
+#include "support/SerialPair.h"
 #include "support/bench.h"
 
 namespace {
@@ -160,7 +165,91 @@ private:
     uv_file mFile = -1;
 };
 
+// --- serial ports ---
+
+constexpr unsigned int kNoLimit = 0xFFFFFFFF;
+
+class OsxPort {
+public:
+    OsxPort(const bench::SerialPair& aPair, unsigned int aTimeoutMs) {
+        commIfDevParams_t lParams{};
+        lParams.devType = eSERIAL;
+        lParams.serial.portNr = aPair.port();
+        lParams.serial.readTimeout = aTimeoutMs;
+        lParams.serial.baudRate = 115200;
+        lParams.serial.dataBits = 8;
+        commIfOpen(&mDescriptor, &lParams, nullptr);
+    }
+    ~OsxPort() { commIfClose(mDescriptor); }
+    OsxPort(const OsxPort&) = delete;
+    OsxPort& operator=(const OsxPort&) = delete;
+    bool isOpen() const { return mDescriptor != -1; }
+    std::size_t read(std::vector<char>& aBytes) {
+        unsigned long lCount = 0;
+        commIfRead(mDescriptor, reinterpret_cast<unsigned char*>(aBytes.data()), aBytes.size(),
+                   &lCount);
+        return lCount;
+    }
+
+private:
+    int mDescriptor = -1;
+};
+
+class SystemPort {
+public:
+    SystemPort(const bench::SerialPair& aPair, unsigned int aTimeoutMs)
+        : mDescriptor(::open(aPair.terminal().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)),
+          mTimeoutMs(static_cast<int>(aTimeoutMs)) {
+        termios lSettings{};
+        ::tcgetattr(mDescriptor, &lSettings);
+        ::cfmakeraw(&lSettings);
+        ::tcsetattr(mDescriptor, TCSANOW, &lSettings);
+    }
+    ~SystemPort() { ::close(mDescriptor); }
+    SystemPort(const SystemPort&) = delete;
+    SystemPort& operator=(const SystemPort&) = delete;
+    bool isOpen() const { return mDescriptor != -1; }
+    std::size_t read(std::vector<char>& aBytes) {
+        std::size_t lCount = 0;
+        while (lCount < aBytes.size()) {
+            pollfd lPoll{mDescriptor, POLLIN, 0};
+            if (mTimeoutMs >= 0 && ::poll(&lPoll, 1, mTimeoutMs) != 1) {
+                break;
+            }
+            const ssize_t lSize =
+                ::read(mDescriptor, aBytes.data() + lCount, aBytes.size() - lCount);
+            if (lSize <= 0) {
+                break;
+            }
+            lCount += static_cast<std::size_t>(lSize);
+        }
+        return lCount;
+    }
+
+private:
+    int mDescriptor;
+    int mTimeoutMs;
+};
+
 // --- the work ---
+
+template <class Port>
+void readPort(benchmark::State& aState, unsigned int aTimeoutMs) {
+    const bench::SerialPair lPair;
+    Port lPort(lPair, aTimeoutMs);
+    if (lPair.port() == 0 || !lPort.isOpen()) {
+        aState.SkipWithError("no link in /dev");
+        return;
+    }
+    std::vector<char> lBytes(4096, 's');
+    for (auto lOnce : aState) {
+        lPair.send(lBytes.data(), lBytes.size());
+        if (lPort.read(lBytes) != lBytes.size()) {
+            aState.SkipWithError("a short read");
+            return;
+        }
+    }
+}
 
 template <class File>
 void read(benchmark::State& aState, std::size_t aSize) {
@@ -202,6 +291,14 @@ void copy(benchmark::State& aState, Copy aCopy) {
     }
 }
 
+template <class Port>
+void enterPort(const char* aRole, const char* aSubject) {
+    bench::add("serial read 4096 bytes", aRole, aSubject,
+               [](benchmark::State& aState) { readPort<Port>(aState, kNoLimit); });
+    bench::add("serial read 4096 bytes, time-out", aRole, aSubject,
+               [](benchmark::State& aState) { readPort<Port>(aState, 1000); });
+}
+
 template <class File>
 void enter(const char* aRole, const char* aSubject) {
     for (const std::size_t lSize : {64, 4096, 65536}) {
@@ -223,6 +320,10 @@ void bench::enterSubjects() {
     enter<SystemFile>(kFloor, "system calls");
     enter<AprFile>(kPeer, "APR");
     enter<UvFile>(kPeer, "libuv");
+    if (::access("/dev", W_OK) == 0) {
+        enterPort<OsxPort>(kOsx, "osx");
+        enterPort<SystemPort>(kFloor, "system calls");
+    }
     add("copy 1 MiB", kPeer, "POCO",
         [](benchmark::State& aState) { copy(aState, [] { Poco::File(kFile).copyTo(kCopy); }); });
 }
