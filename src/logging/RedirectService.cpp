@@ -6,12 +6,12 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
 #include "ace/Object_Manager.h"
 #include "base/allocate.h"
+#include "logging/LineQueue.h"
 #include "logging/LogFile.h"
 
 namespace {
@@ -19,7 +19,7 @@ namespace {
 constexpr std::chrono::milliseconds kExitGrace{1000};
 constexpr std::chrono::milliseconds kEndSendsInterval{20};
 
-/// Whether the calling thread is running a queued line, and so writes lines about the sending.
+/// Whether the calling thread is sending lines, and so writes lines about the sending.
 thread_local bool gSending = false;
 
 /// Something that one thread waits for and another makes happen.
@@ -58,41 +58,34 @@ private:
     Event& mEvent;
 };
 
-bool insertMilestone(ActiveObject& aObject, Event& aEvent) {
-    auto* const lMilestone = osx::allocate<Milestone>(aEvent);
-    const bool lInserted = lMilestone != nullptr && aObject.insert(lMilestone) != -1;
+/// @param aRequest may be null, for want of memory.
+bool insertOrDelete(ActiveObject& aObject, ACE_Method_Request* aRequest) {
+    const bool lInserted = aRequest != nullptr && aObject.insert(aRequest) != -1;
     if (!lInserted) {
-        delete lMilestone;
+        delete aRequest;
     }
     return lInserted;
 }
 
+bool insertMilestone(ActiveObject& aObject, Event& aEvent) {
+    return insertOrDelete(aObject, osx::allocate<Milestone>(aEvent));
+}
+
 }  // namespace
 
-/// A log line in the queue, which it counts against while it lives or until it has been sent.
-class RedirectService::QueuedLine : public SendMethodRequest {
+/// Has the worker thread send lines, until the queue of lines is shut and empty.
+class RedirectService::Sending : public ACE_Method_Request {
 public:
-    QueuedLine(RedirectService& aService, const char* aText, std::size_t aLength)
-        : SendMethodRequest(&aService, aText), mService(aService), mLength(aLength) {}
-    ~QueuedLine() override {
-        if (!mSent) {
-            mService.leaveQueueUnsent(mLength);
-        }
-    }
-    bool isWhole() const { return text().length() == mLength; }
+    explicit Sending(RedirectService& aService) : mService(aService) {}
     int call() override {
         gSending = true;
-        SendMethodRequest::call();
-        mSent = true;
-        mService.tellDropped(mService.leaveQueueSent(mLength));
+        mService.sendLines();
         gSending = false;
         return 0;
     }
 
 private:
     RedirectService& mService;
-    std::size_t mLength;
-    bool mSent = false;
 };
 
 RedirectService::RedirectService()
@@ -100,10 +93,7 @@ RedirectService::RedirectService()
       mRunning(false),
       mDiscarding(false),
       mProcess(0),
-      mQueuedLines(0),
-      mQueuedBytes(0),
-      mDropped(0),
-      mFull(false) {}
+      mLines(osx::allocate<osx::LineQueue>(kMaxQueuedLines, kMaxQueuedBytes)) {}
 
 RedirectService::~RedirectService() {
     shutdown();
@@ -115,19 +105,29 @@ void RedirectService::setPortNumber(long aPort) {
 
 int RedirectService::init() {
     const std::lock_guard<std::mutex> lGuard(mLifeMutex);
-    const int lResult = mActiveObject.init();
-    if (lResult == 0) {
-        // A stop that comes before the worker's loop would leave it running.
-        Event lStarted;
-        if (insertMilestone(mActiveObject, lStarted)) {
-            lStarted.wait();
-        }
-        mProcess = ::getpid();
-        mDiscarding = false;
-        mRunning = true;
+    int lResult = mActiveObject.init();
+    if (lResult != -1 && !mRunning && !gSending && !startSending()) {
+        lResult = -1;
     }
     mConnectionAdmin.init(mPortNumber);
     return lResult;
+}
+
+bool RedirectService::startSending() {
+    Event lStarted;
+    if (mLines == nullptr || !insertMilestone(mActiveObject, lStarted)) {
+        return false;
+    }
+    // A stop that comes before the worker's loop would leave it running.
+    lStarted.wait();
+    mProcess = ::getpid();
+    mDiscarding = false;
+    mLines->open();
+    mRunning = insertOrDelete(mActiveObject, osx::allocate<Sending>(*this));
+    if (!mRunning) {
+        mLines->shut();
+    }
+    return mRunning;
 }
 
 int RedirectService::deinit() {
@@ -158,7 +158,11 @@ void RedirectService::uninstall() {
 
 /// In a forked child there is no worker to wait for.
 void RedirectService::stopWorker(std::chrono::milliseconds aGrace) {
-    if (!mRunning.exchange(false) || mProcess != ::getpid() || gSending) {
+    if (!mRunning.exchange(false) || mProcess != ::getpid()) {
+        return;
+    }
+    mLines->shut();
+    if (gSending) {
         return;
     }
     Event lDrained;
@@ -192,58 +196,19 @@ ssize_t RedirectService::log(ACE_Log_Record& aRecord) {
         return 0;
     }
     const char* const lText = aRecord.msg_data() == nullptr ? "" : aRecord.msg_data();
-    const std::size_t lLength = std::strlen(lText);
-    if (enterQueue(lLength) && !insertLine(lText, lLength)) {
-        countDropped();
-    }
+    mLines->put(lText, std::strlen(lText));
     return 0;
 }
 
-/// Of a line that is counted already.
-bool RedirectService::insertLine(const char* aText, std::size_t aLength) {
-    auto* const lLine = osx::allocate<QueuedLine>(*this, aText, aLength);
-    if (lLine == nullptr) {
-        leaveQueueUnsent(aLength);
-        return false;
+void RedirectService::sendLines() {
+    osx::LineQueue::Work lWork = mLines->take();
+    while (lWork.mDropped != 0 || lWork.mLines != nullptr) {
+        tellDropped(lWork.mDropped);
+        for (auto* lLine = lWork.mLines; lLine != nullptr; lLine = mLines->leave(lLine)) {
+            sendText(lLine->text(), lLine->mLength);
+        }
+        lWork = mLines->take();
     }
-    if (!lLine->isWhole() || mActiveObject.insert(lLine) == -1) {
-        delete lLine;
-        return false;
-    }
-    return true;
-}
-
-/// Once full, the queue stays closed until it has drained, so that the lines that are missing are
-/// missing in one place.
-bool RedirectService::enterQueue(std::size_t aBytes) {
-    const std::lock_guard<std::mutex> lGuard(mBoundMutex);
-    mFull = mQueuedLines != 0 &&
-            (mFull || mQueuedLines == kMaxQueuedLines || mQueuedBytes + aBytes > kMaxQueuedBytes);
-    if (mFull) {
-        ++mDropped;
-        return false;
-    }
-    ++mQueuedLines;
-    mQueuedBytes += aBytes;
-    return true;
-}
-
-void RedirectService::leaveQueueUnsent(std::size_t aBytes) {
-    const std::lock_guard<std::mutex> lGuard(mBoundMutex);
-    mQueuedBytes -= aBytes;
-    --mQueuedLines;
-}
-
-/// @return how many dropped lines are to be told now, that is, when the queue has drained.
-std::size_t RedirectService::leaveQueueSent(std::size_t aBytes) {
-    const std::lock_guard<std::mutex> lGuard(mBoundMutex);
-    mQueuedBytes -= aBytes;
-    return --mQueuedLines == 0 ? std::exchange(mDropped, 0) : 0;
-}
-
-void RedirectService::countDropped() {
-    const std::lock_guard<std::mutex> lGuard(mBoundMutex);
-    ++mDropped;
 }
 
 void RedirectService::tellDropped(std::size_t aNumber) {
@@ -251,17 +216,21 @@ void RedirectService::tellDropped(std::size_t aNumber) {
         std::array<char, 100> lText{};
         std::snprintf(lText.data(), lText.size(),
                       "RedirectService: %zu lines dropped, the clients were too slow\n", aNumber);
-        send_i(ACE_String_Base<char>(lText.data()));
+        sendText(lText.data(), std::strlen(lText.data()));
     }
 }
 
 int RedirectService::send_i(const ACE_String_Base<char>& aText) {
+    sendText(aText.c_str(), aText.length());
+    return 0;
+}
+
+void RedirectService::sendText(const char* aText, std::size_t aLength) {
     if (!mDiscarding) {
         // The bytes are only read; the interface of sending does not say so.
-        auto* const lBytes = reinterpret_cast<unsigned char*>(const_cast<char*>(aText.c_str()));
-        mConnectionAdmin.send(aText.length(), lBytes);
+        auto* const lBytes = reinterpret_cast<unsigned char*>(const_cast<char*>(aText));
+        mConnectionAdmin.send(aLength, lBytes);
     }
-    return 0;
 }
 
 SendMethodRequest::SendMethodRequest(RedirectService* aService, const char* aText)
@@ -274,8 +243,4 @@ int SendMethodRequest::call() {
         mService->send_i(mText);
     }
     return 0;
-}
-
-const ACE_String_Base<char>& SendMethodRequest::text() const {
-    return mText;
 }

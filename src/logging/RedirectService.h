@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <mutex>
 
 #include "ace/Log_Msg_Backend.h"
@@ -17,6 +18,10 @@
 #include "base/osxExport.h"
 #include "net/ConnectionAdmin.h"
 #include "osx/ActiveObject.h"
+
+namespace osx {
+class LineQueue;
+}
 
 /// A custom back end of ACE's logging. Each client gets the plain text of the log lines, as the
 /// program formatted them, one after another, from the moment it connected on; what a client sends
@@ -48,7 +53,8 @@ public:
 
     /// Starts the worker thread, waits until it runs, and opens the port. A port that cannot be
     /// opened ends the process.
-    /// @return 0; 1 if the thread runs already; -1 if it could not be started.
+    /// @return 0; 1 if the thread runs already; -1 if it could not be started, and then nothing is
+    ///         sent until a later `init`.
     int init();
 
     /// Ends the worker thread when what is queued has been sent, and closes the port. Clients stay
@@ -79,13 +85,11 @@ public:
     void shutdown();
 
 private:
-    class QueuedLine;
+    class Sending;
 
-    bool insertLine(const char* aText, std::size_t aLength);
-    bool enterQueue(std::size_t aBytes);
-    void leaveQueueUnsent(std::size_t aBytes);
-    std::size_t leaveQueueSent(std::size_t aBytes);
-    void countDropped();
+    bool startSending();
+    void sendLines();
+    void sendText(const char* aText, std::size_t aLength);
     void tellDropped(std::size_t aNumber);
     void uninstall();
     void stopWorker(std::chrono::milliseconds aGrace);
@@ -100,12 +104,8 @@ private:
     std::atomic<bool> mDiscarding;
     pid_t mProcess;
 
-    /// Guards the figures below, for a few instructions at a time.
-    std::mutex mBoundMutex;
-    std::size_t mQueuedLines;
-    std::size_t mQueuedBytes;
-    std::size_t mDropped;
-    bool mFull;
+    /// Null if there was no memory for it; then nothing runs.
+    std::unique_ptr<osx::LineQueue> mLines;
 };
 
 /// A text on its way to the clients of a redirect service.
@@ -118,10 +118,6 @@ public:
 
     /// Sends the text. @return 0.
     int call() override;
-
-protected:
-    /// @return the copy; shorter than the text, and `errno` ENOMEM, when memory was short.
-    const ACE_String_Base<char>& text() const;
 
 private:
     RedirectService* mService;

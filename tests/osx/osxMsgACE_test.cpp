@@ -315,7 +315,10 @@ TEST(MessageQueue, DeactivationWakesEverybodyWhoWaits) {
     lFull.send("x");
     std::vector<std::future<unsigned int>> lReceivers;
     std::vector<std::future<long>> lSenders;
-    for (int lCount = 0; lCount < 3; ++lCount) {
+    constexpr int kEach = 3;
+    lReceivers.reserve(kEach);
+    lSenders.reserve(kEach);
+    for (int lCount = 0; lCount < kEach; ++lCount) {
         lReceivers.push_back(
             std::async(std::launch::async, [&] { return lEmpty.receiveStatus(0); }));
         lSenders.push_back(sendElsewhere(lFull, "y"));
