@@ -4,6 +4,7 @@
 //     instruction_paths           names the paths
 //     instruction_paths PATH      runs one; its files are in the current directory
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,7 +15,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ace/Log_Msg.h"
@@ -25,6 +28,7 @@
 #include "net/ConnectionAdmin.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
+#include "sysinfo/DynamicSysInfo.h"
 #include "types/FlexVar.h"
 #include "types/ObjectID.h"
 #include "types/ObjectIDMap.h"
@@ -220,6 +224,29 @@ void broadcastPath() {
     ::close(lListening);
 }
 
+// --- system information ---
+
+constexpr std::string_view kProcessFiles = "/proc/";
+
+void makeProcessFiles() {
+    std::ofstream lMemory("meminfo");
+    lMemory << "a summary\nof three\nlines\n";
+    for (int i = 10; i < 60; ++i) {
+        lMemory << (i == 10 ? "MemTotal" : "Field" + std::to_string(i)) << ":      1234567 kB\n";
+    }
+    std::ofstream("loadavg") << "0.10 0.20 0.30 1/234 5678\n";
+    std::ofstream("partitions") << "major minor  #blocks  name\n\n   8        0  250880 sda\n";
+}
+
+void sysinfoPath() {
+    constexpr int kRefreshes = 100;
+    makeProcessFiles();
+    DynamicSysInfo lInfo;
+    counted(kRefreshes, [&] { lInfo.refresh(); });
+    require(lInfo.getTotalMem() == 1234567 && lInfo.getAvgCPU5() == 0.2,
+            "the kernel's files were read, and not those made here");
+}
+
 // --- choosing one ---
 
 struct Path {
@@ -236,9 +263,19 @@ constexpr Path kPaths[] = {{"mutex", mutexPath},
                            {"objectid-text", objectIDPath},
                            {"objectidmap", objectIDMapPath},
                            {"file-write", fileWritePath},
-                           {"broadcast", broadcastPath}};
+                           {"broadcast", broadcastPath},
+                           {"sysinfo", sysinfoPath}};
 
 }  // namespace
+
+/// Stands before the C library's for the whole process: the kernel's files differ at each reading.
+extern "C" __attribute__((visibility("default"))) FILE* fopen(const char* aPath,
+                                                              const char* aMode) {
+    static const auto gNext =
+        reinterpret_cast<FILE* (*)(const char*, const char*)>(::dlsym(RTLD_NEXT, "fopen"));
+    const bool lOfKernel = std::string_view(aPath).substr(0, kProcessFiles.size()) == kProcessFiles;
+    return gNext(lOfKernel ? aPath + kProcessFiles.size() : aPath, aMode);
+}
 
 int main(int aCount, char** aArguments) {
     if (aCount < 2) {
