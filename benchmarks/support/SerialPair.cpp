@@ -1,7 +1,7 @@
 #include "support/SerialPair.h"
 
 #include <fcntl.h>
-#include <linux/serial.h>
+#include <sched.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -43,6 +44,7 @@ namespace bench {
 SerialPair::SerialPair()
     : mFarEnd(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)),
       mTerminal(terminalOf(mFarEnd)),
+      mNearEnd(::open(mTerminal.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC)),
       mNumber(1000 + static_cast<unsigned int>(::getpid())),
       mLinked(::symlink(mTerminal.c_str(), linkOf(mNumber).c_str()) == 0) {}
 
@@ -50,12 +52,19 @@ SerialPair::~SerialPair() {
     if (mLinked) {
         ::unlink(linkOf(mNumber).c_str());
     }
+    ::close(mNearEnd);
     ::close(mFarEnd);
 }
 
 void SerialPair::send(const void* aBytes, std::size_t aSize) const {
     if (::write(mFarEnd, aBytes, aSize) != static_cast<ssize_t>(aSize)) {
         std::perror("pseudo terminal");
+        std::exit(1);
+    }
+    int lArrived = 0;
+    while (::ioctl(mNearEnd, FIONREAD, &lArrived) == 0 &&
+           static_cast<std::size_t>(lArrived) < aSize) {
+        ::sched_yield();
     }
 }
 

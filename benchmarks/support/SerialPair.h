@@ -24,12 +24,13 @@ public:
     unsigned int port() const { return mLinked ? mNumber + 1 : 0; }
     /// @return the near end's path.
     const std::string& terminal() const { return mTerminal; }
-    /// Writes to the far end.
+    /// Writes to the far end, and waits until the near end holds the bytes: not more than 4095.
     void send(const void* aBytes, std::size_t aSize) const;
 
 private:
     int mFarEnd;
     std::string mTerminal;
+    int mNearEnd;
     unsigned int mNumber;
     bool mLinked;
 };
