@@ -143,11 +143,6 @@ bool isWhole(ssize_t aTransferred, unsigned long aCount) {
 
 // The lines stand apart, so that the way without one is short.
 
-[[gnu::cold]] int noFile(const char* aFormat, int aDesc) {
-    DiagnosticLine(kChannelModule).failure(LM_DEBUG, aFormat, aDesc);
-    return COMMIF_ERR_NO_DEVICE;
-}
-
 [[gnu::cold]] int shortRead(int aDesc, unsigned long aCount, ssize_t aRead) {
     DiagnosticLine(kChannelModule)
         .failure(LM_DEBUG, "%t commIfFileRead: retCount != Count fd[%d] Count[%d] retCount[%d]\n",
@@ -195,9 +190,11 @@ int commIfFileRead(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigne
     if (lEntry == nullptr) {
         return COMMIF_ERR_BAD_DESCRIPTOR;
     }
-    const ACE_FILE_IO* lFile = lEntry->info.file.fileIo;
+    const auto* lFile = DiagnosticLine(kChannelModule)
+                            .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
+                                                 "%t commIfFileRead: lFile == 0 fd[%d]  \n", aDesc);
     if (lFile == nullptr) {
-        return noFile("%t commIfFileRead: lFile == 0 fd[%d]  \n", aDesc);
+        return COMMIF_ERR_NO_DEVICE;
     }
     const ssize_t lRead = lFile->recv(aBuf, aCount);
     osx::storeCount(aRetCount, lRead);
@@ -210,9 +207,12 @@ int commIfFileWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
     if (lEntry == nullptr) {
         return COMMIF_ERR_BAD_DESCRIPTOR;
     }
-    const ACE_FILE_IO* lFile = lEntry->info.file.fileIo;
+    const auto* lFile =
+        DiagnosticLine(kChannelModule)
+            .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
+                                 "%t commIfFileWrite: lFile == 0 fd[%d]  \n", aDesc);
     if (lFile == nullptr) {
-        return noFile("%t commIfFileWrite: lFile == 0 fd[%d]  \n", aDesc);
+        return COMMIF_ERR_NO_DEVICE;
     }
     const ssize_t lWritten = kindOf(aDesc) == FileKind::kRegular
                                  ? lFile->send(aBuf, aCount)
@@ -226,9 +226,11 @@ int commIfFileIoctl(int aDesc, unsigned long aCmd, void* aData) {
     if (lEntry == nullptr) {
         return COMMIF_ERR_BAD_DESCRIPTOR;
     }
-    ACE_FILE_IO* lFile = lEntry->info.file.fileIo;
+    auto* lFile = DiagnosticLine(kChannelModule)
+                      .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
+                                           "%t commIfFileIoctl: lFile == 0 fd[%d]  \n", aDesc);
     if (lFile == nullptr) {
-        return noFile("%t commIfFileIoctl: lFile == 0 fd[%d]  \n", aDesc);
+        return COMMIF_ERR_NO_DEVICE;
     }
     switch (aCmd) {
         case kSeek:
