@@ -2,16 +2,13 @@
 
 #include <chrono>
 
-#include "ace/Event_Handler_Handle_Timeout_Upcall.h"
-#include "ace/Monotonic_Time_Policy.h"
 #include "ace/Reactor.h"
-#include "ace/Recursive_Thread_Mutex.h"
 #include "ace/TP_Reactor.h"
-#include "ace/Timer_Heap_T.h"
 #include "base/allocate.h"
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
 #include "osx/startThread.h"
+#include "osx/timerQueue.h"
 
 namespace {
 
@@ -26,11 +23,6 @@ ACE_Time_Value sliceTime() {
 }  // namespace
 
 template class ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>;
-
-/// Timers by a clock that nobody sets.
-class OSX_Reactor::TimerQueue
-    : public ACE_Timer_Heap_T<ACE_Event_Handler*, ACE_Event_Handler_Handle_Timeout_Upcall,
-                              ACE_SYNCH_RECURSIVE_MUTEX, ACE_Monotonic_Time_Policy> {};
 
 OSX_ReactorThread::OSX_ReactorThread() : mPhase(kIdle), mEnded(true) {}
 
@@ -115,7 +107,7 @@ bool OSX_ReactorThread::waitUntilEnded() {
 }
 
 OSX_Reactor::OSX_Reactor()
-    : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::allocate<TimerQueue>()) {
+    : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::allocate<osx::TimerQueue>()) {
     if (mTimerQueue != nullptr) {
         mImplementation =
             osx::allocate<ACE_TP_Reactor>(static_cast<ACE_Sig_Handler*>(nullptr), mTimerQueue, true,
@@ -129,7 +121,7 @@ OSX_Reactor::OSX_Reactor()
 OSX_Reactor::~OSX_Reactor() {
     stopAndDeleteReactorThreads();
     if (mReactor != nullptr && osx::ownReactor() == mReactor) {
-        osx::setOwnReactor(nullptr);
+        osx::setOwnReactor(nullptr, nullptr);
     }
     if (mReactor != nullptr && osx::installedReactor() == mReactor) {
         ACE_Reactor::instance(nullptr, false);
@@ -141,7 +133,7 @@ OSX_Reactor::~OSX_Reactor() {
 
 void OSX_Reactor::initReactor() {
     if (mReactor != nullptr) {
-        osx::setOwnReactor(mReactor);
+        osx::setOwnReactor(mReactor, mTimerQueue);
         ACE_Reactor::instance(mReactor, false);
     }
 }

@@ -24,6 +24,10 @@
 class ACE_Reactor;
 class ACE_TP_Reactor;
 
+namespace osx {
+class TimerQueue;
+}
+
 /// One thread that runs the event loop.
 class OSX_EXPORT OSX_ReactorThread : public ACE_Task<ACE_MT_SYNCH> {
 public:
@@ -101,7 +105,6 @@ public:
     void stopAndDeleteReactorThreads();
 
 private:
-    class TimerQueue;
     using Threads = ACE_Unbounded_Set<OSX_ReactorThread*>;
 
     void markThreadsStopped();
@@ -111,7 +114,7 @@ private:
     ACE_TP_Reactor* mImplementation;
     ACE_Reactor* mReactor;
     Threads mThreads;
-    TimerQueue* mTimerQueue;
+    osx::TimerQueue* mTimerQueue;
     std::mutex mMutex;
 };
 

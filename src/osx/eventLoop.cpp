@@ -10,6 +10,7 @@
 #include "ace/Reactor.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
+#include "osx/timerQueue.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ public:
 };
 
 std::atomic<ACE_Reactor*> gOwnReactor{nullptr};
+std::atomic<osx::TimerQueue*> gOwnTimerQueue{nullptr};
 std::atomic<bool> gExiting{false};
 std::atomic<int> gServing{0};
 thread_local int tServing = 0;
@@ -103,12 +105,24 @@ ACE_Reactor* processReactor() {
     return installedReactor();
 }
 
-void setOwnReactor(ACE_Reactor* aReactor) {
+void setOwnReactor(ACE_Reactor* aReactor, TimerQueue* aTimerQueue) {
+    gOwnTimerQueue = aTimerQueue;
     gOwnReactor = aReactor;
 }
 
 ACE_Reactor* ownReactor() {
     return gOwnReactor;
+}
+
+TimerQueue* ownTimerQueue(ACE_Reactor* aReactor) {
+    TimerQueue* const lQueue = gOwnTimerQueue;
+    return aReactor == gOwnReactor && aReactor->timer_queue() == lQueue ? lQueue : nullptr;
+}
+
+/// Whoever waits for events holds the reactor's lock, and gives it up when it is asked for.
+void recomputeWait(ACE_Reactor* aReactor) {
+    aReactor->lock().acquire();
+    aReactor->lock().release();
 }
 
 bool serveOneEvent(const ACE_Time_Value& aLimit) {

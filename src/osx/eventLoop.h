@@ -10,6 +10,8 @@ class ACE_Time_Value;
 
 namespace osx {
 
+class TimerQueue;
+
 /// @name Leaving the reactor without its calling `handle_close`
 /// @{
 constexpr ACE_Reactor_Mask kRemoveSilently =
@@ -25,12 +27,19 @@ ACE_Reactor* installedReactor();
 ///         when memory is short.
 ACE_Reactor* processReactor();
 
-/// Tells the library's own reactor to the clean-up at exit, which has to wake its threads; null
-/// when it goes.
-void setOwnReactor(ACE_Reactor* aReactor);
+/// Makes the library's own reactor and its timer queue known to timers and to the clean-up at exit,
+/// which has to wake its threads; null when it goes.
+void setOwnReactor(ACE_Reactor* aReactor, TimerQueue* aTimerQueue);
 
 /// @return the library's own reactor if it has been installed.
 ACE_Reactor* ownReactor();
+
+/// @return the timer queue of a reactor if both are the library's own, else null.
+TimerQueue* ownTimerQueue(ACE_Reactor* aReactor);
+
+/// Makes a thread that waits for events of a reactor look for how long it may. Leaves nothing
+/// behind when nobody waits.
+void recomputeWait(ACE_Reactor* aReactor);
 
 /// Waits for one event of the process-wide reactor and serves it.
 /// @return false when there was nothing to wait on: no reactor, or one that has been stopped.

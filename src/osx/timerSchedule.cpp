@@ -6,6 +6,7 @@
 #include "ace/Reactor.h"
 #include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
+#include "osx/timerQueue.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ TimerSchedule::TimerSchedule(const osxTimeoutHandler* aOwner, Function aFunction
     : mOwner(aOwner),
       mFunction(aFunction),
       mReactor(nullptr),
+      mQueue(nullptr),
       mTimerID(kNotScheduled),
       mPeriodic(false),
       mStopped(false),
@@ -44,12 +46,27 @@ void TimerSchedule::call(Function aFunction, const void* aAct) {
 long TimerSchedule::start(ACE_Reactor* aReactor, const void* aAct, const ACE_Time_Value& aDelay,
                           const ACE_Time_Value& aInterval) {
     mReactor = aReactor;
+    mQueue = ownTimerQueue(aReactor);
     mPeriodic = aInterval > ACE_Time_Value::zero;
-    mTimerID = aReactor->schedule_timer(this, aAct, aDelay, aInterval);
+    mTimerID = schedule(aReactor, aAct, aDelay, aInterval);
     if (mTimerID == kNotScheduled) {
         stop();
     }
     return mTimerID;
+}
+
+/// A reactor of the application's own need know no more than ACE's interface.
+long TimerSchedule::schedule(ACE_Reactor* aReactor, const void* aAct, const ACE_Time_Value& aDelay,
+                             const ACE_Time_Value& aInterval) {
+    if (mQueue == nullptr) {
+        return aReactor->schedule_timer(this, aAct, aDelay, aInterval);
+    }
+    bool lIsNext = false;
+    const long lTimerID = mQueue->start(*this, aAct, aDelay, aInterval, lIsNext);
+    if (lIsNext) {
+        recomputeWait(aReactor);
+    }
+    return lTimerID;
 }
 
 int TimerSchedule::cancel() {
@@ -57,12 +74,8 @@ int TimerSchedule::cancel() {
     if (lReactor == nullptr) {
         return 0;
     }
-    // By the handler and not by the timer's id: ids are used again, so that the id of a timer that
-    // is just being fired may already be another's. A reactor class of the application's own need
-    // know no more than the id.
-    return lReactor == ownReactor()
-               ? lReactor->cancel_timer(this, kDontCallHandleClose)
-               : lReactor->cancel_timer(mTimerID, nullptr, kDontCallHandleClose);
+    return mQueue != nullptr ? mQueue->stop(*this, mTimerID)
+                             : lReactor->cancel_timer(mTimerID, nullptr, kDontCallHandleClose);
 }
 
 void TimerSchedule::retire() {
@@ -77,6 +90,9 @@ int TimerSchedule::handle_timeout(const ACE_Time_Value&, const void* aAct) {
         call(mFunction, aAct);
         tCurrent = lFormer;
         leave();
+    }
+    if (mQueue != nullptr && mPeriodic) {
+        remove_reference();  // which the queue gave with the call
     }
     return 0;
 }
@@ -113,8 +129,11 @@ ACE_Reactor* TimerSchedule::stop() {
 }
 
 void TimerSchedule::awaitCallbacks() {
-    if (tCurrent != this) {
-        std::unique_lock<std::mutex> lLock(mMutex);
+    if (tCurrent == this) {
+        return;
+    }
+    std::unique_lock<std::mutex> lLock(mMutex);
+    if (mRunning != 0) {
         mIdle.wait_for(lLock, kCallbackGrace, [this] { return mRunning == 0; });
     }
 }

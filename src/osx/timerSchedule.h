@@ -16,6 +16,8 @@ class osxTimeoutHandler;
 
 namespace osx {
 
+class TimerQueue;
+
 class TimerSchedule : public osxEventHandler {
 public:
     using Function = void (*)(const void*);
@@ -43,6 +45,8 @@ public:
     int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
 
 private:
+    long schedule(ACE_Reactor* aReactor, const void* aAct, const ACE_Time_Value& aDelay,
+                  const ACE_Time_Value& aInterval);
     bool enter();
     void leave();
     ACE_Reactor* stop();
@@ -53,6 +57,7 @@ private:
     std::mutex mMutex;
     std::condition_variable mIdle;
     ACE_Reactor* mReactor;
+    TimerQueue* mQueue;
     long mTimerID;
     bool mPeriodic;
     bool mStopped;

@@ -20,7 +20,6 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StrEq;
 
 namespace {
 
@@ -103,14 +102,14 @@ std::vector<std::string> listed(test::LogCapture& aLog) {
 
 /// Registers and removes at random, more of the one and then of the other, with many equal names.
 void exerciseLikeTheModel(test::LogCapture& aLog, unsigned int aSeed, unsigned int aHandles,
-                          int aSteps) {
+                          unsigned int aSteps) {
     constexpr std::array<const char*, 9> kNames{"b",    "B", "a", "task", "Task",
                                                 "TASK", "z", "q", ""};
     std::minstd_rand lRandom(aSeed);
     const auto lBelow = [&lRandom](unsigned int aLimit) { return lRandom() / 7 % aLimit; };
     Model lModel;
     osxNameTableInit();
-    for (int lStep = 0; lStep < aSteps; ++lStep) {
+    for (unsigned int lStep = 0; lStep < aSteps; ++lStep) {
         void* const lHandle = handle(lBelow(aHandles));
         const bool lGrows = lStep / aHandles % 2 == 0;
         if (lBelow(4) < (lGrows ? 3U : 1U)) {
@@ -236,8 +235,7 @@ TEST(NameTable, HasTheOrderOfAStableSortWhateverWasRemovedBefore) {
     test::LogCapture lLog;
     for (const unsigned int lHandles : {2U, 5U, 16U, 60U, 400U}) {
         for (unsigned int lSeed = 1; lSeed <= 3; ++lSeed) {
-            exerciseLikeTheModel(lLog, lSeed * lHandles, lHandles,
-                                 static_cast<int>(8 * lHandles + 200));
+            exerciseLikeTheModel(lLog, lSeed * lHandles, lHandles, 8 * lHandles + 200);
         }
     }
 }
