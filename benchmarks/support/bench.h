@@ -35,7 +35,7 @@ benchmark::internal::Benchmark* add(const std::string& aRow, const char* aRole,
 /// Has several threads do the work at the same time, long enough to meet each other; what is shown
 /// is the processor time of all of them for each operation.
 inline void byThreads(benchmark::internal::Benchmark* aBenchmark, int aThreads) {
-    constexpr double kSeconds = 0.02;
+    constexpr double kSeconds = 0.01;
     aBenchmark->Threads(aThreads)->MinTime(kSeconds)->UseRealTime();
 }
 
