@@ -114,7 +114,7 @@ void exerciseLikeTheModel(test::LogCapture& aLog, unsigned int aSeed, unsigned i
         const bool lGrows = lStep / aHandles % 2 == 0;
         if (lBelow(4) < (lGrows ? 3U : 1U)) {
             // Empty names are rare at first, so that the common case is seen as well.
-            const char* const lName = kNames[lBelow(lStep < aSteps / 2 ? 8 : 9)];
+            const char* const lName = kNames[lBelow(lStep < aSteps / 2 ? 8U : 9U)];
             const char* const lStored = lHandle == nullptr ? "" : lName;
             ASSERT_EQ(lModel.add(lHandle, lStored), osxNameTableRegister(lHandle, lName));
         } else {
