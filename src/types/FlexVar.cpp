@@ -95,16 +95,6 @@ unsigned int hashOf(Value aValue) noexcept {
 unsigned int hashOf(bool) noexcept {
     return 0;
 }
-unsigned int hashOf(double aValue) noexcept {
-    constexpr double kLimit = 9223372036854775808.0;
-    if (!(aValue >= -kLimit && aValue < kLimit)) {
-        return 0;
-    }
-    return static_cast<unsigned int>(static_cast<std::int64_t>(aValue));
-}
-unsigned int hashOf(float aValue) noexcept {
-    return hashOf(static_cast<double>(aValue));
-}
 template <class Character>
 unsigned int hashOf(const ACE_String_Base<Character>& aValue) noexcept {
     // The low 32 bits do not depend on the word size.
@@ -373,6 +363,13 @@ ACE_String_Base<char> FlexVar::getTypeName(Type aType) noexcept {
     return lName;
 }
 
-unsigned int FlexVar::hash() const noexcept {
-    return Kinds::visit(mType, 0U, [&](auto aKind) { return hashOf(aKind.value(mValue)); });
+unsigned int FlexVar::hashOfOther() const noexcept {
+    return Kinds::visit(mType, 0U, [&](auto aKind) {
+        const auto& lValue = aKind.value(mValue);
+        if constexpr (std::is_floating_point_v<typename decltype(aKind)::Value>) {
+            return hashOfDouble(static_cast<double>(lValue));
+        } else {
+            return hashOf(lValue);
+        }
+    });
 }

@@ -41,6 +41,7 @@
 #ifndef OSX_TYPES_FLEXVAR_H
 #define OSX_TYPES_FLEXVAR_H
 
+#include <cfloat>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -290,7 +291,12 @@ public:
     ///         Double truncated to 64 bits, of which the low 32 (0 for what does not fit, NaN among
     ///         it); `ACE::hash_pjw` of a string's bytes; a date's minute; `ObjectID::hash`; 0 for
     ///         none, Bool and Blob.
-    unsigned int hash() const noexcept;
+    unsigned int hash() const noexcept {
+        if (isWord()) {
+            return mValue.mUInt;
+        }
+        return isUsableDouble() ? hashOfDouble(mValue.mDouble) : hashOfOther();
+    }
     /// @}
 
     /// @name Arithmetic
@@ -299,9 +305,27 @@ public:
     /// @return the result; type none if the kinds differ or are not numeric, and for a division of
     ///         integers by zero. Floating division by zero gives an infinity or NaN.
     /// @{
-    FlexVar operator+(const FlexVar& aOther) const noexcept;
-    FlexVar operator-(const FlexVar& aOther) const noexcept;
-    FlexVar operator*(const FlexVar& aOther) const noexcept;
+    FlexVar operator+(const FlexVar& aOther) const noexcept {
+        if (areWords(aOther)) {
+            return word(mValue.mUInt + aOther.mValue.mUInt);
+        }
+        return areDoubles(aOther) ? FlexVar(mValue.mDouble + aOther.mValue.mDouble)
+                                  : sumWith(aOther);
+    }
+    FlexVar operator-(const FlexVar& aOther) const noexcept {
+        if (areWords(aOther)) {
+            return word(mValue.mUInt - aOther.mValue.mUInt);
+        }
+        return areDoubles(aOther) ? FlexVar(mValue.mDouble - aOther.mValue.mDouble)
+                                  : differenceWith(aOther);
+    }
+    FlexVar operator*(const FlexVar& aOther) const noexcept {
+        if (areWords(aOther)) {
+            return word(mValue.mUInt * aOther.mValue.mUInt);
+        }
+        return areDoubles(aOther) ? FlexVar(mValue.mDouble * aOther.mValue.mDouble)
+                                  : productWith(aOther);
+    }
     FlexVar operator/(const FlexVar& aOther) const noexcept;
     /// @}
 
@@ -327,7 +351,18 @@ public:
     /// is less than true. Strings are ordered by the raw memory of their common part, then by
     /// length. NaN is unequal to all and unordered, but a `FlexVar` always equals itself.
     /// @{
-    bool operator==(const FlexVar& aOther) const noexcept;
+    bool operator==(const FlexVar& aOther) const noexcept {
+        if (mType != aOther.mType) {
+            return false;
+        }
+        if (mType <= FlexVar_ULong) {
+            return mValue.mBits == aOther.mValue.mBits;  // The free part of a slot is zero.
+        }
+        if (areDoubles(aOther)) {
+            return this == &aOther || mValue.mDouble == aOther.mValue.mDouble;
+        }
+        return isEqualTo(aOther);
+    }
     bool operator!=(const FlexVar& aOther) const noexcept { return !(*this == aOther); }
     bool operator<(const FlexVar& aOther) const noexcept;
     bool operator>(const FlexVar& aOther) const noexcept { return aOther < *this; }
@@ -450,6 +485,33 @@ private:
         return static_cast<std::uint32_t>(aValue);
     }
 
+    /// @return whether it is an Int, UInt, Long or ULong, whose 32 bits wrap alike.
+    bool isWord() const noexcept { return mType >= FlexVar_Int && mType <= FlexVar_ULong; }
+    bool areWords(const FlexVar& aOther) const noexcept {
+        return mType == aOther.mType && isWord();
+    }
+    /// @return whether it is a Double that this header may compute with. It may not where the
+    ///         processor keeps more digits of a result than a Double has, until it is stored.
+    bool isUsableDouble() const noexcept { return FLT_EVAL_METHOD == 0 && mType == FlexVar_Double; }
+    bool areDoubles(const FlexVar& aOther) const noexcept {
+        return mType == aOther.mType && isUsableDouble();
+    }
+    /// @return a word of this object's kind.
+    FlexVar word(std::uint32_t aBits) const noexcept {
+        FlexVar lWord;
+        lWord.mType = mType;
+        lWord.store(aBits);
+        return lWord;
+    }
+
+    static unsigned int hashOfDouble(double aValue) noexcept {
+        constexpr double lLimit = 9223372036854775808.0;
+        if (!(aValue >= -lLimit && aValue < lLimit)) {
+            return 0;
+        }
+        return static_cast<unsigned int>(static_cast<std::int64_t>(aValue));
+    }
+
     bool holdsObject() const noexcept { return mType >= FlexVar_CString; }
     bool holds(Type aType) const noexcept {
         if (mType == aType) {
@@ -504,6 +566,11 @@ private:
         initializeValue();
     }
 
+    FlexVar sumWith(const FlexVar& aOther) const noexcept;
+    FlexVar differenceWith(const FlexVar& aOther) const noexcept;
+    FlexVar productWith(const FlexVar& aOther) const noexcept;
+    bool isEqualTo(const FlexVar& aOther) const noexcept;
+    unsigned int hashOfOther() const noexcept;
     void reportMismatch(const char* aVerb, Type aWanted) const noexcept;
     void changeType(Type aType) noexcept;
     void destroyObject() noexcept;

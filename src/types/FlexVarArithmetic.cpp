@@ -87,13 +87,13 @@ FlexVar FlexVar::combinedWith(const FlexVar& aOther, Operation aOperation) const
     return lResult;
 }
 
-FlexVar FlexVar::operator+(const FlexVar& aOther) const noexcept {
+FlexVar FlexVar::sumWith(const FlexVar& aOther) const noexcept {
     return combinedWith(aOther, Plus());
 }
-FlexVar FlexVar::operator-(const FlexVar& aOther) const noexcept {
+FlexVar FlexVar::differenceWith(const FlexVar& aOther) const noexcept {
     return combinedWith(aOther, Minus());
 }
-FlexVar FlexVar::operator*(const FlexVar& aOther) const noexcept {
+FlexVar FlexVar::productWith(const FlexVar& aOther) const noexcept {
     return combinedWith(aOther, Times());
 }
 FlexVar FlexVar::operator/(const FlexVar& aOther) const noexcept {

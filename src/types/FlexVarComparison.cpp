@@ -49,14 +49,11 @@ bool isLess(const ObjectID&, const ObjectID&) noexcept {
 
 }  // namespace
 
-bool FlexVar::operator==(const FlexVar& aOther) const noexcept {
+bool FlexVar::isEqualTo(const FlexVar& aOther) const noexcept {
     if (this == &aOther) {
         return true;
     }
-    if (mType != aOther.mType) {
-        return false;
-    }
-    return Kinds::visit(mType, mType == FlexVar_NoType, [&](auto aKind) {
+    return Kinds::visit(mType, false, [&](auto aKind) {
         return areEqual(aKind.value(mValue), aKind.value(aOther.mValue));
     });
 }

@@ -1,6 +1,7 @@
 // From value to text and from text to value.
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -22,6 +23,8 @@ using WString = ACE_String_Base<wchar_t>;
 constexpr std::size_t kTextSize = 1024;
 constexpr std::size_t kChunk = 256;
 constexpr long kShownBytes = 30;
+constexpr std::size_t kPlainDigits = 9;  // less than 32 bits in any case
+constexpr std::size_t kLongestInteger = sizeof "-2147483648" - 1;
 
 // Narrow and wide characters.
 
@@ -75,6 +78,8 @@ const ACE_String_Base<To>* asText(const ACE_String_Base<From>& aText,
 /// A text that is put together in a bounded buffer.
 class Text {
 public:
+    Text() noexcept { mText[0] = '\0'; }
+
     __attribute__((format(printf, 2, 3))) Text& add(const char* aFormat, ...) noexcept {
         va_list lArguments;
         va_start(lArguments, aFormat);
@@ -85,10 +90,10 @@ public:
             std::min(mText.size() - 1, mLength + static_cast<std::size_t>(std::max(0, lCount)));
         return *this;
     }
-    void copyTo(CString& aOut) const noexcept { aOut.set(mText.data(), true); }
+    void copyTo(CString& aOut) const noexcept { aOut.set(mText.data(), mLength, true); }
 
 private:
-    std::array<char, kTextSize> mText{};
+    std::array<char, kTextSize> mText;
     std::size_t mLength = 0;
 };
 
@@ -100,13 +105,16 @@ int shown(long aNumber) noexcept {
 template <class Integer>
 void render(Integer aValue, CString& aOut) noexcept {
     static_assert(std::is_integral_v<Integer>, "other kinds have an overload");
-    Text().add("%d", static_cast<int>(aValue)).copyTo(aOut);
+    std::array<char, kLongestInteger> lText;
+    const auto lEnd =
+        std::to_chars(lText.begin(), lText.end(), static_cast<std::int32_t>(aValue)).ptr;
+    aOut.set(lText.data(), static_cast<std::size_t>(lEnd - lText.data()), true);
 }
 void render(bool aValue, CString& aOut) noexcept {
     aOut = aValue ? FlexVar::mCStrBoolTrue : FlexVar::mCStrBoolFalse;
 }
 void render(char aValue, CString& aOut) noexcept {
-    Text().add("%c", aValue).copyTo(aOut);
+    aOut.set(&aValue, aValue == '\0' ? 0 : 1, true);
 }
 void render(double aValue, CString& aOut) noexcept {
     Text().add("%f", aValue).copyTo(aOut);
@@ -168,6 +176,26 @@ std::int32_t saturated(long aNumber) noexcept {
     return static_cast<std::int32_t>(std::clamp(aNumber, lLowest, lHighest));
 }
 
+/// @return whether the text is a number of a few decimal digits, as most are, of which every base
+/// and
+///         language makes the same; if so, the number.
+template <class Character>
+bool parsePlain(const ACE_String_Base<Character>& aText, std::int32_t& aNumber) noexcept {
+    const Character* const lText = aText.fast_rep();
+    if (aText.length() > kPlainDigits || (aText.length() > 1 && lText[0] == '0')) {
+        return false;
+    }
+    std::int32_t lNumber = 0;
+    for (std::size_t i = 0; i < aText.length(); ++i) {
+        if (lText[i] < '0' || lText[i] > '9') {
+            return false;
+        }
+        lNumber = lNumber * 10 + static_cast<std::int32_t>(lText[i] - '0');
+    }
+    aNumber = lNumber;
+    return !aText.empty();
+}
+
 /// @return whether the whole text was a number.
 template <class Character, class Number>
 bool parseNumber(const ACE_String_Base<Character>& aText, Number& aNumber) noexcept {
@@ -175,6 +203,11 @@ bool parseNumber(const ACE_String_Base<Character>& aText, Number& aNumber) noexc
     const Character* const lText = aText.c_str();
     Character* lEnd = nullptr;
     if constexpr (std::is_integral_v<Number>) {
+        std::int32_t lPlain = 0;
+        if (parsePlain(aText, lPlain)) {
+            aNumber = static_cast<Number>(lPlain);
+            return true;
+        }
         aNumber = static_cast<Number>(saturated(toInteger(lText, &lEnd, lAnyBase)));
     } else {
         aNumber = static_cast<Number>(toDouble(lText, &lEnd));

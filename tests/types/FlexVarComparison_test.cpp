@@ -3,7 +3,9 @@
 
 #include <limits>
 
+#include <vector>
 #include "support/LogCapture.h"
+
 #include "types/FlexVar.h"
 #include "types/FlexVarSamples.h"
 
@@ -121,6 +123,29 @@ TEST(FlexVarComparison, MindsTheSignOfEachIntegerKind) {
     EXPECT_EQ(kGreater, compare(FlexVar(0xFFFFFFFFU), FlexVar(1U)));
     EXPECT_EQ(kLess, compare(FlexVar(-1L), FlexVar(1L)));
     EXPECT_EQ(kGreater, compare(FlexVar(0xFFFFFFFFUL), FlexVar(1UL)));
+}
+
+TEST(FlexVarComparison, FindsNumbersEqualWhateverWasHeldBefore) {
+    const std::vector<FlexVar> lFormer = {FlexVar(), FlexVar(-1L), FlexVar(-1e300),
+                                          FlexVar(narrow("text")), FlexVar(ObjectID())};
+    for (const FlexVar& lHeld : lFormer) {
+        FlexVar lVar(lHeld);
+        EXPECT_TRUE(lVar.setBool(true) == FlexVar(true));
+        lVar = lHeld;
+        EXPECT_TRUE(lVar.setChar('5') == FlexVar('5'));
+        EXPECT_TRUE((lVar += FlexVar(char(-60))) == FlexVar(char('5' - 60)));
+        EXPECT_TRUE(lVar++ == FlexVar(char('6' - 60)));
+        lVar = lHeld;
+        EXPECT_TRUE(lVar.setUShort(65535) == FlexVar(static_cast<unsigned short>(65535)));
+        EXPECT_TRUE(lVar++ == FlexVar(static_cast<unsigned short>(0)));
+        EXPECT_TRUE(lVar-- == FlexVar(static_cast<unsigned short>(65535)));
+        lVar = lHeld;
+        EXPECT_TRUE(lVar.setLong(-1) == FlexVar(-1L));
+        EXPECT_EQ(0, lVar.setValueFromString(narrow("-2")));
+        EXPECT_TRUE(lVar == FlexVar(-2L));
+        EXPECT_TRUE(lVar + lVar == FlexVar(-4L));
+        EXPECT_FALSE(lVar == FlexVar(-3L));
+    }
 }
 
 TEST(FlexVarComparison, FollowsIeeeForFloatingNumbers) {

@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <random>
 
@@ -292,6 +294,28 @@ TEST(FlexVarText, SaturatesAt32BitsBeforeItCuts) {
         expectTaken(FlexVar(2147483648U), FlexVar(0U), lText);
         expectTaken(FlexVar(2147483648UL), FlexVar(0UL), lText);
         expectTaken(FlexVar(char(0)), FlexVar('x'), lText);
+    }
+}
+
+TEST(FlexVarText, ReadsNumbersOfEveryLengthAsTheSystemsConversionDoes) {
+    const std::string lDigits = "123456789012";
+    for (const char* lBefore : {"", "0", "00", "-", "+", "-0", " ", "0x", "x", "\t-", "9"}) {
+        for (std::size_t lLength = 0; lLength <= lDigits.size(); ++lLength) {
+            for (const char* lAfter : {"", "0", "8", "a", " ", "."}) {
+                const std::string lText = lBefore + lDigits.substr(0, lLength) + lAfter;
+                char* lEnd = nullptr;
+                const long long lNumber = std::strtoll(lText.c_str(), &lEnd, 0);
+                const long long lLowest = std::numeric_limits<std::int32_t>::min();
+                const long long lHighest = std::numeric_limits<std::int32_t>::max();
+                if (lText.empty() || *lEnd != '\0') {
+                    continue;
+                }
+                const auto lExpected =
+                    static_cast<int>(std::min(std::max(lNumber, lLowest), lHighest));
+                expectTaken(FlexVar(lExpected), FlexVar(7), lText);
+                expectTaken(FlexVar(static_cast<char>(lExpected)), FlexVar('c'), lText);
+            }
+        }
     }
 }
 
