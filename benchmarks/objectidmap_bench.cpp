@@ -22,6 +22,8 @@ namespace {
 
 using Bytes = std::array<unsigned char, 16>;
 
+constexpr std::size_t kEntries[] = {100, 3000, 300000};
+
 std::uint32_t firstWord(const Bytes& aBytes) {
     std::uint32_t lWord = 0;
     std::memcpy(&lWord, aBytes.data(), sizeof lWord);
@@ -197,7 +199,7 @@ void enterWork(const std::string& aWhat, const char* aRole, const char* aSubject
 
 template <class Map>
 void enter(const char* aRole, const char* aSubject) {
-    for (const std::size_t lEntries : {100, 3000, 300000}) {
+    for (const std::size_t lEntries : kEntries) {
         const std::string lSize = ", " + std::to_string(lEntries) + " entries";
         enterWork("translate" + lSize, aRole, aSubject,
                   [=](benchmark::State& aState) { translate<Map>(aState, lEntries); });

@@ -34,6 +34,7 @@ namespace {
 
 constexpr std::size_t kCapacity = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t kLargestMessage = 65536;
+constexpr std::size_t kSizes[] = {16, 64, 1024, kLargestMessage};
 constexpr std::size_t kBytesPerIteration = std::size_t{16} * 1024 * 1024;
 constexpr std::size_t kMaxMessages = 8192;
 
@@ -258,7 +259,7 @@ void transfer(benchmark::State& aState, std::size_t aSize, int aSenders, int aRe
 
 template <class Queue>
 void enter(const char* aRole, const char* aSubject, std::size_t aLargest = kLargestMessage) {
-    for (const std::size_t lSize : {16, 64, 1024, 65536}) {
+    for (const std::size_t lSize : kSizes) {
         if (lSize > aLargest) {
             continue;
         }
