@@ -106,8 +106,11 @@ std::ostream* openLogFile(const char* aName) noexcept {
 
 void giveLogFileToThread() noexcept {
     std::ostream* const lStream = gLogFile.load(std::memory_order_acquire);
+    if (lStream == nullptr) {
+        return;
+    }
     ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
-    if (lStream != nullptr && lLog->msg_ostream() == nullptr) {
+    if (lLog->msg_ostream() == nullptr) {
         lLog->msg_ostream(lStream, false);
     }
 }
