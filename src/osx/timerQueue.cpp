@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <new>
+#include <utility>
 
 #include "ace/Guard_T.h"
 #include "base/allocate.h"
@@ -33,13 +34,26 @@ int TimerQueue::stop(const TimerSchedule& aSchedule, long aTimerID) {
     return owner(aTimerID) == &aSchedule ? cancel(aTimerID, nullptr, kDontCallHandleClose) : 0;
 }
 
-/// ACE draws the id before the memory: ids lost to failures would some day end the process.
+/// ACE looks for an id that is free until it ends the process, should there be none. So no id may
+/// be lost for want of memory, and the last one not be used when ACE could not make room for more.
 long TimerQueue::schedule_i(ACE_Event_Handler* const& aHandler, const void* aAct,
                             const ACE_Time_Value& aTime, const ACE_Time_Value& aInterval) {
     if (mSpare == nullptr) {
         mSpare.reset(allocate<Node>());
     }
-    return mSpare == nullptr ? -1 : ACE_Timer_Heap_T::schedule_i(aHandler, aAct, aTime, aInterval);
+    if (mSpare == nullptr) {
+        return -1;
+    }
+    const int lFormerErrno = std::exchange(errno, 0);
+    const long lTimerID = ACE_Timer_Heap_T::schedule_i(aHandler, aAct, aTime, aInterval);
+    if (lTimerID != -1 && errno == ENOMEM) {
+        aHandler->add_reference();  // which cancelling takes away
+        cancel(lTimerID, nullptr, kDontCallHandleClose);
+        errno = ENOMEM;
+        return -1;
+    }
+    errno = lFormerErrno;
+    return lTimerID;
 }
 
 TimerQueue::Node* TimerQueue::alloc_node() {

@@ -182,7 +182,7 @@ TEST(TimerQueue, ShortMemoryLeavesEachTimerEitherScheduledOrReported) {
     const test::LogCapture lLog;
     std::vector<void*> lTimers(kEveryID);
     for (std::size_t lTimer = 0; lTimer < lTimers.size(); ++lTimer) {
-        const test::FailingAllocator lNoMemory(lTimer % 2 == 0 ? 2 : 100, true);
+        const test::FailingAllocator lNoMemory(static_cast<int>(lTimer % 4) + 2, true);
         lTimers[lTimer] = osxCreateTimer(&test::count, nullptr, kHourMs, 0);
     }
     std::size_t lScheduled = 0;
