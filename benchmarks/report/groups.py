@@ -78,7 +78,7 @@ GROUPS = [
     Group("broadcast", "Broadcast", (("", Mark(FLOOR, 1.05)),),
           (Growth("clients", "clients", r", clients: (?P<x>\d+)"),)),
     Group("device", "Device I/O",
-          ((r"(read|write) (409[56]|65536)\b|copy", Mark(FLOOR, 1.02)),),
+          ((r"(read|write) (4096|65536|4 KiB)|copy", Mark(FLOOR, 1.02)),),
           (Growth("bytes", "bytes", r" (?P<x>\d+) bytes"),)),
     Group("sysinfo", "DynamicSysInfo", (("", Mark(FLOOR, 1.5)),)),
     Group("size", "Size", (("^(?!threads)", Mark(PEER, strict=True)), ("threads", Mark(PEER)))),
