@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <new>
 
 #include "ace/ACE.h"
 #include "base/allocate.h"
@@ -59,23 +60,24 @@ Value* copyOf(const Value& aSource) noexcept {
     return osx::allocate<Value>(aSource);
 }
 
-/// A string of ACE says nothing when memory is short, and one that cannot be constructed as a copy
-/// is left without even its terminator: so it is made empty, assigned to and measured.
+/// A string and its characters, in one piece of memory. To ACE the characters are lent ones with
+/// room for this length: who copies the string copies them, and when it outgrows them they stay.
 template <class Character>
 ACE_String_Base<Character>* copyOf(const ACE_String_Base<Character>& aSource) noexcept {
-    auto* lCopy = osx::allocate<ACE_String_Base<Character>>();
-    if (lCopy == nullptr) {
+    using String = ACE_String_Base<Character>;
+    const std::size_t lRoom = aSource.length() + 1;
+    void* const lPlace = ::operator new(sizeof(String) + lRoom * sizeof(Character), std::nothrow);
+    if (lPlace == nullptr) {
+        errno = ENOMEM;
         return nullptr;
     }
+    auto* const lCharacters = reinterpret_cast<Character*>(static_cast<String*>(lPlace) + 1);
+    auto* const lCopy = new (lPlace) String(lCharacters, lRoom, nullptr, false);
     *lCopy = aSource;
-    if (lCopy->length() != aSource.length()) {
-        delete lCopy;
-        lCopy = nullptr;
-    }
     return lCopy;
 }
 
-/// A `Blob` says nothing either.
+/// A `Blob` says nothing when memory is short.
 Blob* copyOf(const Blob& aSource) noexcept {
     Blob* lCopy = osx::allocate<Blob>(aSource);
     const bool lHasBytes = aSource.getData() != nullptr && aSource.getSize() > 0;
@@ -85,6 +87,20 @@ Blob* copyOf(const Blob& aSource) noexcept {
         errno = ENOMEM;
     }
     return lCopy;
+}
+
+template <class Value>
+void destroy(Value* aValue) noexcept {
+    delete aValue;
+}
+
+/// A string may have its characters behind it, so that its size is not that of its type.
+template <class Character>
+void destroy(ACE_String_Base<Character>* aString) noexcept {
+    if (aString != nullptr) {
+        aString->~ACE_String_Base();
+        ::operator delete(aString);
+    }
 }
 
 template <class Value>
@@ -187,7 +203,7 @@ bool FlexVar::assignToHeld(const typename Kind::Value* aValue) noexcept {
 void FlexVar::destroyObject() noexcept {
     Kinds::visit(mType, [&](auto aKind) {
         if constexpr (decltype(aKind)::kIsObject) {
-            delete aKind.member(mValue);
+            destroy(aKind.member(mValue));
         }
     });
 }

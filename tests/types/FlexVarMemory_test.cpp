@@ -46,14 +46,59 @@ TEST(FlexVarMemory, CopiesToTypeNoneWhenTheObjectCannotBeCopied) {
 TEST(FlexVarMemory, IsConstructedAsTypeNoneFromAStringThatCannotBeCopied) {
     const ACE_String_Base<char> lText = narrow(kLong);
     const ACE_String_Base<wchar_t> lWide(L"wide");
-    for (int lAllowed = 0; lAllowed < kAllocationsOfACopy; ++lAllowed) {
-        const test::FailingAllocator lFailing(lAllowed);
-        EXPECT_EQ(FlexVar::FlexVar_NoType, FlexVar(lText).getType());
+    const test::FailingAllocator lFailing;
+    EXPECT_EQ(FlexVar::FlexVar_NoType, FlexVar(lText).getType());
+    EXPECT_EQ(FlexVar::FlexVar_NoType, FlexVar(lWide).getType());
+    EXPECT_EQ(2, lFailing.failures());
+}
+
+TEST(FlexVarMemory, HeldStringTakesATextOfItsLengthWithoutMemory) {
+    const ACE_String_Base<char> lText = narrow("new");
+    const ACE_String_Base<wchar_t> lWide(L"new");
+    FlexVar lVar(narrow("old"));
+    FlexVar lWideVar(wide(L"old"));
+    FlexVar lCopy(lVar);
+    {
+        const test::FailingAllocator lFailing;
+        lVar.setCString(lText);
+        lWideVar.setWString(lWide);
+        lCopy = lVar;
+        EXPECT_EQ(0, lFailing.failures());
     }
-    for (int lAllowed = 0; lAllowed < kAllocationsOfACopy; ++lAllowed) {
-        const test::FailingAllocator lFailing(lAllowed);
-        EXPECT_EQ(FlexVar::FlexVar_NoType, FlexVar(lWide).getType());
+    EXPECT_EQ("new", test::text(lVar));
+    EXPECT_EQ("new", test::text(lWideVar));
+    EXPECT_EQ("new", test::text(lCopy));
+}
+
+TEST(FlexVarMemory, HeldStringOutgrowsAndShrinksLikeAnyOther) {
+    FlexVar lVar(narrow("short"));
+    const ACE_String_Base<char>* const lHeld = &lVar.getCString();
+    const FlexVar lCopy(lVar);
+    lVar += lVar;
+    EXPECT_EQ("shortshort", test::text(lVar));
+    lVar.setCString(narrow(kLong));
+    EXPECT_EQ(kLong, test::text(lVar));
+    lVar.setCString(narrow(""));
+    EXPECT_EQ("", test::text(lVar));
+    lVar += lCopy;
+    EXPECT_EQ("short", test::text(lVar));
+    EXPECT_EQ(lHeld, &lVar.getCString());
+    lVar.setCString(new ACE_String_Base<char>("given"));
+    EXPECT_EQ("given", test::text(FlexVar(lVar)));
+    EXPECT_EQ("short", test::text(lCopy));
+}
+
+TEST(FlexVarMemory, CopyOfAStringOutlivesIt) {
+    ACE_String_Base<char> lText;
+    ACE_String_Base<wchar_t> lWide;
+    {
+        const FlexVar lVar(narrow(kLong));
+        const FlexVar lWideVar(wide(L"wide"));
+        lText = lVar.getCString();
+        lWide = ACE_String_Base<wchar_t>(lWideVar.getWString());
     }
+    EXPECT_EQ(kLong, test::plain(lText));
+    EXPECT_EQ(L"wide", test::plain(lWide));
 }
 
 TEST(FlexVarMemory, KeepsItsValueWhenASetterCannotCopy) {
