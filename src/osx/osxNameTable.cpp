@@ -21,8 +21,8 @@ using NameTable = std::array<NameTableEntry, OSX_NAME_TABLE_SIZE>;
 NameTable gTable;
 std::mutex gMutex;
 bool gInitialized = false;
-/// All entries before it are free.
-NameTableEntry* gFirstUsed = gTable.end();
+/// All entries before it have an empty name, none after it that is used.
+NameTableEntry* gFirstNamed = gTable.end();
 /// Whether there may be free entries after it.
 bool gHasGaps = false;
 /// Whether a used entry may have an empty name, and stand among the free ones.
@@ -34,6 +34,10 @@ bool isUsed(const NameTableEntry& aEntry) {
     return aEntry.handle != nullptr;
 }
 
+bool isNamed(const NameTableEntry& aEntry) {
+    return aEntry.name[0] != '\0';
+}
+
 bool precedes(const NameTableEntry& aLeft, const NameTableEntry& aRight) {
     return cmp_names(&aLeft, &aRight) < 0;
 }
@@ -41,16 +45,16 @@ bool precedes(const NameTableEntry& aLeft, const NameTableEntry& aRight) {
 void clearTable() {
     gTable = {};
     gInitialized = true;
-    gFirstUsed = gTable.end();
+    gFirstNamed = gTable.end();
     gHasGaps = false;
     gHasNameless = false;
 }
 
 /// @return the first entry of a handle; null if there is none. Null finds a free entry.
 NameTableEntry* findEntry(const void* aHandle) {
-    auto* const lEntry =
-        std::find_if(aHandle == nullptr ? gTable.begin() : gFirstUsed, gTable.end(),
-                     [aHandle](const NameTableEntry& aEntry) { return aEntry.handle == aHandle; });
+    auto* const lEntry = std::find_if(
+        aHandle == nullptr || gHasNameless ? gTable.begin() : gFirstNamed, gTable.end(),
+        [aHandle](const NameTableEntry& aEntry) { return aEntry.handle == aHandle; });
     return lEntry == gTable.end() ? nullptr : lEntry;
 }
 
@@ -62,37 +66,50 @@ NameTableEntry makeEntry(void* aHandle, const char* aName) {
     return lEntry;
 }
 
-/// Moves the used entries to the end, in the order they have.
+/// Moves the named entries to the end, in the order they have.
 void closeGaps() {
     auto* lTarget = gTable.end();
-    for (auto* lEntry = gTable.end(); lEntry != gFirstUsed;) {
+    for (auto* lEntry = gTable.end(); lEntry != gFirstNamed;) {
         --lEntry;
         if (isUsed(*lEntry) && lEntry != --lTarget) {
             *lTarget = *lEntry;
         }
     }
-    std::fill(gFirstUsed, lTarget, NameTableEntry{});
-    gFirstUsed = lTarget;
+    std::fill(gFirstNamed, lTarget, NameTableEntry{});
+    gFirstNamed = lTarget;
     gHasGaps = false;
 }
 
-/// What sorting the table anew would give when the entry is put into the very first place: it comes
+void moveToItsPlace(NameTableEntry* aEntry) {
+    const NameTableEntry lEntry = *aEntry;
+    if (gHasNameless) {
+        std::move(aEntry + 1, gFirstNamed, aEntry);
+    } else {
+        *aEntry = {};
+    }
+    auto* const lEnd = std::lower_bound(gFirstNamed, gTable.end(), lEntry, precedes);
+    std::move(gFirstNamed, lEnd, gFirstNamed - 1);
+    *(lEnd - 1) = lEntry;
+    --gFirstNamed;
+}
+
+/// What sorting the table anew gives when the new entry stands before all named ones: it comes
 /// before those of the same name.
-void insertFromTheFront(const NameTableEntry& aEntry) {
+void putInOrder(NameTableEntry* aEntry) {
     if (gHasGaps) {
         closeGaps();
     }
-    auto* const lEnd = std::lower_bound(gFirstUsed, gTable.end(), aEntry, precedes);
-    std::move(gFirstUsed, lEnd, gFirstUsed - 1);
-    *(lEnd - 1) = aEntry;
-    --gFirstUsed;
+    if (isNamed(*aEntry)) {
+        moveToItsPlace(aEntry);
+    } else if (isUsed(*aEntry)) {
+        gHasNameless = true;
+    }
 }
 
-void sortWith(const NameTableEntry& aEntry, NameTableEntry& aPlace) {
-    aPlace = aEntry;
+void sort() {
     std::qsort(gTable.data(), gTable.size(), sizeof(NameTableEntry), cmp_names);
-    gFirstUsed = std::find_if(gTable.begin(), gTable.end(), isUsed);
-    gHasNameless = gFirstUsed != gTable.end() && gFirstUsed->name[0] == '\0';
+    gFirstNamed = std::find_if(gTable.begin(), gTable.end(), isNamed);
+    gHasNameless = std::any_of(gTable.begin(), gFirstNamed, isUsed);
     gHasGaps = false;
 }
 
@@ -106,19 +123,19 @@ bool store(const NameTableEntry& aEntry) {
     if (lFree == nullptr) {
         return false;
     }
-    const bool lNamed = aEntry.name[0] != '\0';
-    if (lNamed && !gHasNameless && gFirstUsed != gTable.begin()) {
-        insertFromTheFront(aEntry);
+    *lFree = aEntry;
+    if (lFree < gFirstNamed) {
+        putInOrder(lFree);
     } else {
-        sortWith(aEntry, *lFree);
+        sort();
     }
     return true;
 }
 
 void clearEntry(NameTableEntry& aEntry) {
-    if (&aEntry == gFirstUsed) {
-        ++gFirstUsed;
-    } else if (isUsed(aEntry)) {
+    if (&aEntry == gFirstNamed) {
+        ++gFirstNamed;
+    } else if (isNamed(aEntry)) {
         gHasGaps = true;
     }
     aEntry = {};
