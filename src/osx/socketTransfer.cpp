@@ -28,33 +28,51 @@ bool mayGoOn(int aSocket, short aEvents) {
     return errno == EINTR;
 }
 
-/// Sends a few buffers, which are advanced on the way. @return as `sendAll`.
-ssize_t sendTurn(int aSocket, iovec* aVec, std::size_t aCount) {
-    ssize_t lTotal = 0;
-    while (aCount > 0) {
-        msghdr lMessage{};
-        lMessage.msg_iov = aVec;
-        lMessage.msg_iovlen = aCount;
-        const ssize_t lSent = ::sendmsg(aSocket, &lMessage, MSG_NOSIGNAL);
-        if (lSent == -1) {
-            if (mayGoOn(aSocket, POLLOUT)) {
-                continue;
-            }
-            return -1;
-        }
-        lTotal += lSent;
-        auto lRest = static_cast<std::size_t>(lSent);
-        while (aCount > 0 && lRest >= aVec->iov_len) {
-            lRest -= aVec->iov_len;
-            ++aVec;
-            --aCount;
-        }
-        if (aCount > 0) {
-            aVec->iov_base = static_cast<char*>(aVec->iov_base) + lRest;
-            aVec->iov_len -= lRest;
-        }
+ssize_t sendOnce(int aSocket, const iovec* aVec, std::size_t aCount) {
+    msghdr lMessage{};
+    lMessage.msg_iov = const_cast<iovec*>(aVec);  // which the kernel only reads
+    lMessage.msg_iovlen = aCount;
+    return ::sendmsg(aSocket, &lMessage, MSG_NOSIGNAL);
+}
+
+std::size_t totalLength(const iovec* aVec, std::size_t aCount) {
+    std::size_t lTotal = 0;
+    for (const iovec* lBuffer = aVec; lBuffer != aVec + aCount; ++lBuffer) {
+        lTotal += lBuffer->iov_len;
     }
     return lTotal;
+}
+
+/// Takes what was sent off the front of the buffers.
+void advance(iovec*& aVec, std::size_t& aCount, std::size_t aSent) {
+    while (aCount > 0 && aSent >= aVec->iov_len) {
+        aSent -= aVec->iov_len;
+        ++aVec;
+        --aCount;
+    }
+    if (aCount > 0) {
+        aVec->iov_base = static_cast<char*>(aVec->iov_base) + aSent;
+        aVec->iov_len -= aSent;
+    }
+}
+
+/// Goes on, with a copy of the buffers that advances, after a send of `aSent` bytes; -1 if that
+/// failed.
+/// @return whether all bytes went out.
+bool sendRest(int aSocket, const iovec* aVec, std::size_t aCount, ssize_t aSent) {
+    std::array<iovec, kBuffersPerTurn> lCopy;
+    std::copy_n(aVec, aCount, lCopy.begin());
+    iovec* lVec = lCopy.data();
+    while (aSent != -1 || mayGoOn(aSocket, POLLOUT)) {
+        if (aSent != -1) {
+            advance(lVec, aCount, static_cast<std::size_t>(aSent));
+        }
+        if (aCount == 0) {
+            return true;
+        }
+        aSent = sendOnce(aSocket, lVec, aCount);
+    }
+    return false;
 }
 
 }  // namespace
@@ -76,18 +94,19 @@ ssize_t sendAll(int aSocket, const void* aData, std::size_t aLength) {
 }
 
 ssize_t sendAll(int aSocket, const iovec* aVec, int aCount) {
-    ssize_t lTotal = 0;
+    std::size_t lTotal = 0;
     for (int lDone = 0; lDone < aCount; lDone += kBuffersPerTurn) {
-        std::array<iovec, kBuffersPerTurn> lTurn{};
-        const int lCount = std::min(kBuffersPerTurn, aCount - lDone);
-        std::copy_n(aVec + lDone, lCount, lTurn.begin());
-        const ssize_t lSent = sendTurn(aSocket, lTurn.data(), static_cast<std::size_t>(lCount));
-        if (lSent == -1) {
+        const iovec* const lTurn = aVec + lDone;
+        const auto lCount = static_cast<std::size_t>(std::min(kBuffersPerTurn, aCount - lDone));
+        const std::size_t lLength = totalLength(lTurn, lCount);
+        const ssize_t lSent = sendOnce(aSocket, lTurn, lCount);
+        if (static_cast<std::size_t>(lSent) != lLength &&
+            !sendRest(aSocket, lTurn, lCount, lSent)) {
             return -1;
         }
-        lTotal += lSent;
+        lTotal += lLength;
     }
-    return lTotal;
+    return static_cast<ssize_t>(lTotal);
 }
 
 ssize_t receiveAll(int aSocket, void* aData, std::size_t aLength) {
