@@ -35,7 +35,7 @@ bool forEachOtherThread(Function aFunction) {
         return false;
     }
     while (const dirent* const lEntry = ::readdir(lTasks.get())) {
-        const pid_t lThread = std::atoi(lEntry->d_name);
+        const auto lThread = static_cast<pid_t>(std::strtol(lEntry->d_name, nullptr, 10));
         if (lThread > 0 && lThread != ::gettid()) {
             aFunction(lThread);
         }
