@@ -323,7 +323,7 @@ public:
         if (areWords(aOther)) {
             return word(mValue.mUInt * aOther.mValue.mUInt);
         }
-        return areDoubles(aOther) ? FlexVar(mValue.mDouble * aOther.mValue.mDouble)
+        return areDoubles(aOther) ? product(mValue.mDouble, aOther.mValue.mDouble)
                                   : productWith(aOther);
     }
     FlexVar operator/(const FlexVar& aOther) const noexcept;
@@ -491,8 +491,11 @@ private:
         return mType == aOther.mType && isWord();
     }
     /// @return whether it is a Double that this header may compute with. It may not where the
-    ///         processor keeps more digits of a result than a Double has, until it is stored.
-    bool isUsableDouble() const noexcept { return FLT_EVAL_METHOD == 0 && mType == FlexVar_Double; }
+    ///         processor keeps more digits of a result than a Double has, until it is stored, nor
+    ///         in a program whose compiler was told that there is no NaN.
+    bool isUsableDouble() const noexcept {
+        return FLT_EVAL_METHOD == 0 && __FINITE_MATH_ONLY__ == 0 && mType == FlexVar_Double;
+    }
     bool areDoubles(const FlexVar& aOther) const noexcept {
         return mType == aOther.mType && isUsableDouble();
     }
@@ -502,6 +505,12 @@ private:
         lWord.mType = mType;
         lWord.store(aBits);
         return lWord;
+    }
+
+    /// A volatile product is rounded, also where the program's compiler would fuse it with a sum.
+    static FlexVar product(double aLeft, double aRight) noexcept {
+        const volatile double lProduct = aLeft * aRight;
+        return FlexVar(static_cast<double>(lProduct));
     }
 
     static unsigned int hashOfDouble(double aValue) noexcept {

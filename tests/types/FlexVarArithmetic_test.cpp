@@ -129,6 +129,23 @@ void checkFloating(Number (FlexVar::*aGetter)() const noexcept) {
     }
 }
 
+#if defined(__x86_64__) || defined(__i386__)
+bool hasFusedArithmetic() {
+    return __builtin_cpu_supports("fma") != 0;
+}
+#define OSX_TEST_FUSING __attribute__((target("fma")))
+#else
+bool hasFusedArithmetic() {
+    return true;
+}
+#define OSX_TEST_FUSING
+#endif
+
+/// As programs compute that are built for one kind of processor.
+OSX_TEST_FUSING double productLess(double aLeft, double aRight, double aSum) {
+    return (FlexVar(aLeft) * FlexVar(aRight) - FlexVar(aSum)).getDouble();
+}
+
 }  // namespace
 
 TEST(FlexVarArithmetic, GivesTypeNoneUnlessBothAreOfOneNumericKind) {
@@ -243,6 +260,15 @@ TEST(FlexVarArithmetic, DividesFloatingNumbersByZeroAsIeeeDoes) {
 TEST(FlexVarArithmetic, ComputesFloatingNumbersInTheirPrecision) {
     checkFloating<float>(&FlexVar::getFloat);
     checkFloating<double>(&FlexVar::getDouble);
+}
+
+TEST(FlexVarArithmetic, RoundsAProductAlsoWhereTheProgramFusesItWithASum) {
+    if (!hasFusedArithmetic()) {
+        GTEST_SKIP() << "no processor that multiplies and adds in one step";
+    }
+    const volatile double lFactor = 1 + 0x1p-30;
+    const volatile double lRoundedSquare = 1 + 0x1p-29;
+    EXPECT_EQ(0.0, productLess(lFactor, lFactor, lRoundedSquare));
 }
 
 TEST(FlexVarArithmetic, StepsFloatingNumbersByOne) {
