@@ -49,10 +49,12 @@ public:
     OpenFile& operator=(const OpenFile&) = delete;
 };
 
-constexpr std::size_t kPieceSize = 65536;
+constexpr std::size_t kKernelsPiece = 65536;
+/// It lies on the stack of whoever calls, which may be a small one.
+constexpr std::size_t kOwnPiece = 16384;
 
-std::size_t pieceOf(ACE_OFF_T aSize) {
-    return static_cast<std::size_t>(std::min<ACE_OFF_T>(aSize, kPieceSize));
+std::size_t pieceOf(ACE_OFF_T aSize, std::size_t aMost) {
+    return static_cast<std::size_t>(std::min(aSize, static_cast<ACE_OFF_T>(aMost)));
 }
 
 /// Has the kernel copy a number of bytes, in pieces, which stay in its caches.
@@ -60,8 +62,9 @@ std::size_t pieceOf(ACE_OFF_T aSize) {
 ACE_OFF_T copyInKernel(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination,
                        ACE_OFF_T aSize) {
     while (aSize > 0) {
-        const ssize_t lCopied = ::copy_file_range(
-            aSource.get_handle(), nullptr, aDestination.get_handle(), nullptr, pieceOf(aSize), 0);
+        const ssize_t lCopied =
+            ::copy_file_range(aSource.get_handle(), nullptr, aDestination.get_handle(), nullptr,
+                              pieceOf(aSize, kKernelsPiece), 0);
         if (lCopied <= 0) {
             break;
         }
@@ -74,9 +77,9 @@ ACE_OFF_T copyInKernel(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestinati
 /// which nobody is told.
 void copyByReading(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, ACE_OFF_T aSize) {
     const osx::PipeSignalGuard lGuard;
-    std::array<char, kPieceSize> lPiece;
+    std::array<char, kOwnPiece> lPiece;
     while (aSize > 0) {
-        const ssize_t lRead = aSource.recv(lPiece.data(), pieceOf(aSize));
+        const ssize_t lRead = aSource.recv(lPiece.data(), pieceOf(aSize, lPiece.size()));
         if (lRead <= 0 ||
             aDestination.send_n(lPiece.data(), static_cast<std::size_t>(lRead)) != lRead) {
             return;

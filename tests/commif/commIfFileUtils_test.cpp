@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -29,6 +30,24 @@ bool exists(const std::string& aPath) {
 
 int copy(const std::string& aSource, const std::string& aDestination) {
     return commIfFileCopy(aSource.c_str(), aDestination.c_str());
+}
+
+struct Names {
+    std::string source;
+    std::string destination;
+};
+
+/// What programs give to threads where memory is short.
+constexpr std::size_t kSmallStack = 64 * 1024;
+
+void runOnStackOf(std::size_t aSize, void* (*aFunction)(void*), Names aNames) {
+    pthread_attr_t lAttributes;
+    pthread_t lThread = {};
+    ASSERT_EQ(0, ::pthread_attr_init(&lAttributes));
+    ASSERT_EQ(0, ::pthread_attr_setstacksize(&lAttributes, aSize));
+    ASSERT_EQ(0, ::pthread_create(&lThread, &lAttributes, aFunction, &aNames));
+    ::pthread_attr_destroy(&lAttributes);
+    ::pthread_join(lThread, nullptr);
 }
 
 /// Bytes in which each position differs from its neighbours and from those of the next piece.
@@ -146,6 +165,24 @@ TEST(FileCopy, CopiesItselfWhatTheKernelDoesNot) {
                 << lCopies << " " << lEnd;
         }
     }
+}
+
+TEST(FileCopy, FitsOnASmallStack) {
+    const TempDir lDir;
+    const std::string lContent = pattern(100000);
+    const Names lNames{lDir.file("source", lContent), lDir.path("copy")};
+    test::Forced lForced;
+    lForced.kernelCopies = 0;
+    const test::Interception lInterception(lForced);
+    runOnStackOf(
+        kSmallStack,
+        [](void* aNames) -> void* {
+            const auto* const lGiven = static_cast<const Names*>(aNames);
+            EXPECT_EQ(0, copy(lGiven->source, lGiven->destination));
+            return nullptr;
+        },
+        lNames);
+    EXPECT_EQ(lContent, contentOf(lNames.destination));
 }
 
 TEST(FileCopy, WritesToAPipe) {

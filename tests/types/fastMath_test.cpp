@@ -8,8 +8,9 @@
 namespace {
 
 TEST(FlexVarInAFastMathProgram, NaNIsStillUnequalToAll) {
-    const FlexVar lNaN(std::strtod("nan", nullptr));
-    const FlexVar lOther(lNaN);
+    const double lNumber = std::strtod("nan", nullptr);
+    const FlexVar lNaN(lNumber);
+    const FlexVar lOther(lNumber);
     EXPECT_FALSE(lNaN == lOther);
     EXPECT_TRUE(lNaN == lNaN);
 }
