@@ -3,11 +3,11 @@
 #include <chrono>
 
 #include "ace/Reactor.h"
-#include "ace/TP_Reactor.h"
 #include "base/allocate.h"
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
 #include "osx/startThread.h"
+#include "osx/threadPoolReactor.h"
 #include "osx/timerQueue.h"
 
 namespace {
@@ -109,9 +109,9 @@ bool OSX_ReactorThread::waitUntilEnded() {
 OSX_Reactor::OSX_Reactor()
     : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::allocate<osx::TimerQueue>()) {
     if (mTimerQueue != nullptr) {
-        mImplementation =
-            osx::allocate<ACE_TP_Reactor>(static_cast<ACE_Sig_Handler*>(nullptr), mTimerQueue, true,
-                                          static_cast<int>(ACE_Select_Reactor_Token::FIFO));
+        mImplementation = osx::allocate<osx::ThreadPoolReactor>(
+            static_cast<ACE_Sig_Handler*>(nullptr), mTimerQueue, true,
+            static_cast<int>(ACE_Select_Reactor_Token::FIFO));
     }
     if (mImplementation != nullptr) {
         mReactor = osx::allocate<ACE_Reactor>(mImplementation, false);

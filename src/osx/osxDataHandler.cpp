@@ -9,6 +9,7 @@
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
+#include "osx/threadPoolReactor.h"
 
 using osx::DiagnosticLine;
 
@@ -105,6 +106,9 @@ int osxDataHandler::registerWithReactor() {
         return -1;
     }
     removeStaleHandler();
+    if (mCallbacks.aDataAvailFnc != nullptr) {
+        osx::ThreadPoolReactor::askAnewFrom(*reactor());
+    }
     return reactor()->register_handler(mDescriptor, this, ACE_Event_Handler::READ_MASK);
 }
 

@@ -1,10 +1,12 @@
 #include "osx/OSX_Reactor.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -86,6 +88,43 @@ bool exactlyServe(int aThreads) {
     return lReached && !lExceeded;
 }
 
+/// A handler of the application's own, for a pipe with a byte in it. Whichever is called first
+/// takes the bytes of all.
+class OwnHandler : public ACE_Event_Handler {
+public:
+    OwnHandler() : ACE_Event_Handler(ACE_Reactor::instance()) {
+        EXPECT_EQ(0, ::pipe2(mPipe.data(), O_CLOEXEC | O_NONBLOCK));
+        EXPECT_EQ(1, ::write(mPipe[1], "x", 1));
+        reactor()->register_handler(mPipe[0], this, ACE_Event_Handler::READ_MASK);
+    }
+    ~OwnHandler() override {
+        reactor()->remove_handler(mPipe[0], ALL_EVENTS_MASK | DONT_CALL);
+        ::close(mPipe[0]);
+        ::close(mPipe[1]);
+    }
+    OwnHandler(const OwnHandler&) = delete;
+    OwnHandler& operator=(const OwnHandler&) = delete;
+
+    int handle_input(ACE_HANDLE) override {
+        ++mCalls;
+        take();
+        mOther->take();
+        return 0;
+    }
+    void shareWith(OwnHandler& aOther) { mOther = &aOther; }
+    int calls() const { return mCalls; }
+
+private:
+    void take() {
+        char lByte = 0;
+        EXPECT_EQ(1, ::read(mPipe[0], &lByte, 1));
+    }
+
+    std::array<int, 2> mPipe{};
+    OwnHandler* mOther = nullptr;
+    int mCalls = 0;
+};
+
 }  // namespace
 
 TEST(Reactor, IsTheSameForTheLibraryAndTheApplication) {
@@ -132,6 +171,20 @@ TEST(Reactor, StopWithoutAReactorInstallsNone) {
     EXPECT_EQ(0, osxStopReactor());
     EXPECT_EQ(0, test::RunningReactor::reactor().stopReactor());
     EXPECT_EQ(0, osxRunReactor());
+}
+
+TEST(Reactor, CallsAHandlerOfTheApplicationsOnlyWhileItsDescriptorIsReady) {
+    OSX_Reactor lReactor;
+    lReactor.initReactor();
+    OwnHandler lFirst;
+    OwnHandler lSecond;
+    lFirst.shareWith(lSecond);
+    lSecond.shareWith(lFirst);
+    ACE_Time_Value lLimit(30);
+    EXPECT_EQ(1, ACE_Reactor::instance()->handle_events(lLimit));
+    ACE_Time_Value lNoWait(ACE_Time_Value::zero);
+    EXPECT_EQ(0, ACE_Reactor::instance()->handle_events(lNoWait));
+    EXPECT_EQ(1, lFirst.calls() + lSecond.calls());
 }
 
 TEST(Reactor, RunServesUntilStoppedFromAnotherThread) {

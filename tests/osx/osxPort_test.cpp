@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -129,6 +131,57 @@ void serveFor(milliseconds aTime) {
     ACE_Time_Value lTime(aTime);
     ACE_Reactor::instance()->run_reactor_event_loop(lTime);
 }
+
+/// Two connections that both have more to read than is read at once, and a reactor of their own
+/// that is served by the test's thread alone.
+class ReadyConnections {
+public:
+    explicit ReadyConnections(osxDataAvailFnc_t aAvail, osxNewDataFnc_t aData = nullptr) {
+        mReactor.initReactor();
+        const PlainPort lPort(nullptr, &accepted, aAvail, aData);
+        gDescriptors.clear();
+        for (int lConnection = 0; lConnection < 2; ++lConnection) {
+            mPeers.push_back(lPort.connect());
+            serveOne();
+        }
+        for (TcpPeer& lPeer : mPeers) {
+            lPeer.send(std::string(10000, 'x'));
+        }
+        for (const int lDescriptor : gDescriptors) {
+            pollfd lPoll{lDescriptor, POLLIN, 0};
+            EXPECT_EQ(1, ::poll(&lPoll, 1, 30000));
+        }
+    }
+
+    int serve(const ACE_Time_Value& aLimit) const {
+        ACE_Time_Value lLimit(aLimit);
+        return ACE_Reactor::instance()->handle_events(lLimit);
+    }
+    void serveOne() const { EXPECT_EQ(1, serve(ACE_Time_Value(30))); }
+    /// @return how often each connection's callback was called.
+    static std::vector<int> calls() { return {gCalls.begin(), gCalls.end()}; }
+
+    /// Reads all that there is on both connections.
+    static void takeEverything() {
+        std::array<char, 32768> lBytes{};
+        for (const int lDescriptor : gDescriptors) {
+            while (::recv(lDescriptor, lBytes.data(), lBytes.size(), MSG_DONTWAIT) > 0) {
+            }
+        }
+    }
+
+private:
+    static void accepted(void* aSocket, void*& aUserData) {
+        gCalls[gDescriptors.size()] = 0;
+        aUserData = &gCalls[gDescriptors.size()];
+        gDescriptors.push_back(static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle());
+    }
+
+    static inline std::array<int, 2> gCalls{};
+    static inline std::vector<int> gDescriptors;
+    OSX_Reactor mReactor;
+    std::vector<TcpPeer> mPeers;
+};
 
 /// Takes descriptors until the next one would be `aNext`, or until there is none.
 class DescriptorHog {
@@ -627,6 +680,26 @@ TEST(Connection, EndsOnceWhenTheReactorGoes) {
     EXPECT_EQ(2, lClosed.value());
     EXPECT_TRUE(lPeer.waitForClose());
     EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle()));
+}
+
+TEST(Connection, ThatAlwaysHasDataDoesNotKeepTheOthersFromBeingServed) {
+    const ReadyConnections lReady(nullptr, [](void*, void*& aCalls, unsigned char*, unsigned long) {
+        ++*static_cast<int*>(aCalls);
+    });
+    lReady.serveOne();
+    lReady.serveOne();
+    EXPECT_THAT(lReady.calls(), ElementsAre(1, 1));
+}
+
+TEST(Connection, IsNotAskedToReadWhatAnotherOnesCallbackHasRead) {
+    const ReadyConnections lReady([](void*, void*& aCalls) -> long {
+        ReadyConnections::takeEverything();
+        ++*static_cast<int*>(aCalls);
+        return 0;
+    });
+    lReady.serveOne();
+    EXPECT_EQ(0, lReady.serve(ACE_Time_Value::zero));
+    EXPECT_EQ(1, lReady.calls()[0] + lReady.calls()[1]);
 }
 
 TEST(Connection, ClosedByACallbackEndsAndLeavesItsDescriptorToOthers) {
