@@ -38,7 +38,7 @@ struct Names {
 };
 
 /// What programs give to threads where memory is short.
-constexpr std::size_t kSmallStack = 64 * 1024;
+constexpr std::size_t kSmallStack = 65536;
 
 void runOnStackOf(std::size_t aSize, void* (*aFunction)(void*), Names aNames) {
     pthread_attr_t lAttributes;
