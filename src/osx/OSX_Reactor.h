@@ -91,8 +91,9 @@ public:
     /// `initReactor` and one `startExtraReactorThread`. @return 0.
     int startReactor();
 
-    /// Adds one thread that runs the event loop of the process-wide reactor. @return 0, also when
-    /// the thread could not be made.
+    /// Adds one thread that runs the event loop of the process-wide reactor. More threads pay where
+    /// callbacks compute or wait; short ones are served fastest by one. @return 0, also when the
+    /// thread could not be made.
     int startExtraReactorThread();
 
     /// Ends every running and future event loop of the process-wide reactor. Threads of this
