@@ -35,6 +35,16 @@ inline char* allocateBytes(std::size_t aSize) noexcept {
     return lBytes;
 }
 
+/// @return memory for an object and what stands behind it, in one piece, to be given back
+///         to the global operator delete; null with `errno` ENOMEM.
+inline void* allocateMemory(std::size_t aSize) noexcept {
+    void* const lMemory = ::operator new(aSize, std::nothrow);
+    if (lMemory == nullptr) {
+        errno = ENOMEM;
+    }
+    return lMemory;
+}
+
 }  // namespace osx
 
 #endif

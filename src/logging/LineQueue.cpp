@@ -1,10 +1,11 @@
 #include "logging/LineQueue.h"
 
-#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <new>
 #include <utility>
+
+#include "base/allocate.h"
 
 namespace osx {
 
@@ -17,9 +18,8 @@ constexpr std::chrono::milliseconds kPause{1};
 }  // namespace
 
 LineQueue::Line* LineQueue::Line::create(const char* aText, std::size_t aLength) noexcept {
-    void* const lMemory = ::operator new(sizeof(Line) + aLength, std::nothrow);
+    void* const lMemory = allocateMemory(sizeof(Line) + aLength);
     if (lMemory == nullptr) {
-        errno = ENOMEM;
         return nullptr;
     }
     auto* const lLine = new (lMemory) Line{aLength, nullptr};

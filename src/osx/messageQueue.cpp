@@ -8,6 +8,7 @@
 #include "ace/Guard_T.h"
 #include "ace/Malloc_Base.h"
 #include "ace/Truncate.h"
+#include "base/allocate.h"
 #include "base/milliseconds.h"
 
 namespace osx {
@@ -49,11 +50,7 @@ Message::Message(const void* aData, std::size_t aSize)
 }
 
 Message* Message::create(const void* aData, std::size_t aSize) noexcept {
-    auto* const lMessage = new (Payload{aSize}) Message(aData, aSize);
-    if (lMessage == nullptr) {
-        errno = ENOMEM;
-    }
-    return lMessage;
+    return new (Payload{aSize}) Message(aData, aSize);
 }
 
 ACE_Message_Block* Message::release() {
@@ -63,9 +60,10 @@ ACE_Message_Block* Message::release() {
 
 void* Message::operator new(std::size_t aSize, Payload aPayload) noexcept {
     if (aPayload.size > PTRDIFF_MAX - aSize) {
+        errno = ENOMEM;
         return nullptr;
     }
-    return ::operator new(aSize + aPayload.size, std::nothrow);
+    return allocateMemory(aSize + aPayload.size);
 }
 
 void Message::operator delete(void* aMemory) noexcept {

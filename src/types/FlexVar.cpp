@@ -66,9 +66,8 @@ template <class Character>
 ACE_String_Base<Character>* copyOf(const ACE_String_Base<Character>& aSource) noexcept {
     using String = ACE_String_Base<Character>;
     const std::size_t lRoom = aSource.length() + 1;
-    void* const lPlace = ::operator new(sizeof(String) + lRoom * sizeof(Character), std::nothrow);
+    void* const lPlace = osx::allocateMemory(sizeof(String) + lRoom * sizeof(Character));
     if (lPlace == nullptr) {
-        errno = ENOMEM;
         return nullptr;
     }
     auto* const lCharacters = reinterpret_cast<Character*>(static_cast<String*>(lPlace) + 1);

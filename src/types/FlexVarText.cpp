@@ -177,8 +177,7 @@ std::int32_t saturated(long aNumber) noexcept {
 }
 
 /// @return whether the text is a number of a few decimal digits, as most are, of which every base
-/// and
-///         language makes the same; if so, the number.
+///         and language makes the same; if so, the number.
 template <class Character>
 bool parsePlain(const ACE_String_Base<Character>& aText, std::int32_t& aNumber) noexcept {
     const Character* const lText = aText.fast_rep();

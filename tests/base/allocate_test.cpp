@@ -33,3 +33,10 @@ TEST(Allocate, BytesYieldNullAndEnomem) {
     EXPECT_EQ(nullptr, osx::allocateBytes(10));
     EXPECT_EQ(ENOMEM, errno);
 }
+
+TEST(Allocate, MemoryYieldsNullAndEnomem) {
+    errno = 0;
+    const test::FailingAllocator lFailing;
+    EXPECT_EQ(nullptr, osx::allocateMemory(10));
+    EXPECT_EQ(ENOMEM, errno);
+}
