@@ -183,8 +183,7 @@ public:
     Timer create(long aMs) {
         auto* lTimer = new uv_timer_t;
         uv_timer_init(&mLoop, lTimer);
-        uv_timer_start(
-            lTimer, [](uv_timer_t*) {}, static_cast<std::uint64_t>(aMs), 0);
+        uv_timer_start(lTimer, [](uv_timer_t*) {}, static_cast<std::uint64_t>(aMs), 0);
         return lTimer;
     }
     void destroy(Timer aTimer) {

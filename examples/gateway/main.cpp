@@ -19,7 +19,7 @@ void askToStop(int) {
 }
 
 void catchSignals() {
-    struct sigaction lAction {};
+    struct sigaction lAction{};
     lAction.sa_handler = askToStop;
     sigaction(SIGINT, &lAction, nullptr);
     sigaction(SIGTERM, &lAction, nullptr);

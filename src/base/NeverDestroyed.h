@@ -11,7 +11,7 @@ namespace osx {
 template <class T>
 class NeverDestroyed {
 public:
-    NeverDestroyed() : mObject(new (mStorage) T) {}
+    NeverDestroyed() : mObject(new(mStorage) T) {}
     NeverDestroyed(const NeverDestroyed&) = delete;
     NeverDestroyed& operator=(const NeverDestroyed&) = delete;
     T* get() const { return mObject; }

@@ -121,7 +121,7 @@ void setKind(int aDesc, FileKind aKind) {
 }
 
 FileKind findKind(const ACE_FILE_IO& aFile) {
-    struct stat lStatus {};
+    struct stat lStatus{};
     return ::fstat(aFile.get_handle(), &lStatus) == 0 && S_ISREG(lStatus.st_mode)
                ? FileKind::kRegular
                : FileKind::kOther;

@@ -118,7 +118,7 @@ public:
     template <class Pointee>
     FlexVar(Pointee* aPointer) = delete;
     template <class Pointee, class Owner>
-    FlexVar(Pointee Owner::*aPointer) = delete;
+    FlexVar(Pointee Owner::* aPointer) = delete;
     FlexVar(std::nullptr_t) = delete;
 
     /// A copy of the same kind, with an object of its own.
@@ -555,7 +555,7 @@ private:
         return *this;
     }
     template <class Member, class Result>
-    int copyOut(Type aType, Member Slot::*aMember, Result& aResult) const noexcept {
+    int copyOut(Type aType, Member Slot::* aMember, Result& aResult) const noexcept {
         if (mType != aType) {
             return -1;
         }

@@ -109,9 +109,9 @@ extern "C" __attribute__((visibility("default"))) int sigpending(sigset_t* aSet)
     return gNext(aSet);
 }
 
-extern "C" __attribute__((visibility("default"))) ssize_t copy_file_range(
-    int aFrom, off64_t* aFromOffset, int aTo, off64_t* aToOffset, std::size_t aLength,
-    unsigned int aFlags) {
+extern "C" __attribute__((visibility("default"))) ssize_t
+copy_file_range(int aFrom, off64_t* aFromOffset, int aTo, off64_t* aToOffset, std::size_t aLength,
+                unsigned int aFlags) {
     if (gForced != nullptr && gForced->kernelCopies) {
         return forcedKernelCopy(aFrom, aTo, aLength);
     }

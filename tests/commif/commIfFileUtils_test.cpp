@@ -203,7 +203,7 @@ TEST(FileCopy, CreatesWithMode0644) {
     const mode_t lFormer = ::umask(0);
     EXPECT_EQ(0, copy(lDir.file("source", "x"), lDir.path("copy")));
     ::umask(lFormer);
-    struct stat lStatus {};
+    struct stat lStatus{};
     ASSERT_EQ(0, ::stat(lDir.path("copy").c_str(), &lStatus));
     EXPECT_EQ(0644U, lStatus.st_mode & 07777);
 }

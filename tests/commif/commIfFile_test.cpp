@@ -72,7 +72,7 @@ int descriptorOf(const Channel& aChannel) {
 }
 
 mode_t modeOf(const std::string& aPath) {
-    struct stat lStatus {};
+    struct stat lStatus{};
     ::stat(aPath.c_str(), &lStatus);
     return lStatus.st_mode & 07777;
 }
@@ -137,9 +137,13 @@ TEST(FileOpen, HandsEachModeBitToTheSystem) {
 TEST(FileOpen, TruncatesOnlyWhenAsked) {
     const test::TempDir lDir;
     const std::string lPath = lDir.file("f", "content");
-    { const Channel lChannel(fileParams(lPath, kWrite | kCreate)); }
+    {
+        const Channel lChannel(fileParams(lPath, kWrite | kCreate));
+    }
     EXPECT_EQ("content", test::contentOf(lPath));
-    { const Channel lChannel(fileParams(lPath, kWrite | kTruncate)); }
+    {
+        const Channel lChannel(fileParams(lPath, kWrite | kTruncate));
+    }
     EXPECT_EQ("", test::contentOf(lPath));
 }
 

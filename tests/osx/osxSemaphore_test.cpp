@@ -61,7 +61,7 @@ void expectWaitsForRelease(osxWaitFlag_t aFlag, unsigned long aTimeOutMs) {
 class InterruptingSignal {
 public:
     InterruptingSignal() {
-        struct sigaction lAction {};
+        struct sigaction lAction{};
         lAction.sa_handler = [](int) {};
         sigaction(SIGUSR1, &lAction, &mFormer);
     }
@@ -70,7 +70,7 @@ public:
     InterruptingSignal& operator=(const InterruptingSignal&) = delete;
 
 private:
-    struct sigaction mFormer {};
+    struct sigaction mFormer{};
 };
 
 }  // namespace

@@ -313,7 +313,7 @@ TEST(Socket, SendGoesOnAfterSignals) {
 }
 
 TEST(Socket, SendToAPeerThatIsGoneFailsWithALineAndNoSignal) {
-    struct sigaction lBefore {};
+    struct sigaction lBefore{};
     ::sigaction(SIGPIPE, nullptr, &lBefore);
     ASSERT_EQ(SIG_DFL, lBefore.sa_handler);
     Connection lConnection;
@@ -321,7 +321,7 @@ TEST(Socket, SendToAPeerThatIsGoneFailsWithALineAndNoSignal) {
     const test::LogCapture lLog;
     EXPECT_EQ(kFailed, osxSocketSend(lConnection.socket(), "hello", 5UL));
     expectOneLine(lLog, "%t osxSocketSend: lNrOfBytesSend[-1] != aLen[5] \n", LM_DEBUG);
-    struct sigaction lAfter {};
+    struct sigaction lAfter{};
     ::sigaction(SIGPIPE, nullptr, &lAfter);
     EXPECT_EQ(SIG_DFL, lAfter.sa_handler);
 }

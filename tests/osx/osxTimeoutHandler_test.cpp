@@ -242,7 +242,9 @@ struct SelfDestroying {
 
     static void fire(const void* aSelf) {
         auto* const lSelf = const_cast<SelfDestroying*>(static_cast<const SelfDestroying*>(aSelf));
-        { const std::lock_guard<std::mutex> lGuard(lSelf->created); }
+        {
+            const std::lock_guard<std::mutex> lGuard(lSelf->created);
+        }
         osxDestroyTimer(lSelf->timer);
         lSelf->destroyed.add();
     }

@@ -17,7 +17,7 @@ namespace test {
 class Interrupter {
 public:
     explicit Interrupter(pthread_t aVictim = ::pthread_self()) {
-        struct sigaction lAction {};
+        struct sigaction lAction{};
         lAction.sa_handler = [](int) {};
         ::sigaction(SIGUSR1, &lAction, &mFormer);
         mThread = std::thread([this, aVictim] {
@@ -44,7 +44,7 @@ public:
     }
 
 private:
-    struct sigaction mFormer {};
+    struct sigaction mFormer{};
     std::atomic<bool> mDone{false};
     std::atomic<int> mSignals{0};
     std::thread mThread;
