@@ -28,7 +28,8 @@ make_image() {
     local target=$1 tree=$1/tree
     say "making the board's disc (once; two minutes or so)"
     mkdir -p "$target"
-    retry make_tree "$(packages_of "$device_dir/packages/board")" true "$tree"
+    retry make_tree i386 bookworm "$(packages_of "$device_dir/packages/board")" true \
+        "$tree"
     finish_tree "$tree"
     cp "$tree"/boot/vmlinuz-* "$target/kernel"
     cp "$tree"/boot/initrd.img-* "$target/initrd"

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Runs as the first process of a container: puts the source and build trees into a 32-bit root and
-# runs a command there. Mounts and processes go with the container.
+# Runs as the first process of a container: puts the source and build trees into a build root, as
+# /src and as BUILD_INSIDE, and runs a command in the build tree. Mounts and processes go with the
+# container.
 #
-#   inside.sh ROOT SOURCE BUILD COMMAND...
+#   inside.sh ROOT SOURCE BUILD BUILD_INSIDE COMMAND...
 set -euo pipefail
 
-root=$1 source=$2 build=$3
-shift 3
+root=$1 source=$2 build=$3 build_inside=$4
+shift 4
 ccache_dir=${CCACHE_DIR:-$HOME/.cache/ccache}
 mkdir -p "$root"/{src,build,ccache} "$build" "$ccache_dir"
 
@@ -14,7 +15,7 @@ mkdir -p "$root"/{src,build,ccache} "$build" "$ccache_dir"
 mount --bind "$root" "$root"
 mount --bind "$source" "$root/src"
 mount -o remount,bind,ro "$root/src"
-mount --bind "$build" "$root/build"
+mount --bind "$build" "$root$build_inside"
 mount --bind "$ccache_dir" "$root/ccache"
 mount -t proc proc "$root/proc"
 mount -t sysfs -o ro sysfs "$root/sys"
@@ -29,4 +30,4 @@ cd /
 umount -l mnt
 /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
     TERM="${TERM:-dumb}" CCACHE_DIR=/ccache CCACHE_BASEDIR=/src \
-    /bin/bash -c 'cd /build && exec "$@"' inside "$@"
+    /bin/bash -c 'cd "$0" && exec "$@"' "$build_inside" "$@"
