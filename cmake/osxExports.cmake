@@ -11,10 +11,12 @@ string(REPLACE "\n" "\";\n    \"" lPatterns "${lList}")
 file(CONFIGURE OUTPUT ${OSX_VERSION_SCRIPT} CONTENT
   "{\n  global:\n  extern \"C++\" {\n    \"${lPatterns}\";\n  };\n  local: *;\n};\n")
 
-target_link_options(osx PRIVATE -Wl,--version-script=${OSX_VERSION_SCRIPT})
-set_target_properties(osx PROPERTIES LINK_DEPENDS ${OSX_VERSION_SCRIPT})
-if(NOT OSX_SANITIZE AND NOT OSX_COVERAGE)
-  add_custom_command(TARGET osx POST_BUILD VERBATIM
-    COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM} -DLIBRARY=$<TARGET_FILE:osx> -DLIST=${OSX_EXPORTS}
-      -P ${PROJECT_SOURCE_DIR}/cmake/compareExports.cmake)
-endif()
+function(osx_exports aTarget)
+  target_link_options(${aTarget} PRIVATE -Wl,--version-script=${OSX_VERSION_SCRIPT})
+  set_target_properties(${aTarget} PROPERTIES LINK_DEPENDS ${OSX_VERSION_SCRIPT})
+  if(NOT OSX_SANITIZE AND NOT OSX_COVERAGE)
+    add_custom_command(TARGET ${aTarget} POST_BUILD VERBATIM
+      COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM} -DLIBRARY=$<TARGET_FILE:${aTarget}>
+        -DLIST=${OSX_EXPORTS} -P ${PROJECT_SOURCE_DIR}/cmake/compareExports.cmake)
+  endif()
+endfunction()

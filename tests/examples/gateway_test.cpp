@@ -92,6 +92,16 @@ std::string contents(const std::string& aFile) {
     return lText.str();
 }
 
+/// Looks at a sentence about the system.
+testing::AssertionResult tellsOfRealMemory(const std::string& aSentence) {
+    double lLoad = -1;
+    long lTotal = -1;
+    long lFree = -1;
+    const int lRead = std::sscanf(aSentence.c_str(), "$PGWS,%lf,%ld,%ld*", &lLoad, &lTotal, &lFree);
+    const bool lReal = lRead == 3 && lLoad >= 0 && lFree > 0 && lTotal > lFree;
+    return (lReal ? testing::AssertionSuccess() : testing::AssertionFailure()) << aSentence;
+}
+
 }  // namespace
 
 TEST_F(Gateway, HandsOnOnlyValidSentencesThoughTheInstrumentSendsCorruptOnes) {
@@ -163,12 +173,14 @@ TEST_F(Gateway, TracesEachSentenceAtLevel3SetFromOutside) {
     expectCleanStop();
 }
 
-TEST_F(Gateway, RecordsSentencesAndReportsTheSystem) {
+TEST_F(Gateway, RecordsSentencesAndReportsTheSystemAsItIs) {
     const std::string lRecord = testing::TempDir() + "record" + std::to_string(mPort);
     startInstrument();
     startGateway({"--record", lRecord, "--system-interval", "100"});
     TcpPeer lClient = client();
-    EXPECT_NE(std::string::npos, lClient.receiveUntil("$PGWS,").find("$PGWS,"));
+    std::string lRead = lClient.receiveUntil("$PGWS,");
+    lRead += lClient.receiveUntil("\n");
+    EXPECT_TRUE(tellsOfRealMemory(lRead.substr(lRead.find("$PGWS"))));
     expectCleanStop(SIGINT);
     std::istringstream lLines(contents(lRecord));
     int lCount = 0;
