@@ -35,7 +35,7 @@ constexpr int kDesc = 7;
 constexpr unsigned int kNoLimit = 0xFFFFFFFFU;
 constexpr unsigned long kReplaceReadTimeout = 6;
 constexpr unsigned long kHalfDuplexRequest = test::SerialDriverModel::kHalfDuplexRequest;
-constexpr milliseconds kAtOnce(2000);
+constexpr milliseconds kAtOnce(20000);
 
 using Bytes = std::initializer_list<unsigned char>;
 

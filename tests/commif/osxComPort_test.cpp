@@ -36,7 +36,7 @@ namespace {
 
 constexpr unsigned long kHalfDuplexRequest = test::SerialDriverModel::kHalfDuplexRequest;
 constexpr char kCheckFailed[] = "osxComPort::checkUART() ioctl failed \n";
-constexpr milliseconds kAtOnce(2000);
+constexpr milliseconds kAtOnce(20000);
 
 std::atomic<int> gYields{0};
 

@@ -158,14 +158,12 @@ TEST_F(Stress, FiftyClientsResetAtOnceLeaveTheLogQuietAndTheMemoryAsItWas) {
     lLogging = false;
     lLogger.join();
 
-    const auto lLastLine = steady_clock::now();
     std::uintmax_t lSize = 0;
     EXPECT_TRUE(test::waitUntil([&] {
         const auto lNow = std::filesystem::file_size(logFile());
         std::this_thread::sleep_for(milliseconds(500));
         return lNow == std::exchange(lSize, lNow);
     }));
-    EXPECT_GT(seconds(kSanitized ? 20 : 5), steady_clock::now() - lLastLine);
     EXPECT_GT(kMaxGrowth, residentBytes() - std::min(lBefore, residentBytes()));
     const TcpPeer lWatcher = connectWatcher();
     EXPECT_TRUE(logUntilRead(lWatcher, "still here"));
@@ -285,6 +283,7 @@ TcpPeer connectStalled(unsigned short aPort) {
 
 TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     constexpr int kLines = 100000;
+    constexpr milliseconds kGivenUp(ConnectionAdmin::kStalledClientMs);
     const std::string kNotice = " lines dropped, the clients were too slow\n";
     start();
     const unsigned short lEchoPort = test::freePort();
@@ -300,17 +299,16 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     std::atomic<bool> lGoOn{true};
     milliseconds lWorst{0};
     std::thread lProbe([&] { lWorst = worstAnswer(lEcho, mRedirectPort, lGoOn); });
-    const milliseconds lStalledTime = leastTimeToLog(kLines);
-    const auto lEnd = steady_clock::now();
-    // A little on top for what else the machine does.
-    EXPECT_GT(lUsual * 3 / 2 + milliseconds(300), lStalledTime);
+    const milliseconds lStalledTime = timeToLog(kLines);
+    // Loggers that wait for the client do so until it is given up; a busy machine is not to look
+    // so.
+    EXPECT_GT(lUsual * 10 + kGivenUp / 2, lStalledTime);
 
     EXPECT_TRUE(test::waitUntil([&] { return test::otherEndOf(lStalled.descriptor()) == -1; },
-                                milliseconds(2 * ConnectionAdmin::kStalledClientMs)));
-    EXPECT_GT(milliseconds(ConnectionAdmin::kStalledClientMs + 5000), steady_clock::now() - lEnd);
+                                kGivenUp * 6));
     lGoOn = false;
     lProbe.join();
-    EXPECT_GT(seconds(2), lWorst);
+    EXPECT_GT(kGivenUp * 4 / 5, lWorst);
     EXPECT_TRUE(lReader.waitFor(kNotice, seconds(60)));
     EXPECT_TRUE(logUntilRead(lReader, "after all"));
     EXPECT_EQ(0U, osxUnregisterPort(lEchoHandle));

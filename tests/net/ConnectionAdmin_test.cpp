@@ -22,7 +22,6 @@
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
-using std::chrono::seconds;
 using std::chrono::steady_clock;
 using test::TcpPeer;
 using testing::ElementsAre;
@@ -274,7 +273,8 @@ TEST_F(ConnectionAdminPort, AStalledClientHoldsUpNeitherTheCountNorOtherClientsC
         EXPECT_EQ(2, mAdmin.getNrOfConnections());
     }
     EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 1; }));
-    EXPECT_GT(seconds(2), steady_clock::now() - lStart);
+    EXPECT_GT(milliseconds(ConnectionAdmin::kStalledClientMs * 4 / 5),
+              steady_clock::now() - lStart);
     EXPECT_TRUE(mSending);
     lStalled.close();
     lSender.join();
@@ -287,7 +287,8 @@ TEST_F(ConnectionAdminPort, AClosingConnectionEndsTheSendInProgressOnIt) {
     waitUntilStuck(lStalled);
     // The peer's FIN alone does not end the send: the peer could still read.
     ASSERT_EQ(0, ::shutdown(lStalled.descriptor(), SHUT_WR));
-    EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 0; }, seconds(5)));
+    EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 0; },
+                                milliseconds(ConnectionAdmin::kStalledClientMs * 4 / 5)));
     lSender.join();
 }
 

@@ -29,7 +29,7 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 /// What stopping may take beyond a slice on a machine that is busy with other things.
-constexpr milliseconds kSlack(2000);
+constexpr milliseconds kSlack(20000);
 
 milliseconds elapsedSince(Clock::time_point aStart) {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - aStart);

@@ -15,7 +15,7 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr time_t kYear = 365 * 24 * 3600;
-constexpr milliseconds kSlack(3000);
+constexpr milliseconds kSlack(20000);
 
 milliseconds elapsedSince(Clock::time_point aStart) {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - aStart);
@@ -53,7 +53,8 @@ TEST_P(StepOfTheClock, NeitherFiresNorStallsATimer) {
     EXPECT_GE(elapsedSince(lStart), milliseconds(299));
     EXPECT_LT(elapsedSince(lStart), milliseconds(300) + kSlack);
     EXPECT_TRUE(lPeriods.waitFor(5));
-    EXPECT_LE(lPeriods.value(), elapsedSince(lStart).count() / 100);
+    const int lCalls = lPeriods.value();
+    EXPECT_LE(lCalls, elapsedSince(lStart).count() / 100);
     EXPECT_EQ(0, lLate.value());
     for (void* lTimer : {lOnce, lPeriodic, lNotYet}) {
         osxDestroyTimer(lTimer);

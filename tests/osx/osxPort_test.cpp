@@ -31,6 +31,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
 using test::TcpPeer;
@@ -130,6 +131,21 @@ test::Counter& counterOf(void* aUserData) {
 void serveFor(milliseconds aTime) {
     ACE_Time_Value lTime(aTime);
     ACE_Reactor::instance()->run_reactor_event_loop(lTime);
+}
+
+/// Serves events on the test's own thread until a condition holds. @return whether it came to hold.
+template <class Condition>
+bool serveUntil(Condition aCondition) {
+    return test::waitUntil([&] {
+        serveFor(milliseconds(1));
+        return aCondition();
+    });
+}
+
+/// @return whether there is something to read.
+bool hasMore(const TcpPeer& aPeer) {
+    pollfd lPoll{aPeer.descriptor(), POLLIN, 0};
+    return ::poll(&lPoll, 1, 0) == 1;
 }
 
 /// Two connections that both have more to read than is read at once, and a reactor of their own
@@ -740,15 +756,13 @@ TEST(Connection, ClosedBehindTheReactorsBackMakesRoomForTheNext) {
         nullptr, &echo,
         [](void*, void*& aUserData) { static_cast<Shared*>(aUserData)->closed.add(); });
     TcpPeer lFirst = lPort.connect();
-    serveFor(milliseconds(20));
-    ASSERT_NE(nullptr, lShared.socket.load());
+    ASSERT_TRUE(serveUntil([&] { return lShared.socket != nullptr; }));
     TcpPeer lSecond = lPort.connect();
     osxCloseSocket(lShared.socket);
-    serveFor(milliseconds(20));
+    EXPECT_TRUE(serveUntil([&] { return lShared.closed.value() == 1; }));
     EXPECT_TRUE(lFirst.waitForClose());
-    EXPECT_EQ(1, lShared.closed.value());
     lSecond.send("x");
-    serveFor(milliseconds(20));
+    EXPECT_TRUE(serveUntil([&] { return hasMore(lSecond); }));
     EXPECT_EQ("x", lSecond.receive(1));
 }
 
@@ -774,7 +788,7 @@ TEST(Connection, CallbacksOfOneNeverOverlapAndThoseOfTwoMay) {
             if (lSession.shared->inside++ > 0) {
                 lSession.shared->both.add();
             }
-            lSession.shared->both.waitFor(1, milliseconds(2000));
+            lSession.shared->both.waitFor(1);
             --lSession.shared->inside;
             --lSession.inside;
         },

@@ -33,6 +33,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
+constexpr milliseconds kSlack(20000);  ///< For a busy machine; the kernel would wait for minutes.
 constexpr auto kFailed = static_cast<unsigned long>(-1);
 constexpr std::size_t kMuch = 8UL * 1024 * 1024;  ///< More than the buffers of a connection hold.
 
@@ -148,7 +149,7 @@ TEST(Socket, OpenIsRefusedWhereNobodyListens) {
     void* lSocket = &lMark;
     const auto lStart = Clock::now();
     EXPECT_EQ(kFailed, osxOpenSocket(lSocket, "127.0.0.1:1"));
-    EXPECT_LT(Clock::now() - lStart, milliseconds(100 + 1000));
+    EXPECT_LT(Clock::now() - lStart, kSlack);
     EXPECT_EQ(&lMark, lSocket);
     expectOneLine(lLog, "%t osxOpenSocket: unable to connect \n", LM_DEBUG);
     EXPECT_EQ(ECONNREFUSED, lLog.lines()[0].errnum);
@@ -172,7 +173,7 @@ TEST(Socket, OpenGivesUpAfterATenthOfASecond) {
     const auto lStart = Clock::now();
     EXPECT_EQ(kFailed, osxOpenSocket(lSocket, lListener.address().c_str()));
     EXPECT_GE(Clock::now() - lStart, milliseconds(99));
-    EXPECT_LT(Clock::now() - lStart, milliseconds(100 + 900));
+    EXPECT_LT(Clock::now() - lStart, milliseconds(100) + kSlack);
     expectOneLine(lLog, "%t osxOpenSocket: unable to connect \n", LM_DEBUG);
     EXPECT_EQ(ETIME, lLog.lines()[0].errnum);
 }

@@ -60,13 +60,12 @@ TEST(Timer, FiresOnceAfterItsDelayWithItsArgument) {
 
 TEST(Timer, AnyIntervalRepeatsTheDelay) {
     const test::RunningReactor lLoop;
-    for (const long lInterval : {1L, 5000L, -1L}) {
+    for (const long lInterval : {1L, 3600000L, -1L}) {
         test::Counter lCounter;
         const auto lStart = Clock::now();
         void* lTimer = osxCreateTimer(&test::count, &lCounter, 50, lInterval);
         EXPECT_TRUE(lCounter.waitFor(3)) << lInterval;
         EXPECT_GE(elapsedSince(lStart), milliseconds(149)) << lInterval;
-        EXPECT_LT(elapsedSince(lStart), milliseconds(5000)) << lInterval;
         osxDestroyTimer(lTimer);
     }
 }
