@@ -10,6 +10,7 @@
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "types/FlexVarKinds.h"
+#include "types/heldString.h"
 
 using osx::DiagnosticLine;
 using osx::kFlexVarModule;
@@ -51,6 +52,11 @@ OSX_HIDDEN const Blob& emptyValue() noexcept {
 
 namespace {
 
+using osx::assign;
+using osx::copyOf;
+using osx::destroy;
+using osx::take;
+
 constexpr char kNoTypeName[] = "No FlexVar type";
 constexpr std::size_t kPrefixLength = sizeof "FlexVar_" - 1;  // what the lines leave out
 
@@ -60,27 +66,14 @@ Value* copyOf(const Value& aSource) noexcept {
     return osx::allocate<Value>(aSource);
 }
 
-/// A string and its characters, in one piece of memory. To ACE the characters are lent ones with
-/// room for this length: who copies the string copies them, and when it outgrows them they stay.
-template <class Character>
-ACE_String_Base<Character>* copyOf(const ACE_String_Base<Character>& aSource) noexcept {
-    using String = ACE_String_Base<Character>;
-    const std::size_t lRoom = aSource.length() + 1;
-    void* const lPlace = osx::allocateMemory(sizeof(String) + lRoom * sizeof(Character));
-    if (lPlace == nullptr) {
-        return nullptr;
-    }
-    auto* const lCharacters = reinterpret_cast<Character*>(static_cast<String*>(lPlace) + 1);
-    auto* const lCopy = new (lPlace) String(lCharacters, lRoom, nullptr, false);
-    *lCopy = aSource;
-    return lCopy;
+/// @return whether bytes are missing: a `Blob` says nothing when memory is short.
+bool lacksBytesOf(const Blob& aCopy, const Blob& aSource) noexcept {
+    return aSource.getData() != nullptr && aSource.getSize() > 0 && aCopy.getData() == nullptr;
 }
 
-/// A `Blob` says nothing when memory is short.
 Blob* copyOf(const Blob& aSource) noexcept {
     Blob* lCopy = osx::allocate<Blob>(aSource);
-    const bool lHasBytes = aSource.getData() != nullptr && aSource.getSize() > 0;
-    if (lCopy != nullptr && lHasBytes && lCopy->getData() == nullptr) {
+    if (lCopy != nullptr && lacksBytesOf(*lCopy, aSource)) {
         delete lCopy;
         lCopy = nullptr;
         errno = ENOMEM;
@@ -93,13 +86,31 @@ void destroy(Value* aValue) noexcept {
     delete aValue;
 }
 
-/// A string may have its characters behind it, so that its size is not that of its type.
-template <class Character>
-void destroy(ACE_String_Base<Character>* aString) noexcept {
-    if (aString != nullptr) {
-        aString->~ACE_String_Base();
-        ::operator delete(aString);
+/// Gives a held object another value.
+/// @return whether memory sufficed.
+template <class Value>
+bool assign(Value& aHeld, const Value& aValue) noexcept {
+    aHeld = aValue;
+    return true;
+}
+
+bool assign(Blob& aHeld, const Blob& aValue) noexcept {
+    aHeld = aValue;
+    return !lacksBytesOf(aHeld, aValue);
+}
+
+/// The same from an object that is given up.
+template <class Value>
+bool take(Value& aHeld, Value& aSource) noexcept {
+    return assign(aHeld, aSource);
+}
+bool take(Blob& aHeld, Blob& aSource) noexcept {
+    if (!aSource.isOwner()) {
+        return assign(aHeld, aSource);
     }
+    aHeld.setData(aSource.getData(), aSource.getSize(), true);
+    new (&aSource) Blob;  // The bytes are the other's now.
+    return true;
 }
 
 template <class Value>
@@ -173,30 +184,42 @@ void FlexVar::copyObjectOf(const FlexVar& aOther) noexcept {
     });
 }
 
+bool FlexVar::keepsObjectFor(const FlexVar& aOther) const noexcept {
+    return holdsObject() && mType == aOther.mType && mValue.mBits != 0 && aOther.mValue.mBits != 0;
+}
+
 FlexVar& FlexVar::assignObjectOf(const FlexVar& aOther) noexcept {
-    const bool lReused = Kinds::visit(aOther.mType, false, [&](auto aKind) {
-        using Kind = decltype(aKind);
-        if constexpr (Kind::kIsObject) {
-            return assignToHeld<Kind>(Kind::member(aOther.mValue));
-        }
-        return false;
-    });
-    if (!lReused) {
-        FlexVar lCopy(aOther);
-        if (lCopy.mType == aOther.mType) {
-            *this = std::move(lCopy);
-        }
+    if (keepsObjectFor(aOther)) {
+        Kinds::visit(mType, [&](auto aKind) {
+            if constexpr (decltype(aKind)::kIsObject) {
+                assign(*aKind.member(mValue), *aKind.member(aOther.mValue));
+            }
+        });
+        return *this;
+    }
+    FlexVar lCopy(aOther);
+    if (lCopy.mType == aOther.mType) {
+        replaceBy(lCopy);
     }
     return *this;
 }
 
-template <class Kind>
-bool FlexVar::assignToHeld(const typename Kind::Value* aValue) noexcept {
-    if (mType != Kind::kType || Kind::member(mValue) == nullptr || aValue == nullptr) {
-        return false;
+FlexVar& FlexVar::moveObjectOf(FlexVar& aOther) noexcept {
+    if (!keepsObjectFor(aOther)) {
+        replaceBy(aOther);
+        return *this;
     }
-    *Kind::member(mValue) = *aValue;
-    return true;
+    const bool lTaken = Kinds::visit(mType, false, [&](auto aKind) {
+        if constexpr (decltype(aKind)::kIsObject) {
+            return take(*aKind.member(mValue), *aKind.member(aOther.mValue));
+        }
+        return false;
+    });
+    if (lTaken) {
+        aOther.destroyObject();
+        aOther.forget();
+    }
+    return *this;
 }
 
 void FlexVar::destroyObject() noexcept {
@@ -238,30 +261,45 @@ void FlexVar::changeType(Type aType) noexcept {
 
 /// The copy is made before the old value goes: the argument may lie in it, and memory may be short.
 template <class Kind>
-FlexVar& FlexVar::setCopy(const typename Kind::Value& aValue) noexcept {
-    if (!assignToHeld<Kind>(&aValue)) {
-        if (auto* const lCopy = copyOf(aValue)) {
-            changeType(Kind::kType);
-            Kind::member(mValue) = lCopy;
-        }
+bool FlexVar::setCopy(const typename Kind::Value& aValue) noexcept {
+    if (mType == Kind::kType && Kind::member(mValue) != nullptr) {
+        return assign(*Kind::member(mValue), aValue);
     }
-    return *this;
+    auto* const lCopy = copyOf(aValue);
+    if (lCopy == nullptr) {
+        return false;
+    }
+    changeType(Kind::kType);
+    Kind::member(mValue) = lCopy;
+    return true;
+}
+
+bool FlexVar::setText(const ACE_String_Base<char>& aText) noexcept {
+    return setCopy<Kinds::CString>(aText);
+}
+bool FlexVar::setText(const ACE_String_Base<wchar_t>& aText) noexcept {
+    return setCopy<Kinds::WString>(aText);
 }
 
 FlexVar& FlexVar::setCString(const ACE_String_Base<char>& aValue) noexcept {
-    return setCopy<Kinds::CString>(aValue);
+    setText(aValue);
+    return *this;
 }
 FlexVar& FlexVar::setWString(const ACE_String_Base<wchar_t>& aValue) noexcept {
-    return setCopy<Kinds::WString>(aValue);
+    setText(aValue);
+    return *this;
 }
 FlexVar& FlexVar::setDateTime(const ACE_Date_Time& aValue) noexcept {
-    return setCopy<Kinds::DateTime>(aValue);
+    setCopy<Kinds::DateTime>(aValue);
+    return *this;
 }
 FlexVar& FlexVar::setBlob(const Blob& aValue) noexcept {
-    return setCopy<Kinds::BlobKind>(aValue);
+    setCopy<Kinds::BlobKind>(aValue);
+    return *this;
 }
 FlexVar& FlexVar::setObjectID(const ObjectID& aValue) noexcept {
-    return setCopy<Kinds::ObjectIDKind>(aValue);
+    setCopy<Kinds::ObjectIDKind>(aValue);
+    return *this;
 }
 
 template <class Kind>

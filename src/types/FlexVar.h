@@ -132,8 +132,8 @@ public:
         aOther.forget();
     }
 
-    /// Takes the other's kind and a copy of its value; an object of the same kind is reused. Writes
-    /// no line.
+    /// Takes the other's kind and a copy of its value. A held object of the same kind stays where
+    /// it is and takes the value: references to it show the new one. Writes no line.
     FlexVar& operator=(const FlexVar& aOther) noexcept {
         if (holdsObject() || aOther.holdsObject()) {
             return assignObjectOf(aOther);
@@ -143,13 +143,14 @@ public:
         return *this;
     }
     /// Takes the value over and leaves `aOther` of type none; moving a `FlexVar` to itself changes
-    /// nothing. Writes no line.
+    /// nothing. A held object of the same kind stays here, too; when memory for its new value is
+    /// short both are as they were. Writes no line.
     FlexVar& operator=(FlexVar&& aOther) noexcept {
         if (this != &aOther) {
-            deleteAllPointersExcept(FlexVar_NoType);
-            mType = aOther.mType;
-            mValue = aOther.mValue;
-            aOther.forget();
+            if (holdsObject() && mType == aOther.mType) {
+                return moveObjectOf(aOther);
+            }
+            replaceBy(aOther);
         }
         return *this;
     }
@@ -199,7 +200,8 @@ public:
     /// @name Getters
     /// @return the value if the kind is that of the call's name. Otherwise a default (false, 0 or
     ///         the empty constant of the kind), after a line at debug level 4. A reference is to
-    ///         the held object: it is valid until this `FlexVar` is changed or dies.
+    ///         the held object: it is valid until this `FlexVar` takes another kind, is given an
+    ///         object by a pointer, or dies, and shows each new value.
     /// @{
     bool getBool() const noexcept { return holds(FlexVar_Bool) && mValue.mBool; }
     char getChar() const noexcept { return holds(FlexVar_Char) ? mValue.mChar : char(0); }
@@ -575,6 +577,13 @@ private:
         initializeValue();
     }
 
+    void replaceBy(FlexVar& aOther) noexcept {
+        deleteAllPointersExcept(FlexVar_NoType);
+        mType = aOther.mType;
+        mValue = aOther.mValue;
+        aOther.forget();
+    }
+
     FlexVar sumWith(const FlexVar& aOther) const noexcept;
     FlexVar differenceWith(const FlexVar& aOther) const noexcept;
     FlexVar productWith(const FlexVar& aOther) const noexcept;
@@ -585,14 +594,14 @@ private:
     void destroyObject() noexcept;
     void copyObjectOf(const FlexVar& aOther) noexcept;
     FlexVar& assignObjectOf(const FlexVar& aOther) noexcept;
+    FlexVar& moveObjectOf(FlexVar& aOther) noexcept;
+    OSX_HIDDEN bool keepsObjectFor(const FlexVar& aOther) const noexcept;
     OSX_HIDDEN static void traceChange(Type aFrom, Type aTo) noexcept;
 
     template <class Kind>
     OSX_HIDDEN void constructCopy(const typename Kind::Value& aValue) noexcept;
     template <class Kind>
-    OSX_HIDDEN bool assignToHeld(const typename Kind::Value* aValue) noexcept;
-    template <class Kind>
-    OSX_HIDDEN FlexVar& setCopy(const typename Kind::Value& aValue) noexcept;
+    OSX_HIDDEN bool setCopy(const typename Kind::Value& aValue) noexcept;
     template <class Kind>
     OSX_HIDDEN FlexVar& setOwned(typename Kind::Value* aValue) noexcept;
     template <class Kind>
@@ -603,8 +612,9 @@ private:
     OSX_HIDDEN FlexVar& changeBy(const FlexVar& aOther, Operation aOperation) noexcept;
     template <class Operation>
     OSX_HIDDEN FlexVar& step(Operation aOperation) noexcept;
-    FlexVar& setText(const ACE_String_Base<char>& aText) noexcept { return setCString(aText); }
-    FlexVar& setText(const ACE_String_Base<wchar_t>& aText) noexcept { return setWString(aText); }
+    /// @return whether memory sufficed.
+    OSX_HIDDEN bool setText(const ACE_String_Base<char>& aText) noexcept;
+    OSX_HIDDEN bool setText(const ACE_String_Base<wchar_t>& aText) noexcept;
     template <class Kind>
     OSX_HIDDEN FlexVar& append(const typename Kind::Value& aText) noexcept;
 

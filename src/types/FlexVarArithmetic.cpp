@@ -116,9 +116,10 @@ FlexVar& FlexVar::changeBy(const FlexVar& aOther, Operation aOperation) noexcept
 template <class Kind>
 FlexVar& FlexVar::append(const typename Kind::Value& aText) noexcept {
     if (Kind::member(mValue) == nullptr) {
-        return setText(aText);
+        setText(aText);
+    } else {
+        Kind::member(mValue)->append(aText.fast_rep(), aText.length());
     }
-    Kind::member(mValue)->append(aText.fast_rep(), aText.length());
     return *this;
 }
 

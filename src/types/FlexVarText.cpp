@@ -261,10 +261,13 @@ std::string_view upToQuote(std::string_view aText, std::size_t aStart) noexcept 
 }  // namespace
 
 void FlexVar::getValueAsString(ACE_String_Base<char>& aOut) const noexcept {
-    if (mType == FlexVar_NoType) {
+    const bool lIsOfAKind = Kinds::visit(mType, false, [&](auto aKind) {
+        render(aKind.value(mValue), aOut);
+        return true;
+    });
+    if (!lIsOfAKind) {
         aOut = mEmptyCString;
     }
-    Kinds::visit(mType, [&](auto aKind) { render(aKind.value(mValue), aOut); });
 }
 
 ACE_String_Base<char> FlexVar::getValueAsString() const noexcept {
@@ -339,11 +342,7 @@ template <class Kind, class Character>
 long FlexVar::setTextFromString(const ACE_String_Base<Character>& aText) noexcept {
     typename Kind::Value lRoom;
     const typename Kind::Value* const lText = asText(aText, lRoom);
-    if (lText == nullptr) {
-        return -1;
-    }
-    setText(*lText);
-    return Kind::value(mValue).length() == lText->length() ? 0 : -1;
+    return lText != nullptr && setText(*lText) ? 0 : -1;
 }
 
 template <class Character>

@@ -148,6 +148,29 @@ TEST(FlexVarMemory, KeepsAHeldStringThatCannotGrow) {
     EXPECT_EQ("old", test::text(lVar));
 }
 
+TEST(FlexVarMemory, AMoveThatFindsNoMemoryChangesNothing) {
+    FlexVar lVar(narrow("old"));
+    FlexVar lSource(narrow(kLong));
+    const ACE_String_Base<char>* const lHeld = &lVar.getCString();
+    {
+        const test::FailingAllocator lFailing;
+        errno = 0;
+        lVar = std::move(lSource);
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    EXPECT_EQ("old", test::text(lVar));
+    EXPECT_EQ(kLong, test::text(lSource));
+    EXPECT_EQ(lHeld, &lVar.getCString());
+}
+
+TEST(FlexVarMemory, SaysThatATextOfTheHeldOnesLengthFoundNoMemory) {
+    FlexVar lVar;
+    lVar.setCString(new ACE_String_Base<char>("lent", 4, nullptr, false));
+    const ACE_String_Base<char> lText = narrow("text");
+    const test::FailingAllocator lFailing;
+    EXPECT_EQ(-1, lVar.setValueFromString(lText));
+}
+
 TEST(FlexVarMemory, KeepsItsValueWhenATextCannotBeConverted) {
     const ACE_String_Base<wchar_t> lWide = wide(std::wstring(300, L'x'));
     const ACE_String_Base<char> lQuoted = narrow("\"" + kLong + "\"");

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <random>
 
@@ -148,6 +149,16 @@ TEST(FlexVarText, RendersEveryKind) {
         EXPECT_EQ(widened(lExpected), wideText(lSample.value)) << lSample.name;
     }
     EXPECT_EQ("false", text(FlexVar(false)));
+}
+
+TEST(FlexVarText, RendersANumberOfNoKindAsAnEmptyText) {
+    FlexVar lVar(5);
+    const int lNoKind = 17;
+    std::memcpy(static_cast<void*>(&lVar), &lNoKind, sizeof lNoKind);
+    ACE_String_Base<char> lText("old");
+    lVar.getValueAsString(lText);
+    EXPECT_EQ("", test::plain(lText));
+    EXPECT_EQ(L"", wideText(lVar));
 }
 
 TEST(FlexVarText, RendersACharAsItself) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <ctime>
 #include <limits>
 #include <memory>
@@ -54,6 +55,24 @@ std::string mismatchLine(const Sample& aWanted, const Sample& aHeld) {
 /// The sixteen kinds without type none.
 std::vector<Sample> kinds() {
     return {samples().begin() + 1, samples().end()};
+}
+
+/// @return where the object is that a `FlexVar` holds.
+const void* heldObject(const FlexVar& aVar) {
+    switch (aVar.getType()) {
+        case FlexVar::FlexVar_CString:
+            return &aVar.getCString();
+        case FlexVar::FlexVar_WString:
+            return &aVar.getWString();
+        case FlexVar::FlexVar_DateTime:
+            return &aVar.getDateTime();
+        case FlexVar::FlexVar_Blob:
+            return aVar.getBlob();
+        case FlexVar::FlexVar_ObjectID:
+            return &aVar.getObjectID();
+        default:
+            return nullptr;
+    }
 }
 
 }  // namespace
@@ -214,22 +233,146 @@ TEST(FlexVar, ChainsItsSetters) {
     EXPECT_TRUE(lVar.getBool());
 }
 
-TEST(FlexVar, ReusesTheHeldObjectOfTheSameKind) {
-    FlexVar lVar(Narrow("one"));
-    const Narrow* const lText = &lVar.getCString();
-    lVar.setCString(Narrow("a longer one"));
-    EXPECT_EQ(lText, &lVar.getCString());
-    lVar = FlexVar(Narrow("x"));  // moved from: takes the other object
-    const FlexVar lOther(Narrow("y"));
-    const Narrow* const lMoved = &lVar.getCString();
-    lVar = lOther;
-    EXPECT_EQ(lMoved, &lVar.getCString());
-    EXPECT_EQ("y", test::plain(lVar.getCString()));
+TEST(FlexVar, KeepsTheHeldObjectForEveryValueOfTheSameKind) {
+    for (const Sample& lSample : samples()) {
+        if (lSample.type < FlexVar::FlexVar_CString) {
+            continue;
+        }
+        FlexVar lVar(lSample.value);
+        const void* const lHeld = heldObject(lVar);
+        const auto lExpect = [&](const FlexVar& aValue) {
+            EXPECT_TRUE(isSame(aValue, lVar)) << lSample.name;
+            EXPECT_EQ(lHeld, heldObject(lVar)) << lSample.name;
+        };
+        lVar = lSample.greater;
+        lExpect(lSample.greater);
+        lVar = FlexVar(lSample.value);
+        lExpect(lSample.value);
+        FlexVar lMoved(lSample.greater);
+        lVar = std::move(lMoved);
+        lExpect(lSample.greater);
+        EXPECT_EQ(FlexVar::FlexVar_NoType, lMoved.getType()) << lSample.name;
+        lSample.set(lVar);
+        lExpect(lSample.value);
+    }
+}
 
-    FlexVar lBlob(samples()[15].value);
-    const Blob* const lHeld = lBlob.getBlob();
-    lBlob.setBlob(*samples()[15].greater.getBlob());
-    EXPECT_EQ(lHeld, lBlob.getBlob());
+TEST(FlexVar, ReferencesShowEachNewText) {
+    FlexVar lVar(Narrow("one"));
+    const Narrow& lText = lVar.getCString();
+    for (const char* lNew : {"two", "", "a text that is much longer than all before", "short",
+                             "a text that is longer than even the longest of all before"}) {
+        FlexVar lCopy;
+        lVar = lCopy = FlexVar(Narrow(lNew));
+        EXPECT_STREQ(lNew, lText.c_str());
+        lVar = Narrow("three");
+        lVar = FlexVar(Narrow(lNew));
+        EXPECT_STREQ(lNew, lText.c_str());
+        lVar = Narrow("four");
+        lVar = std::move(lCopy);
+        EXPECT_STREQ(lNew, lText.c_str());
+        lVar.setCString(Narrow("five"));
+        lVar.setCString(Narrow(lNew));
+        EXPECT_STREQ(lNew, lText.c_str());
+        lVar += FlexVar(Narrow("+"));
+        EXPECT_EQ(std::string(lNew) + "+", lText.c_str());
+        EXPECT_EQ(0, lVar.setValueFromString(Narrow("six")));
+        EXPECT_STREQ("six", lText.c_str());
+        lVar.setTypeAndValue(Narrow("\"seven\""));
+        EXPECT_STREQ("seven", lText.c_str());
+    }
+}
+
+TEST(FlexVar, ReferencesShowEachNewWideText) {
+    FlexVar lVar(Wide(L"one"));
+    const Wide& lText = lVar.getWString();
+    for (const wchar_t* lNew : {L"two", L"", L"a text that is much longer than all before"}) {
+        lVar = FlexVar(Wide(lNew));
+        EXPECT_STREQ(lNew, lText.c_str());
+        lVar.setWString(Wide(L"three"));
+        EXPECT_STREQ(L"three", lText.c_str());
+        lVar = Wide(lNew);
+        EXPECT_STREQ(lNew, lText.c_str());
+    }
+}
+
+TEST(FlexVar, MovesATextOfAnyMakeIntoTheHeldOne) {
+    char lLent[] = "lent";
+    FlexVar lGrown(Narrow("grown"));
+    lGrown += lGrown;
+    FlexVar lGiven;
+    lGiven.setCString(new Narrow("given by a pointer"));
+    FlexVar lBorrower;
+    lBorrower.setCString(new Narrow(lLent, 4, nullptr, false));
+    FlexVar lVar(Narrow("held"));
+    const Narrow& lText = lVar.getCString();
+    for (FlexVar* const lSource : {&lGrown, &lGiven, &lBorrower}) {
+        const std::string lExpected = test::text(*lSource);
+        lVar = std::move(*lSource);
+        EXPECT_EQ(lExpected, lText.c_str());
+        EXPECT_EQ(FlexVar::FlexVar_NoType, lSource->getType());
+    }
+    lLent[0] = 's';
+    EXPECT_STREQ("lent", lText.c_str());
+}
+
+TEST(FlexVar, MovesTheBytesOfABlobIntoTheHeldOne) {
+    FlexVar lVar(samples()[15].value);
+    const Blob* const lHeld = lVar.getBlob();
+    FlexVar lSource(samples()[15].greater);
+    const unsigned char* const lBytes = lSource.getBlob()->getData();
+    lVar = std::move(lSource);
+    EXPECT_EQ(lHeld, lVar.getBlob());
+    EXPECT_EQ(lBytes, lHeld->getData());
+    EXPECT_TRUE(lHeld->isOwner());
+
+    FlexVar lBorrower;
+    lBorrower.setBlob(new Blob(lHeld->getData() + 1, 2, false));
+    lVar = std::move(lBorrower);
+    ASSERT_EQ(2, lHeld->getSize());
+    EXPECT_EQ(0xAB, lHeld->getData()[0]);
+    EXPECT_EQ(3, lHeld->getData()[1]);
+}
+
+TEST(FlexVar, TakesASliceOfItsOwnContent) {
+    FlexVar lText(Narrow("0123456789"));
+    lText.setCString(Narrow(lText.getCString().c_str() + 2, 7, nullptr, false));
+    EXPECT_EQ("2345678", test::text(lText));
+    lText.setCString(Narrow(lText.getCString().c_str(), 3, nullptr, false));
+    EXPECT_EQ("234", test::text(lText));
+    const std::size_t lWithTerminator = 4;
+    lText.setCString(Narrow(lText.getCString().c_str(), lWithTerminator, nullptr, false));
+    EXPECT_EQ(std::string("234\0", 4), test::plain(lText.getCString()));
+    EXPECT_EQ(0,
+              lText.setValueFromString(Narrow(lText.getCString().c_str() + 1, 2, nullptr, false)));
+    EXPECT_EQ("34", test::text(lText));
+
+    FlexVar lBorrower;
+    lBorrower.setCString(new Narrow(lText.getCString().c_str() + 1, 1, nullptr, false));
+    lText = std::move(lBorrower);
+    EXPECT_EQ("4", test::text(lText));
+
+    FlexVar lWide(Wide(L"0123456789"));
+    lWide.setWString(Wide(lWide.getWString().c_str() + 1, 8, nullptr, false));
+    EXPECT_EQ("12345678", test::text(lWide));
+
+    unsigned char lBytes[] = {0, 1, 2, 3, 4, 5};
+    FlexVar lBlob(Blob(lBytes, 6, false));
+    lBlob.setBlob(Blob(lBlob.getBlob()->getData() + 1, 4, false));
+    ASSERT_EQ(4, lBlob.getBlob()->getSize());
+    EXPECT_EQ(0, std::memcmp(lBytes + 1, lBlob.getBlob()->getData(), 4));
+}
+
+TEST(FlexVar, LeavesCharactersThatAreLentToItAlone) {
+    char lLent[] = "lent by somebody";
+    FlexVar lVar;
+    lVar.setCString(new Narrow(lLent, 16, nullptr, false));
+    const Narrow* const lHeld = &lVar.getCString();
+    lVar.setCString(Narrow("new"));
+    lVar = FlexVar(Narrow("newer"));
+    EXPECT_EQ("newer", test::text(lVar));
+    EXPECT_EQ(lHeld, &lVar.getCString());
+    EXPECT_STREQ("lent by somebody", lLent);
 }
 
 TEST(FlexVar, CutsALongToItsLow32Bits) {

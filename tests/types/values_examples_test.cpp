@@ -80,6 +80,13 @@ TEST(ValuesExamples, OwnTheirObject) {
     EXPECT_EQ(FlexVar::FlexVar_NoType, lValue.getType());
 }
 
+TEST(ValuesExamples, KeepTheirObject) {
+    FlexVar lName(ACE_CString("ttyS0"));
+    const ACE_CString& lShown = lName.getCString();
+    lName = FlexVar(ACE_CString("a name that is longer"));
+    EXPECT_STREQ("a name that is longer", lShown.c_str());
+}
+
 TEST(ValuesExamples, HaveTheKindOfATextsNotation) {
     FlexVar lValue;
     lValue.setTypeAndValue(ACE_CString("3.5"));
