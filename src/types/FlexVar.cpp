@@ -19,6 +19,8 @@ const ACE_String_Base<char> FlexVar::mEmptyCString;
 const ACE_String_Base<wchar_t> FlexVar::mEmptyWString;
 const ACE_Date_Time FlexVar::mEmptyACE_Date_Time;
 const ObjectID FlexVar::mEmptyObjectID;
+// From the load on its text is there, and no print of any thread writes to it.
+[[maybe_unused]] static const ACE_CString& gTextOfEmpty = FlexVar::mEmptyObjectID.toString();
 const ACE_String_Base<char> FlexVar::mCStrBoolTrue("true");
 const ACE_String_Base<char> FlexVar::mCStrBoolFalse("false");
 const ACE_String_Base<wchar_t> FlexVar::mWStrBoolTrue(L"true");

@@ -21,11 +21,13 @@
 /// | W3   | node bytes 2 and 3                                 | node bytes 4 and 5      |
 ///
 /// Nothing throws. An `ObjectID` is a value for one thread at a time: `toString` writes a cache, so
-/// that even one constant object must not be printed by two threads at once. `generateObjectID` may
-/// run in any number of threads at once, each on an object of its own.
+/// that even one constant object must not be printed by two threads at once, other than `mNull`.
+/// `generateObjectID` may run in any number of threads at once, each on an object of its own, and
+/// in a child that is forked meanwhile.
 class OSX_EXPORT ObjectID {
 public:
-    /// The all-zero identifier. Usable while other static objects are constructed.
+    /// The all-zero identifier. Usable while other static objects are constructed, and printable by
+    /// any number of threads.
     static const ObjectID mNull;
 
     /// All zero; generates nothing.

@@ -31,7 +31,6 @@ constexpr unsigned int kSequenceStride = 0x100;
 /// What tells this process's identifiers from those of others.
 struct Identity {
     pid_t process = 0;  // 0 as long as none is drawn
-    bool isForkNoticed = false;
     unsigned int sequence = 0;
     std::uint64_t latestTime = 0;
     ACE_Utils::UUID_Node node;
@@ -68,20 +67,28 @@ void chooseNode(unsigned char* aAddress) {
     std::copy(std::begin(lCard.node), std::end(lCard.node), aAddress);
 }
 
-void forgetIdentity() {
+// A fork waits until no thread generates: the child would find the mutex taken for ever, and what
+// it guards half changed. The child has no identity until it draws its own.
+void beforeFork() {
+    gMutex.lock();
+}
+void afterForkInParent() {
+    gMutex.unlock();
+}
+void afterForkInChild() {
     gIdentity.process = 0;
+    gMutex.unlock();
 }
 
-/// A fork leaves the child without an identity. Only if that cannot be had every use asks who it
-/// is.
+// From the load on: a fork during the first use of all is noticed, too.
+const bool gIsForkNoticed = pthread_atfork(beforeFork, afterForkInParent, afterForkInChild) == 0;
+
+/// Only if forks go unnoticed, for want of memory, every use asks who it is.
 bool isIdentityOwn() {
-    return gIdentity.process != 0 && (gIdentity.isForkNoticed || gIdentity.process == getpid());
+    return gIdentity.process != 0 && (gIsForkNoticed || gIdentity.process == getpid());
 }
 
 void drawIdentity() {
-    if (!gIdentity.isForkNoticed) {
-        gIdentity.isForkNoticed = pthread_atfork(nullptr, nullptr, forgetIdentity) == 0;
-    }
     gIdentity.process = getpid();
     gIdentity.sequence = static_cast<unsigned int>(randomBits()) & kSequenceMask;
     chooseNode(gIdentity.node.node_ID());

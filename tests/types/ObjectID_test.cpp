@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "support/FailingAllocator.h"
+#include "types/FlexVar.h"
 
 namespace {
 
@@ -282,6 +284,33 @@ TEST(ObjectID, PrintsAnEmptyTextWithoutMemory) {
         EXPECT_GT(lFailing.failures(), 0);
     }
     EXPECT_EQ("01234567-89ab-cdef-0a1b-2c3d4e5f6789", text(lID));
+}
+
+TEST(ObjectID, ConstantsHaveTheirTextFromTheLoadOn) {
+    const test::FailingAllocator lFailing;
+    EXPECT_STREQ(kZeroText, ObjectID::mNull.toString().c_str());
+    EXPECT_STREQ(kZeroText, FlexVar::mEmptyObjectID.toString().c_str());
+    EXPECT_EQ(0, lFailing.failures());
+}
+
+TEST(ObjectID, ConstantsArePrintedByManyThreadsAtOnce) {
+    constexpr int kThreads = 4;
+    std::atomic<int> lReady{0};
+    std::atomic<int> lWrong{0};
+    std::vector<std::thread> lThreads;
+    for (int lThread = 0; lThread < kThreads; ++lThread) {
+        lThreads.emplace_back([&] {
+            for (++lReady; lReady < kThreads;) {
+                std::this_thread::yield();
+            }
+            lWrong += text(ObjectID::mNull) == kZeroText ? 0 : 1;
+            lWrong += text(FlexVar(5).getObjectID()) == kZeroText ? 0 : 1;
+        });
+    }
+    for (std::thread& lThread : lThreads) {
+        lThread.join();
+    }
+    EXPECT_EQ(0, lWrong);
 }
 
 TEST(ObjectID, PrintsAChangeWithoutFurtherMemory) {

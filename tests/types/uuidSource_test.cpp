@@ -7,10 +7,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <iterator>
 #include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "ace/OS_NS_netdb.h"
 #include "types/ObjectID.h"
@@ -168,4 +171,38 @@ TEST(UuidSource, DevicesWithoutACardHaveRandomNodes) {
     }
     gHasInterfaces = true;
     EXPECT_GT(lNodes.size(), 1U);
+}
+
+TEST(UuidSource, ChildForkedWhileOthersGenerateGeneratesToo) {
+    constexpr int kForks = 50;
+    constexpr unsigned int kHangsAfterSeconds = 60;
+    std::atomic<bool> lDone{false};
+    std::atomic<int> lGenerating{0};
+    std::vector<std::thread> lThreads;
+    for (int lThread = 0; lThread < 2; ++lThread) {
+        lThreads.emplace_back([&] {
+            generated();
+            for (++lGenerating; !lDone;) {
+                generated();
+            }
+        });
+    }
+    while (lGenerating < 2) {
+        std::this_thread::yield();
+    }
+    bool lWorks = true;
+    for (int lFork = 0; lWorks && lFork < kForks; ++lFork) {
+        const pid_t lChild = fork();
+        if (lChild == 0) {
+            alarm(kHangsAfterSeconds);
+            _exit(generated().isEmpty() ? 1 : 0);
+        }
+        int lStatus = -1;
+        lWorks = waitpid(lChild, &lStatus, 0) == lChild && lStatus == 0;
+        EXPECT_EQ(0, lStatus) << "of fork " << lFork;
+    }
+    lDone = true;
+    for (std::thread& lThread : lThreads) {
+        lThread.join();
+    }
 }
