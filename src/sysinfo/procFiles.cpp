@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <istream>
-#include <limits>
 #include <locale>
 #include <optional>
 #include <streambuf>
 #include <system_error>
+
+#include "base/integerText.h"
 
 namespace osx {
 namespace {
@@ -50,12 +51,8 @@ std::string_view untilNul(std::string_view aText) {
     return aText.substr(0, aText.find('\0'));
 }
 
-bool isBlank(char aCharacter) {
+bool isGap(char aCharacter) {
     return aCharacter == ' ' || aCharacter == '\t';
-}
-
-bool isSpace(char aCharacter) {
-    return aCharacter == ' ' || (aCharacter >= '\t' && aCharacter <= '\r');
 }
 
 bool isDigit(char aCharacter) {
@@ -64,17 +61,7 @@ bool isDigit(char aCharacter) {
 
 /// @return the number that a text begins with, after blanks; 0 if it begins with none.
 std::int32_t number(std::string_view aText) {
-    const auto* lNext = std::find_if_not(aText.begin(), aText.end(), isSpace);
-    const bool lIsNegative = lNext != aText.end() && *lNext == '-';
-    if (lNext != aText.end() && (*lNext == '-' || *lNext == '+')) {
-        ++lNext;
-    }
-    constexpr std::int64_t lHighest = std::numeric_limits<std::int32_t>::max();
-    std::int64_t lValue = 0;
-    for (; lNext != aText.end() && isDigit(*lNext); ++lNext) {
-        lValue = std::min(lValue * 10 + (*lNext - '0'), lHighest + 1);
-    }
-    return static_cast<std::int32_t>(lIsNegative ? -lValue : std::min(lValue, lHighest));
+    return readInteger(aText, kDecimal).number;
 }
 
 /// @return whether there is more to read; a line that is too long ends the reading.
@@ -96,8 +83,8 @@ std::string_view findDisc(std::string_view aLine) {
 }
 
 std::string_view withoutField(std::string_view aText) {
-    const auto* lField = std::find_if_not(aText.begin(), aText.end(), isBlank);
-    const auto* lEnd = std::find_if(lField, aText.end(), isBlank);
+    const auto* lField = std::find_if_not(aText.begin(), aText.end(), isGap);
+    const auto* lEnd = std::find_if(lField, aText.end(), isGap);
     return aText.substr(static_cast<std::size_t>(lEnd - aText.begin()));
 }
 
@@ -182,7 +169,7 @@ void readPartitions(std::string_view aText, ProcLayout aLayout, const FigureSink
         lText.takeCharacter();
         const std::string_view lDisc = findDisc(lLine);
         if (!lDisc.empty()) {
-            const auto* lEnd = std::find_if(lDisc.begin(), lDisc.end(), isBlank);
+            const auto* lEnd = std::find_if(lDisc.begin(), lDisc.end(), isGap);
             aSink(lDisc.substr(0, static_cast<std::size_t>(lEnd - lDisc.begin())),
                   blocks(lLine, aLayout));
         }

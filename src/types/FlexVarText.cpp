@@ -1,6 +1,7 @@
 // From value to text and from text to value.
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstdarg>
 #include <cstdint>
@@ -8,10 +9,13 @@
 #include <cstdlib>
 #include <cwchar>
 #include <limits>
+#include <memory>
+#include <new>
 #include <string_view>
 #include <type_traits>
 
 #include "base/diagnosticLine.h"
+#include "base/integerText.h"
 #include "types/FlexVar.h"
 #include "types/FlexVarKinds.h"
 
@@ -23,7 +27,7 @@ using WString = ACE_String_Base<wchar_t>;
 constexpr std::size_t kTextSize = 1024;
 constexpr std::size_t kChunk = 256;
 constexpr long kShownBytes = 30;
-constexpr std::size_t kPlainDigits = 9;  // less than 32 bits in any case
+constexpr std::size_t kUsualLength = 64;  // of a number's text
 constexpr std::size_t kLongestInteger = sizeof "-2147483648" - 1;
 
 // Narrow and wide characters.
@@ -156,12 +160,11 @@ void render(const ObjectID& aValue, CString& aOut) noexcept {
 
 // Parsing.
 
-long toInteger(const char* aText, char** aEnd, int aBase) noexcept {
-    return std::strtol(aText, aEnd, aBase);
+template <class Character>
+std::basic_string_view<Character> view(const ACE_String_Base<Character>& aText) noexcept {
+    return {aText.fast_rep(), aText.length()};
 }
-long toInteger(const wchar_t* aText, wchar_t** aEnd, int aBase) noexcept {
-    return std::wcstol(aText, aEnd, aBase);
-}
+
 double toDouble(const char* aText, char** aEnd) noexcept {
     return std::strtod(aText, aEnd);
 }
@@ -169,49 +172,45 @@ double toDouble(const wchar_t* aText, wchar_t** aEnd) noexcept {
     return std::wcstod(aText, aEnd);
 }
 
-/// A `long` of 32 bits is where the conversion itself saturates; a wider one behaves as if it were.
-std::int32_t saturated(long aNumber) noexcept {
-    constexpr long lLowest = std::numeric_limits<std::int32_t>::min();
-    constexpr long lHighest = std::numeric_limits<std::int32_t>::max();
-    return static_cast<std::int32_t>(std::clamp(aNumber, lLowest, lHighest));
-}
-
-/// @return whether the text is a number of a few decimal digits, as most are, of which every base
-///         and language makes the same; if so, the number.
+/// A text with the terminator that the system's conversion wants; a text that was lent to its
+/// string may have none.
 template <class Character>
-bool parsePlain(const ACE_String_Base<Character>& aText, std::int32_t& aNumber) noexcept {
-    const Character* const lText = aText.fast_rep();
-    if (aText.length() > kPlainDigits || (aText.length() > 1 && lText[0] == '0')) {
-        return false;
-    }
-    std::int32_t lNumber = 0;
-    for (std::size_t i = 0; i < aText.length(); ++i) {
-        if (lText[i] < '0' || lText[i] > '9') {
-            return false;
+class Terminated {
+public:
+    explicit Terminated(std::basic_string_view<Character> aText) noexcept {
+        if (aText.size() >= mNear.size()) {
+            mFar.reset(new (std::nothrow) Character[aText.size() + 1]);
         }
-        lNumber = lNumber * 10 + static_cast<std::int32_t>(lText[i] - '0');
+        mText = aText.size() < mNear.size() ? mNear.data() : mFar.get();
+        if (mText == nullptr) {
+            errno = ENOMEM;
+        } else {
+            mText[aText.copy(mText, aText.size())] = 0;
+        }
     }
-    aNumber = lNumber;
-    return !aText.empty();
-}
+    /// @return null when memory is short.
+    const Character* get() const noexcept { return mText; }
+
+private:
+    std::array<Character, kUsualLength> mNear;
+    std::unique_ptr<Character[]> mFar;
+    Character* mText = nullptr;
+};
 
 /// @return whether the whole text was a number.
 template <class Character, class Number>
 bool parseNumber(const ACE_String_Base<Character>& aText, Number& aNumber) noexcept {
-    constexpr int lAnyBase = 0;
-    const Character* const lText = aText.c_str();
-    Character* lEnd = nullptr;
     if constexpr (std::is_integral_v<Number>) {
-        std::int32_t lPlain = 0;
-        if (parsePlain(aText, lPlain)) {
-            aNumber = static_cast<Number>(lPlain);
-            return true;
-        }
-        aNumber = static_cast<Number>(saturated(toInteger(lText, &lEnd, lAnyBase)));
+        const osx::IntegerText lRead = osx::readInteger(view(aText), osx::kAnyBase);
+        aNumber = static_cast<Number>(lRead.number);
+        return lRead.length == aText.length();
     } else {
-        aNumber = static_cast<Number>(toDouble(lText, &lEnd));
+        const Terminated<Character> lText(view(aText));
+        Character* lEnd = nullptr;
+        aNumber =
+            lText.get() == nullptr ? Number(0) : static_cast<Number>(toDouble(lText.get(), &lEnd));
+        return lEnd != nullptr && lEnd == lText.get() + aText.length();
     }
-    return lEnd == lText + aText.length();
 }
 
 /// One field of a date's text: where it stands, what it may be, how it is stored.
@@ -223,7 +222,6 @@ struct DateField {
     void (ACE_Date_Time::*store)(long);
 };
 
-constexpr std::size_t kLongestField = 6;
 constexpr long kAnyYear = std::numeric_limits<std::int32_t>::max();
 constexpr std::array<DateField, 7> kDateFields = {{
     {0, 2, 1, 31, &ACE_Date_Time::day},
@@ -238,12 +236,9 @@ constexpr std::array<DateField, 7> kDateFields = {{
 /// @return the number at the front of the field's columns; 0 if there is none or they are missing.
 template <class Character>
 long numberIn(const DateField& aField, const ACE_String_Base<Character>& aText) noexcept {
-    std::array<Character, kLongestField + 1> lColumns{};
-    for (std::size_t i = 0; i < aField.length && aField.start + i < aText.length(); ++i) {
-        lColumns[i] = aText[aField.start + i];
-    }
-    constexpr int lAnyBase = 0;
-    return toInteger(lColumns.data(), nullptr, lAnyBase);
+    const auto lText = view(aText);
+    const std::size_t lStart = std::min(aField.start, lText.size());
+    return osx::readInteger(lText.substr(lStart, aField.length), osx::kAnyBase).number;
 }
 
 const CString& wordFor(bool aValue, char) noexcept {
@@ -389,8 +384,7 @@ long FlexVar::setValueFromString(const ACE_String_Base<wchar_t>& aText) noexcept
 
 void FlexVar::setTypeAndValue(const ACE_String_Base<char>& aText) noexcept {
     constexpr std::string_view lWideMark = "L\"";
-    constexpr int lDecimal = 10;
-    const std::string_view lText(aText.fast_rep(), aText.length());
+    const std::string_view lText = view(aText);
     const auto lHas = [&](std::string_view aMark) { return lText.find(aMark) != lText.npos; };
 
     if (lHas(lWideMark)) {
@@ -398,11 +392,14 @@ void FlexVar::setTypeAndValue(const ACE_String_Base<char>& aText) noexcept {
     } else if (lHas("\"")) {
         setQuoted<Kinds::CString>(upToQuote(lText, lText.find('"') + 1));
     } else if (lHas(".")) {
-        setDouble(std::strtod(aText.c_str(), nullptr));
+        const Terminated<char> lNumber(lText);
+        if (lNumber.get() != nullptr) {
+            setDouble(std::strtod(lNumber.get(), nullptr));
+        }
     } else if (lHas("true") || lHas("false")) {
         setBool(lHas("true"));
     } else {
-        setLong(saturated(std::strtol(aText.c_str(), nullptr, lDecimal)));
+        setLong(osx::readInteger(lText, osx::kDecimal).number);
     }
 }
 

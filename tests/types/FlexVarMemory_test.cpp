@@ -187,6 +187,21 @@ TEST(FlexVarMemory, KeepsItsValueWhenATextCannotBeConverted) {
     EXPECT_TRUE(isSame(samples()[16].value, lIdentifier));
 }
 
+TEST(FlexVarMemory, KeepsItsValueWhenALongNumberCannotBeRead) {
+    const ACE_String_Base<char> lNumber = narrow("1." + std::string(300, '0'));
+    FlexVar lDouble(2.5);
+    FlexVar lInt(5);
+    {
+        const test::FailingAllocator lFailing;
+        EXPECT_EQ(-1, lDouble.setValueFromString(lNumber));
+        lInt.setTypeAndValue(lNumber);
+    }
+    EXPECT_EQ(2.5, lDouble.getDouble());
+    EXPECT_EQ(5, lInt.getInt());
+    EXPECT_EQ(0, lDouble.setValueFromString(lNumber));
+    EXPECT_EQ(1.0, lDouble.getDouble());
+}
+
 TEST(FlexVarMemory, RendersNothingWhenMemoryIsShort) {
     ACE_String_Base<char> lOut("old");
     ACE_String_Base<wchar_t> lWideOut(L"old");

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <string>
+#include <vector>
 
 #include "support/LogCapture.h"
 #include "types/FlexVar.h"
@@ -327,6 +329,97 @@ TEST(FlexVarText, ReadsNumbersOfEveryLengthAsTheSystemsConversionDoes) {
                 expectTaken(FlexVar(static_cast<char>(lExpected)), FlexVar('c'), lText);
             }
         }
+    }
+}
+
+TEST(FlexVarText, ReadsATextByItsLength) {
+    // ACE's strings lend the front of a longer text as it is, without a terminator.
+    const auto lFront = [](const char* aText, std::size_t aLength) {
+        return ACE_String_Base<char>(aText, aLength, nullptr, false);
+    };
+    const auto lWideFront = [](const wchar_t* aText, std::size_t aLength) {
+        return ACE_String_Base<wchar_t>(aText, aLength, nullptr, false);
+    };
+    FlexVar lInt(0);
+    EXPECT_EQ(0, lInt.setValueFromString(lFront("0x1F99", 4)));
+    EXPECT_EQ(31, lInt.getInt());
+    EXPECT_EQ(0, lInt.setValueFromString(lWideFront(L"01799", 3)));
+    EXPECT_EQ(15, lInt.getInt());
+    EXPECT_EQ(-1, lInt.setValueFromString(lFront("0x1F", 2)));
+    EXPECT_EQ(-1, lInt.setValueFromString(lFront("-1", 1)));
+    FlexVar lDouble(0.0);
+    EXPECT_EQ(0, lDouble.setValueFromString(lFront("1.567", 3)));
+    EXPECT_EQ(1.5, lDouble.getDouble());
+    EXPECT_EQ(0, lDouble.setValueFromString(lWideFront(L"2.567", 3)));
+    EXPECT_EQ(2.5, lDouble.getDouble());
+    FlexVar lFloat(0.0F);
+    EXPECT_EQ(0, lFloat.setValueFromString(lFront("1e25", 3)));
+    EXPECT_EQ(100.0F, lFloat.getFloat());
+    FlexVar lDate(ACE_Date_Time(1, 1, 2000));
+    EXPECT_EQ(0, lDate.setValueFromString(lFront("31-12-2008 23:59:58 123456789", 26)));
+    EXPECT_EQ(123456, lDate.getDateTime().microsec());
+    EXPECT_EQ(0, lDate.setValueFromString(lFront("31-12-2008 23:59:58", 17)));
+    EXPECT_EQ(0, lDate.getDateTime().second());
+    FlexVar lBool(false);
+    EXPECT_EQ(0, lBool.setValueFromString(lFront("trueish", 4)));
+    EXPECT_TRUE(lBool.getBool());
+    FlexVar lGuessed;
+    lGuessed.setTypeAndValue(lFront("4299", 2));
+    EXPECT_EQ(42, lGuessed.getLong());
+    lGuessed.setTypeAndValue(lFront("4.2599", 4));
+    EXPECT_EQ(4.25, lGuessed.getDouble());
+    lGuessed.setTypeAndValue(lFront("\"text\"", 5));
+    EXPECT_EQ("text", text(lGuessed));
+}
+
+TEST(FlexVarText, ReadsNothingBehindAText) {
+    for (const Sample& lSample : samples()) {
+        for (const std::string& lText : {std::string("12"), std::string("1.5"), std::string("0x"),
+                                         std::string(300, '1'), std::string("31-12-2008 2")}) {
+            const std::vector<char> lExact(lText.begin(), lText.end());
+            const std::vector<wchar_t> lWide(lText.begin(), lText.end());
+            FlexVar lVar(lSample.value);
+            lVar.setValueFromString(
+                ACE_String_Base<char>(lExact.data(), lExact.size(), nullptr, false));
+            lVar.setValueFromString(
+                ACE_String_Base<wchar_t>(lWide.data(), lWide.size(), nullptr, false));
+            EXPECT_EQ(lSample.type, lVar.getType());
+            lVar.setTypeAndValue(
+                ACE_String_Base<char>(lExact.data(), lExact.size(), nullptr, false));
+        }
+    }
+}
+
+TEST(FlexVarText, ReadsNoBinaryNumbersWhateverTheCLibrary) {
+    for (const Sample& lSample : samples()) {
+        if (lSample.value.isNumeric()) {
+            for (const char* const lText : {"0b11", "0B11", "-0b1", " 0b0", "0b"}) {
+                expectRefused(lSample.value, lText);
+            }
+        }
+    }
+    const Parsed lDate = parsed(date(1, 1, 2000), "0b-12-0b11 23:59:58 0b1111");
+    EXPECT_EQ(-1, lDate.result);
+    EXPECT_TRUE(isSame(date(0, 12, 0, 23, 59, 58, 0), lDate.value)) << lDate.value;
+    EXPECT_EQ(0, guessed("0b11").getLong());
+}
+
+TEST(FlexVarText, ReadsIntegersAsTheSystemsConversionDoes) {
+    std::mt19937 lRandom(4711);
+    const std::string lParts = "00123789-+ xXaAfFgG\t";
+    for (int lRound = 0; lRound < 100000; ++lRound) {
+        std::string lText(1 + lRandom() % 12, '0');
+        std::generate(lText.begin(), lText.end(),
+                      [&] { return lParts[lRandom() % lParts.size()]; });
+        char* lEnd = nullptr;
+        const long long lNumber = std::strtoll(lText.c_str(), &lEnd, 0);
+        FlexVar lVar(77);
+        const long lResult = lVar.setValueFromString(narrow(lText));
+        const bool lIsWhole = lEnd == lText.c_str() + lText.size();
+        ASSERT_EQ(lIsWhole ? 0 : -1, lResult) << lText;
+        const auto lClamped = std::clamp<long long>(lNumber, std::numeric_limits<int>::min(),
+                                                    std::numeric_limits<int>::max());
+        ASSERT_EQ(lIsWhole ? lClamped : 77, lVar.getInt()) << lText;
     }
 }
 
