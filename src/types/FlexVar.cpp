@@ -422,7 +422,7 @@ unsigned int FlexVar::hashOfOther() const noexcept {
     return Kinds::visit(mType, 0U, [&](auto aKind) {
         const auto& lValue = aKind.value(mValue);
         if constexpr (std::is_floating_point_v<typename decltype(aKind)::Value>) {
-            return hashOfDouble(static_cast<double>(lValue));
+            return FlexVar(static_cast<double>(lValue)).hash();
         } else {
             return hashOf(lValue);
         }

@@ -297,7 +297,7 @@ public:
         if (isWord()) {
             return mValue.mUInt;
         }
-        return isUsableDouble() ? hashOfDouble(mValue.mDouble) : hashOfOther();
+        return mType == FlexVar_Double ? hashOfDouble(mValue.mBits) : hashOfOther();
     }
     /// @}
 
@@ -311,22 +311,25 @@ public:
         if (areWords(aOther)) {
             return word(mValue.mUInt + aOther.mValue.mUInt);
         }
-        return areDoubles(aOther) ? FlexVar(mValue.mDouble + aOther.mValue.mDouble)
-                                  : sumWith(aOther);
+        return areDoubles(aOther)
+                   ? rounded(asStored(mValue.mDouble) + asStored(aOther.mValue.mDouble))
+                   : sumWith(aOther);
     }
     FlexVar operator-(const FlexVar& aOther) const noexcept {
         if (areWords(aOther)) {
             return word(mValue.mUInt - aOther.mValue.mUInt);
         }
-        return areDoubles(aOther) ? FlexVar(mValue.mDouble - aOther.mValue.mDouble)
-                                  : differenceWith(aOther);
+        return areDoubles(aOther)
+                   ? rounded(asStored(mValue.mDouble) - asStored(aOther.mValue.mDouble))
+                   : differenceWith(aOther);
     }
     FlexVar operator*(const FlexVar& aOther) const noexcept {
         if (areWords(aOther)) {
             return word(mValue.mUInt * aOther.mValue.mUInt);
         }
-        return areDoubles(aOther) ? product(mValue.mDouble, aOther.mValue.mDouble)
-                                  : productWith(aOther);
+        return areDoubles(aOther)
+                   ? rounded(asStored(mValue.mDouble) * asStored(aOther.mValue.mDouble))
+                   : productWith(aOther);
     }
     FlexVar operator/(const FlexVar& aOther) const noexcept;
     /// @}
@@ -360,8 +363,8 @@ public:
         if (mType <= FlexVar_ULong) {
             return mValue.mBits == aOther.mValue.mBits;  // The free part of a slot is zero.
         }
-        if (areDoubles(aOther)) {
-            return this == &aOther || mValue.mDouble == aOther.mValue.mDouble;
+        if (mType == FlexVar_Double) {
+            return this == &aOther || areEqualDoubles(mValue.mBits, aOther.mValue.mBits);
         }
         return isEqualTo(aOther);
     }
@@ -492,14 +495,12 @@ private:
     bool areWords(const FlexVar& aOther) const noexcept {
         return mType == aOther.mType && isWord();
     }
-    /// @return whether it is a Double that this header may compute with. It may not where the
+    /// @return whether both are Doubles that this header may compute with. It may not where the
     ///         processor keeps more digits of a result than a Double has, until it is stored, nor
     ///         in a program whose compiler was told that there is no NaN.
-    bool isUsableDouble() const noexcept {
-        return FLT_EVAL_METHOD == 0 && __FINITE_MATH_ONLY__ == 0 && mType == FlexVar_Double;
-    }
     bool areDoubles(const FlexVar& aOther) const noexcept {
-        return mType == aOther.mType && isUsableDouble();
+        return FLT_EVAL_METHOD == 0 && __FINITE_MATH_ONLY__ == 0 && mType == FlexVar_Double &&
+               aOther.mType == FlexVar_Double;
     }
     /// @return a word of this object's kind.
     FlexVar word(std::uint32_t aBits) const noexcept {
@@ -509,19 +510,40 @@ private:
         return lWord;
     }
 
-    /// A volatile product is rounded, also where the program's compiler would fuse it with a sum.
-    static FlexVar product(double aLeft, double aRight) noexcept {
-        const volatile double lProduct = aLeft * aRight;
-        return FlexVar(static_cast<double>(lProduct));
+    /// Operands and results go through memory that the compiler must not look through, so that
+    /// each operation is done and rounded by itself, whatever liberties the program gave it.
+    static double asStored(double aValue) noexcept {
+        const volatile double lValue = aValue;
+        return lValue;
     }
+    static FlexVar rounded(double aResult) noexcept { return FlexVar(asStored(aResult)); }
 
-    static unsigned int hashOfDouble(double aValue) noexcept {
-        constexpr double lLimit = 9223372036854775808.0;
-        if (!(aValue >= -lLimit && aValue < lLimit)) {
+    /// @name Doubles by their bits
+    /// The program's compiler may have been told that there is no NaN.
+    /// @{
+    static constexpr int kMantissaBits = DBL_MANT_DIG - 1;
+    static constexpr std::uint64_t kSign = std::uint64_t(1) << 63;
+    static constexpr std::uint64_t kInfinity = std::uint64_t(0x7FF) << kMantissaBits;
+
+    static bool areEqualDoubles(std::uint64_t aLeft, std::uint64_t aRight) noexcept {
+        const bool lIsNaN = (aLeft & ~kSign) > kInfinity;
+        const bool lAreZero = ((aLeft | aRight) & ~kSign) == 0;
+        return (aLeft == aRight && !lIsNaN) || lAreZero;
+    }
+    /// @return the low 32 bits of the number without its fraction.
+    static unsigned int hashOfDouble(std::uint64_t aBits) noexcept {
+        const int lExponent = static_cast<int>((aBits & kInfinity) >> kMantissaBits) - 1023;
+        if (lExponent < 0 || lExponent > 62) {
             return 0;
         }
-        return static_cast<unsigned int>(static_cast<std::int64_t>(aValue));
+        const std::uint64_t lUnit = std::uint64_t(1) << kMantissaBits;
+        const std::uint64_t lDigits = (aBits & (lUnit - 1)) | lUnit;
+        const auto lWhole = static_cast<unsigned int>(lExponent < kMantissaBits
+                                                          ? lDigits >> (kMantissaBits - lExponent)
+                                                          : lDigits << (lExponent - kMantissaBits));
+        return (aBits & kSign) == 0 ? lWhole : 0U - lWhole;
     }
+    /// @}
 
     bool holdsObject() const noexcept { return mType >= FlexVar_CString; }
     bool holds(Type aType) const noexcept {

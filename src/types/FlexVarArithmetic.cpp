@@ -1,9 +1,15 @@
 // Arithmetic: integers wrap, also where the language leaves an overflow undefined.
+#include <cfloat>
 #include <cstdint>
 #include <type_traits>
 
 #include "types/FlexVar.h"
 #include "types/FlexVarKinds.h"
+
+#if defined(__i386__) && FLT_EVAL_METHOD != 0
+#include <fpu_control.h>
+#define OSX_TYPES_HAS_X87 1
+#endif
 
 namespace {
 
@@ -19,6 +25,7 @@ auto wrapping(Number aNumber) noexcept {
 
 /// An operation that has a result for all operands.
 struct Total {
+    static constexpr bool kMayUnderflow = false;
     template <class Number>
     bool isDefined(Number) const noexcept {
         return true;
@@ -40,6 +47,7 @@ struct Minus : Total {
 };
 
 struct Times : Total {
+    static constexpr bool kMayUnderflow = true;
     template <class Number>
     Number operator()(Number aLeft, Number aRight) const noexcept {
         return static_cast<Number>(wrapping(aLeft) * wrapping(aRight));
@@ -47,6 +55,7 @@ struct Times : Total {
 };
 
 struct DividedBy {
+    static constexpr bool kMayUnderflow = true;
     template <class Number>
     bool isDefined(Number aRight) const noexcept {
         return std::is_floating_point_v<Number> || aRight != 0;
@@ -62,6 +71,46 @@ struct DividedBy {
         return aLeft / aRight;
     }
 };
+
+template <class Operation, class Number>
+Number result(Operation aOperation, Number aLeft, Number aRight) noexcept {
+    return aOperation(aLeft, aRight);
+}
+
+#ifdef OSX_TYPES_HAS_X87
+
+/// The x87 unit rounds to its own 64 binary digits, and again when the result is stored. While one
+/// of these lives it rounds to those of a Double at once, as other processors do.
+class RoundingToDouble {
+public:
+    RoundingToDouble() noexcept {
+        _FPU_GETCW(mFormer);
+        auto lWord = static_cast<fpu_control_t>((mFormer & ~_FPU_EXTENDED) | _FPU_DOUBLE);
+        _FPU_SETCW(lWord);
+    }
+    ~RoundingToDouble() { _FPU_SETCW(mFormer); }
+    RoundingToDouble(const RoundingToDouble&) = delete;
+    RoundingToDouble& operator=(const RoundingToDouble&) = delete;
+
+private:
+    fpu_control_t mFormer = 0;
+};
+
+/// What underflows is computed where the unit's own range ends as well, so that the digits which a
+/// small Double lacks are rounded away at once, too. What is volatile stays between the switches.
+template <class Operation>
+double result(Operation aOperation, double aLeft, double aRight) noexcept {
+    constexpr long double lDown = Operation::kMayUnderflow ? 0x1p-15360L : 1.0L;
+    constexpr long double lUp = Operation::kMayUnderflow ? 0x1p+15360L : 1.0L;
+    const RoundingToDouble lRounding;
+    const volatile long double lLeft = aLeft;
+    const volatile long double lRight = aRight;
+    const long double lScaled = aOperation(lDown * lLeft, static_cast<long double>(lRight));
+    const volatile auto lResult = static_cast<double>(lUp * lScaled);
+    return lResult;
+}
+
+#endif
 
 }  // namespace
 
@@ -80,7 +129,7 @@ FlexVar FlexVar::combinedWith(const FlexVar& aOther, Operation aOperation) const
             const auto lRight = +Kind::value(aOther.mValue);
             if (aOperation.isDefined(lRight)) {
                 lResult.mType = ResultKind::kType;
-                ResultKind::member(lResult.mValue) = aOperation(lLeft, lRight);
+                ResultKind::member(lResult.mValue) = result(aOperation, lLeft, lRight);
             }
         }
     });
@@ -106,7 +155,8 @@ FlexVar& FlexVar::changeBy(const FlexVar& aOther, Operation aOperation) noexcept
         Kinds::visit(mType, [&](auto aKind) {
             using Kind = decltype(aKind);
             if constexpr (Kind::kIsNumeric) {
-                Kind::member(mValue) = aOperation(Kind::value(mValue), Kind::value(aOther.mValue));
+                Kind::member(mValue) =
+                    result(aOperation, Kind::value(mValue), Kind::value(aOther.mValue));
             }
         });
     }
@@ -143,7 +193,7 @@ FlexVar& FlexVar::step(Operation aOperation) noexcept {
         using Kind = decltype(aKind);
         if constexpr (Kind::kIsNumeric) {
             const typename Kind::Value lOne = 1;
-            Kind::member(mValue) = aOperation(Kind::value(mValue), lOne);
+            Kind::member(mValue) = result(aOperation, Kind::value(mValue), lOne);
         }
     });
     return *this;

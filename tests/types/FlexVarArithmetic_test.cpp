@@ -266,6 +266,53 @@ TEST(FlexVarArithmetic, ComputesFloatingNumbersInTheirPrecision) {
     checkFloating<double>(&FlexVar::getDouble);
 }
 
+#if defined(__x86_64__) || defined(__i386__)
+TEST(FlexVarArithmetic, RoundsADoubleOnceAsEveryProcessorDoes) {
+    // Wide enough that rounding its results to those of a double is rounding once.
+    __extension__ using Wide = __float128;
+    std::mt19937_64 lRandom(815);
+    const auto lNumber = [&] {
+        const auto lMantissa = static_cast<double>((lRandom() >> 11) | 1);
+        return std::ldexp(lMantissa, static_cast<int>(lRandom() % 1200) - 600);
+    };
+    for (int lRound = 0; lRound < 200000; ++lRound) {
+        const double lLeft = lNumber();
+        const double lRight = lNumber();
+        const double lNear = lLeft * std::ldexp(1.0, static_cast<int>(lRandom() % 120) - 60) / 3;
+        const auto lExpect = [&](Wide aExact, const FlexVar& aResult) {
+            const volatile auto lRounded = static_cast<double>(aExact);
+            ASSERT_EQ(lRounded, aResult.getDouble()) << lLeft << " and " << lRight << ", " << lNear;
+        };
+        lExpect(Wide(lLeft) * lRight, FlexVar(lLeft) * FlexVar(lRight));
+        lExpect(Wide(lLeft) / lRight, FlexVar(lLeft) / FlexVar(lRight));
+        lExpect(Wide(lLeft) + lNear, FlexVar(lLeft) + FlexVar(lNear));
+        lExpect(Wide(lLeft) - lNear, FlexVar(lLeft) -= FlexVar(lNear));
+    }
+}
+#endif
+
+TEST(FlexVarArithmetic, RoundsSubnormalAndInfiniteResultsOnce) {
+    const auto lProduct = [](double aLeft, double aRight) {
+        return (FlexVar(aLeft) * FlexVar(aRight)).getDouble();
+    };
+    const auto lQuotient = [](double aLeft, double aRight) {
+        return (FlexVar(aLeft) / FlexVar(aRight)).getDouble();
+    };
+    const double lLeast = std::numeric_limits<double>::denorm_min();
+    const double lMost = std::numeric_limits<double>::max();
+    EXPECT_EQ(lLeast, lQuotient(lLeast, 1));
+    EXPECT_EQ(0.0, lProduct(lLeast, 0.5));
+    EXPECT_EQ(lLeast, lProduct(lLeast, 0.5 + 0x1p-53));
+    EXPECT_EQ(1.0, lQuotient(lLeast, lLeast));
+    EXPECT_EQ(lLeast * 2, lProduct(lLeast * 3, 0.5));
+    EXPECT_EQ(1.0, lQuotient(lMost, lMost));
+    EXPECT_EQ(lMost, lProduct(lMost, 1));
+    EXPECT_TRUE(std::isinf(lProduct(lMost, 1 + 0x1p-52)));
+    EXPECT_TRUE(std::isinf(lQuotient(1, lLeast)));
+    EXPECT_TRUE(std::isnan(lProduct(0, std::numeric_limits<double>::infinity())));
+    EXPECT_TRUE(std::signbit(lProduct(-lLeast, lLeast)));
+}
+
 TEST(FlexVarArithmetic, RoundsAProductAlsoWhereTheProgramFusesItWithASum) {
     const volatile double lFactor = 1 + 0x1p-30;
     const volatile double lRoundedSquare = 1 + 0x1p-29;

@@ -1,4 +1,4 @@
-// Compiled as programs are that tell their compiler that there is no NaN.
+// Compiled as programs are that give their compiler liberties with floating numbers.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -19,6 +19,30 @@ TEST(FlexVarInAFastMathProgram, SumsAreStillRoundedInTurn) {
     const FlexVar lLarge(std::strtod("1e30", nullptr));
     const FlexVar lSum = FlexVar(1.0) + lLarge - lLarge;
     EXPECT_EQ("0.000000", lSum.getValueAsString());
+}
+
+TEST(FlexVarInAFastMathProgram, DifferencesAreNotTakenTogether) {
+    const double lLarge = std::strtod("1e30", nullptr);
+    EXPECT_EQ("1.000000", (FlexVar(lLarge) - FlexVar(lLarge) + FlexVar(1.0)).getValueAsString());
+    EXPECT_EQ("0.000000", (FlexVar(1.0) - FlexVar(lLarge) + FlexVar(lLarge)).getValueAsString());
+}
+
+TEST(FlexVarInAFastMathProgram, ZerosKeepTheirSign) {
+    EXPECT_EQ("0.000000", (FlexVar(-0.0) + FlexVar(0.0)).getValueAsString());
+    EXPECT_EQ("0.000000", (FlexVar(0.0) - FlexVar(0.0)).getValueAsString());
+    EXPECT_EQ("-0.000000", (FlexVar(-1.0) * FlexVar(0.0)).getValueAsString());
+    const double lNegative = std::strtod("-0.0", nullptr);
+    EXPECT_EQ("0.000000", (FlexVar(lNegative) + FlexVar(0.0)).getValueAsString());
+    EXPECT_EQ("0.000000", (FlexVar(0.0) - FlexVar(-lNegative)).getValueAsString());
+    EXPECT_TRUE(FlexVar(lNegative) == FlexVar(0.0));
+}
+
+TEST(FlexVarInAFastMathProgram, HashesAreThoseOfOtherPrograms) {
+    EXPECT_EQ(0U, FlexVar(std::strtod("nan", nullptr)).hash());
+    EXPECT_EQ(0U, FlexVar(std::strtod("inf", nullptr)).hash());
+    EXPECT_EQ(0U, FlexVar(-0.9).hash());
+    EXPECT_EQ(4294967295U, FlexVar(-1.9).hash());
+    EXPECT_EQ(2U, FlexVar(4294967298.5).hash());
 }
 
 }  // namespace
