@@ -25,6 +25,7 @@ inline bool isTraced(unsigned int aLevel) noexcept {
 ///
 /// Formats are those of `ACE_Log_Msg::log`, not those of `printf`. Integers and pointers are handed
 /// over as 32 bits in both word sizes, so that "%d" and "%x" always fit.
+/// A text ("%s") that is too long for the line is cut, so that the line still has its end.
 class DiagnosticLine {
 public:
     /// @param aModule name of the source module, with extension; a literal.

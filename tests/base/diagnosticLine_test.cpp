@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "support/LogCapture.h"
 
 using osx::DiagnosticLine;
@@ -80,6 +82,29 @@ TEST(DiagnosticLine, PrintsANullTextWithoutCrashing) {
     const char* const lNone = nullptr;
     DiagnosticLine(kModule).failure(LM_DEBUG, "[%s]\n", lNone);
     EXPECT_THAT(lLog.texts(), ElementsAre("[(null)]\n"));
+}
+
+TEST(DiagnosticLine, CutsALongTextSoThatTheLineHasItsEnd) {
+    const test::LogCapture lLog;
+    const std::string lLong(5000, 'x');
+    DiagnosticLine(kModule).failure(LM_ERROR, "%t thing: lost [%s] of [%s], %d of 100%%s\n",
+                                    lLong.c_str(), "short", -2000000000);
+    DiagnosticLine(kModule).failure(LM_ERROR, "[%s]\n", lLong.c_str());
+    const auto lTexts = lLog.texts();
+    ASSERT_EQ(2U, lTexts.size());
+    EXPECT_THAT(lTexts[0], testing::MatchesRegex("%t thing: lost .x+. of .short., -2000000000 of "
+                                                 "100%s\n"));
+    EXPECT_GT(lTexts[0].size(), 2000U);
+    EXPECT_THAT(lTexts[1], testing::MatchesRegex(".x+.\n"));
+    EXPECT_GT(lTexts[1].size(), 4000U);
+}
+
+TEST(DiagnosticLine, LeavesATextOfAThousandCharactersAsItIs) {
+    const test::LogCapture lLog;
+    const std::string lText(1000, 'x');
+    DiagnosticLine(kModule).failure(LM_ERROR, "%t [%s] [%s] [%s]\n", lText.c_str(), lText.c_str(),
+                                    lText.c_str());
+    EXPECT_THAT(lLog.texts(), ElementsAre("%t [" + lText + "] [" + lText + "] [" + lText + "]\n"));
 }
 
 TEST(DiagnosticLine, NullTestWritesOnlyForNull) {

@@ -87,6 +87,19 @@ TEST(FileRename, OfAMissingFileFails) {
     expectDebugFailure(lLog.lines()[0], ENOENT);
 }
 
+TEST(FileUtilities, EndTheirLinesWhateverLengthANameHas) {
+    const test::LogCapture lLog;
+    const std::string lLong(6000, 'x');
+    EXPECT_EQ(COMMIF_ERR_FILE_IO, commIfFileRename(lLong.c_str(), lLong.c_str()));
+    EXPECT_EQ(COMMIF_ERR_FILE_OPEN, copy(lLong, "/missing/b"));
+    EXPECT_EQ(COMMIF_ERR_FILE_IO, commIfDirDefaultSet(lLong.c_str()));
+    ASSERT_EQ(3U, lLog.lines().size());
+    for (const std::string& lText : lLog.texts()) {
+        EXPECT_THAT(lText, testing::EndsWith(" \n"));
+        EXPECT_THAT(lText, testing::HasSubstr("xxx]"));
+    }
+}
+
 TEST(FileRename, SurvivesNullNames) {
     const test::LogCapture lLog;
     EXPECT_EQ(COMMIF_ERR_FILE_IO, commIfFileRename(nullptr, "/missing/b"));
