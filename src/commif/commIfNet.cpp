@@ -11,6 +11,7 @@ char gKnownKind;
 }  // namespace
 
 void* takeNetObject(commIfDesc_t& aEntry) noexcept {
+    aEntry.info.net.socket = nullptr;
     return aEntry.info.net.netKind == COMMIF_NET_TCP ? &gKnownKind : nullptr;
 }
 
@@ -55,8 +56,13 @@ int commIfNetOpen(int aDesc, commIfNetParams_t* aParams) {
     if (aParams == nullptr) {
         return COMMIF_ERR_BAD_ARGUMENT;
     }
-    static_cast<commIfNetParams_t&>(lEntry->info.net) = *aParams;
-    return aParams->netKind == COMMIF_NET_TCP ? COMMIF_OK : COMMIF_ERR_NOT_IMPLEMENTED;
+    commIfNetInfo_t& lInfo = lEntry->info.net;
+    static_cast<commIfNetParams_t&>(lInfo) = *aParams;
+    if (lInfo.netKind != COMMIF_NET_TCP) {
+        lInfo.socket = nullptr;
+        return COMMIF_ERR_NOT_IMPLEMENTED;
+    }
+    return COMMIF_OK;
 }
 
 int commIfNetRead(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigned long* aRetCount) {

@@ -40,14 +40,16 @@ TEST(NetChannel, KeepsItsParametersInTheEntry) {
 }
 
 TEST(NetChannel, OfAnotherKindIsNotImplementedAndFreesTheDescriptor) {
+    int lThing = 0;
     for (const unsigned int lKind : {0U, 1U, 3U}) {
-        commIfDevParams_t lParams = test::netParams(nullptr);
+        commIfDevParams_t lParams = test::netParams(&lThing);
         lParams.net.netKind = lKind;
         int lDesc = 7;
         EXPECT_EQ(COMMIF_ERR_NOT_IMPLEMENTED, commIfOpen(&lDesc, &lParams, nullptr));
         EXPECT_EQ(-1, lDesc);
         EXPECT_EQ(0U, commIfDesc[3].used);
         EXPECT_EQ(lKind, commIfDesc[3].info.net.netKind);
+        EXPECT_EQ(nullptr, commIfDesc[3].info.net.socket);
         EXPECT_EQ(COMMIF_ERR_NOT_IMPLEMENTED, commIfNetClose(3));
     }
 }
@@ -60,6 +62,24 @@ TEST(NetChannel, CloseLeavesTheSocketOpen) {
     }
     EXPECT_EQ(0U, osxSocketSend(lConnection.socket(), "on", 2));
     EXPECT_EQ("on", lConnection.peer().receive(2));
+}
+
+TEST(NetChannel, ForgetsTheSocketOnceItIsClosed) {
+    const test::LogCapture lLog;
+    Connection lConnection;
+    Channel lChannel(test::netParams(lConnection.socket()));
+    const int lDesc = lChannel.desc();
+    EXPECT_EQ(0, lChannel.close());
+    EXPECT_EQ(nullptr, commIfDesc[lDesc].info.net.socket);
+    commIfNetParams_t lParams{COMMIF_NET_TCP, lConnection.socket(), 0, 0};
+    EXPECT_EQ(0, commIfNetOpen(lDesc, &lParams));
+    EXPECT_EQ(0, commIfNetClose(lDesc));
+    EXPECT_EQ(nullptr, commIfDesc[lDesc].info.net.socket);
+
+    unsigned long lCount = 9;
+    EXPECT_EQ(0, commIfNetWrite(lDesc, gBuffer, 1, &lCount));
+    EXPECT_EQ(0U, lCount);
+    EXPECT_EQ(1U, lLog.count("%t osxSocketSend: lSOCK_Stream == 0 \n"));
 }
 
 TEST(NetChannel, ReadsExactlyWhatIsAsked) {
