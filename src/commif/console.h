@@ -9,9 +9,9 @@
 
 namespace osx {
 
-/// Writes once to standard output, after what the stream `stdout` still holds.
+/// Writes once to standard output, past the stream `stdout` and what it still holds.
 /// @return the number of bytes written, or -1.
-ssize_t writeToConsole(const void* aData, std::size_t aLength) noexcept;
+ssize_t writeToConsole(const void* aData, std::size_t aLength);
 
 }  // namespace osx
 

@@ -54,6 +54,10 @@ ConsoleCapture::~ConsoleCapture() {
 
 std::string ConsoleCapture::text() const {
     std::fflush(stdout);
+    return written();
+}
+
+std::string ConsoleCapture::written() const {
     return contentOf(mDir.path("out"));
 }
 

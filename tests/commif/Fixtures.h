@@ -42,6 +42,8 @@ public:
 
     /// @return all that was printed or written so far.
     std::string text() const;
+    /// @return the same without what the stream `stdout` still holds.
+    std::string written() const;
 
 private:
     TempDir mDir;

@@ -1,0 +1,128 @@
+#include "commif/printAgain.h"
+
+#include <printf.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "ace/OS_NS_stdio.h"
+
+namespace {
+
+/// Even "%*Lf", which fetches most, takes no more than eight bytes for each of its characters.
+constexpr std::size_t kZeros = osx::kPrintedSize;
+
+/// One conversion, from its "%" to its last character, read as the system's formatting reads it: a
+/// wrong or unfinished one, too, ends where that goes on.
+class Directive {
+public:
+    explicit Directive(const char* aText) : mEnd(aText + 1) {
+        skipPosition();
+        mEnd += std::strspn(mEnd, " +-#0'I");
+        skipNumber();
+        if (*mEnd == '.') {
+            ++mEnd;
+            skipNumber();
+        }
+        skipModifier();
+        mStores = *mEnd == 'n';
+        mEnd += *mEnd == '\0' ? 0 : 1;
+    }
+
+    const char* end() const { return mEnd; }
+    bool isHarmful() const { return mStores || mIsPositional; }
+
+private:
+    /// "12$", but not "0$".
+    void skipPosition() {
+        const char* const lAfter = skipDigits(mEnd);
+        if (*lAfter == '$' && mEnd + std::strspn(mEnd, "0") != lAfter) {
+            mIsPositional = true;
+            mEnd = lAfter + 1;
+        }
+    }
+    /// A width or a precision.
+    void skipNumber() {
+        if (*mEnd == '*') {
+            ++mEnd;
+            skipPosition();
+        } else {
+            mEnd = skipDigits(mEnd);
+        }
+    }
+    void skipModifier() {
+        if (*mEnd == 'h' || *mEnd == 'l') {
+            mEnd += mEnd[1] == *mEnd ? 2 : 1;
+        } else {
+            mEnd += std::strspn(mEnd, "LqjzZt") > 0 ? 1 : 0;
+        }
+    }
+    static const char* skipDigits(const char* aText) {
+        return aText + std::strspn(aText, "0123456789");
+    }
+
+    const char* mEnd;
+    bool mStores = false;
+    bool mIsPositional = false;
+};
+
+void removeHarmfulConversions(char* aFormat) {
+    const char* lFrom = aFormat;
+    while (*lFrom != '\0') {
+        const char* lEnd = lFrom + std::strcspn(lFrom, "%");
+        bool lIsHarmful = false;
+        if (lEnd == lFrom) {
+            const Directive lDirective(lFrom);
+            lEnd = lDirective.end();
+            lIsHarmful = lDirective.isHarmful();
+        }
+        if (!lIsHarmful) {
+            aFormat = std::copy(lFrom, lEnd, aFormat);
+        }
+        lFrom = lEnd;
+    }
+    *aFormat = '\0';
+}
+
+/// @return whether the system would still store something, which takes conversions that are not
+/// known here: of a newer system, or the application's own.
+bool stores(const char* aFormat) {
+    std::array<int, osx::kPrintedSize> lTypes;
+    const std::size_t lCount = ::parse_printf_format(aFormat, lTypes.size(), lTypes.data());
+    return std::any_of(lTypes.begin(), lTypes.begin() + std::min(lCount, lTypes.size()),
+                       [](int aType) { return (aType & PA_FLAG_PTR) != 0; });
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+/// The first floating numbers are looked for in registers of their own; all else that is fetched
+/// lies, once the other registers are used up, on the stack.
+template <std::size_t... Index>
+void printWithZeros(const char* aFormat, std::index_sequence<Index...>) {
+    ACE_OS::printf(aFormat, (static_cast<void>(Index), 0LL)..., 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0,
+                   0.0);
+}
+#pragma GCC diagnostic pop
+
+}  // namespace
+
+namespace osx {
+
+void printAgain(char* aText) {
+    if (std::strchr(aText, '%') == nullptr) {
+        std::fputs(aText, stdout);
+        return;
+    }
+    removeHarmfulConversions(aText);
+    if (stores(aText)) {
+        std::fputs(aText, stdout);
+    } else {
+        printWithZeros(aText, std::make_index_sequence<kZeros>());
+    }
+}
+
+}  // namespace osx
