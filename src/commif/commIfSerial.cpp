@@ -58,9 +58,13 @@ ACE_Time_Value toReadLimit(unsigned int aMilliseconds) {
                           static_cast<suseconds_t>(lMicroseconds % ACE_ONE_SECOND_IN_USECS));
 }
 
-const char* parityName(unsigned char aParity) {
+/// For ACE the name alone decides whether there is parity.
+const char* parityName(const commIfSerialParams_t& aParams) {
     static constexpr std::array<const char*, 4> kNames{"NONE", "ODD", "EVEN", "MARK"};
-    return aParity < kNames.size() ? kNames[aParity] : "SPACE";
+    if (aParams.parityEnable == 0) {
+        return kNames.front();
+    }
+    return aParams.parity < kNames.size() ? kNames[aParams.parity] : "SPACE";
 }
 
 ACE_TTY_IO::Serial_Params toLineSettings(const commIfSerialParams_t& aParams) {
@@ -68,7 +72,7 @@ ACE_TTY_IO::Serial_Params toLineSettings(const commIfSerialParams_t& aParams) {
     lSettings.baudrate = static_cast<int>(aParams.baudRate);
     lSettings.readtimeoutmsec = static_cast<int>(aParams.readTimeout);
     lSettings.inpckenb = aParams.parityEnable != 0;
-    lSettings.paritymode = parityName(aParams.parity);
+    lSettings.paritymode = parityName(aParams);
     lSettings.ctsenb = aParams.ctsFlow != 0;
     lSettings.rtsenb = static_cast<unsigned char>(aParams.rtsControl);
     lSettings.xinenb = aParams.xonXoffIn != 0;
@@ -81,23 +85,34 @@ ACE_TTY_IO::Serial_Params toLineSettings(const commIfSerialParams_t& aParams) {
     return lSettings;
 }
 
-/// What ACE's settings leave to the driver, or to whoever used the port before: every byte passes
-/// unchanged, and a read returns with the first byte, so that the driver's timer never ends it.
+/// @return what ACE has set of its own accord. The rest of the settings is a former user's, who may
+/// have left anything, or bad for the data: PARMRK doubles each 0xFF, and marks a parity error with
+/// two more bytes.
+termios withoutFormerSettings(const termios& aSet) {
+    termios lClean{};
+    lClean.c_iflag = aSet.c_iflag & (IGNBRK | ISTRIP | IXON | IXOFF);
+    lClean.c_cflag = aSet.c_cflag & (CBAUD | CSIZE | CSTOPB | CREAD | HUPCL | CLOCAL | CRTSCTS);
+    if ((aSet.c_cflag & PARENB) != 0) {
+        lClean.c_iflag |= aSet.c_iflag & INPCK;
+        lClean.c_cflag |= aSet.c_cflag & (PARENB | PARODD);
+    }
+    lClean.c_cc[VSTART] = CSTART;
+    lClean.c_cc[VSTOP] = CSTOP;
+    // A read returns with the first byte, so that the driver's timer never ends it.
+    lClean.c_cc[VMIN] = 1;
+    lClean.c_ispeed = aSet.c_ispeed;
+    lClean.c_ospeed = aSet.c_ospeed;
+    return lClean;
+}
+
+/// Completes ACE's settings, so that every byte passes unchanged.
 bool makeTransparent(const ACE_TTY_IO& aDevice) {
-    termios lTermios{};
-    if (::tcgetattr(aDevice.get_handle(), &lTermios) == -1) {
+    termios lSettings{};
+    if (::tcgetattr(aDevice.get_handle(), &lSettings) == -1) {
         return false;
     }
-    // PARMRK doubles each 0xFF, and marks a parity error with two more bytes.
-    lTermios.c_iflag &= ~static_cast<tcflag_t>(PARMRK | BRKINT | IUCLC | IXANY | IMAXBEL);
-    lTermios.c_lflag &= ~static_cast<tcflag_t>(ECHONL | IEXTEN);
-    lTermios.c_cflag &= ~static_cast<tcflag_t>(CMSPAR);
-    if ((lTermios.c_cflag & PARENB) == 0) {
-        lTermios.c_iflag &= ~static_cast<tcflag_t>(INPCK);
-    }
-    lTermios.c_cc[VMIN] = 1;
-    lTermios.c_cc[VTIME] = 0;
-    return ::tcsetattr(aDevice.get_handle(), TCSANOW, &lTermios) == 0;
+    lSettings = withoutFormerSettings(lSettings);
+    return ::tcsetattr(aDevice.get_handle(), TCSANOW, &lSettings) == 0;
 }
 
 /// Opens a port without waiting for a carrier, and without making it the controlling terminal.

@@ -1,19 +1,17 @@
 #include "commif/osxComPort.h"
 
-#include <poll.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <termios.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 
-#include "ace/ACE.h"
 #include "ace/TTY_IO.h"
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "commif/commif.h"
+#include "commif/handleTransfer.h"
 #include "commif/pipeSignal.h"
 #include "osx/osx.h"
 
@@ -43,55 +41,6 @@ int changeModemLine(const ACE_TTY_IO& aComport, int aLine, bool aOn) {
     const int lLines = modemLines(aComport);
     int lChanged = aOn ? lLines | aLine : lLines & ~aLine;
     return ::ioctl(aComport.get_handle(), TIOCMSET, &lChanged);
-}
-
-/// A signal must not cost the count of what is already on its way.
-ssize_t writeAll(int aHandle, const char* aBuffer, std::size_t aLength) {
-    std::size_t lWritten = 0;
-    while (lWritten < aLength) {
-        const ssize_t lCount = ::write(aHandle, aBuffer + lWritten, aLength - lWritten);
-        if (lCount > 0) {
-            lWritten += static_cast<std::size_t>(lCount);
-        } else if (lCount == -1 && errno == EAGAIN) {
-            pollfd lPoll{aHandle, POLLOUT, 0};
-            ::poll(&lPoll, 1, -1);
-        } else if (lCount == 0 || errno != EINTR) {
-            return lCount;
-        }
-    }
-    return static_cast<ssize_t>(lWritten);
-}
-
-bool waitUntilReadable(int aHandle, const ACE_Time_Value& aTimeout) {
-    if (aHandle < 0) {  // which poll would wait for all the same
-        errno = EBADF;
-        return false;
-    }
-    const timespec lLimit = aTimeout < ACE_Time_Value::zero ? timespec{} : timespec(aTimeout);
-    pollfd lPoll{aHandle, POLLIN, 0};
-    const int lReady = ::ppoll(&lPoll, 1, &lLimit, nullptr);
-    if (lReady == 0) {
-        errno = ETIME;
-    }
-    return lReady > 0;
-}
-
-/// What `ACE::recv_n` does, less its switching the handle to non-blocking while it reads: a thread
-/// that writes the same port would then fail as soon as the driver's buffer is full.
-ssize_t readTimed(int aHandle, char* aBuffer, std::size_t aLength, const ACE_Time_Value& aTimeout,
-                  std::size_t& aReceived) {
-    for (aReceived = 0; aReceived < aLength;) {
-        if (!waitUntilReadable(aHandle, aTimeout)) {
-            return -1;
-        }
-        const ssize_t lCount = ::read(aHandle, aBuffer + aReceived, aLength - aReceived);
-        if (lCount > 0) {
-            aReceived += static_cast<std::size_t>(lCount);
-        } else if (lCount == 0 || errno != EAGAIN) {
-            return lCount;
-        }
-    }
-    return static_cast<ssize_t>(aReceived);
 }
 
 /// @return the line status; no bit of it when the driver cannot tell.
@@ -131,7 +80,7 @@ int osxComPort::send_n(const void* aBuffer, unsigned int aLength) const {
     // The handle is the application's choice; a socket or a pipe raises SIGPIPE.
     const osx::PipeSignalGuard lNoSignal;
     return static_cast<int>(
-        writeAll(mComport->get_handle(), static_cast<const char*>(aBuffer), aLength));
+        osx::writeWhole(mComport->get_handle(), static_cast<const char*>(aBuffer), aLength));
 }
 
 int osxComPort::init() {
@@ -145,12 +94,9 @@ int osxComPort::init() {
 int osxComPort::recv_n(void* aBuffer, unsigned int aLength, const ACE_Time_Value* aTimeout,
                        unsigned int* aBytesTransferred) {
     checkUART();
-    const int lHandle = mComport->get_handle();
     std::size_t lReceived = 0;
-    const ssize_t lResult =
-        aTimeout == nullptr
-            ? ACE::recv_n(lHandle, aBuffer, aLength, nullptr, &lReceived)
-            : readTimed(lHandle, static_cast<char*>(aBuffer), aLength, *aTimeout, lReceived);
+    const ssize_t lResult = osx::readWhole(mComport->get_handle(), static_cast<char*>(aBuffer),
+                                           aLength, aTimeout, lReceived);
     if (aBytesTransferred != nullptr) {
         *aBytesTransferred = static_cast<unsigned int>(lReceived);
     }
@@ -265,5 +211,6 @@ int flushPort(ACE_TTY_IO& aComport) {
 }
 
 int getComPortDevName(unsigned long aPort, char* aName) {
-    return std::sprintf(aName, "/dev/ttyS%lu", aPort - 1);
+    // A port's number has 32 bits, wherever a long has more.
+    return std::sprintf(aName, "/dev/ttyS%u", static_cast<unsigned int>(aPort) - 1U);
 }

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -22,6 +23,7 @@
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/logMatchers.h"
+#include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -169,14 +171,14 @@ void useLine(steady_clock::time_point aEnd) {
     } while (!testing::Test::HasFailure() && steady_clock::now() < aEnd);
 }
 
-/// Data bits, parity, stop bits, checking.
+/// Data bits, parity, stop bits, whether parity is enabled.
 using Framing = std::tuple<unsigned char, unsigned char, unsigned char, unsigned char>;
 class SerialFraming : public SerialChannel, public testing::WithParamInterface<Framing> {};
 
 std::string framingName(const testing::TestParamInfo<Framing>& aInfo) {
-    const auto [lDataBits, lParity, lStopBits, lCheck] = aInfo.param;
+    const auto [lDataBits, lParity, lStopBits, lEnabled] = aInfo.param;
     return std::to_string(lDataBits) + "NOE"[lParity] + "Stop" + std::to_string(lStopBits) +
-           (lCheck != 0 ? "Checked" : "");
+           (lEnabled != 0 ? "Enabled" : "");
 }
 
 }  // namespace
@@ -362,6 +364,7 @@ TEST_F(SerialOpen, EndsAnEarlierPortBeforeItMakesANewOne) {
 }
 
 TEST_F(SerialOpen, FailsOnMarkAndSpaceParity) {
+    mParams.parityEnable = 1;
     for (const unsigned char lParity : Bytes{3, 4, 200}) {
         mLog.clear();
         mParams.parity = lParity;
@@ -369,6 +372,18 @@ TEST_F(SerialOpen, FailsOnMarkAndSpaceParity) {
         EXPECT_THAT(
             mLog.texts(),
             ElementsAre(inDescriptor("CommParamsSet: lComport->control fails"), refusedLine()));
+    }
+}
+
+TEST_F(SerialOpen, SetsNoParityUnlessItIsEnabled) {
+    ASSERT_EQ(COMMIF_OK, open());
+    const termios lPlain = mDriver.settings();
+    for (const unsigned char lParity : Bytes{1, 2, 3, 4, 200}) {
+        mParams.parity = lParity;
+        EXPECT_EQ(COMMIF_OK, open());
+        const termios lSettings = mDriver.settings();
+        EXPECT_EQ(0U, lSettings.c_cflag & PARENB);
+        EXPECT_EQ(0, std::memcmp(&lPlain, &lSettings, sizeof lPlain));
     }
 }
 
@@ -467,39 +482,55 @@ TEST_F(SerialOpen, IgnoresFlagsThatMeanNothing) {
 }
 
 TEST_F(SerialOpen, UndoesWhatAFormerUserOfThePortLeft) {
-    termios lLeft{};
-    lLeft.c_iflag =
-        PARMRK | INPCK | BRKINT | ISTRIP | INLCR | IGNCR | ICRNL | IUCLC | IXANY | IMAXBEL;
-    lLeft.c_oflag = OPOST | ONLCR | OLCUC;
-    lLeft.c_cflag = CS8 | CREAD | CMSPAR | B9600;
-    lLeft.c_lflag = ICANON | ECHO | ECHONL | ISIG | IEXTEN;
-    ASSERT_EQ(0, ::tcsetattr(mLine.farEnd(), TCSANOW, &lLeft));
-    ASSERT_EQ(COMMIF_OK, open());
-    const termios lSettings = mDriver.settings();
-    EXPECT_EQ(static_cast<tcflag_t>(IGNBRK), lSettings.c_iflag);
-    EXPECT_EQ(0U, lSettings.c_oflag & OPOST);
-    EXPECT_EQ(0U, lSettings.c_cflag & CMSPAR);
-    EXPECT_EQ(0U, lSettings.c_lflag & (ICANON | ECHO | ECHONL | ISIG | IEXTEN));
-    mLine.send(allBytes());
-    EXPECT_EQ(COMMIF_OK, read(256));
-    EXPECT_EQ(allBytes(), mBuffer);
+    for (const unsigned char lParity : Bytes{0, 1, 2}) {
+        mParams.parity = lParity;
+        mParams.parityEnable = 1;
+        const test::SerialLine lUnused;
+        mParams.portNr = lUnused.port();
+        ASSERT_EQ(COMMIF_OK, open());
+        const termios lClean = mDriver.settings();
+
+        termios lLeft{};
+        lLeft.c_iflag = lLeft.c_oflag = lLeft.c_lflag = ~tcflag_t{0};
+        lLeft.c_cflag = ~tcflag_t{0} & ~static_cast<tcflag_t>(CBAUD | CIBAUD);
+        lLeft.c_cflag |= B9600 | CIBAUD;
+        std::fill_n(lLeft.c_cc, NCCS, cc_t{'x'});
+        ASSERT_EQ(0, ::tcsetattr(mLine.farEnd(), TCSANOW, &lLeft));
+        mDriver.keepSettings(lLeft);
+        mParams.portNr = mLine.port();
+        ASSERT_EQ(COMMIF_OK, open());
+        const termios lSettings = mDriver.settings();
+        EXPECT_EQ(lClean.c_iflag, lSettings.c_iflag);
+        EXPECT_EQ(lClean.c_oflag, lSettings.c_oflag);
+        EXPECT_EQ(lClean.c_cflag, lSettings.c_cflag);
+        EXPECT_EQ(lClean.c_lflag, lSettings.c_lflag);
+        EXPECT_EQ(0, std::memcmp(lClean.c_cc, lSettings.c_cc, sizeof lClean.c_cc));
+        EXPECT_EQ(0x11, lSettings.c_cc[VSTART]);
+        EXPECT_EQ(0x13, lSettings.c_cc[VSTOP]);
+        EXPECT_EQ(0U, lSettings.c_iflag & (IGNPAR | PARMRK | IUTF8));
+        EXPECT_EQ(0U, lSettings.c_cflag & (CMSPAR | CIBAUD));
+        mLine.send(allBytes());
+        EXPECT_EQ(COMMIF_OK, read(256));
+        EXPECT_EQ(allBytes(), mBuffer);
+    }
 }
 
 TEST_P(SerialFraming, IsSetAndPassesAllBytes) {
-    const auto [lDataBits, lParity, lStopBits, lCheck] = GetParam();
+    const auto [lDataBits, lParity, lStopBits, lEnabled] = GetParam();
     mParams.dataBits = lDataBits;
     mParams.parity = lParity;
     mParams.stopBits = lStopBits;
-    mParams.parityEnable = lCheck & 1U;
+    mParams.parityEnable = lEnabled & 1U;
     ASSERT_EQ(COMMIF_OK, open());
 
     const termios lSettings = mDriver.settings();
     const tcflag_t lSizes[] = {CS5, CS6, CS7, CS8};
-    const tcflag_t lParities[] = {0, PARENB | PARODD, PARENB};
+    const tcflag_t lParities[] = {0, lEnabled != 0 ? PARENB | PARODD : 0U,
+                                  lEnabled != 0 ? PARENB : 0U};
     EXPECT_EQ(lSizes[lDataBits - 5], lSettings.c_cflag & CSIZE);
-    EXPECT_EQ(lParities[lParity], lSettings.c_cflag & (lParity == 0 ? PARENB : PARENB | PARODD));
+    EXPECT_EQ(lParities[lParity], lSettings.c_cflag & (PARENB | PARODD));
     EXPECT_EQ(lStopBits == 0 ? 0U : static_cast<tcflag_t>(CSTOPB), lSettings.c_cflag & CSTOPB);
-    EXPECT_EQ(lParity != 0 && lCheck != 0, (lSettings.c_iflag & INPCK) != 0);
+    EXPECT_EQ(lParity != 0 && lEnabled != 0, (lSettings.c_iflag & INPCK) != 0);
     EXPECT_EQ(0U, lSettings.c_iflag & (PARMRK | IGNPAR));
     EXPECT_EQ(static_cast<tcflag_t>(CREAD | CLOCAL), lSettings.c_cflag & (CREAD | CLOCAL));
     EXPECT_EQ(1, lSettings.c_cc[VMIN]);
@@ -872,5 +903,47 @@ TEST(SerialThreads, OpenUseAndCloseTheirPortsAtOnce) {
     }
     for (std::thread& lThread : lThreads) {
         lThread.join();
+    }
+}
+
+TEST(SerialThreads, ReadersOfOnePortEachEndInTime) {
+    constexpr int kReaders = 6;
+    const test::LogCapture lLog;
+    const test::SerialDriverModel lDriver;
+    const test::SerialLine lLine;
+    std::atomic<bool> lDone{false};
+    std::atomic<int> lRunning{kReaders};
+    std::vector<std::thread> lReaders;
+    for (int lReader = 0; lReader < kReaders; ++lReader) {
+        lReaders.emplace_back([&] {
+            commIfDevParams_t lParams{};
+            lParams.devType = eSERIAL;
+            lParams.serial.portNr = lLine.port();
+            lParams.serial.readTimeout = 20;
+            lParams.serial.baudRate = 115200;
+            lParams.serial.dataBits = 8;
+            int lDesc = -1;
+            EXPECT_EQ(COMMIF_OK, commIfOpen(&lDesc, &lParams, nullptr));
+            unsigned char lByte = 0;
+            unsigned long lCount = 0;
+            while (!lDone) {
+                commIfRead(lDesc, &lByte, 1, &lCount);
+            }
+            --lRunning;
+            EXPECT_EQ(COMMIF_OK, commIfClose(lDesc));
+        });
+    }
+    for (int lRound = 0; lRound < 300; ++lRound) {
+        lLine.send("x");
+        std::this_thread::sleep_for(milliseconds(1));
+    }
+    lDone = true;
+    EXPECT_TRUE(test::waitUntil([&] { return lRunning == 0; }));
+    while (lRunning != 0) {
+        lLine.send("x");
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    for (std::thread& lReader : lReaders) {
+        lReader.join();
     }
 }

@@ -1,11 +1,14 @@
 #include "commif/osxComPort.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -14,8 +17,12 @@
 #include <climits>
 #include <csignal>
 #include <cstring>
+#include <functional>
+#include <future>
 #include <memory>
+#include <optional>
 #include <thread>
+#include <utility>
 
 #include "ace/TTY_IO.h"
 #include "ace/Time_Value.h"
@@ -24,6 +31,7 @@
 #include "commif/commif.h"
 #include "support/Interrupter.h"
 #include "support/LogCapture.h"
+#include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -39,6 +47,10 @@ constexpr char kCheckFailed[] = "osxComPort::checkUART() ioctl failed \n";
 constexpr milliseconds kAtOnce(20000);
 
 std::atomic<int> gYields{0};
+
+/// What happens around each wait of a read.
+std::function<void()> gBeforeWait;
+std::function<void()> gAfterWait;
 
 /// A terminal set up as a line without timer of its own.
 std::unique_ptr<ACE_TTY_IO> openTerminal(const test::SerialLine& aLine, int aFlags = 0) {
@@ -66,6 +78,20 @@ protected:
         return read(aLength, &lTimeout);
     }
     int handle() const { return mPort.getACE_TTY_IO()->get_handle(); }
+    void awaitInput(int aLength) const {
+        int lThere = 0;
+        EXPECT_TRUE(test::waitUntil(
+            [&] { return ::ioctl(handle(), FIONREAD, &lThere) == 0 && lThere >= aLength; }));
+    }
+    /// Sets what the driver itself waits for: so many bytes, so many tenths of a second.
+    void setDriverWait(cc_t aBytes, cc_t aTenths) const {
+        termios lSettings{};
+        ASSERT_EQ(0, ::tcgetattr(handle(), &lSettings));
+        lSettings.c_cc[VMIN] = aBytes;
+        lSettings.c_cc[VTIME] = aTenths;
+        ASSERT_EQ(0, ::tcsetattr(handle(), TCSANOW, &lSettings));
+    }
+    bool isBlocking() const { return (::fcntl(handle(), F_GETFL) & O_NONBLOCK) == 0; }
 
     test::LogCapture mLog;
     test::SerialDriverModel mDriver;
@@ -76,6 +102,47 @@ protected:
 };
 using ComPortRead = ComPort;
 using ComPortWrite = ComPort;
+
+/// A port on a pipe that takes nothing more until it is read.
+class FullPort {
+public:
+    FullPort() {
+        std::array<int, 2> lEnds{};
+        EXPECT_EQ(0, ::pipe2(lEnds.data(), O_CLOEXEC | O_NONBLOCK));
+        mReader = test::Descriptor(lEnds[0]);
+        const std::string lData(4096, 'x');
+        while (::write(lEnds[1], lData.data(), lData.size()) > 0) {
+        }
+        auto lDevice = std::make_unique<ACE_TTY_IO>();
+        lDevice->set_handle(lEnds[1]);
+        mPort = std::make_unique<osxComPort>(lDevice.release());
+    }
+
+    void setBlocking() const {
+        EXPECT_EQ(0, ::fcntl(mPort->getACE_TTY_IO()->get_handle(), F_SETFL, O_WRONLY));
+    }
+    /// Writes on a thread of its own. @return the result, or -1 and the error, which is EPIPE when
+    /// nothing else has ended the write in half a minute.
+    std::pair<int, int> write(bool aInterrupted) {
+        std::future<std::pair<int, int>> lResult = std::async(std::launch::async, [&] {
+            std::optional<test::Interrupter> lInterrupter;
+            if (aInterrupted) {
+                lInterrupter.emplace();
+            }
+            errno = 0;
+            const int lSent = mPort->send_n("abc", 3);
+            return std::pair(lSent, errno);
+        });
+        if (lResult.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+            mReader.close();
+        }
+        return lResult.get();
+    }
+
+private:
+    test::Descriptor mReader{-1};
+    std::unique_ptr<osxComPort> mPort;
+};
 
 class HalfDuplexPort : public testing::Test {
 protected:
@@ -94,6 +161,21 @@ protected:
 };
 
 }  // namespace
+
+// In the place of libc's: lets others have their turn.
+extern "C" __attribute__((visibility("default"))) int ppoll(pollfd* aPolls, nfds_t aCount,
+                                                            const timespec* aLimit,
+                                                            const sigset_t* aMask) {
+    static const auto gNext = reinterpret_cast<decltype(&ppoll)>(::dlsym(RTLD_NEXT, "ppoll"));
+    if (gBeforeWait) {
+        gBeforeWait();
+    }
+    const int lReady = gNext(aPolls, aCount, aLimit, aMask);
+    if (gAfterWait) {
+        gAfterWait();
+    }
+    return lReady;
+}
 
 // In the place of libc's: counts.
 extern "C" __attribute__((visibility("default"))) int sched_yield() noexcept {
@@ -114,7 +196,14 @@ TEST(ComPortName, CountsPortsFromOne) {
 TEST(ComPortName, WrapsAroundForPortZero) {
     std::array<char, 32> lName{};
     getComPortDevName(0, lName.data());
-    EXPECT_EQ("/dev/ttyS" + std::to_string(ULONG_MAX), lName.data());
+    EXPECT_STREQ("/dev/ttyS4294967295", lName.data());
+    EXPECT_EQ(19, getComPortDevName(0, lName.data()));
+}
+
+TEST(ComPortName, TakesTheLow32BitsOfANumber) {
+    std::array<char, 40> lName{};
+    getComPortDevName(ULONG_MAX, lName.data());
+    EXPECT_STREQ("/dev/ttyS4294967294", lName.data());
 }
 
 TEST(ComPortDeathTest, AssertsThatThereIsADevice) {
@@ -371,13 +460,144 @@ TEST_F(ComPortRead, ProceedsWithoutCounters) {
 TEST_F(ComPortRead, WaitsByItsOwnTimeOutAlone) {
     // The driver would end a read without data at once, or after a tenth of a second.
     for (const cc_t lTenths : {cc_t{0}, cc_t{1}}) {
-        termios lSettings{};
-        ASSERT_EQ(0, ::tcgetattr(handle(), &lSettings));
-        lSettings.c_cc[VMIN] = 0;
-        lSettings.c_cc[VTIME] = lTenths;
-        ASSERT_EQ(0, ::tcsetattr(handle(), TCSANOW, &lSettings));
+        setDriverWait(0, lTenths);
         EXPECT_EQ(10011, readFor(1, milliseconds(150)));
+        std::thread lSender([this] {
+            std::this_thread::sleep_for(milliseconds(150));
+            mLine.send("a");
+        });
+        EXPECT_EQ(COMMIF_OK, read(1, nullptr));
+        EXPECT_EQ("a", mBuffer);
+        lSender.join();
     }
+}
+
+TEST_F(ComPortRead, TakesWhatIsThereWhereTheDriverWaitsForMore) {
+    for (const cc_t lTenths : {cc_t{0}, cc_t{200}}) {
+        setDriverWait(5, lTenths);
+        mLine.send("abc");
+        awaitInput(3);
+        EXPECT_EQ(COMMIF_OK, readFor(3, milliseconds(30000)));
+        EXPECT_EQ("abc", mBuffer);
+        mLine.send("de");
+        awaitInput(2);
+        EXPECT_EQ(10011, readFor(3, milliseconds(120)));
+        EXPECT_EQ("de", mBuffer);
+    }
+}
+
+TEST_F(ComPortRead, TakesInTheEndWhatTheDriverKeptBack) {
+    setDriverWait(5, 0);
+    bool lIsSent = false;
+    gBeforeWait = [&] {
+        if (!std::exchange(lIsSent, true)) {
+            mLine.send("abc");
+        }
+    };
+    EXPECT_EQ(COMMIF_OK, readFor(3, milliseconds(500)));
+    EXPECT_EQ("abc", mBuffer);
+    gBeforeWait = nullptr;
+}
+
+TEST_F(ComPortRead, EndsInTimeThoughOthersTakeAllThatComes) {
+    const test::Descriptor lOther(
+        ::open(mLine.terminal().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
+    gBeforeWait = [this] { mLine.send("x"); };
+    gAfterWait = [&lOther] {
+        std::array<char, 64> lTaken{};
+        while (::read(lOther.get(), lTaken.data(), lTaken.size()) > 0) {
+        }
+    };
+    const auto lStart = steady_clock::now();
+    std::future<int> lResult =
+        std::async(std::launch::async, [this] { return readFor(4000, milliseconds(120)); });
+    if (lResult.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+        ADD_FAILURE() << "waits on";
+        mLine.hangUp();
+    }
+    EXPECT_EQ(10011, lResult.get());
+    EXPECT_GE(steady_clock::now() - lStart, milliseconds(120));
+    gBeforeWait = gAfterWait = nullptr;
+}
+
+TEST_F(ComPortRead, LeavesTheHandleAsItWas) {
+    EXPECT_EQ(10011, readFor(1, milliseconds(1)));
+    EXPECT_TRUE(isBlocking());
+    mLine.send("a");
+    EXPECT_EQ(COMMIF_OK, readFor(1, milliseconds(30000)));
+    EXPECT_TRUE(isBlocking());
+    ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR | O_NONBLOCK));
+    EXPECT_EQ(10011, readFor(1, milliseconds(1)));
+    EXPECT_FALSE(isBlocking());
+}
+
+TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenReadsOverlap) {
+    const ACE_Time_Value lMoment(0, 1000);
+    for (int lRound = 0; lRound < 200; ++lRound) {
+        std::vector<std::thread> lReaders;
+        for (int lReader = 0; lReader < 3; ++lReader) {
+            lReaders.emplace_back([&] {
+                char lByte = 0;
+                EXPECT_EQ(10011, mPort.recv_n(&lByte, 1, &lMoment, nullptr));
+            });
+        }
+        for (std::thread& lReader : lReaders) {
+            lReader.join();
+        }
+        ASSERT_TRUE(isBlocking());
+    }
+}
+
+TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenItsThreadIsCancelled) {
+    std::promise<void> lWaits;
+    bool lIsTold = false;
+    gBeforeWait = [&] {
+        if (!std::exchange(lIsTold, true)) {
+            lWaits.set_value();
+        }
+    };
+    pthread_t lReader{};
+    const auto lRead = [](void* aPort) -> void* {
+        char lByte = 0;
+        const ACE_Time_Value lLong(1000);
+        static_cast<osxComPort*>(aPort)->recv_n(&lByte, 1, &lLong, nullptr);
+        return nullptr;
+    };
+    ASSERT_EQ(0, ::pthread_create(&lReader, nullptr, lRead, &mPort));
+    lWaits.get_future().wait();
+    EXPECT_EQ(0, ::pthread_cancel(lReader));
+    EXPECT_EQ(0, ::pthread_join(lReader, nullptr));
+    EXPECT_TRUE(isBlocking());
+    gBeforeWait = nullptr;
+    EXPECT_EQ(10011, readFor(1, milliseconds(1)));
+}
+
+TEST_F(ComPortRead, WorksInAChildOfAProcessThatReads) {
+    std::atomic<bool> lDone{false};
+    std::thread lReader([&] {
+        char lByte = 0;
+        const ACE_Time_Value lMoment(0, 100);
+        while (!lDone) {
+            mPort.recv_n(&lByte, 1, &lMoment, nullptr);
+        }
+    });
+    const test::SerialLine lLine;
+    const osxComPort lPort(openTerminal(lLine).release());
+    for (int lRound = 0; lRound < 100; ++lRound) {
+        const pid_t lChild = ::fork();
+        if (lChild == 0) {
+            ::alarm(60);
+            char lByte = 0;
+            const ACE_Time_Value lMoment(0, 1000);
+            const int lResult = const_cast<osxComPort&>(lPort).recv_n(&lByte, 1, &lMoment, nullptr);
+            ::_exit(lResult == 10011 ? 0 : 1);
+        }
+        int lStatus = -1;
+        ASSERT_EQ(lChild, ::waitpid(lChild, &lStatus, 0));
+        ASSERT_EQ(0, lStatus);
+    }
+    lDone = true;
+    lReader.join();
 }
 
 TEST_F(ComPortRead, LeavesTheHandleBlockingForAWriterOnAnotherThread) {
@@ -425,27 +645,55 @@ TEST_F(ComPortWrite, RaisesNoSignalWhereAReaderIsGone) {
     EXPECT_EQ(EPIPE, errno);
 }
 
-TEST_F(ComPortWrite, GoesOnAfterSignals) {
-    static constexpr std::size_t kLength = 64 * 1024;
-    std::thread lFarEnd([this] {
-        std::this_thread::sleep_for(milliseconds(100));
-        EXPECT_EQ(kLength, mLine.receive(kLength).size());
+TEST_F(ComPortWrite, GoesOnAfterSignalsOnceItIsUnderWay) {
+    static constexpr std::size_t kLength = 1024 * 1024;
+    const pthread_t lWriter = ::pthread_self();
+    std::thread lFarEnd([this, lWriter] {
+        EXPECT_EQ(1U, mLine.receive(1).size());
+        const test::Interrupter lInterrupter(lWriter);
+        lInterrupter.awaitSignals(20);
+        EXPECT_EQ(kLength - 1, mLine.receive(kLength - 1).size());
     });
-    const std::string lData(kLength, 'x');
-    {
-        const test::Interrupter lInterrupter;
-        EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
-    }
-    lFarEnd.join();
-}
-
-TEST_F(ComPortWrite, WaitsWhenAnApplicationMadeTheHandleNonBlocking) {
-    static constexpr std::size_t kLength = 64 * 1024;
-    ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR | O_NONBLOCK));
-    std::thread lFarEnd([this] { EXPECT_EQ(kLength, mLine.receive(kLength).size()); });
     const std::string lData(kLength, 'x');
     EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
     lFarEnd.join();
+}
+
+TEST_F(ComPortWrite, IsCalledOffByASignalBeforeItsFirstByte) {
+    FullPort lPort;
+    lPort.setBlocking();
+    EXPECT_EQ(std::pair(-1, EINTR), lPort.write(true));
+}
+
+TEST_F(ComPortWrite, IsCalledOffByASignalWhileAReadHasTheHandle) {
+    // The far end takes nothing, and the line is full.
+    const std::string lData(4096, 'x');
+    ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR | O_NONBLOCK));
+    while (::write(handle(), lData.data(), lData.size()) > 0) {
+    }
+    ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR));
+    std::promise<void> lReads;
+    std::atomic<bool> lIsTold{false};
+    gBeforeWait = [&] {
+        if (!lIsTold.exchange(true)) {
+            lReads.set_value();
+        }
+    };
+    std::thread lReader([this] { EXPECT_EQ(COMMIF_OK, readFor(1, milliseconds(60000))); });
+    lReads.get_future().wait();
+    {
+        const test::Interrupter lInterrupter;
+        EXPECT_EQ(-1, mPort.send_n("abc", 3));
+        EXPECT_EQ(EINTR, errno);
+    }
+    mLine.send("a");
+    lReader.join();
+    gBeforeWait = nullptr;
+}
+
+TEST_F(ComPortWrite, DoesNotWaitWhereAnApplicationMadeTheHandleNonBlocking) {
+    FullPort lPort;
+    EXPECT_EQ(std::pair(-1, EAGAIN), lPort.write(false));
 }
 
 TEST_F(HalfDuplexPort, IsInHalfDuplexModeForItsWholeLife) {
