@@ -1,5 +1,9 @@
 #include <semaphore.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
 #include "ace/Semaphore.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
@@ -15,18 +19,15 @@ constexpr char kModule[] = "osxACE.cpp";
 /// @return the semaphore; null with `errno` set. It is unnamed in any case: a name would make it
 ///         the system's, shared with every other semaphore of that name and outliving the process.
 ACE_Semaphore* createSemaphore(int aStartCount, int aMaxCount) {
-    if (aStartCount < 0) {
-        errno = EINVAL;
-        return nullptr;
+    std::unique_ptr<ACE_Semaphore> lSem(
+        osx::allocate<ACE_Semaphore>(static_cast<unsigned int>(std::max(aStartCount, 0)),
+                                     USYNC_THREAD, nullptr, nullptr, aMaxCount));
+    const bool lAllocated = lSem != nullptr && lSem->lock().sema_ != nullptr;
+    if (!lAllocated || aStartCount < 0) {
+        lSem.reset();
+        errno = lAllocated ? EINVAL : ENOMEM;
     }
-    auto* const lSem = osx::allocate<ACE_Semaphore>(static_cast<unsigned int>(aStartCount),
-                                                    USYNC_THREAD, nullptr, nullptr, aMaxCount);
-    if (lSem != nullptr && lSem->lock().sema_ == nullptr) {
-        delete lSem;
-        errno = ENOMEM;
-        return nullptr;
-    }
-    return lSem;
+    return lSem.release();
 }
 
 sem_t* posixSemaphore(void* aHandle) {

@@ -243,6 +243,23 @@ TEST(Semaphore, CreateFailsWhenOnlyItsInsideFindsNoMemory) {
     EXPECT_EQ(0, osxNameTableCount());
 }
 
+TEST(Semaphore, CreateFailsForWantOfMemoryWhateverTheStartCount) {
+    const test::LogCapture lLog;
+    void* lHandle = nullptr;
+    for (const int lCount : {-1, INT_MIN, 0, INT_MAX}) {
+        for (const int lAllowed : {0, 1}) {
+            errno = 0;
+            const test::FailingAllocator lFailing(lAllowed, true);
+            EXPECT_EQ(OSX_ERR_SEMAPHORE, osxCreateSemaphore(lCount, 5, &lHandle, nullptr));
+            EXPECT_EQ(ENOMEM, errno);
+        }
+    }
+    EXPECT_EQ(nullptr, lHandle);
+    for (const test::LogLine& lLine : lLog.lines()) {
+        EXPECT_EQ(ENOMEM, lLine.errnum) << lLine.text;
+    }
+}
+
 TEST(Semaphore, CreateRefusesANegativeStartCount) {
     const test::LogCapture lLog;
     void* lHandle = nullptr;
