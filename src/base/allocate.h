@@ -11,9 +11,10 @@
 namespace osx {
 
 /// @return a new object, owned by the caller; null with `errno` ENOMEM if memory is short, be it
-///         for the object or for what its constructor allocates.
+///         for the object or for what its constructor allocates. Throws nothing, but is unwound
+///         when the constructor meets a cancellation of the thread.
 template <class T, class... Arguments>
-T* allocate(Arguments&&... aArguments) noexcept {
+T* allocate(Arguments&&... aArguments) {
     T* lObject = nullptr;
     try {
         lObject = new (std::nothrow) T(std::forward<Arguments>(aArguments)...);

@@ -9,9 +9,10 @@ namespace osx {
 /// @param aExpression the text of what should have held.
 /// @param aModule name of the source module, with extension.
 void reportFailedAssertion(const char* aExpression, const char* aModule,
-                           int aLine = __builtin_LINE()) noexcept;
+                           int aLine = __builtin_LINE());
 
-/// Writes the same line and aborts the process, whether or not LM_ERROR lines are shown.
+/// Writes the same line and aborts the process, whether or not LM_ERROR lines are shown, and
+/// though its thread be cancelled meanwhile.
 [[noreturn]] void failAssertion(const char* aExpression, const char* aModule,
                                 int aLine = __builtin_LINE()) noexcept;
 

@@ -7,10 +7,13 @@
 
 #include <cerrno>
 
+#include "base/NoCancellation.h"
+
 namespace osx {
 
 /// Closes a descriptor on the way out of a failure, whose `errno` stays.
 inline void closeKeepingErrno(int aDescriptor) noexcept {
+    const NoCancellation lGuard;
     const int lErrno = errno;
     ::close(aDescriptor);
     errno = lErrno;

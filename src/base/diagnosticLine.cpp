@@ -65,7 +65,7 @@ void BoundedFormat::rewrite(const char* aFormat, std::size_t aLongestText) noexc
 }  // namespace
 
 void DiagnosticLine::write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int aStatus,
-                           const char* aFormat, ...) noexcept {
+                           const char* aFormat, ...) {
     if (ACE_Log_Msg* lLog = ACE_Log_Msg::instance()) {
         const BoundedFormat lFormat(aFormat);
         lLog->conditional_set(aLine.mModule, aLine.mLine, aStatus, aLine.mErrno);

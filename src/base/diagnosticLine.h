@@ -23,6 +23,9 @@ inline bool isTraced(unsigned int aLevel) noexcept {
 /// Construct it where the line is due, so that it records that source line, and call one of its
 /// operations. `errno` is the same afterwards as before.
 ///
+/// Writing may be a cancellation point: where a cancelled thread must not be unwound, as in a
+/// destructor, hold a `NoCancellation`.
+///
 /// Formats are those of `ACE_Log_Msg::log`, not those of `printf`. Integers and pointers are handed
 /// over as 32 bits in both word sizes, so that "%d" and "%x" always fit.
 /// A text ("%s") that is too long for the line is cut, so that the line still has its end.
@@ -35,14 +38,13 @@ public:
 
     /// Writes a failure line, whatever the debug level.
     template <class... Arguments>
-    void failure(ACE_Log_Priority aPriority, const char* aFormat,
-                 Arguments... aArguments) const noexcept {
+    void failure(ACE_Log_Priority aPriority, const char* aFormat, Arguments... aArguments) const {
         write(*this, aPriority, kFailure, aFormat, argument(aArguments)...);
     }
 
     /// Writes a trace line at LM_DEBUG, if lines of this level are wanted.
     template <class... Arguments>
-    void trace(unsigned int aLevel, const char* aFormat, Arguments... aArguments) const noexcept {
+    void trace(unsigned int aLevel, const char* aFormat, Arguments... aArguments) const {
         if (isTraced(aLevel)) {
             write(*this, LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
         }
@@ -50,7 +52,7 @@ public:
 
     /// Writes a line at LM_DEBUG that reports no failure, whatever the debug level.
     template <class... Arguments>
-    void notice(const char* aFormat, Arguments... aArguments) const noexcept {
+    void notice(const char* aFormat, Arguments... aArguments) const {
         write(*this, LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
     }
 
@@ -58,7 +60,7 @@ public:
     /// @return the object behind the handle; null, after a failure line, for a null handle.
     template <class T, class... Arguments>
     T* object(void* aHandle, ACE_Log_Priority aPriority, const char* aFormat,
-              Arguments... aArguments) const noexcept {
+              Arguments... aArguments) const {
         if (aHandle == nullptr) {
             failure(aPriority, aFormat, aArguments...);
         }
@@ -85,7 +87,7 @@ private:
 
     /// By value: a line whose address nobody has costs nothing where it is not written.
     static void write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int aStatus,
-                      const char* aFormat, ...) noexcept;
+                      const char* aFormat, ...);
 
     const char* mModule;
     int mLine;

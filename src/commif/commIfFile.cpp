@@ -5,11 +5,13 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "ace/FILE_Connector.h"
 #include "ace/FILE_IO.h"
 #include "ace/OS_NS_unistd.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "commif/channels.h"
@@ -23,6 +25,7 @@ void* takeFileObject(commIfDesc_t& aEntry) noexcept {
 }
 
 int closeFileObject(int aDesc, void* aObject) noexcept {
+    const NoCancellation lGuard;
     auto* lFile = DiagnosticLine(kChannelModule)
                       .object<ACE_FILE_IO>(aObject, LM_DEBUG,
                                            "%t commIfFileClose: lFile == 0 desc[%d]  \n", aDesc);
@@ -172,16 +175,15 @@ int commIfFileOpen(int aDesc, commIfFileParams_t* aParams) {
     }
     copyParameters(lEntry->info.file, *aParams);
     const FileName lName(*aParams);
-    auto* lFile = osx::allocate<ACE_FILE_IO>();
+    std::unique_ptr<ACE_FILE_IO> lFile(osx::allocate<ACE_FILE_IO>());
     if (lFile == nullptr || !osx::openFile(*lFile, lName.text(), toOpenFlags(aParams->openMode))) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t commIfFileOpen: Unable to open file [%s]!  desc[%d]  \n",
                      lName.text(), aDesc);
-        delete lFile;
         return COMMIF_ERR_FILE_OPEN;
     }
     setKind(aDesc, FileKind::kUnknown);
-    lEntry->info.file.fileIo = lFile;
+    lEntry->info.file.fileIo = lFile.release();
     return COMMIF_OK;
 }
 

@@ -8,6 +8,7 @@
 
 #include "ace/FILE_Connector.h"
 #include "ace/FILE_IO.h"
+#include "base/NoCancellation.h"
 #include "base/diagnosticLine.h"
 #include "commif/channels.h"
 #include "commif/fileAccess.h"
@@ -15,14 +16,14 @@
 
 namespace osx {
 
-bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) noexcept {
+bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) {
     constexpr int kPermissions = 0644;
     const ACE_FILE_Addr lAddress(aName == nullptr ? "" : aName);
     return ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
                                         aFlags | O_CLOEXEC | O_NOCTTY, kPermissions) == 0;
 }
 
-bool findFileSize(ACE_FILE_IO& aFile, ACE_OFF_T& aSize) noexcept {
+bool findFileSize(ACE_FILE_IO& aFile, ACE_OFF_T& aSize) {
     ACE_FILE_Info lInfo;
     if (aFile.get_info(lInfo) != 0) {
         DiagnosticLine(kChannelModule)
@@ -44,7 +45,10 @@ using osx::kChannelModule;
 class OpenFile : public ACE_FILE_IO {
 public:
     OpenFile() = default;
-    ~OpenFile() { close(); }
+    ~OpenFile() {
+        const osx::NoCancellation lGuard;
+        close();
+    }
     OpenFile(const OpenFile&) = delete;
     OpenFile& operator=(const OpenFile&) = delete;
 };

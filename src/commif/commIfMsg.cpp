@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "base/NoCancellation.h"
 #include "commif/channels.h"
 #include "osx/osx.h"
 
@@ -10,6 +11,7 @@ void* takeMsgObject(commIfDesc_t& aEntry) noexcept {
 }
 
 int closeMsgObject(int, void* aObject) noexcept {
+    const NoCancellation lGuard;
     osxMsgQueueDelete(aObject);
     return COMMIF_OK;
 }

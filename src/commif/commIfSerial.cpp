@@ -10,6 +10,7 @@
 #include "ace/ACE.h"
 #include "ace/DEV_Connector.h"
 #include "ace/TTY_IO.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
@@ -242,11 +243,13 @@ int perform(commIfDesc_t& aEntry, ACE_TTY_IO& aDevice, unsigned long aCommand, v
 namespace osx {
 
 void* takeSerialObject(commIfDesc_t& aEntry) noexcept {
+    const NoCancellation lGuard;
     closeDevice(deviceWithoutPort(aEntry).exchange(nullptr));
     return std::exchange(aEntry.info.serial.comPort, nullptr);
 }
 
 int closeSerialObject(int aDesc, void* aObject) noexcept {
+    const NoCancellation lGuard;
     if (aObject == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t commIfSerialClose: lComport == 0  fd[%d] \n", aDesc);

@@ -1,6 +1,7 @@
 #include <array>
 #include <cstdarg>
 #include <cstring>
+#include <utility>
 
 #include "base/diagnosticLine.h"
 #include "commif/channels.h"
@@ -84,6 +85,25 @@ int claimLowestFree() {
     return -1;
 }
 
+/// A descriptor that is being opened: free again unless it is kept, also when the thread is
+/// cancelled on the way.
+class Claim {
+public:
+    Claim() : mDesc(claimLowestFree()) {}
+    ~Claim() {
+        if (mDesc >= 0) {
+            setFree(commIfDesc[mDesc]);
+        }
+    }
+    Claim(const Claim&) = delete;
+    Claim& operator=(const Claim&) = delete;
+    int desc() const { return mDesc; }
+    int keep() { return std::exchange(mDesc, -1); }
+
+private:
+    int mDesc;
+};
+
 int getNrOfActiveDescriptors() {
     int lActive = 0;
     for (int lDesc = COMMIF_FIRST_DESC; lDesc < COMMIF_MAX_DESC; ++lDesc) {
@@ -138,17 +158,15 @@ int commIfOpen(int* aDesc, commIfDevParams_t* aParams, const char* aQueueName) {
             3, "%t commIfOpen params->devType[%d] qname[%s] getNrOfActiveDescriptors [%d]\n",
             lDevType, aQueueName, getNrOfActiveDescriptors());
     }
-    const int lDesc = claimLowestFree();
-    if (lDesc < 0) {
+    Claim lClaim;
+    if (lClaim.desc() < 0) {
         return COMMIF_ERR_NO_DESCRIPTOR;
     }
-    const int lStatus = openChannel(lDesc, lDevType, aParams, aQueueName);
-    if (lStatus != COMMIF_OK) {
-        setFree(commIfDesc[lDesc]);
-        return lStatus;
+    const int lStatus = openChannel(lClaim.desc(), lDevType, aParams, aQueueName);
+    if (lStatus == COMMIF_OK) {
+        *aDesc = lClaim.keep();
     }
-    *aDesc = lDesc;
-    return COMMIF_OK;
+    return lStatus;
 }
 
 int commIfRead(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigned long* aRetCount) {

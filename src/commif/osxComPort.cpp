@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "ace/TTY_IO.h"
+#include "base/NoCancellation.h"
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "commif/commif.h"
@@ -72,6 +73,7 @@ osxComPort::osxComPort(ACE_TTY_IO* aComport) : mComport(aComport) {
 }
 
 osxComPort::~osxComPort() {
+    const osx::NoCancellation lGuard;
     mComport->close();
     delete mComport;
 }

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "base/NoCancellation.h"
+
 namespace osx {
 
 namespace {
@@ -27,6 +29,7 @@ PipeSignalGuard::PipeSignalGuard() noexcept : mFormerMask(), mWasPending(isPendi
 }
 
 PipeSignalGuard::~PipeSignalGuard() {
+    const NoCancellation lGuard;
     const int lErrno = errno;
     if (!mWasPending && isPending()) {
         const sigset_t lPipe = onlyPipe();

@@ -10,6 +10,7 @@
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Msg_Backend.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 
 namespace osx {
@@ -95,6 +96,7 @@ void installIn(ACE_Log_Msg& aLog) noexcept {
 }  // namespace
 
 std::ostream* openLogFile(const char* aName) noexcept {
+    const NoCancellation lGuard;
     auto* const lStream = allocate<LogStream>();
     if (lStream != nullptr) {
         lStream->open(aName);

@@ -40,7 +40,7 @@ void applyNext(ArgShifter& aShifter, const CommandLineOption& aOption) {
 }  // namespace
 
 void applyOptions(int& aNumber, char** aArguments, const CommandLineOption* aOptions,
-                  std::size_t aNumberOfOptions) noexcept {
+                  std::size_t aNumberOfOptions) {
     if (aNumber <= 0 || aArguments == nullptr) {
         return;
     }

@@ -22,7 +22,7 @@ struct CommandLineOption {
 ///
 /// When memory is short, `errno` is ENOMEM, and nothing is applied or moved.
 void applyOptions(int& aNumber, char** aArguments, const CommandLineOption* aOptions,
-                  std::size_t aNumberOfOptions) noexcept;
+                  std::size_t aNumberOfOptions);
 
 }  // namespace osx
 

@@ -9,6 +9,7 @@
 #include "ace/Guard_T.h"
 #include "ace/SOCK_Stream.h"
 #include "base/NeverDestroyed.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "osx/osx.h"
@@ -127,6 +128,7 @@ ConnectionAdmin::ConnectionAdmin()
 }
 
 ConnectionAdmin::~ConnectionAdmin() {
+    const osx::NoCancellation lGuard;
     leaveAlive();
     while (mConnections != nullptr) {
         Client* const lClient = mConnections;

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "ace/Reactor.h"
+#include "base/NoCancellation.h"
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
@@ -44,6 +45,7 @@ osxDataHandler::osxDataHandler(const ACE_SOCK_Stream& aStream, const ACE_INET_Ad
 }
 
 osxDataHandler::~osxDataHandler() {
+    const osx::NoCancellation lGuard;
     mNrDestroyed.fetch_add(1, std::memory_order_relaxed);
     DiagnosticLine(kModule).trace(
         3, "%t osxDataHandler::~osxDataHandler: DTOR  mNrCreated[%d]  mNrDestroyed[%d] \n",

@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "ace/Reactor.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/assertion.h"
 #include "base/closeKeepingErrno.h"
@@ -81,6 +82,7 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
 }
 
 osxListenHandler::~osxListenHandler() {
+    const osx::NoCancellation lGuard;
     close();
 }
 

@@ -1,3 +1,4 @@
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
@@ -15,6 +16,7 @@ unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
                               osxNewConnectionFnc_t aNewConnectionFnc,
                               osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
                               osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData) {
+    const osx::NoCancellation lGuard;
     osxListenHandler* losxListenHandler = nullptr;
     if (osx::processReactor() != nullptr) {
         losxListenHandler =
@@ -36,6 +38,7 @@ unsigned long osxUnregisterPort(void*& aPort) {
     if (losxListenHandler == nullptr) {
         return kFailed;
     }
+    const osx::NoCancellation lGuard;
     losxListenHandler->close();
     losxListenHandler->remove_reference();
     aPort = nullptr;

@@ -1,6 +1,7 @@
 #include "osx/osxTimeoutHandler.h"
 
 #include "ace/Reactor.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
@@ -20,6 +21,7 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
       mInterval(aIntervalMs),
       mTimerID(kNotScheduled),
       mSchedule(osx::allocate<osx::TimerSchedule>(this, aFunction)) {
+    const osx::NoCancellation lGuard;
     const ACE_Time_Value lDelay = osx::toTimeValue(mDelay);
     ACE_Reactor* const lReactor = osx::processReactor();
     if (mSchedule != nullptr && lReactor != nullptr) {
@@ -34,6 +36,7 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
 }
 
 osxTimeoutHandler::~osxTimeoutHandler() {
+    const osx::NoCancellation lGuard;
     if (mSchedule != nullptr) {
         mSchedule->retire();
     }

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "ace/INET_Addr.h"
+#include "base/NoCancellation.h"
 #include "base/closeKeepingErrno.h"
 #include "osx/socketTransfer.h"
 
@@ -110,6 +111,7 @@ bool parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
 }
 
 int connectSocket(const ACE_INET_Addr& aAddress, std::chrono::milliseconds aLimit) {
+    const NoCancellation lGuard;  // the socket would be lost; the time is limited
     const Clock::time_point lDeadline = Clock::now() + aLimit;
     const int lSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (lSocket != -1 && !establish(lSocket, aAddress, lDeadline)) {

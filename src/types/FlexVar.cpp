@@ -6,6 +6,7 @@
 #include <new>
 
 #include "ace/ACE.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
@@ -235,6 +236,7 @@ void FlexVar::destroyObject() noexcept {
 // Setters.
 
 void FlexVar::traceChange(Type aFrom, Type aTo) noexcept {
+    const osx::NoCancellation lGuard;
     const DiagnosticLine lLine(kFlexVarModule);
     if (aFrom == FlexVar_NoType) {
         lLine.trace(kTraceLevel, "%t FlexVar::dataTypeCanged: Initialized to type [%s]\n",
@@ -307,6 +309,7 @@ FlexVar& FlexVar::setObjectID(const ObjectID& aValue) noexcept {
 template <class Kind>
 FlexVar& FlexVar::setOwned(typename Kind::Value* aValue) noexcept {
     if (aValue == nullptr) {
+        const osx::NoCancellation lGuard;
         DiagnosticLine(kFlexVarModule)
             .failure(LM_ERROR, "FlexVar::set%s: Null pointer for aValue!\n",
                      Kinds::name(Kind::kType) + kPrefixLength);
@@ -341,6 +344,7 @@ void FlexVar::reportMismatch(const char* aVerb, Type aWanted) const noexcept {
     if (!osx::isTraced(kTraceLevel)) {
         return;
     }
+    const osx::NoCancellation lGuard;
     const DiagnosticLine lLine(kFlexVarModule);
     Kinds::visit(aWanted, [&](auto aKind) {
         const char* const lName = aKind.name + kPrefixLength;

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "base/NoCancellation.h"
 #include "base/diagnosticLine.h"
 #include "base/integerText.h"
 #include "types/FlexVar.h"
@@ -412,6 +413,7 @@ void FlexVar::setQuoted(std::string_view aText) noexcept {
 }
 
 void FlexVar::dump() const noexcept {
+    const osx::NoCancellation lGuard;
     const osx::DiagnosticLine lLine(osx::kFlexVarModule);
     lLine.failure(LM_ERROR, "FlexVar::dump: mType[%s] ", Kinds::name(mType));
     lLine.failure(LM_ERROR, "%s ", getValueAsString().c_str());

@@ -5,6 +5,7 @@
 
 #include "ace/Log_Msg.h"
 #include "support/LogCapture.h"
+#include "support/cancellation.h"
 
 TEST(Assertion, ReportHasAcesWordingAndGoesOn) {
     const test::LogCapture lLog;
@@ -29,4 +30,9 @@ TEST(AssertionDeathTest, FailureAbortsThoughErrorLinesAreMasked) {
             osx::failAssertion("result == 0", "module.cpp", 7);
         },
         testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(AssertionDeathTest, FailureAbortsThoughTheThreadIsCancelled) {
+    EXPECT_EXIT(test::isCancelledIn([] { osx::failAssertion("result == 0", "module.cpp", 7); }),
+                testing::KilledBySignal(SIGABRT), "assertion failed for 'result == 0'");
 }

@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <string>
-
+#include "ace/Log_Msg.h"
+#include "base/assertion.h"
 #include "support/LogCapture.h"
+#include "support/cancellation.h"
 
 using osx::DiagnosticLine;
 using testing::ElementsAre;
@@ -114,4 +116,27 @@ TEST(DiagnosticLine, NullTestWritesOnlyForNull) {
     EXPECT_THAT(lLog.lines(), IsEmpty());
     EXPECT_EQ(nullptr, DiagnosticLine(kModule).object<int>(nullptr, LM_DEBUG, "%t null [%d]\n", 1));
     EXPECT_THAT(lLog.texts(), ElementsAre("%t null [1]\n"));
+}
+
+namespace {
+void writeOnce() {
+    DiagnosticLine(kModule).failure(LM_ERROR, "%t x\n");
+}
+}  // namespace
+
+TEST(DiagnosticLine, AThreadMayBeCancelledWhereItIsWritten) {
+    const test::CancellingLog lLog;
+    const test::TraceLevel lTrace(9);
+    EXPECT_TRUE(test::isCancelledIn([] { writeOnce(); }));
+    EXPECT_TRUE(test::isCancelledIn([] { DiagnosticLine(kModule).trace(9, "%t x\n"); }));
+    EXPECT_TRUE(test::isCancelledIn([] { DiagnosticLine(kModule).notice("x\n"); }));
+    EXPECT_TRUE(test::isCancelledIn(
+        [] { DiagnosticLine(kModule).object<int>(nullptr, LM_ERROR, "%t x\n"); }));
+    EXPECT_TRUE(test::isCancelledIn([] { osx::reportFailedAssertion("false", kModule); }));
+    writeOnce();  // as the others' lock is free
+}
+
+TEST(DiagnosticLine, AThreadMayBeCancelledWhereItGoesToStandardError) {
+    EXPECT_TRUE(test::isCancelledIn(&writeOnce));
+    writeOnce();
 }

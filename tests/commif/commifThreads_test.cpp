@@ -13,6 +13,7 @@
 #include "commif/Fixtures.h"
 #include "commif/SerialLine.h"
 #include "support/LogCapture.h"
+#include "support/cancellation.h"
 
 using test::Channel;
 
@@ -200,4 +201,30 @@ TEST(DescriptorThreads, ReadWriteAndSetTheTimeoutOfOneQueue) {
         EXPECT_EQ(0, commIfIoctl(lChannel.desc(), 6, reinterpret_cast<void*>(20000 + lCount)));
     }
     lReader.join();
+}
+
+TEST(CancelledThread, LeavesNoDescriptorBehindWhenItOpens) {
+    const test::CancellingLog lLog;
+    commIfDevParams_t lParams = test::fileParams("/nowhere/at/all", 0);
+    EXPECT_TRUE(test::isCancelledIn([&] {
+        int lDesc = -1;
+        commIfOpen(&lDesc, &lParams, nullptr);
+    }));
+    EXPECT_EQ(0U, commIfDesc[COMMIF_FIRST_DESC].used);
+}
+
+TEST(CancelledThread, FinishesWhatItCloses) {
+    const test::TempDir lDir;
+    Channel lFile(test::fileParams(lDir.file("file", "text"), 0));
+    ASSERT_EQ(0, lFile.status());
+    EXPECT_TRUE(test::outlastsItsCancellation([&] { EXPECT_EQ(0, lFile.close()); }));
+}
+
+TEST(CancelledThread, MayBeWritingToTheConsole) {
+    const test::ConsoleCapture lConsole;
+    char lText[] = "text";
+    EXPECT_TRUE(test::isCancelledIn([&] { commfputs(lText, 1); }));
+    EXPECT_TRUE(test::isCancelledIn([] { commfprintf(1, "%d", 5); }));
+    commfputs(lText, 1);
+    EXPECT_NE(std::string::npos, lConsole.text().find("text"));
 }

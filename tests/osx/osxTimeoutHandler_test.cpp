@@ -17,6 +17,7 @@
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
+#include "support/cancellation.h"
 #include "support/logMatchers.h"
 
 using std::chrono::milliseconds;
@@ -375,4 +376,28 @@ TEST(Timer, ThatCannotBeCancelledWritesALineWithItsId) {
     EXPECT_EQ(LM_ERROR, lLog.lines()[0].priority);
     EXPECT_EQ(-1, lLog.lines()[0].status);
     osxDestroyTimer(lTimer);
+}
+
+TEST(Timer, AThreadThatMakesOrDestroysOneMayBeCancelled) {
+    const test::RunningReactor lLoop;
+    test::Counter lCounter;
+    // While its own thread waits for events, the reactor has to be woken, which writes to a pipe.
+    for (int lRound = 0; lRound < 20; ++lRound) {
+        void* lTimer = nullptr;
+        EXPECT_TRUE(test::outlastsItsCancellation(
+            [&] { lTimer = osxCreateTimer(&test::count, &lCounter, 3600000, 0); }));
+        EXPECT_NE(nullptr, lTimer);
+        EXPECT_TRUE(test::outlastsItsCancellation([&] { osxDestroyTimer(lTimer); }));
+    }
+}
+
+TEST(Timer, AThreadMayBeCancelledWhileALineOfATimerIsWritten) {
+    const test::CancellingLog lLog;
+    EXPECT_TRUE(test::isCancelledIn([] { osxCancelTimer(nullptr); }));
+    EXPECT_TRUE(test::isCancelledIn([] {
+        void* lNone = nullptr;
+        osxDestroyTimer(lNone);
+    }));
+    osxTimeoutHandler lTimer(nullptr, nullptr, 3600000, 0);
+    EXPECT_TRUE(test::isCancelledIn([&] { lTimer.handle_timeout(ACE_Time_Value::zero, nullptr); }));
 }

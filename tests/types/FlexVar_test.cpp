@@ -12,6 +12,7 @@
 
 #include "ace/ACE.h"
 #include "support/LogCapture.h"
+#include "support/cancellation.h"
 #include "support/logMatchers.h"
 #include "types/FlexVarSamples.h"
 
@@ -758,4 +759,16 @@ TEST(FlexVar, HashesTheRestByAFieldOrNotAtAll) {
     EXPECT_EQ(0U, FlexVar().hash());
     EXPECT_EQ(0U, FlexVar(true).hash());
     EXPECT_EQ(0U, samples()[15].value.hash());
+}
+
+TEST(FlexVar, FinishesWhatItDoesWhenTheThreadIsCancelledAtALine) {
+    const test::CancellingLog lLog;
+    const test::TraceLevel lTrace(9);
+    FlexVar lValue(1);
+    EXPECT_TRUE(test::outlastsItsCancellation([&] { lValue.setCString(narrow("text")); }));
+    EXPECT_EQ(narrow("text"), lValue.getCString());
+    EXPECT_TRUE(test::outlastsItsCancellation([&] { EXPECT_EQ(0, lValue.getInt()); }));
+    EXPECT_TRUE(test::outlastsItsCancellation([&] { lValue.dump(); }));
+    EXPECT_TRUE(test::outlastsItsCancellation(
+        [&] { lValue.setCString(static_cast<ACE_String_Base<char>*>(nullptr)); }));
 }
