@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
@@ -16,13 +17,14 @@ constexpr char kModule[] = "osxMsgACE.cpp";
 
 /// @return the number of messages in the queue; -1 on failure.
 int enqueueCopy(MessageQueue& aQueue, const void* aData, std::size_t aSize) {
-    Message* const lMessage = Message::create(aData, aSize);
+    std::unique_ptr<Message> lMessage(Message::create(aData, aSize));
     if (lMessage == nullptr) {
         return -1;
     }
+    // The thread may be cancelled while it waits for room.
     const int lCount = aQueue.put(*lMessage);
-    if (lCount == -1) {
-        lMessage->release();
+    if (lCount != -1) {
+        static_cast<void>(lMessage.release());
     }
     return lCount;
 }
