@@ -1,18 +1,29 @@
 #include "osx/ActiveObject.h"
 
 #include <cerrno>
-#include <chrono>
 #include <limits>
 #include <memory>
-#include <thread>
 
 #include "ace/Message_Block.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
+#include "osx/RunningHere.h"
 #include "osx/startThread.h"
 
 namespace {
 
-thread_local const ActiveObject* gOwnObject = nullptr;
+/// Set while the routine runs, however it ends: a request may be cancelled, or end the thread.
+class RunningFlag {
+public:
+    explicit RunningFlag(std::atomic<int>& aFlag) : mFlag(aFlag) { set(1); }
+    ~RunningFlag() { set(0); }
+    RunningFlag(const RunningFlag&) = delete;
+    RunningFlag& operator=(const RunningFlag&) = delete;
+
+private:
+    void set(int aValue) { mFlag.store(aValue, std::memory_order_relaxed); }
+    std::atomic<int>& mFlag;
+};
 
 /// Not the activation queue's own `enqueue`, which goes on without the data block when only that
 /// could not be allocated, and crashes.
@@ -42,9 +53,10 @@ ActiveObject::~ActiveObject() {
     if (mQueue.queue() == nullptr) {
         return;
     }
+    const osx::NoCancellation lGuard;
     // A thread that waited in the queue would keep its destruction waiting for ever.
     mQueue.queue()->deactivate();
-    waitForEnd();
+    mJoiner.join(*this);
     mQueue.queue()->activate();
     while (!mQueue.is_empty()) {
         delete mQueue.dequeue();
@@ -71,12 +83,11 @@ int ActiveObject::insert(ACE_Method_Request* aRequest) {
 }
 
 int ActiveObject::svc() {
-    gOwnObject = this;
-    mRunning.store(1, std::memory_order_relaxed);
+    const osx::RunningHere lRunning(this);
+    const RunningFlag lFlag(mRunning);
     do {
         const std::unique_ptr<ACE_Method_Request> lRequest(mQueue.dequeue());
         if (lRequest == nullptr) {
-            mRunning.store(0, std::memory_order_relaxed);
             return -1;
         }
         lRequest->call();
@@ -87,7 +98,7 @@ int ActiveObject::svc() {
 void ActiveObject::stop() {
     // ACE would join the thread once for each waiter, which is undefined.
     std::unique_lock<std::mutex> lLock(mStopMutex, std::defer_lock);
-    const bool lOwnThread = gOwnObject == this;
+    const bool lOwnThread = osx::RunningHere::isCaller(this);
     if (!lOwnThread) {
         lLock.lock();
     }
@@ -101,15 +112,8 @@ void ActiveObject::stop() {
         mQueue.queue()->deactivate();
     }
     if (!lOwnThread) {
-        waitForEnd();
+        mJoiner.join(*this);
         mQueue.queue()->activate();
-    }
-}
-
-void ActiveObject::waitForEnd() {
-    // ACE allocates to wait, and does not wait if it cannot.
-    while (wait() == -1 && errno == ENOMEM && thr_count() != 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 

@@ -12,6 +12,7 @@
 #include "ace/Synch_Traits.h"
 #include "ace/Task_T.h"
 #include "base/osxExport.h"
+#include "osx/ThreadJoiner.h"
 
 /// Idle when constructed, running from `init()` on, stopped by `stop()`, and then ready for another
 /// `init()`. What a thread wrote before `insert` is visible to the request when it runs.
@@ -54,11 +55,10 @@ public:
 private:
     friend class StopRequest;
 
-    void waitForEnd();
-
     ACE_Activation_Queue mQueue;
     std::atomic<int> mRunning;
     std::mutex mStopMutex;
+    osx::ThreadJoiner mJoiner;
 };
 
 /// Ends an active object: once this request has run, no further one does.

@@ -3,7 +3,9 @@
 #include <chrono>
 
 #include "ace/Reactor.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
+#include "osx/ThreadJoiner.h"
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
 #include "osx/startThread.h"
@@ -82,7 +84,7 @@ bool OSX_ReactorThread::stopAndWait() {
     while (!waitUntilEnded()) {
         osx::wake(osx::installedReactor());
     }
-    wait();
+    osx::ThreadJoiner().join(*this);
     return true;
 }
 
@@ -119,6 +121,7 @@ OSX_Reactor::OSX_Reactor()
 }
 
 OSX_Reactor::~OSX_Reactor() {
+    const osx::NoCancellation lGuard;
     stopAndDeleteReactorThreads();
     if (mReactor != nullptr && osx::ownReactor() == mReactor) {
         osx::setOwnReactor(nullptr, nullptr);
@@ -161,6 +164,7 @@ int OSX_Reactor::stopReactor() {
 }
 
 void OSX_Reactor::stopAndDeleteReactorThreads() {
+    const osx::NoCancellation lGuard;  // a thread taken out would be lost
     markThreadsStopped();
     OSX_ReactorThread* lSelf = nullptr;
     while (OSX_ReactorThread* const lThread = takeThread()) {

@@ -2,22 +2,18 @@
 
 #include <cerrno>
 
-namespace {
-/// Not the thread id: the system gives the id of a joined thread to a new one.
-thread_local const ThreadACE* gOwnTask = nullptr;
-}  // namespace
+#include "osx/RunningHere.h"
 
 ThreadACE::ThreadACE(void (*aFunction)(void*), void* aArgument)
     : ACE_Task<ACE_MT_SYNCH>(nullptr, nullptr),
       mFunction(aFunction),
       mArgument(aArgument),
-      mThreadID(0),
-      mJoined(false) {}
+      mThreadID(0) {}
 
 ThreadACE::~ThreadACE() = default;
 
 int ThreadACE::svc() {
-    gOwnTask = this;
+    const osx::RunningHere lRunning(this);
     mThreadID.store(pthread_self(), std::memory_order_relaxed);
     mFunction(mArgument);
     return 0;
@@ -28,14 +24,10 @@ pthread_t ThreadACE::getThreadID() const {
 }
 
 int ThreadACE::join() {
-    if (gOwnTask == this) {
+    if (osx::RunningHere::isCaller(this)) {
         errno = EDEADLK;
         return -1;
     }
-    // ACE would join the thread once for each waiter, which is undefined.
-    const std::lock_guard<std::mutex> lGuard(mJoinMutex);
-    if (!mJoined) {
-        mJoined = wait() == 0;
-    }
-    return mJoined ? 0 : -1;
+    mJoiner.join(*this);
+    return 0;
 }

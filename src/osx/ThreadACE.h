@@ -6,14 +6,15 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <mutex>
 
 #include "ace/Condition_Thread_Mutex.h"
 #include "ace/Synch_Traits.h"
 #include "ace/Task_T.h"
 #include "base/osxExport.h"
+#include "osx/ThreadJoiner.h"
 
-/// What a task handle of `osxBeginTask` points at. `activate(THR_NEW_LWP)` starts the thread, once.
+/// What a task handle of `osxBeginTask` points at. `activate(THR_NEW_LWP)` starts the thread, and
+/// once that has ended another one.
 ///
 /// Destroy it only after its thread has ended. What the function wrote is visible to whoever has
 /// returned from `join()`.
@@ -33,18 +34,16 @@ public:
     /// @return the id of the thread; 0 until it runs. Any thread may ask.
     pthread_t getThreadID() const;
 
-    /// Waits, without limit, until the thread has ended. Unlike `wait()` it may be called any
-    /// number of times, by several threads at once.
-    /// @return 0; -1 when the thread waits for itself (`errno` EDEADLK), or when memory is short
-    ///         (ENOMEM).
+    /// Waits, without limit, until every thread that was started has ended. Unlike `wait()` it
+    /// needs no memory, and may be called any number of times, by several threads at once.
+    /// @return 0; -1 when the thread waits for itself (`errno` EDEADLK).
     int join();
 
 private:
     void (*mFunction)(void*);
     void* mArgument;
     std::atomic<pthread_t> mThreadID;
-    std::mutex mJoinMutex;
-    bool mJoined;
+    osx::ThreadJoiner mJoiner;
 };
 
 #endif

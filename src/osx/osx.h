@@ -19,6 +19,8 @@
 ///  7. No call changes the process's signal dispositions, and none lets SIGPIPE end the process.
 ///     Every descriptor opened is close-on-exec.
 ///  8. Texts are NUL-terminated and not kept: the library copies what it needs.
+///  9. A thread may be cancelled (deferred) where a call waits, transfers or writes a line. Making,
+///     destroying and closing come to their end first.
 #ifndef OSX_OSX_OSX_H
 #define OSX_OSX_OSX_H
 
@@ -73,14 +75,15 @@ OSX_EXPORT unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long aPr
 
 /// Waits, without limit, until a task has ended. May be called any number of times, and by several
 /// threads at once: each returns once the task has ended.
-/// @return 0; -1 for a null handle (with a line), when the task calls it on itself (`errno` is
-///         EDEADLK), or when memory is short (ENOMEM).
+/// @return 0; -1 for a null handle (with a line), or when the task calls it on itself (`errno` is
+///         EDEADLK).
 OSX_EXPORT int osxThreadWait(void* aHandle);
 
 /// Waits, without limit, until a task has ended, and frees it. The task is not forced to end. Its
 /// entry in the name table stays.
-/// @param aHandle a task, not in use by another thread; null is ignored without a line. A task that
-///        cannot be waited for, as the caller's own, is not freed.
+/// @param aHandle a task, not in use by another thread; null is ignored without a line. The
+/// caller's
+///        own task cannot be waited for and is not freed.
 /// @return 0 always.
 OSX_EXPORT unsigned int osxEndOtherTask(void* aHandle);
 
@@ -126,8 +129,8 @@ OSX_EXPORT unsigned int osxDeleteMutex(void* aHandle);
 /// @param[out] aHandle the new semaphore, to be given to `osxDeleteSemaphore` in the end.
 /// @param aName entered in the name table; null or empty for none. When that table is full the
 ///        semaphore works all the same. Two semaphores of one name have nothing in common.
-/// @return 0; 20009 when it cannot be allocated (with a line), or the start count is negative (with
-///         the same line and `errno` EINVAL).
+/// @return 0; 20009 when it cannot be allocated (with a line), or else when the start count is
+///         negative (with the same line and `errno` EINVAL).
 OSX_EXPORT unsigned int osxCreateSemaphore(int aStartCount, int aMaxCount, void** aHandle,
                                            const char* aName);
 
@@ -233,7 +236,8 @@ OSX_EXPORT void osxDestroyTimer(void*& aHandle);
 OSX_EXPORT unsigned int osxMsgQueueInit(unsigned long aSize, long aMaxMessages, void** aHandle,
                                         const char* aQueueName);
 
-/// Puts a message in a queue, waiting without limit while the queue is full.
+/// Puts a message in a queue, waiting without limit while the queue is full. A thread that is
+/// cancelled while it waits leaves nothing behind.
 /// @param aQueue a queue; null writes a line.
 /// @param aData `aSize` bytes, which stay the caller's; may be null if `aSize` is 0.
 /// @param[out] aResult the number of messages now in the queue; 0 when the message could not be

@@ -38,7 +38,7 @@ unsigned int osxEndOtherTask(void* aHandle) {
         return OSX_OK;
     }
     lThread->thr_mgr()->kill_task(lThread, 0);
-    // A task that could not be waited for may still be running: better lost than freed under it.
+    // A task that ends itself is still running: better lost than freed under it.
     if (lThread->join() == 0) {
         delete lThread;
     }

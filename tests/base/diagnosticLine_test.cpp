@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+
 #include "ace/Log_Msg.h"
 #include "base/assertion.h"
 #include "support/LogCapture.h"

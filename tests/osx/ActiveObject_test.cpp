@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "support/FailingAllocator.h"
+#include "support/cancellation.h"
+#include "support/waitUntil.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -225,6 +227,89 @@ TEST(ActiveObject, StopOnItsOwnThreadDoesNotWaitForItself) {
     }));
     lStopped.get_future().wait();
     EXPECT_EQ(0, lObject.wait());
+}
+
+TEST(ActiveObject, WhoseRoutineTheApplicationCalledItselfIsWaitedForByStop) {
+    ActiveObject lObject;
+    lObject.insert(new StopRequest(&lObject));
+    EXPECT_EQ(0, lObject.svc());
+    ASSERT_EQ(0, lObject.init());
+    std::promise<void> lRunning;
+    std::promise<void> lRelease;
+    lObject.insert(new Blocker(lRunning, lRelease.get_future().share()));
+    lRunning.get_future().wait();
+    std::promise<void> lReturned;
+    auto lIsEarly = std::async(std::launch::async, [&] {
+        const auto lStatus = lReturned.get_future().wait_for(std::chrono::milliseconds(50));
+        lRelease.set_value();
+        return lStatus == std::future_status::ready;
+    });
+    lObject.stop();
+    lReturned.set_value();
+    EXPECT_FALSE(lIsEarly.get());
+    EXPECT_EQ(0U, lObject.thr_count());
+}
+
+TEST(ActiveObject, WhoseRequestRunsAnotherOnesRoutineStillKnowsItsOwnThread) {
+    ActiveObject lInner;
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    lObject.insert(new Callback([&] {
+        lInner.insert(new Callback([&] { lObject.stop(); }));
+        lInner.insert(new StopRequest(&lInner));
+        lInner.svc();
+    }));
+    EXPECT_EQ(0, lObject.wait());
+}
+
+TEST(ActiveObject, IsStoppedWhenARequestEndsItsThread) {
+    Journal lJournal;
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    lObject.insert(new Callback([] { ::pthread_exit(nullptr); }));
+    EXPECT_EQ(0, lObject.wait());
+    lObject.stop();
+    EXPECT_EQ(1, lObject.insert(new Entry(lJournal, 1))) << "the stop has left a request";
+    ASSERT_EQ(0, lObject.init());
+    ASSERT_TRUE(lJournal.waitForDeleted(1));
+    waitUntilRunning(lObject);
+    lObject.stop();
+}
+
+TEST(ActiveObject, LeavesNoThreadBehindThoughMemoryIsShort) {
+    const auto lRun = [](int aCount) {
+        for (int lIndex = 0; lIndex < aCount; ++lIndex) {
+            ActiveObject lObject;
+            ASSERT_EQ(0, lObject.init());
+            waitUntilRunning(lObject);
+            const test::FailingAllocator lFailing;
+            lObject.stop();
+        }
+    };
+    lRun(10);
+    const long lBefore = test::addressSpaceInMegabytes();
+    lRun(60);
+    EXPECT_LT(test::addressSpaceInMegabytes() - lBefore, 100);
+}
+
+TEST(ActiveObject, AThreadThatDestroysItMayBeCancelled) {
+    EXPECT_TRUE(test::outlastsItsCancellation([] {
+        ActiveObject lObject;
+        ASSERT_EQ(0, lObject.init());
+    }));
+}
+
+TEST(ActiveObject, AThreadThatStopsItMayBeCancelledAndTheNextStopWaits) {
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    std::promise<void> lRunning;
+    std::promise<void> lRelease;
+    lObject.insert(new Blocker(lRunning, lRelease.get_future().share()));
+    lRunning.get_future().wait();
+    EXPECT_TRUE(test::isCancelledIn([&] { lObject.stop(); }));
+    lRelease.set_value();
+    lObject.stop();
+    ASSERT_TRUE(test::waitUntil([&] { return lObject.thr_count() == 0; }));
 }
 
 TEST(ActiveObject, StopsThoughMemoryIsShort) {

@@ -22,6 +22,8 @@
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/RunningReactor.h"
+#include "support/cancellation.h"
+#include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
@@ -486,4 +488,27 @@ TEST(ProcessExit, MayBeCalledByACallback) {
             }
         },
         testing::ExitedWithCode(10), "^$");
+}
+
+TEST(ReactorThreads, AreWaitedForThoughMemoryIsShort) {
+    const auto lRun = [](int aCount) {
+        for (int lIndex = 0; lIndex < aCount; ++lIndex) {
+            test::RunningReactor::reactor().startReactor();
+            const test::FailingAllocator lFailing;
+            test::RunningReactor::reactor().stopAndDeleteReactorThreads();
+        }
+    };
+    lRun(10);
+    const int lThreads = test::numberOfThreads();
+    const long lBefore = test::addressSpaceInMegabytes();
+    lRun(60);
+    // Of a thread that is not joined, megabytes stay behind.
+    EXPECT_LT(test::addressSpaceInMegabytes() - lBefore, 100);
+    EXPECT_TRUE(test::waitUntil([=] { return test::numberOfThreads() <= lThreads; }));
+}
+
+TEST(ReactorThreads, AThreadThatStopsThemMayBeCancelled) {
+    test::RunningReactor::reactor().startReactor();
+    EXPECT_TRUE(test::outlastsItsCancellation(
+        [] { test::RunningReactor::reactor().stopAndDeleteReactorThreads(); }));
 }

@@ -3,10 +3,10 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <fstream>
 #include <future>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "osx/FakeHost.h"
@@ -14,6 +14,8 @@
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/cancellation.h"
+#include "support/waitUntil.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -75,15 +77,31 @@ Traits traitsOfTask(unsigned long aPriority, unsigned long aStackSize) {
     return lTraits;
 }
 
-long addressSpaceInMegabytes() {
-    std::ifstream lStatus("/proc/self/status");
-    std::string lWord;
-    while (lStatus >> lWord && lWord != "VmSize:") {
+/// Has a gate opened as soon as a wait returns that should not, or else after a moment.
+class GateKeeper {
+public:
+    explicit GateKeeper(Gate& aGate)
+        : mKeeper(std::async(std::launch::async, [this, &aGate] {
+              const bool lEarly = mReturned.get_future().wait_for(std::chrono::milliseconds(50)) ==
+                                  std::future_status::ready;
+              aGate.open.set_value();
+              return lEarly;
+          })) {}
+
+    /// To be called when the wait has returned. @return whether that was before the gate opened.
+    bool wasEarly() {
+        mReturned.set_value();
+        return mKeeper.get();
     }
-    long lKilobytes = -1;
-    lStatus >> lKilobytes;
-    return lKilobytes / 1024;
-}
+
+private:
+    std::promise<void> mReturned;
+    std::future<bool> mKeeper;
+};
+
+/// Of a thread that is not joined, megabytes stay behind.
+constexpr int kManyThreads = 60;
+constexpr long kMegabytesOfAFew = 100;
 
 }  // namespace
 
@@ -171,11 +189,11 @@ TEST(Task, ThousandsLeaveNoAddressSpaceBehind) {
         }
     };
     lRun(50);
-    const long lBefore = addressSpaceInMegabytes();
+    const long lBefore = test::addressSpaceInMegabytes();
     lRun(1000);
     EXPECT_EQ(1050, lCounter);
     // A thread that is not joined keeps a stack of megabytes.
-    EXPECT_LT(addressSpaceInMegabytes() - lBefore, 500);
+    EXPECT_LT(test::addressSpaceInMegabytes() - lBefore, 500);
 }
 
 TEST(ThreadWait, WaitsForTheEnd) {
@@ -259,6 +277,71 @@ TEST(ThreadWait, OfATaskThatEndedIsNotTakenForAnOwnOne) {
     osxEndOtherTask(lFirst);
 }
 
+TEST(ThreadWait, NeedsNoMemory) {
+    Gate lGate;
+    void* const lTask = begin(&Gate::pass, &lGate);
+    lGate.entered.get_future().wait();
+    GateKeeper lKeeper(lGate);
+    int lResult = -1;
+    {
+        const test::FailingAllocator lFailing;
+        lResult = osxThreadWait(lTask);
+    }
+    EXPECT_FALSE(lKeeper.wasEarly());
+    EXPECT_EQ(0, lResult);
+    EXPECT_TRUE(lGate.done);
+    {
+        const test::FailingAllocator lFailing;
+        EXPECT_EQ(0, osxThreadWait(lTask));
+    }
+    osxEndOtherTask(lTask);
+}
+
+TEST(ThreadWait, OfAThreadThatIsCancelledLeavesTheTaskToTheNext) {
+    const int lThreads = test::numberOfThreads();
+    const auto lRun = [lThreads](int aCount) {
+        for (int lIndex = 0; lIndex < aCount; ++lIndex) {
+            Gate lGate;
+            void* const lTask = begin(&Gate::pass, &lGate);
+            EXPECT_TRUE(test::isCancelledIn([lTask] { osxThreadWait(lTask); }));
+            lGate.open.set_value();
+            ASSERT_TRUE(test::waitUntil([=] { return test::numberOfThreads() <= lThreads; }));
+            EXPECT_EQ(0, osxThreadWait(lTask));
+            osxEndOtherTask(lTask);
+            osxNameTableInit();
+        }
+    };
+    lRun(10);
+    const long lBefore = test::addressSpaceInMegabytes();
+    lRun(kManyThreads);
+    EXPECT_LT(test::addressSpaceInMegabytes() - lBefore, kMegabytesOfAFew);
+}
+
+TEST(ThreadWait, FailsOnTheTaskItselfThoughItRunsAnotherObjectsRoutine) {
+    struct Nested {
+        std::promise<void*> task;
+        int inside = 0;
+        int other = 0;
+    } lNested;
+    void* const lTask = begin(
+        [](void* aNested) {
+            ThreadACE lOther(
+                [](void* aArgument) {
+                    auto* const lIt = static_cast<Nested*>(aArgument);
+                    lIt->inside = osxThreadWait(lIt->task.get_future().get());
+                },
+                aNested);
+            lOther.svc();
+            static_cast<Nested*>(aNested)->other = lOther.join();
+        },
+        &lNested);
+    lNested.task.set_value(lTask);
+    EXPECT_EQ(0, osxThreadWait(lTask));
+    EXPECT_EQ(-1, lNested.inside);
+    EXPECT_EQ(0, lNested.other);
+    osxEndOtherTask(lTask);
+}
+
 TEST(ThreadWait, OfNullIsMinusOneAndALine) {
     const test::LogCapture lLog;
     EXPECT_EQ(-1, osxThreadWait(nullptr));
@@ -279,6 +362,38 @@ TEST(EndOtherTask, WaitsForTheEnd) {
     EXPECT_TRUE(lGate.done);
 }
 
+TEST(EndOtherTask, WaitsForTheEndThoughMemoryIsShort) {
+    Gate lGate;
+    void* const lTask = begin(&Gate::pass, &lGate);
+    lGate.entered.get_future().wait();
+    GateKeeper lKeeper(lGate);
+    {
+        const test::FailingAllocator lFailing;
+        osxEndOtherTask(lTask);
+    }
+    EXPECT_FALSE(lKeeper.wasEarly());
+    EXPECT_TRUE(lGate.done);
+}
+
+TEST(EndOtherTask, LeavesNothingBehindThoughMemoryIsShort) {
+    const int lThreads = test::numberOfThreads();
+    const auto lRun = [lThreads](int aCount) {
+        for (int lIndex = 0; lIndex < aCount; ++lIndex) {
+            void* const lTask = begin(nothing, nullptr);
+            ASSERT_TRUE(test::waitUntil([=] { return test::numberOfThreads() <= lThreads; }));
+            {
+                const test::FailingAllocator lFailing;
+                osxEndOtherTask(lTask);
+            }
+            osxNameTableInit();
+        }
+    };
+    lRun(10);
+    const long lBefore = test::addressSpaceInMegabytes();
+    lRun(kManyThreads);
+    EXPECT_LT(test::addressSpaceInMegabytes() - lBefore, kMegabytesOfAFew);
+}
+
 TEST(EndOtherTask, OfNullIsSilent) {
     const test::LogCapture lLog;
     EXPECT_EQ(OSX_OK, osxEndOtherTask(nullptr));
@@ -291,4 +406,95 @@ TEST(ThreadACE, HasNoThreadIdUntilItRuns) {
     ASSERT_EQ(0, lThread.activate(THR_NEW_LWP));
     EXPECT_EQ(0, lThread.join());
     EXPECT_NE(pthread_t{}, lThread.getThreadID());
+}
+
+TEST(ThreadACE, MayBeActivatedAgainAndIsWaitedForAgain) {
+    ThreadACE lThread(nothing, nullptr);
+    for (int lRound = 0; lRound < 3; ++lRound) {
+        ASSERT_EQ(0, lThread.activate(THR_NEW_LWP));
+        EXPECT_EQ(0, lThread.join());
+        EXPECT_EQ(0U, lThread.thr_count());
+    }
+}
+
+namespace {
+/// The first thread passes at once, the second at the gate.
+struct SecondAtTheGate {
+    Gate gate;
+    std::atomic<int> threads{0};
+
+    static void run(void* aIt) {
+        auto* const lIt = static_cast<SecondAtTheGate*>(aIt);
+        if (++lIt->threads == 2) {
+            Gate::pass(&lIt->gate);
+        }
+    }
+};
+}  // namespace
+
+TEST(ThreadACE, ActivatedAgainIsWaitedForByEverybodyToItsEnd) {
+    SecondAtTheGate lSecond;
+    ThreadACE lThread(&SecondAtTheGate::run, &lSecond);
+    ASSERT_EQ(0, lThread.activate(THR_NEW_LWP));
+    EXPECT_EQ(0, lThread.join());
+    ASSERT_EQ(0, lThread.activate(THR_NEW_LWP));
+    lSecond.gate.entered.get_future().wait();
+    std::vector<std::future<int>> lWaiters;
+    for (int lCount = 0; lCount < 4; ++lCount) {
+        lWaiters.push_back(std::async(std::launch::async, [&] { return osxThreadWait(&lThread); }));
+    }
+    GateKeeper lKeeper(lSecond.gate);
+    EXPECT_EQ(0, lThread.join());
+    EXPECT_FALSE(lKeeper.wasEarly());
+    EXPECT_TRUE(lSecond.gate.done);
+    for (auto& lWaiter : lWaiters) {
+        EXPECT_EQ(0, lWaiter.get());
+    }
+}
+
+TEST(ThreadACE, WithSeveralThreadsIsWaitedForUntilTheLastHasEnded) {
+    constexpr int kThreads = 3;
+    std::atomic<int> lCounter{0};
+    Gate lGate;
+    struct Work {
+        std::atomic<int>& counter;
+        Gate& gate;
+    } lWork{lCounter, lGate};
+    ThreadACE lThread(
+        [](void* aWork) {
+            auto* const lIt = static_cast<Work*>(aWork);
+            if (++lIt->counter == 1) {
+                Gate::pass(&lIt->gate);
+            }
+        },
+        &lWork);
+    ASSERT_EQ(0, lThread.activate(THR_NEW_LWP));
+    ASSERT_EQ(0, lThread.activate(THR_NEW_LWP, kThreads - 1, 1));
+    GateKeeper lKeeper(lGate);
+    EXPECT_EQ(0, lThread.join());
+    EXPECT_FALSE(lKeeper.wasEarly());
+    EXPECT_EQ(kThreads, lCounter);
+    EXPECT_EQ(0U, lThread.thr_count());
+}
+
+TEST(ThreadACE, WhoseRoutineTheApplicationCalledItselfIsWaitedForAllTheSame) {
+    SecondAtTheGate lSecond;
+    ThreadACE lThread(&SecondAtTheGate::run, &lSecond);
+    EXPECT_EQ(0, lThread.svc());
+    ASSERT_EQ(0, lThread.activate(THR_NEW_LWP));
+    GateKeeper lKeeper(lSecond.gate);
+    EXPECT_EQ(0, lThread.join());
+    EXPECT_FALSE(lKeeper.wasEarly());
+    EXPECT_TRUE(lSecond.gate.done);
+}
+
+TEST(ThreadACE, LeavesNoTraceAtItsAddress) {
+    std::aligned_storage_t<sizeof(ThreadACE), alignof(ThreadACE)> lPlace;
+    auto* lThread = new (&lPlace) ThreadACE(nothing, nullptr);
+    EXPECT_EQ(0, lThread->svc());
+    lThread->~ThreadACE();
+    lThread = new (&lPlace) ThreadACE(nothing, nullptr);
+    ASSERT_EQ(0, lThread->activate(THR_NEW_LWP));
+    EXPECT_EQ(0, osxThreadWait(lThread));
+    lThread->~ThreadACE();
 }

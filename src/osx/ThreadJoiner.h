@@ -1,0 +1,43 @@
+/// @file
+/// Waiting for the threads of an ACE task. A part of the classes that have threads, and not for
+/// applications.
+#ifndef OSX_OSX_THREADJOINER_H
+#define OSX_OSX_THREADJOINER_H
+
+#include <pthread.h>
+
+#include <mutex>
+
+#include "ace/Task.h"
+#include "base/osxExport.h"
+
+class ACE_Thread_Manager;
+
+namespace osx {
+
+/// Does what ACE's `wait()` leaves undone: it needs no memory, several threads may wait at once,
+/// and one that is cancelled while it waits leaves the waiting to the next.
+class OSX_EXPORT ThreadJoiner {
+public:
+    ThreadJoiner();
+    ThreadJoiner(const ThreadJoiner&) = delete;
+    ThreadJoiner& operator=(const ThreadJoiner&) = delete;
+
+    /// Waits, without limit, until every thread that a task has started has ended. Not for one of
+    /// these threads.
+    void join(ACE_Task_Base& aTask);
+
+private:
+    void finishBegun();
+    bool joinThread(ACE_Thread_Manager& aManager, pthread_t aThread);
+    void joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask);
+    void joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask);
+
+    std::mutex mMutex;
+    pthread_t mBegun;   ///< What a waiter that was cancelled has left to be joined; 0 for none.
+    pthread_t mLatest;  ///< The last one joined, whose id may be another thread's by now.
+};
+
+}  // namespace osx
+
+#endif
