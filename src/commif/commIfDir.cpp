@@ -4,6 +4,7 @@
 #include "ace/OS_NS_unistd.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
+#include "base/standardDescriptors.h"
 #include "commif/channels.h"
 
 namespace {
@@ -25,6 +26,7 @@ int nextName(ACE_Dirent& aDirent, char* aName) {
 }  // namespace
 
 int commIfDirOpen(char* aDirectory, char* aFirstName, void** aHandle) {
+    const osx::StandardDescriptorsTaken lTaken;
     auto* lDirent = aHandle == nullptr
                         ? nullptr
                         : osx::allocate<ACE_Dirent>(aDirectory == nullptr ? "/" : aDirectory);

@@ -10,6 +10,7 @@
 #include "ace/FILE_IO.h"
 #include "base/NoCancellation.h"
 #include "base/diagnosticLine.h"
+#include "base/standardDescriptors.h"
 #include "commif/channels.h"
 #include "commif/fileAccess.h"
 #include "commif/pipeSignal.h"
@@ -18,6 +19,7 @@ namespace osx {
 
 bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) {
     constexpr int kPermissions = 0644;
+    const StandardDescriptorsTaken lTaken;
     const ACE_FILE_Addr lAddress(aName == nullptr ? "" : aName);
     return ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
                                         aFlags | O_CLOEXEC | O_NOCTTY, kPermissions) == 0;

@@ -14,6 +14,7 @@
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
+#include "base/standardDescriptors.h"
 #include "commif/channels.h"
 #include "commif/osxComPort.h"
 
@@ -119,6 +120,7 @@ bool makeTransparent(const ACE_TTY_IO& aDevice) {
 /// Opens a port without waiting for a carrier, and without making it the controlling terminal.
 bool openDevice(ACE_TTY_IO& aDevice, const char* aName) {
     constexpr int kFlags = O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK;
+    const osx::StandardDescriptorsTaken lTaken;
     ACE_DEV_Connector lConnector;
     if (lConnector.connect(aDevice, ACE_DEV_Addr(aName), nullptr, ACE_Addr::sap_any, 0, kFlags,
                            0) == -1) {

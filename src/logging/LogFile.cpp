@@ -12,6 +12,7 @@
 #include "ace/Log_Msg_Backend.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
+#include "base/standardDescriptors.h"
 
 namespace osx {
 
@@ -26,7 +27,10 @@ public:
         const int lDescriptor =
             aName == nullptr
                 ? -1
-                : ::open(aName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, kMode);
+                : makeDescriptor([aName] {
+                      return ::open(aName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY,
+                                    kMode);
+                  });
         if (lDescriptor == -1 || !attach(lDescriptor)) {
             setstate(failbit);
         }

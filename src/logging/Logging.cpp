@@ -1,5 +1,7 @@
 #include "logging/Logging.h"
 
+#include <syslog.h>
+
 #include <array>
 #include <atomic>
 #include <cstdio>
@@ -10,6 +12,7 @@
 #include "ace/OS_NS_stdlib.h"
 #include "base/NeverDestroyed.h"
 #include "base/diagnosticLine.h"
+#include "base/standardDescriptors.h"
 #include "logging/LogFile.h"
 #include "logging/RedirectService.h"
 #include "logging/commandLine.h"
@@ -83,6 +86,13 @@ void logToFile(const char* aName) {
     osx::installLogFileBackend();
 }
 
+/// The C library would connect to the system log by the first line only.
+void openWithSystemLog(ACE_Log_Msg& aLog, unsigned long aFlags) {
+    const osx::StandardDescriptorsTaken lTaken;
+    aLog.open(kProgramName, aFlags, kLoggerKey);
+    ::openlog(nullptr, LOG_CONS | LOG_PID | LOG_NDELAY, 0);
+}
+
 void logToSystemLog(const char* /*aValue*/) {
     ACE::debug(true);
     ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
@@ -93,7 +103,7 @@ void logToSystemLog(const char* /*aValue*/) {
         osx::installLogFileBackend();
     }
     const u_long lCustom = ACE_Log_Msg::msg_backend() == nullptr ? 0 : ACE_Log_Msg::CUSTOM;
-    lLog->open(kProgramName, ACE_Log_Msg::SYSLOG | lCustom, kLoggerKey);
+    openWithSystemLog(*lLog, ACE_Log_Msg::SYSLOG | lCustom);
 }
 
 void wantStandardError(const char* /*aValue*/) {
@@ -125,7 +135,7 @@ void openNetworkBackend(ACE_Log_Msg& aLog) {
         aLog.open(kProgramName, lFlags, kLoggerKey);
         return;
     }
-    aLog.open(kProgramName, lFlags | ACE_Log_Msg::SYSLOG, kLoggerKey);
+    openWithSystemLog(aLog, lFlags | ACE_Log_Msg::SYSLOG);
     aLog.clr_flags(ACE_Log_Msg::LOGGER);
     aLog.set_flags(lFlags & ACE_Log_Msg::STDERR);
 }

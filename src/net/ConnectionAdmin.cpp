@@ -12,6 +12,7 @@
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
+#include "osx/connectionOptions.h"
 #include "osx/osx.h"
 
 using osx::DiagnosticLine;
@@ -28,8 +29,7 @@ struct ConnectionAdmin::Client {
 namespace {
 
 constexpr char kModule[] = "ConnectionAdmin.cpp";
-constexpr int kKeepAliveIntervalS = 10;
-constexpr int kKeepAliveProbes = 3;
+constexpr osx::KeepAlive kKeepAlive{ConnectionAdmin::kKeepAliveIdleS, 10, 3};
 constexpr unsigned long kFailed = static_cast<unsigned long>(-1);
 
 /// Guards the list of those alive, and their callback counts.
@@ -46,23 +46,16 @@ int descriptorOf(void* aSocket) {
     return static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle();
 }
 
-void setOption(int aDescriptor, int aLevel, int aName, int aValue) {
-    ::setsockopt(aDescriptor, aLevel, aName, &aValue, sizeof aValue);
-}
-
 /// Has the kernel end a connection whose client takes nothing, or has vanished.
 void limitSilence(void* aSocket) {
     const int lDescriptor = descriptorOf(aSocket);
-    setOption(lDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, ConnectionAdmin::kStalledClientMs);
-    setOption(lDescriptor, SOL_SOCKET, SO_KEEPALIVE, 1);
-    setOption(lDescriptor, IPPROTO_TCP, TCP_KEEPIDLE, ConnectionAdmin::kKeepAliveIdleS);
-    setOption(lDescriptor, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalS);
-    setOption(lDescriptor, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+    osx::setOption(lDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, ConnectionAdmin::kStalledClientMs);
+    osx::keepAlive(lDescriptor, kKeepAlive);
 }
 
 /// Broadcasts are many and small and nobody answers them: a burst costs less in larger packets.
 void gatherSmallSends(void* aSocket) {
-    setOption(descriptorOf(aSocket), IPPROTO_TCP, TCP_NODELAY, 0);
+    osx::setOption(descriptorOf(aSocket), IPPROTO_TCP, TCP_NODELAY, 0);
 }
 
 void onAccepted(void* aSocket, void*& aUserData) {

@@ -1,10 +1,13 @@
 #include "osx/OSX_Reactor.h"
 
+#include <cerrno>
 #include <chrono>
 
 #include "ace/Reactor.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
+#include "base/diagnosticLine.h"
+#include "base/standardDescriptors.h"
 #include "osx/ThreadJoiner.h"
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
@@ -14,6 +17,7 @@
 
 namespace {
 
+constexpr char kModule[] = "OSX_Reactor.cpp";
 constexpr std::chrono::milliseconds kSlice(250);
 /// How often a thread that is being stopped is woken, should another one have taken its wake-up.
 constexpr std::chrono::milliseconds kWakeInterval(20);
@@ -110,6 +114,7 @@ bool OSX_ReactorThread::waitUntilEnded() {
 
 OSX_Reactor::OSX_Reactor()
     : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::allocate<osx::TimerQueue>()) {
+    const osx::StandardDescriptorsTaken lTaken;  // for the pipe that wakes the reactor
     if (mTimerQueue != nullptr) {
         mImplementation = osx::allocate<osx::ThreadPoolReactor>(
             static_cast<ACE_Sig_Handler*>(nullptr), mTimerQueue, true,
@@ -148,15 +153,27 @@ int OSX_Reactor::startReactor() {
 
 int OSX_Reactor::startExtraReactorThread() {
     OSX_ReactorThread* const lThread = osx::allocate<OSX_ReactorThread>();
-    if (lThread == nullptr) {
-        return 0;
-    }
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mThreads.insert(lThread) == -1 || lThread->init() == -1) {
-        mThreads.remove(lThread);
+    if (lThread == nullptr || !startThread(lThread)) {
+        osx::DiagnosticLine(kModule).failure(
+            LM_ERROR, "%t OSX_Reactor::startExtraReactorThread: unable to start a thread \n");
         delete lThread;
     }
     return 0;
+}
+
+/// @return whether it runs and is one of the threads.
+bool OSX_Reactor::startThread(OSX_ReactorThread* aThread) {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (mThreads.insert(aThread) == -1) {
+        return false;
+    }
+    if (aThread->init() == -1) {
+        const int lErrno = errno;
+        mThreads.remove(aThread);
+        errno = lErrno;
+        return false;
+    }
+    return true;
 }
 
 int OSX_Reactor::stopReactor() {

@@ -93,7 +93,7 @@ public:
 
     /// Adds one thread that runs the event loop of the process-wide reactor. More threads pay where
     /// callbacks compute or wait; short ones are served fastest by one. @return 0, also when the
-    /// thread could not be made.
+    /// thread could not be made, which only a line tells.
     int startExtraReactorThread();
 
     /// Ends every running and future event loop of the process-wide reactor. Threads of this
@@ -108,6 +108,7 @@ public:
 private:
     using Threads = ACE_Unbounded_Set<OSX_ReactorThread*>;
 
+    bool startThread(OSX_ReactorThread* aThread);
     void markThreadsStopped();
     OSX_ReactorThread* takeThread();
     void keepThread(OSX_ReactorThread* aThread);

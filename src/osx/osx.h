@@ -17,7 +17,8 @@
 ///  6. Unless stated otherwise any thread may call, at any time, and outputs are written only on
 ///     success.
 ///  7. No call changes the process's signal dispositions, and none lets SIGPIPE end the process.
-///     Every descriptor opened is close-on-exec.
+///     Every descriptor opened is close-on-exec, and none is 0, 1 or 2, even where the application
+///     has closed these.
 ///  8. Texts are NUL-terminated and not kept: the library copies what it needs.
 ///  9. A thread may be cancelled (deferred) where a call waits, transfers or writes a line. Making,
 ///     destroying and closing come to their end first.
@@ -462,7 +463,8 @@ typedef void (*osxClosedConnectionFnc_t)(void* aSocket, void*& aUserData);
 /// forbidden, ends the process.
 ///
 /// When the process has no descriptor left, or none that the reactor can hold, the port refuses
-/// what connects, says so at a bounded rate, and goes on.
+/// what connects, says so at a bounded rate, and goes on. When memory for a connection is short the
+/// port is closed (with a line); it still has to be unregistered.
 /// @param[out] aPort the port, to be given to `osxUnregisterPort` in the end.
 /// @param aPortnumber TCP port; only the low 16 bits count.
 /// @param aNewConnectionFnc may be null, as each of the callbacks.

@@ -13,8 +13,9 @@
 #include "base/assertion.h"
 #include "base/closeKeepingErrno.h"
 #include "base/diagnosticLine.h"
+#include "base/standardDescriptors.h"
+#include "osx/connectionOptions.h"
 #include "osx/eventLoop.h"
-#include "osx/socketTransfer.h"
 
 using osx::DiagnosticLine;
 
@@ -47,8 +48,9 @@ ACE_HANDLE acceptOn(int aSocket, ACE_INET_Addr& aPeer) {
     socklen_t lLength = sizeof lPeer;
     ACE_HANDLE lConnection = ACE_INVALID_HANDLE;
     do {
-        lConnection =
-            ::accept4(aSocket, reinterpret_cast<sockaddr*>(&lPeer), &lLength, SOCK_CLOEXEC);
+        lConnection = osx::makeDescriptor([&] {
+            return ::accept4(aSocket, reinterpret_cast<sockaddr*>(&lPeer), &lLength, SOCK_CLOEXEC);
+        });
     } while (lConnection == ACE_INVALID_HANDLE && errno == EINTR);
     if (lConnection != ACE_INVALID_HANDLE) {
         aPeer.set(&lPeer, static_cast<int>(lLength));
@@ -128,7 +130,8 @@ int osxListenHandler::handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask) {
 }
 
 void osxListenHandler::openAcceptor() {
-    const int lSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int lSocket = osx::makeDescriptor(
+        [] { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
     if (lSocket == -1) {
         return;
     }
@@ -194,7 +197,7 @@ void osxListenHandler::refuseWithSpare() {
 }
 
 void osxListenHandler::openSpare() {
-    mSpare = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    mSpare = osx::makeDescriptor([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); });
 }
 
 void osxListenHandler::pause() {
@@ -226,7 +229,7 @@ bool osxListenHandler::mayReport() {
 }
 
 int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) {
-    osx::sendWithoutDelay(aConnection);
+    osx::prepareConnection(aConnection);
     std::array<char, 16> lHost{};
     aPeer.get_host_addr(lHost.data(), static_cast<int>(lHost.size()));
     DiagnosticLine(kModule).notice("Remote connection from: %s:%d\n", lHost.data(),
@@ -235,6 +238,9 @@ int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) 
         osx::allocate<osxDataHandler>(ACE_SOCK_Stream(aConnection), aPeer, mCallbacks);
     if (lDataHandler == nullptr) {
         osx::closeKeepingErrno(aConnection);
+        DiagnosticLine(kModule).failure(
+            LM_ERROR, "%t osxListenHandler::handle_input: losxDataHandler == 0, port [%d] is closed \n",
+            mLocalAddress.get_port_number());
         return -1;
     }
     lDataHandler->remove_reference();

@@ -12,7 +12,8 @@
 #include "ace/INET_Addr.h"
 #include "base/NoCancellation.h"
 #include "base/closeKeepingErrno.h"
-#include "osx/socketTransfer.h"
+#include "base/standardDescriptors.h"
+#include "osx/connectionOptions.h"
 
 namespace {
 
@@ -88,7 +89,7 @@ bool establish(int aSocket, const ACE_INET_Addr& aAddress, Clock::time_point aDe
         errno = ECONNREFUSED;
         return false;
     }
-    osx::sendWithoutDelay(aSocket);
+    osx::prepareConnection(aSocket);
     return makeBlocking(aSocket);
 }
 
@@ -103,6 +104,7 @@ bool parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
         return false;
     }
     ACE_INET_Addr lAddress;
+    const StandardDescriptorsTaken lTaken;
     if (lAddress.set(aText, AF_INET) == -1 || lAddress.get_type() != AF_INET) {
         return false;
     }
@@ -113,7 +115,8 @@ bool parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
 int connectSocket(const ACE_INET_Addr& aAddress, std::chrono::milliseconds aLimit) {
     const NoCancellation lGuard;  // the socket would be lost; the time is limited
     const Clock::time_point lDeadline = Clock::now() + aLimit;
-    const int lSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int lSocket = makeDescriptor(
+        [] { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
     if (lSocket != -1 && !establish(lSocket, aAddress, lDeadline)) {
         closeKeepingErrno(lSocket);
         return -1;

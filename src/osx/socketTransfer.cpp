@@ -1,7 +1,5 @@
 #include "osx/socketTransfer.h"
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -124,13 +122,6 @@ ssize_t receiveAll(int aSocket, void* aData, std::size_t aLength) {
         }
     }
     return static_cast<ssize_t>(lDone);
-}
-
-void sendWithoutDelay(int aSocket) {
-    const int lError = errno;
-    const int lOn = 1;
-    ::setsockopt(aSocket, IPPROTO_TCP, TCP_NODELAY, &lOn, sizeof lOn);
-    errno = lError;
 }
 
 }  // namespace osx

@@ -20,10 +20,6 @@ ssize_t sendAll(int aSocket, const iovec* aVec, int aCount);
 /// @return `aLength` when all bytes came, 0 when the peer closed first, -1 on an error.
 ssize_t receiveAll(int aSocket, void* aData, std::size_t aLength);
 
-/// Has the kernel send what it is given at once, and not hold small pieces back until the peer has
-/// acknowledged earlier ones. Keeps `errno`.
-void sendWithoutDelay(int aSocket);
-
 }  // namespace osx
 
 #endif

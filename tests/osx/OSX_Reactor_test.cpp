@@ -18,9 +18,11 @@
 
 #include "ace/Reactor.h"
 #include "ace/TP_Reactor.h"
+#include "osx/FakeHost.h"
 #include "osx/observation.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
+#include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/cancellation.h"
 #include "support/waitUntil.h"
@@ -358,11 +360,35 @@ TEST(Reactor, ThatCannotBeAllocatedServesNothing) {
     EXPECT_EQ(0, osxRunReactor());
 }
 
-TEST(Reactor, ReportsNothingWhenAThreadCannotBeAllocated) {
+namespace {
+constexpr char kNoThread[] =
+    " OSX_Reactor::startExtraReactorThread: unable to start a thread \n";
+}
+
+TEST(Reactor, SaysThatAThreadCannotBeAllocated) {
     test::RunningReactor::reactor().initReactor();
-    const test::FailingAllocator lNoMemory;
-    EXPECT_EQ(0, test::RunningReactor::reactor().startExtraReactorThread());
-    EXPECT_EQ(ENOMEM, errno);
+    const test::LogCapture lLog;
+    {
+        const test::FailingAllocator lNoMemory(0, true);
+        EXPECT_EQ(0, test::RunningReactor::reactor().startExtraReactorThread());
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    EXPECT_EQ(1U, lLog.count("%t" + std::string(kNoThread)));
+}
+
+TEST(Reactor, SaysThatTheSystemGaveItNoThread) {
+    const test::LogCapture lLog;
+    {
+        const test::NoMoreThreads lNone;
+        EXPECT_EQ(0, test::RunningReactor::reactor().startReactor());
+        EXPECT_EQ(EAGAIN, errno);
+    }
+    ASSERT_EQ(1U, lLog.lines().size());
+    EXPECT_EQ("%t" + std::string(kNoThread), lLog.texts()[0]);
+    EXPECT_EQ(LM_ERROR, lLog.lines()[0].priority);
+    EXPECT_EQ(EAGAIN, lLog.lines()[0].errnum);
+    EXPECT_EQ("OSX_Reactor.cpp", lLog.lines()[0].module);
+    test::RunningReactor::reactor().stopAndDeleteReactorThreads();
 }
 
 TEST(ReactorThread, RunsFromInitToStop) {

@@ -37,6 +37,7 @@
 using std::chrono::milliseconds;
 using test::TcpPeer;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
@@ -541,8 +542,9 @@ TEST(Port, WithoutMemoryIsNotRegistered) {
 }
 
 /// Without a capture of the log, which needs memory itself.
-TEST(Port, WithoutMemoryForAConnectionClosesAndCanStillBeUnregistered) {
+TEST(Port, WithoutMemoryForAConnectionClosesWithALineAndCanStillBeUnregistered) {
     test::RunningReactor::reactor().initReactor();
+    testing::internal::CaptureStderr();
     PlainPort lPort;
     int lClosedAfter = -1;
     for (int lAllowed = 0; lAllowed < 20 && lClosedAfter == -1; ++lAllowed) {
@@ -557,6 +559,9 @@ TEST(Port, WithoutMemoryForAConnectionClosesAndCanStillBeUnregistered) {
         }
     }
     EXPECT_NE(-1, lClosedAfter);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr(" osxListenHandler::handle_input: losxDataHandler == 0, port [" +
+                          std::to_string(lPort.number()) + "] is closed \n"));
     EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle()));
 }
 

@@ -1,0 +1,88 @@
+#include "base/standardDescriptors.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <initializer_list>
+
+#include "support/inChild.h"
+
+namespace {
+
+int openNull() {
+    return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+}
+
+bool isOpen(int aDescriptor) {
+    return ::fcntl(aDescriptor, F_GETFD) != -1;
+}
+
+/// Runs a check in a child without some of its standard descriptors. @return whether it held.
+template <class Check>
+bool holdsWithout(std::initializer_list<int> aClosed, Check aCheck) {
+    return test::inChild([&] {
+        for (const int lDescriptor : aClosed) {
+            ::close(lDescriptor);
+        }
+        return aCheck();
+    });
+}
+
+}  // namespace
+
+TEST(StandardDescriptors, AreNotTakenByWhatIsMade) {
+    const auto lCheck = [] {
+        const int lDescriptor = osx::makeDescriptor(openNull);
+        return lDescriptor > STDERR_FILENO && (::fcntl(lDescriptor, F_GETFD) & FD_CLOEXEC) != 0;
+    };
+    EXPECT_TRUE(holdsWithout({0}, lCheck));
+    EXPECT_TRUE(holdsWithout({2}, lCheck));
+    EXPECT_TRUE(holdsWithout({0, 1, 2}, lCheck));
+}
+
+TEST(StandardDescriptors, AreAsTheyWereAfterwards) {
+    EXPECT_TRUE(holdsWithout({0, 2}, [] {
+        const int lDescriptor = osx::makeDescriptor(openNull);
+        return lDescriptor > STDERR_FILENO && !isOpen(0) && isOpen(1) && !isOpen(2);
+    }));
+}
+
+TEST(StandardDescriptors, AreTakenWhileAGuardLives) {
+    EXPECT_TRUE(holdsWithout({0, 1, 2}, [] {
+        const osx::StandardDescriptorsTaken lTaken;
+        const int lDescriptor = openNull();
+        return lDescriptor > STDERR_FILENO && isOpen(0) && isOpen(1) && isOpen(2);
+    }));
+}
+
+TEST(StandardDescriptors, KeepTheErrorOfWhatFails) {
+    EXPECT_TRUE(holdsWithout({2}, [] {
+        errno = 0;
+        const int lDescriptor =
+            osx::makeDescriptor([] { return ::open("/nowhere/at/all", O_RDONLY | O_CLOEXEC); });
+        return lDescriptor == -1 && errno == ENOENT && !isOpen(2);
+    }));
+}
+
+TEST(StandardDescriptors, AreNotTakenWhenNoOthersAreLeft) {
+    EXPECT_TRUE(holdsWithout({1}, [] {
+        const rlimit lFew{64, 64};
+        ::setrlimit(RLIMIT_NOFILE, &lFew);
+        while (openNull() != -1) {
+        }
+        ::close(1);
+        errno = 0;
+        return osx::makeDescriptor(openNull) == -1 && errno == EMFILE && !isOpen(1);
+    }));
+}
+
+TEST(StandardDescriptors, AreLeftByADescriptorThatGotOneAllTheSame) {
+    EXPECT_TRUE(holdsWithout({1}, [] {
+        const int lDescriptor = osx::aboveStandard(openNull());
+        return lDescriptor > STDERR_FILENO && (::fcntl(lDescriptor, F_GETFD) & FD_CLOEXEC) != 0 && !isOpen(1);
+    }));
+    EXPECT_EQ(-1, osx::aboveStandard(-1));
+}
