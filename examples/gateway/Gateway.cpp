@@ -25,7 +25,7 @@ std::unique_ptr<Source> makeSource(const Options& aOptions) {
         return std::make_unique<SerialSource>(aOptions.serialPort, aOptions.baudRate,
                                               aOptions.parity);
     }
-    return std::make_unique<TcpSource>(aOptions.source);
+    return std::make_unique<TcpSource>(aOptions.source, aOptions.silenceLimitMs);
 }
 
 /// Timers hand their argument back as const, as they leave it alone; it is ours to change.

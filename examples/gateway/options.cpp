@@ -13,6 +13,8 @@ namespace {
 constexpr char kUsage[] =
     "usage: gateway [options]\n"
     "  --source HOST:PORT    the instrument, by TCP (127.0.0.1:10110)\n"
+    "  --silence MS          connect anew to a TCP instrument that is silent for so long,\n"
+    "                        0 for never (30000)\n"
     "  --serial N            the instrument, on serial port N, from 1\n"
     "  --baud B              bits per second of the serial port (4800)\n"
     "  --parity P            none, odd or even (none)\n"
@@ -26,6 +28,7 @@ constexpr char kUsage[] =
 
 enum Option {
     kSource = 1,
+    kSilence,
     kSerial,
     kBaud,
     kParity,
@@ -39,6 +42,7 @@ enum Option {
 };
 
 constexpr option kOptions[] = {{"source", required_argument, nullptr, kSource},
+                               {"silence", required_argument, nullptr, kSilence},
                                {"serial", required_argument, nullptr, kSerial},
                                {"baud", required_argument, nullptr, kBaud},
                                {"parity", required_argument, nullptr, kParity},
@@ -84,6 +88,9 @@ void apply(int aOption, const char* aValue, Options& aOptions) {
     switch (aOption) {
         case kSource:
             aOptions.source = aValue;
+            break;
+        case kSilence:
+            aOptions.silenceLimitMs = number(aValue, 0, kHour);
             break;
         case kSerial:
             aOptions.serialPort = number(aValue, 1, 255);

@@ -9,6 +9,7 @@ namespace gateway {
 
 struct Options {
     std::string source = "127.0.0.1:10110";  ///< Address of a TCP instrument.
+    unsigned int silenceLimitMs = 30000;     ///< Of a TCP instrument; 0 for none.
     unsigned int serialPort = 0;             ///< From 1; 0 for the TCP instrument.
     unsigned int baudRate = 4800;
     unsigned char parity = 0;  ///< 0 none, 1 odd, 2 even.

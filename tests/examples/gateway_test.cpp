@@ -200,6 +200,30 @@ TEST_F(Gateway, StopsCleanlyWhileItsInstrumentIsSilent) {
     expectCleanStop();
 }
 
+TEST_F(Gateway, ConnectsAnewToAnInstrumentThatIsSilent) {
+    test::TcpListener lInstrument;
+    mInstrumentPort = lInstrument.port();
+    startGateway({"--silence", "2000"});
+    TcpPeer lSilent = lInstrument.accept();
+    ASSERT_TRUE(lSilent.connected());
+    EXPECT_TRUE(lSilent.send(nmea::sentence("GPONE,1") + "\r\n"));
+    EXPECT_TRUE(lSilent.waitForClose());
+    EXPECT_TRUE(lInstrument.accept().connected());
+    EXPECT_TRUE(mGateway->waitForOutput(" 1 losses"));
+    expectCleanStop();
+}
+
+TEST_F(Gateway, WaitsForASilentInstrumentIfThatIsWanted) {
+    test::TcpListener lInstrument;
+    mInstrumentPort = lInstrument.port();
+    startGateway({"--silence", "0"});
+    TcpPeer lSilent = lInstrument.accept();
+    ASSERT_TRUE(mGateway->waitForOutput("0.0 sentences/s"));
+    EXPECT_TRUE(lSilent.send(nmea::sentence("GPONE,1") + "\r\n"));
+    EXPECT_TRUE(mGateway->waitForOutput(" 1 valid"));
+    expectCleanStop();
+}
+
 TEST_F(Gateway, StopsCleanlyWhileItsInstrumentIsAbsent) {
     startGateway();
     expectCleanStop();
@@ -208,6 +232,7 @@ TEST_F(Gateway, StopsCleanlyWhileItsInstrumentIsAbsent) {
 TEST(GatewayOptions, AreRefusedWhenUnknownOrOutOfRange) {
     for (const auto& lArguments : std::vector<std::vector<std::string>>{{"--port", "0"},
                                                                         {"--port", "65536"},
+                                                                        {"--silence", "x"},
                                                                         {"--baud", "x"},
                                                                         {"--parity", "mark"},
                                                                         {"-z"},
