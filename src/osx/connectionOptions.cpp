@@ -3,15 +3,34 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <cerrno>
+
+#include "osx/peerWatch.h"
+
+namespace {
+
+template <class Value>
+void set(int aSocket, int aLevel, int aName, const Value& aValue) {
+    const int lErrno = errno;
+    ::setsockopt(aSocket, aLevel, aName, &aValue, sizeof aValue);
+    errno = lErrno;
+}
+
+/// So that a transfer that waits can look after its peer; it then waits on.
+void limitWaits(int aSocket) {
+    const timeval lLimit{osx::kLookIntervalS, 0};
+    set(aSocket, SOL_SOCKET, SO_RCVTIMEO, lLimit);
+    set(aSocket, SOL_SOCKET, SO_SNDTIMEO, lLimit);
+}
+
+}  // namespace
 
 namespace osx {
 
 void setOption(int aSocket, int aLevel, int aName, int aValue) {
-    const int lErrno = errno;
-    ::setsockopt(aSocket, aLevel, aName, &aValue, sizeof aValue);
-    errno = lErrno;
+    set(aSocket, aLevel, aName, aValue);
 }
 
 void keepAlive(int aSocket, const KeepAlive& aKeepAlive) {
@@ -24,6 +43,7 @@ void keepAlive(int aSocket, const KeepAlive& aKeepAlive) {
 void prepareConnection(int aSocket) {
     setOption(aSocket, IPPROTO_TCP, TCP_NODELAY, 1);
     keepAlive(aSocket, kKeepAlive);
+    limitWaits(aSocket);
 }
 
 }  // namespace osx

@@ -10,6 +10,8 @@
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
+#include "osx/osx.h"
+#include "osx/peerWatch.h"
 #include "osx/threadPoolReactor.h"
 
 using osx::DiagnosticLine;
@@ -78,7 +80,7 @@ int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
     if (mCallbacks.aClosedConnectionFnc != nullptr) {
         mCallbacks.aClosedConnectionFnc(&mStream, mCallbacks.aUserData);
     }
-    mStream.close();
+    osxCloseSocket(&mStream);
     remove_reference();
     return 0;
 }
@@ -111,6 +113,7 @@ int osxDataHandler::registerWithReactor() {
     if (mCallbacks.aDataAvailFnc != nullptr) {
         osx::ThreadPoolReactor::askAnewFrom(*reactor());
     }
+    osx::watchPeer(*reactor(), mDescriptor);
     return reactor()->register_handler(mDescriptor, this, ACE_Event_Handler::READ_MASK);
 }
 

@@ -13,6 +13,7 @@
 #include "base/diagnosticLine.h"
 #include "base/standardDescriptors.h"
 #include "osx/osx.h"
+#include "osx/peerWatch.h"
 #include "osx/socketConnect.h"
 #include "osx/socketTransfer.h"
 
@@ -25,6 +26,11 @@ constexpr auto kFailed = static_cast<unsigned long>(-1);
 constexpr std::chrono::milliseconds kConnectLimit(100);
 constexpr std::size_t kAddressSize = 16;
 constexpr std::size_t kHostnameSize = 1024;
+
+void closeStream(ACE_SOCK_Stream& aStream) {
+    osx::forgetPeer(aStream.get_handle());
+    aStream.close();
+}
 
 unsigned long unableToConnect() {
     DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxOpenSocket: unable to connect \n");
@@ -149,7 +155,7 @@ unsigned long osxCloseSocket(void* aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
-    lSOCK_Stream->close();
+    closeStream(*lSOCK_Stream);
     return 0;
 }
 
@@ -159,7 +165,7 @@ unsigned long osxCloseSocketAndRelease(void*& aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
-    lSOCK_Stream->close();
+    closeStream(*lSOCK_Stream);
     delete lSOCK_Stream;
     aSocket = nullptr;
     return 0;

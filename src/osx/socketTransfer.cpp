@@ -7,19 +7,27 @@
 #include <array>
 #include <cerrno>
 
+#include "osx/peerWatch.h"
+
 namespace {
 
 /// Buffers handed to the kernel at once; vectors of any length go out in several turns.
 constexpr int kBuffersPerTurn = 64;
 
+/// For as long as nobody need look after the peer.
 void waitUntilReady(int aSocket, short aEvents) {
     pollfd lPoll{aSocket, aEvents, 0};
-    ::poll(&lPoll, 1, -1);
+    ::poll(&lPoll, 1, osx::kLookIntervalS * 1000);
 }
 
-/// @return whether a transfer that just failed is worth another try, after waiting for it.
+/// @return whether a transfer that just failed is worth another try, after waiting for it. The limit
+///         that a connection has for one wait ends it, for a look at the peer.
 bool mayGoOn(int aSocket, short aEvents) {
     if (errno == EWOULDBLOCK || errno == EAGAIN) {
+        if (osx::hasPeerVanished(aSocket)) {
+            errno = ETIMEDOUT;
+            return false;
+        }
         waitUntilReady(aSocket, aEvents);
         return true;
     }
