@@ -24,8 +24,8 @@ private:
     std::array<bool, 3> mIsMine{};
 };
 
-/// The rest of the rule, where another thread's guard has just freed such a number, or none could be
-/// had to take it: moves a new descriptor, close-on-exec.
+/// The rest of the rule, where another thread's guard has just freed such a number, or none could
+/// be had to take it: moves a new descriptor, close-on-exec.
 /// @return the descriptor; -1 with `errno` if it was -1 or could not be moved, being closed then.
 int aboveStandard(int aDescriptor) noexcept;
 

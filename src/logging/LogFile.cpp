@@ -24,13 +24,9 @@ public:
     LogStream() : std::ostream(nullptr) { rdbuf(&mBuffer); }
 
     void open(const char* aName) noexcept {
-        const int lDescriptor =
-            aName == nullptr
-                ? -1
-                : makeDescriptor([aName] {
-                      return ::open(aName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY,
-                                    kMode);
-                  });
+        const int lDescriptor = aName == nullptr ? -1 : makeDescriptor([aName] {
+            return ::open(aName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, kMode);
+        });
         if (lDescriptor == -1 || !attach(lDescriptor)) {
             setstate(failbit);
         }

@@ -5,8 +5,8 @@
 
 namespace osx {
 
-/// How a silent peer is asked whether it is still there. One that vanished without a word is noticed
-/// after `idleS` and `probes` times `intervalS`.
+/// How a silent peer is asked whether it is still there. One that vanished without a word is
+/// noticed after `idleS` and `probes` times `intervalS`.
 struct KeepAlive {
     int idleS;      ///< Silence before the first question.
     int intervalS;  ///< From one question to the next.

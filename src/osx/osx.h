@@ -360,6 +360,11 @@ OSX_EXPORT double htond(double aValue);
 /// `unsigned long`. They block. Different sockets may be used from different threads freely; sends
 /// of several threads on one socket may mix their bytes.
 /// Each send goes out at once, however small: many small pieces are better sent as one vector.
+///
+/// A peer that vanishes without a word, its cable cut or its power gone, is noticed within a
+/// minute: the connection ends as if by an error, `errno` ETIMEDOUT. A peer that is there and takes
+/// its time, be it hours, is not cut off. Only where it had not taken anything for minutes before
+/// it vanished does it take some minutes more.
 /// @{
 
 /// Starts the socket layer. @return 0.
@@ -372,7 +377,8 @@ OSX_EXPORT unsigned long osxCloseSockets();
 OSX_EXPORT unsigned long osxGetLastNetworkError();
 
 /// Connects to a TCP server.
-/// @param[out] aSocket the connection, to be given to `osxCloseSocketAndRelease` in the end.
+/// @param[out] aSocket the connection, to be given to `osxCloseSocketAndRelease` in the end. Its
+///        peer is looked for when it is silent for 20 s.
 /// @param aAddress "host:port", the host by name or dotted address, the port in decimal.
 /// @return 0; -1 (with a line) when memory is short, the address is no good, or no connection came
 ///         within 100 ms; looking a name up takes the resolver's own time before that.
@@ -393,7 +399,7 @@ OSX_EXPORT unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned
 /// @return 0, also when the send was short or failed; -1 (with a line) for a null socket.
 OSX_EXPORT unsigned long osxSocketSend(void* aSocket, const iovec* aVec, int aCount);
 
-/// Receives exactly `aLen` bytes, waiting for them without limit.
+/// Receives exactly `aLen` bytes, waiting for them without limit while the peer is there.
 /// @param[out] aReceived `aLen` on success, 0 when the peer closed first, -1 on an error; written
 ///        in all cases but that of a null socket. Bytes that came before a close are in `aBuf`, but
 ///        not counted.
@@ -461,6 +467,9 @@ typedef void (*osxClosedConnectionFnc_t)(void* aSocket, void*& aUserData);
 
 /// Opens a listening port on all interfaces. A port that cannot be opened, being in use or
 /// forbidden, ends the process.
+///
+/// A connection whose peer vanishes without a word is closed within a minute, as said of sockets;
+/// for bytes on their way the event loop has to run.
 ///
 /// When the process has no descriptor left, or none that the reactor can hold, the port refuses
 /// what connects, says so at a bounded rate, and goes on. When memory for a connection is short the

@@ -239,7 +239,8 @@ int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) 
     if (lDataHandler == nullptr) {
         osx::closeKeepingErrno(aConnection);
         DiagnosticLine(kModule).failure(
-            LM_ERROR, "%t osxListenHandler::handle_input: losxDataHandler == 0, port [%d] is closed \n",
+            LM_ERROR,
+            "%t osxListenHandler::handle_input: losxDataHandler == 0, port [%d] is closed \n",
             mLocalAddress.get_port_number());
         return -1;
     }

@@ -22,8 +22,8 @@ namespace {
 constexpr std::size_t kBits = 32;
 constexpr std::size_t kMostDescriptors = 65536;
 
-/// The sockets that are watched, by descriptor. No lock: a connection comes and goes without waiting
-/// for the one who looks.
+/// The sockets that are watched, by descriptor. No lock: a connection comes and goes without
+/// waiting for the one who looks.
 std::array<std::atomic<std::uint32_t>, kMostDescriptors / kBits> gWatched;
 /// Whether a timer runs, at whose end the sockets are looked at.
 std::atomic<bool> gIsTimed{false};

@@ -20,7 +20,8 @@ void waitUntilReady(int aSocket, short aEvents) {
     ::poll(&lPoll, 1, osx::kLookIntervalS * 1000);
 }
 
-/// @return whether a transfer that just failed is worth another try, after waiting for it. The limit
+/// @return whether a transfer that just failed is worth another try, after waiting for it. The
+/// limit
 ///         that a connection has for one wait ends it, for a look at the peer.
 bool mayGoOn(int aSocket, short aEvents) {
     if (errno == EWOULDBLOCK || errno == EAGAIN) {

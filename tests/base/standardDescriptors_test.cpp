@@ -82,7 +82,8 @@ TEST(StandardDescriptors, AreNotTakenWhenNoOthersAreLeft) {
 TEST(StandardDescriptors, AreLeftByADescriptorThatGotOneAllTheSame) {
     EXPECT_TRUE(holdsWithout({1}, [] {
         const int lDescriptor = osx::aboveStandard(openNull());
-        return lDescriptor > STDERR_FILENO && (::fcntl(lDescriptor, F_GETFD) & FD_CLOEXEC) != 0 && !isOpen(1);
+        return lDescriptor > STDERR_FILENO && (::fcntl(lDescriptor, F_GETFD) & FD_CLOEXEC) != 0 &&
+               !isOpen(1);
     }));
     EXPECT_EQ(-1, osx::aboveStandard(-1));
 }

@@ -22,6 +22,7 @@
 #include "commif/osxComPort.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/inChild.h"
 #include "support/logMatchers.h"
 #include "support/waitUntil.h"
 
@@ -829,6 +830,15 @@ TEST_F(SerialClose, AsksAPlainPortForNoHalfDuplexMode) {
     EXPECT_EQ(nullptr, dynamic_cast<osxComPortRTS_Ctrl*>(port()));
     EXPECT_EQ(COMMIF_OK, commIfSerialClose(kDesc));
     EXPECT_EQ(0U, mDriver.count(kHalfDuplexRequest));
+}
+
+TEST_F(SerialChannel, TakesNoStandardDescriptorThoughTheyAreFree) {
+    EXPECT_TRUE(test::inChild([this] {
+        for (const int lDescriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            ::close(lDescriptor);
+        }
+        return open() == COMMIF_OK && handle() > STDERR_FILENO;
+    }));
 }
 
 TEST_F(SerialChannel, RefusesDescriptorsOutsideTheTable) {

@@ -361,8 +361,7 @@ TEST(Reactor, ThatCannotBeAllocatedServesNothing) {
 }
 
 namespace {
-constexpr char kNoThread[] =
-    " OSX_Reactor::startExtraReactorThread: unable to start a thread \n";
+constexpr char kNoThread[] = " OSX_Reactor::startExtraReactorThread: unable to start a thread \n";
 }
 
 TEST(Reactor, SaysThatAThreadCannotBeAllocated) {

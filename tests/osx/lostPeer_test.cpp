@@ -1,0 +1,274 @@
+// Peers that vanish without a word, as when a cable is cut or a device loses its power.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <thread>
+
+#include "ace/SOCK_Stream.h"
+#include "base/osxExport.h"
+#include "osx/observation.h"
+#include "osx/osx.h"
+#include "support/LogCapture.h"
+#include "support/RunningReactor.h"
+#include "support/TcpPeer.h"
+#include "support/waitUntil.h"
+
+using test::TcpPeer;
+
+namespace {
+
+constexpr auto kFailed = static_cast<unsigned long>(-1);
+
+/// What the kernel is made to tell of every connection, to spare the tests the time it takes.
+struct Answers {
+    bool areFaked = false;
+    unsigned char resent = 0;
+    unsigned int silentMs = 0;
+};
+std::atomic<Answers> gAnswers{Answers{}};
+std::atomic<int> gLooks{0};
+
+}  // namespace
+
+extern "C" OSX_EXPORT int getsockopt(int aSocket, int aLevel, int aName, void* aValue,
+                                     socklen_t* aLength) noexcept {
+    using Function = int(int, int, int, void*, socklen_t*);
+    static auto* const gOriginal = reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, "getsockopt"));
+    const int lResult = gOriginal(aSocket, aLevel, aName, aValue, aLength);
+    const Answers lAnswers = gAnswers;
+    if (lResult == 0 && aLevel == IPPROTO_TCP && aName == TCP_INFO && lAnswers.areFaked) {
+        static_cast<tcp_info*>(aValue)->tcpi_retransmits = lAnswers.resent;
+        static_cast<tcp_info*>(aValue)->tcpi_last_ack_recv = lAnswers.silentMs;
+        ++gLooks;
+    }
+    return lResult;
+}
+
+namespace {
+
+int descriptorOf(void* aSocket) {
+    return static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle();
+}
+
+int option(int aDescriptor, int aLevel, int aName) {
+    int lValue = -1;
+    socklen_t lSize = sizeof lValue;
+    ::getsockopt(aDescriptor, aLevel, aName, &lValue, &lSize);
+    return lValue;
+}
+
+void set(int aDescriptor, int aLevel, int aName, int aValue) {
+    ASSERT_EQ(0, ::setsockopt(aDescriptor, aLevel, aName, &aValue, sizeof aValue));
+}
+
+/// Asks a silent peer within a second or two what would be asked within a minute.
+void hurry(int aDescriptor) {
+    set(aDescriptor, IPPROTO_TCP, TCP_KEEPIDLE, 1);
+    set(aDescriptor, IPPROTO_TCP, TCP_KEEPINTVL, 1);
+    set(aDescriptor, IPPROTO_TCP, TCP_KEEPCNT, 1);
+}
+
+/// Has a transfer that waits look after its peer ten times a second.
+void lookOften(int aDescriptor) {
+    const timeval lLimit{0, 100000};
+    ::setsockopt(aDescriptor, SOL_SOCKET, SO_RCVTIMEO, &lLimit, sizeof lLimit);
+    ::setsockopt(aDescriptor, SOL_SOCKET, SO_SNDTIMEO, &lLimit, sizeof lLimit);
+}
+
+void expectToNoticeAVanishedPeer(int aDescriptor) {
+    EXPECT_EQ(1, option(aDescriptor, SOL_SOCKET, SO_KEEPALIVE));
+    EXPECT_GT(60, option(aDescriptor, IPPROTO_TCP, TCP_KEEPIDLE) +
+                      option(aDescriptor, IPPROTO_TCP, TCP_KEEPINTVL) *
+                          option(aDescriptor, IPPROTO_TCP, TCP_KEEPCNT));
+    EXPECT_EQ(0, option(aDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT)) << "slow readers are cut";
+}
+
+/// Switches the loopback interface of the thread's network on or off.
+bool setLink(bool aOn) {
+    const test::Descriptor lSocket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ifreq lRequest{};
+    std::strcpy(lRequest.ifr_name, "lo");
+    lRequest.ifr_flags = static_cast<short>(aOn ? IFF_UP | IFF_RUNNING : 0);
+    return ::ioctl(lSocket.get(), SIOCSIFFLAGS, &lRequest) == 0;
+}
+
+/// Does something in a network of its own, which may be cut. @return whether that could be had.
+bool inOwnNetwork(const std::function<void()>& aAction) {
+    bool lHas = false;
+    std::thread([&] {
+        lHas = ::unshare(CLONE_NEWNET) == 0 && setLink(true);
+        if (lHas) {
+            aAction();
+        }
+    }).join();
+    return lHas;
+}
+
+void open(void*& aSocket, test::TcpListener& aListener) {
+    ASSERT_TRUE(
+        test::waitUntil([&] { return osxOpenSocket(aSocket, aListener.address().c_str()) == 0; }));
+}
+
+struct Watched {
+    std::atomic<void*> socket{nullptr};
+    test::Counter opened;
+    test::Counter closed;
+};
+
+/// A port whose connections are watched.
+class WatchedPort {
+public:
+    WatchedPort() {
+        EXPECT_EQ(0UL,
+                  osxRegisterPort(mPort, mNumber, opened, nullptr, nullptr, closed, &mWatched));
+    }
+    ~WatchedPort() { osxUnregisterPort(mPort); }
+    WatchedPort(const WatchedPort&) = delete;
+    WatchedPort& operator=(const WatchedPort&) = delete;
+
+    /// @return a peer whose connection has been accepted.
+    TcpPeer connect() {
+        TcpPeer lPeer = TcpPeer::connect(mNumber);
+        EXPECT_TRUE(mWatched.opened.waitFor(1));
+        return lPeer;
+    }
+    int descriptor() const { return descriptorOf(mWatched.socket); }
+    const test::Counter& closed() const { return mWatched.closed; }
+
+private:
+    static void opened(void* aSocket, void*& aWatched) {
+        static_cast<Watched*>(aWatched)->socket = aSocket;
+        static_cast<Watched*>(aWatched)->opened.add();
+    }
+    static void closed(void*, void*& aWatched) { static_cast<Watched*>(aWatched)->closed.add(); }
+
+    Watched mWatched;
+    const unsigned short mNumber = test::freePort();
+    void* mPort = nullptr;
+};
+
+}  // namespace
+
+TEST(LostPeer, OfAConnectionThatWasMadeIsLookedFor) {
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    expectToNoticeAVanishedPeer(descriptorOf(lSocket));
+    osxCloseSocketAndRelease(lSocket);
+}
+
+TEST(LostPeer, OfAConnectionThatWasAcceptedIsLookedFor) {
+    const test::LogCapture lLog;
+    const test::RunningReactor lReactor;
+    WatchedPort lPort;
+    const TcpPeer lPeer = lPort.connect();
+    expectToNoticeAVanishedPeer(lPort.descriptor());
+}
+
+TEST(LostPeer, EndsAReceive) {
+    const bool lDone = inOwnNetwork([] {
+        test::TcpListener lListener;
+        void* lSocket = nullptr;
+        open(lSocket, lListener);
+        ASSERT_EQ(1, option(descriptorOf(lSocket), SOL_SOCKET, SO_KEEPALIVE));
+        const TcpPeer lPeer = lListener.accept();
+        hurry(descriptorOf(lSocket));
+        ASSERT_TRUE(setLink(false));
+        char lByte = 0;
+        unsigned long lReceived = 0;
+        EXPECT_EQ(kFailed, osxSocketRecv(lSocket, &lByte, 1, lReceived));
+        EXPECT_EQ(kFailed, lReceived);
+        osxCloseSocketAndRelease(lSocket);
+    });
+    if (!lDone) {
+        GTEST_SKIP() << "no network of its own is to be had";
+    }
+}
+
+TEST(LostPeer, EndsAPortsConnection) {
+    const test::LogCapture lLog;
+    const bool lDone = inOwnNetwork([] {
+        const test::RunningReactor lReactor;
+        WatchedPort lPort;
+        const TcpPeer lPeer = lPort.connect();
+        ASSERT_EQ(1, option(lPort.descriptor(), SOL_SOCKET, SO_KEEPALIVE));
+        hurry(lPort.descriptor());
+        ASSERT_TRUE(setLink(false));
+        EXPECT_TRUE(lPort.closed().waitFor(1));
+    });
+    if (!lDone) {
+        GTEST_SKIP() << "no network of its own is to be had";
+    }
+}
+
+TEST(LostPeer, EndsAReceiveThoughBytesAreOnTheirWay) {
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    const TcpPeer lPeer = lListener.accept();
+    lookOften(descriptorOf(lSocket));
+    gAnswers = Answers{true, 7, 50000};
+    char lByte = 0;
+    unsigned long lReceived = 0;
+    EXPECT_EQ(kFailed, osxSocketRecv(lSocket, &lByte, 1, lReceived));
+    EXPECT_EQ(kFailed, lReceived);
+    EXPECT_EQ(ETIMEDOUT, errno);
+    gAnswers = Answers{};
+    osxCloseSocketAndRelease(lSocket);
+}
+
+TEST(LostPeer, EndsASendThatHasNoRoom) {
+    const test::LogCapture lLog;
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    const TcpPeer lPeer = lListener.accept();
+    lookOften(descriptorOf(lSocket));
+    gAnswers = Answers{true, 7, 50000};
+    const std::string lMuch(16UL * 1024 * 1024, 'x');
+    EXPECT_EQ(kFailed, osxSocketSend(lSocket, lMuch.data(), lMuch.size()));
+    gAnswers = Answers{};
+    osxCloseSocketAndRelease(lSocket);
+}
+
+/// The look of the reactor is due within 10 s.
+TEST(LostPeer, EndsAPortsConnectionThoughBytesAreOnTheirWay) {
+    const test::LogCapture lLog;
+    const test::RunningReactor lReactor;
+    WatchedPort lPort;
+    const TcpPeer lPeer = lPort.connect();
+    gAnswers = Answers{true, 7, 50000};
+    EXPECT_TRUE(lPort.closed().waitFor(1, std::chrono::seconds(100)));
+    gAnswers = Answers{};
+}
+
+TEST(LostPeer, IsNoneThatIsOnlySlow) {
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    TcpPeer lPeer = lListener.accept();
+    lookOften(descriptorOf(lSocket));
+    const std::string lMuch(16UL * 1024 * 1024, 'x');
+    for (const Answers lAnswers : {Answers{true, 0, 3600000}, Answers{true, 7, 30000}}) {
+        gAnswers = lAnswers;
+        std::thread lSender(
+            [&] { EXPECT_EQ(0UL, osxSocketSend(lSocket, lMuch.data(), lMuch.size())); });
+        const int lEnough = gLooks + 3;
+        EXPECT_TRUE(test::waitUntil([&] { return gLooks >= lEnough; })) << "has nobody looked?";
+        EXPECT_EQ(lMuch.size(), lPeer.receive(lMuch.size()).size());
+        lSender.join();
+    }
+    gAnswers = Answers{};
+    osxCloseSocketAndRelease(lSocket);
+}
