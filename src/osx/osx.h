@@ -83,8 +83,7 @@ OSX_EXPORT int osxThreadWait(void* aHandle);
 /// Waits, without limit, until a task has ended, and frees it. The task is not forced to end. Its
 /// entry in the name table stays.
 /// @param aHandle a task, not in use by another thread; null is ignored without a line. The
-/// caller's
-///        own task cannot be waited for and is not freed.
+///        caller's own task cannot be waited for, and is not freed.
 /// @return 0 always.
 OSX_EXPORT unsigned int osxEndOtherTask(void* aHandle);
 
