@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
 #include <csignal>
@@ -272,12 +273,20 @@ TEST(Console, PrintfPrintsWhatTheSystemPrintsOfAnything) {
 
 TEST(Console, PrintfPrintsInOnePiece) {
     constexpr int kThreads = 8;
-    constexpr int kLines = 2000;
+    constexpr int kLines = 500;
     const ConsoleCapture lConsole;
-    const std::string lLine = "one piece of a line %d, one more of 100%%, and the last";
+    std::atomic<int> lMissing{kThreads};
     std::vector<std::thread> lThreads;
     for (int lThread = 0; lThread < kThreads; ++lThread) {
-        lThreads.emplace_back([&lLine] {
+        lThreads.emplace_back([&lMissing, lThread] {
+            // A hundred conversions of the second formatting in each line.
+            std::string lLine;
+            for (int lCount = 0; lCount < 100; ++lCount) {
+                lLine += std::string(1, static_cast<char>('a' + lThread)) + "%d";
+            }
+            for (--lMissing; lMissing > 0;) {
+                std::this_thread::yield();
+            }
             for (int lCount = 0; lCount < kLines; ++lCount) {
                 commfprintf(0, "%s\n", lLine.c_str());
             }
@@ -288,8 +297,12 @@ TEST(Console, PrintfPrintsInOnePiece) {
     }
     std::istringstream lText(lConsole.text());
     int lWhole = 0;
-    for (std::string lPrinted; std::getline(lText, lPrinted);) {
-        lWhole += lPrinted == "one piece of a line 0, one more of 100%, and the last" ? 1 : 0;
+    for (std::string lLine; std::getline(lText, lLine);) {
+        std::string lExpected;
+        while (!lLine.empty() && lExpected.size() < 200) {
+            lExpected += lLine.substr(0, 1) + "0";
+        }
+        lWhole += lLine == lExpected ? 1 : 0;
     }
     EXPECT_EQ(kThreads * kLines, lWhole);
 }
