@@ -74,7 +74,7 @@ struct commIfSerialParams_t {
     unsigned int readTimeout;         ///< Milliseconds; 0 takes what is there, 0xFFFFFFFF waits on.
     unsigned int baudRate;            ///< Bits per second.
     unsigned short reserved0 : 1;     ///< Not interpreted.
-    unsigned short parityEnable : 1;  ///< Check the parity of what is received.
+    unsigned short parityEnable : 1;  ///< Generate and check parity; 0: none, whatever `parity`.
     unsigned short ctsFlow : 1;       ///< Flow control by CTS.
     unsigned short dsrFlow : 1;       ///< Flow control by DSR.
     unsigned short dtrControl : 2;    ///< Other than 0: DTR is not raised.
@@ -159,11 +159,16 @@ struct commIfMsgInfo_t : commIfMsgParams_t {
     void* queue;  ///< Owned; null if there is no queue.
 };
 
-/// State of a network channel: its parameters, the socket among them.
+/// State of a network channel: its parameters. The socket is null unless the channel is open.
 struct commIfNetInfo_t : commIfNetParams_t {};
 
-/// What an entry knows of its channel. The states stand side by side, so that a call that is meant
-/// for another channel never takes foreign bytes for its object.
+/// What an entry knows of its channel. The states stand side by side and not in a union, so that a
+/// call that is meant for another channel never takes foreign bytes for its object.
+///
+/// A direct open (`commIfFileOpen` ...) of an entry whose state of that type holds an object ends
+/// it first, also when the open then fails: the port or file is closed, the queue deleted. A socket
+/// is only forgotten. Objects of other types in the entry stay, until their own channel is opened
+/// or closed there.
 struct commIfDescInfo_t {
     unsigned int devType;  ///< A `commIfDevType_t`; stored also by an open that fails.
     commIfSerialInfo_t serial;
@@ -239,15 +244,17 @@ OSX_EXPORT int commIffprintf(int aDesc, const char* aFormat, ...)
 /// there was none.
 OSX_EXPORT int commfgetc(int aIgnored);
 
-/// Writes the low byte of a character to standard output. @return 1 always.
+/// Writes the low byte of a character to standard output, past the stream `stdout`. @return 1
+/// always.
 OSX_EXPORT int commfputc(int aCharacter, int aIgnored);
 
-/// Writes a text to standard output. @return 1 always.
+/// Writes a text to standard output, past the stream `stdout`. @return 1 always.
 OSX_EXPORT int commfputs(char* aText, int aIgnored);
 
-/// Prints formatted text, cut to 1023 characters, on the stream `stdout`. The text is formatted
-/// twice: what is still a "%" after the first time is taken as a conversion again, without
-/// arguments, so print foreign text only with every "%" in it doubled.
+/// Prints formatted text, cut to 1023 characters, in one piece on the stream `stdout`, and flushes
+/// the stream with whatever others have printed on it. The text is formatted twice: what is still a
+/// "%" after the first time is taken as a conversion again, without arguments, so print foreign
+/// text only with every "%" in it doubled.
 /// @return 1 always.
 OSX_EXPORT int commfprintf(int aIgnored, const char* aFormat, ...)
     __attribute__((format(printf, 2, 3)));
@@ -273,8 +280,8 @@ OSX_EXPORT int commIfSerialOpen(int aDesc, commIfSerialParams_t* aParams);
 OSX_EXPORT int commIfSerialRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                                 unsigned long* aRetCount);
 
-/// Writes all bytes, waiting while the line is busy.
-/// @param[out] aRetCount the number written; -1 on a failure.
+/// Writes all bytes, waiting while the line is busy. A signal before the first byte ends it.
+/// @param[out] aRetCount the number written; -1 on a failure (`errno` is EINTR for a signal).
 /// @return 0; 10015 (with a line) without a port.
 OSX_EXPORT int commIfSerialWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                                  unsigned long* aRetCount);
@@ -421,7 +428,8 @@ OSX_EXPORT int commIfNetWrite(int aDesc, unsigned char* aBuf, unsigned long aCou
 /// @return 10012 always.
 OSX_EXPORT int commIfNetIoctl(int aDesc, unsigned long aCmd, void* aData);
 
-/// Leaves the socket open. @return 0; 10002 if the channel's kind is not `COMMIF_NET_TCP`.
+/// Forgets the socket, and leaves it open. @return 0; 10002 if the channel's kind is not
+/// `COMMIF_NET_TCP`.
 OSX_EXPORT int commIfNetClose(int aDesc);
 
 /// Reads a line from a network channel, sending each byte back as it comes, and "\r" at its end.
@@ -442,7 +450,7 @@ OSX_EXPORT int commIfVgaOpen(int aDesc, commIfVgaParams_t* aParams);
 OSX_EXPORT int commIfVgaRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                              unsigned long* aRetCount);
 
-/// Writes to standard output, once.
+/// Writes to standard output, once, past the stream `stdout`.
 /// @param[out] aRetCount the number written; -1 on an error. @return 0 always.
 OSX_EXPORT int commIfVgaWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);

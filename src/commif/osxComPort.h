@@ -4,6 +4,10 @@
 ///
 /// Nothing here is locked. One thread may read a port while another writes it; no more than one
 /// thread reads, and no more than one writes, at a time.
+///
+/// While a read with a time-out goes on, the device's handle does not block, for nobody who uses
+/// the same open device: `send_n` waits all the same, but an application's own `write` may get
+/// EAGAIN, and so may `send_n` in another process that has inherited the handle.
 #ifndef OSX_COMMIF_OSXCOMPORT_H
 #define OSX_COMMIF_OSXCOMPORT_H
 
@@ -28,8 +32,12 @@ public:
     osxComPort(const osxComPort&) = delete;
     osxComPort& operator=(const osxComPort&) = delete;
 
-    /// Writes a whole buffer, waiting as long as it takes. A signal does not end the call.
-    /// @return the number of bytes written, which is `aLength`; -1 when the device fails (`errno`).
+    /// Writes a whole buffer, waiting as long as it takes. A signal calls the write off before its
+    /// first byte; what is under way goes on.
+    /// @return the number of bytes written, which is `aLength`; -1 when the device fails (`errno`),
+    ///         when a signal came (EINTR: nothing was written), and on a handle that the
+    ///         application made non-blocking when the device takes no more (EAGAIN: some may have
+    ///         been written).
     virtual int send_n(const void* aBuffer, unsigned int aLength) const;
 
     /// Reads the UART's counters, against which the first `checkUART` compares.
@@ -41,8 +49,10 @@ public:
 
     /// Calls `checkUART`, then reads exactly `aLength` bytes.
     /// @param aTimeout how long to wait, at most, for each next piece of the data: it runs anew
-    ///        whenever something came. Zero takes what is there without waiting; null waits without
-    ///        limit. A step of the wall clock does not matter.
+    ///        whenever something came, and ends the read whatever others take from the device or
+    ///        flush. Zero takes what is there without waiting; null waits without limit. A step of
+    ///        the wall clock does not matter, nor what the driver itself waits for (VMIN, VTIME):
+    ///        at most, what it keeps back arrives when the time has elapsed.
     /// @param[out] aBytesTransferred how many bytes are in the buffer, on failure too; may be null.
     /// @return 0 when all bytes came, or when the line was hung up after fewer; 10011 when the time
     ///         elapsed before; -1 on any other failure (`errno`), such as a signal's (EINTR).
@@ -125,8 +135,9 @@ OSX_EXPORT int flushPort(ACE_TTY_IO& aComport);
 /// @}
 
 /// Makes the device path of a port.
-/// @param aPort number of the port, from 1 on; 1 is "/dev/ttyS0". 0 wraps around to the largest
-///        `unsigned long`.
+/// @param aPort number of the port, from 1 on; 1 is "/dev/ttyS0". Its low 32 bits count, and 0
+/// wraps
+///        around to "/dev/ttyS4294967295".
 /// @param[out] aName receives the path; the caller's, with room for 30 characters.
 /// @return the length of the path.
 OSX_EXPORT int getComPortDevName(unsigned long aPort, char* aName);

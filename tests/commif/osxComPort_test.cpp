@@ -532,20 +532,20 @@ TEST_F(ComPortRead, LeavesTheHandleAsItWas) {
 }
 
 TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenReadsOverlap) {
-    const ACE_Time_Value lMoment(0, 1000);
+    osxComPort lOther(std::make_unique<ACE_TTY_IO>().release());
+    lOther.getACE_TTY_IO()->set_handle(handle());
+    const auto lReadForAMoment = [](osxComPort* aPort) {
+        char lByte = 0;
+        const ACE_Time_Value lMoment(0, 1000);
+        EXPECT_EQ(10011, aPort->recv_n(&lByte, 1, &lMoment, nullptr));
+    };
     for (int lRound = 0; lRound < 200; ++lRound) {
-        std::vector<std::thread> lReaders;
-        for (int lReader = 0; lReader < 3; ++lReader) {
-            lReaders.emplace_back([&] {
-                char lByte = 0;
-                EXPECT_EQ(10011, mPort.recv_n(&lByte, 1, &lMoment, nullptr));
-            });
-        }
-        for (std::thread& lReader : lReaders) {
-            lReader.join();
-        }
+        std::thread lReader(lReadForAMoment, &lOther);
+        lReadForAMoment(&mPort);
+        lReader.join();
         ASSERT_TRUE(isBlocking());
     }
+    lOther.getACE_TTY_IO()->set_handle(ACE_INVALID_HANDLE);
 }
 
 TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenItsThreadIsCancelled) {
@@ -666,12 +666,7 @@ TEST_F(ComPortWrite, IsCalledOffByASignalBeforeItsFirstByte) {
 }
 
 TEST_F(ComPortWrite, IsCalledOffByASignalWhileAReadHasTheHandle) {
-    // The far end takes nothing, and the line is full.
-    const std::string lData(4096, 'x');
-    ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR | O_NONBLOCK));
-    while (::write(handle(), lData.data(), lData.size()) > 0) {
-    }
-    ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR));
+    ASSERT_EQ(0, ::tcflow(handle(), TCOOFF));
     std::promise<void> lReads;
     std::atomic<bool> lIsTold{false};
     gBeforeWait = [&] {
@@ -686,6 +681,7 @@ TEST_F(ComPortWrite, IsCalledOffByASignalWhileAReadHasTheHandle) {
         EXPECT_EQ(-1, mPort.send_n("abc", 3));
         EXPECT_EQ(EINTR, errno);
     }
+    ASSERT_EQ(0, ::tcflow(handle(), TCOON));
     mLine.send("a");
     lReader.join();
     gBeforeWait = nullptr;
