@@ -278,9 +278,12 @@ TEST(FlexVarArithmetic, RoundsADoubleOnceAsEveryProcessorDoes) {
     for (int lRound = 0; lRound < 200000; ++lRound) {
         const double lLeft = lNumber();
         const double lRight = lNumber();
-        const double lNear = lLeft * std::ldexp(1.0, static_cast<int>(lRandom() % 120) - 60) / 3;
+        const volatile double lStored =
+            lLeft * std::ldexp(1.0, static_cast<int>(lRandom() % 120) - 60) / 3;
+        const double lNear = lStored;
         const auto lExpect = [&](Wide aExact, const FlexVar& aResult) {
-            const volatile auto lRounded = static_cast<double>(aExact);
+            const volatile Wide lExact = aExact;  // or the compiler computes in double at once
+            const volatile auto lRounded = static_cast<double>(lExact);
             ASSERT_EQ(lRounded, aResult.getDouble()) << lLeft << " and " << lRight << ", " << lNear;
         };
         lExpect(Wide(lLeft) * lRight, FlexVar(lLeft) * FlexVar(lRight));
