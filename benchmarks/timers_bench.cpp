@@ -1,15 +1,19 @@
 // Timers: one is created and destroyed while others are pending, by the thread of the loop and by
 // another, whose rows count the time of both threads; and how late a timer fires. What differs:
-// libuv's timers are for the thread of their loop alone, POCO's for others; libuv and Asio free a
-// timer at a later turn of the loop, which is here taken in every 256th time. A cancelled timer of
-// POCO stays queued until it is due, so that it is shown only.
+// libuv's timers are for the thread of their loop alone, POCO's for others; "libuv, locked" takes a
+// lock and reads the clock at each call, as is needed by whoever shares the loop between threads.
+// libuv and Asio free a timer at a later turn of the loop, which is here taken in every 256th time.
+// A cancelled timer of POCO stays queued until it is due, so that it is shown only, as is what
+// libuv does without a lock.
 #include <Poco/Clock.h>
 #include <Poco/Util/Timer.h>
 #include <Poco/Util/TimerTask.h>
 #include <glib.h>
+#include <poll.h>
 #include <uv.h>
 
 #include <algorithm>
+#include <atomic>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -17,6 +21,7 @@
 #include <cstdint>
 #include <future>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -180,6 +185,7 @@ public:
     UvLoop(const UvLoop&) = delete;
     UvLoop& operator=(const UvLoop&) = delete;
     void stop() {}
+    uv_loop_t* get() { return &mLoop; }
     Timer create(long aMs) {
         auto* lTimer = new uv_timer_t;
         uv_timer_init(&mLoop, lTimer);
@@ -208,6 +214,58 @@ private:
     }
     uv_loop_t mLoop{};
     Sweep mSweep;
+};
+
+/// Guarded by a lock, and run by a thread that holds it except while it waits.
+class LockedUvLoop {
+public:
+    using Timer = UvLoop::Timer;
+    LockedUvLoop() { uv_async_init(mLoop.get(), &mWakeUp, nullptr); }
+    ~LockedUvLoop() {
+        stop();
+        uv_close(reinterpret_cast<uv_handle_t*>(&mWakeUp), nullptr);
+    }
+    LockedUvLoop(const LockedUvLoop&) = delete;
+    LockedUvLoop& operator=(const LockedUvLoop&) = delete;
+    void startThread() {
+        mThread = std::thread([this] { run(); });
+    }
+    void stop() {
+        if (mThread.joinable()) {
+            mStop = true;
+            uv_async_send(&mWakeUp);
+            mThread.join();
+        }
+    }
+    Timer create(long aMs) {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        uv_update_time(mLoop.get());
+        return mLoop.create(aMs);
+    }
+    void destroy(Timer aTimer) {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        uv_update_time(mLoop.get());
+        mLoop.destroy(aTimer);
+    }
+
+private:
+    void run() {
+        while (!mStop) {
+            pollfd lReady{uv_backend_fd(mLoop.get()), POLLIN, 0};
+            ::poll(&lReady, 1, timeout());
+            const std::lock_guard<std::mutex> lGuard(mMutex);
+            uv_run(mLoop.get(), UV_RUN_NOWAIT);
+        }
+    }
+    int timeout() {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        return uv_backend_timeout(mLoop.get());
+    }
+    UvLoop mLoop;
+    uv_async_t mWakeUp{};
+    std::mutex mMutex;
+    std::atomic<bool> mStop{false};
+    std::thread mThread;
 };
 
 /// Its thread runs from the beginning.
@@ -324,10 +382,12 @@ void enterByOther(const char* aRole, const char* aSubject) {
 
 void bench::enterSubjects() {
     enterByLoop<OsxLoop>(kOsx, "osx");
-    enterByLoop<UvLoop>(kPeer, "libuv");
+    enterByLoop<LockedUvLoop>(kPeer, "libuv, locked");
+    enterByLoop<UvLoop>(kOther, "libuv");
     enterByLoop<GlibLoop>(kPeer, "GLib");
     enterByLoop<AsioLoop>(kPeer, "Asio");
     enterByOther<OsxLoop>(kOsx, "osx");
+    enterByOther<LockedUvLoop>(kPeer, "libuv, locked");
     enterByOther<GlibLoop>(kPeer, "GLib");
     enterByOther<AsioLoop>(kPeer, "Asio");
     enterByOther<PocoLoop>(kOther, "POCO");

@@ -1,5 +1,6 @@
 #include <array>
-#include <cstdlib>
+#include <memory>
+#include <string_view>
 #include <thread>
 
 #include "ace/INET_Addr.h"
@@ -7,8 +8,12 @@
 #include "ace/SOCK_Acceptor.h"
 #include "ace/SOCK_Stream.h"
 #include "ace/TP_Reactor.h"
+#include "echo/idleHandler.h"
+#include "echo/service.h"
 
 namespace {
+
+Service gService;
 
 class Connection : public ACE_Event_Handler {
 public:
@@ -17,15 +22,19 @@ public:
     ACE_HANDLE get_handle() const override { return mStream.get_handle(); }
     int handle_input(ACE_HANDLE) override {
         std::array<char, 16384> lBuffer;
-        const ssize_t lSize = mStream.recv(lBuffer.data(), lBuffer.size());
-        return lSize > 0 && mStream.send_n(lBuffer.data(), static_cast<std::size_t>(lSize)) > 0
-                   ? 0
-                   : -1;
+        const ssize_t lSize = mStream.recv(lBuffer.data(), gService.readSize(lBuffer.size()));
+        return lSize > 0 && answer({lBuffer.data(), static_cast<std::size_t>(lSize)}) ? 0 : -1;
     }
     int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override {
         mStream.close();
         delete this;
         return 0;
+    }
+
+private:
+    bool answer(std::string_view aCame) const {
+        const std::string_view lAnswer = gService.answer(aCame);
+        return lAnswer.empty() || mStream.send_n(lAnswer.data(), lAnswer.size()) > 0;
     }
 };
 
@@ -36,6 +45,7 @@ public:
     int handle_input(ACE_HANDLE) override {
         auto* lConnection = new Connection;
         mAcceptor.accept(lConnection->mStream);
+        gService.prepare(lConnection->get_handle());
         return ACE_Reactor::instance()->register_handler(lConnection, ACE_Event_Handler::READ_MASK);
     }
 
@@ -46,10 +56,15 @@ private:
 }  // namespace
 
 int main(int, char** aArguments) {
+    gService = Service(aArguments);
     ACE_Reactor::instance(new ACE_Reactor(new ACE_TP_Reactor, true), true);
-    Port lPort(static_cast<unsigned short>(std::atoi(aArguments[1])));
+    Port lPort(gService.port());
     ACE_Reactor::instance()->register_handler(&lPort, ACE_Event_Handler::ACCEPT_MASK);
-    for (int lThread = 1; lThread < std::atoi(aArguments[2]); ++lThread) {
+    std::unique_ptr<IdleHandler> lOwn;
+    if (gService.is("mixed")) {
+        lOwn = std::make_unique<IdleHandler>();
+    }
+    for (int lThread = 1; lThread < gService.threads(); ++lThread) {
         std::thread([] { ACE_Reactor::instance()->run_reactor_event_loop(); }).detach();
     }
     return ACE_Reactor::instance()->run_reactor_event_loop();

@@ -2,32 +2,41 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/write.hpp>
-#include <cstdlib>
 #include <memory>
+#include <string_view>
 #include <thread>
+
+#include "echo/service.h"
 
 namespace {
 
 using boost::asio::ip::tcp;
 using boost::system::error_code;
 
+Service gService;
+
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     explicit Connection(tcp::socket aSocket) : mSocket(std::move(aSocket)) {}
     void read() {
         mSocket.async_read_some(
-            boost::asio::buffer(mBuffer),
+            boost::asio::buffer(mBuffer.data(), gService.readSize(mBuffer.size())),
             [lSelf = shared_from_this()](const error_code& aError, std::size_t aSize) {
                 if (!aError) {
-                    lSelf->write(aSize);
+                    lSelf->answer({lSelf->mBuffer.data(), aSize});
                 }
             });
     }
 
 private:
-    void write(std::size_t aSize) {
+    void answer(std::string_view aCame) {
+        const std::string_view lAnswer = gService.answer(aCame);
+        if (lAnswer.empty()) {
+            read();
+            return;
+        }
         boost::asio::async_write(
-            mSocket, boost::asio::buffer(mBuffer, aSize),
+            mSocket, boost::asio::buffer(lAnswer.data(), lAnswer.size()),
             [lSelf = shared_from_this()](const error_code& aError, std::size_t) {
                 if (!aError) {
                     lSelf->read();
@@ -42,6 +51,7 @@ private:
 void accept(tcp::acceptor& aAcceptor) {
     aAcceptor.async_accept([&](const error_code& aError, tcp::socket aSocket) {
         if (!aError) {
+            gService.prepare(aSocket.native_handle());
             std::make_shared<Connection>(std::move(aSocket))->read();
         }
         accept(aAcceptor);
@@ -51,12 +61,11 @@ void accept(tcp::acceptor& aAcceptor) {
 }  // namespace
 
 int main(int, char** aArguments) {
-    const int lThreads = std::atoi(aArguments[2]);
-    boost::asio::io_context lContext(lThreads);
-    const auto lPort = static_cast<unsigned short>(std::atoi(aArguments[1]));
-    tcp::acceptor lAcceptor(lContext, tcp::endpoint(tcp::v4(), lPort));
+    gService = Service(aArguments);
+    boost::asio::io_context lContext(gService.threads());
+    tcp::acceptor lAcceptor(lContext, tcp::endpoint(tcp::v4(), gService.port()));
     accept(lAcceptor);
-    for (int lThread = 1; lThread < lThreads; ++lThread) {
+    for (int lThread = 1; lThread < gService.threads(); ++lThread) {
         std::thread([&] { lContext.run(); }).detach();
     }
     lContext.run();

@@ -1,24 +1,50 @@
-// Usage, of every server here: PROGRAM PORT THREADS
-#include <cstdlib>
-#include <thread>
-#include <vector>
+#include <array>
+#include <memory>
+#include <string_view>
 
+#include "echo/idleHandler.h"
+#include "echo/service.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
 
 namespace {
-void echo(void* aSocket, void*&, unsigned char* aData, unsigned long aLength) {
-    osxSocketSend(aSocket, aData, aLength);
+
+constexpr std::size_t kMessage = 64;  // of the rows with a data-available callback
+
+Service gService;
+
+unsigned long answer(void* aSocket, std::string_view aCame) {
+    const std::string_view lAnswer = gService.answer(aCame);
+    return lAnswer.empty() ? 0 : osxSocketSend(aSocket, lAnswer.data(), lAnswer.size());
 }
+
+void newData(void* aSocket, void*&, unsigned char* aData, unsigned long aLength) {
+    answer(aSocket, {reinterpret_cast<const char*>(aData), aLength});
+}
+
+long available(void* aSocket, void*&) {
+    std::array<char, kMessage> lMessage;
+    unsigned long lReceived = 0;
+    if (osxSocketRecv(aSocket, lMessage.data(), lMessage.size(), lReceived) != 0) {
+        return -1;
+    }
+    return answer(aSocket, {lMessage.data(), lMessage.size()}) == 0 ? 0 : -1;
+}
+
 }  // namespace
 
 int main(int, char** aArguments) {
+    gService = Service(aArguments);
     OSX_Reactor* lReactor = ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance();
     lReactor->initReactor();
+    std::unique_ptr<IdleHandler> lOwn;
+    if (gService.is("mixed")) {
+        lOwn = std::make_unique<IdleHandler>();
+    }
     void* lPort = nullptr;
-    osxRegisterPort(lPort, std::strtoul(aArguments[1], nullptr, 10), nullptr, nullptr, echo,
-                    nullptr, nullptr);
-    for (int lThread = 1; lThread < std::atoi(aArguments[2]); ++lThread) {
+    osxRegisterPort(lPort, gService.port(), nullptr, gService.is("available") ? available : nullptr,
+                    newData, nullptr, nullptr);
+    for (int lThread = 1; lThread < gService.threads(); ++lThread) {
         lReactor->startExtraReactorThread();
     }
     return osxRunReactor();

@@ -45,7 +45,7 @@ def picture(width, height, parts):
 
 def shown(row):
     """@return the results that can be drawn on a logarithmic axis."""
-    return [r for r in row.results if r["role"] != "beside" and r["value"] > 0]
+    return [r for r in row.results if r["role"] != "beside" and 0 < r["value"] < math.inf]
 
 
 def styles(rows):
@@ -113,7 +113,7 @@ def apart(row, scale):
 
 def standing(title, rows):
     """@return a picture with a line a row: the costs of all subjects relative to the library's."""
-    rows = [row for row in rows if row.osx and row.osx["value"] > 0]
+    rows = [row for row in rows if row.osx and 0 < row.osx["value"] < math.inf]
     style = styles(rows)
     left = EDGE + 14 + LETTER * max(len(row.name) for row in rows)
     width = left + PLOT + 100
@@ -174,9 +174,13 @@ def panel(name, points, left, top, right, range_, axis, style):
     for tick in up.ticks():
         parts += [line(left, up(tick), right, up(tick)),
                   text(left - 5, up(tick) + 4, number(tick, unit), "end", size=10)]
-    for place in points:
-        parts += [line(across(place), top, across(place), bottom),
-                  text(across(place), bottom + 15, place, "middle", size=10)]
+    parts += [line(across(place), top, across(place), bottom) for place in points]
+    free = math.inf  # to the left of the label to the right
+    for place in sorted(points, key=across, reverse=True):
+        half = LETTER * len(place) / 2
+        if across(place) + half < free:
+            parts.append(text(across(place), bottom + 15, place, "middle", size=10))
+            free = across(place) - half
     parts.append(text((left + right) / 2, bottom + 31, axis, "middle", size=10))
     for subject in reversed(style):
         found = [(across(place), up(r["value"]), r) for place, results in points.items()

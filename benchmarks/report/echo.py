@@ -1,21 +1,179 @@
-"""Runs the echo servers against the load generator, in turns."""
+"""Runs the servers of benchmarks/echo against their load generators, in turns."""
 
+import collections
+import contextlib
+import dataclasses
+import os
 import pathlib
 import re
 import resource
+import shutil
 import socket
-import statistics
 import subprocess
 import time
 
-# Program, role, subject, and whether it can run its loop on several threads.
-SERVERS = [("echo_osx", "osx", "osx", True), ("echo_ace", "peer", "plain ACE", True),
-           ("echo_uv", "peer", "libuv", False), ("echo_asio", "peer", "Asio", True),
-           ("echo_glib", "peer", "GLib", False)]
+from report import i386
+from report.rounds import ROUNDS, failed, merge, result, rounds
+
+SERVERS = {"osx": "echo_osx", "plain ACE": "echo_ace", "libuv": "echo_uv", "Asio": "echo_asio",
+           "GLib": "echo_glib"}
+PROGRAMS = [*SERVERS.values(), "echo_load", "echo_storm"]
+I386 = "echo_osx"
+# Those whose loop runs on several threads, and those that serve thousands of connections.
+THREADED = ("osx", "plain ACE", "Asio")
+SCALING = ("osx", "libuv", "Asio")
+
 CONNECTIONS = (1, 20, 200, 900)
-SIZES = (("64 bytes", 64), ("16 KiB", 16384))
-PROGRAMS = [server[0] for server in SERVERS] + ["echo_load"]
-DESCRIPTORS = 4096
+MANY = (5000, 10000)
+IDLE = 900
+OTHER_DESCRIPTORS = 128
+MILLISECONDS, MANY_MILLISECONDS = 350, 700
+QUICK_MILLISECONDS = 150
+BUDGET = 330  # seconds; on a slow machine there are fewer rounds
+LOAD_LIMIT = 30
+PATIENCE = 10
+
+Figures = collections.namedtuple("Figures", "processor elapsed slow connects memory",
+                                 defaults=(None, None))
+
+
+class CannotServe(Exception):
+    """A server does not do the work of a row; says why."""
+
+
+# --- the rows ---------------------------------------------------------------------------------
+
+
+@dataclasses.dataclass(frozen=True)
+class Subject:
+    role: str
+    name: str
+    server: str
+    threads: int
+    work: str
+
+
+@dataclasses.dataclass(frozen=True)
+class Row:
+    """`load` makes the figures, of which the one called `figure` is the row's value."""
+
+    name: str
+    load: object
+    subjects: tuple
+    figure: str = "processor"
+
+
+def subjects(names, threads=1, work="echo", role="peer"):
+    return tuple(Subject("osx" if name == "osx" else role, name, name, threads, work)
+                 for name in names)
+
+
+def echo_rows(connections, milliseconds):
+    for count in connections:
+        for threads in (1, 2, 4):
+            names = SERVERS if threads == 1 else THREADED if threads == 2 else ("osx", "Asio")
+            yield Row(f"64 bytes, connections: {count}, threads: {threads}",
+                      Messages(count, 64, milliseconds), subjects(names, threads))
+
+
+def many_rows(connections, milliseconds):
+    for count in connections:
+        yield Row(f"64 bytes, connections: {count}, threads: 1", Messages(count, 64, milliseconds),
+                  subjects(SCALING))
+
+
+def rate_rows(connections, milliseconds):
+    """Two threads beside anybody's one, by the clock. Where two threads and the load generator
+    cannot all run, that is only shown."""
+    role = "peer" if os.cpu_count() > 2 else "other"
+    for count in connections:
+        yield Row(f"two threads beside others' one, elapsed; clients: {count}",
+                  Messages(count, 64, milliseconds, load_threads(2)),
+                  subjects(("osx",), 2) + subjects(("libuv", "Asio", "GLib"), role=role),
+                  "elapsed")
+
+
+def piece_rows(connections, milliseconds):
+    for count in connections:
+        for threads in (1, 2):
+            names = SERVERS if threads == 1 else ("osx", "Asio")
+            own = tuple(Subject("other", f"{name}, {size}", name, threads, "echo")
+                        for name, size in (("libuv", "64 KiB"), ("Asio", "16 KiB"))
+                        if name in names)
+            yield Row(f"16 KiB by 2 KiB, connections: {count}, threads: {threads}",
+                      Messages(count, 16384, milliseconds),
+                      subjects(names, threads, "pieces") + own)
+
+
+def available_rows(connections, milliseconds):
+    for count in connections:
+        yield Row(f"data-available callback, connections: {count}",
+                  Messages(count, 64, milliseconds),
+                  subjects(("osx",), work="available") + subjects(("libuv",)))
+
+
+def mixed_rows(connections, milliseconds):
+    for count in connections:
+        for threads in (1, 2):
+            yield Row(f"an own handler beside it, connections: {count}, threads: {threads}",
+                      Messages(count, 64, milliseconds),
+                      subjects(("osx", "plain ACE"), threads, "mixed") +
+                      subjects(("Asio",), threads))
+
+
+def http_rows(connections):
+    for count in connections:
+        for threads in (1, 2):
+            yield Row(f"HTTP, connections: {count}, threads: {threads}", Requests(count),
+                      subjects(SERVERS if threads == 1 else THREADED, threads, "http"))
+
+
+def rows_of_a_run(quick):
+    if quick:
+        few = QUICK_MILLISECONDS
+        return [*echo_rows((20, 200), few), *many_rows((5000,), few), *piece_rows((20,), few),
+                *available_rows((20,), few), *mixed_rows((20,), few), *http_rows((20,)),
+                Row("an accepted connection", Storm(few), subjects(("osx", "libuv"))),
+                Row("memory of an idle connection", Idle(IDLE), subjects(SERVERS), "memory")]
+    return [*echo_rows(CONNECTIONS, MILLISECONDS), *many_rows(MANY, MANY_MILLISECONDS),
+            *rate_rows((20, 200), MILLISECONDS), *piece_rows(CONNECTIONS, MILLISECONDS),
+            *available_rows((20, 200), MILLISECONDS), *mixed_rows((20, 200), MILLISECONDS),
+            *http_rows((20, 200, 900)),
+            Row("an accepted connection", Storm(MILLISECONDS), subjects(SERVERS)),
+            Row("memory of an idle connection", Idle(IDLE), subjects(SERVERS), "memory")]
+
+
+# --- a server ---------------------------------------------------------------------------------
+
+
+class Server:
+    def __init__(self, command, threads, work):
+        self.port = free_port()
+        self.process = subprocess.Popen([*command, str(self.port), str(threads), work],
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def wait_until_listening(self):
+        end = time.monotonic() + PATIENCE
+        while time.monotonic() < end and self.process.poll() is None:
+            with contextlib.suppress(ConnectionRefusedError):
+                socket.create_connection(("127.0.0.1", self.port), PATIENCE).close()
+                return
+            time.sleep(0.003)
+        raise CannotServe("does not listen")
+
+    def processor_time(self):
+        """@return nanoseconds that its threads have run."""
+        return sum(int(path.read_text().split()[0]) for path in
+                   pathlib.Path(f"/proc/{self.process.pid}/task").glob("*/schedstat"))
+
+    def memory(self):
+        """@return the bytes that it has written."""
+        rollup = pathlib.Path(f"/proc/{self.process.pid}/smaps_rollup").read_text()
+        return int(re.search(r"Private_Dirty: +(\d+) kB", rollup).group(1)) * 1024
+
+    def end(self):
+        self.process.kill()
+        self.process.wait()
 
 
 def free_port():
@@ -24,70 +182,165 @@ def free_port():
         return probe.getsockname()[1]
 
 
-def processor_time(pid):
-    """@return nanoseconds that the threads of a process have run."""
-    return sum(int(path.read_text().split()[0])
-               for path in pathlib.Path(f"/proc/{pid}/task").glob("*/schedstat"))
+def each(used, count, what):
+    """@return the share of one."""
+    if not count:
+        raise CannotServe(f"no {what}")
+    return used / count
 
 
-def wait_until_listening(port, process):
-    wanted = f":{port:04X} "
-    for _ in range(500):
-        tables = "".join(pathlib.Path(f"/proc/net/{name}").read_text() for name in ("tcp", "tcp6"))
-        if re.search(wanted + r"\S+ 0A", tables):
-            return
-        if process.poll() is not None:
-            break
-        time.sleep(0.01)
-    raise RuntimeError(f"{process.args[0]} does not listen")
+# --- the loads --------------------------------------------------------------------------------
 
 
-def run_once(programs, program, connections, size, threads, milliseconds):
-    """@return processor time and elapsed time a message, connects a second, 99th percentile."""
-    port = free_port()
-    server = subprocess.Popen([programs / program, str(port), str(threads)],
-                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+def load_threads(server_threads):
+    """@return how many threads the load generator can have beside the server's."""
+    return max(1, min(server_threads, os.cpu_count() - server_threads))
+
+
+@contextlib.contextmanager
+def clients(programs, server, connections, size, milliseconds, threads):
+    """The load generator, connected. Yields it and the seconds that this took."""
+    with subprocess.Popen(
+            [programs / "echo_load", str(server.port), str(connections), str(size),
+             str(milliseconds), str(threads)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            stderr=subprocess.DEVNULL, text=True) as load:
+        try:
+            served, seconds = (float(field) for field in answer_of(load))
+            if served < connections:
+                raise CannotServe(f"serves {served:.0f}")
+            yield load, seconds
+        finally:
+            load.kill()
+
+
+def answer_of(load):
+    """@return the words of the next line, which come in their time."""
+    words = load.stdout.readline().split()
+    if not words:
+        raise CannotServe("the connections broke")
+    return words
+
+
+@dataclasses.dataclass(frozen=True)
+class Messages:
+    connections: int
+    size: int
+    milliseconds: int
+    threads: int = 1
+
+    def measure(self, programs, server):
+        with clients(programs, server, self.connections, self.size, self.milliseconds,
+                     self.threads) as (load, connecting):
+            before = server.processor_time()
+            load.stdin.write("\n")
+            load.stdin.flush()
+            messages, seconds, slow = (float(field) for field in answer_of(load))
+            used = server.processor_time() - before
+        return Figures(each(used, messages, "messages"), seconds * 1e9 / messages, slow,
+                       self.connections / connecting)
+
+
+@dataclasses.dataclass(frozen=True)
+class Idle:
+    connections: int
+
+    def measure(self, programs, server):
+        before = server.memory()
+        with clients(programs, server, self.connections, 64, 1, 1):
+            return Figures(None, None, None, None,
+                           (server.memory() - before) / self.connections)
+
+
+@dataclasses.dataclass(frozen=True)
+class Storm:
+    milliseconds: int
+
+    def measure(self, programs, server):
+        before = server.processor_time()
+        answer = subprocess.run([programs / "echo_storm", str(server.port),
+                                 str(self.milliseconds)], capture_output=True, text=True,
+                                check=True, timeout=LOAD_LIMIT).stdout
+        used = server.processor_time() - before
+        connections, seconds, slow = (float(field) for field in answer.split())
+        processor = each(used, connections, "connections")
+        return Figures(processor, None, slow, connections / seconds)
+
+
+@dataclasses.dataclass(frozen=True)
+class Requests:
+    connections: int
+
+    def measure(self, programs, server):
+        if not shutil.which("wrk"):
+            raise CannotServe("no wrk here")
+        seconds = 2 if self.connections > 500 else 1
+        before = server.processor_time()
+        answer = subprocess.run(["wrk", "-t1", f"-c{self.connections}", f"-d{seconds}s",
+                                 "--latency", f"http://127.0.0.1:{server.port}/"],
+                                capture_output=True, text=True, check=True,
+                                timeout=LOAD_LIMIT).stdout
+        used = server.processor_time() - before
+        processor = each(used, int(re.search(r"(\d+) requests in", answer).group(1)), "requests")
+        rate = float(re.search(r"Requests/sec: +([\d.]+)", answer).group(1))
+        slow, unit = re.search(r"99% +([\d.]+)(us|ms|s)\b", answer).groups()
+        return Figures(processor, each(1e9, rate, "requests"),
+                       float(slow) * {"us": 1e3, "ms": 1e6, "s": 1e9}[unit])
+
+
+# --- the measuring ----------------------------------------------------------------------------
+
+
+def figures_of(command, programs, row, subject):
+    server = Server(command, subject.threads, subject.work)
     try:
-        wait_until_listening(port, server)
-        load = subprocess.Popen([programs / "echo_load", str(port), str(connections), str(size),
-                                 str(milliseconds)], stdout=subprocess.PIPE, text=True)
-        load.stdout.readline()  # it is connected
-        before = processor_time(server.pid)
-        figures = load.communicate(timeout=60)[0]
-        used = processor_time(server.pid) - before
+        server.wait_until_listening()
+        return row.load.measure(programs, server)
+    except subprocess.SubprocessError as error:
+        raise CannotServe("the load generator failed") from error
     finally:
-        server.kill()
-        server.wait()
-    if load.returncode != 0:
-        return None
-    messages, seconds, connecting, slow = (float(field) for field in figures.split())
-    return used / messages, seconds * 1e9 / messages, connections / connecting, slow
+        server.end()
 
 
-def result(row, role, subject, runs):
-    processor, elapsed, connects, slow = (statistics.median(column) for column in zip(*runs))
-    return {"group": "echo", "row": row, "role": role, "subject": subject, "unit": "ns",
-            "value": processor, "spread": 0,
-            "extra": {"elapsed": elapsed, "connects/s": connects, "p99": slow}}
+def extra(figures):
+    """@return what is shown beside the value."""
+    shown = {"elapsed": figures.elapsed, "connects/s": figures.connects, "p99": figures.slow}
+    return {key: value for key, value in shown.items() if value is not None}
 
 
-def measure(programs, quick):
-    """@return the results of all rows. In a quick run, of fewer."""
+def measured(command, programs, row, subject):
+    try:
+        figures = figures_of(command, programs, row, subject)
+    except CannotServe as why:
+        return failed("echo", row.name, subject.role, subject.name, str(why))
+    return result("echo", row.name, subject.role, subject.name, getattr(figures, row.figure),
+                  "bytes" if row.figure == "memory" else "ns", extra(figures))
+
+
+def measured_on_i386(root, programs, row):
+    """The library's subject as a 32-bit program, which is only shown."""
+    subject = dataclasses.replace(row.subjects[0], role="beside", name="osx, i386")
+    return measured([*i386.loader(root), i386.program(root, I386)], programs, row, subject)
+
+
+def allow_descriptors(wanted):
+    """Has the programs that are started here hold as many, if the machine lets them."""
     soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
-    resource.setrlimit(resource.RLIMIT_NOFILE, (min(max(soft, DESCRIPTORS), hard), hard))
+    if soft >= wanted:
+        return
+    try:
+        resource.setrlimit(resource.RLIMIT_NOFILE, (wanted, max(wanted, hard)))
+    except (ValueError, PermissionError):
+        resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
+
+
+def measure(root, programs, quick):
+    """@return the results of all rows. In a quick run, of fewer."""
+    allow_descriptors(max(MANY) + OTHER_DESCRIPTORS)
     results = []
-    for connections in (1, 200) if quick else CONNECTIONS:
-        for size_name, size in SIZES[:1] if quick else SIZES:
-            for threads in (1, 2):
-                row = f"{size_name}, connections: {connections}, threads: {threads}"
-                servers = [server for server in SERVERS if threads == 1 or server[3]]
-                runs = {server: [] for server in servers}
-                for _ in range(1 if quick else 5):
-                    for server in servers:
-                        figures = run_once(programs, server[0], connections, size, threads,
-                                           200 if quick else 500)
-                        if figures is not None:
-                            runs[server].append(figures)
-                results += [result(row, server[1], server[2], figures)
-                            for server, figures in runs.items() if figures]
-    return results
+    for number in rounds(1 if quick else ROUNDS, BUDGET):
+        for row in rows_of_a_run(quick):
+            results += [measured([programs / SERVERS[subject.server]], programs, row, subject)
+                        for subject in row.subjects]
+            if number == 0 and not quick and i386.exists(root, I386):
+                results.append(measured_on_i386(root, programs, row))
+    return merge(results)

@@ -8,24 +8,26 @@ import re
 class Mark:
     """What the library's time is held against.
 
-    `factor` times the floor's, or the fastest peer's, plus `extra` nanoseconds. With `strict` the
-    fastest peer has to be slower; measurements within `NOISE` of each other count as equal.
+    `factor` times the floor's, the fastest peer's or a named subject's, plus `extra` nanoseconds.
+    With `strict` the fastest peer has to be slower; measurements within `NOISE` of each other count
+    as equal.
     """
 
-    against: str  # "floor" or "peer"
+    against: str  # "floor", "peer" or the subject's name
     factor: float = 1.0
     extra: float = 0.0
     strict: bool = False
+    why: str = ""  # where the factor comes from
 
     def __str__(self):
-        other = "the floor" if self.against == "floor" else "the fastest peer"
+        other = {"floor": "the floor", "peer": "the fastest peer"}.get(self.against, self.against)
         if self.extra:
             return f"at most {self.extra:g} ns above {other}"
         if self.strict:
             return "less than every peer"
         if self.factor == 1:
             return f"no more than {other}"
-        return f"at most {self.factor:.2f} × {other}"
+        return f"at most {self.factor:.2f} × {other}" + (f" ({self.why})" if self.why else "")
 
 
 NOISE = 1.05
@@ -53,7 +55,30 @@ class Group:
 
 
 THREADS = Growth("threads", "threads", r", (?P<x>\d+) threads?$")
+ECHO_THREADS = Growth("threads", "threads", r", threads: (?P<x>\d+)$")
 FLOOR, PEER = "floor", "peer"
+
+# What 1.1.0 cost with a handler of the application's own beside its ports, as a multiple of plain
+# ACE in the same run.
+MIXED_1, MIXED_2 = 1.0, 1.0
+FORMER = "as in 1.1.0"
+ECHO_MARKS = (
+    (r"^64 bytes, connections: \d{1,3}, threads: 1$", Mark("libuv", 1.05)),
+    ("^64 bytes, connections: 5000,", Mark("libuv", 1.10)),
+    ("^64 bytes, connections: 10000,", Mark("libuv", 1.15)),
+    ("^64 bytes, connections: 1, threads: [24]$", Mark("Asio", 0.80)),
+    (r"^64 bytes, connections: \d{2,3}, threads: [24]$", Mark("Asio", 1.10)),
+    ("^two threads", Mark(PEER, strict=True)),
+    ("^16 KiB", Mark(PEER, 1.10)),
+    ("^data-available", Mark("libuv", 1.20)),
+    ("^an own handler.* threads: 1$", Mark("plain ACE", MIXED_1, why=FORMER)),
+    ("^an own handler.* threads: 2$", Mark("plain ACE", MIXED_2 / 2, why="half of 1.1.0's")),
+    ("^HTTP", Mark(PEER)),
+    ("^an accepted", Mark("libuv", 1.15)))
+TIMERS_MARKS = (
+    ("^create", Mark("libuv, locked", 1.10)),
+    ("^create", Mark("Asio", 0.70)),
+    ("^lateness", Mark("Asio")))
 
 GROUPS = [
     Group("locks", "Mutex, semaphore, critical section",
@@ -71,10 +96,11 @@ GROUPS = [
     Group("log", "A log line",
           (("switched off", Mark(FLOOR, extra=2.0)), ("clients: 0", Mark(FLOOR, 1.05)),
            ("clients: [1-9]", Mark(PEER)), ("to a file", Mark(FLOOR, 1.05)))),
-    Group("timers", "Timers", (("", Mark(PEER)),),
+    Group("timers", "Timers", TIMERS_MARKS,
           (Growth("pending", "pending timers", r", pending: (?P<x>\d+)"),)),
-    Group("echo", "Listening port", (("", Mark(PEER)),),
-          (Growth("connections", "connections", r", connections: (?P<x>\d+)"),), "messages"),
+    Group("echo", "Listening port", ECHO_MARKS,
+          (Growth("connections", "connections", r", connections: (?P<x>\d+)"), ECHO_THREADS),
+          "messages"),
     Group("broadcast", "Broadcast", (("", Mark(FLOOR, 1.05)),),
           (Growth("clients", "clients", r", clients: (?P<x>\d+)"),)),
     Group("device", "Device I/O",

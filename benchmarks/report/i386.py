@@ -1,4 +1,4 @@
-"""The idle programs of the library and of plain ACE as 32-bit ones.
+"""The idle programs of the library and of plain ACE, and the library's server, as 32-bit ones.
 
 They are built in the tree of device/root, and run on this machine's own kernel by its loader.
 """
@@ -6,7 +6,8 @@ They are built in the tree of device/root, and run on this machine's own kernel 
 import functools
 import subprocess
 
-PROGRAMS = ("idle_osx", "idle_ace")
+PROGRAMS = {"size": ("idle_osx", "idle_ace"), "echo": ("echo_osx",)}  # by folder
+ALL = {name: folder for folder, names in PROGRAMS.items() for name in names}
 LIMIT = 600
 
 
@@ -18,13 +19,14 @@ def device_root(root, *arguments):
 
 def build(root):
     """Builds the programs. @return why that failed; empty if it did not."""
-    for name in PROGRAMS:
+    for name in ALL:
         program(root, name).unlink(missing_ok=True)
     try:
         device_root(root, "build", "osx")
-        for name in PROGRAMS:
-            device_root(root, "run", "c++", "-std=c++17", "-O3", "-DNDEBUG", "-I/src/src",
-                        "-o", name, f"/src/benchmarks/size/{name}.cpp", "-Lsrc", "-Wl,--as-needed",
+        for name, folder in ALL.items():
+            device_root(root, "run", "c++", "-std=c++17", "-O3", "-DNDEBUG",
+                        "-D_FILE_OFFSET_BITS=64", "-I/src/src", "-I/src/benchmarks", "-o", name,
+                        f"/src/benchmarks/{folder}/{name}.cpp", "-Lsrc", "-Wl,--as-needed",
                         "-losx", "-lACE")
     except subprocess.CalledProcessError as error:
         lines = (error.stderr or error.stdout).strip().splitlines()
@@ -39,7 +41,7 @@ def program(root, name):
 
 
 def exists(root, name):
-    return name in PROGRAMS and program(root, name).exists()
+    return name in ALL and program(root, name).exists()
 
 
 @functools.cache

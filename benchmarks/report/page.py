@@ -13,7 +13,8 @@ INTRODUCTION = """# Performance
 writes what it finds. Each row is one piece of work, done by the library and by what one would use
 instead, in the same run and in turns; the figures are medians. The floor is the plain system call,
 pthread or ACE. Unless a row says otherwise a figure is processor time, which a busy machine
-disturbs little; where several threads share the work, that of all of them. Figures under `elapsed`
+disturbs little; where several threads share the work, that of all of them. Ratios are medians of
+three rounds, with their range; a verdict is the median's. Figures under `elapsed`
 are by the clock (the library's, then the floor's or else the fastest peer's) and mean something on
 an idle machine alone; 99 % is the 99th percentile.
 
@@ -40,6 +41,8 @@ def comment_of(group, root):
 def cell(group, result):
     if result is None:
         return "-"
+    if "note" in result:
+        return result["note"]
     figures = [number(result["value"], result["unit"])]
     extra = result["extra"]
     if group.rate and "elapsed" in extra:
@@ -47,7 +50,7 @@ def cell(group, result):
     for key, value in extra.items():
         if key == "p99":
             figures.append(f"99 %: {number(value, 'ns')}")
-        elif key != "elapsed":
+        elif key.endswith("/s") or key == "allocations":
             figures.append(f"{key}: {value:.0f}")
     return "<br>".join(figures)
 
@@ -57,17 +60,25 @@ def elapsed(row):
     return " / ".join(number(f, "ns") for f in figures) if all(figures) and figures else "-"
 
 
+def named(row):
+    """@return how the library stands to the subjects that marks name."""
+    return "<br>".join(str(verdict) for verdict in row.verdicts()
+                       if verdict.mark.against not in ("floor", "peer"))
+
+
 def table(rows):
     subjects = list(dict.fromkeys(r["subject"] for row in rows for r in row.results))
     has_elapsed = any(elapsed(row) != "-" for row in rows)
     head = ["", *subjects, "÷ floor", "÷ fastest peer"] + ["elapsed"] * has_elapsed + ["verdict"]
+    has_named = any(named(row) for row in rows)
+    head[-1:-1] = ["held against"] * has_named
     lines = ["| " + " | ".join(head) + " |", "|---" * len(head) + "|"]
     for row in rows:
         by_subject = {r["subject"]: r for r in row.results}
-        ratios = [f"{ratio:.2f}" if ratio else "-"
-                  for ratio in (row.ratio(row.floor), row.ratio(row.fastest))]
+        ratios = [str(row.ratio(other) or "-") for other in (row.floor, row.fastest)]
         cells = [row.name, *(cell(row.group, by_subject.get(s)) for s in subjects), *ratios]
         cells += [elapsed(row)] * has_elapsed
+        cells += [named(row) or "-"] * has_named
         verdict = row.verdict()
         cells.append(f"**{verdict.lower()}**" if verdict == "SHORT" else verdict)
         lines.append("| " + " | ".join(cells) + " |")
@@ -92,7 +103,7 @@ def panels(pattern, rows):
     found = {}
     for row in rows:
         match = re.search(pattern, row.name)
-        if match:
+        if match and shown(row):
             rest = (row.name[:match.start()] + row.name[match.end():]).strip(", ")
             found.setdefault(rest, {})[match["x"]] = shown(row)
     return {rest: points for rest, points in found.items() if len(points) > 1}
@@ -135,13 +146,12 @@ def summary(results):
     lines = [f"{len(judged) - len(short)} of {len(judged)} rows reach their mark. Those that fall "
              "short, the worst first:" if short else f"All {len(judged)} rows reach their mark."]
     if short:
-        lines += ["", "| group | row | osx | ÷ floor | ÷ fastest peer |", "|---|---|---|---|---|"]
-    for row in sorted(short, key=lambda row: -max(filter(None, (row.ratio(row.floor),
-                                                                row.ratio(row.fastest))))):
-        ratios = [f"{ratio:.2f}" if ratio else "-"
-                  for ratio in (row.ratio(row.floor), row.ratio(row.fastest))]
+        lines += ["", "| group | row | osx | ÷ floor | ÷ fastest peer | held against |",
+                  "|---|---|---|---|---|---|"]
+    for row in sorted(short, key=lambda row: -row.worst()):
+        ratios = [str(row.ratio(other) or "-") for other in (row.floor, row.fastest)]
         lines.append(f"| {row.group.title} | {row.name} | {cell(row.group, row.osx)} | "
-                     f"{' | '.join(ratios)} |")
+                     f"{' | '.join(ratios)} | {named(row) or '-'} |")
     return "\n".join(lines) + "\n"
 
 

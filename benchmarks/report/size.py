@@ -12,6 +12,7 @@ import tempfile
 import time
 
 from report import i386
+from report.rounds import result
 
 # Program, role, subject.
 PROGRAMS = {"idle_osx": ("osx", "osx"), "idle_ace": ("floor", "plain ACE"),
@@ -94,20 +95,15 @@ def compile_times(build, repetitions):
     return [statistics.median(column) for column in zip(*times)]
 
 
-def result(row, role, subject, unit, value):
-    return {"group": "size", "row": row, "role": role, "subject": subject, "unit": unit,
-            "value": value, "spread": 0, "extra": {}}
-
-
 def measure(root, build, quick):
     found = programs(root, build)
     figures = [(sum(map(stripped_size, libraries(program))), *memory(program))
                for program in found]
     rows = (("libraries, stripped", "bytes"), ("resident memory, idle", "bytes"),
             ("of it the program's own", "bytes"), ("threads, idle", ""))
-    results = [result(row, program.role, program.subject, unit, value)
+    results = [result("size", row, program.role, program.subject, value, unit)
                for (row, unit), column in zip(rows, zip(*figures))
                for program, value in zip(found, column)]
     times = compile_times(build, 1 if quick else 3)
-    return results + [result("compile time with the chief header", role, subject, "ns", value)
+    return results + [result("size", "compile time with the chief header", role, subject, value)
                       for (role, subject), value in zip(PROGRAMS.values(), times)]

@@ -1,10 +1,40 @@
 """From measurements to ratios and verdicts.
 
-A result is {"group", "row", "role", "subject", "unit", "value", "spread", "extra"}; value is a
-median, spread the distance of the quartiles relative to it.
+A result is what `rounds.result` makes: `value` is the median of `runs`, one a round, and infinite
+where the subject could not do the work, for the reason in `note`.
 """
 
-from report.groups import NOISE, marks_of
+import dataclasses
+import math
+import statistics
+
+from report.groups import NOISE, Mark, marks_of
+
+
+@dataclasses.dataclass(frozen=True)
+class Ratio:
+    """The library's cost relative to another's, as the median of rounds, with their range."""
+
+    median: float
+    low: float
+    high: float
+
+    def __str__(self):
+        if math.isinf(self.median):
+            return "-"
+        spread = f" ({self.low:.2f} to {self.high:.2f})" if self.low < self.high else ""
+        return f"{self.median:.2f}{spread}"
+
+
+@dataclasses.dataclass(frozen=True)
+class Verdict:
+    mark: Mark
+    other: dict
+    ratio: Ratio
+    reached: bool
+
+    def __str__(self):
+        return f"{self.ratio} × {self.other['subject']}"
 
 
 class Row:
@@ -18,29 +48,51 @@ class Row:
         self.fastest = min(peers, key=lambda result: result["value"], default=None)
         self.marks = marks_of(group, name)
 
-    def ratio(self, other):
-        if self.osx is None or other is None or not other["value"]:
+    def ratio(self, other, extra=0.0):
+        """@return the Ratio to another's cost, of what exceeds `extra`; None if there is none."""
+        if self.osx is None or other is None or not 0 < other["value"] < math.inf:
             return None
-        return self.osx["value"] / other["value"]
+        pairs = list(zip(self.osx["runs"], other["runs"]))
+        if len(self.osx["runs"]) != len(other["runs"]):
+            pairs = [(self.osx["value"], other["value"])]
+        ratios = [(mine - extra) / theirs for mine, theirs in pairs if 0 < theirs < math.inf]
+        return Ratio(statistics.median(ratios), min(ratios), max(ratios))
+
+    def held_against(self, mark):
+        """@return the result that a mark names; None if the row has none."""
+        if mark.against == "floor":
+            return self.floor
+        if mark.against == "peer":
+            return self.fastest
+        return next((r for r in self.results
+                     if r["subject"] == mark.against and r["role"] in ("floor", "peer")), None)
 
     def verdicts(self):
-        """@return a list of (mark, whether it is reached), one a mark that can be judged."""
+        """@return one for each mark that can be judged."""
         answer = []
         for mark in self.marks:
-            other = self.floor if mark.against == "floor" else self.fastest
-            if self.osx is None or other is None:
+            other = self.held_against(mark)
+            ratio = self.ratio(other)
+            if ratio is None:
                 continue
-            limit = other["value"] * mark.factor + mark.extra
+            limit = mark.factor
             if not mark.extra and not mark.strict and mark.factor == 1:
                 limit *= NOISE
-            answer.append((mark, self.osx["value"] <= limit))
+            reached = self.ratio(other, mark.extra).median <= limit
+            answer.append(Verdict(mark, other, ratio, reached))
         return answer
 
     def verdict(self):
         judged = self.verdicts()
         if not judged:
             return "shown"
-        return "reached" if all(reached for _, reached in judged) else "SHORT"
+        return "reached" if all(one.reached for one in judged) else "SHORT"
+
+    def worst(self):
+        """@return the highest of the ratios that are shown."""
+        ratios = [self.ratio(self.floor), self.ratio(self.fastest),
+                  *(one.ratio for one in self.verdicts())]
+        return max(ratio.median for ratio in ratios if ratio)
 
 
 def rows_of(group, results):
@@ -52,11 +104,15 @@ def rows_of(group, results):
 
 def number(value, unit):
     """@return a figure with its unit, in three digits or so."""
+    if math.isinf(value):
+        return "cannot"
     if unit == "ns":
         for limit, divisor, name in ((1e3, 1, "ns"), (1e6, 1e3, "µs"), (1e9, 1e6, "ms")):
             if value < limit:
                 return f"{value / divisor:.3g} {name}"
         return f"{value / 1e9:.3g} s"
+    if unit == "bytes" and 0 < value < 10 * 1024:
+        return f"{value:.0f} bytes"
     if unit == "bytes":
         return f"{value / 1024:.0f} KiB"
     return f"{value:.4g} {unit}".strip()
