@@ -13,10 +13,11 @@ INTRODUCTION = """# Performance
 writes what it finds. Each row is one piece of work, done by the library and by what one would use
 instead, in the same run and in turns; the figures are medians. The floor is the plain system call,
 pthread or ACE. Unless a row says otherwise a figure is processor time, which a busy machine
-disturbs little; where several threads share the work, that of all of them. Ratios are medians of
-three rounds, with their range; a verdict is the median's. Figures under `elapsed`
-are by the clock (the library's, then the floor's or else the fastest peer's) and mean something on
-an idle machine alone; 99 % is the 99th percentile.
+disturbs little; where several threads share the work, that of all of them. Ratios are taken within
+a round, of which there are three (fewer on a slow machine), and shown as their median and range;
+the verdict is the median's. Figures under `elapsed` are by the clock (the library's, then the
+floor's or else the fastest peer's) and mean something on an idle machine alone; 99 % is the 99th
+percentile. What is measured on i386 is shown, not held.
 
 The first chart of a group shows where the library stands in each row; the others, how the cost
 grows. Their axes are logarithmic.
@@ -50,7 +51,7 @@ def cell(group, result):
     for key, value in extra.items():
         if key == "p99":
             figures.append(f"99 %: {number(value, 'ns')}")
-        elif key.endswith("/s") or key == "allocations":
+        elif key != "elapsed":
             figures.append(f"{key}: {value:.0f}")
     return "<br>".join(figures)
 

@@ -12,8 +12,8 @@ ROUNDS = 3
 
 
 def rounds(wanted, seconds):
-    """Yields the numbers of the rounds: all that are wanted or, on a slow machine, as many as fit in
-    the time; one at least."""
+    """Yields the numbers of the rounds: all that are wanted or, on a slow machine, as many as fit
+    in the time; one at least."""
     start = time.monotonic()
     for number in range(wanted):
         yield number

@@ -34,7 +34,7 @@ class Verdict:
     reached: bool
 
     def __str__(self):
-        return f"{self.ratio} × {self.other['subject']}"
+        return "-" if math.isinf(self.ratio.median) else f"{self.ratio} × {self.other['subject']}"
 
 
 class Row:
