@@ -207,7 +207,7 @@ def clients(programs, server, connections, size, milliseconds, threads):
         try:
             served, seconds = (float(field) for field in answer_of(load))
             if served < connections:
-                raise CannotServe(f"serves {served:.0f}")
+                raise CannotServe(f"serves {served:.0f} connections")
             yield load, seconds
         finally:
             load.kill()
