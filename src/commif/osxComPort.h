@@ -5,9 +5,9 @@
 /// Nothing here is locked. One thread may read a port while another writes it; no more than one
 /// thread reads, and no more than one writes, at a time.
 ///
-/// While a read with a time-out goes on, the device's handle does not block, for nobody who uses
-/// the same open device: `send_n` waits all the same, but an application's own `write` may get
-/// EAGAIN, and so may `send_n` in another process that has inherited the handle.
+/// While a read with a time-out goes on, the device's handle does not block, whoever uses it:
+/// `send_n` waits all the same, but an application's own `write` may get EAGAIN, and so may
+/// `send_n` on a duplicate of the handle or in a process that has inherited it.
 #ifndef OSX_COMMIF_OSXCOMPORT_H
 #define OSX_COMMIF_OSXCOMPORT_H
 
@@ -136,8 +136,7 @@ OSX_EXPORT int flushPort(ACE_TTY_IO& aComport);
 
 /// Makes the device path of a port.
 /// @param aPort number of the port, from 1 on; 1 is "/dev/ttyS0". Its low 32 bits count, and 0
-/// wraps
-///        around to "/dev/ttyS4294967295".
+///        wraps around to "/dev/ttyS4294967295".
 /// @param[out] aName receives the path; the caller's, with room for 30 characters.
 /// @return the length of the path.
 OSX_EXPORT int getComPortDevName(unsigned long aPort, char* aName);
