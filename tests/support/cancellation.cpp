@@ -2,6 +2,10 @@
 
 #include <pthread.h>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #include <fstream>
 #include <future>
 #include <string>
@@ -59,6 +63,18 @@ bool outlastsItsCancellation(const std::function<void()>& aWork) {
     });
     return lDone && lCancelled;
 }
+
+#ifdef __SANITIZE_ADDRESS__
+LossAccepted::LossAccepted() {
+    ::__lsan_disable();
+}
+LossAccepted::~LossAccepted() {
+    ::__lsan_enable();
+}
+#else
+LossAccepted::LossAccepted() = default;
+LossAccepted::~LossAccepted() = default;
+#endif
 
 int numberOfThreads() {
     return static_cast<int>(statusOfProcess("Threads:"));

@@ -28,6 +28,15 @@ bool isCancelledIn(const std::function<void()>& aWork);
 /// @return whether it did, and the thread ended by its cancellation all the same.
 bool outlastsItsCancellation(const std::function<void()>& aWork);
 
+/// While one lives, the sanitizer takes what the calling thread allocates for needed for ever.
+class LossAccepted {
+public:
+    LossAccepted();
+    ~LossAccepted();
+    LossAccepted(const LossAccepted&) = delete;
+    LossAccepted& operator=(const LossAccepted&) = delete;
+};
+
 /// @return how many threads the process has, to the kernel.
 int numberOfThreads();
 
