@@ -8,7 +8,7 @@
 #include "osx/osx.h"
 #include "osx/startThread.h"
 #include "osx/threadPoolReactor.h"
-#include "osx/timerQueue.h"
+#include "reactor/TimerQueue.h"
 
 namespace {
 
@@ -107,11 +107,9 @@ bool OSX_ReactorThread::waitUntilEnded() {
 }
 
 OSX_Reactor::OSX_Reactor()
-    : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::allocate<osx::TimerQueue>()) {
+    : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::TimerQueue::take()) {
     if (mTimerQueue != nullptr) {
-        mImplementation = osx::allocate<osx::ThreadPoolReactor>(
-            static_cast<ACE_Sig_Handler*>(nullptr), mTimerQueue, true,
-            static_cast<int>(ACE_Select_Reactor_Token::FIFO));
+        mImplementation = osx::allocate<osx::ThreadPoolReactor>(*mTimerQueue);
     }
     if (mImplementation != nullptr) {
         mReactor = osx::allocate<ACE_Reactor>(mImplementation, false);
@@ -128,7 +126,9 @@ OSX_Reactor::~OSX_Reactor() {
     }
     delete mReactor;
     delete mImplementation;
-    delete mTimerQueue;
+    if (mTimerQueue != nullptr) {
+        osx::TimerQueue::giveBack(mTimerQueue);
+    }
 }
 
 void OSX_Reactor::initReactor() {

@@ -10,7 +10,7 @@
 #include "ace/Reactor.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
-#include "osx/timerQueue.h"
+#include "reactor/TimerQueue.h"
 
 namespace {
 
@@ -116,13 +116,9 @@ ACE_Reactor* ownReactor() {
 
 TimerQueue* ownTimerQueue(ACE_Reactor* aReactor) {
     TimerQueue* const lQueue = gOwnTimerQueue;
-    return aReactor == gOwnReactor && aReactor->timer_queue() == lQueue ? lQueue : nullptr;
-}
-
-/// Whoever waits for events holds the reactor's lock, and gives it up when it is asked for.
-void recomputeWait(ACE_Reactor* aReactor) {
-    aReactor->lock().acquire();
-    aReactor->lock().release();
+    const bool lIsOwn =
+        aReactor != nullptr && aReactor == gOwnReactor && aReactor->timer_queue() == lQueue;
+    return lIsOwn ? lQueue : nullptr;
 }
 
 bool serveOneEvent(const ACE_Time_Value& aLimit) {

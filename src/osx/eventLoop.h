@@ -37,10 +37,6 @@ ACE_Reactor* ownReactor();
 /// @return the timer queue of a reactor if both are the library's own, else null.
 TimerQueue* ownTimerQueue(ACE_Reactor* aReactor);
 
-/// Makes a thread that waits for events of a reactor look for how long it may. Leaves nothing
-/// behind when nobody waits.
-void recomputeWait(ACE_Reactor* aReactor);
-
 /// Waits for one event of the process-wide reactor and serves it.
 /// @return false when there was nothing to wait on: no reactor, or one that has been stopped.
 bool serveOneEvent(const ACE_Time_Value& aLimit);

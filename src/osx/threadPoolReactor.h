@@ -9,6 +9,8 @@
 
 namespace osx {
 
+class TimerQueue;
+
 /// A thread-pool reactor that serves all descriptors it has found ready before it asks the kernel
 /// again. ACE's own forgets them after each event, and asks about every descriptor for each one.
 ///
@@ -17,11 +19,20 @@ namespace osx {
 /// may mind, the reactor asks anew for each event, as ACE's own does.
 class ThreadPoolReactor : public ACE_TP_Reactor {
 public:
-    using ACE_TP_Reactor::ACE_TP_Reactor;
+    explicit ThreadPoolReactor(TimerQueue& aTimers);
 
     /// Announces a handler that relies on its descriptor being ready still when it is called. Call
     /// it before the handler is registered. Of no effect on other reactors.
     static void askAnewFrom(ACE_Reactor& aReactor);
+
+    /// @name Timers, without the reactor's lock, which a thread that waits for events holds
+    /// @{
+    long schedule_timer(ACE_Event_Handler* aHandler, const void* aAct,
+                        const ACE_Time_Value& aDelay, const ACE_Time_Value& aInterval) override;
+    int reset_timer_interval(long aTimerID, const ACE_Time_Value& aInterval) override;
+    int cancel_timer(ACE_Event_Handler* aHandler, int aDontCallHandleClose) override;
+    int cancel_timer(long aTimerID, const void** aAct, int aDontCallHandleClose) override;
+    /// @}
 
 protected:
     using ACE_TP_Reactor::register_handler_i;
@@ -30,6 +41,7 @@ protected:
     void clear_dispatch_mask(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
 
 private:
+    TimerQueue& mTimers;
     std::atomic<bool> mAsksAnew{false};
 };
 
