@@ -1,9 +1,11 @@
 #include "osx/OSX_Reactor.h"
 
 #include <chrono>
+#include <memory>
 
 #include "ace/Reactor.h"
 #include "base/allocate.h"
+#include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
 #include "osx/startThread.h"
@@ -12,9 +14,18 @@
 
 namespace {
 
+constexpr char kModule[] = "OSX_Reactor.cpp";
 constexpr std::chrono::milliseconds kSlice(250);
 /// How often a thread that is being stopped is woken, should another one have taken its wake-up.
 constexpr std::chrono::milliseconds kWakeInterval(20);
+
+/// ACE does not survive every failed allocation in its reactor's construction. So nothing of it is
+/// begun without as much memory as it takes.
+bool hasMemoryForReactor() {
+    constexpr std::size_t kEnough = 256 * 1024;
+    const std::unique_ptr<char[]> lMemory(osx::allocateBytes(kEnough));
+    return lMemory != nullptr;
+}
 
 ACE_Time_Value sliceTime() {
     return ACE_Time_Value(0, static_cast<suseconds_t>(std::chrono::microseconds(kSlice).count()));
@@ -24,27 +35,23 @@ ACE_Time_Value sliceTime() {
 
 template class ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>;
 
-OSX_ReactorThread::OSX_ReactorThread() : mPhase(kIdle), mEnded(true) {}
+OSX_ReactorThread::OSX_ReactorThread() : mNext(nullptr), mStop(false), mEnded(true) {}
 
 OSX_ReactorThread::~OSX_ReactorThread() = default;
 
+/// The new thread's first step waits for the mutex, and so finds what is set here.
 int OSX_ReactorThread::init() {
-    {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
-        mPhase = kIdle;
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const int lResult = osx::startThread(*this);
+    if (lResult == 0) {
         mEnded = false;
     }
-    const int lResult = osx::startThread(*this);
-    if (lResult != 0) {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
-        mEnded = true;
-    }
-    return lResult == 0 ? 0 : -1;
+    return lResult;
 }
 
 int OSX_ReactorThread::svc() {
     begin();
-    while (isRunning()) {
+    while (!mStop) {
         if (!osx::serveOneEvent(sliceTime())) {
             rest();
         }
@@ -56,21 +63,20 @@ int OSX_ReactorThread::svc() {
 void OSX_ReactorThread::begin() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     mSelf = std::this_thread::get_id();
-    if (mPhase == kIdle) {
-        mPhase = kRunning;
-    }
+    mEnded = false;
 }
 
 void OSX_ReactorThread::end() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     mSelf = std::thread::id();
+    mStop = false;
     mEnded = true;
     mChanged.notify_all();
 }
 
 void OSX_ReactorThread::stopRunning() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    mPhase = kStopped;
+    mStop = !mEnded;
     mChanged.notify_all();
 }
 
@@ -86,10 +92,6 @@ bool OSX_ReactorThread::stopAndWait() {
     return true;
 }
 
-bool OSX_ReactorThread::isRunning() const {
-    return mPhase == kRunning;
-}
-
 bool OSX_ReactorThread::isCaller() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     return mSelf == std::this_thread::get_id();
@@ -98,7 +100,7 @@ bool OSX_ReactorThread::isCaller() {
 /// A slice with nothing to wait on, so that the thread does not burn the processor.
 void OSX_ReactorThread::rest() {
     std::unique_lock<std::mutex> lLock(mMutex);
-    mChanged.wait_for(lLock, kSlice, [this] { return !isRunning(); });
+    mChanged.wait_for(lLock, kSlice, [this] { return mStop.load(); });
 }
 
 bool OSX_ReactorThread::waitUntilEnded() {
@@ -107,13 +109,36 @@ bool OSX_ReactorThread::waitUntilEnded() {
 }
 
 OSX_Reactor::OSX_Reactor()
-    : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::TimerQueue::take()) {
-    if (mTimerQueue != nullptr) {
+    : mImplementation(nullptr), mReactor(nullptr), mThreads(nullptr), mTimerQueue(nullptr) {
+    create();
+}
+
+/// ACE's reactor cannot say that its construction failed but by not being initialised; it is then
+/// good for nothing.
+void OSX_Reactor::create() {
+    mTimerQueue = osx::TimerQueue::take();
+    if (mTimerQueue != nullptr && hasMemoryForReactor()) {
         mImplementation = osx::allocate<osx::ThreadPoolReactor>(*mTimerQueue);
     }
-    if (mImplementation != nullptr) {
+    if (mImplementation != nullptr && mImplementation->initialized()) {
         mReactor = osx::allocate<ACE_Reactor>(mImplementation, false);
     }
+    if (mReactor == nullptr) {
+        const int lErrno = errno;
+        discard();
+        errno = lErrno;
+    }
+}
+
+void OSX_Reactor::discard() {
+    delete mReactor;
+    delete mImplementation;
+    if (mTimerQueue != nullptr) {
+        osx::TimerQueue::giveBack(mTimerQueue);
+    }
+    mReactor = nullptr;
+    mImplementation = nullptr;
+    mTimerQueue = nullptr;
 }
 
 OSX_Reactor::~OSX_Reactor() {
@@ -124,14 +149,14 @@ OSX_Reactor::~OSX_Reactor() {
     if (mReactor != nullptr && osx::installedReactor() == mReactor) {
         ACE_Reactor::instance(nullptr, false);
     }
-    delete mReactor;
-    delete mImplementation;
-    if (mTimerQueue != nullptr) {
-        osx::TimerQueue::giveBack(mTimerQueue);
-    }
+    discard();
 }
 
 void OSX_Reactor::initReactor() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (mReactor == nullptr) {
+        create();
+    }
     if (mReactor != nullptr) {
         osx::setOwnReactor(mReactor, mTimerQueue);
         ACE_Reactor::instance(mReactor, false);
@@ -145,14 +170,13 @@ int OSX_Reactor::startReactor() {
 
 int OSX_Reactor::startExtraReactorThread() {
     OSX_ReactorThread* const lThread = osx::allocate<OSX_ReactorThread>();
-    if (lThread == nullptr) {
+    if (lThread != nullptr && lThread->init() == 0) {
+        keepThread(lThread);
         return 0;
     }
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mThreads.insert(lThread) == -1 || lThread->init() == -1) {
-        mThreads.remove(lThread);
-        delete lThread;
-    }
+    osx::DiagnosticLine(kModule).failure(
+        LM_ERROR, "%t OSX_Reactor::startExtraReactorThread: unable to start a reactor thread\n");
+    delete lThread;
     return 0;
 }
 
@@ -178,22 +202,22 @@ void OSX_Reactor::stopAndDeleteReactorThreads() {
 /// All at once, so that several threads take no longer to end than one.
 void OSX_Reactor::markThreadsStopped() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    for (OSX_ReactorThread* const lThread : mThreads) {
+    for (OSX_ReactorThread* lThread = mThreads; lThread != nullptr; lThread = lThread->mNext) {
         lThread->stopRunning();
     }
 }
 
 OSX_ReactorThread* OSX_Reactor::takeThread() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mThreads.is_empty()) {
-        return nullptr;
+    OSX_ReactorThread* const lThread = mThreads;
+    if (lThread != nullptr) {
+        mThreads = lThread->mNext;
     }
-    OSX_ReactorThread* const lThread = *mThreads.begin();
-    mThreads.remove(lThread);
     return lThread;
 }
 
 void OSX_Reactor::keepThread(OSX_ReactorThread* aThread) {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    mThreads.insert(aThread);
+    aThread->mNext = mThreads;
+    mThreads = aThread;
 }

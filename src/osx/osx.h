@@ -458,7 +458,8 @@ typedef void (*osxClosedConnectionFnc_t)(void* aSocket, void*& aUserData);
 /// forbidden, ends the process.
 ///
 /// When the process has no descriptor left, or none that the reactor can hold, the port refuses
-/// what connects, says so at a bounded rate, and goes on.
+/// what connects, says so at a bounded rate, and goes on. When it has no memory for a connection it
+/// closes, says so, and stays closed: unregister it and register it anew.
 /// @param[out] aPort the port, to be given to `osxUnregisterPort` in the end.
 /// @param aPortnumber TCP port; only the low 16 bits count.
 /// @param aNewConnectionFnc may be null, as each of the callbacks.

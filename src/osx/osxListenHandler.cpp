@@ -233,6 +233,10 @@ int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) 
         osx::allocate<osxDataHandler>(ACE_SOCK_Stream(aConnection), aPeer, mCallbacks);
     if (lDataHandler == nullptr) {
         osx::closeKeepingErrno(aConnection);
+        DiagnosticLine(kModule).failure(LM_ERROR,
+                                        "%t osxListenHandler::handle_input: no memory for a "
+                                        "connection, closing port [%d]\n",
+                                        mLocalAddress.get_port_number());
         return -1;
     }
     lDataHandler->remove_reference();

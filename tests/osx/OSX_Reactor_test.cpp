@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,7 +23,9 @@
 #include "osx/observation.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
+#include "support/LogCapture.h"
 #include "support/RunningReactor.h"
+#include "support/TcpPeer.h"
 
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
@@ -346,21 +350,69 @@ TEST(Reactor, DestroyingOneStopsItsThreadsAndUninstallsIt) {
     osxDestroyTimer(lTimer);
 }
 
-/// The one allocation that succeeds is that of the thread set, which ACE cannot do without.
 TEST(Reactor, ThatCannotBeAllocatedServesNothing) {
     errno = 0;
-    const test::FailingAllocator lNoMemory(1);
+    const test::FailingAllocator lNoMemory;
     OSX_Reactor lReactor;
     EXPECT_EQ(ENOMEM, errno);
-    EXPECT_EQ(0, lReactor.startReactor());
+    lReactor.initReactor();
     EXPECT_EQ(0, osxRunReactor());
 }
 
-TEST(Reactor, ReportsNothingWhenAThreadCannotBeAllocated) {
+TEST(Reactor, ThatCouldNotBeAllocatedIsTriedAgain) {
+    for (int lAllowed = 0; lAllowed < 2; ++lAllowed) {
+        std::unique_ptr<OSX_Reactor> lReactor;
+        int lFailures = 0;
+        {
+            const test::FailingAllocator lNoMemory(lAllowed + 1, true);
+            lReactor = std::make_unique<OSX_Reactor>();
+            lFailures = lNoMemory.failures();
+        }
+        lReactor->startReactor();
+        test::Counter lCounter;
+        void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+        EXPECT_TRUE(lCounter.waitFor(1)) << lAllowed << ' ' << lFailures;
+        osxDestroyTimer(lTimer);
+    }
+}
+
+/// The limit that cannot be raised again counts, for ACE raises the other one.
+TEST(Reactor, WithoutADescriptorForItIsTriedAgainByTheNextUse) {
+    const test::LogCapture lLog;
+    std::vector<test::Descriptor> lTaken;
+    for (int lOne = 0; lOne < 16; ++lOne) {
+        lTaken.emplace_back(::fcntl(0, F_DUPFD_CLOEXEC, 0));
+    }
+    const auto lLimit = static_cast<rlim_t>(lTaken.back().get() + 1);
+    const rlimit lLimits{lLimit, lLimit};
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &lLimits));
+    OSX_Reactor lReactor;
+    EXPECT_EQ(EMFILE, errno);
+    lReactor.startReactor();
+    EXPECT_EQ(0, osxRunReactor());
+    test::Counter lCounter;
+    void* lNoTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    lTaken.clear();
+    lReactor.initReactor();
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    EXPECT_TRUE(lCounter.waitFor(1));
+    osxDestroyTimer(lTimer);
+    osxDestroyTimer(lNoTimer);
+}
+
+TEST(Reactor, SaysWhenAThreadCannotBeAllocated) {
     test::RunningReactor::reactor().initReactor();
-    const test::FailingAllocator lNoMemory;
-    EXPECT_EQ(0, test::RunningReactor::reactor().startExtraReactorThread());
-    EXPECT_EQ(ENOMEM, errno);
+    const test::LogCapture lLog;
+    {
+        const test::FailingAllocator lNoMemory(0, true);
+        EXPECT_EQ(0, test::RunningReactor::reactor().startReactor());
+        EXPECT_EQ(ENOMEM, errno);
+    }
+    EXPECT_THAT(lLog.texts(), testing::ElementsAre("%t OSX_Reactor::startExtraReactorThread: unable "
+                                                   "to start a reactor thread\n"));
+    EXPECT_EQ(LM_ERROR, lLog.lines()[0].priority);
+    EXPECT_EQ(ENOMEM, lLog.lines()[0].errnum);
+    EXPECT_EQ("OSX_Reactor.cpp", lLog.lines()[0].module);
 }
 
 TEST(ReactorThread, RunsFromInitToStop) {
@@ -375,6 +427,49 @@ TEST(ReactorThread, RunsFromInitToStop) {
         EXPECT_EQ(0, lThread.wait());
     }
     osxDestroyTimer(lTimer);
+}
+
+TEST(ReactorThread, ThatRunsAlreadyGoesOn) {
+    test::RunningReactor::reactor().initReactor();
+    OSX_ReactorThread lThread;
+    EXPECT_EQ(0, lThread.init());
+    EXPECT_EQ(1, lThread.init());
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 10, 1);
+    EXPECT_TRUE(lCounter.waitFor(2));
+    EXPECT_EQ(1, lThread.init());
+    EXPECT_TRUE(lCounter.waitFor(lCounter.value() + 2));
+    lThread.stopRunning();
+    EXPECT_EQ(0, lThread.wait());
+    osxDestroyTimer(lTimer);
+}
+
+/// Runs the body on a thread of the test's own, and stops it once it has served something.
+TEST(ReactorThread, ItsBodyRunsAgainAfterAStop) {
+    test::RunningReactor::reactor().initReactor();
+    OSX_ReactorThread lThread;
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
+    lThread.stopRunning();
+    for (int lRound = 0; lRound < 3; ++lRound) {
+        const int lBefore = lCounter.value();
+        std::future<int> lResult =
+            std::async(std::launch::async, [&lThread] { return lThread.svc(); });
+        EXPECT_TRUE(lCounter.waitFor(lBefore + 2)) << lRound;
+        lThread.stopRunning();
+        EXPECT_EQ(0, lResult.get());
+    }
+    osxDestroyTimer(lTimer);
+}
+
+TEST(ReactorThread, AStopBeforeItsFirstStepWins) {
+    test::RunningReactor::reactor().initReactor();
+    for (int lRound = 0; lRound < 200; ++lRound) {
+        OSX_ReactorThread lThread;
+        lThread.init();
+        lThread.stopRunning();
+        EXPECT_EQ(0, lThread.wait());
+    }
 }
 
 TEST(ReactorThread, NoticesAStopWithoutBeingWoken) {

@@ -524,10 +524,11 @@ TEST(Port, WithoutMemoryIsNotRegistered) {
 }
 
 /// Without a capture of the log, which needs memory itself.
-TEST(Port, WithoutMemoryForAConnectionClosesAndCanStillBeUnregistered) {
+TEST(Port, WithoutMemoryForAConnectionClosesSaysSoAndCanStillBeUnregistered) {
     test::RunningReactor::reactor().initReactor();
     PlainPort lPort;
     int lClosedAfter = -1;
+    testing::internal::CaptureStderr();
     for (int lAllowed = 0; lAllowed < 20 && lClosedAfter == -1; ++lAllowed) {
         const TcpPeer lPeer = lPort.connect();
         ASSERT_TRUE(lPeer.connected());
@@ -540,6 +541,10 @@ TEST(Port, WithoutMemoryForAConnectionClosesAndCanStillBeUnregistered) {
         }
     }
     EXPECT_NE(-1, lClosedAfter);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::HasSubstr(" osxListenHandler::handle_input: no memory for a connection, "
+                                   "closing port [" +
+                                   std::to_string(lPort.number()) + "]\n"));
     EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle()));
 }
 
