@@ -9,7 +9,7 @@
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
 #include "osx/startThread.h"
-#include "osx/threadPoolReactor.h"
+#include "reactor/LoopReactor.h"
 #include "reactor/TimerQueue.h"
 
 namespace {
@@ -25,10 +25,6 @@ bool hasMemoryForReactor() {
     constexpr std::size_t kEnough = 256 * 1024;
     const std::unique_ptr<char[]> lMemory(osx::allocateBytes(kEnough));
     return lMemory != nullptr;
-}
-
-ACE_Time_Value sliceTime() {
-    return ACE_Time_Value(0, static_cast<suseconds_t>(std::chrono::microseconds(kSlice).count()));
 }
 
 }  // namespace
@@ -52,7 +48,7 @@ int OSX_ReactorThread::init() {
 int OSX_ReactorThread::svc() {
     begin();
     while (!mStop) {
-        if (!osx::serveOneEvent(sliceTime())) {
+        if (!osx::serveOneEvent(kSlice)) {
             rest();
         }
     }
@@ -118,9 +114,9 @@ OSX_Reactor::OSX_Reactor()
 void OSX_Reactor::create() {
     mTimerQueue = osx::TimerQueue::take();
     if (mTimerQueue != nullptr && hasMemoryForReactor()) {
-        mImplementation = osx::allocate<osx::ThreadPoolReactor>(*mTimerQueue);
+        mImplementation = osx::allocate<osx::LoopReactor>(*mTimerQueue);
     }
-    if (mImplementation != nullptr && mImplementation->initialized()) {
+    if (mImplementation != nullptr && mImplementation->usable()) {
         mReactor = osx::allocate<ACE_Reactor>(mImplementation, false);
     }
     if (mReactor == nullptr) {
@@ -144,7 +140,7 @@ void OSX_Reactor::discard() {
 OSX_Reactor::~OSX_Reactor() {
     stopAndDeleteReactorThreads();
     if (mReactor != nullptr && osx::ownReactor() == mReactor) {
-        osx::setOwnReactor(nullptr, nullptr);
+        osx::setOwnReactor(nullptr, nullptr, nullptr);
     }
     if (mReactor != nullptr && osx::installedReactor() == mReactor) {
         ACE_Reactor::instance(nullptr, false);
@@ -158,7 +154,7 @@ void OSX_Reactor::initReactor() {
         create();
     }
     if (mReactor != nullptr) {
-        osx::setOwnReactor(mReactor, mTimerQueue);
+        osx::setOwnReactor(mReactor, mImplementation, mTimerQueue);
         ACE_Reactor::instance(mReactor, false);
     }
 }

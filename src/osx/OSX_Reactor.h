@@ -21,9 +21,9 @@
 #include "base/osxExport.h"
 
 class ACE_Reactor;
-class ACE_TP_Reactor;
 
 namespace osx {
+class LoopReactor;
 class TimerQueue;
 }
 
@@ -113,7 +113,7 @@ private:
     OSX_ReactorThread* takeThread();
     void keepThread(OSX_ReactorThread* aThread);
 
-    ACE_TP_Reactor* mImplementation;
+    osx::LoopReactor* mImplementation;
     ACE_Reactor* mReactor;
     OSX_ReactorThread* mThreads;
     osx::TimerQueue* mTimerQueue;

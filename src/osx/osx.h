@@ -397,10 +397,15 @@ OSX_EXPORT unsigned long osxSocketRecv(void* aSocket, void* aBuf, unsigned long 
                                        unsigned long& aReceived);
 
 /// Closes a connection; its handle stays to be released.
+///
+/// The connection of a port is shut down at once, so that the peer sees its end, and closed by the
+/// thread that runs the event loop, after whatever callback of it is running: the closed-connection
+/// callback comes as at any other end.
 /// @return 0; -1 (with a line) for a null socket.
 OSX_EXPORT unsigned long osxCloseSocket(void* aSocket);
 
-/// Closes and frees a connection made by `osxOpenSocket` or `osxConnectByNumber`.
+/// Closes and frees a connection made by `osxOpenSocket` or `osxConnectByNumber`. For the connection
+/// of a port, which frees itself, it does what `osxCloseSocket` does.
 /// @param[in,out] aSocket set to null.
 /// @return 0; -1 (with a line) for a null socket.
 OSX_EXPORT unsigned long osxCloseSocketAndRelease(void*& aSocket);
@@ -434,8 +439,8 @@ OSX_EXPORT unsigned long osxGetHostname(ACE_String_Base<char>& aHost);
 /// A port accepts TCP connections and calls the application back, on whichever thread runs the
 /// event loop. Callbacks of one connection never overlap; those of different connections may.
 /// `aSocket` is valid from the new-connection callback until the closed-connection callback
-/// returns, and serves for `osxSocketSend`, `osxSocketRecv` and `osxGetPeername`; the library
-/// closes it. `aUserData` is the connection's own copy of the datum given to `osxRegisterPort`:
+/// returns, and serves for every call of a socket; the library closes it. A peer that has vanished
+/// without a word is noticed within a minute of silence. `aUserData` is the connection's own copy of the datum given to `osxRegisterPort`:
 /// what a callback stores there, the later callbacks of that connection see.
 /// @{
 

@@ -87,7 +87,7 @@ osxListenHandler::~osxListenHandler() {
 void osxListenHandler::close() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
-        reactor()->remove_handler(mAcceptor.get_handle(), osx::kRemoveSilently);
+        leaveReactor();
         reactor()->cancel_timer(this, osx::kDontCallHandleClose);
         closeAcceptor();
     }
@@ -104,7 +104,32 @@ int osxListenHandler::handle_input(ACE_HANDLE) {
         reportFailedAccept();
         return 0;
     }
-    return serve(lConnection, lPeer);
+    return begin(lConnection, lPeer);
+}
+
+osx::Served::Outcome osxListenHandler::serve(bool) {
+    ACE_INET_Addr lPeer;
+    const ACE_HANDLE lConnection = acceptConnection(lPeer);
+    if (lConnection == ACE_INVALID_HANDLE) {
+        const bool lNoneWaits = errno == EWOULDBLOCK;
+        reportFailedAccept();
+        return lNoneWaits ? kIdle : kBusy;
+    }
+    if (begin(lConnection, lPeer) == -1) {
+        leaveReactor();
+        handle_close(get_handle(), ACE_Event_Handler::ACCEPT_MASK);
+    }
+    return kBusy;
+}
+
+bool osxListenHandler::wantsFreshLook() const {
+    return false;
+}
+
+void osxListenHandler::leaveReactor() {
+    if (!leaveSet() && !isOfSet()) {
+        reactor()->remove_handler(mAcceptor.get_handle(), osx::kRemoveSilently);
+    }
 }
 
 int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
@@ -134,6 +159,9 @@ void osxListenHandler::openAcceptor() {
         osx::closeKeepingErrno(lSocket);
         return;
     }
+    // Accepted connections have the options of the socket that they were accepted on.
+    osx::sendWithoutDelay(lSocket);
+    osx::noticeVanishedPeer(lSocket);
     mAcceptor.set_handle(lSocket);
     openSpare();
 }
@@ -161,7 +189,7 @@ ACE_HANDLE osxListenHandler::acceptConnection(ACE_INET_Addr& aPeer) {
         }
         return ACE_INVALID_HANDLE;
     }
-    if (static_cast<std::size_t>(lConnection) >= reactor()->size()) {
+    if (static_cast<std::size_t>(lConnection) >= osx::descriptorLimit(*reactor())) {
         ::close(lConnection);
         errno = EMFILE;
         return ACE_INVALID_HANDLE;
@@ -197,7 +225,7 @@ void osxListenHandler::openSpare() {
 
 void osxListenHandler::pause() {
     if (reactor()->schedule_timer(this, nullptr, pauseTime()) != -1) {
-        reactor()->remove_handler(mAcceptor.get_handle(), osx::kRemoveSilently);
+        leaveReactor();
     }
 }
 
@@ -223,8 +251,7 @@ bool osxListenHandler::mayReport() {
     return true;
 }
 
-int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) {
-    osx::sendWithoutDelay(aConnection);
+int osxListenHandler::begin(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) {
     std::array<char, 16> lHost{};
     aPeer.get_host_addr(lHost.data(), static_cast<int>(lHost.size()));
     DiagnosticLine(kModule).notice("Remote connection from: %s:%d\n", lHost.data(),

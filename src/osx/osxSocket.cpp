@@ -12,6 +12,7 @@
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "osx/osx.h"
+#include "osx/portConnections.h"
 #include "osx/socketConnect.h"
 #include "osx/socketTransfer.h"
 
@@ -147,7 +148,9 @@ unsigned long osxCloseSocket(void* aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
-    lSOCK_Stream->close();
+    if (!osx::endConnection(aSocket)) {
+        lSOCK_Stream->close();
+    }
     return 0;
 }
 
@@ -157,8 +160,10 @@ unsigned long osxCloseSocketAndRelease(void*& aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
-    lSOCK_Stream->close();
-    delete lSOCK_Stream;
+    if (!osx::endConnection(aSocket)) {
+        lSOCK_Stream->close();
+        delete lSOCK_Stream;
+    }
     aSocket = nullptr;
     return 0;
 }

@@ -14,6 +14,14 @@ namespace {
 /// Buffers handed to the kernel at once; vectors of any length go out in several turns.
 constexpr int kBuffersPerTurn = 64;
 
+constexpr int kSilenceS = 30;
+constexpr int kProbeIntervalS = 10;
+constexpr int kProbes = 3;
+
+void setOption(int aSocket, int aLevel, int aName, int aValue) {
+    ::setsockopt(aSocket, aLevel, aName, &aValue, sizeof aValue);
+}
+
 void waitUntilReady(int aSocket, short aEvents) {
     pollfd lPoll{aSocket, aEvents, 0};
     ::poll(&lPoll, 1, -1);
@@ -128,8 +136,16 @@ ssize_t receiveAll(int aSocket, void* aData, std::size_t aLength) {
 
 void sendWithoutDelay(int aSocket) {
     const int lError = errno;
-    const int lOn = 1;
-    ::setsockopt(aSocket, IPPROTO_TCP, TCP_NODELAY, &lOn, sizeof lOn);
+    setOption(aSocket, IPPROTO_TCP, TCP_NODELAY, 1);
+    errno = lError;
+}
+
+void noticeVanishedPeer(int aSocket) {
+    const int lError = errno;
+    setOption(aSocket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    setOption(aSocket, IPPROTO_TCP, TCP_KEEPIDLE, kSilenceS);
+    setOption(aSocket, IPPROTO_TCP, TCP_KEEPINTVL, kProbeIntervalS);
+    setOption(aSocket, IPPROTO_TCP, TCP_KEEPCNT, kProbes);
     errno = lError;
 }
 

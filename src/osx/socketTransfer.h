@@ -24,6 +24,10 @@ ssize_t receiveAll(int aSocket, void* aData, std::size_t aLength);
 /// acknowledged earlier ones. Keeps `errno`.
 void sendWithoutDelay(int aSocket);
 
+/// Has the kernel look after a peer that has been silent for 30 s, and end the connection when
+/// nothing answers for 30 s more. Keeps `errno`.
+void noticeVanishedPeer(int aSocket);
+
 }  // namespace osx
 
 #endif

@@ -9,6 +9,7 @@
 
 #include "ace/Functor.h"
 #include "base/allocate.h"
+#include "reactor/LoopTimer.h"
 
 namespace osx {
 
@@ -17,6 +18,7 @@ namespace {
 constexpr std::size_t kBranches = 4;
 constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
 constexpr std::int64_t kMicrosecondsPerSecond = 1000000;
+constexpr std::int64_t kNever = INT64_MAX;
 constexpr std::chrono::milliseconds kCallGrace(250);
 constexpr std::chrono::seconds kHandlerGrace(2);
 
@@ -162,6 +164,8 @@ TimerQueue::TimerQueue()
       mCalls(nullptr),
       mWaiting(0),
       mIterator(std::make_unique<Iterator>(*this)),
+      mAlarm(nullptr),
+      mAlarmTime(kNever),
       mNextUnused(nullptr) {}
 
 TimerQueue::~TimerQueue() = default;
@@ -272,8 +276,8 @@ TimerQueue::Node* TimerQueue::pending(long aTimerID) const {
     return mNodes[lIndex];
 }
 
-long TimerQueue::add(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aTime,
-                     const ACE_Time_Value& aInterval, bool& aIsNext) {
+long TimerQueue::schedule(ACE_Event_Handler* const& aHandler, const void* aAct,
+                          const ACE_Time_Value& aTime, const ACE_Time_Value& aInterval) {
     const bool lIsCounted = isCounted(*aHandler);
     if (lIsCounted) {
         aHandler->add_reference();
@@ -284,7 +288,9 @@ long TimerQueue::add(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Ti
             const long lTimerID = lNode->get_timer_id();
             lNode->set(aHandler, aAct, aTime, aInterval, nullptr, lTimerID);
             insert(lNode);
-            aIsNext = lNode->mPlace == 0;
+            if (mHeap.front().time < mAlarmTime) {
+                setAlarm();
+            }
             return lTimerID;
         }
     }
@@ -295,8 +301,8 @@ long TimerQueue::add(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Ti
 }
 
 long TimerQueue::start(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aDelay,
-                       const ACE_Time_Value& aInterval, bool& aIsNext) {
-    return add(aHandler, aAct, gettimeofday() + aDelay, aInterval, aIsNext);
+                       const ACE_Time_Value& aInterval) {
+    return schedule(aHandler, aAct, gettimeofday() + aDelay, aInterval);
 }
 
 int TimerQueue::stop(const ACE_Event_Handler& aHandler, long aTimerID) {
@@ -330,6 +336,20 @@ void TimerQueue::retire(const ACE_Event_Handler& aHandler, long aTimerID) {
     mCallEnded.wait_until(lLock, lNow + kCallGrace,
                           [&] { return !isCalledElsewhere(aHandler, true); });
     --mWaiting;
+}
+
+void TimerQueue::wakeWith(const LoopTimer* aAlarm) {
+    const Lock lLock(mMutex);
+    mAlarm = aAlarm;
+    setAlarm();
+}
+
+/// An alarm for a timer that has been taken out comes all the same, and finds nothing to do.
+void TimerQueue::setAlarm() {
+    mAlarmTime = mHeap.empty() ? kNever : mHeap.front().time;
+    if (mAlarm != nullptr && mAlarmTime != kNever) {
+        mAlarm->set(mAlarmTime);
+    }
 }
 
 // --- calls ---
@@ -417,7 +437,9 @@ bool TimerQueue::expireNext(Microseconds aNow, ACE_Command_Base* aBeforeTheCall)
     Call lCall;
     {
         const Lock lLock(mMutex);
-        if (!takeExpired(aNow, lCall)) {
+        const bool lExpired = takeExpired(aNow, lCall);
+        setAlarm();
+        if (!lExpired) {
             return false;
         }
         note(lCall);
@@ -449,12 +471,6 @@ bool TimerQueue::is_empty() const {
 const ACE_Time_Value& TimerQueue::earliest_time() const {
     const Lock lLock(mMutex);
     return mHeap.empty() ? ACE_Time_Value::max_time : mHeap.front().node->get_timer_value();
-}
-
-long TimerQueue::schedule(ACE_Event_Handler* const& aHandler, const void* aAct,
-                          const ACE_Time_Value& aTime, const ACE_Time_Value& aInterval) {
-    bool lIsNext = false;
-    return add(aHandler, aAct, aTime, aInterval, lIsNext);
 }
 
 int TimerQueue::expire(const ACE_Time_Value& aNow) {

@@ -17,6 +17,8 @@
 
 namespace osx {
 
+class LoopTimer;
+
 /// Timers by a clock that nobody sets, behind ACE's interface.
 ///
 /// Pending timers stand in a heap of four branches, by the time at which they are due and, where
@@ -35,18 +37,19 @@ public:
     /// Closes a queue that `take` gave.
     static void giveBack(TimerQueue* aQueue);
 
+    /// Has the loop woken by a timer of the kernel's, which is set anew whenever the first timer is
+    /// due earlier than it, and when one has expired; null to have it no more.
+    void wakeWith(const LoopTimer* aAlarm);
+
     TimerQueue(const TimerQueue&) = delete;
     TimerQueue& operator=(const TimerQueue&) = delete;
 
     /// @name For handlers that know their timer's id
     /// @{
 
-    /// Schedules a timer.
-    /// @param[out] aIsNext whether it is the first to expire, so that whoever waits for events has
-    ///             to wait for less long.
-    /// @return its id; -1 when memory is short.
+    /// Schedules a timer. @return its id; -1 when memory is short.
     long start(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aDelay,
-               const ACE_Time_Value& aInterval, bool& aIsNext);
+               const ACE_Time_Value& aInterval);
 
     /// Takes a timer out, and calls off a call that is about to be made. Ids are used again: a timer
     /// of another handler is left alone. @return the number of timers taken out.
@@ -109,8 +112,7 @@ private:
     void insert(Node* aNode);
     void takeOut(std::size_t aPlace);
 
-    long add(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aTime,
-             const ACE_Time_Value& aInterval, bool& aIsNext);
+    void setAlarm();
     Node* freeNode();
     void setFree(Node* aNode);
     Node* pending(long aTimerID) const;
@@ -136,6 +138,8 @@ private:
     std::atomic<int> mWaiting;  ///< Threads that wait for a call to end.
     std::unique_ptr<Iterator> mIterator;
     ACE_Time_Value mTimeout;
+    const LoopTimer* mAlarm;
+    Microseconds mAlarmTime;  ///< When the alarm comes next, or earlier.
     TimerQueue* mNextUnused;
 };
 
