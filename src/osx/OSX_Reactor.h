@@ -25,7 +25,7 @@ class ACE_Reactor;
 namespace osx {
 class LoopReactor;
 class TimerQueue;
-}
+}  // namespace osx
 
 /// One thread that runs the event loop.
 class OSX_EXPORT OSX_ReactorThread : public ACE_Task<ACE_MT_SYNCH> {
@@ -74,8 +74,8 @@ private:
 /// The reactor and its threads.
 class OSX_EXPORT OSX_Reactor {
 public:
-    /// Creates the reactor, but does not install it. Without memory, or without a descriptor for it,
-    /// `errno` tells why and the object serves nothing, until an `initReactor` has more luck.
+    /// Creates the reactor, but does not install it. Without memory, or without a descriptor for
+    /// it, `errno` tells why and the object serves nothing, until an `initReactor` has more luck.
     OSX_Reactor();
 
     /// Stops the threads, and destroys the reactor.
@@ -85,8 +85,8 @@ public:
     OSX_Reactor& operator=(const OSX_Reactor&) = delete;
 
     /// Makes this the process-wide reactor, `ACE_Reactor::instance()`. One that was installed
-    /// before is left alone, together with the timers and ports that were made on it. A reactor that
-    /// could not be created before is tried once more.
+    /// before is left alone, together with the timers and ports that were made on it. A reactor
+    /// that could not be created before is tried once more.
     void initReactor();
 
     /// `initReactor` and one `startExtraReactorThread`. @return 0.

@@ -404,8 +404,8 @@ OSX_EXPORT unsigned long osxSocketRecv(void* aSocket, void* aBuf, unsigned long 
 /// @return 0; -1 (with a line) for a null socket.
 OSX_EXPORT unsigned long osxCloseSocket(void* aSocket);
 
-/// Closes and frees a connection made by `osxOpenSocket` or `osxConnectByNumber`. For the connection
-/// of a port, which frees itself, it does what `osxCloseSocket` does.
+/// Closes and frees a connection made by `osxOpenSocket` or `osxConnectByNumber`. For the
+/// connection of a port, which frees itself, it does what `osxCloseSocket` does.
 /// @param[in,out] aSocket set to null.
 /// @return 0; -1 (with a line) for a null socket.
 OSX_EXPORT unsigned long osxCloseSocketAndRelease(void*& aSocket);
@@ -440,8 +440,9 @@ OSX_EXPORT unsigned long osxGetHostname(ACE_String_Base<char>& aHost);
 /// event loop. Callbacks of one connection never overlap; those of different connections may.
 /// `aSocket` is valid from the new-connection callback until the closed-connection callback
 /// returns, and serves for every call of a socket; the library closes it. A peer that has vanished
-/// without a word is noticed within a minute of silence. `aUserData` is the connection's own copy of the datum given to `osxRegisterPort`:
-/// what a callback stores there, the later callbacks of that connection see.
+/// without a word is noticed within a minute of silence. `aUserData` is the connection's own copy
+/// of the datum given to `osxRegisterPort`: what a callback stores there, the later callbacks of
+/// that connection see.
 /// @{
 
 /// A client has connected; called before any other callback of the connection.

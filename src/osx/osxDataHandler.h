@@ -79,8 +79,8 @@ public:
     /// @return 0.
     int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
 
-    /// What the library's own reactor calls in place of `handle_input`: a read of nothing, which only
-    /// the loop has caused, writes no line. @return whether there may be more to read.
+    /// What the library's own reactor calls in place of `handle_input`: a read of nothing, which
+    /// only the loop has caused, writes no line. @return whether there may be more to read.
     Outcome serve(bool aToTheEnd) override;
 
     /// @return whether a data-available callback reads, which relies on there being something.

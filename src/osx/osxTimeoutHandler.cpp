@@ -26,9 +26,9 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
     const ACE_Time_Value lDelay = osx::toTimeValue(mDelay);
     const ACE_Time_Value lInterval = isPeriodic() ? lDelay : ACE_Time_Value::zero;
     mQueue = osx::ownTimerQueue(mReactor);
-    const long lTimerID =
-        mReactor == nullptr ? kNotScheduled
-                            : mReactor->schedule_timer(this, aArgument, lDelay, lInterval);
+    const long lTimerID = mReactor == nullptr
+                              ? kNotScheduled
+                              : mReactor->schedule_timer(this, aArgument, lDelay, lInterval);
     mTimerID = lTimerID;
     if (lTimerID == kNotScheduled) {
         osx::DiagnosticLine(kModule).failure(

@@ -17,8 +17,8 @@ class TimerQueue;
 /// A timer, from its construction to its destruction. See `osxCreateTimer` for what the arguments
 /// mean, and for threads.
 ///
-/// It is itself the handler that the reactor has for the timer: a class derived from it may override
-/// `handle_timeout`, and `ACE_Reactor::cancel_timer` with the object stops it.
+/// It is itself the handler that the reactor has for the timer: a class derived from it may
+/// override `handle_timeout`, and `ACE_Reactor::cancel_timer` with the object stops it.
 class OSX_EXPORT osxTimeoutHandler : public ACE_Event_Handler {
 public:
     /// Schedules the timer. When that fails a line says so, and the timer never fires.

@@ -22,8 +22,7 @@ using Clock = std::chrono::steady_clock;
 /// Bits in ACE's sets that are the loop's own: the notification pipe's and the gate's.
 constexpr int kOwnBits = 2;
 
-constexpr ACE_Reactor_Mask kReading =
-    ACE_Event_Handler::READ_MASK | ACE_Event_Handler::ACCEPT_MASK;
+constexpr ACE_Reactor_Mask kReading = ACE_Event_Handler::READ_MASK | ACE_Event_Handler::ACCEPT_MASK;
 
 int bitsOf(const ACE_Select_Reactor_Handle_Set& aSet) {
     return aSet.rd_mask_.num_set() + aSet.wr_mask_.num_set() + aSet.ex_mask_.num_set();
@@ -113,11 +112,11 @@ int LoopReactor::close() {
 
 // --- the two ways ---
 
-/// Called, with the token, after each change of ACE's sets. Who sleeps in the poll has to go to ACE's
-/// loop once the application has a handler; who sleeps in ACE's loop may stay there.
+/// Called, with the token, after each change of ACE's sets. Who sleeps in the poll has to go to
+/// ACE's loop once the application has a handler; who sleeps in ACE's loop may stay there.
 void LoopReactor::chooseMode() {
-    const bool lThroughAce = bitsOf(wait_set_) + bitsOf(suspend_set_) > kOwnBits ||
-                             timer_queue_ != &mTimers;
+    const bool lThroughAce =
+        bitsOf(wait_set_) + bitsOf(suspend_set_) > kOwnBits || timer_queue_ != &mTimers;
     if (mThroughAce.exchange(lThroughAce) != lThroughAce && lThroughAce) {
         passOn();
     }
@@ -188,8 +187,8 @@ bool LoopReactor::serveReady(Waited& aWaited) {
     return true;
 }
 
-/// Whoever is about to sleep is counted first and looks then, and whoever leaves something looks for
-/// sleepers afterwards: one of the two sees the other.
+/// Whoever is about to sleep is counted first and looks then, and whoever leaves something looks
+/// for sleepers afterwards: one of the two sees the other.
 int LoopReactor::wait(epoll_event* aEvents, int aLimitMs) {
     const bool lIsAlone = mInside.load(std::memory_order_relaxed) == 1 && !mSet.wantsFreshLook();
     const Counted lSleeper(mSleepers);
@@ -270,8 +269,8 @@ void LoopReactor::passOn() const {
 
 int LoopReactor::Gate::handle_input(ACE_HANDLE aHandle) {
     epoll_event lEvent{};
-    const bool lTaken = mLoop.mReady.take(lEvent) ||
-                        ::epoll_wait(mLoop.mSet.descriptor(), &lEvent, 1, 0) == 1;
+    const bool lTaken =
+        mLoop.mReady.take(lEvent) || ::epoll_wait(mLoop.mSet.descriptor(), &lEvent, 1, 0) == 1;
     mLoop.resume_handler(aHandle);
     // ACE's loop, which is here, looks after its pipe by itself.
     if (lTaken && lEvent.data.u64 != ServedSet::kNotify) {
@@ -327,8 +326,7 @@ int LoopReactor::register_handler_i(ACE_HANDLE aHandle, ACE_Event_Handler* aHand
                                     ACE_Reactor_Mask aMask) {
     auto* const lServed = dynamic_cast<Served*>(aHandler);
     if (lServed != nullptr && (aMask & kReading) != 0) {
-        const ACE_HANDLE lHandle =
-            aHandle == ACE_INVALID_HANDLE ? lServed->get_handle() : aHandle;
+        const ACE_HANDLE lHandle = aHandle == ACE_INVALID_HANDLE ? lServed->get_handle() : aHandle;
         // The kernel has just given the descriptor anew: what is there was closed without a word.
         if (lHandle >= 0 && static_cast<std::size_t>(lHandle) < size() &&
             handler_rep_.find(lHandle) != nullptr) {
@@ -367,8 +365,8 @@ int LoopReactor::handler_i(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask,
     }
     constexpr ACE_Reactor_Mask kOther =
         ACE_Event_Handler::WRITE_MASK | ACE_Event_Handler::EXCEPT_MASK;
-    const bool lMatches = (aMask & kOther) == 0 &&
-                          ((aMask & kReading) == 0 || !mSet.isSuspended(aHandle));
+    const bool lMatches =
+        (aMask & kOther) == 0 && ((aMask & kReading) == 0 || !mSet.isSuspended(aHandle));
     if (lMatches && aHandler != nullptr) {
         *aHandler = lServed;
     } else {
@@ -411,7 +409,8 @@ int LoopReactor::mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOpera
     return lFormer;
 }
 
-/// ACE asks each handler for its descriptor; the gate and the pipe, which serve on, have none to tell.
+/// ACE asks each handler for its descriptor; the gate and the pipe, which serve on, have none to
+/// tell.
 int LoopReactor::suspend_handlers() {
     const int lResult = ACE_TP_Reactor::suspend_handlers();
     mSet.suspendAll(true);

@@ -17,17 +17,19 @@ namespace osx {
 
 class TimerQueue;
 
-/// ACE's thread-pool reactor, which serves the library's own handlers, `Served`, in a way of its own:
-/// without ACE's limit on descriptors, and without a token that threads hand on.
+/// ACE's thread-pool reactor, which serves the library's own handlers, `Served`, in a way of its
+/// own: without ACE's limit on descriptors, and without a token that threads hand on.
 ///
-/// - **While there are only those**, each thread waits in the kernel's event poll for itself. The poll
-///   has the handlers' descriptors, the timers' (`LoopTimer`), ACE's notification pipe and a descriptor
-///   that wakes a sleeper.
-/// - **Once the application has a handler of its own**, threads go through ACE's loop, where the poll
+/// - **While there are only those**, each thread waits in the kernel's event poll for itself. The
+/// poll
+///   has the handlers' descriptors, the timers' (`LoopTimer`), ACE's notification pipe and a
+///   descriptor that wakes a sleeper.
+/// - **Once the application has a handler of its own**, threads go through ACE's loop, where the
+/// poll
 ///   is one descriptor among the application's, served by the `Gate`.
 ///
-/// The gate is registered all the time, so that ACE's `work_pending`, and a thread that went into ACE's
-/// loop and sleeps there, see what the poll has.
+/// The gate is registered all the time, so that ACE's `work_pending`, and a thread that went into
+/// ACE's loop and sleeps there, see what the poll has.
 class LoopReactor : public ACE_TP_Reactor {
 public:
     explicit LoopReactor(TimerQueue& aTimers);
@@ -47,8 +49,8 @@ public:
     /// @{
     int handle_events(ACE_Time_Value* aLimit = nullptr) override;
     int handle_events(ACE_Time_Value& aLimit) override;
-    long schedule_timer(ACE_Event_Handler* aHandler, const void* aAct,
-                        const ACE_Time_Value& aDelay, const ACE_Time_Value& aInterval) override;
+    long schedule_timer(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aDelay,
+                        const ACE_Time_Value& aInterval) override;
     int reset_timer_interval(long aTimerID, const ACE_Time_Value& aInterval) override;
     int cancel_timer(ACE_Event_Handler* aHandler, int aDontCallHandleClose) override;
     int cancel_timer(long aTimerID, const void** aAct, int aDontCallHandleClose) override;
@@ -76,8 +78,8 @@ protected:
     int is_suspended_i(ACE_HANDLE aHandle) override;
 
 private:
-    /// The event poll as a handler of ACE's loop. It takes an event, has itself waited for again by the
-    /// other threads, and then serves what it took.
+    /// The event poll as a handler of ACE's loop. It takes an event, has itself waited for again by
+    /// the other threads, and then serves what it took.
     class Gate : public ACE_Event_Handler {
     public:
         explicit Gate(LoopReactor& aLoop) : mLoop(aLoop) {}

@@ -29,7 +29,8 @@ public:
     /// @param aToTheEnd the other side has ended: what is read next is not merely the latest.
     virtual Outcome serve(bool aToTheEnd) = 0;
 
-    /// @return whether the descriptor may have been read by others, so that it has to be ready still
+    /// @return whether the descriptor may have been read by others, so that it has to be ready
+    /// still
     ///         whenever `serve` is called.
     virtual bool wantsFreshLook() const = 0;
 
@@ -52,8 +53,8 @@ protected:
 private:
     friend class ServedSet;
 
-    /// What somebody who took the handler out of the set, while it was being served, left to the one
-    /// who served it.
+    /// What somebody who took the handler out of the set, while it was being served, left to the
+    /// one who served it.
     enum Left { kNothing, kToClose, kToCloseWithoutDescriptor };
 
     std::atomic<ServedSet*> mSet{nullptr};

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::uint64_t kPresent = 1;
 constexpr std::uint64_t kServing = 2;
-constexpr std::uint64_t kAgain = 4;      ///< An event came while it was being served.
-constexpr std::uint64_t kEnded = 8;      ///< The other side has ended: it stays so.
+constexpr std::uint64_t kAgain = 4;  ///< An event came while it was being served.
+constexpr std::uint64_t kEnded = 8;  ///< The other side has ended: it stays so.
 constexpr std::uint64_t kSuspended = 16;
 constexpr unsigned int kGenerationShift = 32;
 

@@ -19,21 +19,21 @@ class Served;
 
 /// Descriptors, each with a handler, that any number of threads serve.
 ///
-/// A descriptor has a slot, which is never freed, with one word: the generation of what is registered
-/// there, and its state. An event carries descriptor and generation, so that one that comes late, for
-/// something that has been taken out, is known by its generation. Who takes an event changes the word
-/// from idle to being served; an event that comes while it is being served leaves a note in the word,
-/// and the one who serves goes round again.
+/// A descriptor has a slot, which is never freed, with one word: the generation of what is
+/// registered there, and its state. An event carries descriptor and generation, so that one that
+/// comes late, for something that has been taken out, is known by its generation. Who takes an
+/// event changes the word from idle to being served; an event that comes while it is being served
+/// leaves a note in the word, and the one who serves goes round again.
 ///
 ///     absent --add--> idle --event--> being served --nothing more--> idle
 ///        ^              |                  |  ^------ event: again ---+
 ///        +---remove-----+------remove------+
 ///
-/// Adding, taking out, suspending and resuming happen under a lock; serving takes none. Who takes out
-/// what is being served leaves the set's reference to the handler to the one who serves it.
+/// Adding, taking out, suspending and resuming happen under a lock; serving takes none. Who takes
+/// out what is being served leaves the set's reference to the handler to the one who serves it.
 ///
-/// Events are told once, and a portion of the work is done at a time: who has done enough of them asks
-/// the kernel to tell the event again, so that others have their turn first.
+/// Events are told once, and a portion of the work is done at a time: who has done enough of them
+/// asks the kernel to tell the event again, so that others have their turn first.
 class ServedSet {
 public:
     /// Descriptors from this one on cannot be held.
@@ -83,7 +83,8 @@ public:
     /// Closes all handlers, and takes no more.
     void close();
 
-    /// @return whether there is a handler that must be ready still when it is served, so that events
+    /// @return whether there is a handler that must be ready still when it is served, so that
+    /// events
     ///         must not be taken in advance.
     bool wantsFreshLook() const { return mFreshLooks.load(std::memory_order_relaxed) != 0; }
 

@@ -26,9 +26,9 @@ class LoopTimer;
 /// the timer that has it, so that one is taken out without a search. One lock guards all; no
 /// handler is called with it held.
 ///
-/// Each call of a handler that is under way, or about to be made, is noted under the same lock. So a
-/// handler can be destroyed at any time: `retire` takes its timer out, calls off a call that has not
-/// begun, and waits for one that has.
+/// Each call of a handler that is under way, or about to be made, is noted under the same lock. So
+/// a handler can be destroyed at any time: `retire` takes its timer out, calls off a call that has
+/// not begun, and waits for one that has.
 class TimerQueue : public ACE_Timer_Queue {
 public:
     /// A queue for a reactor. It is never destroyed, so that a timer may ask long after its reactor
@@ -51,8 +51,8 @@ public:
     long start(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aDelay,
                const ACE_Time_Value& aInterval);
 
-    /// Takes a timer out, and calls off a call that is about to be made. Ids are used again: a timer
-    /// of another handler is left alone. @return the number of timers taken out.
+    /// Takes a timer out, and calls off a call that is about to be made. Ids are used again: a
+    /// timer of another handler is left alone. @return the number of timers taken out.
     int stop(const ACE_Event_Handler& aHandler, long aTimerID);
 
     /// The same for a handler that is about to be destroyed: waits for a call that has begun on
@@ -68,8 +68,7 @@ public:
     /// @{
     bool is_empty() const override;
     const ACE_Time_Value& earliest_time() const override;
-    long schedule(ACE_Event_Handler* const& aHandler, const void* aAct,
-                  const ACE_Time_Value& aTime,
+    long schedule(ACE_Event_Handler* const& aHandler, const void* aAct, const ACE_Time_Value& aTime,
                   const ACE_Time_Value& aInterval = ACE_Time_Value::zero) override;
     int expire(const ACE_Time_Value& aNow) override;
     int expire() override;

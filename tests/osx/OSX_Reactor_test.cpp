@@ -408,8 +408,9 @@ TEST(Reactor, SaysWhenAThreadCannotBeAllocated) {
         EXPECT_EQ(0, test::RunningReactor::reactor().startReactor());
         EXPECT_EQ(ENOMEM, errno);
     }
-    EXPECT_THAT(lLog.texts(), testing::ElementsAre("%t OSX_Reactor::startExtraReactorThread: unable "
-                                                   "to start a reactor thread\n"));
+    EXPECT_THAT(lLog.texts(),
+                testing::ElementsAre("%t OSX_Reactor::startExtraReactorThread: unable "
+                                     "to start a reactor thread\n"));
     EXPECT_EQ(LM_ERROR, lLog.lines()[0].priority);
     EXPECT_EQ(ENOMEM, lLog.lines()[0].errnum);
     EXPECT_EQ("OSX_Reactor.cpp", lLog.lines()[0].module);

@@ -437,10 +437,9 @@ TEST(Timer, AsksTheReactorAlsoWhenItCouldNotBeScheduled) {
     }
     ACE_Reactor::instance(lFormer);
     EXPECT_THAT(lReactor.mCancelled, ElementsAre(-1, -1));
-    EXPECT_THAT(
-        lLog.texts(),
-        ElementsAre(kNotScheduled,
-                    "%t osxTimeoutHandler::cancel: Unable to cancel_timer mTimerID[-1]\n"));
+    EXPECT_THAT(lLog.texts(),
+                ElementsAre(kNotScheduled,
+                            "%t osxTimeoutHandler::cancel: Unable to cancel_timer mTimerID[-1]\n"));
 }
 
 /// Calling the handler oneself is not a firing of its timer.
@@ -498,7 +497,6 @@ TEST(Timer, OnlyTheLow32BitsOfTheIntervalCount) {
     osxDestroyTimer(lTimer);
 }
 #endif
-
 
 TEST(Timer, ThatCannotBeCancelledWritesALineWithItsId) {
     test::Counter lCounter;

@@ -1,5 +1,5 @@
-// All of ACE on the library's reactor, beside the library's own connections, and with the loop going
-// from one way of waiting to the other.
+// All of ACE on the library's reactor, beside the library's own connections, and with the loop
+// going from one way of waiting to the other.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -409,8 +409,8 @@ TEST(AcesInterface, ServesTimersOfAQueueOfTheApplications) {
     ACE_Timer_Heap lQueue;
     lReactor.timer_queue(&lQueue);
     Handler lHandler;
-    const long lTimerID =
-        lReactor.schedule_timer(&lHandler, nullptr, ACE_Time_Value(0, 1000), ACE_Time_Value(0, 1000));
+    const long lTimerID = lReactor.schedule_timer(&lHandler, nullptr, ACE_Time_Value(0, 1000),
+                                                  ACE_Time_Value(0, 1000));
     while (lHandler.mTimeouts.value() < 3) {
         serveFor(milliseconds(1));
     }

@@ -235,8 +235,8 @@ TEST(Connections, IdleWakeNoThreadMoreThanFourTimesASecond) {
 
 // --- closed by the application ---
 
-/// No thread runs the loop: what is closed stays registered for a while, and a socket that is opened
-/// then must not be taken for it.
+/// No thread runs the loop: what is closed stays registered for a while, and a socket that is
+/// opened then must not be taken for it.
 TEST(ConnectionClosedByTheApplication, LeavesTheBytesOfOthersToThem) {
     const test::LogCapture lLog;
     test::RunningReactor::reactor().initReactor();
@@ -271,8 +271,8 @@ TEST(ConnectionClosedByTheApplication, EndsForItsPeerThoughTheLoopIsIdle) {
         TcpPeer lPeer = lPort.connect();
         EXPECT_TRUE(EchoPort::echoes(lPeer));
         void* lSocket = lPort.mLast;
-        EXPECT_EQ(0UL, lRound % 2 == 0 ? osxCloseSocket(lSocket)
-                                       : osxCloseSocketAndRelease(lSocket));
+        EXPECT_EQ(0UL,
+                  lRound % 2 == 0 ? osxCloseSocket(lSocket) : osxCloseSocketAndRelease(lSocket));
         EXPECT_EQ(lRound % 2 == 0, lSocket != nullptr);
         EXPECT_TRUE(lPeer.waitForClose());
         EXPECT_TRUE(lPort.mClosed.waitFor(lRound + 1));
