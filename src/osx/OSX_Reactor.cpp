@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <memory>
 
 #include "ace/Reactor.h"
 #include "base/NoCancellation.h"
@@ -12,8 +13,8 @@
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
 #include "osx/startThread.h"
-#include "osx/threadPoolReactor.h"
-#include "osx/timerQueue.h"
+#include "reactor/LoopReactor.h"
+#include "reactor/TimerQueue.h"
 
 namespace {
 
@@ -22,36 +23,36 @@ constexpr std::chrono::milliseconds kSlice(250);
 /// How often a thread that is being stopped is woken, should another one have taken its wake-up.
 constexpr std::chrono::milliseconds kWakeInterval(20);
 
-ACE_Time_Value sliceTime() {
-    return ACE_Time_Value(0, static_cast<suseconds_t>(std::chrono::microseconds(kSlice).count()));
+/// ACE does not survive every failed allocation in its reactor's construction. So nothing of it is
+/// begun without as much memory as it takes.
+bool hasMemoryForReactor() {
+    constexpr std::size_t kEnough = 256 * 1024;
+    const std::unique_ptr<char[]> lMemory(osx::allocateBytes(kEnough));
+    return lMemory != nullptr;
 }
 
 }  // namespace
 
 template class ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>;
 
-OSX_ReactorThread::OSX_ReactorThread() : mPhase(kIdle), mEnded(true) {}
+OSX_ReactorThread::OSX_ReactorThread() : mNext(nullptr), mStop(false), mEnded(true) {}
 
 OSX_ReactorThread::~OSX_ReactorThread() = default;
 
+/// The new thread's first step waits for the mutex, and so finds what is set here.
 int OSX_ReactorThread::init() {
-    {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
-        mPhase = kIdle;
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const int lResult = osx::startThread(*this);
+    if (lResult == 0) {
         mEnded = false;
     }
-    const int lResult = osx::startThread(*this);
-    if (lResult != 0) {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
-        mEnded = true;
-    }
-    return lResult == 0 ? 0 : -1;
+    return lResult;
 }
 
 int OSX_ReactorThread::svc() {
     begin();
-    while (isRunning()) {
-        if (!osx::serveOneEvent(sliceTime())) {
+    while (!mStop) {
+        if (!osx::serveOneEvent(kSlice)) {
             rest();
         }
     }
@@ -62,21 +63,20 @@ int OSX_ReactorThread::svc() {
 void OSX_ReactorThread::begin() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     mSelf = std::this_thread::get_id();
-    if (mPhase == kIdle) {
-        mPhase = kRunning;
-    }
+    mEnded = false;
 }
 
 void OSX_ReactorThread::end() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     mSelf = std::thread::id();
+    mStop = false;
     mEnded = true;
     mChanged.notify_all();
 }
 
 void OSX_ReactorThread::stopRunning() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    mPhase = kStopped;
+    mStop = !mEnded;
     mChanged.notify_all();
 }
 
@@ -92,10 +92,6 @@ bool OSX_ReactorThread::stopAndWait() {
     return true;
 }
 
-bool OSX_ReactorThread::isRunning() const {
-    return mPhase == kRunning;
-}
-
 bool OSX_ReactorThread::isCaller() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     return mSelf == std::this_thread::get_id();
@@ -104,7 +100,7 @@ bool OSX_ReactorThread::isCaller() {
 /// A slice with nothing to wait on, so that the thread does not burn the processor.
 void OSX_ReactorThread::rest() {
     std::unique_lock<std::mutex> lLock(mMutex);
-    mChanged.wait_for(lLock, kSlice, [this] { return !isRunning(); });
+    mChanged.wait_for(lLock, kSlice, [this] { return mStop.load(); });
 }
 
 bool OSX_ReactorThread::waitUntilEnded() {
@@ -113,35 +109,58 @@ bool OSX_ReactorThread::waitUntilEnded() {
 }
 
 OSX_Reactor::OSX_Reactor()
-    : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::allocate<osx::TimerQueue>()) {
-    const osx::StandardDescriptorsTaken lTaken;  // for the pipe that wakes the reactor
-    if (mTimerQueue != nullptr) {
-        mImplementation = osx::allocate<osx::ThreadPoolReactor>(
-            static_cast<ACE_Sig_Handler*>(nullptr), mTimerQueue, true,
-            static_cast<int>(ACE_Select_Reactor_Token::FIFO));
+    : mImplementation(nullptr), mReactor(nullptr), mThreads(nullptr), mTimerQueue(nullptr) {
+    create();
+}
+
+/// ACE's reactor cannot say that its construction failed but by not being initialised; it is then
+/// good for nothing.
+void OSX_Reactor::create() {
+    const osx::StandardDescriptorsTaken lTaken;  // for what wakes the reactor
+    mTimerQueue = osx::TimerQueue::take();
+    if (mTimerQueue != nullptr && hasMemoryForReactor()) {
+        mImplementation = osx::allocate<osx::LoopReactor>(*mTimerQueue);
     }
-    if (mImplementation != nullptr) {
+    if (mImplementation != nullptr && mImplementation->usable()) {
         mReactor = osx::allocate<ACE_Reactor>(mImplementation, false);
     }
+    if (mReactor == nullptr) {
+        const int lErrno = errno;
+        discard();
+        errno = lErrno;
+    }
+}
+
+void OSX_Reactor::discard() {
+    delete mReactor;
+    delete mImplementation;
+    if (mTimerQueue != nullptr) {
+        osx::TimerQueue::giveBack(mTimerQueue);
+    }
+    mReactor = nullptr;
+    mImplementation = nullptr;
+    mTimerQueue = nullptr;
 }
 
 OSX_Reactor::~OSX_Reactor() {
     const osx::NoCancellation lGuard;
     stopAndDeleteReactorThreads();
     if (mReactor != nullptr && osx::ownReactor() == mReactor) {
-        osx::setOwnReactor(nullptr, nullptr);
+        osx::setOwnReactor(nullptr, nullptr, nullptr);
     }
     if (mReactor != nullptr && osx::installedReactor() == mReactor) {
         ACE_Reactor::instance(nullptr, false);
     }
-    delete mReactor;
-    delete mImplementation;
-    delete mTimerQueue;
+    discard();
 }
 
 void OSX_Reactor::initReactor() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (mReactor == nullptr) {
+        create();
+    }
     if (mReactor != nullptr) {
-        osx::setOwnReactor(mReactor, mTimerQueue);
+        osx::setOwnReactor(mReactor, mImplementation, mTimerQueue);
         ACE_Reactor::instance(mReactor, false);
     }
 }
@@ -153,27 +172,14 @@ int OSX_Reactor::startReactor() {
 
 int OSX_Reactor::startExtraReactorThread() {
     OSX_ReactorThread* const lThread = osx::allocate<OSX_ReactorThread>();
-    if (lThread == nullptr || !startThread(lThread)) {
-        osx::DiagnosticLine(kModule).failure(
-            LM_ERROR, "%t OSX_Reactor::startExtraReactorThread: unable to start a thread \n");
-        delete lThread;
+    if (lThread != nullptr && lThread->init() == 0) {
+        keepThread(lThread);
+        return 0;
     }
+    osx::DiagnosticLine(kModule).failure(
+        LM_ERROR, "%t OSX_Reactor::startExtraReactorThread: unable to start a reactor thread\n");
+    delete lThread;
     return 0;
-}
-
-/// @return whether it runs and is one of the threads.
-bool OSX_Reactor::startThread(OSX_ReactorThread* aThread) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mThreads.insert(aThread) == -1) {
-        return false;
-    }
-    if (aThread->init() == -1) {
-        const int lErrno = errno;
-        mThreads.remove(aThread);
-        errno = lErrno;
-        return false;
-    }
-    return true;
 }
 
 int OSX_Reactor::stopReactor() {
@@ -199,22 +205,22 @@ void OSX_Reactor::stopAndDeleteReactorThreads() {
 /// All at once, so that several threads take no longer to end than one.
 void OSX_Reactor::markThreadsStopped() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    for (OSX_ReactorThread* const lThread : mThreads) {
+    for (OSX_ReactorThread* lThread = mThreads; lThread != nullptr; lThread = lThread->mNext) {
         lThread->stopRunning();
     }
 }
 
 OSX_ReactorThread* OSX_Reactor::takeThread() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mThreads.is_empty()) {
-        return nullptr;
+    OSX_ReactorThread* const lThread = mThreads;
+    if (lThread != nullptr) {
+        mThreads = lThread->mNext;
     }
-    OSX_ReactorThread* const lThread = *mThreads.begin();
-    mThreads.remove(lThread);
     return lThread;
 }
 
 void OSX_Reactor::keepThread(OSX_ReactorThread* aThread) {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    mThreads.insert(aThread);
+    aThread->mNext = mThreads;
+    mThreads = aThread;
 }

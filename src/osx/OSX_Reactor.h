@@ -15,18 +15,17 @@
 #include <mutex>
 #include <thread>
 
-#include "ace/Containers_T.h"
 #include "ace/Singleton.h"
 #include "ace/Task.h"
 #include "ace/Thread_Mutex.h"
 #include "base/osxExport.h"
 
 class ACE_Reactor;
-class ACE_TP_Reactor;
 
 namespace osx {
+class LoopReactor;
 class TimerQueue;
-}
+}  // namespace osx
 
 /// One thread that runs the event loop.
 class OSX_EXPORT OSX_ReactorThread : public ACE_Task<ACE_MT_SYNCH> {
@@ -39,15 +38,16 @@ public:
 
     using ACE_Task<ACE_MT_SYNCH>::init;
     /// Starts the thread.
-    /// @return 0; -1 when it could not be started.
+    /// @return 0; 1 when it runs already, and goes on; -1 when it could not be started.
     int init();
 
     /// The thread's body: serves the process-wide reactor, in slices of at most 250 ms, until
-    /// `stopRunning`. @return 0.
+    /// `stopRunning`. It may be run again after it has ended. @return 0.
     int svc() override;
 
     /// Makes the thread end within one slice and the running time of a handler in progress. A stop
-    /// that comes between `init` and the thread's first step ends it too.
+    /// that comes between `init` and the thread's first step ends it too; one that comes while
+    /// there is no thread does nothing.
     void stopRunning();
 
     /// Stops the thread, and waits until it has ended. @return false when called by the thread
@@ -55,27 +55,27 @@ public:
     bool stopAndWait();
 
 private:
-    enum Phase { kIdle, kRunning, kStopped };
+    friend class OSX_Reactor;
 
     void begin();
     void end();
-    bool isRunning() const;
     bool isCaller();
     void rest();
     bool waitUntilEnded();
 
-    std::atomic<int> mPhase;
+    OSX_ReactorThread* mNext;  ///< Of the threads of an `OSX_Reactor`.
+    std::atomic<bool> mStop;   ///< Used up when the run that it ends has ended.
     std::mutex mMutex;
     std::condition_variable mChanged;
     std::thread::id mSelf;
-    bool mEnded;
+    bool mEnded;  ///< Set while there is no run: from `init` on, or from a direct call of `svc`.
 };
 
 /// The reactor and its threads.
 class OSX_EXPORT OSX_Reactor {
 public:
-    /// Creates the reactor, but does not install it. Memory running short leaves ENOMEM in `errno`
-    /// and an object that serves nothing.
+    /// Creates the reactor, but does not install it. Without memory, or without a descriptor for
+    /// it, `errno` tells why and the object serves nothing, until an `initReactor` has more luck.
     OSX_Reactor();
 
     /// Stops the threads, and destroys the reactor.
@@ -85,7 +85,8 @@ public:
     OSX_Reactor& operator=(const OSX_Reactor&) = delete;
 
     /// Makes this the process-wide reactor, `ACE_Reactor::instance()`. One that was installed
-    /// before is left alone, together with the timers and ports that were made on it.
+    /// before is left alone, together with the timers and ports that were made on it. A reactor
+    /// that could not be created before is tried once more.
     void initReactor();
 
     /// `initReactor` and one `startExtraReactorThread`. @return 0.
@@ -106,16 +107,15 @@ public:
     void stopAndDeleteReactorThreads();
 
 private:
-    using Threads = ACE_Unbounded_Set<OSX_ReactorThread*>;
-
-    bool startThread(OSX_ReactorThread* aThread);
+    void create();
+    void discard();
     void markThreadsStopped();
     OSX_ReactorThread* takeThread();
     void keepThread(OSX_ReactorThread* aThread);
 
-    ACE_TP_Reactor* mImplementation;
+    osx::LoopReactor* mImplementation;
     ACE_Reactor* mReactor;
-    Threads mThreads;
+    OSX_ReactorThread* mThreads;
     osx::TimerQueue* mTimerQueue;
     std::mutex mMutex;
 };

@@ -10,7 +10,8 @@
 #include "ace/Reactor.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
-#include "osx/timerQueue.h"
+#include "reactor/LoopReactor.h"
+#include "reactor/TimerQueue.h"
 
 namespace {
 
@@ -21,6 +22,7 @@ public:
 };
 
 std::atomic<ACE_Reactor*> gOwnReactor{nullptr};
+std::atomic<osx::LoopReactor*> gOwnLoop{nullptr};
 std::atomic<osx::TimerQueue*> gOwnTimerQueue{nullptr};
 std::atomic<bool> gExiting{false};
 std::atomic<int> gServing{0};
@@ -77,6 +79,14 @@ private:
 };
 const ExitGuard gExitGuard;
 
+int serveOneOf(ACE_Reactor& aReactor, std::chrono::milliseconds aLimit) {
+    if (&aReactor == gOwnReactor) {
+        return gOwnLoop.load()->serveOne(aLimit);
+    }
+    ACE_Time_Value lLimit(aLimit);
+    return aReactor.handle_events(lLimit);
+}
+
 /// Called by the loop of `osxRunReactor` after each event. @return 0 to let the loop go on.
 int afterEvent(ACE_Reactor*) {
     Serving::parkAtExit();
@@ -105,7 +115,8 @@ ACE_Reactor* processReactor() {
     return installedReactor();
 }
 
-void setOwnReactor(ACE_Reactor* aReactor, TimerQueue* aTimerQueue) {
+void setOwnReactor(ACE_Reactor* aReactor, LoopReactor* aLoop, TimerQueue* aTimerQueue) {
+    gOwnLoop = aLoop;
     gOwnTimerQueue = aTimerQueue;
     gOwnReactor = aReactor;
 }
@@ -114,25 +125,24 @@ ACE_Reactor* ownReactor() {
     return gOwnReactor;
 }
 
+std::size_t descriptorLimit(ACE_Reactor& aReactor) {
+    return &aReactor == gOwnReactor ? ServedSet::kDescriptors : aReactor.size();
+}
+
 TimerQueue* ownTimerQueue(ACE_Reactor* aReactor) {
     TimerQueue* const lQueue = gOwnTimerQueue;
-    return aReactor == gOwnReactor && aReactor->timer_queue() == lQueue ? lQueue : nullptr;
+    const bool lIsOwn =
+        aReactor != nullptr && aReactor == gOwnReactor && aReactor->timer_queue() == lQueue;
+    return lIsOwn ? lQueue : nullptr;
 }
 
-/// Whoever waits for events holds the reactor's lock, and gives it up when it is asked for.
-void recomputeWait(ACE_Reactor* aReactor) {
-    aReactor->lock().acquire();
-    aReactor->lock().release();
-}
-
-bool serveOneEvent(const ACE_Time_Value& aLimit) {
+bool serveOneEvent(std::chrono::milliseconds aLimit) {
     const Serving lServing;
     ACE_Reactor* const lReactor = installedReactor();
     if (lReactor == nullptr) {
         return false;
     }
-    ACE_Time_Value lLimit(aLimit);
-    const int lResult = lReactor->handle_events(lLimit);
+    const int lResult = serveOneOf(*lReactor, aLimit);
     const bool lServed = lResult != -1 || errno == EINTR;
     Serving::parkAtExit();
     return lServed;

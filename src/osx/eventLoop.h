@@ -3,13 +3,16 @@
 #ifndef OSX_OSX_EVENTLOOP_H
 #define OSX_OSX_EVENTLOOP_H
 
+#include <chrono>
+#include <cstddef>
+
 #include "ace/Event_Handler.h"
 
 class ACE_Reactor;
-class ACE_Time_Value;
 
 namespace osx {
 
+class LoopReactor;
 class TimerQueue;
 
 /// @name Leaving the reactor without its calling `handle_close`
@@ -27,23 +30,22 @@ ACE_Reactor* installedReactor();
 ///         when memory is short.
 ACE_Reactor* processReactor();
 
-/// Makes the library's own reactor and its timer queue known to timers and to the clean-up at exit,
-/// which has to wake its threads; null when it goes.
-void setOwnReactor(ACE_Reactor* aReactor, TimerQueue* aTimerQueue);
+/// Makes the library's own reactor known, with the parts of it that are used directly, and to the
+/// clean-up at exit, which has to wake its threads; null when it goes.
+void setOwnReactor(ACE_Reactor* aReactor, LoopReactor* aLoop, TimerQueue* aTimerQueue);
 
 /// @return the library's own reactor if it has been installed.
 ACE_Reactor* ownReactor();
 
+/// @return the number from which on a reactor holds no descriptor.
+std::size_t descriptorLimit(ACE_Reactor& aReactor);
+
 /// @return the timer queue of a reactor if both are the library's own, else null.
 TimerQueue* ownTimerQueue(ACE_Reactor* aReactor);
 
-/// Makes a thread that waits for events of a reactor look for how long it may. Leaves nothing
-/// behind when nobody waits.
-void recomputeWait(ACE_Reactor* aReactor);
-
 /// Waits for one event of the process-wide reactor and serves it.
 /// @return false when there was nothing to wait on: no reactor, or one that has been stopped.
-bool serveOneEvent(const ACE_Time_Value& aLimit);
+bool serveOneEvent(std::chrono::milliseconds aLimit);
 
 /// Makes a thread that waits for events of a reactor look up. Never blocks.
 void wake(ACE_Reactor* aReactor);

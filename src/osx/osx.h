@@ -407,10 +407,15 @@ OSX_EXPORT unsigned long osxSocketRecv(void* aSocket, void* aBuf, unsigned long 
                                        unsigned long& aReceived);
 
 /// Closes a connection; its handle stays to be released.
+///
+/// The connection of a port is shut down at once, so that the peer sees its end, and closed by the
+/// thread that runs the event loop, after whatever callback of it is running: the closed-connection
+/// callback comes as at any other end.
 /// @return 0; -1 (with a line) for a null socket.
 OSX_EXPORT unsigned long osxCloseSocket(void* aSocket);
 
-/// Closes and frees a connection made by `osxOpenSocket` or `osxConnectByNumber`.
+/// Closes and frees a connection made by `osxOpenSocket` or `osxConnectByNumber`. For the
+/// connection of a port, which frees itself, it does what `osxCloseSocket` does.
 /// @param[in,out] aSocket set to null.
 /// @return 0; -1 (with a line) for a null socket.
 OSX_EXPORT unsigned long osxCloseSocketAndRelease(void*& aSocket);
@@ -444,9 +449,10 @@ OSX_EXPORT unsigned long osxGetHostname(ACE_String_Base<char>& aHost);
 /// A port accepts TCP connections and calls the application back, on whichever thread runs the
 /// event loop. Callbacks of one connection never overlap; those of different connections may.
 /// `aSocket` is valid from the new-connection callback until the closed-connection callback
-/// returns, and serves for `osxSocketSend`, `osxSocketRecv` and `osxGetPeername`; the library
-/// closes it. `aUserData` is the connection's own copy of the datum given to `osxRegisterPort`:
-/// what a callback stores there, the later callbacks of that connection see.
+/// returns, and serves for every call of a socket; the library closes it. A peer that has vanished
+/// without a word is noticed within a minute of silence. `aUserData` is the connection's own copy
+/// of the datum given to `osxRegisterPort`: what a callback stores there, the later callbacks of
+/// that connection see.
 /// @{
 
 /// A client has connected; called before any other callback of the connection.
@@ -471,8 +477,8 @@ typedef void (*osxClosedConnectionFnc_t)(void* aSocket, void*& aUserData);
 /// for bytes on their way the event loop has to run.
 ///
 /// When the process has no descriptor left, or none that the reactor can hold, the port refuses
-/// what connects, says so at a bounded rate, and goes on. When memory for a connection is short the
-/// port is closed (with a line); it still has to be unregistered.
+/// what connects, says so at a bounded rate, and goes on. When it has no memory for a connection it
+/// closes, says so, and stays closed: unregister it and register it anew.
 /// @param[out] aPort the port, to be given to `osxUnregisterPort` in the end.
 /// @param aPortnumber TCP port; only the low 16 bits count.
 /// @param aNewConnectionFnc may be null, as each of the callbacks.

@@ -10,9 +10,8 @@
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "osx/eventLoop.h"
-#include "osx/osx.h"
 #include "osx/peerWatch.h"
-#include "osx/threadPoolReactor.h"
+#include "osx/portConnections.h"
 
 using osx::DiagnosticLine;
 
@@ -26,9 +25,15 @@ osxHandlerCount osxDataHandler::mNrDestroyed;
 
 osxDataHandler::osxDataHandler(const ACE_SOCK_Stream& aStream, const ACE_INET_Addr& aPeer,
                                const osxPortCallbacks_t& aCallbacks)
-    : mPeer(aPeer), mCallbacks(aCallbacks), mDescriptor(aStream.get_handle()), mClosed(false) {
+    : mPeer(aPeer),
+      mCallbacks(aCallbacks),
+      mDescriptor(aStream.get_handle()),
+      mEnding(false),
+      mClosed(false),
+      mNext(nullptr) {
     mStream.set_handle(mDescriptor);
     add_reference();  // the handler's own, given up in handle_close
+    osx::enterConnection(*this);
     announce();
     const int lResult = registerWithReactor();
     if (lResult != 0) {
@@ -59,9 +64,13 @@ ACE_HANDLE osxDataHandler::get_handle() const {
 }
 
 int osxDataHandler::handle_input(ACE_HANDLE aHandle) {
-    int lResult = receive();
-    if (mStream.get_handle() == ACE_INVALID_HANDLE) {
-        lResult = -1;  // a callback has closed the socket
+    ssize_t lCame = 0;
+    int lResult = isOver() ? -1 : receive(lCame);
+    if (lCame == -1 && lResult == 0) {
+        DiagnosticLine(kModule).notice("Connection EWOULDBLOCK\n");
+    }
+    if (isOver()) {
+        lResult = -1;
     }
     if (lResult < 0) {
         handle_close(aHandle, ACE_Event_Handler::READ_MASK);
@@ -69,20 +78,65 @@ int osxDataHandler::handle_input(ACE_HANDLE aHandle) {
     return lResult;
 }
 
+/// A read that came short has emptied the socket, and what comes later is told of. Only the end of
+/// the stream, which may have been told of before, is not told of again.
+osx::Served::Outcome osxDataHandler::serve(bool aToTheEnd) {
+    ssize_t lCame = 0;
+    int lResult = 1;
+    while (lResult > 0) {
+        lResult = isOver() ? -1 : receive(lCame);
+    }
+    if (lResult < 0 || isOver()) {
+        handle_close(mDescriptor, ACE_Event_Handler::READ_MASK);
+        return kIdle;
+    }
+    const bool lMore = lCame == static_cast<ssize_t>(kChunkSize) || (aToTheEnd && lCame > 0);
+    return lMore ? kBusy : kIdle;
+}
+
+bool osxDataHandler::wantsFreshLook() const {
+    return mCallbacks.aDataAvailFnc != nullptr;
+}
+
+/// Called while the socket is certain not to be closed.
+void osxDataHandler::end() {
+    mEnding = true;
+    if (!hasLostDescriptor()) {
+        ::shutdown(mDescriptor, SHUT_RDWR);
+    }
+    askToBeServed();
+}
+
+/// A callback may also have closed the stream itself.
+bool osxDataHandler::isOver() const {
+    return mEnding || mStream.get_handle() == ACE_INVALID_HANDLE;
+}
+
+/// A descriptor that somebody closed behind the handler's back, and that is another connection's by
+/// now, is left to that one.
 int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
     if (mClosed.exchange(true)) {
         return 0;
     }
-    if (reactor() != nullptr) {
-        reactor()->remove_handler(mDescriptor, osx::kRemoveSilently);
+    leaveReactor();
+    if (hasLostDescriptor()) {
+        mStream.set_handle(ACE_INVALID_HANDLE);
     }
     DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_close: handle = %d\n", mDescriptor);
     if (mCallbacks.aClosedConnectionFnc != nullptr) {
         mCallbacks.aClosedConnectionFnc(&mStream, mCallbacks.aUserData);
     }
-    osxCloseSocket(&mStream);
+    osx::takeConnectionOut(*this);
+    osx::forgetPeer(mStream.get_handle());
+    mStream.close();
     remove_reference();
     return 0;
+}
+
+void osxDataHandler::leaveReactor() {
+    if (!leaveSet() && reactor() != nullptr && !isOfSet()) {
+        reactor()->remove_handler(mDescriptor, osx::kRemoveSilently);
+    }
 }
 
 void osxDataHandler::announce() {
@@ -101,7 +155,7 @@ void osxDataHandler::announce() {
 
 /// A callback that closed the socket has turned the client away: there is nothing to register.
 int osxDataHandler::registerWithReactor() {
-    if (mStream.get_handle() == ACE_INVALID_HANDLE) {
+    if (isOver()) {
         handle_close(mDescriptor, ACE_Event_Handler::READ_MASK);
         return 0;
     }
@@ -110,34 +164,35 @@ int osxDataHandler::registerWithReactor() {
         return -1;
     }
     removeStaleHandler();
-    if (mCallbacks.aDataAvailFnc != nullptr) {
-        osx::ThreadPoolReactor::askAnewFrom(*reactor());
-    }
     osx::watchPeer(*reactor(), mDescriptor);
     return reactor()->register_handler(mDescriptor, this, ACE_Event_Handler::READ_MASK);
 }
 
-/// The kernel has just given us the descriptor. A handler that the reactor still has for it belongs
-/// to a connection that the application closed behind the reactor's back.
+/// The kernel has just given us the descriptor. A handler that another reactor still has for it
+/// belongs to a connection that the application closed behind the reactor's back; the library's own
+/// looks for it by itself.
 void osxDataHandler::removeStaleHandler() {
+    if (osx::ownReactor() == reactor()) {
+        return;
+    }
     if (ACE_Event_Handler* const lStale = reactor()->find_handler(mDescriptor)) {
         reactor()->remove_handler(mDescriptor, ACE_Event_Handler::ALL_EVENTS_MASK);
         lStale->remove_reference();
     }
 }
 
-int osxDataHandler::receive() {
+/// @param[out] aCame what a read of the handler's own came to.
+int osxDataHandler::receive(ssize_t& aCame) {
     if (mCallbacks.aDataAvailFnc != nullptr) {
         return static_cast<int>(mCallbacks.aDataAvailFnc(&mStream, mCallbacks.aUserData));
     }
     std::array<unsigned char, kChunkSize> lChunk;
-    ssize_t lResult = -1;
     do {
-        lResult = ::recv(mDescriptor, lChunk.data(), lChunk.size(), MSG_DONTWAIT);
-    } while (lResult == -1 && errno == EINTR);
+        aCame = ::recv(mDescriptor, lChunk.data(), lChunk.size(), MSG_DONTWAIT);
+    } while (aCame == -1 && errno == EINTR);
     DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_input: handle = %d result=%d\n",
-                                  mDescriptor, lResult);
-    return received(lChunk.data(), lResult);
+                                  mDescriptor, aCame);
+    return received(lChunk.data(), aCame);
 }
 
 /// @param aResult of the read. @return whether to keep the connection (0) or not (-1).
@@ -147,11 +202,7 @@ int osxDataHandler::received(unsigned char* aData, ssize_t aResult) {
         return -1;
     }
     if (aResult == -1) {
-        if (errno != EWOULDBLOCK) {
-            return -1;
-        }
-        DiagnosticLine(kModule).notice("Connection EWOULDBLOCK\n");
-        return 0;
+        return errno == EWOULDBLOCK ? 0 : -1;
     }
     if (mCallbacks.aNewDataFnc != nullptr) {
         mCallbacks.aNewDataFnc(&mStream, mCallbacks.aUserData, aData,

@@ -38,7 +38,16 @@ public:
     using std::atomic<std::int32_t>::operator=;
 };
 
-/// The connection: reads, calls back, cleans up.
+class osxDataHandler;
+
+namespace osx {
+void enterConnection(osxDataHandler& aHandler);
+void takeConnectionOut(osxDataHandler& aHandler);
+bool endConnection(const void* aSocket);
+}  // namespace osx
+
+/// The connection: reads, calls back, cleans up. Only the handler closes its socket: who calls
+/// `osxCloseSocket` on it shuts it down and has the handler do so.
 class OSX_EXPORT osxDataHandler : public osxEventHandler {
 public:
     /// Handlers made and destroyed so far, for diagnostics.
@@ -70,18 +79,35 @@ public:
     /// @return 0.
     int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
 
+    /// What the library's own reactor calls in place of `handle_input`: a read of nothing, which
+    /// only the loop has caused, writes no line. @return whether there may be more to read.
+    Outcome serve(bool aToTheEnd) override;
+
+    /// @return whether a data-available callback reads, which relies on there being something.
+    bool wantsFreshLook() const override;
+
 private:
+    friend void osx::enterConnection(osxDataHandler& aHandler);
+    friend void osx::takeConnectionOut(osxDataHandler& aHandler);
+    friend bool osx::endConnection(const void* aSocket);
+
+    const void* socket() const { return &mStream; }
+    void end();
+    bool isOver() const;
     void announce();
     int registerWithReactor();
     void removeStaleHandler();
-    int receive();
+    void leaveReactor();
+    int receive(ssize_t& aCame);
     int received(unsigned char* aData, ssize_t aResult);
 
     ACE_SOCK_Stream mStream;
     ACE_INET_Addr mPeer;
     osxPortCallbacks_t mCallbacks;
     const ACE_HANDLE mDescriptor;
+    std::atomic<bool> mEnding;  ///< The application has closed it; the handler is about to.
     std::atomic<bool> mClosed;
+    osxDataHandler* mNext;  ///< Of those that `osx::endConnection` looks through.
 };
 
 #endif

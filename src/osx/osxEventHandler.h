@@ -5,13 +5,13 @@
 
 #include <atomic>
 
-#include "ace/Event_Handler.h"
 #include "base/osxExport.h"
+#include "reactor/Served.h"
 
 /// An event handler that lives as long as somebody holds a reference: whoever made it, the reactor
 /// while it is registered, and a thread that is dispatching it. So it may be taken out of the
 /// reactor on any thread while another one is calling it.
-class OSX_EXPORT osxEventHandler : public ACE_Event_Handler {
+class OSX_EXPORT osxEventHandler : public osx::Served {
 public:
     ~osxEventHandler() override;
 

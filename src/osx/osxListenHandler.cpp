@@ -91,7 +91,7 @@ osxListenHandler::~osxListenHandler() {
 void osxListenHandler::close() {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
-        reactor()->remove_handler(mAcceptor.get_handle(), osx::kRemoveSilently);
+        leaveReactor();
         reactor()->cancel_timer(this, osx::kDontCallHandleClose);
         closeAcceptor();
     }
@@ -108,7 +108,32 @@ int osxListenHandler::handle_input(ACE_HANDLE) {
         reportFailedAccept();
         return 0;
     }
-    return serve(lConnection, lPeer);
+    return begin(lConnection, lPeer);
+}
+
+osx::Served::Outcome osxListenHandler::serve(bool) {
+    ACE_INET_Addr lPeer;
+    const ACE_HANDLE lConnection = acceptConnection(lPeer);
+    if (lConnection == ACE_INVALID_HANDLE) {
+        const bool lNoneWaits = errno == EWOULDBLOCK;
+        reportFailedAccept();
+        return lNoneWaits ? kIdle : kBusy;
+    }
+    if (begin(lConnection, lPeer) == -1) {
+        leaveReactor();
+        handle_close(get_handle(), ACE_Event_Handler::ACCEPT_MASK);
+    }
+    return kBusy;
+}
+
+bool osxListenHandler::wantsFreshLook() const {
+    return false;
+}
+
+void osxListenHandler::leaveReactor() {
+    if (!leaveSet() && !isOfSet()) {
+        reactor()->remove_handler(mAcceptor.get_handle(), osx::kRemoveSilently);
+    }
 }
 
 int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
@@ -139,6 +164,8 @@ void osxListenHandler::openAcceptor() {
         osx::closeKeepingErrno(lSocket);
         return;
     }
+    // Accepted connections have the options of the socket that they were accepted on.
+    osx::prepareConnection(lSocket);
     mAcceptor.set_handle(lSocket);
     openSpare();
 }
@@ -166,7 +193,7 @@ ACE_HANDLE osxListenHandler::acceptConnection(ACE_INET_Addr& aPeer) {
         }
         return ACE_INVALID_HANDLE;
     }
-    if (static_cast<std::size_t>(lConnection) >= reactor()->size()) {
+    if (static_cast<std::size_t>(lConnection) >= osx::descriptorLimit(*reactor())) {
         ::close(lConnection);
         errno = EMFILE;
         return ACE_INVALID_HANDLE;
@@ -202,7 +229,7 @@ void osxListenHandler::openSpare() {
 
 void osxListenHandler::pause() {
     if (reactor()->schedule_timer(this, nullptr, pauseTime()) != -1) {
-        reactor()->remove_handler(mAcceptor.get_handle(), osx::kRemoveSilently);
+        leaveReactor();
     }
 }
 
@@ -228,8 +255,7 @@ bool osxListenHandler::mayReport() {
     return true;
 }
 
-int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) {
-    osx::prepareConnection(aConnection);
+int osxListenHandler::begin(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) {
     std::array<char, 16> lHost{};
     aPeer.get_host_addr(lHost.data(), static_cast<int>(lHost.size()));
     DiagnosticLine(kModule).notice("Remote connection from: %s:%d\n", lHost.data(),
@@ -238,10 +264,10 @@ int osxListenHandler::serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) 
         osx::allocate<osxDataHandler>(ACE_SOCK_Stream(aConnection), aPeer, mCallbacks);
     if (lDataHandler == nullptr) {
         osx::closeKeepingErrno(aConnection);
-        DiagnosticLine(kModule).failure(
-            LM_ERROR,
-            "%t osxListenHandler::handle_input: losxDataHandler == 0, port [%d] is closed \n",
-            mLocalAddress.get_port_number());
+        DiagnosticLine(kModule).failure(LM_ERROR,
+                                        "%t osxListenHandler::handle_input: no memory for a "
+                                        "connection, closing port [%d]\n",
+                                        mLocalAddress.get_port_number());
         return -1;
     }
     lDataHandler->remove_reference();

@@ -39,6 +39,13 @@ public:
     /// Listens again after a pause that a shortage of descriptors made necessary. @return 0.
     int handle_timeout(const ACE_Time_Value& aNow, const void* aAct) override;
 
+    /// What the library's own reactor calls in place of `handle_input`. @return whether another
+    /// connection may be waiting.
+    Outcome serve(bool aToTheEnd) override;
+
+    /// @return false: accepting waits for nothing.
+    bool wantsFreshLook() const override;
+
     /// The reactor gives the port up: closes it. Whoever registered the port still has to
     /// unregister it. @return 0.
     int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
@@ -54,7 +61,8 @@ private:
     void pause();
     void reportFailedAccept();
     bool mayReport();
-    int serve(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer);
+    int begin(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer);
+    void leaveReactor();
     void closeAcceptor();
 
     ACE_INET_Addr mLocalAddress;

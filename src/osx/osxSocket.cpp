@@ -13,7 +13,7 @@
 #include "base/diagnosticLine.h"
 #include "base/standardDescriptors.h"
 #include "osx/osx.h"
-#include "osx/peerWatch.h"
+#include "osx/portConnections.h"
 #include "osx/socketConnect.h"
 #include "osx/socketTransfer.h"
 
@@ -26,11 +26,6 @@ constexpr auto kFailed = static_cast<unsigned long>(-1);
 constexpr std::chrono::milliseconds kConnectLimit(100);
 constexpr std::size_t kAddressSize = 16;
 constexpr std::size_t kHostnameSize = 1024;
-
-void closeStream(ACE_SOCK_Stream& aStream) {
-    osx::forgetPeer(aStream.get_handle());
-    aStream.close();
-}
 
 unsigned long unableToConnect() {
     DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxOpenSocket: unable to connect \n");
@@ -155,7 +150,9 @@ unsigned long osxCloseSocket(void* aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
-    closeStream(*lSOCK_Stream);
+    if (!osx::endConnection(aSocket)) {
+        lSOCK_Stream->close();
+    }
     return 0;
 }
 
@@ -165,8 +162,10 @@ unsigned long osxCloseSocketAndRelease(void*& aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
-    closeStream(*lSOCK_Stream);
-    delete lSOCK_Stream;
+    if (!osx::endConnection(aSocket)) {
+        lSOCK_Stream->close();
+        delete lSOCK_Stream;
+    }
     aSocket = nullptr;
     return 0;
 }

@@ -1,12 +1,13 @@
 #include "osx/osxTimeoutHandler.h"
 
+#include <cstdint>
+
 #include "ace/Reactor.h"
 #include "base/NoCancellation.h"
-#include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
 #include "osx/eventLoop.h"
-#include "osx/timerSchedule.h"
+#include "reactor/TimerQueue.h"
 
 namespace {
 constexpr char kModule[] = "osxTimeoutHandler.cpp";
@@ -19,16 +20,19 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
       mFnc(aFunction),
       mDelay(aDelayMs),
       mInterval(aIntervalMs),
-      mTimerID(kNotScheduled),
-      mSchedule(osx::allocate<osx::TimerSchedule>(this, aFunction)) {
+      mTimerID(0),
+      mQueue(nullptr),
+      mReactor(osx::processReactor()),
+      mAsked(mReactor == nullptr ? kNotAtAll : kById) {
     const osx::NoCancellation lGuard;
     const ACE_Time_Value lDelay = osx::toTimeValue(mDelay);
-    ACE_Reactor* const lReactor = osx::processReactor();
-    if (mSchedule != nullptr && lReactor != nullptr) {
-        mTimerID = mSchedule->start(lReactor, aArgument, lDelay,
-                                    mInterval == 0 ? ACE_Time_Value::zero : lDelay);
-    }
-    if (mTimerID == kNotScheduled) {
+    const ACE_Time_Value lInterval = isPeriodic() ? lDelay : ACE_Time_Value::zero;
+    mQueue = osx::ownTimerQueue(mReactor);
+    const long lTimerID = mReactor == nullptr
+                              ? kNotScheduled
+                              : mReactor->schedule_timer(this, aArgument, lDelay, lInterval);
+    mTimerID = lTimerID;
+    if (lTimerID == kNotScheduled) {
         osx::DiagnosticLine(kModule).failure(
             LM_ERROR,
             "%t osxTimeoutHandler::osxTimeoutHandler: Unable to schedule_timer with the reactor\n");
@@ -37,22 +41,67 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
 
 osxTimeoutHandler::~osxTimeoutHandler() {
     const osx::NoCancellation lGuard;
-    if (mSchedule != nullptr) {
-        mSchedule->retire();
+    if (mQueue != nullptr) {
+        mQueue->retire(*this, mTimerID);
+    } else {
+        stop();
+    }
+    if (mReactor != osx::installedReactor()) {
+        reactor(nullptr);  // which may have gone: the base would ask it to drop notifications
     }
 }
 
+bool osxTimeoutHandler::isPeriodic() const {
+    return static_cast<std::int32_t>(mInterval) != 0;
+}
+
 int osxTimeoutHandler::handle_timeout(const ACE_Time_Value&, const void* aAct) {
-    osx::TimerSchedule::call(mFnc, aAct);
+    void (*const lFunction)(const void*) = mFnc;
+    if (mQueue == nullptr && !isPeriodic() && mAsked == kById) {
+        mAsked = kByHandler;
+    }
+    osx::TimerQueue::release(*this);
+    if (lFunction == nullptr) {
+        osx::DiagnosticLine(kModule).failure(LM_ERROR,
+                                             "%t osxTimeoutHandler::handle_timeout: mFnc == 0\n");
+        return 0;
+    }
+    lFunction(aAct);
     return 0;
 }
 
+int osxTimeoutHandler::handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) {
+    mAsked = kNotAtAll;
+    return ACE_Event_Handler::handle_close(aHandle, aMask);
+}
+
 int osxTimeoutHandler::cancel() {
-    const int lResult = mSchedule == nullptr ? 0 : mSchedule->cancel();
+    const int lResult = stop();
     if (lResult == -1) {
         osx::DiagnosticLine(kModule).failure(
             LM_ERROR, "%t osxTimeoutHandler::cancel: Unable to cancel_timer mTimerID[%d]\n",
             mTimerID);
+    }
+    return lResult;
+}
+
+int osxTimeoutHandler::stop() {
+    return mQueue != nullptr ? mQueue->stop(*this, mTimerID) : stopOnOtherReactor();
+}
+
+int osxTimeoutHandler::stopOnOtherReactor() {
+    if (mAsked == kByHandler) {
+        // It was called, by whomever. The reactor may have gone since, unless it is still in use.
+        return mReactor == osx::installedReactor()
+                   ? mReactor->cancel_timer(this, osx::kDontCallHandleClose)
+                   : 0;
+    }
+    if (mAsked == kNotAtAll) {
+        return 0;
+    }
+    const int lResult = mReactor->cancel_timer(mTimerID, nullptr, osx::kDontCallHandleClose);
+    if (lResult != -1) {
+        mAsked = kNotAtAll;
     }
     return lResult;
 }

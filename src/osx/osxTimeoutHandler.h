@@ -3,15 +3,22 @@
 #ifndef OSX_OSX_OSXTIMEOUTHANDLER_H
 #define OSX_OSX_OSXTIMEOUTHANDLER_H
 
+#include <atomic>
+
 #include "ace/Event_Handler.h"
 #include "base/osxExport.h"
 
+class ACE_Reactor;
+
 namespace osx {
-class TimerSchedule;
+class TimerQueue;
 }
 
 /// A timer, from its construction to its destruction. See `osxCreateTimer` for what the arguments
 /// mean, and for threads.
+///
+/// It is itself the handler that the reactor has for the timer: a class derived from it may
+/// override `handle_timeout`, and `ACE_Reactor::cancel_timer` with the object stops it.
 class OSX_EXPORT osxTimeoutHandler : public ACE_Event_Handler {
 public:
     /// Schedules the timer. When that fails a line says so, and the timer never fires.
@@ -19,8 +26,10 @@ public:
     osxTimeoutHandler(void (*aFunction)(const void*), void* aArgument, long aDelayMs,
                       long aIntervalMs);
 
-    /// Cancels the timer. No callback begins after it; one that is under way on another thread is
-    /// waited for, for at most 250 ms, so that what it uses can be freed.
+    /// Cancels the timer. On the library's own reactor no callback begins after it; one that is
+    /// under way on another thread is waited for, for at most 250 ms, so that what it uses can be
+    /// freed. For a class that overrides `handle_timeout` it comes too late, after that class's own
+    /// members have gone: let such a class cancel, and see to it that no call is under way.
     ~osxTimeoutHandler() override;
 
     osxTimeoutHandler(const osxTimeoutHandler&) = delete;
@@ -30,16 +39,29 @@ public:
     /// @return 0 always.
     int handle_timeout(const ACE_Time_Value& aNow, const void* aAct) override;
 
+    /// Said by a reactor that goes, which is not asked any more. @return -1, as the base's.
+    int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
+
     /// Stops the timer for good.
     /// @return 1 if a timer was stopped, 0 if there was none to stop, -1 on failure (with a line).
     int cancel();
 
 private:
+    /// What a reactor that is not the library's may be asked: the id of a timer that has fired for
+    /// the last time may be another's by now.
+    enum Asked { kById, kByHandler, kNotAtAll };
+
+    bool isPeriodic() const;
+    int stop();
+    int stopOnOtherReactor();
+
     void (*mFnc)(const void*);
     long mDelay;
     long mInterval;
     long mTimerID;
-    osx::TimerSchedule* mSchedule;
+    osx::TimerQueue* mQueue;  ///< The library's; null for a timer of another reactor.
+    ACE_Reactor* mReactor;    ///< The one that the timer was made on.
+    std::atomic<Asked> mAsked;
 };
 
 #endif

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,6 +26,7 @@
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
+#include "support/TcpPeer.h"
 #include "support/cancellation.h"
 #include "support/waitUntil.h"
 
@@ -350,18 +353,59 @@ TEST(Reactor, DestroyingOneStopsItsThreadsAndUninstallsIt) {
     osxDestroyTimer(lTimer);
 }
 
-/// The one allocation that succeeds is that of the thread set, which ACE cannot do without.
 TEST(Reactor, ThatCannotBeAllocatedServesNothing) {
     errno = 0;
-    const test::FailingAllocator lNoMemory(1);
+    const test::FailingAllocator lNoMemory;
     OSX_Reactor lReactor;
     EXPECT_EQ(ENOMEM, errno);
-    EXPECT_EQ(0, lReactor.startReactor());
+    lReactor.initReactor();
     EXPECT_EQ(0, osxRunReactor());
 }
 
+TEST(Reactor, ThatCouldNotBeAllocatedIsTriedAgain) {
+    for (int lAllowed = 0; lAllowed < 2; ++lAllowed) {
+        std::unique_ptr<OSX_Reactor> lReactor;
+        int lFailures = 0;
+        {
+            const test::FailingAllocator lNoMemory(lAllowed + 1, true);
+            lReactor = std::make_unique<OSX_Reactor>();
+            lFailures = lNoMemory.failures();
+        }
+        lReactor->startReactor();
+        test::Counter lCounter;
+        void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+        EXPECT_TRUE(lCounter.waitFor(1)) << lAllowed << ' ' << lFailures;
+        osxDestroyTimer(lTimer);
+    }
+}
+
+/// The limit that cannot be raised again counts, for ACE raises the other one.
+TEST(Reactor, WithoutADescriptorForItIsTriedAgainByTheNextUse) {
+    const test::LogCapture lLog;
+    std::vector<test::Descriptor> lTaken;
+    for (int lOne = 0; lOne < 16; ++lOne) {
+        lTaken.emplace_back(::fcntl(0, F_DUPFD_CLOEXEC, 0));
+    }
+    const auto lLimit = static_cast<rlim_t>(lTaken.back().get() + 1);
+    const rlimit lLimits{lLimit, lLimit};
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &lLimits));
+    OSX_Reactor lReactor;
+    EXPECT_EQ(EMFILE, errno);
+    lReactor.startReactor();
+    EXPECT_EQ(0, osxRunReactor());
+    test::Counter lCounter;
+    void* lNoTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    lTaken.clear();
+    lReactor.initReactor();
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    EXPECT_TRUE(lCounter.waitFor(1));
+    osxDestroyTimer(lTimer);
+    osxDestroyTimer(lNoTimer);
+}
+
 namespace {
-constexpr char kNoThread[] = " OSX_Reactor::startExtraReactorThread: unable to start a thread \n";
+constexpr char kNoThread[] =
+    " OSX_Reactor::startExtraReactorThread: unable to start a reactor thread\n";
 }
 
 TEST(Reactor, SaysThatAThreadCannotBeAllocated) {
@@ -402,6 +446,49 @@ TEST(ReactorThread, RunsFromInitToStop) {
         EXPECT_EQ(0, lThread.wait());
     }
     osxDestroyTimer(lTimer);
+}
+
+TEST(ReactorThread, ThatRunsAlreadyGoesOn) {
+    test::RunningReactor::reactor().initReactor();
+    OSX_ReactorThread lThread;
+    EXPECT_EQ(0, lThread.init());
+    EXPECT_EQ(1, lThread.init());
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 10, 1);
+    EXPECT_TRUE(lCounter.waitFor(2));
+    EXPECT_EQ(1, lThread.init());
+    EXPECT_TRUE(lCounter.waitFor(lCounter.value() + 2));
+    lThread.stopRunning();
+    EXPECT_EQ(0, lThread.wait());
+    osxDestroyTimer(lTimer);
+}
+
+/// Runs the body on a thread of the test's own, and stops it once it has served something.
+TEST(ReactorThread, ItsBodyRunsAgainAfterAStop) {
+    test::RunningReactor::reactor().initReactor();
+    OSX_ReactorThread lThread;
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
+    lThread.stopRunning();
+    for (int lRound = 0; lRound < 3; ++lRound) {
+        const int lBefore = lCounter.value();
+        std::future<int> lResult =
+            std::async(std::launch::async, [&lThread] { return lThread.svc(); });
+        EXPECT_TRUE(lCounter.waitFor(lBefore + 2)) << lRound;
+        lThread.stopRunning();
+        EXPECT_EQ(0, lResult.get());
+    }
+    osxDestroyTimer(lTimer);
+}
+
+TEST(ReactorThread, AStopBeforeItsFirstStepWins) {
+    test::RunningReactor::reactor().initReactor();
+    for (int lRound = 0; lRound < 200; ++lRound) {
+        OSX_ReactorThread lThread;
+        lThread.init();
+        lThread.stopRunning();
+        EXPECT_EQ(0, lThread.wait());
+    }
 }
 
 TEST(ReactorThread, NoticesAStopWithoutBeingWoken) {

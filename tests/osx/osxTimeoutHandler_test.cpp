@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -346,20 +347,158 @@ class OwnKindOfReactor : public ACE_Reactor {
 public:
     static constexpr long kTimerID = 4711;
 
-    long schedule_timer(ACE_Event_Handler*, const void*, const ACE_Time_Value&,
+    explicit OwnKindOfReactor(long aTimerID = kTimerID) : mTimerID(aTimerID) {}
+
+    long schedule_timer(ACE_Event_Handler* aHandler, const void*, const ACE_Time_Value&,
                         const ACE_Time_Value&) override {
-        return kTimerID;
+        mScheduled = aHandler;
+        return mTimerID;
     }
     using ACE_Reactor::cancel_timer;
     int cancel_timer(long aTimerID, const void**, int) override {
-        mCancelled = aTimerID;
+        mCancelled.push_back(aTimerID);
         return -1;
     }
 
-    long mCancelled = 0;
+    const long mTimerID;
+    const ACE_Event_Handler* mScheduled = nullptr;
+    std::vector<long> mCancelled;
 };
 
+/// A timer of an application's own kind.
+class OwnKindOfTimer : public osxTimeoutHandler {
+public:
+    OwnKindOfTimer(test::Counter& aOverridden, test::Counter& aFunction, long aDelayMs)
+        : osxTimeoutHandler(&test::count, &aFunction, aDelayMs, 1), mOverridden(aOverridden) {}
+    ~OwnKindOfTimer() override { cancel(); }
+    OwnKindOfTimer(const OwnKindOfTimer&) = delete;
+    OwnKindOfTimer& operator=(const OwnKindOfTimer&) = delete;
+
+    int handle_timeout(const ACE_Time_Value&, const void*) override {
+        mOverridden.add();
+        return 0;
+    }
+
+private:
+    test::Counter& mOverridden;
+};
+
+/// The library's own reactor, and one of ACE's, in turn.
+template <class Test>
+void onEachReactor(Test aTest) {
+    test::RunningReactor::reactor().initReactor();
+    aTest();
+    ACE_Reactor lPlain;
+    ACE_Reactor* const lFormer = ACE_Reactor::instance(&lPlain);
+    aTest();
+    ACE_Reactor::instance(lFormer);
+}
+
 }  // namespace
+
+TEST(Timer, IsItselfTheHandlerThatTheReactorIsGiven) {
+    OwnKindOfReactor lReactor;
+    ACE_Reactor* const lFormer = ACE_Reactor::instance(&lReactor);
+    {
+        const osxTimeoutHandler lTimer(&test::count, nullptr, 3600000, 0);
+        EXPECT_EQ(&lTimer, lReactor.mScheduled);
+    }
+    ACE_Reactor::instance(lFormer);
+}
+
+TEST(Timer, OfADerivedClassCallsTheOverride) {
+    onEachReactor([] {
+        test::Counter lOverridden;
+        test::Counter lFunction;
+        const OwnKindOfTimer lTimer(lOverridden, lFunction, 1);
+        while (lOverridden.value() < 2) {
+            serveFor(milliseconds(1));
+        }
+        EXPECT_EQ(0, lFunction.value());
+    });
+}
+
+TEST(Timer, IsCancelledByTheReactorAsAHandler) {
+    onEachReactor([] {
+        test::Counter lCounter;
+        osxTimeoutHandler lTimer(&test::count, &lCounter, 1, 1);
+        EXPECT_EQ(1, ACE_Reactor::instance()->cancel_timer(&lTimer));
+        serveFor(milliseconds(20));
+        EXPECT_EQ(0, lCounter.value());
+        EXPECT_EQ(0, lTimer.cancel());
+    });
+}
+
+TEST(Timer, AsksTheReactorAlsoWhenItCouldNotBeScheduled) {
+    const test::LogCapture lLog;
+    OwnKindOfReactor lReactor(-1);
+    ACE_Reactor* const lFormer = ACE_Reactor::instance(&lReactor);
+    {
+        osxTimeoutHandler lTimer(&test::count, nullptr, 3600000, 0);
+        EXPECT_EQ(-1, lTimer.cancel());
+    }
+    ACE_Reactor::instance(lFormer);
+    EXPECT_THAT(lReactor.mCancelled, ElementsAre(-1, -1));
+    EXPECT_THAT(lLog.texts(),
+                ElementsAre(kNotScheduled,
+                            "%t osxTimeoutHandler::cancel: Unable to cancel_timer mTimerID[-1]\n"));
+}
+
+/// Calling the handler oneself is not a firing of its timer.
+TEST(Timer, OfAnotherReactorIsStoppedThoughItsHandlerWasCalledByHand) {
+    test::Counter lCounter;
+    test::Counter lByHand;
+    ACE_Reactor lPlain;
+    ACE_Reactor* const lFormer = ACE_Reactor::instance(&lPlain);
+    {
+        osxTimeoutHandler lTimer(&test::count, &lCounter, 1, 0);
+        lTimer.handle_timeout(ACE_Time_Value::zero, &lByHand);
+    }
+    serveFor(milliseconds(20));
+    ACE_Reactor::instance(lFormer);
+    EXPECT_EQ(1, lByHand.value());
+    EXPECT_EQ(0, lCounter.value());
+}
+
+TEST(Timer, OfAnotherReactorMayBeDestroyedAfterThatOneWhenItHasFired) {
+    test::Counter lCounter;
+    auto lReactor = std::make_unique<ACE_Reactor>();
+    ACE_Reactor* const lFormer = ACE_Reactor::instance(lReactor.get());
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    serveFor(milliseconds(20));
+    ACE_Reactor::instance(lFormer);
+    lReactor.reset();
+    EXPECT_EQ(1, lCounter.value());
+    EXPECT_EQ(0, osxCancelTimer(lTimer));
+    osxDestroyTimer(lTimer);
+}
+
+TEST(Timer, OutlivesTheLibrarysReactorItWasMadeOn) {
+    test::Counter lCounter;
+    auto lReactor = std::make_unique<OSX_Reactor>();
+    lReactor->initReactor();
+    void* lFired = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    void* lPending = osxCreateTimer(&test::count, &lCounter, 3600000, 1);
+    while (lCounter.value() == 0) {
+        serveFor(milliseconds(1));
+    }
+    lReactor.reset();
+    for (void*& lTimer : {std::ref(lFired), std::ref(lPending)}) {
+        EXPECT_EQ(0, osxCancelTimer(lTimer));
+        osxDestroyTimer(lTimer);
+    }
+}
+
+#if LONG_MAX > INT_MAX
+TEST(Timer, OnlyTheLow32BitsOfTheIntervalCount) {
+    const test::RunningReactor lLoop;
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1L << 32);
+    EXPECT_TRUE(lCounter.waitFor(1));
+    EXPECT_FALSE(lCounter.waitFor(2, milliseconds(50)));
+    osxDestroyTimer(lTimer);
+}
+#endif
 
 TEST(Timer, ThatCannotBeCancelledWritesALineWithItsId) {
     test::Counter lCounter;
@@ -369,7 +508,7 @@ TEST(Timer, ThatCannotBeCancelledWritesALineWithItsId) {
     ACE_Reactor::instance(lFormer);
     const test::LogCapture lLog;
     EXPECT_EQ(-1, osxCancelTimer(lTimer));
-    EXPECT_EQ(OwnKindOfReactor::kTimerID, lReactor.mCancelled);
+    EXPECT_THAT(lReactor.mCancelled, ElementsAre(OwnKindOfReactor::kTimerID));
     ASSERT_THAT(
         lLog.texts(),
         ElementsAre("%t osxTimeoutHandler::cancel: Unable to cancel_timer mTimerID[4711]\n"));

@@ -197,6 +197,141 @@ TEST(TimerQueue, ShortMemoryLeavesEachTimerEitherScheduledOrReported) {
 
 namespace {
 
+/// Notes the order in which timers fire.
+class InOrder : public ACE_Event_Handler {
+public:
+    int handle_timeout(const ACE_Time_Value&, const void* aAct) override {
+        mFired.push_back(static_cast<const int*>(aAct));
+        return 0;
+    }
+    std::vector<const int*> mFired;
+};
+
+}  // namespace
+
+/// A queue large enough for several levels, changed in the middle, and with times that many share.
+TEST(TimerQueue, FiresInTheOrderOfTimeAndThenOfMaking) {
+    test::RunningReactor::reactor().initReactor();
+    ACE_Timer_Queue& lQueue = *ACE_Reactor::instance()->timer_queue();
+    constexpr int kTimers = 500;
+    InOrder lHandler;
+    std::vector<int> lTimes(kTimers);
+    std::vector<long> lIDs;
+    std::minstd_rand lRandom(1);
+    for (int& lTime : lTimes) {
+        lTime = static_cast<int>(lRandom() % 50);
+        lIDs.push_back(lQueue.schedule(&lHandler, &lTime, ACE_Time_Value(lTime)));
+    }
+    std::vector<const int*> lExpected;
+    for (std::size_t lTimer = 0; lTimer < lTimes.size(); ++lTimer) {
+        if (lTimer % 3 == 0) {
+            const void* lAct = nullptr;
+            EXPECT_EQ(1, lQueue.cancel(lIDs[lTimer], &lAct));
+            EXPECT_EQ(&lTimes[lTimer], lAct);
+            EXPECT_EQ(0, lQueue.cancel(lIDs[lTimer]));
+        } else {
+            lExpected.push_back(&lTimes[lTimer]);
+        }
+    }
+    std::stable_sort(lExpected.begin(), lExpected.end(),
+                     [](const int* aOne, const int* aOther) { return *aOne < *aOther; });
+    EXPECT_EQ(static_cast<int>(lExpected.size()), lQueue.expire(ACE_Time_Value(50)));
+    EXPECT_EQ(lExpected, lHandler.mFired);
+    EXPECT_TRUE(lQueue.is_empty());
+}
+
+TEST(TimerQueue, TakesOutAllTimersOfAHandlerAndNoOthers) {
+    test::RunningReactor::reactor().initReactor();
+    ACE_Timer_Queue& lQueue = *ACE_Reactor::instance()->timer_queue();
+    constexpr int kTimers = 300;
+    InOrder lOne;
+    InOrder lOther;
+    std::minstd_rand lRandom(1);
+    for (int lTimer = 0; lTimer < kTimers; ++lTimer) {
+        lQueue.schedule(&lOne, nullptr, ACE_Time_Value(static_cast<time_t>(lRandom() % 50)));
+        lQueue.schedule(&lOther, nullptr, ACE_Time_Value(static_cast<time_t>(lRandom() % 50)));
+    }
+    EXPECT_EQ(kTimers, lQueue.cancel(&lOne));
+    EXPECT_EQ(0, lQueue.cancel(&lOne));
+    EXPECT_EQ(kTimers, lQueue.expire(ACE_Time_Value(50)));
+    EXPECT_TRUE(lOne.mFired.empty());
+}
+
+TEST(TimerQueue, ShowsWhatIsPendingThroughAcesInterface) {
+    test::RunningReactor::reactor().initReactor();
+    ACE_Timer_Queue& lQueue = *ACE_Reactor::instance()->timer_queue();
+    EXPECT_EQ(nullptr, lQueue.get_first());
+    EXPECT_EQ(nullptr, lQueue.remove_first());
+    EXPECT_EQ(nullptr, lQueue.calculate_timeout(nullptr));
+    InOrder lHandler;
+    const ACE_Time_Value lFirst(100);
+    lQueue.schedule(&lHandler, nullptr, ACE_Time_Value(200));
+    const long lTimerID = lQueue.schedule(&lHandler, nullptr, lFirst);
+    EXPECT_EQ(lFirst, lQueue.earliest_time());
+    EXPECT_EQ(lTimerID, lQueue.get_first()->get_timer_id());
+    int lSeen = 0;
+    for (auto& lIterator = lQueue.iter(); !lIterator.isdone(); lIterator.next()) {
+        EXPECT_EQ(&lHandler, lIterator.item()->get_type());
+        ++lSeen;
+    }
+    EXPECT_EQ(2, lSeen);
+    EXPECT_EQ(0, lQueue.reset_interval(lTimerID, ACE_Time_Value(7)));
+    EXPECT_EQ(ACE_Time_Value(7), lQueue.remove_first()->get_interval());
+    EXPECT_EQ(-1, lQueue.reset_interval(lTimerID, ACE_Time_Value(7)));
+    EXPECT_EQ(-1, lQueue.reset_interval(-1, ACE_Time_Value(7)));
+    ACE_Time_Value lMax(5);
+    EXPECT_GE(lMax, *lQueue.calculate_timeout(&lMax));
+    EXPECT_EQ(1, lQueue.cancel(&lHandler));
+}
+
+namespace {
+
+/// A handler that stops its timer by its result, or ends in an exception.
+class Ending : public ACE_Event_Handler {
+public:
+    int handle_timeout(const ACE_Time_Value&, const void* aThrow) override {
+        if (aThrow != nullptr) {
+            throw 1;
+        }
+        return -1;
+    }
+    int handle_close(ACE_HANDLE, ACE_Reactor_Mask aMask) override {
+        EXPECT_EQ(TIMER_MASK, aMask);
+        ++mClosed;
+        return 0;
+    }
+    int mClosed = 0;
+};
+
+}  // namespace
+
+TEST(TimerQueue, AHandlerThatReturnsMinusOneIsClosedAndNotCalledAgain) {
+    test::RunningReactor::reactor().initReactor();
+    ACE_Timer_Queue& lQueue = *ACE_Reactor::instance()->timer_queue();
+    Ending lHandler;
+    lQueue.schedule(&lHandler, nullptr, ACE_Time_Value(1), ACE_Time_Value(1));
+    EXPECT_EQ(1, lQueue.expire(ACE_Time_Value(1)));
+    EXPECT_EQ(1, lHandler.mClosed);
+    EXPECT_TRUE(lQueue.is_empty());
+}
+
+TEST(TimerQueue, ACallThatIsLeftByAnExceptionIsOver) {
+    test::RunningReactor::reactor().initReactor();
+    ACE_Timer_Queue& lQueue = *ACE_Reactor::instance()->timer_queue();
+    Ending lHandler;
+    lQueue.schedule(&lHandler, &lHandler, ACE_Time_Value(1));
+    EXPECT_THROW(lQueue.expire(ACE_Time_Value(1)), int);
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    while (lQueue.expire() == 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(1, lCounter.value());
+    osxDestroyTimer(lTimer);
+}
+
+namespace {
+
 /// A handler of the application's own, which goes when its timer does.
 class OwnHandler : public ACE_Event_Handler {
 public:

@@ -1,0 +1,122 @@
+/// @file
+/// The library's own reactor. Internal.
+#ifndef OSX_REACTOR_LOOPREACTOR_H
+#define OSX_REACTOR_LOOPREACTOR_H
+
+#include <sys/epoll.h>
+
+#include <atomic>
+#include <chrono>
+
+#include "ace/TP_Reactor.h"
+#include "reactor/LoopTimer.h"
+#include "reactor/ReadyQueue.h"
+#include "reactor/ServedSet.h"
+
+namespace osx {
+
+class TimerQueue;
+
+/// ACE's thread-pool reactor, which serves the library's own handlers, `Served`, in a way of its
+/// own: without ACE's limit on descriptors, and without a token that threads hand on.
+///
+/// - **While there are only those**, each thread waits in the kernel's event poll for itself. The
+/// poll
+///   has the handlers' descriptors, the timers' (`LoopTimer`), ACE's notification pipe and a
+///   descriptor that wakes a sleeper.
+/// - **Once the application has a handler of its own**, threads go through ACE's loop, where the
+/// poll
+///   is one descriptor among the application's, served by the `Gate`.
+///
+/// The gate is registered all the time, so that ACE's `work_pending`, and a thread that went into
+/// ACE's loop and sleeps there, see what the poll has.
+class LoopReactor : public ACE_TP_Reactor {
+public:
+    explicit LoopReactor(TimerQueue& aTimers);
+    ~LoopReactor() override;
+
+    LoopReactor(const LoopReactor&) = delete;
+    LoopReactor& operator=(const LoopReactor&) = delete;
+
+    /// @return whether the construction succeeded.
+    bool usable();
+
+    /// Waits for one event and serves it. May come back early, for nothing.
+    /// @return 1; 0 when nothing was served; -1 on failure, and when the loop has been ended.
+    int serveOne(std::chrono::milliseconds aLimit);
+
+    /// @name ACE's interface
+    /// @{
+    int handle_events(ACE_Time_Value* aLimit = nullptr) override;
+    int handle_events(ACE_Time_Value& aLimit) override;
+    long schedule_timer(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aDelay,
+                        const ACE_Time_Value& aInterval) override;
+    int reset_timer_interval(long aTimerID, const ACE_Time_Value& aInterval) override;
+    int cancel_timer(ACE_Event_Handler* aHandler, int aDontCallHandleClose) override;
+    int cancel_timer(long aTimerID, const void** aAct, int aDontCallHandleClose) override;
+    int timer_queue(ACE_Timer_Queue* aQueue) override;
+    ACE_Timer_Queue* timer_queue() const override;
+    using ACE_TP_Reactor::mask_ops;
+    int mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override;
+    int suspend_handlers() override;
+    int resume_handlers() override;
+    int work_pending(const ACE_Time_Value& aLimit) override;
+    int close() override;
+    /// @}
+
+protected:
+    using ACE_TP_Reactor::register_handler_i;
+    using ACE_TP_Reactor::remove_handler_i;
+    int register_handler_i(ACE_HANDLE aHandle, ACE_Event_Handler* aHandler,
+                           ACE_Reactor_Mask aMask) override;
+    int remove_handler_i(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
+    ACE_Event_Handler* find_handler_i(ACE_HANDLE aHandle) override;
+    int handler_i(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask,
+                  ACE_Event_Handler** aHandler) override;
+    int suspend_i(ACE_HANDLE aHandle) override;
+    int resume_i(ACE_HANDLE aHandle) override;
+    int is_suspended_i(ACE_HANDLE aHandle) override;
+
+private:
+    /// The event poll as a handler of ACE's loop. It takes an event, has itself waited for again by
+    /// the other threads, and then serves what it took.
+    class Gate : public ACE_Event_Handler {
+    public:
+        explicit Gate(LoopReactor& aLoop) : mLoop(aLoop) {}
+        int handle_input(ACE_HANDLE aHandle) override;
+        int resume_handler() override { return ACE_APPLICATION_RESUMES_HANDLER; }
+
+    private:
+        LoopReactor& mLoop;
+    };
+
+    /// What a wait came to.
+    enum Waited { kServed, kNothing, kFailed };
+
+    bool open();
+    void chooseMode();
+    int attempt(int aLimitMs, Waited& aWaited);
+    bool serveReady(Waited& aWaited);
+    int wait(epoll_event* aEvents, int aLimitMs);
+    Waited serveAll(epoll_event* aEvents, int aCount);
+    Waited serve(const epoll_event& aEvent);
+    bool serveTimer();
+    bool serveNotification();
+    void wakeOne() const;
+    void passOn() const;
+
+    TimerQueue& mTimers;
+    ServedSet mSet;
+    LoopTimer mTimer;
+    const int mWake;
+    Gate mGate;
+    ReadyQueue mReady;
+    std::atomic<bool> mThroughAce;  ///< Whether the application has handlers of its own.
+    std::atomic<int> mSleepers;     ///< Threads that wait in the poll, or are about to.
+    std::atomic<int> mInside;
+    bool mClosed;
+};
+
+}  // namespace osx
+
+#endif

@@ -1,0 +1,26 @@
+#include "reactor/Served.h"
+
+#include "reactor/ServedSet.h"
+
+namespace osx {
+
+Served::Served() = default;
+
+Served::~Served() = default;
+
+bool Served::leaveSet() {
+    ServedSet* const lSet = mSet;
+    return lSet != nullptr && lSet->remove(*this);
+}
+
+void Served::askToBeServed() {
+    if (ServedSet* const lSet = mSet) {
+        lSet->rouse(*this);
+    }
+}
+
+bool Served::hasLostDescriptor() const {
+    return mLeft == kToCloseWithoutDescriptor;
+}
+
+}  // namespace osx

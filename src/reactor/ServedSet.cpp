@@ -1,0 +1,302 @@
+#include "reactor/ServedSet.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "base/allocate.h"
+#include "reactor/Served.h"
+
+namespace osx {
+
+namespace {
+
+constexpr std::uint64_t kPresent = 1;
+constexpr std::uint64_t kServing = 2;
+constexpr std::uint64_t kAgain = 4;  ///< An event came while it was being served.
+constexpr std::uint64_t kEnded = 8;  ///< The other side has ended: it stays so.
+constexpr std::uint64_t kSuspended = 16;
+constexpr unsigned int kGenerationShift = 32;
+
+/// Portions that one gets before it is the others' turn.
+constexpr int kPortions = 16;
+
+std::uint32_t generationOf(std::uint64_t aWord) {
+    return static_cast<std::uint32_t>(aWord >> kGenerationShift);
+}
+
+std::uint64_t withGeneration(std::uint32_t aGeneration) {
+    return static_cast<std::uint64_t>(aGeneration) << kGenerationShift;
+}
+
+bool is(std::uint64_t aWord, std::uint64_t aState) {
+    return (aWord & aState) != 0;
+}
+
+}  // namespace
+
+ServedSet::ServedSet() : mPoll(::epoll_create1(EPOLL_CLOEXEC)) {}
+
+ServedSet::~ServedSet() {
+    close();
+    for (std::atomic<Chunk*>& lChunk : mChunks) {
+        delete lChunk.load();
+    }
+    if (mPoll != -1) {
+        ::close(mPoll);
+    }
+}
+
+int ServedSet::addTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const {
+    epoll_event lEvent{};
+    lEvent.events = aEvents;
+    lEvent.data.u64 = aTag;
+    return ::epoll_ctl(mPoll, EPOLL_CTL_ADD, aDescriptor, &lEvent);
+}
+
+ServedSet::Slot* ServedSet::slot(ACE_HANDLE aHandle) const {
+    const auto lIndex = static_cast<std::size_t>(aHandle);
+    if (aHandle < 0 || lIndex >= kDescriptors) {
+        return nullptr;
+    }
+    Chunk* const lChunk = mChunks[lIndex / kChunk].load(std::memory_order_acquire);
+    return lChunk == nullptr ? nullptr : &lChunk->slots[lIndex % kChunk];
+}
+
+ServedSet::Slot* ServedSet::makeSlot(ACE_HANDLE aHandle) {
+    const auto lIndex = static_cast<std::size_t>(aHandle);
+    if (aHandle < 0 || lIndex >= kDescriptors) {
+        errno = aHandle < 0 ? EBADF : EMFILE;
+        return nullptr;
+    }
+    std::atomic<Chunk*>& lChunk = mChunks[lIndex / kChunk];
+    if (lChunk.load(std::memory_order_relaxed) == nullptr) {
+        lChunk.store(allocate<Chunk>(), std::memory_order_release);
+    }
+    return slot(aHandle);
+}
+
+template <class Function>
+void ServedSet::forEachPresent(Function aFunction) {
+    for (std::size_t lIndex = 0; lIndex < kDescriptors; ++lIndex) {
+        if (mChunks[lIndex / kChunk].load(std::memory_order_acquire) == nullptr) {
+            lIndex += kChunk - 1;
+            continue;
+        }
+        const auto lHandle = static_cast<ACE_HANDLE>(lIndex);
+        if (has(lHandle)) {
+            aFunction(lHandle);
+        }
+    }
+}
+
+/// What is suspended is still told that its other side has ended, which nobody listens to.
+int ServedSet::tell(int aOperation, ACE_HANDLE aHandle, Word aWord, const Served& aHandler) const {
+    epoll_event lEvent{};
+    lEvent.data.u64 = withGeneration(generationOf(aWord)) | static_cast<std::uint32_t>(aHandle);
+    lEvent.events = aHandler.wantsFreshLook() ? EPOLLONESHOT : EPOLLET;
+    if (!is(aWord, kSuspended)) {
+        lEvent.events |= EPOLLIN | EPOLLRDHUP;
+    }
+    return ::epoll_ctl(mPoll, aOperation, aHandle, &lEvent);
+}
+
+/// The slot is ready before the kernel knows of it: an event may come at once, on another thread.
+int ServedSet::add(ACE_HANDLE aHandle, Served& aHandler) {
+    while (takeOut(aHandle, nullptr, Served::kToCloseWithoutDescriptor)) {
+    }
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    Slot* const lSlot = makeSlot(aHandle);
+    if (lSlot == nullptr || mClosed) {
+        errno = mClosed ? ESHUTDOWN : errno;
+        return -1;
+    }
+    const std::uint32_t lGeneration = generationOf(lSlot->word.load()) + 1;
+    aHandler.add_reference();
+    aHandler.mHandle = aHandle;
+    aHandler.mGeneration = lGeneration;
+    aHandler.mLeft = Served::kNothing;
+    aHandler.mSet = this;
+    mFreshLooks += aHandler.wantsFreshLook() ? 1 : 0;
+    lSlot->handler.store(&aHandler, std::memory_order_release);
+    const Word lWord = withGeneration(lGeneration) | kPresent;
+    lSlot->word.store(lWord, std::memory_order_release);
+    if (tell(EPOLL_CTL_ADD, aHandle, lWord, aHandler) == 0) {
+        return 0;
+    }
+    lSlot->word.store(withGeneration(lGeneration), std::memory_order_release);
+    mFreshLooks -= aHandler.wantsFreshLook() ? 1 : 0;
+    aHandler.mSet = nullptr;
+    aHandler.remove_reference();
+    return -1;
+}
+
+/// @param aOnly if given, the handler that must be there.
+/// @param aLeft what is left to whoever serves it; if nobody does, it is done here.
+bool ServedSet::takeOut(ACE_HANDLE aHandle, const Served* aOnly, int aLeft) {
+    Served* lHandler = nullptr;
+    {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        Slot* const lSlot = slot(aHandle);
+        if (lSlot == nullptr || !is(lSlot->word.load(), kPresent)) {
+            return false;
+        }
+        lHandler = lSlot->handler.load();
+        if (aOnly != nullptr && lHandler != aOnly) {
+            return false;
+        }
+        ::epoll_ctl(mPoll, EPOLL_CTL_DEL, aHandle, nullptr);
+        mFreshLooks -= lHandler->wantsFreshLook() ? 1 : 0;
+        lHandler->mLeft = aLeft;
+        lHandler->mSet = nullptr;
+        const Word lFormer =
+            lSlot->word.exchange(withGeneration(generationOf(lSlot->word.load()) + 1));
+        if (is(lFormer, kServing)) {
+            return true;
+        }
+    }
+    finish(*lHandler, aHandle);
+    return true;
+}
+
+bool ServedSet::remove(ACE_HANDLE aHandle, bool aClose) {
+    return takeOut(aHandle, nullptr, aClose ? Served::kToClose : Served::kNothing);
+}
+
+bool ServedSet::remove(const Served& aHandler) {
+    return takeOut(aHandler.mHandle, &aHandler, Served::kNothing);
+}
+
+void ServedSet::rouse(const Served& aHandler) {
+    tellAgain(aHandler.mHandle, aHandler.mGeneration);
+}
+
+Served* ServedSet::find(ACE_HANDLE aHandle) {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (!has(aHandle)) {
+        return nullptr;
+    }
+    Served* const lHandler = slot(aHandle)->handler.load();
+    lHandler->add_reference();
+    return lHandler;
+}
+
+bool ServedSet::has(ACE_HANDLE aHandle) const {
+    const Slot* const lSlot = slot(aHandle);
+    return lSlot != nullptr && is(lSlot->word.load(), kPresent);
+}
+
+bool ServedSet::suspend(ACE_HANDLE aHandle, bool aSuspend) {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (!has(aHandle)) {
+        return false;
+    }
+    Slot& lSlot = *slot(aHandle);
+    const Word lWord = aSuspend ? (lSlot.word.fetch_or(kSuspended) | kSuspended)
+                                : (lSlot.word.fetch_and(~kSuspended) & ~kSuspended);
+    tell(EPOLL_CTL_MOD, aHandle, lWord, *lSlot.handler.load());
+    return true;
+}
+
+bool ServedSet::isSuspended(ACE_HANDLE aHandle) const {
+    const Slot* const lSlot = slot(aHandle);
+    return lSlot != nullptr && is(lSlot->word.load(), kPresent) &&
+           is(lSlot->word.load(), kSuspended);
+}
+
+void ServedSet::suspendAll(bool aSuspend) {
+    forEachPresent([this, aSuspend](ACE_HANDLE aHandle) { suspend(aHandle, aSuspend); });
+}
+
+void ServedSet::close() {
+    {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        mClosed = true;
+    }
+    forEachPresent([this](ACE_HANDLE aHandle) { remove(aHandle, true); });
+}
+
+// --- serving ---
+
+bool ServedSet::serve(const epoll_event& aEvent) {
+    const auto lHandle = static_cast<ACE_HANDLE>(aEvent.data.u64 & 0xFFFFFFFFU);
+    const std::uint32_t lGeneration = generationOf(aEvent.data.u64);
+    Slot& lSlot = *slot(lHandle);
+    Served* lHandler = nullptr;
+    if (!begin(lSlot, lGeneration, aEvent.events, lHandler)) {
+        return false;
+    }
+    run(lSlot, lHandle, lGeneration, *lHandler);
+    return true;
+}
+
+/// The handler is read before the word is changed: that the word was the same then, generation
+/// included, shows that the handler is this generation's.
+bool ServedSet::begin(Slot& aSlot, std::uint32_t aGeneration, std::uint32_t aEvents,
+                      Served*& aHandler) {
+    const Word lEnd = (aEvents & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0 ? kEnded : 0;
+    Word lWord = aSlot.word.load(std::memory_order_acquire);
+    for (;;) {
+        if (generationOf(lWord) != aGeneration || !is(lWord, kPresent) || is(lWord, kSuspended)) {
+            return false;
+        }
+        aHandler = aSlot.handler.load(std::memory_order_acquire);
+        const Word lNew = lWord | lEnd | (is(lWord, kServing) ? kAgain : kServing);
+        if (aSlot.word.compare_exchange_weak(lWord, lNew)) {
+            return !is(lWord, kServing);
+        }
+    }
+}
+
+/// One that wants a fresh look never goes on by itself: the kernel looks.
+void ServedSet::run(Slot& aSlot, ACE_HANDLE aHandle, std::uint32_t aGeneration, Served& aHandler) {
+    const bool lWantsFreshLook = aHandler.wantsFreshLook();
+    for (int lPortion = 1;; ++lPortion) {
+        const bool lToTheEnd = is(aSlot.word.load(std::memory_order_acquire), kEnded);
+        const bool lBusy = aHandler.serve(lToTheEnd) == Served::kBusy;
+        const bool lMayGoOn = !lWantsFreshLook && lPortion < kPortions;
+        const Rest lRest = end(aSlot, aGeneration, lBusy, lMayGoOn);
+        if (lRest == kGoOn) {
+            continue;
+        }
+        if (lRest == kTakenOut) {
+            finish(aHandler, aHandle);
+        } else if (lRest == kTellAgain || lWantsFreshLook) {
+            tellAgain(aHandle, aGeneration);
+        }
+        return;
+    }
+}
+
+/// Ends the serving unless it is to go on. From then on the handler is not the server's any more.
+ServedSet::Rest ServedSet::end(Slot& aSlot, std::uint32_t aGeneration, bool aBusy, bool aMayGoOn) {
+    Word lWord = aSlot.word.load(std::memory_order_acquire);
+    while (generationOf(lWord) == aGeneration) {
+        const bool lHasMore = (aBusy || is(lWord, kAgain)) && !is(lWord, kSuspended);
+        const bool lGoOn = lHasMore && aMayGoOn;
+        const Word lNew = lWord & ~(lGoOn ? kAgain : kAgain | kServing);
+        if (aSlot.word.compare_exchange_weak(lWord, lNew)) {
+            return lGoOn ? kGoOn : lHasMore ? kTellAgain : kDone;
+        }
+    }
+    return kTakenOut;
+}
+
+/// Does what was left to the one who served, whose the last reference is.
+void ServedSet::finish(Served& aHandler, ACE_HANDLE aHandle) {
+    if (aHandler.mLeft != Served::kNothing) {
+        aHandler.handle_close(aHandle, ACE_Event_Handler::READ_MASK);
+    }
+    aHandler.remove_reference();
+}
+
+void ServedSet::tellAgain(ACE_HANDLE aHandle, std::uint32_t aGeneration) {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    Slot* const lSlot = slot(aHandle);
+    const Word lWord = lSlot->word.load();
+    if (generationOf(lWord) == aGeneration && is(lWord, kPresent)) {
+        tell(EPOLL_CTL_MOD, aHandle, lWord, *lSlot->handler.load());
+    }
+}
+
+}  // namespace osx
