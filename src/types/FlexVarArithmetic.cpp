@@ -25,7 +25,7 @@ auto wrapping(Number aNumber) noexcept {
 
 /// An operation that has a result for all operands.
 struct Total {
-    static constexpr bool kMayUnderflow = false;
+    [[maybe_unused]] static constexpr bool kMayUnderflow = false;
     template <class Number>
     bool isDefined(Number) const noexcept {
         return true;
@@ -47,7 +47,7 @@ struct Minus : Total {
 };
 
 struct Times : Total {
-    static constexpr bool kMayUnderflow = true;
+    [[maybe_unused]] static constexpr bool kMayUnderflow = true;
     template <class Number>
     Number operator()(Number aLeft, Number aRight) const noexcept {
         return static_cast<Number>(wrapping(aLeft) * wrapping(aRight));
@@ -55,7 +55,7 @@ struct Times : Total {
 };
 
 struct DividedBy {
-    static constexpr bool kMayUnderflow = true;
+    [[maybe_unused]] static constexpr bool kMayUnderflow = true;
     template <class Number>
     bool isDefined(Number aRight) const noexcept {
         return std::is_floating_point_v<Number> || aRight != 0;
