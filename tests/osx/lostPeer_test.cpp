@@ -133,7 +133,11 @@ public:
         EXPECT_EQ(0UL,
                   osxRegisterPort(mPort, mNumber, opened, nullptr, nullptr, closed, &mWatched));
     }
-    ~WatchedPort() { osxUnregisterPort(mPort); }
+    /// The peer has closed by now; the connection's last callback comes before what it uses goes.
+    ~WatchedPort() {
+        EXPECT_TRUE(mWatched.closed.waitFor(1));
+        osxUnregisterPort(mPort);
+    }
     WatchedPort(const WatchedPort&) = delete;
     WatchedPort& operator=(const WatchedPort&) = delete;
 
