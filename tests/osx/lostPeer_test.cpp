@@ -133,7 +133,11 @@ public:
         EXPECT_EQ(0UL,
                   osxRegisterPort(mPort, mNumber, opened, nullptr, nullptr, closed, &mWatched));
     }
-    ~WatchedPort() { osxUnregisterPort(mPort); }
+    /// The peer has closed by now; the connection's last callback comes before what it uses goes.
+    ~WatchedPort() {
+        EXPECT_TRUE(mWatched.closed.waitFor(1));
+        osxUnregisterPort(mPort);
+    }
     WatchedPort(const WatchedPort&) = delete;
     WatchedPort& operator=(const WatchedPort&) = delete;
 
@@ -264,8 +268,8 @@ TEST(LostPeer, IsNoneThatIsOnlySlow) {
         gAnswers = lAnswers;
         std::thread lSender(
             [&] { EXPECT_EQ(0UL, osxSocketSend(lSocket, lMuch.data(), lMuch.size())); });
-        const int lEnough = gLooks + 3;
-        EXPECT_TRUE(test::waitUntil([&] { return gLooks >= lEnough; })) << "has nobody looked?";
+        const int lBefore = gLooks;
+        EXPECT_TRUE(test::waitUntil([&] { return gLooks > lBefore; })) << "has nobody looked?";
         EXPECT_EQ(lMuch.size(), lPeer.receive(lMuch.size()).size());
         lSender.join();
     }
