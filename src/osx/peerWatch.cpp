@@ -82,6 +82,12 @@ class Look : public osxEventHandler {
 public:
     ~Look() override { end(); }
 
+    /// @name It has no descriptor that could be served
+    /// @{
+    Outcome serve(bool) override { return kIdle; }
+    bool wantsFreshLook() const override { return false; }
+    /// @}
+
     int handle_timeout(const ACE_Time_Value&, const void*) override {
         lookAtAll();
         end();
