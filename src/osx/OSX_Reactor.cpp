@@ -1,6 +1,7 @@
 #include "osx/OSX_Reactor.h"
 
 #include <chrono>
+#include <new>
 
 #include "ace/Reactor.h"
 #include "base/allocate.h"
@@ -9,6 +10,9 @@
 #include "osx/startThread.h"
 #include "osx/threadPoolReactor.h"
 #include "osx/timerQueue.h"
+#include "process/atEnd.h"
+#include "process/atFork.h"
+#include "process/parking.h"
 
 namespace {
 
@@ -19,6 +23,9 @@ constexpr std::chrono::milliseconds kWakeInterval(20);
 ACE_Time_Value sliceTime() {
     return ACE_Time_Value(0, static_cast<suseconds_t>(std::chrono::microseconds(kSlice).count()));
 }
+
+/// The one that has been installed, as long as it exists.
+std::atomic<OSX_Reactor*> gInstalled{nullptr};
 
 }  // namespace
 
@@ -43,6 +50,7 @@ int OSX_ReactorThread::init() {
 }
 
 int OSX_ReactorThread::svc() {
+    const osx::process::InLoop lInLoop;
     begin();
     while (isRunning()) {
         if (!osx::serveOneEvent(sliceTime())) {
@@ -106,6 +114,39 @@ bool OSX_ReactorThread::waitUntilEnded() {
     return mChanged.wait_for(lLock, kWakeInterval, [this] { return mEnded; });
 }
 
+/// Handlers and timers are whole in a child, and nobody is in a loop.
+class OSX_Reactor::AcrossForks {
+public:
+    static void lock() {
+        if (OSX_Reactor* const lInstalled = gInstalled) {
+            lInstalled->mMutex.lock();
+            lInstalled->mReactor->lock().acquire();
+            lInstalled->mTimerQueue->mutex().acquire();
+        }
+    }
+    static void unlock() {
+        if (OSX_Reactor* const lInstalled = gInstalled) {
+            lInstalled->mTimerQueue->mutex().release();
+            lInstalled->mReactor->lock().release();
+            lInstalled->mMutex.unlock();
+        }
+    }
+    static void renew() {
+        if (OSX_Reactor* const lInstalled = gInstalled) {
+            // Its owner has another thread id here.
+            new (&lInstalled->mTimerQueue->mutex()) ACE_SYNCH_RECURSIVE_MUTEX;
+            lInstalled->mImplementation->renewInChild();
+            // They can be neither joined nor destroyed here.
+            lInstalled->mThreads.reset();
+            lInstalled->mMutex.unlock();
+        }
+    }
+};
+
+const osx::process::AtFork OSX_Reactor::gAtFork(osx::process::ForkOrder::kLoop,
+                                                {AcrossForks::lock, AcrossForks::unlock,
+                                                 AcrossForks::renew});
+
 OSX_Reactor::OSX_Reactor()
     : mImplementation(nullptr), mReactor(nullptr), mTimerQueue(osx::allocate<osx::TimerQueue>()) {
     if (mTimerQueue != nullptr) {
@@ -120,6 +161,8 @@ OSX_Reactor::OSX_Reactor()
 
 OSX_Reactor::~OSX_Reactor() {
     stopAndDeleteReactorThreads();
+    OSX_Reactor* lThis = this;
+    gInstalled.compare_exchange_strong(lThis, nullptr);
     if (mReactor != nullptr && osx::ownReactor() == mReactor) {
         osx::setOwnReactor(nullptr, nullptr);
     }
@@ -132,7 +175,9 @@ OSX_Reactor::~OSX_Reactor() {
 }
 
 void OSX_Reactor::initReactor() {
+    osx::process::expectEnd();
     if (mReactor != nullptr) {
+        gInstalled = this;
         osx::setOwnReactor(mReactor, mTimerQueue);
         ACE_Reactor::instance(mReactor, false);
     }

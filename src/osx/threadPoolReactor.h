@@ -23,6 +23,10 @@ public:
     /// it before the handler is registered. Of no effect on other reactors.
     static void askAnewFrom(ACE_Reactor& aReactor);
 
+    /// For a forked child, which has the handlers and descriptors but none of the other threads:
+    /// wakes and waits with its parent no more. The process that forks has to hold the lock.
+    void renewInChild();
+
 protected:
     using ACE_TP_Reactor::register_handler_i;
     int register_handler_i(ACE_HANDLE aHandle, ACE_Event_Handler* aHandler,
