@@ -331,7 +331,7 @@ int runForkAndDeinit() {
 
 /// A child with ports of its own beside its parent.
 int runForkAndInit() {
-    return forkBusily(20, [] {
+    return forkBusily(8, [] {
         getRedirectService()->setPortNumber(portFrom("OSX_TEST_CHILD_PORT_1"));
         setDebugLevelPortNumber(portFrom("OSX_TEST_CHILD_PORT_2"));
         logInit(true);
