@@ -31,6 +31,12 @@ protected:
         mRedirectPort = freePort();
         ::setenv("OSX_TEST_DEBUG_PORT", std::to_string(freePort()).c_str(), 1);
     }
+    /// Adds to the options of a sanitizer, for the programs started from now on.
+    static void addOption(const char* aVariable, const std::string& aOption) {
+        const char* const lFormer = std::getenv(aVariable);
+        const std::string lOptions = lFormer == nullptr ? "" : lFormer;
+        ::setenv(aVariable, (lOptions + ":" + aOption).c_str(), 1);
+    }
     unsigned short redirectPort() const { return mRedirectPort; }
 
     std::vector<std::string> command(const std::string& aName,

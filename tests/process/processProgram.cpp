@@ -132,10 +132,13 @@ void startIdleLoops() {
             std::this_thread::yield();
         }
     };
-    osxCreateTimer(lServe, nullptr, 1, 0);
-    osxCreateTimer(lServe, nullptr, 1, 0);
+    std::array<void*, 2> lTimers{osxCreateTimer(lServe, nullptr, 1, 0),
+                                 osxCreateTimer(lServe, nullptr, 1, 0)};
     while (lServing < 2) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    for (void*& lTimer : lTimers) {
+        osxDestroyTimer(lTimer);
     }
 }
 
