@@ -307,7 +307,7 @@ int runForkAndExit() {
 }
 
 int runForkAndUse() {
-    return forkBusily(20, [] {
+    return forkBusily(15, [] {
         ACE_DEBUG((LM_DEBUG, "%t a line of the child\n"));
         int lObject = 0;
         osxNameTableRegister(&lObject, "an object");
@@ -326,7 +326,7 @@ void logInit(bool aNetworkLogging) {
 }
 
 int runForkAndDeinit() {
-    return forkBusily(20, [] {
+    return forkBusily(15, [] {
         LogDeinit();
         return 3;
     });
