@@ -82,9 +82,9 @@ public:
     /// about a second. `init` starts it again.
     void shutdown();
 
-    /// For the end of the process, whatever the calling thread holds: lines queued are sent within
-    /// about a second or lost, and further ones are not taken. The worker thread is not joined but
-    /// stays where it touches nothing.
+    /// Internal. For the end of the process, whatever the calling thread holds: lines queued are
+    /// sent within about a second or lost, and further ones are not taken. The worker thread is not
+    /// joined but stays where it touches nothing.
     void endWithProcess();
 
 private:

@@ -84,11 +84,13 @@ public:
     /// client that takes nothing goes on at once.
     void endSendsInProgress() const;
 
+private:
+    friend class RedirectService;
+
     /// Sets a function that is called when a client has been added, on the thread that accepted it.
     /// Call it before `init`. @param aFunction null for none.
     void setNewClientFnc(void (*aFunction)(void*), void* aData);
 
-private:
     struct Client;
     class Callback;
     class AcrossForks;
