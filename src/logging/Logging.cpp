@@ -17,9 +17,10 @@
 #include "logging/RedirectService.h"
 #include "logging/commandLine.h"
 #include "logging/decimalNumber.h"
-#include "logging/exitGuard.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
+#include "process/atEnd.h"
+#include "process/atFork.h"
 
 using osx::DiagnosticLine;
 
@@ -32,24 +33,35 @@ constexpr char kLoggerKey[] = "ZR";
 std::atomic<long> gDebugLevelPortNumber{12311};
 bool gStandardErrorWanted = false;
 
-/// The redirect service from load to exit. Other threads may log, and its clients leave, after it
-/// has been shut down; its memory stays.
-class RedirectServiceOwner {
-public:
-    RedirectServiceOwner() = default;
-    ~RedirectServiceOwner() {
-        mService.get()->shutdown();
-        osx::guardExit();
-    }
-    RedirectServiceOwner(const RedirectServiceOwner&) = delete;
-    RedirectServiceOwner& operator=(const RedirectServiceOwner&) = delete;
-    RedirectService* get() const { return mService.get(); }
+/// From load to exit. Other threads may log, and its clients leave, after that: its memory stays.
+const osx::NeverDestroyed<RedirectService> gRedirectService;
 
-private:
-    osx::NeverDestroyed<RedirectService> mService;
+void endService() {
+    gRedirectService.get()->endWithProcess();
+}
+const osx::process::AtEnd gAtEnd(osx::process::EndStep::kServices, endService);
+
+/// The debug-level port stays open, and a child has it from its parent.
+struct LevelPort {
+    void* mHandle = nullptr;
+    long mNumber = 0;
+    unsigned int mGeneration = 0;
 };
+LevelPort gLevelPort;
 
-const RedirectServiceOwner gRedirectService;
+/// In a forked child: bound anew, the port would be found in use as long as the parent has it.
+/// @return whether the child has the port that it wants.
+bool takeOverLevelPort() {
+    if (gLevelPort.mHandle == nullptr || gLevelPort.mGeneration == osx::process::generation()) {
+        return false;
+    }
+    gLevelPort.mGeneration = osx::process::generation();
+    const bool lWanted = gLevelPort.mNumber == gDebugLevelPortNumber;
+    if (!lWanted) {
+        osxUnregisterPort(gLevelPort.mHandle);
+    }
+    return lWanted;
+}
 
 void switchDebugOn(const char* /*aValue*/) {
     ACE::debug(true);
@@ -152,6 +164,7 @@ void startNetworkLogging() {
 }  // namespace
 
 void LogInit(int& aArgNum, char** aArgValues, bool aNetworkLogging) {
+    osx::process::expectEnd();
     if (OSX_Reactor* const lReactor =
             ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()) {
         lReactor->initReactor();
@@ -177,12 +190,17 @@ RedirectService* getRedirectService() {
 }
 
 void startLoggingServer() {
+    if (takeOverLevelPort()) {
+        return;
+    }
     void* lPort = nullptr;
     if (osxRegisterPort(lPort, static_cast<unsigned long>(gDebugLevelPortNumber), nullptr, nullptr,
                         NewLogLevelData, nullptr, nullptr) != 0) {
         DiagnosticLine(kModule).failure(
             LM_ERROR, "%t startLoggingServer Unable to start the Logging service\n");
+        return;
     }
+    gLevelPort = {lPort, gDebugLevelPortNumber, osx::process::generation()};
 }
 
 void printUsage() {

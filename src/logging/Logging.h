@@ -4,7 +4,16 @@
 ///
 /// Call `LogInit` once, early in `main`, before other threads log; `LogDeinit` at shutdown. A
 /// program that ends without, or with threads that still log, ends all the same with its own exit
-/// status.
+/// status. Lines that are written once its static objects have been destroyed may be lost. If
+/// threads are writing lines without a pause then, and it cannot be seen that they have stopped,
+/// the process ends there, and libraries that are unloaded later are not.
+///
+/// A forked child logs to where its parent does, whatever other threads did at the fork, which
+/// waits for a line that one of them is writing. With network logging it has both ports of its
+/// parent, served once it runs the event loop: a program may make itself a daemon after `LogInit`.
+/// A child that lives beside its parent shares the ports with it, unless it calls `LogInit` itself
+/// with other port numbers; with the same ones it keeps them. See `RedirectService` for when the
+/// clients get its lines. `LogDeinit` ends the child's logging only.
 #ifndef OSX_LOGGING_LOGGING_H
 #define OSX_LOGGING_LOGGING_H
 

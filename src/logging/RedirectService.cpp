@@ -1,29 +1,58 @@
 #include "logging/RedirectService.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
 #include "ace/Object_Manager.h"
+#include "base/NeverDestroyed.h"
 #include "base/allocate.h"
 #include "logging/LineQueue.h"
 #include "logging/LogFile.h"
+#include "osx/ActiveObject.h"
+#include "process/atFork.h"
+#include "process/parking.h"
 
 namespace {
 
 constexpr std::chrono::milliseconds kExitGrace{1000};
 constexpr std::chrono::milliseconds kEndSendsInterval{20};
+constexpr int kEndSendsAtExit = 10;
 
 /// Whether the calling thread is sending lines, and so writes lines about the sending.
 thread_local bool gSending = false;
 
+/// Guards the passing of a service to the process that it finds itself in.
+std::mutex gGenerationMutex;
+const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
+                                   osx::process::kKeepAcrossFork<gGenerationMutex>);
+
+/// @param aRequest may be null, for want of memory.
+bool insertOrDelete(ActiveObject& aObject, ACE_Method_Request* aRequest) {
+    const bool lInserted = aRequest != nullptr && aObject.insert(aRequest) != -1;
+    if (!lInserted) {
+        delete aRequest;
+    }
+    return lInserted;
+}
+
+}  // namespace
+
+/// The thread and what it takes lines from.
+struct RedirectService::Worker {
+    ActiveObject mActiveObject;
+    osx::LineQueue mLines{kMaxQueuedLines, kMaxQueuedBytes};
+    /// That of the process this one was forked from: its thread is not here, so it can be neither
+    /// used nor destroyed.
+    [[maybe_unused]] const Worker* mFormer = nullptr;
+};
+
 /// Something that one thread waits for and another makes happen.
-class Event {
+class RedirectService::Event {
 public:
     void happen() {
         const std::lock_guard<std::mutex> lGuard(mMutex);
@@ -46,7 +75,7 @@ private:
 };
 
 /// Tells that the worker thread has come to it.
-class Milestone : public ACE_Method_Request {
+class RedirectService::Milestone : public ACE_Method_Request {
 public:
     explicit Milestone(Event& aEvent) : mEvent(aEvent) {}
     int call() override {
@@ -58,20 +87,17 @@ private:
     Event& mEvent;
 };
 
-/// @param aRequest may be null, for want of memory.
-bool insertOrDelete(ActiveObject& aObject, ACE_Method_Request* aRequest) {
-    const bool lInserted = aRequest != nullptr && aObject.insert(aRequest) != -1;
-    if (!lInserted) {
-        delete aRequest;
+/// Parks the worker thread at the end of the process.
+class RedirectService::LastRequest : public ACE_Method_Request {
+public:
+    static Event& come() {
+        static const osx::NeverDestroyed<Event> lCome;
+        return *lCome.get();
     }
-    return lInserted;
-}
-
-bool insertMilestone(ActiveObject& aObject, Event& aEvent) {
-    return insertOrDelete(aObject, osx::allocate<Milestone>(aEvent));
-}
-
-}  // namespace
+    int call() override {
+        osx::process::park([] { come().happen(); });
+    }
+};
 
 /// Has the worker thread send lines, until the queue of lines is shut and empty.
 class RedirectService::Sending : public ACE_Method_Request {
@@ -89,11 +115,14 @@ private:
 };
 
 RedirectService::RedirectService()
-    : mPortNumber(kDefaultPort),
+    : mWorker(osx::allocate<Worker>()),
+      mPortNumber(kDefaultPort),
       mRunning(false),
       mDiscarding(false),
-      mProcess(0),
-      mLines(osx::allocate<osx::LineQueue>(kMaxQueuedLines, kMaxQueuedBytes)) {}
+      mGeneration(osx::process::generation()),
+      mWanted(false) {
+    mConnectionAdmin.setNewClientFnc(onNewClient, this);
+}
 
 RedirectService::~RedirectService() {
     shutdown();
@@ -103,42 +132,85 @@ void RedirectService::setPortNumber(long aPort) {
     mPortNumber = aPort;
 }
 
+std::unique_lock<std::mutex> RedirectService::lockLife() {
+    {
+        const std::lock_guard<std::mutex> lGuard(gGenerationMutex);
+        if (mGeneration != osx::process::generation()) {
+            leaveToParent();
+            mGeneration = osx::process::generation();
+        }
+    }
+    return std::unique_lock<std::mutex>(mLifeMutex);
+}
+
+/// A thread that is not here may have held any lock of the former worker.
+void RedirectService::leaveToParent() {
+    new (&mLifeMutex) std::mutex;
+    mWanted = mRunning || mWanted;
+    mRunning = false;
+    const Worker* const lFormer = mWorker.release();
+    mWorker.reset(osx::allocate<Worker>());
+    if (mWorker != nullptr) {
+        mWorker->mFormer = lFormer;
+    }
+}
+
+void RedirectService::onNewClient(void* aService) {
+    auto& lService = *static_cast<RedirectService*>(aService);
+    if (lService.mGeneration == osx::process::generation() && !lService.mWanted) {
+        return;
+    }
+    const std::unique_lock<std::mutex> lLock = lService.lockLife();
+    if (lService.mWanted) {
+        lService.start();
+    }
+}
+
 int RedirectService::init() {
-    const std::lock_guard<std::mutex> lGuard(mLifeMutex);
-    int lResult = mActiveObject.init();
+    const std::unique_lock<std::mutex> lLock = lockLife();
+    const int lResult = start();
+    mConnectionAdmin.init(mPortNumber);
+    return lResult;
+}
+
+int RedirectService::start() {
+    mWanted = false;
+    int lResult = mWorker == nullptr ? -1 : mWorker->mActiveObject.init();
     if (lResult != -1 && !mRunning && !gSending && !startSending()) {
         lResult = -1;
     }
-    mConnectionAdmin.init(mPortNumber);
     return lResult;
 }
 
 bool RedirectService::startSending() {
     Event lStarted;
-    if (mLines == nullptr || !insertMilestone(mActiveObject, lStarted)) {
+    if (!insertMilestone(lStarted)) {
         return false;
     }
     // A stop that comes before the worker's loop would leave it running.
     lStarted.wait();
-    mProcess = ::getpid();
     mDiscarding = false;
-    mLines->open();
-    mRunning = insertOrDelete(mActiveObject, osx::allocate<Sending>(*this));
+    mWorker->mLines.open();
+    mRunning = insertOrDelete(mWorker->mActiveObject, osx::allocate<Sending>(*this));
     if (!mRunning) {
-        mLines->shut();
+        mWorker->mLines.shut();
     }
     return mRunning;
 }
 
+bool RedirectService::insertMilestone(Event& aEvent) {
+    return insertOrDelete(mWorker->mActiveObject, osx::allocate<Milestone>(aEvent));
+}
+
 int RedirectService::deinit() {
-    const std::lock_guard<std::mutex> lGuard(mLifeMutex);
+    const std::unique_lock<std::mutex> lLock = lockLife();
     stopWorker(std::chrono::milliseconds(ConnectionAdmin::kStalledClientMs));
     mConnectionAdmin.deinit();
     return 0;
 }
 
 void RedirectService::shutdown() {
-    const std::lock_guard<std::mutex> lGuard(mLifeMutex);
+    const std::unique_lock<std::mutex> lLock = lockLife();
     uninstall();
     stopWorker(kExitGrace);
 }
@@ -156,26 +228,55 @@ void RedirectService::uninstall() {
     lLog->release();
 }
 
-/// In a forked child there is no worker to wait for.
-void RedirectService::stopWorker(std::chrono::milliseconds aGrace) {
-    if (!mRunning.exchange(false) || mProcess != ::getpid()) {
-        return;
+/// @return whether the calling thread has to see to it that the worker comes to its end.
+bool RedirectService::tellToStop() {
+    mWanted = false;
+    if (!mRunning.exchange(false)) {
+        return false;
     }
-    mLines->shut();
-    if (gSending) {
+    mWorker->mLines.shut();
+    return !gSending;
+}
+
+void RedirectService::cutShort() {
+    mDiscarding = true;
+    mConnectionAdmin.endSendsInProgress();
+}
+
+void RedirectService::stopWorker(std::chrono::milliseconds aGrace) {
+    if (!tellToStop()) {
         return;
     }
     Event lDrained;
-    if (!insertMilestone(mActiveObject, lDrained)) {
-        mDiscarding = true;
-        mConnectionAdmin.endSendsInProgress();
+    if (!insertMilestone(lDrained)) {
+        cutShort();
     } else if (!lDrained.waitFor(aGrace)) {
-        mDiscarding = true;
         do {
-            mConnectionAdmin.endSendsInProgress();
+            cutShort();
         } while (!lDrained.waitFor(kEndSendsInterval));
     }
-    mActiveObject.stop();
+    mWorker->mActiveObject.stop();
+}
+
+/// The worker may be waiting for what this thread holds, and another thread may be stopping it.
+void RedirectService::endWithProcess() {
+    if (mGeneration != osx::process::generation()) {
+        return;
+    }
+    const std::unique_lock<std::mutex> lLock(mLifeMutex, std::try_to_lock);
+    if (!lLock.owns_lock() || !tellToStop()) {
+        return;
+    }
+    if (insertOrDelete(mWorker->mActiveObject, osx::allocate<LastRequest>()) &&
+        LastRequest::come().waitFor(kExitGrace)) {
+        return;
+    }
+    for (int lTry = 0; lTry < kEndSendsAtExit; ++lTry) {
+        cutShort();
+        if (LastRequest::come().waitFor(kEndSendsInterval)) {
+            return;
+        }
+    }
 }
 
 int RedirectService::open(const ACE_TCHAR* /*aLoggerKey*/) {
@@ -192,22 +293,23 @@ int RedirectService::close() {
 
 ssize_t RedirectService::log(ACE_Log_Record& aRecord) {
     osx::giveLogFileToThread();
-    if (mConnectionAdmin.getNrOfConnections() < 1 || gSending || !mRunning) {
+    if (mConnectionAdmin.getNrOfConnections() < 1 || gSending || !mRunning ||
+        mGeneration.load(std::memory_order_relaxed) != osx::process::generation()) {
         return 0;
     }
     const char* const lText = aRecord.msg_data() == nullptr ? "" : aRecord.msg_data();
-    mLines->put(lText, std::strlen(lText));
+    mWorker->mLines.put(lText, std::strlen(lText));
     return 0;
 }
 
 void RedirectService::sendLines() {
-    osx::LineQueue::Work lWork = mLines->take();
+    osx::LineQueue::Work lWork = mWorker->mLines.take();
     while (lWork.mDropped != 0 || lWork.mLines != nullptr) {
         tellDropped(lWork.mDropped);
-        for (auto* lLine = lWork.mLines; lLine != nullptr; lLine = mLines->leave(lLine)) {
+        for (auto* lLine = lWork.mLines; lLine != nullptr; lLine = mWorker->mLines.leave(lLine)) {
             sendText(lLine->text(), lLine->mLength);
         }
-        lWork = mLines->take();
+        lWork = mWorker->mLines.take();
     }
 }
 

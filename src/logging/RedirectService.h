@@ -4,8 +4,6 @@
 #ifndef OSX_LOGGING_REDIRECTSERVICE_H
 #define OSX_LOGGING_REDIRECTSERVICE_H
 
-#include <sys/types.h>
-
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -17,11 +15,6 @@
 #include "ace/SString.h"
 #include "base/osxExport.h"
 #include "net/ConnectionAdmin.h"
-#include "osx/ActiveObject.h"
-
-namespace osx {
-class LineQueue;
-}
 
 /// A custom back end of ACE's logging. Each client gets the plain text of the log lines, as the
 /// program formatted them, one after another, from the moment it connected on; what a client sends
@@ -30,6 +23,11 @@ class LineQueue;
 /// The thread that logs never waits for the network: it queues a copy of the line, and only while a
 /// client is connected. The queue is bounded. Once it is full, lines are dropped for the network
 /// only, until it has drained; then the clients are told, in one line, how many are missing.
+///
+/// A forked child has the port and the clients of its parent, but no worker thread: none of its
+/// lines are sent until it calls `init` itself, or a client connects to it. (A program that makes
+/// itself a daemon and then runs the event loop need do nothing.) A child that lives beside its
+/// parent shares the port with it, unless it calls `init` with another port number.
 class OSX_EXPORT RedirectService : public ACE_Log_Msg_Backend {
 public:
     static constexpr long kDefaultPort = 2324;
@@ -84,28 +82,45 @@ public:
     /// about a second. `init` starts it again.
     void shutdown();
 
-private:
-    class Sending;
+    /// Internal. For the end of the process, whatever the calling thread holds: lines queued are
+    /// sent within about a second or lost, and further ones are not taken. The worker thread is not
+    /// joined but stays where it touches nothing.
+    void endWithProcess();
 
+private:
+    class Event;
+    class Milestone;
+    class LastRequest;
+    class Sending;
+    struct Worker;
+
+    static void onNewClient(void* aService);
+    std::unique_lock<std::mutex> lockLife();
+    void leaveToParent();
+    int start();
     bool startSending();
+    bool tellToStop();
+    bool insertMilestone(Event& aEvent);
+    void cutShort();
     void sendLines();
     void sendText(const char* aText, std::size_t aLength);
     void tellDropped(std::size_t aNumber);
     void uninstall();
     void stopWorker(std::chrono::milliseconds aGrace);
 
-    ActiveObject mActiveObject;
+    /// Null if there was no memory for it; then nothing runs.
+    std::unique_ptr<Worker> mWorker;
     ConnectionAdmin mConnectionAdmin;
     long mPortNumber;
 
-    /// Keeps `init`, `deinit` and `shutdown` apart.
+    /// Keeps `init`, `deinit` and the end apart.
     std::mutex mLifeMutex;
     std::atomic<bool> mRunning;
     std::atomic<bool> mDiscarding;
-    pid_t mProcess;
-
-    /// Null if there was no memory for it; then nothing runs.
-    std::unique_ptr<osx::LineQueue> mLines;
+    /// Which process, counted in forks, the worker and the mutex belong to.
+    std::atomic<unsigned int> mGeneration;
+    /// Whether lines are to be sent as soon as a client of this process comes.
+    std::atomic<bool> mWanted;
 };
 
 /// A text on its way to the clients of a redirect service.

@@ -5,6 +5,8 @@
 #include <sys/socket.h>
 
 #include <array>
+#include <new>
+#include <utility>
 
 #include "ace/Guard_T.h"
 #include "ace/SOCK_Stream.h"
@@ -14,6 +16,7 @@
 #include "base/diagnosticLine.h"
 #include "osx/connectionOptions.h"
 #include "osx/osx.h"
+#include "process/atFork.h"
 
 using osx::DiagnosticLine;
 
@@ -108,13 +111,63 @@ private:
     ConnectionAdmin* mAdmin = nullptr;
 };
 
+/// The set of clients is whole in a child, and no thread is sending.
+class ConnectionAdmin::AcrossForks {
+public:
+    static void lock() {
+        gAliveMutex.lock();
+        forEach([](ConnectionAdmin& aAdmin) { aAdmin.mMutex.lock(); });
+    }
+    static void unlock() {
+        forEach([](ConnectionAdmin& aAdmin) { aAdmin.mMutex.unlock(); });
+        gAliveMutex.unlock();
+    }
+    static void renew() {
+        forEach(dropOtherThreads);
+        new (&callbackEnded()) std::condition_variable;
+        unlock();
+    }
+
+private:
+    template <class Function>
+    static void forEach(Function aFunction) {
+        for (ConnectionAdmin* lAdmin = gAlive; lAdmin != nullptr; lAdmin = lAdmin->mNextAlive) {
+            aFunction(*lAdmin);
+        }
+    }
+
+    /// What they wait in, or hold for long, is made anew.
+    static void dropOtherThreads(ConnectionAdmin& aAdmin) {
+        new (&aAdmin.mSendEnded) std::condition_variable;
+        new (&aAdmin.mBroadcastMutex) ACE_Recursive_Thread_Mutex;
+        aAdmin.mCallbacks = 0;
+        for (Client** lLink = &aAdmin.mConnections; *lLink != nullptr;) {
+            Client* const lClient = *lLink;
+            lClient->mSends = 0;
+            if (lClient->mClosing) {
+                *lLink = lClient->mNext;
+                delete lClient;
+            } else {
+                lLink = &lClient->mNext;
+            }
+        }
+    }
+};
+
+const osx::process::AtFork ConnectionAdmin::gAtFork(osx::process::ForkOrder::kLeaf,
+                                                    {AcrossForks::lock, AcrossForks::unlock,
+                                                     AcrossForks::renew});
+
 ConnectionAdmin::ConnectionAdmin()
     : mConnections(nullptr),
       mPortNumber(0),
       mSocketHandle(nullptr),
       mCount(0),
       mNextAlive(nullptr),
-      mCallbacks(0) {
+      mCallbacks(0),
+      mGeneration(osx::process::generation()),
+      mNewClientFnc(nullptr),
+      mNewClientData(nullptr) {
     const std::lock_guard<std::mutex> lGuard(gAliveMutex);
     mNextAlive = gAlive;
     gAlive = this;
@@ -123,11 +176,7 @@ ConnectionAdmin::ConnectionAdmin()
 ConnectionAdmin::~ConnectionAdmin() {
     const osx::NoCancellation lGuard;
     leaveAlive();
-    while (mConnections != nullptr) {
-        Client* const lClient = mConnections;
-        mConnections = lClient->mNext;
-        delete lClient;
-    }
+    forgetClients();
 }
 
 void ConnectionAdmin::leaveAlive() {
@@ -137,10 +186,43 @@ void ConnectionAdmin::leaveAlive() {
         lLink = &(*lLink)->mNextAlive;
     }
     *lLink = mNextAlive;
-    callbackEnded().wait(lLock, [this] { return mCallbacks == 0; });
+    callbackEnded().wait(lLock, [this] { return mCallbacks <= 0; });
+}
+
+void ConnectionAdmin::setNewClientFnc(void (*aFunction)(void*), void* aData) {
+    mNewClientFnc = aFunction;
+    mNewClientData = aData;
+}
+
+/// Bound anew, the port would be found in use as long as the parent has it.
+bool ConnectionAdmin::takeOverPort(long aPort) {
+    if (mGeneration == osx::process::generation()) {
+        return false;
+    }
+    mGeneration = osx::process::generation();
+    if (mSocketHandle == nullptr) {
+        return false;
+    }
+    if (mPortNumber == aPort) {
+        return true;
+    }
+    deinit();
+    forgetClients();
+    return false;
+}
+
+void ConnectionAdmin::forgetClients() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    mCount = 0;
+    while (mConnections != nullptr) {
+        delete std::exchange(mConnections, mConnections->mNext);
+    }
 }
 
 void ConnectionAdmin::init(long aPort) {
+    if (takeOverPort(aPort)) {
+        return;
+    }
     mPortNumber = aPort;
     if (osxRegisterPort(mSocketHandle, static_cast<unsigned long>(mPortNumber), onAccepted, nullptr,
                         nullptr, ClosedConnection, this) == kFailed) {
@@ -203,6 +285,9 @@ void ConnectionAdmin::NewConnection(void* aSocket, void*& aUserData) {
     const Callback lCallback(aUserData);
     if (lCallback.admin() != nullptr) {
         lCallback.admin()->NewConnection_i(aSocket);
+        if (lCallback.admin()->mNewClientFnc != nullptr) {
+            lCallback.admin()->mNewClientFnc(lCallback.admin()->mNewClientData);
+        }
     }
 }
 

@@ -12,12 +12,20 @@
 #include "ace/Recursive_Thread_Mutex.h"
 #include "base/osxExport.h"
 
+namespace osx::process {
+class AtFork;
+}
+
 /// Clients connect to the port given to `init`; what they send is not read. `send` and `sendBlock`
 /// may be called by any thread at any time; two broadcasts never mix their bytes on a client.
 /// Clients come and go on the threads that run the reactor, which wait for no broadcast: a closing
 /// connection waits only for a send in progress on that very connection, and ends it.
 ///
 /// The kernel may gather small sends into larger packets: broadcasts are many, and not answered.
+///
+/// A forked child has the port and the clients too, as it has other descriptors of its parent; an
+/// `init` there with the same number takes the port over, one with another number leaves both to
+/// the parent.
 ///
 /// A client that takes nothing for `kStalledClientMs` holds a broadcast up no longer than that: the
 /// kernel then ends its connection.
@@ -77,8 +85,16 @@ public:
     void endSendsInProgress() const;
 
 private:
+    friend class RedirectService;
+
+    /// Sets a function that is called when a client has been added, on the thread that accepted it.
+    /// Call it before `init`. @param aFunction null for none.
+    void setNewClientFnc(void (*aFunction)(void*), void* aData);
+
     struct Client;
     class Callback;
+    class AcrossForks;
+    static const osx::process::AtFork gAtFork;
     using Sender = void (*)(void* aSocket, std::uint32_t aLen, unsigned char* aData);
 
     void NewConnection_i(void* aSocket);
@@ -87,6 +103,8 @@ private:
     void send_i(Sender aSender, unsigned long aLen, unsigned char* aData) const;
     Client* nextClient(Client* aClient) const;
     void leaveAlive();
+    bool takeOverPort(long aPort);
+    void forgetClients();
 
     /// A list in the order in which the clients came, guarded by `mMutex`.
     Client* mConnections;
@@ -101,6 +119,10 @@ private:
     std::atomic<int> mCount;
     ConnectionAdmin* mNextAlive;
     int mCallbacks;
+    /// Which process, counted in forks, `init` was last called in.
+    unsigned int mGeneration;
+    void (*mNewClientFnc)(void*);
+    void* mNewClientData;
 };
 
 #endif

@@ -13,6 +13,9 @@
 #include "osx/eventLoop.h"
 #include "osx/osx.h"
 #include "osx/startThread.h"
+#include "process/atEnd.h"
+#include "process/atFork.h"
+#include "process/parking.h"
 #include "reactor/LoopReactor.h"
 #include "reactor/TimerQueue.h"
 
@@ -30,6 +33,9 @@ bool hasMemoryForReactor() {
     const std::unique_ptr<char[]> lMemory(osx::allocateBytes(kEnough));
     return lMemory != nullptr;
 }
+
+/// The one that has been installed, as long as it exists.
+std::atomic<OSX_Reactor*> gInstalled{nullptr};
 
 }  // namespace
 
@@ -50,6 +56,7 @@ int OSX_ReactorThread::init() {
 }
 
 int OSX_ReactorThread::svc() {
+    const osx::process::InLoop lInLoop;
     begin();
     while (!mStop) {
         if (!osx::serveOneEvent(kSlice)) {
@@ -108,6 +115,35 @@ bool OSX_ReactorThread::waitUntilEnded() {
     return mChanged.wait_for(lLock, kWakeInterval, [this] { return mEnded; });
 }
 
+/// Handlers and timers are whole in a child, and nobody is in a loop.
+class OSX_Reactor::AcrossForks {
+public:
+    static void lock() {
+        if (OSX_Reactor* const lInstalled = gInstalled) {
+            lInstalled->mMutex.lock();
+            lInstalled->mImplementation->lockForFork();
+        }
+    }
+    static void unlock() {
+        if (OSX_Reactor* const lInstalled = gInstalled) {
+            lInstalled->mImplementation->unlockAfterFork();
+            lInstalled->mMutex.unlock();
+        }
+    }
+    static void renew() {
+        if (OSX_Reactor* const lInstalled = gInstalled) {
+            lInstalled->mImplementation->renewInChild();
+            // They can be neither joined nor destroyed here.
+            lInstalled->mThreads = nullptr;
+            lInstalled->mMutex.unlock();
+        }
+    }
+};
+
+const osx::process::AtFork OSX_Reactor::gAtFork(osx::process::ForkOrder::kLoop,
+                                                {AcrossForks::lock, AcrossForks::unlock,
+                                                 AcrossForks::renew});
+
 OSX_Reactor::OSX_Reactor()
     : mImplementation(nullptr), mReactor(nullptr), mThreads(nullptr), mTimerQueue(nullptr) {
     create();
@@ -145,6 +181,8 @@ void OSX_Reactor::discard() {
 OSX_Reactor::~OSX_Reactor() {
     const osx::NoCancellation lGuard;
     stopAndDeleteReactorThreads();
+    OSX_Reactor* lThis = this;
+    gInstalled.compare_exchange_strong(lThis, nullptr);
     if (mReactor != nullptr && osx::ownReactor() == mReactor) {
         osx::setOwnReactor(nullptr, nullptr, nullptr);
     }
@@ -155,11 +193,13 @@ OSX_Reactor::~OSX_Reactor() {
 }
 
 void OSX_Reactor::initReactor() {
+    osx::process::expectEnd();
     const std::lock_guard<std::mutex> lGuard(mMutex);
     if (mReactor == nullptr) {
         create();
     }
     if (mReactor != nullptr) {
+        gInstalled = this;
         osx::setOwnReactor(mReactor, mImplementation, mTimerQueue);
         ACE_Reactor::instance(mReactor, false);
     }

@@ -6,7 +6,14 @@
 /// and not destroyed at exit. Any thread may call any of its operations at any time.
 ///
 /// When a process ends without stopping them, its loop threads start no further callback once the
-/// library is torn down.
+/// static objects of the program have been destroyed. What is registered with ACE's object manager,
+/// as an `ACE_Singleton`, is destroyed as in a program without them, unless a thread is inside a
+/// callback then, or another thread of the program is running.
+///
+/// A forked child has the reactor with the ports, connections and timers that it had at the fork,
+/// but no loop thread: `startReactor` or `osxRunReactor` serves them there. The descriptors are
+/// shared with the parent, if it lives on: what one of the two reads or accepts, the other does not
+/// get. A child that does neither, and one that ends, disturbs the parent in nothing.
 #ifndef OSX_OSX_OSX_REACTOR_H
 #define OSX_OSX_OSX_REACTOR_H
 
@@ -25,6 +32,9 @@ class ACE_Reactor;
 namespace osx {
 class LoopReactor;
 class TimerQueue;
+namespace process {
+class AtFork;
+}
 }  // namespace osx
 
 /// One thread that runs the event loop.
@@ -107,6 +117,9 @@ public:
     void stopAndDeleteReactorThreads();
 
 private:
+    class AcrossForks;
+    static const osx::process::AtFork gAtFork;
+
     void create();
     void discard();
     void markThreadsStopped();

@@ -1,7 +1,5 @@
 #include "osx/eventLoop.h"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -10,6 +8,8 @@
 #include "ace/Reactor.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
+#include "process/atEnd.h"
+#include "process/parking.h"
 #include "reactor/LoopReactor.h"
 #include "reactor/TimerQueue.h"
 
@@ -24,60 +24,15 @@ public:
 std::atomic<ACE_Reactor*> gOwnReactor{nullptr};
 std::atomic<osx::LoopReactor*> gOwnLoop{nullptr};
 std::atomic<osx::TimerQueue*> gOwnTimerQueue{nullptr};
-std::atomic<bool> gExiting{false};
-std::atomic<int> gServing{0};
-thread_local int tServing = 0;
-
-/// At exit ACE's own objects go after the library's, under the feet of threads that still run:
-/// they are held here instead, where they touch nothing.
-[[noreturn]] void park() {
-    for (;;) {
-        ::pause();
+/// One that is inside a callback for longer is not waited for.
+void parkLoops() {
+    constexpr int kSteps = 50;
+    for (int lStep = 0; lStep < kSteps && osx::process::threadsToPark() != 0; ++lStep) {
+        osx::wake(osx::ownReactor());
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
-
-/// A thread between the event loop's code and its own; it parks itself once the process ends.
-class Serving {
-public:
-    Serving() {
-        ++gServing;
-        ++tServing;
-        parkAtExit();
-    }
-    ~Serving() { leave(); }
-    Serving(const Serving&) = delete;
-    Serving& operator=(const Serving&) = delete;
-
-    static void parkAtExit() {
-        if (gExiting.load() && tServing == 1) {
-            leave();
-            park();
-        }
-    }
-
-private:
-    static void leave() {
-        --tServing;
-        --gServing;
-    }
-};
-
-/// Gives the loop threads a moment to leave the reactor when the library is torn down. One that is
-/// inside a callback for longer is not waited for.
-class ExitGuard {
-public:
-    ~ExitGuard() {
-        gExiting = true;
-        for (int lStep = 0; lStep < kSteps && gServing.load() > tServing; ++lStep) {
-            osx::wake(osx::ownReactor());
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    }
-
-private:
-    static constexpr int kSteps = 300;
-};
-const ExitGuard gExitGuard;
+const osx::process::AtEnd gAtEnd(osx::process::EndStep::kLoops, parkLoops);
 
 int serveOneOf(ACE_Reactor& aReactor, std::chrono::milliseconds aLimit) {
     if (&aReactor == gOwnReactor) {
@@ -89,7 +44,7 @@ int serveOneOf(ACE_Reactor& aReactor, std::chrono::milliseconds aLimit) {
 
 /// Called by the loop of `osxRunReactor` after each event. @return 0 to let the loop go on.
 int afterEvent(ACE_Reactor*) {
-    Serving::parkAtExit();
+    osx::process::InLoop::parkAtEnd();
     return 0;
 }
 
@@ -137,14 +92,14 @@ TimerQueue* ownTimerQueue(ACE_Reactor* aReactor) {
 }
 
 bool serveOneEvent(std::chrono::milliseconds aLimit) {
-    const Serving lServing;
+    const osx::process::InLoop lInLoop;
     ACE_Reactor* const lReactor = installedReactor();
     if (lReactor == nullptr) {
         return false;
     }
     const int lResult = serveOneOf(*lReactor, aLimit);
     const bool lServed = lResult != -1 || errno == EINTR;
-    Serving::parkAtExit();
+    osx::process::InLoop::parkAtEnd();
     return lServed;
 }
 
@@ -162,7 +117,7 @@ int osxRunReactor() {
     if (lReactor == nullptr) {
         return 0;
     }
-    const Serving lServing;
+    const osx::process::InLoop lInLoop;
     return lReactor->run_reactor_event_loop(&afterEvent);
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/diagnosticLine.h"
 #include "osx/osx.h"
+#include "process/atFork.h"
 
 using osx::DiagnosticLine;
 
@@ -20,6 +21,8 @@ using NameTable = std::array<NameTableEntry, OSX_NAME_TABLE_SIZE>;
 // None has a destructor to run: threads may still use the table while the process ends.
 NameTable gTable;
 std::mutex gMutex;
+const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
+                                   osx::process::kKeepAcrossFork<gMutex>);
 bool gInitialized = false;
 /// All entries before it have an empty name, none after it that is used.
 NameTableEntry* gFirstNamed = gTable.end();

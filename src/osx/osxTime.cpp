@@ -8,6 +8,7 @@
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
 #include "osx/osx.h"
+#include "process/atFork.h"
 
 using osx::DiagnosticLine;
 
@@ -17,6 +18,8 @@ constexpr char kModule[] = "osxACE.cpp";
 constexpr int kFirstYear = 1900;
 
 std::mutex gLocalTimeMutex;
+const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
+                                   osx::process::kKeepAcrossFork<gLocalTimeMutex>);
 
 /// @return whether the local time could be computed.
 bool readLocalTime(tm& aTime) {

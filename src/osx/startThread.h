@@ -4,12 +4,14 @@
 #define OSX_OSX_STARTTHREAD_H
 
 #include "ace/Task.h"
+#include "process/atEnd.h"
 
 namespace osx {
 
 /// Starts the one thread of an ACE task, joinable and at the default priority.
 /// @return 0; 1 if it runs already; -1 when it could not be started.
 inline int startThread(ACE_Task_Base& aTask) {
+    process::expectEnd();
     return aTask.activate(THR_NEW_LWP, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1);
 }
 

@@ -1,10 +1,11 @@
 /// @file
 /// Waiting for threads to leave what they were doing.
 
-#include "logging/settle.h"
+#include "process/otherThreads.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <time.h>
 
 #include <atomic>
@@ -25,7 +26,7 @@ constexpr std::chrono::seconds kLimit{1};
 
 steady_clock::duration timeToSettle() {
     const auto lStart = steady_clock::now();
-    osx::settleOtherThreads();
+    osx::process::settleOtherThreads();
     return steady_clock::now() - lStart;
 }
 
@@ -59,15 +60,15 @@ private:
 
 }  // namespace
 
-TEST(Settle, SeesWhetherOtherThreadsRun) {
+TEST(OtherThreads, AreCounted) {
 #ifndef __SANITIZE_THREAD__  // Which has a thread of its own.
-    EXPECT_FALSE(osx::otherThreadsRun());
+    EXPECT_EQ(0, osx::process::otherThreads());
 #endif
     const BusyThread lBusy;
-    EXPECT_TRUE(osx::otherThreadsRun());
+    EXPECT_LE(1, osx::process::otherThreads());
 }
 
-TEST(Settle, WaitsUntilEachThreadHadTheProcessor) {
+TEST(OtherThreads, SettleOnceEachHasHadTheProcessor) {
     std::vector<BusyThread> lThreads(6);
     std::vector<nanoseconds> lBefore;
     for (BusyThread& lThread : lThreads) {
@@ -81,11 +82,19 @@ TEST(Settle, WaitsUntilEachThreadHadTheProcessor) {
     }
 }
 
-TEST(Settle, DoesNotWaitForAThreadThatSleeps) {
+TEST(OtherThreads, SettleAtOnceIfTheySleep) {
     std::promise<void> lAwake;
     std::thread lSleeper([lEnd = lAwake.get_future()]() mutable { lEnd.wait(); });
     // More than once: the machine may be busy with something else.
     EXPECT_TRUE(test::waitUntil([] { return timeToSettle() < kLimit; }));
     lAwake.set_value();
     lSleeper.join();
+}
+
+TEST(OtherThreads, AreNotWaitedForIfTheyCannotBeSeen) {
+    const rlimit lNoDescriptors{0, 0};
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &lNoDescriptors));
+    const BusyThread lBusy;
+    EXPECT_EQ(osx::process::kUnseen, osx::process::otherThreads());
+    EXPECT_FALSE(osx::process::settleOtherThreads());
 }

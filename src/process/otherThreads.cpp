@@ -1,6 +1,7 @@
-#include "logging/settle.h"
+#include "process/otherThreads.h"
 
 #include <dirent.h>
+#include <sys/single_threaded.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -14,9 +15,7 @@
 #include <string>
 #include <thread>
 
-#include "base/standardDescriptors.h"
-
-namespace osx {
+namespace osx::process {
 
 namespace {
 
@@ -71,10 +70,12 @@ public:
     /// Looks at them once more. @return whether all have settled.
     bool settled() {
         bool lSettled = true;
-        const bool lSeen =
-            forEachOtherThread([&](pid_t aThread) { lSettled = settled(aThread) && lSettled; });
-        return lSettled && lSeen;
+        mSeen = forEachOtherThread([&](pid_t aThread) { lSettled = settled(aThread) && lSettled; });
+        return lSettled;
     }
+
+    /// @return whether the latest look saw them.
+    bool seen() const { return mSeen; }
 
 private:
     struct Times {
@@ -93,26 +94,32 @@ private:
     }
 
     std::map<pid_t, Times> mTimes;
+    bool mSeen = false;
 };
 
 }  // namespace
 
-bool otherThreadsRun() noexcept {
-    bool lRun = false;
-    const bool lSeen = forEachOtherThread([&lRun](pid_t) { lRun = true; });
-    return lRun || !lSeen;
+int otherThreads() noexcept {
+    if (__libc_single_threaded != 0) {
+        return 0;
+    }
+    int lNumber = 0;
+    return forEachOtherThread([&lNumber](pid_t) { ++lNumber; }) ? lNumber : kUnseen;
 }
 
-void settleOtherThreads() noexcept {
+bool settleOtherThreads() noexcept {
     const auto lEnd = steady_clock::now() + kLimit;
     try {
         OtherThreads lOthers;
-        while (!lOthers.settled() && steady_clock::now() < lEnd) {
+        bool lSettled = lOthers.settled();
+        while (!lSettled && lOthers.seen() && steady_clock::now() < lEnd) {
             std::this_thread::sleep_for(kPause);
+            lSettled = lOthers.settled();
         }
+        return lSettled && lOthers.seen();
     } catch (const std::exception&) {
-        std::this_thread::sleep_until(lEnd);
+        return false;
     }
 }
 
-}  // namespace osx
+}  // namespace osx::process

@@ -1,0 +1,22 @@
+/// @file
+/// What ACE keeps for a whole process, at the start, at the end and across a fork.
+#ifndef OSX_PROCESS_ACESTATE_H
+#define OSX_PROCESS_ACESTATE_H
+
+namespace osx::process {
+
+/// @return whether ACE has been torn down, or is being.
+bool isAceGone() noexcept;
+
+/// Keeps ACE's traces of its own shutdown off the user's screen.
+void hideAceTraces() noexcept;
+
+/// Lets no further line into ACE's logging. Takes no lock: a thread may be stuck there with ACE's.
+void silenceAceLogging() noexcept;
+
+/// Makes ACE's managers believe that they have been shut down, so that they free nothing.
+void keepAce() noexcept;
+
+}  // namespace osx::process
+
+#endif

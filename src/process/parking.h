@@ -1,0 +1,39 @@
+/// @file
+/// Where the threads that run an event loop stay once the process ends.
+#ifndef OSX_PROCESS_PARKING_H
+#define OSX_PROCESS_PARKING_H
+
+namespace osx::process {
+
+/// A thread that is in an event loop, for as long as the object lives. Loops may nest.
+class InLoop {
+public:
+    InLoop();
+    ~InLoop();
+    InLoop(const InLoop&) = delete;
+    InLoop& operator=(const InLoop&) = delete;
+
+    /// To be called by the loop where the thread holds nothing. Does not return once the process
+    /// ends, but on the thread that ends it.
+    static void parkAtEnd();
+};
+
+/// Holds the calling thread for good, where it touches nothing that is going to be destroyed.
+/// @param aAnnounce called when the thread counts as parked.
+[[noreturn]] void park(void (*aAnnounce)() = nullptr);
+
+/// Begins the end of the process, on the thread that ends it: the others park as they come by.
+void startParking();
+
+/// @return the number of threads in an event loop that have not parked, but for the calling one.
+int threadsToPark();
+
+/// @return the number of threads that have.
+int threadsParked();
+
+/// A forked child has none of the other threads.
+void forgetParking();
+
+}  // namespace osx::process
+
+#endif
