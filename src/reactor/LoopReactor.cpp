@@ -1,5 +1,6 @@
 #include "reactor/LoopReactor.h"
 
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include "ace/Reactor.h"
 #include "reactor/Served.h"
 #include "reactor/TimerQueue.h"
+#include "reactor/replaceDescriptor.h"
 
 namespace osx {
 
@@ -58,6 +60,67 @@ private:
 
 }  // namespace
 
+/// A fork. No lock is held by a thread that the child does not have; and the child gets descriptors
+/// of its own, without which it would set its parent's alarm, take its parent's events, and take
+/// its parent's connections out.
+class LoopReactor::Forking {
+public:
+    static void enter(LoopReactor& aLoop) {
+        static const int lRegistered = ::pthread_atfork(&before, &inParent, &inChild);
+        const std::lock_guard<std::mutex> lGuard(gMutex);
+        aLoop.mNext = lRegistered == 0 ? gFirst : nullptr;
+        gFirst = &aLoop;
+    }
+    static void takeOut(const LoopReactor& aLoop) {
+        const std::lock_guard<std::mutex> lGuard(gMutex);
+        LoopReactor** lLink = &gFirst;
+        while (*lLink != &aLoop) {
+            lLink = &(*lLink)->mNext;
+        }
+        *lLink = aLoop.mNext;
+    }
+
+private:
+    template <class Function>
+    static void forEach(Function aFunction) {
+        for (LoopReactor* lLoop = gFirst; lLoop != nullptr; lLoop = lLoop->mNext) {
+            aFunction(*lLoop);
+        }
+    }
+    static void before() {
+        gMutex.lock();
+        forEach([](LoopReactor& aLoop) {
+            aLoop.mSet.mutex().lock();
+            aLoop.mReady.mutex().lock();
+            aLoop.mTimers.mutex().lock();
+        });
+    }
+    static void inParent() {
+        forEach([](LoopReactor& aLoop) {
+            aLoop.mTimers.mutex().unlock();
+            aLoop.mReady.mutex().unlock();
+            aLoop.mSet.mutex().unlock();
+        });
+        gMutex.unlock();
+    }
+    static void inChild() {
+        forEach([](LoopReactor& aLoop) {
+            aLoop.mSet.renewPoll();
+            aLoop.mTimer.renew();
+            replaceDescriptor(aLoop.mWake, ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+            aLoop.fillPoll();
+            aLoop.mReady.forget();
+            aLoop.mTimers.beginAnew();
+            aLoop.mSleepers = 0;
+            aLoop.mHasToEnrol = true;
+        });
+        inParent();
+    }
+
+    static inline std::mutex gMutex;
+    static inline LoopReactor* gFirst = nullptr;
+};
+
 LoopReactor::LoopReactor(TimerQueue& aTimers)
     : ACE_TP_Reactor(nullptr, &aTimers, true, ACE_Select_Reactor_Token::FIFO),
       mTimers(aTimers),
@@ -66,7 +129,10 @@ LoopReactor::LoopReactor(TimerQueue& aTimers)
       mThroughAce(false),
       mSleepers(0),
       mInside(0),
-      mClosed(true) {
+      mHasToEnrol(false),
+      mClosed(true),
+      mNext(nullptr) {
+    Forking::enter(*this);
     if (initialized()) {
         mClosed = !open();
         if (mClosed) {
@@ -76,6 +142,7 @@ LoopReactor::LoopReactor(TimerQueue& aTimers)
 }
 
 LoopReactor::~LoopReactor() {
+    Forking::takeOut(*this);
     LoopReactor::close();
     mTimers.wakeWith(nullptr);
     if (mWake != -1) {
@@ -88,18 +155,22 @@ bool LoopReactor::usable() {
 }
 
 bool LoopReactor::open() {
-    const int lPoll = mSet.descriptor();
     const bool lOpened =
-        lPoll != -1 && mTimer.descriptor() != -1 && mWake != -1 &&
-        mSet.addTagged(mTimer.descriptor(), ServedSet::kTimer, EPOLLIN | EPOLLET) == 0 &&
-        mSet.addTagged(mWake, ServedSet::kWake, EPOLLIN | EPOLLET) == 0 &&
-        notify_handler_ != nullptr &&
-        mSet.addTagged(notify_handler_->notify_handle(), ServedSet::kNotify, EPOLLIN) == 0 &&
-        ACE_TP_Reactor::register_handler_i(lPoll, &mGate, ACE_Event_Handler::READ_MASK) == 0;
+        fillPoll() && ACE_TP_Reactor::register_handler_i(mSet.descriptor(), &mGate,
+                                                         ACE_Event_Handler::READ_MASK) == 0;
     if (lOpened) {
         mTimers.wakeWith(&mTimer);
     }
     return lOpened;
+}
+
+/// Puts the loop's own descriptors into the poll.
+bool LoopReactor::fillPoll() const {
+    return mSet.descriptor() != -1 && mTimer.descriptor() != -1 && mWake != -1 &&
+           notify_handler_ != nullptr &&
+           mSet.addTagged(mTimer.descriptor(), ServedSet::kTimer, EPOLLIN | EPOLLET) == 0 &&
+           mSet.addTagged(mWake, ServedSet::kWake, EPOLLIN | EPOLLET) == 0 &&
+           mSet.addTagged(notify_handler_->notify_handle(), ServedSet::kNotify, EPOLLIN) == 0;
 }
 
 int LoopReactor::close() {
@@ -161,6 +232,9 @@ int LoopReactor::attempt(int aLimitMs, Waited& aWaited) {
     }
     if (serveReady(aWaited)) {
         return aWaited == kServed ? 1 : 0;
+    }
+    if (mHasToEnrol.load(std::memory_order_relaxed) && mHasToEnrol.exchange(false)) {
+        mSet.enrolAll();
     }
     if (mThroughAce) {
         passOn();

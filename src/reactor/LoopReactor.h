@@ -93,7 +93,10 @@ private:
     /// What a wait came to.
     enum Waited { kServed, kNothing, kFailed };
 
+    class Forking;
+
     bool open();
+    bool fillPoll() const;
     void chooseMode();
     int attempt(int aLimitMs, Waited& aWaited);
     bool serveReady(Waited& aWaited);
@@ -114,7 +117,9 @@ private:
     std::atomic<bool> mThroughAce;  ///< Whether the application has handlers of its own.
     std::atomic<int> mSleepers;     ///< Threads that wait in the poll, or are about to.
     std::atomic<int> mInside;
+    std::atomic<bool> mHasToEnrol;  ///< In the child of a fork, until it runs the loop.
     bool mClosed;
+    LoopReactor* mNext;  ///< Of those that a fork concerns.
 };
 
 }  // namespace osx

@@ -8,12 +8,14 @@
 
 #include <cstdint>
 
+#include "reactor/replaceDescriptor.h"
+
 namespace osx {
 
 /// Readable from a moment of the monotonic clock on.
 class LoopTimer {
 public:
-    LoopTimer() : mDescriptor(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)) {}
+    LoopTimer() : mDescriptor(create()) {}
     ~LoopTimer() {
         if (mDescriptor != -1) {
             ::close(mDescriptor);
@@ -35,7 +37,12 @@ public:
         ::timerfd_settime(mDescriptor, TFD_TIMER_ABSTIME, &lWhen, nullptr);
     }
 
+    /// In the child of a fork, which would otherwise set its parent's.
+    void renew() const { replaceDescriptor(mDescriptor, create()); }
+
 private:
+    static int create() { return ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK); }
+
     const int mDescriptor;
 };
 

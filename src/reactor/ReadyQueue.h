@@ -48,6 +48,11 @@ public:
         return aCount - lAdded;
     }
 
+    std::mutex& mutex() { return mMutex; }
+
+    /// In the child of a fork: they are its parent's. With the lock held.
+    void forget() { mLeft = 0; }
+
 private:
     std::mutex mMutex;
     std::array<epoll_event, kSize> mEvents{};

@@ -6,6 +6,7 @@
 
 #include "base/allocate.h"
 #include "reactor/Served.h"
+#include "reactor/replaceDescriptor.h"
 
 namespace osx {
 
@@ -206,6 +207,20 @@ bool ServedSet::isSuspended(ACE_HANDLE aHandle) const {
 
 void ServedSet::suspendAll(bool aSuspend) {
     forEachPresent([this, aSuspend](ACE_HANDLE aHandle) { suspend(aHandle, aSuspend); });
+}
+
+void ServedSet::renewPoll() const {
+    replaceDescriptor(mPoll, ::epoll_create1(EPOLL_CLOEXEC));
+}
+
+void ServedSet::enrolAll() {
+    forEachPresent([this](ACE_HANDLE aHandle) {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        const Slot& lSlot = *slot(aHandle);
+        if (has(aHandle)) {
+            tell(EPOLL_CTL_ADD, aHandle, lSlot.word.load(), *lSlot.handler.load());
+        }
+    });
 }
 
 void ServedSet::close() {

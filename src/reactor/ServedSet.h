@@ -80,6 +80,15 @@ public:
     bool isSuspended(ACE_HANDLE aHandle) const;
     void suspendAll(bool aSuspend);
 
+    /// @name The fork of the process
+    /// The child gets an event poll of its own, in which nothing is told until `enrolAll`: what it
+    /// takes out does not go from its parent's.
+    /// @{
+    std::mutex& mutex() { return mMutex; }
+    void renewPoll() const;
+    void enrolAll();
+    /// @}
+
     /// Closes all handlers, and takes no more.
     void close();
 

@@ -352,6 +352,21 @@ void TimerQueue::setAlarm() {
     }
 }
 
+void TimerQueue::beginAnew() {
+    const std::thread::id lThread = std::this_thread::get_id();
+    Call** lLink = &mCalls;
+    while (*lLink != nullptr) {
+        Call* const lCall = *lLink;
+        if (lCall->mThread == lThread) {
+            lLink = &lCall->mNext;
+        } else {
+            *lLink = lCall->mNext;
+        }
+    }
+    mWaiting = 0;
+    setAlarm();
+}
+
 // --- calls ---
 
 void TimerQueue::note(Call& aCall) {

@@ -41,6 +41,14 @@ public:
     /// due earlier than it, and when one has expired; null to have it no more.
     void wakeWith(const LoopTimer* aAlarm);
 
+    /// @name The fork of the process
+    /// @{
+    std::mutex& mutex() { return mMutex; }
+    /// In the child, with the lock held: sets the alarm, and forgets the calls of threads that it
+    /// does not have.
+    void beginAnew();
+    /// @}
+
     TimerQueue(const TimerQueue&) = delete;
     TimerQueue& operator=(const TimerQueue&) = delete;
 

@@ -5,11 +5,13 @@
 #include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <fstream>
 #include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -346,4 +348,68 @@ TEST(Connections, FindOutThatTheirPeerHasVanished) {
     EXPECT_GE(kWithinS, optionOf(lSocket, IPPROTO_TCP, TCP_KEEPIDLE) +
                             optionOf(lSocket, IPPROTO_TCP, TCP_KEEPINTVL) *
                                 optionOf(lSocket, IPPROTO_TCP, TCP_KEEPCNT));
+}
+
+namespace {
+
+/// In the child of a fork: what it does there must not reach its parent.
+[[noreturn]] void leaveTheChild(void* aPort, void* aTimer, void* aConnection) {
+    osxUnregisterPort(aPort);
+    osxDestroyTimer(aTimer);
+    ACE_Reactor::instance()->remove_handler(
+        static_cast<ACE_SOCK_Stream*>(aConnection)->get_handle(),
+        ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
+    void* lSoon = osxCreateTimer(&test::count, nullptr, 3600000, 1);
+    osxDestroyTimer(lSoon);
+    ::_exit(0);
+}
+
+}  // namespace
+
+TEST(Connections, PortsAndTimersOfAProcessStayWhenItsChildGivesThemUp) {
+    const test::LogCapture lLog;
+    auto lPort = std::make_unique<EchoPort>();
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 100, 1);
+    {
+        const test::RunningReactor lLoop(2);
+        TcpPeer lPeer = lPort->connect();
+        ASSERT_TRUE(EchoPort::echoes(lPeer));
+        for (int lRound = 0; lRound < 20; ++lRound) {
+            const pid_t lChild = ::fork();
+            if (lChild == 0) {
+                leaveTheChild(lPort->handle(), lTimer, lPort->mLast);
+            }
+            int lStatus = -1;
+            EXPECT_EQ(lChild, ::waitpid(lChild, &lStatus, 0));
+            EXPECT_EQ(0, lStatus);
+            EXPECT_TRUE(EchoPort::echoes(lPeer));
+            TcpPeer lNew = lPort->connect();
+            EXPECT_TRUE(EchoPort::echoes(lNew));
+        }
+        const int lBefore = lCounter.value();
+        EXPECT_TRUE(lCounter.waitFor(lBefore + 2));
+    }
+    osxDestroyTimer(lTimer);
+}
+
+/// As a program does that becomes a daemon.
+TEST(Connections, AreServedWithTimersByTheChildOfAFork) {
+    const test::LogCapture lLog;
+    test::RunningReactor::reactor().initReactor();
+    EchoPort lPort;
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
+    const pid_t lChild = ::fork();
+    if (lChild == 0) {
+        test::RunningReactor::reactor().startReactor();
+        TcpPeer lPeer = lPort.connect();
+        const bool lRight = EchoPort::echoes(lPeer) && lCounter.waitFor(3);
+        test::RunningReactor::reactor().stopAndDeleteReactorThreads();
+        ::_exit(lRight ? 0 : 1);
+    }
+    int lStatus = -1;
+    EXPECT_EQ(lChild, ::waitpid(lChild, &lStatus, 0));
+    EXPECT_EQ(0, lStatus);
+    osxDestroyTimer(lTimer);
 }

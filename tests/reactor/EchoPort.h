@@ -31,6 +31,7 @@ public:
     /// @return whether a connection is echoed to.
     static bool echoes(TcpPeer& aPeer) { return aPeer.send("x") && aPeer.receive(1) == "x"; }
     void letGo() { mLetGo.add(); }
+    void* handle() const { return mPort; }
 
     /// The connection made last, and its descriptor.
     std::atomic<void*> mLast{nullptr};
