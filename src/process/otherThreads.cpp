@@ -31,7 +31,6 @@ constexpr std::chrono::seconds kLimit{1};
 /// the threads could be looked at.
 template <class Function>
 bool forEachOtherThread(Function aFunction) {
-    const StandardDescriptorsTaken lTaken;
     const std::unique_ptr<DIR, int (*)(DIR*)> lTasks(::opendir("/proc/self/task"), ::closedir);
     if (lTasks == nullptr) {
         return false;

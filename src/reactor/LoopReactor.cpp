@@ -1,6 +1,6 @@
 #include "reactor/LoopReactor.h"
 
-#include <pthread.h>
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -8,8 +8,10 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <new>
 
 #include "ace/Functor.h"
+#include "ace/Pipe.h"
 #include "ace/Reactor.h"
 #include "reactor/Served.h"
 #include "reactor/TimerQueue.h"
@@ -46,6 +48,21 @@ public:
     int execute(void*) override { return 0; }
 };
 
+class NotifyAccess : public ACE_Select_Reactor_Notify {
+public:
+    static ACE_Pipe& pipe(ACE_Select_Reactor_Notify& aNotify) {
+        return aNotify.*(&NotifyAccess::notification_pipe_);
+    }
+};
+
+/// Puts a pipe of the child's own in the place of one that it shares with its parent.
+void replacePipe(const ACE_Pipe& aPipe) {
+    std::array<int, 2> lEnds{-1, -1};
+    [[maybe_unused]] const int lResult = ::pipe2(lEnds.data(), O_CLOEXEC | O_NONBLOCK);
+    replaceDescriptor(aPipe.read_handle(), lEnds[0]);
+    replaceDescriptor(aPipe.write_handle(), lEnds[1]);
+}
+
 /// Counts a thread for as long as it lives.
 class Counted {
 public:
@@ -60,67 +77,6 @@ private:
 
 }  // namespace
 
-/// A fork. No lock is held by a thread that the child does not have; and the child gets descriptors
-/// of its own, without which it would set its parent's alarm, take its parent's events, and take
-/// its parent's connections out.
-class LoopReactor::Forking {
-public:
-    static void enter(LoopReactor& aLoop) {
-        static const int lRegistered = ::pthread_atfork(&before, &inParent, &inChild);
-        const std::lock_guard<std::mutex> lGuard(gMutex);
-        aLoop.mNext = lRegistered == 0 ? gFirst : nullptr;
-        gFirst = &aLoop;
-    }
-    static void takeOut(const LoopReactor& aLoop) {
-        const std::lock_guard<std::mutex> lGuard(gMutex);
-        LoopReactor** lLink = &gFirst;
-        while (*lLink != &aLoop) {
-            lLink = &(*lLink)->mNext;
-        }
-        *lLink = aLoop.mNext;
-    }
-
-private:
-    template <class Function>
-    static void forEach(Function aFunction) {
-        for (LoopReactor* lLoop = gFirst; lLoop != nullptr; lLoop = lLoop->mNext) {
-            aFunction(*lLoop);
-        }
-    }
-    static void before() {
-        gMutex.lock();
-        forEach([](LoopReactor& aLoop) {
-            aLoop.mSet.mutex().lock();
-            aLoop.mReady.mutex().lock();
-            aLoop.mTimers.mutex().lock();
-        });
-    }
-    static void inParent() {
-        forEach([](LoopReactor& aLoop) {
-            aLoop.mTimers.mutex().unlock();
-            aLoop.mReady.mutex().unlock();
-            aLoop.mSet.mutex().unlock();
-        });
-        gMutex.unlock();
-    }
-    static void inChild() {
-        forEach([](LoopReactor& aLoop) {
-            aLoop.mSet.renewPoll();
-            aLoop.mTimer.renew();
-            replaceDescriptor(aLoop.mWake, ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-            aLoop.fillPoll();
-            aLoop.mReady.forget();
-            aLoop.mTimers.beginAnew();
-            aLoop.mSleepers = 0;
-            aLoop.mHasToEnrol = true;
-        });
-        inParent();
-    }
-
-    static inline std::mutex gMutex;
-    static inline LoopReactor* gFirst = nullptr;
-};
-
 LoopReactor::LoopReactor(TimerQueue& aTimers)
     : ACE_TP_Reactor(nullptr, &aTimers, true, ACE_Select_Reactor_Token::FIFO),
       mTimers(aTimers),
@@ -130,9 +86,7 @@ LoopReactor::LoopReactor(TimerQueue& aTimers)
       mSleepers(0),
       mInside(0),
       mHasToEnrol(false),
-      mClosed(true),
-      mNext(nullptr) {
-    Forking::enter(*this);
+      mClosed(true) {
     if (initialized()) {
         mClosed = !open();
         if (mClosed) {
@@ -142,7 +96,6 @@ LoopReactor::LoopReactor(TimerQueue& aTimers)
 }
 
 LoopReactor::~LoopReactor() {
-    Forking::takeOut(*this);
     LoopReactor::close();
     mTimers.wakeWith(nullptr);
     if (mWake != -1) {
@@ -179,6 +132,45 @@ int LoopReactor::close() {
         mSet.close();
     }
     return ACE_TP_Reactor::close();
+}
+
+// --- the fork of the process ---
+
+/// The token first: who has it takes the others.
+void LoopReactor::lockForFork() {
+    token_.acquire();
+    mSet.mutex().lock();
+    mReady.mutex().lock();
+    mTimers.mutex().lock();
+}
+
+void LoopReactor::unlockAfterFork() {
+    mTimers.mutex().unlock();
+    mReady.mutex().unlock();
+    mSet.mutex().unlock();
+    token_.release();
+}
+
+void LoopReactor::renewInChild() {
+    if (auto* const lNotify = dynamic_cast<ACE_Select_Reactor_Notify*>(notify_handler_)) {
+        replacePipe(NotifyAccess::pipe(*lNotify));
+    }
+    mSet.renewPoll();
+    mTimer.renew();
+    replaceDescriptor(mWake, ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    fillPoll();
+    mReady.forget();
+    mTimers.beginAnew();
+    mSleepers = 0;
+    mHasToEnrol = true;
+    mTimers.mutex().unlock();
+    mReady.mutex().unlock();
+    mSet.mutex().unlock();
+    // The token knows its owner by the thread id, and has waiters that are not here.
+    const int lQueueing = token_.queueing_strategy();
+    new (&token_) ACE_Select_Reactor_Token(*this, lQueueing);
+    // Those that other threads were serving.
+    ACE_TP_Reactor::resume_handlers();
 }
 
 // --- the two ways ---

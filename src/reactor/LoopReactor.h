@@ -45,6 +45,16 @@ public:
     /// @return 1; 0 when nothing was served; -1 on failure, and when the loop has been ended.
     int serveOne(std::chrono::milliseconds aLimit);
 
+    /// @name The fork of the process
+    /// Who forks takes the locks first, so that what they guard is whole, and gives them back. The
+    /// child gets descriptors of its own, without which it would set its parent's alarm, wake its
+    /// threads, take its events, and take its connections out.
+    /// @{
+    void lockForFork();
+    void unlockAfterFork();
+    void renewInChild();
+    /// @}
+
     /// @name ACE's interface
     /// @{
     int handle_events(ACE_Time_Value* aLimit = nullptr) override;
@@ -93,8 +103,6 @@ private:
     /// What a wait came to.
     enum Waited { kServed, kNothing, kFailed };
 
-    class Forking;
-
     bool open();
     bool fillPoll() const;
     void chooseMode();
@@ -119,7 +127,6 @@ private:
     std::atomic<int> mInside;
     std::atomic<bool> mHasToEnrol;  ///< In the child of a fork, until it runs the loop.
     bool mClosed;
-    LoopReactor* mNext;  ///< Of those that a fork concerns.
 };
 
 }  // namespace osx

@@ -213,11 +213,13 @@ void ServedSet::renewPoll() const {
     replaceDescriptor(mPoll, ::epoll_create1(EPOLL_CLOEXEC));
 }
 
+/// The threads that were serving are the parent's.
 void ServedSet::enrolAll() {
     forEachPresent([this](ACE_HANDLE aHandle) {
         const std::lock_guard<std::mutex> lGuard(mMutex);
-        const Slot& lSlot = *slot(aHandle);
+        Slot& lSlot = *slot(aHandle);
         if (has(aHandle)) {
+            lSlot.word.fetch_and(~(kServing | kAgain));
             tell(EPOLL_CTL_ADD, aHandle, lSlot.word.load(), *lSlot.handler.load());
         }
     });
