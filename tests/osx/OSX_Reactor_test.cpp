@@ -388,7 +388,7 @@ TEST(Reactor, WithoutADescriptorForItIsTriedAgainByTheNextUse) {
         osxDestroyTimer(lTimer);
         const OSX_Reactor lGone;
     }
-    ACE_Reactor::instance(nullptr, false);
+    ACE_Reactor* const lFormer = ACE_Reactor::instance();
     std::vector<test::Descriptor> lTaken;
     for (int lOne = 0; lOne < 16; ++lOne) {
         lTaken.emplace_back(::fcntl(0, F_DUPFD_CLOEXEC, 0));
@@ -399,15 +399,14 @@ TEST(Reactor, WithoutADescriptorForItIsTriedAgainByTheNextUse) {
     OSX_Reactor lReactor;
     EXPECT_EQ(EMFILE, errno);
     lReactor.startReactor();
-    EXPECT_EQ(0, osxRunReactor());
-    test::Counter lCounter;
-    void* lNoTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
+    EXPECT_EQ(lFormer, ACE_Reactor::instance());
     lTaken.clear();
     lReactor.initReactor();
+    EXPECT_NE(lFormer, ACE_Reactor::instance());
+    test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
     EXPECT_TRUE(lCounter.waitFor(1));
     osxDestroyTimer(lTimer);
-    osxDestroyTimer(lNoTimer);
 }
 
 TEST(Reactor, SaysWhenAThreadCannotBeAllocated) {
