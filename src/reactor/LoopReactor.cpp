@@ -85,6 +85,7 @@ LoopReactor::LoopReactor(TimerQueue& aTimers)
       mThroughAce(false),
       mSleepers(0),
       mInside(0),
+      mEnded(false),
       mHasToEnrol(false),
       mClosed(true) {
     if (initialized()) {
@@ -218,7 +219,7 @@ int LoopReactor::serveOne(std::chrono::milliseconds aLimit) {
 int LoopReactor::attempt(int aLimitMs, Waited& aWaited) {
     const Counted lInside(mInside);
     aWaited = kFailed;
-    if (deactivated() != 0) {
+    if (mEnded) {
         errno = ESHUTDOWN;
         return -1;
     }
@@ -487,6 +488,15 @@ int LoopReactor::resume_handlers() {
     const int lResult = ACE_TP_Reactor::resume_handlers();
     mSet.suspendAll(false);
     return lResult;
+}
+
+int LoopReactor::deactivated() {
+    return mEnded ? 1 : 0;
+}
+
+void LoopReactor::deactivate(int aEnd) {
+    mEnded = aEnd != 0;
+    ACE_TP_Reactor::deactivate(aEnd);
 }
 
 int LoopReactor::work_pending(const ACE_Time_Value& aLimit) {

@@ -71,6 +71,8 @@ public:
     int suspend_handlers() override;
     int resume_handlers() override;
     int work_pending(const ACE_Time_Value& aLimit) override;
+    int deactivated() override;
+    void deactivate(int aEnd) override;
     int close() override;
     /// @}
 
@@ -125,6 +127,7 @@ private:
     std::atomic<bool> mThroughAce;  ///< Whether the application has handlers of its own.
     std::atomic<int> mSleepers;     ///< Threads that wait in the poll, or are about to.
     std::atomic<int> mInside;
+    std::atomic<bool> mEnded;       ///< ACE's own mark is a plain word, and is read with the token.
     std::atomic<bool> mHasToEnrol;  ///< In the child of a fork, until it runs the loop.
     bool mClosed;
 };

@@ -902,12 +902,31 @@ std::size_t secondsBegunSince(std::chrono::steady_clock::time_point aStart) {
     return static_cast<std::size_t>(
         std::chrono::duration_cast<std::chrono::seconds>(lElapsed).count() + 1);
 }
+
+/// Checkers that are built into the code need a descriptor the first time that it runs.
+void exerciseTimerAndPort(const PlainPort& aPort) {
+    test::Counter lFired;
+    void* lOnce = osxCreateTimer(&test::count, &lFired, 1, 0);
+    void* lPeriodic = osxCreateTimer(&test::count, &lFired, 1, 1);
+    EXPECT_TRUE(lFired.waitFor(3));
+    osxDestroyTimer(lOnce);
+    osxDestroyTimer(lPeriodic);
+    {
+        TcpPeer lPeer = aPort.connect();
+        lPeer.send("x");
+        EXPECT_EQ("x", lPeer.receive(1));
+    }
+    EXPECT_TRUE(
+        test::waitUntil([] { return osxDataHandler::mNrCreated == osxDataHandler::mNrDestroyed; }));
+}
+
 }  // namespace
 
 TEST(PortWithoutDescriptors, RefusesServesTheOthersAndRecovers) {
     const test::LogCapture lLog;
     PlainPort lPort(nullptr, nullptr, nullptr, &echo);
     const test::RunningReactor lLoop;
+    exerciseTimerAndPort(lPort);
     TcpPeer lOld = lPort.connect();
     lOld.send("x");
     ASSERT_EQ("x", lOld.receive(1));
@@ -937,23 +956,6 @@ TEST(PortWithoutDescriptors, RefusesServesTheOthersAndRecovers) {
     lNew.send("x");
     EXPECT_EQ("x", lNew.receive(1));
 }
-
-namespace {
-
-/// Checkers that are built into the code need a descriptor the first time that it runs.
-void exerciseTimerAndPort(const PlainPort& aPort) {
-    test::Counter lFired;
-    void* lOnce = osxCreateTimer(&test::count, &lFired, 1, 0);
-    void* lPeriodic = osxCreateTimer(&test::count, &lFired, 1, 1);
-    EXPECT_TRUE(lFired.waitFor(3));
-    osxDestroyTimer(lOnce);
-    osxDestroyTimer(lPeriodic);
-    TcpPeer lPeer = aPort.connect();
-    lPeer.send("x");
-    EXPECT_EQ("x", lPeer.receive(1));
-}
-
-}  // namespace
 
 /// Without even the spare descriptor the waiting connection cannot be refused: the port looks again
 /// from time to time, and has it when there is a descriptor.

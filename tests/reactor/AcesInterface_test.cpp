@@ -73,7 +73,7 @@ public:
     }
     int handle_output(ACE_HANDLE) override {
         mOutputs.add();
-        return mResult;
+        return 0;
     }
     int handle_exception(ACE_HANDLE) override {
         mExceptions.add();

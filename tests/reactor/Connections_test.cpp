@@ -353,12 +353,11 @@ TEST(Connections, FindOutThatTheirPeerHasVanished) {
 namespace {
 
 /// In the child of a fork: what it does there must not reach its parent.
-[[noreturn]] void leaveTheChild(void* aPort, void* aTimer, void* aConnection) {
+[[noreturn]] void leaveTheChild(void* aPort, void* aTimer, int aConnection) {
     osxUnregisterPort(aPort);
     osxDestroyTimer(aTimer);
     ACE_Reactor::instance()->remove_handler(
-        static_cast<ACE_SOCK_Stream*>(aConnection)->get_handle(),
-        ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
+        aConnection, ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
     void* lSoon = osxCreateTimer(&test::count, nullptr, 3600000, 1);
     osxDestroyTimer(lSoon);
     ::_exit(0);
@@ -375,10 +374,11 @@ TEST(Connections, PortsAndTimersOfAProcessStayWhenItsChildGivesThemUp) {
         const test::RunningReactor lLoop(2);
         TcpPeer lPeer = lPort->connect();
         ASSERT_TRUE(EchoPort::echoes(lPeer));
+        const int lConnection = lPort->mLastDescriptor;
         for (int lRound = 0; lRound < 20; ++lRound) {
             const pid_t lChild = ::fork();
             if (lChild == 0) {
-                leaveTheChild(lPort->handle(), lTimer, lPort->mLast);
+                leaveTheChild(lPort->handle(), lTimer, lConnection);
             }
             int lStatus = -1;
             EXPECT_EQ(lChild, ::waitpid(lChild, &lStatus, 0));
