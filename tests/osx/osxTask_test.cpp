@@ -134,6 +134,17 @@ TEST(Task, RunsThoughTheNameTableIsFull) {
     EXPECT_EQ(1, lCounter);
 }
 
+TEST(Task, IsMadeByAThreadThatIsCancelledThoughTheNameTableIsFull) {
+    const test::CancellingLog lLog;
+    while (osxNameTableCount() < OSX_NAME_TABLE_SIZE) {
+        osxNameTableRegister(&gSomething, "filler");
+    }
+    void* lTask = nullptr;
+    EXPECT_TRUE(test::outlastsItsCancellation(
+        [&] { osxBeginTask(nothing, 0, 0, nullptr, &lTask, "unnamed"); }));
+    osxEndOtherTask(lTask);
+}
+
 TEST(Task, NeedsNoName) {
     void* const lTask = begin(nothing, nullptr, nullptr);
     EXPECT_STREQ("", osxNameTableGetName(lTask));
