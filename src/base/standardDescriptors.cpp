@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "base/NoCancellation.h"
 #include "base/closeKeepingErrno.h"
 
 namespace osx {
@@ -21,6 +22,7 @@ bool isOpen(int aDescriptor) {
 }  // namespace
 
 StandardDescriptorsTaken::StandardDescriptorsTaken() noexcept {
+    const NoCancellation lGuard;
     const int lErrno = errno;
     for (int lNumber = 0; lNumber < kFirstOther; ++lNumber) {
         if (!isOpen(lNumber)) {

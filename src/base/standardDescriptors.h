@@ -7,6 +7,8 @@
 
 #include <array>
 
+#include "base/NoCancellation.h"
+
 namespace osx {
 
 /// While one lives, 0 to 2 are taken, so that what is opened meanwhile gets another number. Put it
@@ -29,9 +31,11 @@ private:
 /// @return the descriptor; -1 with `errno` if it was -1 or could not be moved, being closed then.
 int aboveStandard(int aDescriptor) noexcept;
 
-/// Makes a descriptor that is none of 0 to 2. @param aMake makes it, or returns -1 with `errno`.
+/// Makes a descriptor that is none of 0 to 2. @param aMake makes it, or returns -1 with `errno`; a
+/// cancellation waits for it.
 template <class Make>
 int makeDescriptor(Make aMake) noexcept {
+    const NoCancellation lGuard;
     const StandardDescriptorsTaken lTaken;
     return aboveStandard(aMake());
 }

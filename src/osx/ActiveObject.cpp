@@ -25,6 +25,19 @@ private:
     std::atomic<int>& mFlag;
 };
 
+/// However the routine ends, the queue then takes requests again, though a stop for want of memory
+/// has closed it.
+class QueueOpener {
+public:
+    explicit QueueOpener(ACE_Activation_Queue& aQueue) : mQueue(aQueue) {}
+    ~QueueOpener() { mQueue.queue()->activate(); }
+    QueueOpener(const QueueOpener&) = delete;
+    QueueOpener& operator=(const QueueOpener&) = delete;
+
+private:
+    ACE_Activation_Queue& mQueue;
+};
+
 /// Not the activation queue's own `enqueue`, which goes on without the data block when only that
 /// could not be allocated, and crashes.
 ACE_Message_Block* messageBlockFor(ACE_Method_Request* aRequest) {
@@ -42,7 +55,8 @@ ACE_Message_Block* messageBlockFor(ACE_Method_Request* aRequest) {
 
 }  // namespace
 
-ActiveObject::ActiveObject() : ACE_Task<ACE_MT_SYNCH>(nullptr, nullptr), mQueue(), mRunning(0) {
+ActiveObject::ActiveObject()
+    : ACE_Task<ACE_MT_SYNCH>(nullptr, nullptr), mQueue(), mRunning(0), mQueuedStop(nullptr) {
     if (mQueue.queue() != nullptr) {
         // At ACE's default mark an insert would block the inserting thread.
         mQueue.queue()->high_water_mark(std::numeric_limits<std::size_t>::max());
@@ -64,7 +78,24 @@ ActiveObject::~ActiveObject() {
 }
 
 int ActiveObject::init() {
+    const std::lock_guard<std::mutex> lGuard(mStartMutex);
+    if (thr_count() == 0 && mRunning.load(std::memory_order_relaxed) == 0) {
+        forgetStop();
+    }
     return osx::startThread(*this);
+}
+
+/// What stopped the former thread may have come before a stop that was queued, which would end the
+/// next one. While somebody still waits for that stop, it holds for the next thread.
+void ActiveObject::forgetStop() {
+    const std::unique_lock<std::mutex> lLock(mStopMutex, std::try_to_lock);
+    if (!lLock.owns_lock() || mQueue.queue() == nullptr) {
+        return;
+    }
+    if (StopRequest* const lStop = mQueuedStop.exchange(nullptr)) {
+        lStop->mObject = nullptr;
+    }
+    mQueue.queue()->activate();
 }
 
 int ActiveObject::insert(ACE_Method_Request* aRequest) {
@@ -85,14 +116,39 @@ int ActiveObject::insert(ACE_Method_Request* aRequest) {
 int ActiveObject::svc() {
     const osx::RunningHere lRunning(this);
     const RunningFlag lFlag(mRunning);
+    const QueueOpener lOpener(mQueue);
+    mJoiner.beginThread();
     do {
         const std::unique_ptr<ACE_Method_Request> lRequest(mQueue.dequeue());
         if (lRequest == nullptr) {
             return -1;
         }
+        noteDequeued(lRequest.get());
         lRequest->call();
     } while (mRunning.load(std::memory_order_relaxed) != 0);
     return 0;
+}
+
+void ActiveObject::noteDequeued(const ACE_Method_Request* aRequest) {
+    if (aRequest == mQueuedStop.load(std::memory_order_relaxed)) {
+        mQueuedStop.store(nullptr, std::memory_order_relaxed);
+    }
+}
+
+/// @return whether a stop is in the queue.
+bool ActiveObject::queueStop() {
+    const std::lock_guard<std::mutex> lGuard(mStartMutex);
+    if (mQueuedStop.load(std::memory_order_relaxed) != nullptr) {
+        return true;
+    }
+    auto* const lRequest = osx::allocate<StopRequest>(this);
+    mQueuedStop.store(lRequest, std::memory_order_relaxed);  // before the thread can take it out
+    const bool lQueued = lRequest != nullptr && insert(lRequest) != -1;
+    if (!lQueued) {
+        mQueuedStop.store(nullptr, std::memory_order_relaxed);
+        delete lRequest;
+    }
+    return lQueued;
 }
 
 void ActiveObject::stop() {
@@ -105,10 +161,7 @@ void ActiveObject::stop() {
     if (mRunning.load(std::memory_order_relaxed) == 0) {
         return;
     }
-    auto* const lRequest = osx::allocate<StopRequest>(this);
-    const bool lQueued = lRequest != nullptr && insert(lRequest) != -1;
-    if (!lQueued) {
-        delete lRequest;
+    if (!queueStop()) {
         mQueue.queue()->deactivate();
     }
     if (!lOwnThread) {

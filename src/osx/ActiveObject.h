@@ -14,6 +14,8 @@
 #include "base/osxExport.h"
 #include "osx/ThreadJoiner.h"
 
+class StopRequest;
+
 /// Idle when constructed, running from `init()` on, stopped by `stop()`, and then ready for another
 /// `init()`. What a thread wrote before `insert` is visible to the request when it runs.
 ///
@@ -55,9 +57,16 @@ public:
 private:
     friend class StopRequest;
 
+    void forgetStop();
+    void noteDequeued(const ACE_Method_Request* aRequest);
+    bool queueStop();
+
     ACE_Activation_Queue mQueue;
     std::atomic<int> mRunning;
-    std::mutex mStopMutex;
+    std::mutex mStopMutex;   ///< Held by a thread that waits for the end, too.
+    std::mutex mStartMutex;  ///< Keeps starts, and the queueing of stops, apart.
+    /// The request of `stop()` that is in the queue: there is never a second one.
+    std::atomic<StopRequest*> mQueuedStop;
     osx::ThreadJoiner mJoiner;
 };
 
@@ -72,6 +81,8 @@ public:
     int call() override;
 
 private:
+    friend class ActiveObject;
+
     ActiveObject* mObject;
 };
 

@@ -14,6 +14,7 @@ ThreadACE::~ThreadACE() = default;
 
 int ThreadACE::svc() {
     const osx::RunningHere lRunning(this);
+    mJoiner.beginThread();
     mThreadID.store(pthread_self(), std::memory_order_relaxed);
     mFunction(mArgument);
     return 0;

@@ -5,7 +5,12 @@
 
 namespace osx {
 
-ThreadJoiner::ThreadJoiner() : mBegun(), mLatest() {}
+ThreadJoiner::ThreadJoiner() : mBegun(), mLatest(pthread_t{}) {}
+
+void ThreadJoiner::beginThread() {
+    pthread_t lThread = ::pthread_self();
+    mLatest.compare_exchange_strong(lThread, pthread_t{});
+}
 
 void ThreadJoiner::join(ACE_Task_Base& aTask) {
     // ACE would join a thread once for each waiter, which is undefined.
@@ -21,6 +26,7 @@ void ThreadJoiner::join(ACE_Task_Base& aTask) {
 void ThreadJoiner::finishBegun() {
     if (mBegun != pthread_t{}) {
         ::pthread_join(mBegun, nullptr);
+        mLatest = mBegun;
         mBegun = pthread_t{};
     }
 }

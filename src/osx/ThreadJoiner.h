@@ -6,6 +6,7 @@
 
 #include <pthread.h>
 
+#include <atomic>
 #include <mutex>
 
 #include "ace/Task.h"
@@ -27,6 +28,9 @@ public:
     /// these threads.
     void join(ACE_Task_Base& aTask);
 
+    /// To be called first by each thread of the task: it may have the id of one that was joined.
+    void beginThread();
+
 private:
     void finishBegun();
     bool joinThread(ACE_Thread_Manager& aManager, pthread_t aThread);
@@ -34,8 +38,9 @@ private:
     void joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask);
 
     std::mutex mMutex;
-    pthread_t mBegun;   ///< What a waiter that was cancelled has left to be joined; 0 for none.
-    pthread_t mLatest;  ///< The last one joined, whose id may be another thread's by now.
+    pthread_t mBegun;  ///< What a waiter that was cancelled has left to be joined; 0 for none.
+    /// The last one joined, whose id may be another task's thread's by now; 0 for none.
+    std::atomic<pthread_t> mLatest;
 };
 
 }  // namespace osx

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "osx/messageQueue.h"
@@ -42,6 +43,7 @@ std::size_t copyOut(const ACE_Message_Block& aMessage, void* aBuffer, std::size_
 
 unsigned int osxMsgQueueInit(unsigned long aSize, long aMaxMessages, void** aHandle,
                              const char* aQueueName) {
+    const osx::NoCancellation lGuard;
     const char* const lName = aQueueName == nullptr ? "" : aQueueName;
     auto* const lQueue = osx::allocate<MessageQueue>(aSize);
     if (lQueue == nullptr) {

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "ace/Semaphore.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
@@ -58,6 +59,7 @@ int waitFor(sem_t* aSemaphore, osxWaitFlag_t aFlag, unsigned long aTimeOutMs) {
 }  // namespace
 
 unsigned int osxCreateSemaphore(int aStartCount, int aMaxCount, void** aHandle, const char* aName) {
+    const osx::NoCancellation lGuard;
     const bool lNamed = aName != nullptr && *aName != '\0';
     auto* const lSem = createSemaphore(aStartCount, aMaxCount);
     if (lSem == nullptr) {

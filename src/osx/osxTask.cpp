@@ -1,4 +1,5 @@
 #include "ace/Thread_Manager.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "osx/ThreadACE.h"
@@ -13,6 +14,7 @@ constexpr char kModule[] = "osxACE.cpp";
 
 unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long, unsigned long, void* aArgument,
                           void** aHandle, const char* aName) {
+    const osx::NoCancellation lGuard;
     auto* const lThread = osx::allocate<ThreadACE>(aFunction, aArgument);
     if (lThread == nullptr) {
         return OSX_OK;

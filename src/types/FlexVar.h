@@ -144,7 +144,7 @@ public:
     }
     /// Takes the value over and leaves `aOther` of type none; moving a `FlexVar` to itself changes
     /// nothing. A held object of the same kind stays here, too; when memory for its new value is
-    /// short both are as they were. Writes no line.
+    /// short both are as they were, but see rule 4. Writes no line.
     FlexVar& operator=(FlexVar&& aOther) noexcept {
         if (this != &aOther) {
             if (holdsObject() && mType == aOther.mType) {

@@ -22,6 +22,7 @@ struct StringFields : ACE_String_Base<Character> {
     static constexpr auto kLength = &StringFields::len_;
     static constexpr auto kRoom = &StringFields::buf_len_;
     static constexpr auto kOwnsText = &StringFields::release_;
+    static constexpr auto kAllocator = &StringFields::allocator_;
 };
 
 template <class Character>
@@ -76,7 +77,8 @@ bool assign(ACE_String_Base<Character>& aString,
         fill(aString, aSource.fast_rep(), lLength);
         return true;
     }
-    ACE_String_Base<Character> lCopy(aSource);
+    // ACE's copy constructor would take the source's allocator, which may be gone before the copy.
+    ACE_String_Base<Character> lCopy(aSource.fast_rep(), lLength);
     if (lCopy.length() != lLength) {
         return false;
     }
@@ -84,10 +86,13 @@ bool assign(ACE_String_Base<Character>& aString,
     return true;
 }
 
-/// The same from a string that is given up: characters of its own are taken over.
+/// The same from a string that is given up: characters of its own are taken over, unless they are
+/// another allocator's.
 template <class Character>
 bool take(ACE_String_Base<Character>& aString, ACE_String_Base<Character>& aSource) noexcept {
-    if (!(aSource.*StringFields<Character>::kOwnsText)) {
+    using Fields = StringFields<Character>;
+    const bool lIsOthers = aSource.*Fields::kAllocator != aString.*Fields::kAllocator;
+    if (lIsOthers || !(aSource.*Fields::kOwnsText)) {
         return assign(aString, aSource);
     }
     aString.swap(aSource);

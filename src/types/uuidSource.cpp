@@ -14,6 +14,7 @@
 #include "ace/OS_NS_netdb.h"
 #include "ace/Singleton.h"
 #include "ace/Thread_Mutex.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/standardDescriptors.h"
 
@@ -141,6 +142,7 @@ void applyIdentity(Uuid& aUuid) {
 }  // namespace
 
 bool makeUuid(Uuid& aUuid, bool& aInitialized) noexcept {
+    const NoCancellation lWhole;  // the first identifier of a process opens, reads and closes
     const std::lock_guard<std::mutex> lGuard(gMutex);
     Generator* lGenerator = readyGenerator(aInitialized);
     if (lGenerator == nullptr) {

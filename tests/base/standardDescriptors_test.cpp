@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <initializer_list>
 
+#include "support/cancellation.h"
 #include "support/inChild.h"
 
 namespace {
@@ -86,4 +87,27 @@ TEST(StandardDescriptors, AreLeftByADescriptorThatGotOneAllTheSame) {
                !isOpen(1);
     }));
     EXPECT_EQ(-1, osx::aboveStandard(-1));
+}
+
+TEST(StandardDescriptors, AreTakenByAThreadThatIsCancelled) {
+    EXPECT_TRUE(holdsWithout({0, 2}, [] {
+        bool lTaken = false;
+        return test::outlastsItsCancellation([&] {
+                   const osx::StandardDescriptorsTaken lGuard;
+                   lTaken = isOpen(0) && isOpen(2);
+               }) &&
+               lTaken && !isOpen(0) && !isOpen(2);
+    }));
+}
+
+TEST(StandardDescriptors, ADescriptorIsMadeByAThreadThatIsCancelled) {
+    EXPECT_TRUE(test::inChild([] {
+        int lDescriptor = -1;
+        const auto lMake = [] {
+            ::pthread_testcancel();
+            return openNull();
+        };
+        return test::outlastsItsCancellation([&] { lDescriptor = osx::makeDescriptor(lMake); }) &&
+               lDescriptor > STDERR_FILENO;
+    }));
 }

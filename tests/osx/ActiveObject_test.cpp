@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
+#include <functional>
 #include <future>
 #include <memory>
 #include <thread>
@@ -103,6 +104,113 @@ void waitUntilRunning(ActiveObject& aObject) {
 }
 
 }  // namespace
+
+namespace {
+
+/// Starts an object that was stopped: nothing that was left ends the new thread.
+void expectRunsAgain(ActiveObject& aObject, Journal& aJournal) {
+    ASSERT_TRUE(test::waitUntil([&] { return aObject.thr_count() == 0; }));
+    ASSERT_NE(-1, aObject.insert(new Entry(aJournal, 1)));
+    ASSERT_EQ(0, aObject.init());
+    ASSERT_TRUE(aJournal.waitForDeleted(1));
+    ASSERT_NE(-1, aObject.insert(new Entry(aJournal, 2)));
+    ASSERT_TRUE(aJournal.waitForDeleted(2));
+    aObject.stop();
+}
+
+/// For a request: returns when another thread's stop is in the queue behind it.
+void waitUntilAStopIsQueued(ActiveObject& aObject) {
+    int lOwn = 0;
+    EXPECT_TRUE(test::waitUntil([&] { return aObject.insert(new Callback([] {})) > ++lOwn; }));
+}
+
+/// Has a request run while the stop of another thread waits behind it.
+void runBeforeAStop(ActiveObject& aObject, std::function<void()> aWork) {
+    ASSERT_EQ(0, aObject.init());
+    std::promise<void> lRunning;
+    aObject.insert(new Callback([&, lWork = std::move(aWork)] {
+        lRunning.set_value();
+        waitUntilAStopIsQueued(aObject);
+        lWork();
+    }));
+    lRunning.get_future().wait();
+    aObject.stop();
+}
+
+}  // namespace
+
+TEST(ActiveObject, StoppedTwiceByARequestRunsAgain) {
+    Journal lJournal;
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    lObject.insert(new Callback([&] {
+        lObject.stop();
+        lObject.stop();
+    }));
+    expectRunsAgain(lObject, lJournal);
+}
+
+TEST(ActiveObject, StoppedByARequestWhileAnotherThreadStopsItRunsAgain) {
+    Journal lJournal;
+    ActiveObject lObject;
+    runBeforeAStop(lObject, [&] { lObject.stop(); });
+    expectRunsAgain(lObject, lJournal);
+}
+
+TEST(ActiveObject, EndedByARequestWhileAnotherThreadStopsItRunsAgain) {
+    Journal lJournal;
+    ActiveObject lObject;
+    runBeforeAStop(lObject, [&] { StopRequest(&lObject).call(); });
+    expectRunsAgain(lObject, lJournal);
+}
+
+TEST(ActiveObject, WhoseThreadARequestEndsWhileAnotherOneStopsItRunsAgain) {
+    Journal lJournal;
+    ActiveObject lObject;
+    runBeforeAStop(lObject, [] { ::pthread_exit(nullptr); });
+    expectRunsAgain(lObject, lJournal);
+}
+
+TEST(ActiveObject, StoppedByARequestThoughMemoryIsShortRunsAgain) {
+    Journal lJournal;
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    lObject.insert(new Callback([&] {
+        const test::FailingAllocator lFailing;
+        lObject.stop();
+    }));
+    expectRunsAgain(lObject, lJournal);
+}
+
+TEST(ActiveObject, StoppedWithoutMemoryByAThreadThatIsCancelledRunsAgain) {
+    Journal lJournal;
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    std::promise<void> lRunning;
+    std::promise<void> lRelease;
+    lObject.insert(new Blocker(lRunning, lRelease.get_future().share()));
+    lRunning.get_future().wait();
+    EXPECT_TRUE(test::isCancelledIn([&] {
+        const test::FailingAllocator lFailing;
+        lObject.stop();
+    }));
+    lRelease.set_value();
+    expectRunsAgain(lObject, lJournal);
+}
+
+TEST(ActiveObject, StartedWhileItRunsIsStillStopped) {
+    ActiveObject lObject;
+    ASSERT_EQ(0, lObject.init());
+    std::promise<void> lRunning;
+    lObject.insert(new Callback([&] {
+        lRunning.set_value();
+        waitUntilAStopIsQueued(lObject);
+        EXPECT_EQ(1, lObject.init());
+    }));
+    lRunning.get_future().wait();
+    lObject.stop();
+    EXPECT_EQ(0U, lObject.thr_count());
+}
 
 TEST(ActiveObject, RunsRequestsInOrderOnceEachAndDeletesThem) {
     Journal lJournal;

@@ -491,6 +491,18 @@ TEST(MessageQueue, WorksThoughTheNameTableIsFull) {
     EXPECT_EQ("x", lQueue.receive().text);
 }
 
+TEST(MessageQueue, IsMadeByAThreadThatIsCancelledThoughTheNameTableIsFull) {
+    int lSomething = 0;
+    while (osxNameTableCount() < OSX_NAME_TABLE_SIZE) {
+        osxNameTableRegister(&lSomething, "filler");
+    }
+    const test::CancellingLog lLog;
+    void* lQueue = nullptr;
+    EXPECT_TRUE(test::outlastsItsCancellation(
+        [&] { EXPECT_EQ(OSX_OK, osxMsgQueueInit(10, 0, &lQueue, "inbox")); }));
+    osxMsgQueueDelete(lQueue);
+}
+
 TEST(MessageQueue, InitFailsWithoutMemory) {
     const test::LogCapture lLog;
     void* lHandle = nullptr;

@@ -14,6 +14,7 @@
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/cancellation.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -204,6 +205,15 @@ TEST(Semaphore, WorksThoughTheNameTableIsFull) {
     EXPECT_EQ(1U, lLog.count("%t We could not set the semaphore name\n"));
     EXPECT_EQ(0, lLog.lines().back().status);
     EXPECT_EQ(OSX_OK, lSemaphore.tryAcquire());
+}
+
+TEST(Semaphore, IsMadeByAThreadThatIsCancelledThoughTheNameTableIsFull) {
+    fillNameTable();
+    const test::CancellingLog lLog;
+    void* lSemaphore = nullptr;
+    EXPECT_TRUE(test::outlastsItsCancellation(
+        [&] { EXPECT_EQ(OSX_OK, osxCreateSemaphore(1, 10, &lSemaphore, "S1")); }));
+    osxDeleteSemaphore(lSemaphore);
 }
 
 TEST(Semaphore, CreateFailsWithALineWithoutMemory) {

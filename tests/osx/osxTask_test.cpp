@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <deque>
 #include <future>
 #include <string>
 #include <thread>
@@ -132,6 +133,17 @@ TEST(Task, RunsThoughTheNameTableIsFull) {
     EXPECT_EQ(1U, lLog.count("Error: Cannot register unnamed, the name table is full!\n"));
     osxEndOtherTask(lTask);
     EXPECT_EQ(1, lCounter);
+}
+
+TEST(Task, IsMadeByAThreadThatIsCancelledThoughTheNameTableIsFull) {
+    const test::CancellingLog lLog;
+    while (osxNameTableCount() < OSX_NAME_TABLE_SIZE) {
+        osxNameTableRegister(&gSomething, "filler");
+    }
+    void* lTask = nullptr;
+    EXPECT_TRUE(test::outlastsItsCancellation(
+        [&] { osxBeginTask(nothing, 0, 0, nullptr, &lTask, "unnamed"); }));
+    osxEndOtherTask(lTask);
 }
 
 TEST(Task, NeedsNoName) {
@@ -486,6 +498,27 @@ TEST(ThreadACE, WhoseRoutineTheApplicationCalledItselfIsWaitedForAllTheSame) {
     EXPECT_EQ(0, lThread.join());
     EXPECT_FALSE(lKeeper.wasEarly());
     EXPECT_TRUE(lSecond.gate.done);
+}
+
+TEST(ThreadACE, ActivatedAgainLeavesNothingBehindThoughMemoryIsShort) {
+    const int lThreads = test::numberOfThreads();
+    std::deque<ThreadACE> lTasks;  // ACE would join with a task what one at its address has left
+    const auto lRun = [lThreads, &lTasks](int aCount) {
+        for (int lIndex = 0; lIndex < aCount; ++lIndex) {
+            ThreadACE& lThread = lTasks.emplace_back(nothing, nullptr);
+            ASSERT_EQ(0, lThread.activate(THR_NEW_LWP));
+            EXPECT_EQ(0, lThread.join());
+            // The second thread is likely to get the thread id of the first.
+            ASSERT_EQ(0, lThread.activate(THR_NEW_LWP));
+            ASSERT_TRUE(test::waitUntil([=] { return test::numberOfThreads() <= lThreads; }));
+            const test::FailingAllocator lFailing;
+            EXPECT_EQ(0, lThread.join());
+        }
+    };
+    lRun(10);
+    const long lBefore = test::addressSpaceInMegabytes();
+    lRun(kManyThreads);
+    EXPECT_LT(test::addressSpaceInMegabytes() - lBefore, kMegabytesOfAFew);
 }
 
 TEST(ThreadACE, LeavesNoTraceAtItsAddress) {

@@ -18,6 +18,8 @@
 #include "support/FailingAllocator.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
+#include "support/cancellation.h"
+#include "support/inChild.h"
 
 namespace {
 
@@ -426,4 +428,16 @@ TEST(DynamicSysInfo, IsReadWhileItIsRefreshed) {
     } while (!lDone);
     lRefreshing.join();
     EXPECT_GT(lReads, 0);
+}
+
+TEST(DynamicSysInfo, IsRefreshedByAThreadThatIsCancelledThoughAStandardDescriptorIsClosed) {
+    EXPECT_TRUE(test::inChild([] {
+        DynamicSysInfo lInfo;
+        ::close(STDIN_FILENO);
+        return test::isCancelledIn([&] {
+                   lInfo.refresh();
+                   ::pthread_testcancel();
+               }) &&
+               ::fcntl(STDIN_FILENO, F_GETFD) == -1;
+    }));
 }

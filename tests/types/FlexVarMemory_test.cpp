@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <utility>
 
+#include "ace/Malloc_Allocator.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "types/FlexVar.h"
@@ -245,4 +247,68 @@ TEST(FlexVarMemory, SurvivesAFailureAtEveryAllocationOfALongRun) {
         lFailed = lFailing.failures() > 0;
     }
     EXPECT_FALSE(lFailed) << "the run never came through";
+}
+
+namespace {
+
+/// An application's own allocator, which may be gone before the FlexVar is.
+class Arena : public ACE_New_Allocator {
+public:
+    void* malloc(std::size_t aSize) override {
+        ++mPieces;
+        return ACE_New_Allocator::malloc(aSize);
+    }
+    void free(void* aMemory) override {
+        --mPieces;
+        ACE_New_Allocator::free(aMemory);
+    }
+    int pieces() const { return mPieces; }
+
+private:
+    int mPieces = 0;
+};
+
+void setString(FlexVar& aVar, const ACE_String_Base<char>& aText) {
+    aVar.setCString(aText);
+}
+void setString(FlexVar& aVar, const ACE_String_Base<wchar_t>& aText) {
+    aVar.setWString(aText);
+}
+void holdString(FlexVar& aVar, ACE_String_Base<char>* aText) {
+    aVar.setCString(aText);
+}
+void holdString(FlexVar& aVar, ACE_String_Base<wchar_t>* aText) {
+    aVar.setWString(aText);
+}
+
+template <class Character>
+void expectTextsOfItsOwn(const ACE_String_Base<Character>& aOld,
+                         const ACE_String_Base<Character>& aNew) {
+    using String = ACE_String_Base<Character>;
+    Arena lArena;
+    const auto lFromArena = [&] { return String(aNew.fast_rep(), aNew.length(), &lArena); };
+
+    FlexVar lSet(aOld);
+    setString(lSet, lFromArena());
+    EXPECT_EQ(0, lArena.pieces());
+    EXPECT_TRUE(isSame(FlexVar(aNew), lSet));
+
+    FlexVar lSource;
+    holdString(lSource, new String(lFromArena()));
+    FlexVar lAssigned(aOld);
+    lAssigned = lSource;
+    EXPECT_EQ(1, lArena.pieces());
+    EXPECT_TRUE(isSame(FlexVar(aNew), lAssigned));
+
+    FlexVar lMoved(aOld);
+    lMoved = std::move(lSource);
+    EXPECT_EQ(0, lArena.pieces());
+    EXPECT_TRUE(isSame(FlexVar(aNew), lMoved));
+}
+
+}  // namespace
+
+TEST(FlexVarMemory, HeldStringTakesNoAllocatorOver) {
+    expectTextsOfItsOwn(narrow("old"), narrow(kLong));
+    expectTextsOfItsOwn(wide(L"old"), wide(L"longer than the old one"));
 }

@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "support/FailingAllocator.h"
+#include "support/cancellation.h"
+#include "support/inChild.h"
 #include "types/FlexVar.h"
 
 namespace {
@@ -354,6 +356,22 @@ TEST(ObjectID, WithoutMemoryForTheGeneratorIsEmptyAndLaterWorks) {
     }
     EXPECT_FALSE(lID.isEmpty());
     EXPECT_EQ('1', text(lID)[14]);
+}
+
+namespace {
+bool generatesThoughItsThreadIsCancelled() {
+    ObjectID lID;
+    return test::outlastsItsCancellation([&] { lID.generateObjectID(); }) && !lID.isEmpty();
+}
+}  // namespace
+
+TEST(ObjectID, IsGeneratedForTheFirstTimeInAThreadThatIsCancelled) {
+    EXPECT_TRUE(test::inChild(generatesThoughItsThreadIsCancelled));
+}
+
+TEST(ObjectID, IsGeneratedInAForkedChildsThreadThatIsCancelled) {
+    ObjectID().generateObjectID();
+    EXPECT_TRUE(test::inChild(generatesThoughItsThreadIsCancelled));
 }
 
 TEST(ObjectID, AMillionFromEightThreadsAreDistinct) {
