@@ -14,8 +14,6 @@
 #include <string>
 #include <thread>
 
-#include "base/standardDescriptors.h"
-
 namespace osx {
 
 namespace {
@@ -32,7 +30,6 @@ constexpr std::chrono::seconds kLimit{1};
 /// the threads could be looked at.
 template <class Function>
 bool forEachOtherThread(Function aFunction) {
-    const StandardDescriptorsTaken lTaken;
     const std::unique_ptr<DIR, int (*)(DIR*)> lTasks(::opendir("/proc/self/task"), ::closedir);
     if (lTasks == nullptr) {
         return false;

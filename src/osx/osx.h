@@ -17,8 +17,8 @@
 ///  6. Unless stated otherwise any thread may call, at any time, and outputs are written only on
 ///     success.
 ///  7. No call changes the process's signal dispositions, and none lets SIGPIPE end the process.
-///     Every descriptor opened is close-on-exec, and none is 0, 1 or 2, even where the application
-///     has closed these.
+///     Every descriptor opened is close-on-exec, and none that is kept is 0, 1 or 2, even where the
+///     application has closed these.
 ///  8. Texts are NUL-terminated and not kept: the library copies what it needs.
 ///  9. A thread may be cancelled (deferred) where a call waits, transfers or writes a line. Making,
 ///     destroying and closing come to their end first.

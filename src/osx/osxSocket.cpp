@@ -11,7 +11,6 @@
 #include "ace/Sock_Connect.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
-#include "base/standardDescriptors.h"
 #include "osx/osx.h"
 #include "osx/peerWatch.h"
 #include "osx/socketConnect.h"
@@ -42,7 +41,6 @@ unsigned long unableToConnect() {
 bool findOwnAddress(ACE_INET_Addr& aAddress, bool& aFound) {
     std::size_t lCount = 0;
     ACE_INET_Addr* lList = nullptr;
-    const osx::StandardDescriptorsTaken lTaken;
     if (ACE::get_ip_interfaces(lCount, lList) == -1) {
         DiagnosticLine(kModule).failure(
             LM_ERROR, "%t osxGetIpAddr: ACE_Sock_Connect::get_ip_interfaces failed. \n");
