@@ -9,6 +9,7 @@
 #include "ace/OS_NS_sys_utsname.h"
 #include "ace/SOCK_Stream.h"
 #include "ace/Sock_Connect.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "osx/osx.h"
@@ -153,6 +154,7 @@ unsigned long osxCloseSocket(void* aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
+    const osx::NoCancellation lGuard;
     closeStream(*lSOCK_Stream);
     return 0;
 }
@@ -163,6 +165,7 @@ unsigned long osxCloseSocketAndRelease(void*& aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
+    const osx::NoCancellation lGuard;
     closeStream(*lSOCK_Stream);
     delete lSOCK_Stream;
     aSocket = nullptr;
