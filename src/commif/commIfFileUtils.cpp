@@ -133,6 +133,7 @@ int commIfFileDelete(const char* aName) {
     if (!osx::openFile(lFile, aName, O_RDONLY | O_NONBLOCK)) {
         return COMMIF_ERR_FILE_OPEN;
     }
+    const osx::NoCancellation lGuard;
     lFile.remove();
     return COMMIF_OK;
 }

@@ -274,6 +274,7 @@ int commIfSerialOpen(int aDesc, commIfSerialParams_t* aParams) {
     if (aParams == nullptr) {
         return COMMIF_ERR_BAD_ARGUMENT;
     }
+    const osx::NoCancellation lGuard;  // the device would be lost; nothing waits
     releaseLeftOvers(*lEntry);
     static_cast<commIfSerialParams_t&>(lEntry->info.serial) = *aParams;
     char lName[kDeviceNameSize];
