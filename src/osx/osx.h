@@ -359,6 +359,8 @@ OSX_EXPORT double htond(double aValue);
 /// `unsigned long`. They block. Different sockets may be used from different threads freely; sends
 /// of several threads on one socket may mix their bytes.
 /// Each send goes out at once, however small: many small pieces are better sent as one vector.
+/// Connections have a `SO_RCVTIMEO` and a `SO_SNDTIMEO` of 10 s, beyond which the calls wait on; an
+/// application's own blocking `recv` or `send` on the handle gets EAGAIN after that time.
 ///
 /// A peer that vanishes without a word, its cable cut or its power gone, is noticed within a
 /// minute: the connection ends as if by an error, `errno` ETIMEDOUT. A peer that is there and takes
