@@ -1,10 +1,11 @@
 #include "base/standardDescriptors.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 
 #include "base/NoCancellation.h"
 #include "base/closeKeepingErrno.h"
@@ -19,34 +20,54 @@ bool isOpen(int aDescriptor) {
     return ::fcntl(aDescriptor, F_GETFD) != -1;
 }
 
+bool isAnyStandardFree() {
+    return !isOpen(STDIN_FILENO) || !isOpen(STDOUT_FILENO) || !isOpen(STDERR_FILENO);
+}
+
 }  // namespace
 
 StandardDescriptorsTaken::StandardDescriptorsTaken() noexcept {
     const NoCancellation lGuard;
     const int lErrno = errno;
-    for (int lNumber = 0; lNumber < kFirstOther; ++lNumber) {
-        if (!isOpen(lNumber)) {
-            takeLowest();
+    for (Placeholder& lPlaceholder : mPlaceholders) {
+        if (isAnyStandardFree()) {
+            lPlaceholder.take();
         }
     }
     errno = lErrno;
 }
 
 StandardDescriptorsTaken::~StandardDescriptorsTaken() {
-    for (int lNumber = 0; lNumber < kFirstOther; ++lNumber) {
-        if (mIsMine[static_cast<std::size_t>(lNumber)]) {
-            closeKeepingErrno(lNumber);
-        }
+    const int lErrno = errno;
+    for (Placeholder& lPlaceholder : mPlaceholders) {
+        lPlaceholder.release();
     }
+    errno = lErrno;
 }
 
-/// Another thread may have taken the number meanwhile.
-void StandardDescriptorsTaken::takeLowest() noexcept {
-    const int lNumber = ::open("/dev/null", O_RDWR | O_CLOEXEC);
-    if (lNumber >= kFirstOther) {
+/// An unconnected socket refuses, without a signal, whoever reads from it or writes to it. Another
+/// thread may have taken the number meanwhile.
+void StandardDescriptorsTaken::Placeholder::take() noexcept {
+    const int lNumber = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    struct stat lStatus{};
+    if (lNumber == -1) {
+        return;
+    }
+    if (lNumber >= kFirstOther || ::fstat(lNumber, &lStatus) == -1) {
         ::close(lNumber);
-    } else if (lNumber != -1) {
-        mIsMine[static_cast<std::size_t>(lNumber)] = true;
+        return;
+    }
+    mNumber = lNumber;
+    mDevice = lStatus.st_dev;
+    mInode = lStatus.st_ino;
+}
+
+/// The application may have put a file of its own on the number, which is not ours to close.
+void StandardDescriptorsTaken::Placeholder::release() noexcept {
+    struct stat lStatus{};
+    if (mNumber != -1 && ::fstat(mNumber, &lStatus) == 0 && lStatus.st_dev == mDevice &&
+        lStatus.st_ino == mInode) {
+        ::close(mNumber);
     }
 }
 

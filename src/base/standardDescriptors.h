@@ -1,7 +1,7 @@
 /// @file
-/// No descriptor of the library is 0, 1 or 2: where the application has closed its standard input,
-/// output or error, one that took such a number would be written to as if it were that, with
-/// diagnostic lines that a peer or a file then gets.
+/// No descriptor that the library keeps is 0, 1 or 2: where the application has closed its standard
+/// input, output or error, one that took such a number would be written to as if it were that, with
+/// diagnostic lines that a peer or a file then gets. What is opened is moved at once.
 #ifndef OSX_BASE_STANDARDDESCRIPTORS_H
 #define OSX_BASE_STANDARDDESCRIPTORS_H
 
@@ -11,8 +11,22 @@
 
 namespace osx {
 
-/// While one lives, 0 to 2 are taken, so that what is opened meanwhile gets another number. Put it
-/// in front of whatever opens a descriptor. Keeps `errno`; afterwards all is as it was.
+/// Moves a new descriptor that is one of 0 to 2 to another number, close-on-exec. No cancellation
+/// point.
+/// @return the descriptor; -1 with `errno` if it was -1 or could not be moved, being closed then.
+int aboveStandard(int aDescriptor) noexcept;
+
+/// Makes a descriptor that is none of 0 to 2. @param aMake makes it, or returns -1 with `errno`;
+/// it may be a cancellation point.
+template <class Make>
+int makeDescriptor(Make aMake) {
+    return aboveStandard(aMake());
+}
+
+/// For what opens and keeps a descriptor that cannot be moved. While one lives, 0 to 2 are taken.
+/// That is felt by other threads of the application, and by a child that one of them forks: put it
+/// around as little as possible, never around something that waits. Keeps `errno`; no cancellation
+/// while it lives.
 class StandardDescriptorsTaken {
 public:
     StandardDescriptorsTaken() noexcept;
@@ -21,24 +35,21 @@ public:
     StandardDescriptorsTaken& operator=(const StandardDescriptorsTaken&) = delete;
 
 private:
-    void takeLowest() noexcept;
+    /// A socket of its own, which is like no other open file.
+    class Placeholder {
+    public:
+        void take() noexcept;
+        void release() noexcept;
 
-    std::array<bool, 3> mIsMine{};
+    private:
+        int mNumber = -1;
+        unsigned long long mDevice = 0;
+        unsigned long long mInode = 0;
+    };
+
+    const NoCancellation mNoCancellation;
+    std::array<Placeholder, 3> mPlaceholders;
 };
-
-/// The rest of the rule, where another thread's guard has just freed such a number, or none could
-/// be had to take it: moves a new descriptor, close-on-exec.
-/// @return the descriptor; -1 with `errno` if it was -1 or could not be moved, being closed then.
-int aboveStandard(int aDescriptor) noexcept;
-
-/// Makes a descriptor that is none of 0 to 2. @param aMake makes it, or returns -1 with `errno`; a
-/// cancellation waits for it.
-template <class Make>
-int makeDescriptor(Make aMake) noexcept {
-    const NoCancellation lGuard;
-    const StandardDescriptorsTaken lTaken;
-    return aboveStandard(aMake());
-}
 
 }  // namespace osx
 

@@ -1,8 +1,13 @@
+#include <dirent.h>
+#include <fcntl.h>
+
 #include <cstring>
 
-#include "ace/Dirent.h"
+#include "ace/Log_Category.h"
 #include "ace/OS_NS_unistd.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
+#include "base/closeKeepingErrno.h"
 #include "base/diagnosticLine.h"
 #include "base/standardDescriptors.h"
 #include "commif/channels.h"
@@ -12,8 +17,44 @@ namespace {
 using osx::DiagnosticLine;
 using osx::kChannelModule;
 
-int nextName(ACE_Dirent& aDirent, char* aName) {
-    const ACE_DIRENT* lEntry = aDirent.read();
+/// In place of ACE's own, whose descriptor cannot be had.
+class Directory {
+public:
+    explicit Directory(const char* aName);
+    ~Directory();
+    Directory(const Directory&) = delete;
+    Directory& operator=(const Directory&) = delete;
+
+    const dirent* read() { return mStream == nullptr ? nullptr : ::readdir(mStream); }
+
+private:
+    DIR* mStream = nullptr;
+};
+
+Directory::Directory(const char* aName) {
+    const int lDescriptor = osx::makeDescriptor(
+        [aName] { return ::open(aName, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC); });
+    if (lDescriptor != -1) {
+        mStream = ::fdopendir(lDescriptor);
+    }
+    if (mStream != nullptr) {
+        return;
+    }
+    if (lDescriptor != -1) {
+        osx::closeKeepingErrno(lDescriptor);
+    }
+    ACELIB_ERROR((LM_ERROR, "%p\n", "ACE_Dirent::ACE_Dirent"));
+}
+
+Directory::~Directory() {
+    const osx::NoCancellation lGuard;
+    if (mStream != nullptr) {
+        ::closedir(mStream);
+    }
+}
+
+int nextName(Directory& aDirectory, char* aName) {
+    const dirent* lEntry = aDirectory.read();
     if (lEntry == nullptr) {
         return COMMIF_ERR_NO_MORE_ENTRIES;
     }
@@ -26,10 +67,9 @@ int nextName(ACE_Dirent& aDirent, char* aName) {
 }  // namespace
 
 int commIfDirOpen(char* aDirectory, char* aFirstName, void** aHandle) {
-    const osx::StandardDescriptorsTaken lTaken;
     auto* lDirent = aHandle == nullptr
                         ? nullptr
-                        : osx::allocate<ACE_Dirent>(aDirectory == nullptr ? "/" : aDirectory);
+                        : osx::allocate<Directory>(aDirectory == nullptr ? "/" : aDirectory);
     if (lDirent == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t commIfDirOpen: lDirent == 0 aDirectory [%s] \n", aDirectory);
@@ -42,13 +82,13 @@ int commIfDirOpen(char* aDirectory, char* aFirstName, void** aHandle) {
 int commIfDirEntryGet(void* aHandle, char* aName) {
     auto* lDirent =
         DiagnosticLine(kChannelModule)
-            .object<ACE_Dirent>(aHandle, LM_DEBUG, "%t commIfDirEntryGet: lDirent == 0 \n");
+            .object<Directory>(aHandle, LM_DEBUG, "%t commIfDirEntryGet: lDirent == 0 \n");
     return lDirent == nullptr ? COMMIF_ERR_FILE_IO : nextName(*lDirent, aName);
 }
 
 void commIfDirClose(void* aHandle) {
     delete DiagnosticLine(kChannelModule)
-        .object<ACE_Dirent>(aHandle, LM_DEBUG, "%t commIfDirClose: lDirent == 0 \n");
+        .object<Directory>(aHandle, LM_DEBUG, "%t commIfDirClose: lDirent == 0 \n");
 }
 
 int commIfDirDefaultSet(const char* aDirectory) {

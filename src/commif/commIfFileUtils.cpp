@@ -19,10 +19,13 @@ namespace osx {
 
 bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) {
     constexpr int kPermissions = 0644;
-    const StandardDescriptorsTaken lTaken;
     const ACE_FILE_Addr lAddress(aName == nullptr ? "" : aName);
-    return ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
-                                        aFlags | O_CLOEXEC | O_NOCTTY, kPermissions) == 0;
+    if (ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
+                                     aFlags | O_CLOEXEC | O_NOCTTY, kPermissions) != 0) {
+        return false;
+    }
+    aFile.set_handle(aboveStandard(aFile.get_handle()));
+    return aFile.get_handle() != ACE_INVALID_HANDLE;
 }
 
 bool findFileSize(ACE_FILE_IO& aFile, ACE_OFF_T& aSize) {
@@ -130,6 +133,7 @@ int commIfFileDelete(const char* aName) {
     if (!osx::openFile(lFile, aName, O_RDONLY | O_NONBLOCK)) {
         return COMMIF_ERR_FILE_OPEN;
     }
+    const osx::NoCancellation lGuard;
     lFile.remove();
     return COMMIF_OK;
 }

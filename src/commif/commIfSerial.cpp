@@ -120,10 +120,13 @@ bool makeTransparent(const ACE_TTY_IO& aDevice) {
 /// Opens a port without waiting for a carrier, and without making it the controlling terminal.
 bool openDevice(ACE_TTY_IO& aDevice, const char* aName) {
     constexpr int kFlags = O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK;
-    const osx::StandardDescriptorsTaken lTaken;
     ACE_DEV_Connector lConnector;
     if (lConnector.connect(aDevice, ACE_DEV_Addr(aName), nullptr, ACE_Addr::sap_any, 0, kFlags,
                            0) == -1) {
+        return false;
+    }
+    aDevice.set_handle(osx::aboveStandard(aDevice.get_handle()));
+    if (aDevice.get_handle() == ACE_INVALID_HANDLE) {
         return false;
     }
     ACE::clr_flags(aDevice.get_handle(), O_NONBLOCK);
@@ -271,6 +274,7 @@ int commIfSerialOpen(int aDesc, commIfSerialParams_t* aParams) {
     if (aParams == nullptr) {
         return COMMIF_ERR_BAD_ARGUMENT;
     }
+    const osx::NoCancellation lGuard;  // the device would be lost; nothing waits
     releaseLeftOvers(*lEntry);
     static_cast<commIfSerialParams_t&>(lEntry->info.serial) = *aParams;
     char lName[kDeviceNameSize];

@@ -19,7 +19,11 @@
 ///  4. A descriptor outside 0 to 202 gives 10006, null parameters of a direct open 10014. A null
 ///     `aRetCount` is allowed: the count is then lost.
 ///  5. Times are milliseconds; 0xFFFFFFFF means no limit.
-///  6. Every descriptor opened from the operating system is close-on-exec.
+///  6. Every descriptor opened from the operating system is close-on-exec, and none that is kept is
+///     0, 1 or 2, even where the application has closed these.
+///  7. A thread may be cancelled (deferred) where a call waits, transfers or writes a line. Opening
+///     a serial port and closing come to their end first; any other call that is cancelled leaves
+///     nothing open.
 #ifndef OSX_COMMIF_COMMIF_H
 #define OSX_COMMIF_COMMIF_H
 

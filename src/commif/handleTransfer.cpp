@@ -3,12 +3,14 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <mutex>
 #include <optional>
 
@@ -27,8 +29,19 @@ bool waitUntilWritable(int aHandle) {
     return ::poll(&lPoll, 1, -1) > 0;
 }
 
+bool isSameDevice(int aHandle, int aOther) {
+    struct stat lStatus{};
+    struct stat lOther{};
+    return aHandle == aOther ||
+           (::fstat(aHandle, &lStatus) == 0 && ::fstat(aOther, &lOther) == 0 &&
+            lStatus.st_dev == lOther.st_dev && lStatus.st_ino == lOther.st_ino &&
+            lStatus.st_rdev == lOther.st_rdev);
+}
+
 /// While one lives, reads of a handle do not block. Whether they do is one matter for all who use
-/// the open device; so what is the library's doing is listed, for writers to know.
+/// the open device, by this handle or a duplicate; so what is the library's doing is listed, for
+/// other readers and writers to know. Nothing tells a duplicate from a device that was opened
+/// twice, but that the second one is still blocking when the first is not.
 class NonBlockingSpell {
 public:
     explicit NonBlockingSpell(int aHandle);
@@ -40,16 +53,20 @@ public:
     static bool isOthersChoice(int aHandle);
 
 private:
-    void restore();
+    static std::uint64_t switchOf(int aHandle);
+    bool isLastOfSwitch() const;
+    void restore() const;
 
     const int mHandle;
-    bool mHasSwitched = false;  ///< Of the spells of a handle that was blocking, one has.
+    /// The spells of an open device that was blocking share a number; 0 where it was not.
+    std::uint64_t mSwitch = 0;
     NonBlockingSpell* mNext = nullptr;
 };
 
 /// Guards the list, and the handles' flags against each other's change.
 std::mutex gMutex;
 NonBlockingSpell* gFirst = nullptr;
+std::uint64_t gLatestSwitch = 0;
 
 /// A child has only the thread that forked, and so no reader.
 void forgetInChild() {
@@ -63,8 +80,11 @@ void forgetInChild() {
 NonBlockingSpell::NonBlockingSpell(int aHandle) : mHandle(aHandle) {
     const std::lock_guard<std::mutex> lLock(gMutex);
     const int lFlags = ::fcntl(mHandle, F_GETFL);
-    mHasSwitched = lFlags != -1 && !isNonBlocking(lFlags) &&
-                   ::fcntl(mHandle, F_SETFL, lFlags | O_NONBLOCK) == 0;
+    if (isNonBlocking(lFlags)) {
+        mSwitch = switchOf(mHandle);
+    } else if (lFlags != -1 && ::fcntl(mHandle, F_SETFL, lFlags | O_NONBLOCK) == 0) {
+        mSwitch = ++gLatestSwitch;
+    }
     mNext = gFirst;
     gFirst = this;
 }
@@ -77,20 +97,31 @@ NonBlockingSpell::~NonBlockingSpell() {
         lPlace = &(*lPlace)->mNext;
     }
     *lPlace = mNext;
-    if (mHasSwitched) {
+    if (mSwitch != 0 && isLastOfSwitch()) {
         restore();
     }
     errno = lErrno;
 }
 
-/// The last spell of a handle ends what the first one began.
-void NonBlockingSpell::restore() {
-    for (NonBlockingSpell* lOther = gFirst; lOther != nullptr; lOther = lOther->mNext) {
-        if (lOther->mHandle == mHandle) {
-            lOther->mHasSwitched = true;
-            return;
+std::uint64_t NonBlockingSpell::switchOf(int aHandle) {
+    for (const NonBlockingSpell* lSpell = gFirst; lSpell != nullptr; lSpell = lSpell->mNext) {
+        if (lSpell->mSwitch != 0 && isSameDevice(lSpell->mHandle, aHandle)) {
+            return lSpell->mSwitch;
         }
     }
+    return 0;
+}
+
+bool NonBlockingSpell::isLastOfSwitch() const {
+    for (const NonBlockingSpell* lOther = gFirst; lOther != nullptr; lOther = lOther->mNext) {
+        if (lOther->mSwitch == mSwitch) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void NonBlockingSpell::restore() const {
     const int lFlags = ::fcntl(mHandle, F_GETFL);
     if (lFlags != -1) {
         ::fcntl(mHandle, F_SETFL, lFlags & ~O_NONBLOCK);
@@ -99,12 +130,7 @@ void NonBlockingSpell::restore() {
 
 bool NonBlockingSpell::isOthersChoice(int aHandle) {
     const std::lock_guard<std::mutex> lLock(gMutex);
-    for (const NonBlockingSpell* lSpell = gFirst; lSpell != nullptr; lSpell = lSpell->mNext) {
-        if (lSpell->mHandle == aHandle && lSpell->mHasSwitched) {
-            return false;
-        }
-    }
-    return isNonBlocking(::fcntl(aHandle, F_GETFL));
+    return switchOf(aHandle) == 0 && isNonBlocking(::fcntl(aHandle, F_GETFL));
 }
 
 /// How long to wait, at most, for each next piece.

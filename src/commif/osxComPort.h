@@ -6,8 +6,10 @@
 /// thread reads, and no more than one writes, at a time.
 ///
 /// While a read with a time-out goes on, the device's handle does not block, whoever uses it:
-/// `send_n` waits all the same, but an application's own `write` may get EAGAIN, and so may
-/// `send_n` on a duplicate of the handle or in a process that has inherited it.
+/// `send_n` waits all the same, on a duplicate of the handle, too, but an application's own `write`
+/// may get EAGAIN. Processes do not know of each other's reads: where a forked child uses the
+/// handle that it has inherited while its parent does, a `send_n` may get EAGAIN, and a read may
+/// wait on beyond its time-out, until data comes.
 #ifndef OSX_COMMIF_OSXCOMPORT_H
 #define OSX_COMMIF_OSXCOMPORT_H
 

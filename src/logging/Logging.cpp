@@ -100,8 +100,8 @@ void logToFile(const char* aName) {
 
 /// The C library would connect to the system log by the first line only.
 void openWithSystemLog(ACE_Log_Msg& aLog, unsigned long aFlags) {
-    const osx::StandardDescriptorsTaken lTaken;
     aLog.open(kProgramName, aFlags, kLoggerKey);
+    const osx::StandardDescriptorsTaken lTaken;
     ::openlog(nullptr, LOG_CONS | LOG_PID | LOG_NDELAY, 0);
 }
 

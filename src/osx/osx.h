@@ -17,8 +17,8 @@
 ///  6. Unless stated otherwise any thread may call, at any time, and outputs are written only on
 ///     success.
 ///  7. No call changes the process's signal dispositions, and none lets SIGPIPE end the process.
-///     Every descriptor opened is close-on-exec, and none is 0, 1 or 2, even where the application
-///     has closed these.
+///     Every descriptor opened is close-on-exec, and none that is kept is 0, 1 or 2, even where the
+///     application has closed these.
 ///  8. Texts are NUL-terminated and not kept: the library copies what it needs.
 ///  9. A thread may be cancelled (deferred) where a call waits, transfers or writes a line. Making,
 ///     destroying and closing come to their end first.
@@ -359,6 +359,8 @@ OSX_EXPORT double htond(double aValue);
 /// `unsigned long`. They block. Different sockets may be used from different threads freely; sends
 /// of several threads on one socket may mix their bytes.
 /// Each send goes out at once, however small: many small pieces are better sent as one vector.
+/// Connections have a `SO_RCVTIMEO` and a `SO_SNDTIMEO` of 10 s, beyond which the calls wait on; an
+/// application's own blocking `recv` or `send` on the handle gets EAGAIN after that time.
 ///
 /// A peer that vanishes without a word, its cable cut or its power gone, is noticed within a
 /// minute: the connection ends as if by an error, `errno` ETIMEDOUT. A peer that is there and takes

@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "ace/OS_NS_netdb.h"
-#include "base/standardDescriptors.h"
 #include "osx/osx.h"
 
 namespace {
@@ -14,7 +13,6 @@ constexpr std::size_t kBuildStampSize = 21;
 
 void osxGetEthernetAddr(unsigned char* aMac) {
     ACE_OS::macaddr_node_t lNode{};
-    const osx::StandardDescriptorsTaken lTaken;
     if (ACE_OS::getmacaddress(&lNode) == 0) {
         std::memcpy(aMac, lNode.node, sizeof lNode.node);
     }

@@ -9,9 +9,9 @@
 #include "ace/OS_NS_sys_utsname.h"
 #include "ace/SOCK_Stream.h"
 #include "ace/Sock_Connect.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
-#include "base/standardDescriptors.h"
 #include "osx/osx.h"
 #include "osx/portConnections.h"
 #include "osx/socketConnect.h"
@@ -37,7 +37,6 @@ unsigned long unableToConnect() {
 bool findOwnAddress(ACE_INET_Addr& aAddress, bool& aFound) {
     std::size_t lCount = 0;
     ACE_INET_Addr* lList = nullptr;
-    const osx::StandardDescriptorsTaken lTaken;
     if (ACE::get_ip_interfaces(lCount, lList) == -1) {
         DiagnosticLine(kModule).failure(
             LM_ERROR, "%t osxGetIpAddr: ACE_Sock_Connect::get_ip_interfaces failed. \n");
@@ -150,6 +149,7 @@ unsigned long osxCloseSocket(void* aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
+    const osx::NoCancellation lGuard;
     if (!osx::endConnection(aSocket)) {
         lSOCK_Stream->close();
     }
@@ -162,6 +162,7 @@ unsigned long osxCloseSocketAndRelease(void*& aSocket) {
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
+    const osx::NoCancellation lGuard;
     if (!osx::endConnection(aSocket)) {
         lSOCK_Stream->close();
         delete lSOCK_Stream;

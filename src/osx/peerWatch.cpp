@@ -14,7 +14,6 @@
 
 #include "ace/Reactor.h"
 #include "base/allocate.h"
-#include "base/standardDescriptors.h"
 #include "osx/osxEventHandler.h"
 
 namespace {
@@ -53,8 +52,8 @@ void endIfVanished(int aSocket) {
     if (!osx::hasPeerVanished(aSocket)) {
         return;
     }
-    const int lCopy =
-        osx::makeDescriptor([aSocket] { return ::fcntl(aSocket, F_DUPFD_CLOEXEC, 0); });
+    constexpr int kLowest = STDERR_FILENO + 1;
+    const int lCopy = ::fcntl(aSocket, F_DUPFD_CLOEXEC, kLowest);
     if (lCopy == -1) {
         return;
     }

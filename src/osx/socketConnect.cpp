@@ -104,7 +104,6 @@ bool parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
         return false;
     }
     ACE_INET_Addr lAddress;
-    const StandardDescriptorsTaken lTaken;
     if (lAddress.set(aText, AF_INET) == -1 || lAddress.get_type() != AF_INET) {
         return false;
     }

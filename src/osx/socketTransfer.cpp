@@ -1,5 +1,6 @@
 #include "osx/socketTransfer.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -20,16 +21,23 @@ void waitUntilReady(int aSocket, short aEvents) {
     ::poll(&lPoll, 1, osx::kLookIntervalS * 1000);
 }
 
-/// @return whether a transfer that just failed is worth another try, after waiting for it. The
-/// limit
-///         that a connection has for one wait ends it, for a look at the peer.
+bool isNonBlocking(int aSocket) {
+    const int lFlags = ::fcntl(aSocket, F_GETFL);
+    return lFlags != -1 && (lFlags & O_NONBLOCK) != 0;
+}
+
+/// @return whether a transfer that just failed is worth another try: the limit that a connection
+///         has for one wait ends it, for a look at the peer. The wait is the next try's own, unless
+///         the application made the socket non-blocking.
 bool mayGoOn(int aSocket, short aEvents) {
     if (errno == EWOULDBLOCK || errno == EAGAIN) {
         if (osx::hasPeerVanished(aSocket)) {
             errno = ETIMEDOUT;
             return false;
         }
-        waitUntilReady(aSocket, aEvents);
+        if (isNonBlocking(aSocket)) {
+            waitUntilReady(aSocket, aEvents);
+        }
         return true;
     }
     return errno == EINTR;

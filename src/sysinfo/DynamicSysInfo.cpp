@@ -10,7 +10,6 @@
 
 #include "ace/Guard_T.h"
 #include "base/diagnosticLine.h"
-#include "base/standardDescriptors.h"
 #include "sysinfo/procFiles.h"
 
 namespace {
@@ -34,7 +33,6 @@ struct CloseFile {
 /// @return what is in a file, in few pieces; nothing if it cannot be opened.
 std::string textOf(const char* aPath) {
     std::string lText;
-    const osx::StandardDescriptorsTaken lTaken;
     // A standard file stream would leave its descriptor to the programs that are run meanwhile.
     const std::unique_ptr<FILE, CloseFile> lFile(std::fopen(aPath, "re"));
     if (lFile == nullptr) {

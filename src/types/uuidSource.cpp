@@ -16,7 +16,6 @@
 #include "ace/Thread_Mutex.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
-#include "base/standardDescriptors.h"
 
 namespace osx {
 namespace {
@@ -58,7 +57,6 @@ std::uint64_t randomBits() {
 /// @param[out] aAddress six bytes: the network card's address, or random ones if there is no card.
 void chooseNode(unsigned char* aAddress) {
     ACE_OS::macaddr_node_t lCard = {};
-    const StandardDescriptorsTaken lTaken;
     const bool lHasCard = ACE_OS::getmacaddress(&lCard) == 0 &&
                           std::any_of(std::begin(lCard.node), std::end(lCard.node),
                                       [](unsigned char aByte) { return aByte != 0; });

@@ -5,8 +5,10 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <initializer_list>
+#include <thread>
 
 #include "support/cancellation.h"
 #include "support/inChild.h"
@@ -56,6 +58,37 @@ TEST(StandardDescriptors, AreTakenWhileAGuardLives) {
         const osx::StandardDescriptorsTaken lTaken;
         const int lDescriptor = openNull();
         return lDescriptor > STDERR_FILENO && isOpen(0) && isOpen(1) && isOpen(2);
+    }));
+}
+
+TEST(StandardDescriptors, ThatTheApplicationOpensMeanwhileAreLeftToIt) {
+    EXPECT_TRUE(holdsWithout({0, 1, 2}, [] {
+        const int lOwn = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+        {
+            const osx::StandardDescriptorsTaken lTaken;
+            ::dup2(lOwn, 2);
+        }
+        return isOpen(0) && !isOpen(1) && isOpen(2);
+    }));
+}
+
+TEST(StandardDescriptors, AreNotTakenByWhatThreadsMakeAtOnce) {
+    EXPECT_TRUE(holdsWithout({0, 1, 2}, [] {
+        std::atomic<bool> lIsWell{true};
+        const auto lMakeMany = [&lIsWell] {
+            constexpr int kRounds = 20000;
+            for (int lRound = 0; lRound < kRounds; ++lRound) {
+                const int lDescriptor = osx::makeDescriptor(openNull);
+                if (lDescriptor <= STDERR_FILENO) {
+                    lIsWell = false;
+                }
+                ::close(lDescriptor);
+            }
+        };
+        std::thread lOther(lMakeMany);
+        lMakeMany();
+        lOther.join();
+        return lIsWell.load();
     }));
 }
 

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -119,4 +120,12 @@ copy_file_range(int aFrom, off64_t* aFromOffset, int aTo, off64_t* aToOffset, st
         next<ssize_t (*)(int, off64_t*, int, off64_t*, std::size_t, unsigned int)>(
             "copy_file_range");
     return gNext(aFrom, aFromOffset, aTo, aToOffset, aLength, aFlags);
+}
+
+extern "C" __attribute__((visibility("default"))) int close(int aDescriptor) {
+    static const auto gNext = next<decltype(&::close)>("close");
+    if (gForced != nullptr && gForced->cancelsAtClose) {
+        ::pthread_cancel(::pthread_self());
+    }
+    return gNext(aDescriptor);
 }

@@ -13,6 +13,7 @@ struct Forced {
     std::optional<unsigned int> msgSend;
     std::optional<unsigned long> lastNetworkError;
     bool statFails = false;
+    bool cancelsAtClose = false;  ///< Whoever calls `close` is cancelled there.
     /// How many calls of `copy_file_range` copy, each no more than 1000 bytes; those after them
     /// give `kernelCopyEnd`: 0, or -1 with ENOSYS.
     std::optional<int> kernelCopies = {};

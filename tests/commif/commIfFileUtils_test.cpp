@@ -132,6 +132,22 @@ TEST(FileDelete, OfWhatCanBeOpenedButNotRemovedSucceeds) {
     EXPECT_EQ(lBefore, test::descriptorsInUse());
 }
 
+TEST(FileDelete, ComesToItsEndWhereItsThreadIsCancelled) {
+    const TempDir lDir;
+    const Names lNames{lDir.file("f", "x"), ""};
+    runOnStackOf(
+        kSmallStack,
+        [](void* aNames) -> void* {
+            test::Forced lForced;
+            lForced.cancelsAtClose = true;
+            const test::Interception lInterception(lForced);
+            commIfFileDelete(static_cast<const Names*>(aNames)->source.c_str());
+            return nullptr;
+        },
+        lNames);
+    EXPECT_FALSE(exists(lNames.source));
+}
+
 TEST(FileDelete, RemovesAPipeWithoutWaitingForItsWriter) {
     const TempDir lDir;
     ASSERT_EQ(0, ::mkfifo(lDir.path("pipe").c_str(), 0600));

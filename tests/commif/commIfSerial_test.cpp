@@ -22,6 +22,7 @@
 #include "commif/osxComPort.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/cancellation.h"
 #include "support/inChild.h"
 #include "support/logMatchers.h"
 #include "support/waitUntil.h"
@@ -830,6 +831,13 @@ TEST_F(SerialClose, AsksAPlainPortForNoHalfDuplexMode) {
     EXPECT_EQ(nullptr, dynamic_cast<osxComPortRTS_Ctrl*>(port()));
     EXPECT_EQ(COMMIF_OK, commIfSerialClose(kDesc));
     EXPECT_EQ(0U, mDriver.count(kHalfDuplexRequest));
+}
+
+TEST_F(SerialChannel, IsOpenedToTheEndWhereItsThreadIsCancelled) {
+    mDriver.refuse(TIOCGICOUNT);  // which makes a line
+    const test::CancellingLog lLog;
+    EXPECT_TRUE(test::outlastsItsCancellation([this] { EXPECT_EQ(0, open()); }));
+    EXPECT_NE(nullptr, port());
 }
 
 TEST_F(SerialChannel, TakesNoStandardDescriptorThoughTheyAreFree) {

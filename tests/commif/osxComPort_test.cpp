@@ -548,6 +548,42 @@ TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenReadsOverlap) {
     lOther.getACE_TTY_IO()->set_handle(ACE_INVALID_HANDLE);
 }
 
+TEST_F(ComPortRead, KeepsItsTimeOutWhenOneOnADuplicateEnds) {
+    osxComPort lOther(std::make_unique<ACE_TTY_IO>().release());
+    lOther.getACE_TTY_IO()->set_handle(::fcntl(handle(), F_DUPFD_CLOEXEC, 0));
+    std::promise<void> lFirstWaits;
+    std::promise<void> lFirstMayEnd;
+    static thread_local bool gIsFirst = false;
+    gBeforeWait = [&] {
+        if (std::exchange(gIsFirst, false)) {
+            lFirstWaits.set_value();
+            lFirstMayEnd.get_future().wait();
+        }
+    };
+    std::future<int> lFirst = std::async(std::launch::async, [&] {
+        gIsFirst = true;
+        char lByte = 0;
+        const ACE_Time_Value lMoment(0, 1000);
+        return lOther.recv_n(&lByte, 1, &lMoment, nullptr);
+    });
+    lFirstWaits.get_future().wait();
+    bool lIsAlone = false;
+    bool lStaysNonBlocking = false;
+    gAfterWait = [&] {
+        if (!std::exchange(lIsAlone, true)) {
+            lFirstMayEnd.set_value();
+            EXPECT_EQ(10011, lFirst.get());
+            lStaysNonBlocking = !isBlocking();
+            mLine.send("a");
+            awaitInput(1);
+        }
+    };
+    EXPECT_EQ(COMMIF_OK, readFor(1, milliseconds(1)));
+    EXPECT_TRUE(lStaysNonBlocking);
+    EXPECT_TRUE(isBlocking());
+    gBeforeWait = gAfterWait = nullptr;
+}
+
 TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenItsThreadIsCancelled) {
     std::promise<void> lWaits;
     bool lIsTold = false;
@@ -602,16 +638,20 @@ TEST_F(ComPortRead, WorksInAChildOfAProcessThatReads) {
 
 TEST_F(ComPortRead, LeavesTheHandleBlockingForAWriterOnAnotherThread) {
     static constexpr std::size_t kLength = 256 * 1024;
+    osxComPort lDuplicate(std::make_unique<ACE_TTY_IO>().release());
+    lDuplicate.getACE_TTY_IO()->set_handle(::fcntl(handle(), F_DUPFD_CLOEXEC, 0));
     std::atomic<bool> lDone{false};
     std::thread lReader([&] {
         while (!lDone) {
             readFor(1, milliseconds(5));
         }
     });
-    std::thread lFarEnd([this] { EXPECT_EQ(kLength, mLine.receive(kLength).size()); });
     const std::string lData(kLength, 'x');
-    EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
-    lFarEnd.join();
+    for (const osxComPort* lPort : {&mPort, &lDuplicate}) {
+        std::thread lFarEnd([this] { EXPECT_EQ(kLength, mLine.receive(kLength).size()); });
+        EXPECT_EQ(static_cast<int>(kLength), lPort->send_n(lData.data(), kLength));
+        lFarEnd.join();
+    }
     lDone = true;
     lReader.join();
 }

@@ -1,16 +1,19 @@
 // What the library opens while the process has no standard input, output or error.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "ace/FILE_IO.h"
 #include "commif/commif.h"
 #include "logging/Arguments.h"
 #include "logging/Logging.h"
@@ -138,6 +141,56 @@ int greetClients() {
     return lResult;
 }
 
+/// Has two threads open and close files at once. @return how many got one of the numbers.
+int filesAmongStandard(const std::string& aName) {
+    constexpr int kRounds = 10000;
+    closeStandardDescriptors();
+    std::atomic<int> lAmong{0};
+    const auto lOpenMany = [&](int aDescriptor) {
+        commIfFileParams_t lParameters{};
+        std::snprintf(lParameters.fileName, sizeof lParameters.fileName, "%s", aName.c_str());
+        for (int lRound = 0; lRound < kRounds; ++lRound) {
+            commIfFileOpen(aDescriptor, &lParameters);
+            const ACE_FILE_IO* const lFile = commIfDesc[aDescriptor].info.file.fileIo;
+            if (lFile == nullptr || lFile->get_handle() <= STDERR_FILENO) {
+                ++lAmong;
+            }
+            commIfFileClose(aDescriptor);
+        }
+    };
+    std::thread lOther(lOpenMany, 4);
+    lOpenMany(5);
+    lOther.join();
+    return lAmong;
+}
+
+bool sleeps(pid_t aThread) {
+    std::ifstream lStatus("/proc/self/task/" + std::to_string(aThread) + "/stat");
+    std::string lText;
+    std::getline(lStatus, lText);
+    return lText.find(") S ") != std::string::npos;
+}
+
+/// Puts a file of the application's on standard error while an open waits for the writer of a pipe.
+/// @return whether it is there when the open has ended.
+bool keepsWhatIsOpenedWhileAnOpenWaits(const std::string& aPipe) {
+    closeStandardDescriptors();
+    std::atomic<pid_t> lId{0};
+    std::thread lReader([&] {
+        commIfFileParams_t lParameters{};
+        std::snprintf(lParameters.fileName, sizeof lParameters.fileName, "%s", aPipe.c_str());
+        lId = ::gettid();
+        commIfFileOpen(4, &lParameters);
+    });
+    test::waitUntil([&lId] { return lId != 0 && sleeps(lId); });
+    const int lNull = ::fcntl(::open("/dev/null", O_RDWR | O_CLOEXEC), F_DUPFD_CLOEXEC, 3);
+    ::dup2(lNull, STDERR_FILENO);
+    const bool lWritten =
+        test::waitUntil([&aPipe] { return ::open(aPipe.c_str(), O_WRONLY | O_NONBLOCK) != -1; });
+    lReader.join();
+    return lWritten && ::fcntl(STDERR_FILENO, F_GETFD) != -1;
+}
+
 }  // namespace
 
 TEST(StandardDescriptorsDeathTest, AreTakenByNothingThatTheLibraryOpens) {
@@ -168,4 +221,20 @@ TEST(StandardDescriptorsDeathTest, AreTakenByNothingThatTheLibraryOpens) {
 
 TEST(StandardDescriptorsDeathTest, ThatAreClosedLetNoLineReachAPeer) {
     EXPECT_EXIT(::_exit(greetClients()), testing::ExitedWithCode(kAllIsWell), "");
+}
+
+TEST(StandardDescriptorsDeathTest, AreTakenByNoneOfTheFilesThatThreadsOpenAtOnce) {
+    const std::string lFile = testing::TempDir() + "standard" + std::to_string(::getpid());
+    ASSERT_TRUE(std::ofstream(lFile).good());
+    EXPECT_EXIT(::_exit(filesAmongStandard(lFile) == 0 ? kAllIsWell : kGarbled),
+                testing::ExitedWithCode(kAllIsWell), "");
+    ::unlink(lFile.c_str());
+}
+
+TEST(StandardDescriptorsDeathTest, ThatTheApplicationOpensWhileAnOpenWaitsStayOpen) {
+    const std::string lPipe = testing::TempDir() + "pipe" + std::to_string(::getpid());
+    ASSERT_EQ(0, ::mkfifo(lPipe.c_str(), 0600));
+    EXPECT_EXIT(::_exit(keepsWhatIsOpenedWhileAnOpenWaits(lPipe) ? kAllIsWell : kGarbled),
+                testing::ExitedWithCode(kAllIsWell), "");
+    ::unlink(lPipe.c_str());
 }

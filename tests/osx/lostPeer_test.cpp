@@ -257,6 +257,29 @@ TEST(LostPeer, EndsAPortsConnectionThoughBytesAreOnTheirWay) {
     gAnswers = Answers{};
 }
 
+/// Each limit of a wait leads to a look, so that ten looks take a second; where a wait of 10 s
+/// stood between every two they would take longer than is waited for them.
+TEST(LostPeer, IsLookedForAfterEachWait) {
+    constexpr int kLooks = 10;
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    TcpPeer lPeer = lListener.accept();
+    lookOften(descriptorOf(lSocket));
+    gAnswers = Answers{true, 0, 0};
+    const int lBefore = gLooks;
+    std::thread lReceiver([&] {
+        char lByte = 0;
+        unsigned long lReceived = 0;
+        EXPECT_EQ(0UL, osxSocketRecv(lSocket, &lByte, 1, lReceived));
+    });
+    EXPECT_TRUE(test::waitUntil([&] { return gLooks >= lBefore + kLooks; }));
+    lPeer.send("x");
+    lReceiver.join();
+    gAnswers = Answers{};
+    osxCloseSocketAndRelease(lSocket);
+}
+
 TEST(LostPeer, IsNoneThatIsOnlySlow) {
     test::TcpListener lListener;
     void* lSocket = nullptr;

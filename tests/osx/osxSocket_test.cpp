@@ -25,6 +25,7 @@
 #include "support/Interrupter.h"
 #include "support/LogCapture.h"
 #include "support/TcpPeer.h"
+#include "support/cancellation.h"
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
@@ -123,6 +124,19 @@ TEST(Socket, OpenGivesABlockingCloseOnExecStream) {
     Connection lConnection;
     EXPECT_NE(0, ::fcntl(lConnection.descriptor(), F_GETFD) & FD_CLOEXEC);
     EXPECT_EQ(0, ::fcntl(lConnection.descriptor(), F_GETFL) & O_NONBLOCK);
+}
+
+TEST(Socket, IsClosedAndReleasedByAThreadThatIsCancelled) {
+    Connection lConnection;
+    Connection lOther;
+    const int lDescriptor = lConnection.descriptor();
+    const int lOtherDescriptor = lOther.descriptor();
+    EXPECT_TRUE(test::outlastsItsCancellation([&] { osxCloseSocket(lOther.socket()); }));
+    EXPECT_EQ(-1, ::fcntl(lOtherDescriptor, F_GETFD));
+    EXPECT_TRUE(
+        test::outlastsItsCancellation([&] { osxCloseSocketAndRelease(lConnection.socket()); }));
+    EXPECT_EQ(-1, ::fcntl(lDescriptor, F_GETFD));
+    EXPECT_EQ(nullptr, lConnection.socket());
 }
 
 TEST(Socket, SmallSendsAreNotHeldBack) {
