@@ -3,6 +3,14 @@
 #include "ace/Thread_Manager.h"
 #include "base/NoCancellation.h"
 
+namespace {
+
+/// ACE passes over the thread behind each ended one that it takes, so that half of them are left
+/// each time. Of a task that is started again only after it was waited for there is but one.
+constexpr int kPasses = 5;
+
+}  // namespace
+
 namespace osx {
 
 ThreadJoiner::ThreadJoiner() : mBegun(), mLatest(pthread_t{}) {}
@@ -52,10 +60,12 @@ void ThreadJoiner::joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTas
 /// What ended before anybody waited. When memory is short, ACE knows of the latest of these only.
 void ThreadJoiner::joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
     const NoCancellation lGuard;  // ACE would lose its memory, and what it has not joined yet
-    if (aManager.wait_task(&aTask) == 0) {
-        mLatest = aTask.last_thread();
-    } else if (aTask.last_thread() != mLatest) {
-        joinThread(aManager, aTask.last_thread());
+    for (int lPass = 0; lPass < kPasses; ++lPass) {
+        if (aManager.wait_task(&aTask) == 0) {
+            mLatest = aTask.last_thread();
+        } else if (aTask.last_thread() != mLatest) {
+            joinThread(aManager, aTask.last_thread());
+        }
     }
 }
 

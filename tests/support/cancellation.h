@@ -37,6 +37,14 @@ public:
     LossAccepted& operator=(const LossAccepted&) = delete;
 };
 
+/// ThreadSanitizer gives up when a thread is cancelled while it joins another one; and when one
+/// ends in the middle of its routine it shows how ACE takes two locks of its own.
+#ifdef __SANITIZE_THREAD__
+constexpr bool kCannotBeWatched = true;
+#else
+constexpr bool kCannotBeWatched = false;
+#endif
+
 /// @return how many threads the process has, to the kernel.
 int numberOfThreads();
 
