@@ -118,6 +118,7 @@ public:
         mPort = std::make_unique<osxComPort>(lDevice.release());
     }
 
+    const osxComPort& port() const { return *mPort; }
     void setBlocking() const {
         EXPECT_EQ(0, ::fcntl(mPort->getACE_TTY_IO()->get_handle(), F_SETFL, O_WRONLY));
     }
@@ -608,34 +609,6 @@ TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenItsThreadIsCancelled) {
     EXPECT_EQ(10011, readFor(1, milliseconds(1)));
 }
 
-TEST_F(ComPortRead, WorksInAChildOfAProcessThatReads) {
-    std::atomic<bool> lDone{false};
-    std::thread lReader([&] {
-        char lByte = 0;
-        const ACE_Time_Value lMoment(0, 100);
-        while (!lDone) {
-            mPort.recv_n(&lByte, 1, &lMoment, nullptr);
-        }
-    });
-    const test::SerialLine lLine;
-    const osxComPort lPort(openTerminal(lLine).release());
-    for (int lRound = 0; lRound < 100; ++lRound) {
-        const pid_t lChild = ::fork();
-        if (lChild == 0) {
-            ::alarm(60);
-            char lByte = 0;
-            const ACE_Time_Value lMoment(0, 1000);
-            const int lResult = const_cast<osxComPort&>(lPort).recv_n(&lByte, 1, &lMoment, nullptr);
-            ::_exit(lResult == 10011 ? 0 : 1);
-        }
-        int lStatus = -1;
-        ASSERT_EQ(lChild, ::waitpid(lChild, &lStatus, 0));
-        ASSERT_EQ(0, lStatus);
-    }
-    lDone = true;
-    lReader.join();
-}
-
 TEST_F(ComPortRead, LeavesTheHandleBlockingForAWriterOnAnotherThread) {
     static constexpr std::size_t kLength = 256 * 1024;
     osxComPort lDuplicate(std::make_unique<ACE_TTY_IO>().release());
@@ -730,6 +703,30 @@ TEST_F(ComPortWrite, IsCalledOffByASignalWhileAReadHasTheHandle) {
 TEST_F(ComPortWrite, DoesNotWaitWhereAnApplicationMadeTheHandleNonBlocking) {
     FullPort lPort;
     EXPECT_EQ(std::pair(-1, EAGAIN), lPort.write(false));
+}
+
+TEST_F(ComPortWrite, WorksInAChildOfAProcessThatReads) {
+    std::atomic<bool> lDone{false};
+    std::thread lReader([&] {
+        char lByte = 0;
+        const ACE_Time_Value lNone;
+        while (!lDone) {
+            mPort.recv_n(&lByte, 1, &lNone, nullptr);
+        }
+    });
+    const FullPort lPort;
+    int lStatus = 0;
+    for (int lRound = 0; lRound < 300 && lStatus == 0; ++lRound) {
+        const pid_t lChild = ::fork();
+        if (lChild == 0) {
+            ::alarm(60);
+            ::_exit(lPort.port().send_n("a", 1) == -1 && errno == EAGAIN ? 0 : 1);
+        }
+        EXPECT_EQ(lChild, ::waitpid(lChild, &lStatus, 0));
+    }
+    EXPECT_EQ(0, lStatus);
+    lDone = true;
+    lReader.join();
 }
 
 TEST_F(HalfDuplexPort, IsInHalfDuplexModeForItsWholeLife) {
