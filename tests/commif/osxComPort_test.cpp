@@ -660,16 +660,27 @@ TEST_F(ComPortWrite, RaisesNoSignalWhereAReaderIsGone) {
 
 TEST_F(ComPortWrite, GoesOnAfterSignalsOnceItIsUnderWay) {
     static constexpr std::size_t kLength = 1024 * 1024;
-    const pthread_t lWriter = ::pthread_self();
-    std::thread lFarEnd([this, lWriter] {
-        EXPECT_EQ(1U, mLine.receive(1).size());
-        const test::Interrupter lInterrupter(lWriter);
+    std::promise<void> lIsWritten;
+    std::promise<void> lIsQuiet;
+    std::thread lWriter([&] {
+        const std::string lData(kLength, 'x');
+        EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
+        // What is still on its way must not come when nobody handles it any more.
+        sigset_t lAll;
+        ::sigfillset(&lAll);
+        ::pthread_sigmask(SIG_BLOCK, &lAll, nullptr);
+        lIsWritten.set_value();
+        lIsQuiet.get_future().wait();
+    });
+    EXPECT_EQ(1U, mLine.receive(1).size());
+    {
+        const test::Interrupter lInterrupter(lWriter.native_handle());
         lInterrupter.awaitSignals(20);
         EXPECT_EQ(kLength - 1, mLine.receive(kLength - 1).size());
-    });
-    const std::string lData(kLength, 'x');
-    EXPECT_EQ(static_cast<int>(kLength), mPort.send_n(lData.data(), kLength));
-    lFarEnd.join();
+        lIsWritten.get_future().wait();
+    }
+    lIsQuiet.set_value();
+    lWriter.join();
 }
 
 TEST_F(ComPortWrite, IsCalledOffByASignalBeforeItsFirstByte) {
