@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include <optional>
 
 #include "ace/Time_Value.h"
+#include "process/atFork.h"
 
 namespace {
 
@@ -74,8 +74,8 @@ void forgetInChild() {
     gMutex.unlock();
 }
 
-[[maybe_unused]] const int gIsForkNoticed =
-    ::pthread_atfork([] { gMutex.lock(); }, [] { gMutex.unlock(); }, forgetInChild);
+const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
+                                   {[] { gMutex.lock(); }, [] { gMutex.unlock(); }, forgetInChild});
 
 NonBlockingSpell::NonBlockingSpell(int aHandle) : mHandle(aHandle) {
     const std::lock_guard<std::mutex> lLock(gMutex);

@@ -1,6 +1,5 @@
 #include "types/uuidSource.h"
 
-#include <pthread.h>
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include "ace/Thread_Mutex.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
+#include "process/atFork.h"
 
 namespace osx {
 namespace {
@@ -81,12 +81,11 @@ void afterForkInChild() {
     gMutex.unlock();
 }
 
-// From the load on: a fork during the first use of all is noticed, too.
-const bool gIsForkNoticed = pthread_atfork(beforeFork, afterForkInParent, afterForkInChild) == 0;
+const process::AtFork gAtFork(process::ForkOrder::kLeaf,
+                              {beforeFork, afterForkInParent, afterForkInChild});
 
-/// Only if forks go unnoticed, for want of memory, every use asks who it is.
-bool isIdentityOwn() {
-    return gIdentity.process != 0 && (gIsForkNoticed || gIdentity.process == getpid());
+bool hasIdentity() {
+    return gIdentity.process != 0;
 }
 
 void drawIdentity() {
@@ -120,7 +119,7 @@ std::uint64_t timeOf(const Uuid& aUuid) {
 }
 
 void applyIdentity(Uuid& aUuid) {
-    if (!isIdentityOwn()) {
+    if (!hasIdentity()) {
         drawIdentity();
     }
     const std::uint64_t lTime = timeOf(aUuid);

@@ -132,15 +132,3 @@ TEST(StandardDescriptors, AreTakenByAThreadThatIsCancelled) {
                lTaken && !isOpen(0) && !isOpen(2);
     }));
 }
-
-TEST(StandardDescriptors, ADescriptorIsMadeByAThreadThatIsCancelled) {
-    EXPECT_TRUE(test::inChild([] {
-        int lDescriptor = -1;
-        const auto lMake = [] {
-            ::pthread_testcancel();
-            return openNull();
-        };
-        return test::outlastsItsCancellation([&] { lDescriptor = osx::makeDescriptor(lMake); }) &&
-               lDescriptor > STDERR_FILENO;
-    }));
-}
