@@ -1,5 +1,6 @@
 #include "support/cancellation.h"
 
+#include <malloc.h>
 #include <pthread.h>
 
 #ifdef __SANITIZE_ADDRESS__
@@ -28,6 +29,10 @@ struct Victim {
         return nullptr;
     }
 };
+
+/// From the start on: an arena of its own, which a thread may get for its memory, would look like
+/// the stacks of many.
+[[maybe_unused]] const int gOneArena = ::mallopt(M_ARENA_MAX, 1);
 
 long statusOfProcess(const std::string& aName) {
     std::ifstream lStatus("/proc/self/status");
