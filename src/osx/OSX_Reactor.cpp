@@ -55,15 +55,26 @@ int OSX_ReactorThread::init() {
     return lResult;
 }
 
+/// From the thread's first step to its last, though a callback ends it or it is cancelled.
+class OSX_ReactorThread::Running {
+public:
+    explicit Running(OSX_ReactorThread& aThread) : mThread(aThread) { mThread.begin(); }
+    ~Running() { mThread.end(); }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+
+private:
+    OSX_ReactorThread& mThread;
+};
+
 int OSX_ReactorThread::svc() {
     const osx::process::InLoop lInLoop;
-    begin();
+    const Running lRunning(*this);
     while (!mStop) {
         if (!osx::serveOneEvent(kSlice)) {
             rest();
         }
     }
-    end();
     return 0;
 }
 

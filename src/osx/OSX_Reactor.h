@@ -66,6 +66,7 @@ public:
 
 private:
     friend class OSX_Reactor;
+    class Running;
 
     void begin();
     void end();

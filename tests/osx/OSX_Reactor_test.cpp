@@ -490,6 +490,23 @@ TEST(ReactorThread, ItsBodyRunsAgainAfterAStop) {
     osxDestroyTimer(lTimer);
 }
 
+namespace {
+void countAndEndTheThread(const void* aCounter) {
+    test::count(aCounter);
+    ::pthread_exit(nullptr);
+}
+}  // namespace
+
+TEST(ReactorThread, IsStoppedThoughACallbackHasEndedIt) {
+    OSX_Reactor& lReactor = test::RunningReactor::reactor();
+    lReactor.startReactor();
+    test::Counter lCounter;
+    void* lTimer = osxCreateTimer(&countAndEndTheThread, &lCounter, 0, 0);
+    EXPECT_TRUE(lCounter.waitFor(1));
+    lReactor.stopAndDeleteReactorThreads();
+    osxDestroyTimer(lTimer);
+}
+
 TEST(ReactorThread, AStopBeforeItsFirstStepWins) {
     test::RunningReactor::reactor().initReactor();
     for (int lRound = 0; lRound < 200; ++lRound) {
