@@ -111,6 +111,8 @@ void releaseLocks() {
 
 void renewLocks() {
     if (!isAceGone()) {
+        // Refused, as said above; but who analyses locks learns that this thread has it no more.
+        ACE_Log_Msg::instance()->release();
         ThreadManagerAccess::lock().release();
         renewLogging();
     }

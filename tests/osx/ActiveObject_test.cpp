@@ -165,6 +165,9 @@ TEST(ActiveObject, EndedByARequestWhileAnotherThreadStopsItRunsAgain) {
 }
 
 TEST(ActiveObject, WhoseThreadARequestEndsWhileAnotherOneStopsItRunsAgain) {
+    if (test::kCannotBeWatched) {
+        GTEST_SKIP();
+    }
     Journal lJournal;
     ActiveObject lObject;
     runBeforeAStop(lObject, [] { ::pthread_exit(nullptr); });
@@ -183,6 +186,9 @@ TEST(ActiveObject, StoppedByARequestThoughMemoryIsShortRunsAgain) {
 }
 
 TEST(ActiveObject, StoppedWithoutMemoryByAThreadThatIsCancelledRunsAgain) {
+    if (test::kCannotBeWatched) {
+        GTEST_SKIP();
+    }
     Journal lJournal;
     ActiveObject lObject;
     ASSERT_EQ(0, lObject.init());

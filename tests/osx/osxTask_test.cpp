@@ -507,6 +507,9 @@ TEST(ThreadACE, WhoseRoutineTheApplicationCalledItselfIsWaitedForAllTheSame) {
 }
 
 TEST(ThreadACE, ActivatedAgainLeavesNothingBehindThoughMemoryIsShort) {
+    ThreadACE lFirst(nothing, nullptr);  // with which a checker may start a thread of its own
+    ASSERT_EQ(0, lFirst.activate(THR_NEW_LWP));
+    EXPECT_EQ(0, lFirst.join());
     const int lThreads = test::numberOfThreads();
     std::deque<ThreadACE> lTasks;  // ACE would join with a task what one at its address has left
     const auto lRun = [lThreads, &lTasks](int aCount) {
