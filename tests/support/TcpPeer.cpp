@@ -44,7 +44,7 @@ unsigned short portOf(int aDescriptor) {
 /// Ports are taken from below the range that the kernel hands to clients, so that no connection of
 /// a test that runs beside this one takes the port between the look and the use.
 Descriptor bindToFreePort() {
-    static unsigned int lNext = static_cast<unsigned int>(::getpid()) * 7U;
+    static unsigned int lNext = static_cast<unsigned int>(::getpid()) * 61U;
     const int lOn = 1;
     for (int lTry = 0; lTry < 10000; ++lTry) {
         Descriptor lSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
