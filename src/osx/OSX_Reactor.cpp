@@ -29,7 +29,7 @@ constexpr std::chrono::milliseconds kWakeInterval(20);
 /// ACE does not survive every failed allocation in its reactor's construction. So nothing of it is
 /// begun without as much memory as it takes.
 bool hasMemoryForReactor() {
-    constexpr std::size_t kEnough = 256 * 1024;
+    constexpr std::size_t kEnough = std::size_t{256} * 1024;
     const std::unique_ptr<char[]> lMemory(osx::allocateBytes(kEnough));
     return lMemory != nullptr;
 }

@@ -37,7 +37,7 @@ class Served;
 class ServedSet {
 public:
     /// Descriptors from this one on cannot be held.
-    static constexpr std::size_t kDescriptors = 1024 * 1024;
+    static constexpr std::size_t kDescriptors = std::size_t{1024} * 1024;
 
     /// What an event has for data when it is not of a handler.
     enum Tag : std::uint64_t { kTimer = 1, kWake, kNotify, kTags };
