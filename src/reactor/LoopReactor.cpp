@@ -443,10 +443,16 @@ int LoopReactor::handler_i(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask,
 }
 
 int LoopReactor::suspend_i(ACE_HANDLE aHandle) {
+    if (aHandle < 0) {  // as the gate and the pipe tell it, which serve on
+        return -1;
+    }
     return mSet.suspend(aHandle, true) ? 0 : ACE_TP_Reactor::suspend_i(aHandle);
 }
 
 int LoopReactor::resume_i(ACE_HANDLE aHandle) {
+    if (aHandle < 0) {
+        return -1;
+    }
     return mSet.suspend(aHandle, false) ? 0 : ACE_TP_Reactor::resume_i(aHandle);
 }
 
@@ -476,8 +482,7 @@ int LoopReactor::mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOpera
     return lFormer;
 }
 
-/// ACE asks each handler for its descriptor; the gate and the pipe, which serve on, have none to
-/// tell.
+/// ACE asks each handler for its descriptor; the gate and the pipe have none to tell.
 int LoopReactor::suspend_handlers() {
     const int lResult = ACE_TP_Reactor::suspend_handlers();
     mSet.suspendAll(true);
