@@ -89,7 +89,7 @@ LoopReactor::LoopReactor(TimerQueue& aTimers)
       mHasToEnrol(false),
       mClosed(true) {
     if (initialized()) {
-        mClosed = !open();
+        mClosed = !setUp();
         if (mClosed) {
             ACE_TP_Reactor::close();
         }
@@ -108,7 +108,7 @@ bool LoopReactor::usable() {
     return initialized();
 }
 
-bool LoopReactor::open() {
+bool LoopReactor::setUp() {
     const bool lOpened =
         fillPoll() && ACE_TP_Reactor::register_handler_i(mSet.descriptor(), &mGate,
                                                          ACE_Event_Handler::READ_MASK) == 0;

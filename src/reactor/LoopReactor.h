@@ -105,7 +105,7 @@ private:
     /// What a wait came to.
     enum Waited { kServed, kNothing, kFailed };
 
-    bool open();
+    bool setUp();
     bool fillPoll() const;
     void chooseMode();
     int attempt(int aLimitMs, Waited& aWaited);
