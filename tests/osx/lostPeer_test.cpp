@@ -31,7 +31,7 @@ namespace {
 constexpr auto kFailed = static_cast<unsigned long>(-1);
 
 /// What the kernel is made to tell of every connection, to spare the tests the time it takes.
-struct Answers {
+struct alignas(8) Answers {
     bool areFaked = false;
     unsigned char resent = 0;
     unsigned int silentMs = 0;
