@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "ace/SString.h"
@@ -78,6 +79,10 @@ bool assign(ACE_String_Base<Character>& aString,
         return true;
     }
     // ACE's copy constructor would take the source's allocator, which may be gone before the copy.
+    // No text is that long; without the look compilers warn of what ACE would do to one.
+    if (lLength >= std::numeric_limits<std::ptrdiff_t>::max() / sizeof(Character)) {
+        return false;
+    }
     ACE_String_Base<Character> lCopy(aSource.fast_rep(), lLength);
     if (lCopy.length() != lLength) {
         return false;
