@@ -103,6 +103,18 @@ bool isHarmful(const std::string& aFormat) {
                        [](int aType) { return (aType & PA_FLAG_PTR) != 0; });
 }
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+/// @return whether the system gives up on a format: how much of it comes out then depends on what
+/// its buffer held before.
+bool isGivenUp(const std::string& aFormat) {
+    return std::snprintf(nullptr, 0, aFormat.c_str(), 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL,
+                         0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL, 0LL,
+                         0LL) < 0;
+}
+#pragma GCC diagnostic pop
+
 /// A text of a few characters that mean something in a format.
 std::string randomFormat(std::mt19937& aRandom) {
     static constexpr const char* kPieces[] = {
@@ -270,7 +282,11 @@ TEST(Console, PrintfPrintsWhatTheSystemPrintsOfAnything) {
     std::mt19937 lRandom(1);
     std::generate(lFormats.begin(), lFormats.end(), [&] { return randomFormat(lRandom); });
     printedAll(lFormats, [](const std::string& aText) { commfprintf(0, "%s", aText.c_str()); });
-    lFormats.erase(std::remove_if(lFormats.begin(), lFormats.end(), isHarmful), lFormats.end());
+    lFormats.erase(std::remove_if(lFormats.begin(), lFormats.end(),
+                                  [](const std::string& aFormat) {
+                                      return isHarmful(aFormat) || isGivenUp(aFormat);
+                                  }),
+                   lFormats.end());
     const auto lPrinted =
         printedAll(lFormats, [](const std::string& aText) { commfprintf(0, "%s", aText.c_str()); });
     const auto lExpected = printedAll(lFormats, printBySystem);
