@@ -166,7 +166,7 @@ TEST(ActiveObject, EndedByARequestWhileAnotherThreadStopsItRunsAgain) {
 
 TEST(ActiveObject, WhoseThreadARequestEndsWhileAnotherOneStopsItRunsAgain) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP();
+        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -187,7 +187,7 @@ TEST(ActiveObject, StoppedByARequestThoughMemoryIsShortRunsAgain) {
 
 TEST(ActiveObject, StoppedWithoutMemoryByAThreadThatIsCancelledRunsAgain) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP();
+        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -378,7 +378,7 @@ TEST(ActiveObject, WhoseRequestRunsAnotherOnesRoutineStillKnowsItsOwnThread) {
 
 TEST(ActiveObject, IsStoppedWhenARequestEndsItsThread) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP();
+        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -418,7 +418,7 @@ TEST(ActiveObject, AThreadThatDestroysItMayBeCancelled) {
 
 TEST(ActiveObject, AThreadThatStopsItMayBeCancelledAndTheNextStopWaits) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP();
+        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
     }
     ActiveObject lObject;
     ASSERT_EQ(0, lObject.init());

@@ -499,7 +499,7 @@ void countAndEndTheThread(const void* aCounter) {
 
 TEST(ReactorThread, IsStoppedThoughACallbackHasEndedIt) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP();
+        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
     }
     OSX_Reactor& lReactor = test::RunningReactor::reactor();
     lReactor.startReactor();

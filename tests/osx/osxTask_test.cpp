@@ -312,7 +312,7 @@ TEST(ThreadWait, NeedsNoMemory) {
 
 TEST(ThreadWait, OfAThreadThatIsCancelledLeavesTheTaskToTheNext) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP();
+        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
     }
     osxEndOtherTask(begin(nothing, nullptr));  // with the first one a sanitizer starts its own
     const int lThreads = test::numberOfThreads();
