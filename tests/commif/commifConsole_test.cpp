@@ -82,6 +82,7 @@ template <class Print>
 std::vector<std::string> printedAll(const std::vector<std::string>& aTexts, Print aPrint) {
     const ConsoleCapture lConsole;
     for (const std::string& lText : aTexts) {
+        errno = 0;  // which "%m" shows
         aPrint(lText);
         std::fputs("|\n", stdout);
     }

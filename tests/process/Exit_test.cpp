@@ -123,8 +123,8 @@ TEST_F(ProgramEnd, WithALoopOfItsOwnDestroysWhatAceHolds) {
 }
 #endif
 
-/// The sanitizers need descriptors of their own.
-#ifndef __SANITIZE_ADDRESS__
+/// The sanitizers, and the counting of lines, need descriptors of their own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(OSX_COVERAGE)
 TEST_F(ProgramEnd, WithoutTheProcessFileSystemIsSafe) {
     for (int lRound = 0; lRound < rounds(kRounds); ++lRound) {
         EXPECT_EQ("ready\nnot yet flushed\n", run("blind", {"-LogFile", "/dev/null"}, kExitStatus));
