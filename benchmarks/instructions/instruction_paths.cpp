@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "ace/Log_Msg.h"
+#include "ace/Reactor.h"
 #include "base/diagnosticLine.h"
 #include "commif/commif.h"
 #include "counted.h"
@@ -46,6 +47,25 @@ void require(bool aHolds, const char* aWhat) {
         std::fprintf(stderr, "instruction_paths: %s\n", aWhat);
         std::exit(1);
     }
+}
+
+sockaddr_in loopback(unsigned short aPort) {
+    sockaddr_in lAddress{};
+    lAddress.sin_family = AF_INET;
+    lAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    lAddress.sin_port = htons(aPort);
+    return lAddress;
+}
+
+unsigned short freePort() {
+    sockaddr_in lAddress = loopback(0);
+    socklen_t lSize = sizeof lAddress;
+    const int lSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    auto* const lGeneral = reinterpret_cast<sockaddr*>(&lAddress);
+    require(::bind(lSocket, lGeneral, lSize) == 0 && ::getsockname(lSocket, lGeneral, &lSize) == 0,
+            "no free port");
+    ::close(lSocket);
+    return ntohs(lAddress.sin_port);
 }
 
 // --- OS services ---
@@ -196,13 +216,40 @@ void fileWritePath() {
     commIfClose(lFile);
 }
 
+/// A message of a client's that a port's callback sends back, from the wait on.
+void portPath() {
+    const unsigned short lNumber = freePort();
+    void* lPort = nullptr;
+    ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()->initReactor();
+    osxRegisterPort(
+        lPort, lNumber, nullptr, nullptr,
+        [](void* aSocket, void*&, unsigned char* aData, unsigned long aLength) {
+            osxSocketSend(aSocket, aData, aLength);
+        },
+        nullptr, nullptr);
+    const int lClient = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in lAddress = loopback(lNumber);
+    require(::connect(lClient, reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress) == 0,
+            "no connection");
+    ACE_Reactor* const lReactor = ACE_Reactor::instance();
+    std::array<char, 64> lMessage{};
+    ssize_t lCame = -1;
+    counted(kTimes, [&] {
+        ::send(lClient, lMessage.data(), lMessage.size(), MSG_NOSIGNAL);
+        do {  // the first time the connection is accepted, too
+            lReactor->handle_events();
+            lCame = ::recv(lClient, lMessage.data(), lMessage.size(), MSG_DONTWAIT);
+        } while (lCame == -1);
+    });
+    require(lCame == static_cast<ssize_t>(lMessage.size()), "no answer");
+    ::close(lClient);
+}
+
 /// A connection of the library's to a socket that the kernel accepts for and that nobody reads: it
 /// takes the few bytes that are sent.
 void broadcastPath() {
     constexpr int kBlocks = 100;
-    sockaddr_in lAddress{};
-    lAddress.sin_family = AF_INET;
-    lAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in lAddress = loopback(0);
     socklen_t lSize = sizeof lAddress;
     auto* const lGeneral = reinterpret_cast<sockaddr*>(&lAddress);
     const int lListening = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -263,6 +310,7 @@ constexpr Path kPaths[] = {{"mutex", mutexPath},
                            {"objectid-text", objectIDPath},
                            {"objectidmap", objectIDMapPath},
                            {"file-write", fileWritePath},
+                           {"port", portPath},
                            {"broadcast", broadcastPath},
                            {"sysinfo", sysinfoPath}};
 

@@ -24,13 +24,12 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
       mQueue(nullptr),
       mReactor(osx::processReactor()),
       mAsked(mReactor == nullptr ? kNotAtAll : kById) {
-    const osx::NoCancellation lGuard;
     const ACE_Time_Value lDelay = osx::toTimeValue(mDelay);
     const ACE_Time_Value lInterval = isPeriodic() ? lDelay : ACE_Time_Value::zero;
     mQueue = osx::ownTimerQueue(mReactor);
-    const long lTimerID = mReactor == nullptr
-                              ? kNotScheduled
-                              : mReactor->schedule_timer(this, aArgument, lDelay, lInterval);
+    const long lTimerID = mReactor == nullptr ? kNotScheduled
+                          : mQueue != nullptr ? startOnOwnReactor(aArgument, lDelay, lInterval)
+                                              : startOnOtherReactor(aArgument, lDelay, lInterval);
     mTimerID = lTimerID;
     if (lTimerID == kNotScheduled) {
         osx::DiagnosticLine(kModule).failure(
@@ -40,15 +39,28 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
 }
 
 osxTimeoutHandler::~osxTimeoutHandler() {
-    const osx::NoCancellation lGuard;
     if (mQueue != nullptr) {
         mQueue->retire(*this, mTimerID);
     } else {
+        const osx::NoCancellation lGuard;
         stop();
     }
     if (mReactor != osx::installedReactor()) {
         reactor(nullptr);  // which may have gone: the base would ask it to drop notifications
     }
+}
+
+/// What `ACE_Reactor::schedule_timer` does on the library's own reactor.
+long osxTimeoutHandler::startOnOwnReactor(void* aArgument, const ACE_Time_Value& aDelay,
+                                          const ACE_Time_Value& aInterval) {
+    reactor(mReactor);
+    return mQueue->start(this, aArgument, aDelay, aInterval);
+}
+
+long osxTimeoutHandler::startOnOtherReactor(void* aArgument, const ACE_Time_Value& aDelay,
+                                            const ACE_Time_Value& aInterval) {
+    const osx::NoCancellation lGuard;
+    return mReactor->schedule_timer(this, aArgument, aDelay, aInterval);
 }
 
 bool osxTimeoutHandler::isPeriodic() const {

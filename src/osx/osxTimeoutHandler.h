@@ -52,6 +52,10 @@ private:
     enum Asked { kById, kByHandler, kNotAtAll };
 
     bool isPeriodic() const;
+    long startOnOwnReactor(void* aArgument, const ACE_Time_Value& aDelay,
+                           const ACE_Time_Value& aInterval);
+    long startOnOtherReactor(void* aArgument, const ACE_Time_Value& aDelay,
+                             const ACE_Time_Value& aInterval);
     int stop();
     int stopOnOtherReactor();
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "ace/Functor.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "reactor/LoopTimer.h"
 
@@ -329,6 +330,7 @@ void TimerQueue::retire(const ACE_Event_Handler& aHandler, long aTimerID) {
     if (mCalls == nullptr || !isCalledElsewhere(aHandler, true)) {
         return;
     }
+    const NoCancellation lGuard;  // a destructor waits here
     const auto lNow = std::chrono::steady_clock::now();
     ++mWaiting;
     mCallEnded.wait_until(lLock, lNow + kHandlerGrace,
