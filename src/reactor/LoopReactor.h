@@ -21,12 +21,10 @@ class TimerQueue;
 /// own: without ACE's limit on descriptors, and without a token that threads hand on.
 ///
 /// - **While there are only those**, each thread waits in the kernel's event poll for itself. The
-/// poll
-///   has the handlers' descriptors, the timers' (`LoopTimer`), ACE's notification pipe and a
+///   poll has the handlers' descriptors, the timers' (`LoopTimer`), ACE's notification pipe and a
 ///   descriptor that wakes a sleeper.
 /// - **Once the application has a handler of its own**, threads go through ACE's loop, where the
-/// poll
-///   is one descriptor among the application's, served by the `Gate`.
+///   poll is one descriptor among the application's, served by the `Gate`.
 ///
 /// The gate is registered all the time, so that ACE's `work_pending`, and a thread that went into
 /// ACE's loop and sleeps there, see what the poll has.

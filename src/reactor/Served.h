@@ -29,9 +29,8 @@ public:
     /// @param aToTheEnd the other side has ended: what is read next is not merely the latest.
     virtual Outcome serve(bool aToTheEnd) = 0;
 
-    /// @return whether the descriptor may have been read by others, so that it has to be ready
-    /// still
-    ///         whenever `serve` is called.
+    /// @return whether others may have read the descriptor: it has to be ready still when `serve`
+    ///         is called.
     virtual bool wantsFreshLook() const = 0;
 
 protected:

@@ -92,9 +92,8 @@ public:
     /// Closes all handlers, and takes no more.
     void close();
 
-    /// @return whether there is a handler that must be ready still when it is served, so that
-    /// events
-    ///         must not be taken in advance.
+    /// @return whether a handler has to be ready still when it is served: no event may be taken in
+    ///         advance.
     bool wantsFreshLook() const { return mFreshLooks.load(std::memory_order_relaxed) != 0; }
 
     /// Serves a handler's event.
