@@ -15,7 +15,7 @@ namespace {
 /// A line's format in which no text can push the end of the line out of what ACE holds of it.
 class BoundedFormat {
 public:
-    explicit BoundedFormat(const char* aFormat) noexcept;
+    BoundedFormat(const char* aFormat, std::size_t aTextLength) noexcept;
     const char* text() const noexcept { return mText; }
 
 private:
@@ -28,14 +28,16 @@ private:
     std::size_t mOthers = 0;
 };
 
-BoundedFormat::BoundedFormat(const char* aFormat) noexcept : mText(aFormat) {
+/// @param aTextLength of the texts to be put in, which seldom need to be cut.
+BoundedFormat::BoundedFormat(const char* aFormat, std::size_t aTextLength) noexcept
+    : mText(aFormat) {
     constexpr std::size_t kLongestLine = ACE_Log_Record::MAXLOGMSGLEN - 1;
     constexpr std::size_t kLongestOther = 32;
     constexpr std::size_t kLongestPrecision = 5;  // "." and four digits
     count(aFormat);
     const std::size_t lLength = std::strlen(aFormat);
     const std::size_t lTaken = lLength + mOthers * kLongestOther;
-    if (mTexts > 0 && lTaken < kLongestLine &&
+    if (lTaken + aTextLength > kLongestLine && mTexts > 0 && lTaken < kLongestLine &&
         lLength + mTexts * kLongestPrecision < mRewritten.size()) {
         rewrite(aFormat, (kLongestLine - lTaken) / mTexts);
         mText = mRewritten.data();
@@ -65,9 +67,9 @@ void BoundedFormat::rewrite(const char* aFormat, std::size_t aLongestText) noexc
 }  // namespace
 
 void DiagnosticLine::write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int aStatus,
-                           const char* aFormat, ...) {
+                           std::size_t aTextLength, const char* aFormat, ...) {
     if (ACE_Log_Msg* lLog = ACE_Log_Msg::instance()) {
-        const BoundedFormat lFormat(aFormat);
+        const BoundedFormat lFormat(aFormat, aTextLength);
         lLog->conditional_set(aLine.mModule, aLine.mLine, aStatus, aLine.mErrno);
         va_list lArguments;
         va_start(lArguments, aFormat);

@@ -4,7 +4,9 @@
 #define OSX_BASE_DIAGNOSTICLINE_H
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 #include "ace/ACE.h"
@@ -39,21 +41,23 @@ public:
     /// Writes a failure line, whatever the debug level.
     template <class... Arguments>
     void failure(ACE_Log_Priority aPriority, const char* aFormat, Arguments... aArguments) const {
-        write(*this, aPriority, kFailure, aFormat, argument(aArguments)...);
+        write(*this, aPriority, kFailure, textLength(aArguments...), aFormat,
+              argument(aArguments)...);
     }
 
     /// Writes a trace line at LM_DEBUG, if lines of this level are wanted.
     template <class... Arguments>
     void trace(unsigned int aLevel, const char* aFormat, Arguments... aArguments) const {
         if (isTraced(aLevel)) {
-            write(*this, LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
+            write(*this, LM_DEBUG, kTrace, textLength(aArguments...), aFormat,
+                  argument(aArguments)...);
         }
     }
 
     /// Writes a line at LM_DEBUG that reports no failure, whatever the debug level.
     template <class... Arguments>
     void notice(const char* aFormat, Arguments... aArguments) const {
-        write(*this, LM_DEBUG, kTrace, aFormat, argument(aArguments)...);
+        write(*this, LM_DEBUG, kTrace, textLength(aArguments...), aFormat, argument(aArguments)...);
     }
 
     /// The null test of a handle.
@@ -85,9 +89,22 @@ private:
         return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(aPointer));
     }
 
+    /// @return the length of the texts among the arguments.
+    template <class... Arguments>
+    static std::size_t textLength(Arguments... aArguments) noexcept {
+        return (std::size_t{0} + ... + lengthOf(argument(aArguments)));
+    }
+    static std::size_t lengthOf(const char* aText) noexcept {
+        return aText == nullptr ? sizeof "(null)" : std::strlen(aText);
+    }
+    template <class Number>
+    static std::size_t lengthOf(Number) noexcept {
+        return 0;
+    }
+
     /// By value: a line whose address nobody has costs nothing where it is not written.
     static void write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int aStatus,
-                      const char* aFormat, ...);
+                      std::size_t aTextLength, const char* aFormat, ...);
 
     const char* mModule;
     int mLine;
