@@ -2,6 +2,7 @@
 #include <memory>
 #include <string_view>
 
+#include "ace/Log_Msg.h"
 #include "echo/idleHandler.h"
 #include "echo/service.h"
 #include "osx/OSX_Reactor.h"
@@ -37,6 +38,10 @@ int main(int, char** aArguments) {
     gService = Service(aArguments);
     OSX_Reactor* lReactor = ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance();
     lReactor->initReactor();
+    if (gService.is("masked")) {
+        ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::THREAD);
+        ACE_Log_Msg::instance()->priority_mask(LM_ERROR, ACE_Log_Msg::PROCESS);
+    }
     std::unique_ptr<IdleHandler> lOwn;
     if (gService.is("mixed")) {
         lOwn = std::make_unique<IdleHandler>();

@@ -9,11 +9,11 @@
 // in the rows with several. A data-available callback reads the 64 bytes by itself, where libuv
 // has them read. "An own handler beside it" is one that the application has registered with the
 // reactor, and never called. An accepted connection is closed by the client at once, then by the
-// server; four clients do that one after the other, and the library writes two lines for each. The
-// library's port holds five that wait to be accepted, as specified, the others' 1024: of many
-// clients of `wrk` that connect at once some wait for seconds, and fewer than are named take part.
-// Memory is what the server has written after 900 clients have exchanged a message each, less what
-// it had before; the kernel's share is not in it.
+// server; four clients do that one after the other, and the library writes two lines for each,
+// which the other row masks. The library's port holds five that wait to be accepted, as specified,
+// the others' 1024: of many clients of `wrk` that connect at once some wait for seconds, and fewer
+// than are named take part. Memory is what the server has written after 900 clients have exchanged
+// a message each, less what it had before; the kernel's share is not in it.
 //
 // Usage: echo_load PORT CONNECTIONS BYTES MILLISECONDS THREADS
 // Prints the number of connections that were served, and the seconds it took to make them; after a

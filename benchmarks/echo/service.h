@@ -6,6 +6,7 @@
 ///  - `pieces`: the same, read and sent 2 KiB at a time and without delay, as the library does;
 ///  - `available`: the same by a callback that reads for itself (the library alone);
 ///  - `mixed`: the same beside a handler of the application's own (those with ACE's reactor);
+///  - `masked`: `echo` with the library's lines below errors masked;
 ///  - `http`: answers each request with a short page.
 #ifndef OSX_BENCHMARKS_ECHO_SERVICE_H
 #define OSX_BENCHMARKS_ECHO_SERVICE_H
