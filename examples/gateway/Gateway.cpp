@@ -10,6 +10,7 @@
 #include "logging/Logging.h"
 #include "nmea/Sentence.h"
 #include "osx/osx.h"
+#include "tell.h"
 
 namespace gateway {
 
@@ -140,9 +141,8 @@ void Gateway::printRates() {
     const double lPerSecond =
         static_cast<double>(lValid - mValidPrinted) * 1000.0 / mOptions.rateIntervalMs;
     mValidPrinted = lValid;
-    std::printf("%.1f sentences/s, %lu valid, %lu rejected, %lu losses, %d clients\n", lPerSecond,
-                lValid, mInvalid.load(), mLosses.load(), mClients.count());
-    std::fflush(stdout);
+    tell("%.1f sentences/s, %lu valid, %lu rejected, %lu losses, %d clients\n", lPerSecond, lValid,
+         mInvalid.load(), mLosses.load(), mClients.count());
 }
 
 void Gateway::reportSystem() {

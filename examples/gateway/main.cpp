@@ -2,13 +2,13 @@
 /// Serves an instrument's sentences to TCP clients until it is told to stop.
 
 #include <csignal>
-#include <cstdio>
 
 #include "Gateway.h"
 #include "logging/Logging.h"
 #include "options.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
+#include "tell.h"
 
 namespace {
 
@@ -40,12 +40,12 @@ int main(int aCount, char** aArguments) {
     lReactor->startReactor();
     {
         const gateway::Gateway lGateway(lOptions);
-        std::printf("gateway: clients on port %u\n", static_cast<unsigned int>(lOptions.textPort));
-        std::fflush(stdout);
+        gateway::tell("gateway: clients on port %u\n",
+                      static_cast<unsigned int>(lOptions.textPort));
         while (osxAcquireSemaphore(gStop, OSX_WAIT_INFINITE, 0) == OSX_ERR_SEM_ACQUIRE) {
             // A signal ended the wait; the one that matters left its mark in the count.
         }
-        std::puts("gateway: stopping");
+        gateway::tell("gateway: stopping\n");
         lReactor->stopReactor();
         lReactor->stopAndDeleteReactorThreads();
     }

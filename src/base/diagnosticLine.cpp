@@ -1,12 +1,18 @@
 #include "base/diagnosticLine.h"
 
+#include <cxxabi.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <new>
+#include <optional>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
+#include "base/writeSignals.h"
 
 namespace osx {
 
@@ -64,16 +70,44 @@ void BoundedFormat::rewrite(const char* aFormat, std::size_t aLongestText) noexc
     *lEnd = '\0';
 }
 
+/// Without memory for a line ACE would write through null pointers.
+bool isThereMemoryForALine() noexcept {
+    constexpr std::size_t kEnough = 4 * std::size_t{ACE_Log_Record::MAXVERBOSELOGMSGLEN};
+    void* const lMemory = ::operator new(kEnough, std::nothrow);
+    ::operator delete(lMemory);
+    return lMemory != nullptr;
+}
+
+/// @return null when this thread has no memory for lines.
+ACE_Log_Msg* logOfThisThread() {
+    ACE_Log_Msg* const lLog = isThereMemoryForALine() ? ACE_Log_Msg::instance() : nullptr;
+    return lLog == nullptr || lLog->msg() == nullptr ? nullptr : lLog;
+}
+
+/// A back end of the application's may throw, and standard error may have lost its reader.
+void log(ACE_Log_Msg& aLog, const char* aFormat, ACE_Log_Priority aPriority, va_list aArguments) {
+    std::optional<WriteSignalGuard> lGuard;
+    if (mayRaiseWriteSignal(STDERR_FILENO)) {
+        lGuard.emplace();
+    }
+    try {
+        aLog.log(aFormat, aPriority, aArguments);
+    } catch (const abi::__forced_unwind&) {
+        throw;  // the thread has been cancelled
+    } catch (...) {
+    }
+}
+
 }  // namespace
 
 void DiagnosticLine::write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int aStatus,
                            std::size_t aTextLength, const char* aFormat, ...) {
-    if (ACE_Log_Msg* lLog = ACE_Log_Msg::instance()) {
+    if (ACE_Log_Msg* const lLog = logOfThisThread()) {
         const BoundedFormat lFormat(aFormat, aTextLength);
         lLog->conditional_set(aLine.mModule, aLine.mLine, aStatus, aLine.mErrno);
         va_list lArguments;
         va_start(lArguments, aFormat);
-        lLog->log(lFormat.text(), aPriority, lArguments);
+        log(*lLog, lFormat.text(), aPriority, lArguments);
         va_end(lArguments);
     }
     errno = aLine.mErrno;

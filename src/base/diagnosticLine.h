@@ -25,6 +25,10 @@ inline bool isTraced(unsigned int aLevel) noexcept {
 /// Construct it where the line is due, so that it records that source line, and call one of its
 /// operations. `errno` is the same afterwards as before.
 ///
+/// A line never ends the process, whatever becomes of it: not when standard error has lost its
+/// reader or a file may not grow, nor when there is no memory, nor when a back end of the
+/// application's throws. It is then lost.
+///
 /// Writing may be a cancellation point: where a cancelled thread must not be unwound, as in a
 /// destructor, hold a `NoCancellation`.
 ///

@@ -14,9 +14,9 @@
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
+#include "base/writeSignals.h"
 #include "commif/channels.h"
 #include "commif/fileAccess.h"
-#include "commif/pipeSignal.h"
 
 namespace osx {
 
@@ -136,7 +136,7 @@ FileKind findKind(const ACE_FILE_IO& aFile) {
     if (kindOf(aDesc) == FileKind::kUnknown) {
         setKind(aDesc, findKind(aFile));
     }
-    const osx::PipeSignalGuard lGuard;
+    const osx::WriteSignalGuard lGuard;
     return aFile.send(aBuf, aCount);
 }
 

@@ -11,9 +11,9 @@
 #include "base/NoCancellation.h"
 #include "base/diagnosticLine.h"
 #include "base/standardDescriptors.h"
+#include "base/writeSignals.h"
 #include "commif/channels.h"
 #include "commif/fileAccess.h"
-#include "commif/pipeSignal.h"
 
 namespace osx {
 
@@ -85,7 +85,7 @@ ACE_OFF_T copyInKernel(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestinati
 /// Copies a number of bytes in pieces. It ends early when one of the files does not play along,
 /// which nobody is told.
 void copyByReading(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, ACE_OFF_T aSize) {
-    const osx::PipeSignalGuard lGuard;
+    const osx::WriteSignalGuard lGuard;
     std::array<char, kOwnPiece> lPiece;
     while (aSize > 0) {
         const ssize_t lRead = aSource.recv(lPiece.data(), pieceOf(aSize, lPiece.size()));

@@ -5,16 +5,16 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/writeSignals.h"
 #include "commif/commif.h"
 #include "commif/console.h"
 #include "commif/formatText.h"
-#include "commif/pipeSignal.h"
 #include "commif/printAgain.h"
 
 namespace osx {
 
 ssize_t writeToConsole(const void* aData, std::size_t aLength) {
-    const PipeSignalGuard lGuard;
+    const WriteSignalGuard lGuard;
     return ::write(STDOUT_FILENO, aData, aLength);
 }
 
@@ -61,7 +61,7 @@ int commfprintf(int, const char* aFormat, ...) {
     va_start(lArguments, aFormat);
     osx::formatText(lText, aFormat, lArguments);
     va_end(lArguments);
-    const osx::PipeSignalGuard lGuard;
+    const osx::WriteSignalGuard lGuard;
     const StreamLock lLock(stdout);
     osx::printAgain(lText.data());
     // Nothing may stay behind that the end of the process would write without the guard.

@@ -11,9 +11,9 @@
 #include "base/NoCancellation.h"
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
+#include "base/writeSignals.h"
 #include "commif/commif.h"
 #include "commif/handleTransfer.h"
-#include "commif/pipeSignal.h"
 #include "osx/osx.h"
 
 using osx::DiagnosticLine;
@@ -80,7 +80,7 @@ osxComPort::~osxComPort() {
 
 int osxComPort::send_n(const void* aBuffer, unsigned int aLength) const {
     // The handle is the application's choice; a socket or a pipe raises SIGPIPE.
-    const osx::PipeSignalGuard lNoSignal;
+    const osx::WriteSignalGuard lNoSignal;
     return static_cast<int>(
         osx::writeWhole(mComport->get_handle(), static_cast<const char*>(aBuffer), aLength));
 }

@@ -1,33 +1,24 @@
 #include "logging/LogFile.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-#include <ext/stdio_filebuf.h>
-
 #include <atomic>
 #include <ios>
-#include <new>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Msg_Backend.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
-#include "base/standardDescriptors.h"
+#include "logging/LogFileBuffer.h"
 
 namespace osx {
 
 namespace {
 
-/// The standard file stream has no way to open a file close-on-exec.
 class LogStream : public std::ostream {
 public:
     LogStream() : std::ostream(nullptr) { rdbuf(&mBuffer); }
 
     void open(const char* aName) noexcept {
-        const int lDescriptor = aName == nullptr ? -1 : makeDescriptor([aName] {
-            return ::open(aName, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, kMode);
-        });
-        if (lDescriptor == -1 || !attach(lDescriptor)) {
+        if (aName == nullptr || !mBuffer.open(aName)) {
             setstate(failbit);
         }
     }
@@ -37,27 +28,14 @@ public:
     void keep(const std::ostream* aFormer) noexcept { mFormer = aFormer; }
 
 private:
-    using Buffer = __gnu_cxx::stdio_filebuf<char>;
-    static constexpr mode_t kMode = 0666;
-
-    bool attach(int aDescriptor) noexcept {
-        try {
-            mBuffer = Buffer(aDescriptor, std::ios_base::out);
-            return true;
-        } catch (const std::bad_alloc&) {
-            ::close(aDescriptor);
-            return false;
-        }
-    }
-
-    Buffer mBuffer;
+    LogFileBuffer mBuffer;
     const std::ostream* mFormer = nullptr;
 };
 
 std::atomic<std::ostream*> gLogFile{nullptr};
 
-/// Hands lines on to the back end that was in use before. Never destroyed, and for good in front of
-/// that one: an application that took it for its own predecessor may put it back at any time.
+/// Hands lines on to the back end that was installed before. Never destroyed, and for good in front
+/// of that one: an application that took it for its own predecessor may put it back at any time.
 class LogFileBackend : public ACE_Log_Msg_Backend {
 public:
     LogFileBackend(ACE_Log_Msg_Backend* aNext, const LogFileBackend* aOlder)
@@ -81,9 +59,7 @@ LogFileBackend* gLogFileBackend = nullptr;
 void installIn(ACE_Log_Msg& aLog) noexcept {
     ACE_Log_Msg_Backend* const lInstalled = ACE_Log_Msg::msg_backend();
     if (lInstalled == nullptr || lInstalled != gLogFileBackend) {
-        const bool lInUse = (aLog.flags() & ACE_Log_Msg::CUSTOM) != 0;
-        auto* const lBackend =
-            allocate<LogFileBackend>(lInUse ? lInstalled : nullptr, gLogFileBackend);
+        auto* const lBackend = allocate<LogFileBackend>(lInstalled, gLogFileBackend);
         if (lBackend == nullptr) {
             return;
         }

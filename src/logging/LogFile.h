@@ -18,8 +18,8 @@ std::ostream* openLogFile(const char* aName) noexcept;
 /// file. A back end calls it: ACE writes the line to the stream after that.
 void giveLogFileToThread() noexcept;
 
-/// Installs a custom back end that does no more than that, in front of the one that is in use, if
-/// any.
+/// Installs a custom back end that does no more than that, in front of the one that is installed,
+/// if any.
 void installLogFileBackend() noexcept;
 
 }  // namespace osx

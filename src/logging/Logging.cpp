@@ -49,15 +49,16 @@ struct LevelPort {
 };
 LevelPort gLevelPort;
 
-/// In a forked child: bound anew, the port would be found in use as long as the parent has it.
-/// @return whether the child has the port that it wants.
+/// Bound anew, the port would be found in use as long as the process, or its parent, has it.
+/// @return whether the process has the port that it wants.
 bool takeOverLevelPort() {
-    if (gLevelPort.mHandle == nullptr || gLevelPort.mGeneration == osx::process::generation()) {
+    if (gLevelPort.mHandle == nullptr) {
         return false;
     }
+    const bool lIsForked = gLevelPort.mGeneration != osx::process::generation();
     gLevelPort.mGeneration = osx::process::generation();
     const bool lWanted = gLevelPort.mNumber == gDebugLevelPortNumber;
-    if (!lWanted) {
+    if (lIsForked && !lWanted) {
         osxUnregisterPort(gLevelPort.mHandle);
     }
     return lWanted;
@@ -223,6 +224,8 @@ void NewLogLevelData(void* /*aSocket*/, void*& /*aUserData*/, unsigned char* aDa
     const auto lLevel = static_cast<unsigned int>(
         osx::decimalNumber(reinterpret_cast<const char*>(aData), aLength));
     setLogLevel(lLevel);
-    DiagnosticLine(kModule).trace(lLevel, "%t NewLogLevelData set the debug level to [%d]\n",
-                                  lLevel);
+    // Of this very level, which another client may have changed again.
+    if (ACE::debug()) {
+        DiagnosticLine(kModule).notice("%t NewLogLevelData set the debug level to [%d]\n", lLevel);
+    }
 }

@@ -2,11 +2,17 @@
 /// The logging set-up: where the diagnostic output goes, and the port through which the debug level
 /// is changed from outside.
 ///
-/// Call `LogInit` once, early in `main`, before other threads log; `LogDeinit` at shutdown. A
+/// Call `LogInit` once, early in `main`, before other threads log; `LogDeinit` at shutdown. Called
+/// again without `LogDeinit`, it applies its options and keeps the ports that are open. A
 /// program that ends without, or with threads that still log, ends all the same with its own exit
 /// status. Lines that are written once its static objects have been destroyed may be lost. If
 /// threads are writing lines without a pause then, and it cannot be seen that they have stopped,
 /// the process ends there, and libraries that are unloaded later are not.
+///
+/// No line ends the process, whatever becomes of its destination. But ACE writes each one on the
+/// thread that logs, and under one lock for all of them: a system log or standard error that does
+/// not take a line holds up every thread that logs, loop threads among them. The clients of the
+/// network never do, nor does a log file that is a regular file.
 ///
 /// A forked child logs to where its parent does, whatever other threads did at the fork, which
 /// waits for a line that one of them is writing. With network logging it has both ports of its
@@ -37,7 +43,13 @@ class RedirectService;
 /// Option names are compared in full and without regard to case. A value is the next argument,
 /// unless that begins with '-'; it is taken away in either case. Numbers are read as by `strtol`,
 /// in 32 bits; a negative level counts as its unsigned value. A number option without a value
-/// changes nothing and a line says so. A file that cannot be opened loses its lines.
+/// changes nothing and a line says so. A file that cannot be opened loses its lines, of which
+/// nothing tells but the stream, `ACE_Log_Msg::instance()->msg_ostream()`, which has failed.
+///
+/// The log file grows without limit: by some 25 MB a minute when a remote command has set level 9.
+/// It may be rotated at any time: renamed, removed or truncated. A write to it that fails, as on a
+/// full disc, loses its lines; the next that succeeds is preceded by a line that tells their
+/// number.
 ///
 /// The reactor singleton is installed as the process's reactor. With network logging, the redirect
 /// service is started and installed as ACE's custom back end, and the debug-level port is opened; a

@@ -1,10 +1,17 @@
 #include "net/ConnectionAdmin.h"
 
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <new>
 #include <utility>
 
@@ -16,17 +23,29 @@
 #include "base/diagnosticLine.h"
 #include "osx/connectionOptions.h"
 #include "osx/osx.h"
+#include "osx/socketTransfer.h"
 #include "process/atFork.h"
 
 using osx::DiagnosticLine;
+using Clock = std::chrono::steady_clock;
 
-/// A client stays in the list while a send on it is in progress, also when it is closing.
+/// A client stays in the list, and its socket open, while it is being sent to, also when it is
+/// closing.
 struct ConnectionAdmin::Client {
     explicit Client(void* aSocket) : mSocket(aSocket) {}
     void* mSocket;
     Client* mNext = nullptr;
-    int mSends = 0;
+    bool mIsSentTo = false;
     bool mClosing = false;
+
+    /// @name Of the thread that is sending to it
+    /// @{
+    std::size_t mSent = 0;    ///< Bytes of the frame.
+    int mQueued = kNotKnown;  ///< Bytes that the client has not acknowledged, at the last look.
+    Clock::time_point mLastProgress;
+    /// @}
+
+    static constexpr int kNotKnown = -1;
 };
 
 namespace {
@@ -52,7 +71,7 @@ int descriptorOf(void* aSocket) {
 /// Has the kernel end a connection whose client takes nothing, or has vanished.
 void limitSilence(void* aSocket) {
     const int lDescriptor = descriptorOf(aSocket);
-    osx::setOption(lDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, ConnectionAdmin::kStalledClientMs);
+    osx::setOption(lDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, ConnectionAdmin::kKernelLimitMs);
     osx::keepAlive(lDescriptor, kKeepAlive);
 }
 
@@ -67,21 +86,200 @@ void onAccepted(void* aSocket, void*& aUserData) {
     ConnectionAdmin::NewConnection(aSocket, aUserData);
 }
 
-void sendPlain(void* aSocket, std::uint32_t aLen, unsigned char* aData) {
-    osxSocketSend(aSocket, aData, aLen);
-}
-
-void sendFramed(void* aSocket, std::uint32_t aLen, unsigned char* aData) {
-    std::array<unsigned char, 4> lLength{};
-    for (std::size_t lByte = 0; lByte < lLength.size(); ++lByte) {
-        lLength[lByte] = static_cast<unsigned char>(aLen >> (8 * lByte));
-    }
-    // Built for each client: a transfer may advance the vector it is given.
-    const iovec lVector[] = {{lLength.data(), lLength.size()}, {aData, aLen}};
-    osxSocketSend(aSocket, lVector, aLen == 0 ? 1 : 2);
+/// @return how many bytes on their way the peer has not acknowledged.
+int unacknowledged(int aDescriptor) {
+    int lBytes = 0;
+    ::ioctl(aDescriptor, SIOCOUTQ, &lBytes);
+    return lBytes;
 }
 
 }  // namespace
+
+/// What every client is sent: some bytes, or a block behind its length.
+class ConnectionAdmin::Frame {
+public:
+    Frame(unsigned char* aData, std::size_t aLen) : mParts{{{nullptr, 0}, {aData, aLen}}} {}
+
+    static Frame ofBlock(unsigned char* aData, std::uint32_t aLen) {
+        Frame lFrame(aData, aLen);
+        for (std::size_t lByte = 0; lByte < lFrame.mLength.size(); ++lByte) {
+            lFrame.mLength[lByte] = static_cast<unsigned char>(aLen >> (8 * lByte));
+        }
+        lFrame.mParts[0].iov_len = lFrame.mLength.size();
+        return lFrame;
+    }
+
+    std::size_t size() const { return mParts[0].iov_len + mParts[1].iov_len; }
+
+    /// Sends what follows the first bytes of it, as much as the kernel takes now.
+    /// @return the number of bytes taken; -1 with `errno`.
+    ssize_t sendFrom(std::size_t aSent, int aDescriptor) const {
+        std::array<iovec, 2> lParts = mParts;
+        lParts[0].iov_base = const_cast<unsigned char*>(mLength.data());
+        for (iovec& lPart : lParts) {
+            const std::size_t lDone = std::min(aSent, lPart.iov_len);
+            lPart.iov_base = static_cast<unsigned char*>(lPart.iov_base) + lDone;
+            lPart.iov_len -= lDone;
+            aSent -= lDone;
+        }
+        msghdr lMessage{};
+        lMessage.msg_iov = lParts.data();
+        lMessage.msg_iovlen = lParts.size();
+        return ::sendmsg(aDescriptor, &lMessage, MSG_NOSIGNAL | MSG_DONTWAIT);
+    }
+
+private:
+    std::array<unsigned char, 4> mLength{};
+    /// Where the first one stands is known when it is sent: a frame may be copied.
+    std::array<iovec, 2> mParts;
+};
+
+/// How many clients could not be sent everything, and the error of the latest one.
+struct ConnectionAdmin::Failures {
+    int mNumber = 0;
+    int mError = 0;
+};
+
+/// One frame on its way to the clients of its start. Each is let go of as soon as it has taken
+/// everything, and all of them when the broadcast ends early, as by a cancellation.
+///
+/// Nothing but the wait is a cancellation point, and no line is written, which a log back end could
+/// answer with another broadcast, in the middle of frames.
+class ConnectionAdmin::Broadcast {
+public:
+    Broadcast(const ConnectionAdmin& aAdmin, const Frame& aFrame)
+        : mAdmin(aAdmin), mLock(aAdmin.mBroadcastMutex), mFrame(aFrame) {
+        const std::lock_guard<std::mutex> lGuard(mAdmin.mMutex);
+        for (Client* lClient = mAdmin.mConnections; lClient != nullptr; lClient = lClient->mNext) {
+            lClient->mIsSentTo = !lClient->mClosing;
+            lClient->mSent = 0;
+            lClient->mQueued = Client::kNotKnown;
+        }
+    }
+    ~Broadcast() {
+        Client* lClient = next(nullptr, false);
+        while (lClient != nullptr) {
+            leaveUnfinished(*lClient);
+            lClient = next(lClient, false);
+        }
+    }
+    Broadcast(const Broadcast&) = delete;
+    Broadcast& operator=(const Broadcast&) = delete;
+
+    /// Returns when no client is left that has not taken everything.
+    Failures run() {
+        while (goRound()) {
+            waitForAny();
+        }
+        return mFailures;
+    }
+
+private:
+    bool goRound();
+    bool isDone(Client& aClient);
+    bool fail(Client& aClient, int aError);
+    bool mayStillTakeSome(Client& aClient);
+    void leaveUnfinished(const Client& aClient) const;
+    Client* next(Client* aClient, bool aKeep) const;
+    void waitForAny();
+
+    static constexpr int kLookMs = 1000;
+    static constexpr int kManyWaitMs = 10;
+
+    const ConnectionAdmin& mAdmin;
+    const ACE_Guard<ACE_Recursive_Thread_Mutex> mLock;
+    const Frame mFrame;
+    Failures mFailures;
+    /// Of clients that wait. Those beyond are looked at again after a short while.
+    std::array<pollfd, 64> mWaiting;
+    std::size_t mNumberWaiting = 0;
+};
+
+/// Gives every client what it can take now. @return whether one is left that has to be waited for.
+bool ConnectionAdmin::Broadcast::goRound() {
+    const osx::NoCancellation lGuard;
+    mNumberWaiting = 0;
+    Client* lClient = next(nullptr, false);
+    while (lClient != nullptr) {
+        const bool lDone = isDone(*lClient);
+        if (!lDone && mNumberWaiting++ < mWaiting.size()) {
+            mWaiting[mNumberWaiting - 1] = {descriptorOf(lClient->mSocket), POLLOUT, 0};
+        }
+        lClient = next(lClient, !lDone);
+    }
+    return mNumberWaiting != 0;
+}
+
+/// @return whether nothing is left to be done for a client, which may have failed.
+bool ConnectionAdmin::Broadcast::isDone(Client& aClient) {
+    const int lDescriptor = descriptorOf(aClient.mSocket);
+    while (aClient.mSent < mFrame.size()) {
+        const ssize_t lSent = mFrame.sendFrom(aClient.mSent, lDescriptor);
+        if (lSent > 0) {
+            aClient.mSent += static_cast<std::size_t>(lSent);
+            aClient.mQueued = Client::kNotKnown;
+        } else if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            return !mayStillTakeSome(aClient) && fail(aClient, ETIMEDOUT);
+        } else if (errno != EINTR) {
+            return fail(aClient, errno);
+        }
+    }
+    return true;
+}
+
+/// @return true.
+bool ConnectionAdmin::Broadcast::fail(Client& aClient, int aError) {
+    ++mFailures.mNumber;
+    mFailures.mError = aError;
+    if (aError == ETIMEDOUT) {
+        ::shutdown(descriptorOf(aClient.mSocket), SHUT_RDWR);
+    }
+    leaveUnfinished(aClient);
+    return true;
+}
+
+/// @return whether a client that takes nothing now has made progress not too long ago: it has been
+///         sent something, or has acknowledged something of what it had been sent before.
+bool ConnectionAdmin::Broadcast::mayStillTakeSome(Client& aClient) {
+    const int lQueued = unacknowledged(descriptorOf(aClient.mSocket));
+    const int lBefore = std::exchange(aClient.mQueued, lQueued);
+    const Clock::time_point lNow = Clock::now();
+    if (lBefore == Client::kNotKnown || lQueued < lBefore) {
+        aClient.mLastProgress = lNow;
+    }
+    return lNow - aClient.mLastProgress < std::chrono::milliseconds(kStalledClientMs);
+}
+
+/// A client that has a part of a frame could not tell where the next one begins.
+void ConnectionAdmin::Broadcast::leaveUnfinished(const Client& aClient) const {
+    if (aClient.mSent != 0 && aClient.mSent < mFrame.size()) {
+        ::shutdown(descriptorOf(aClient.mSocket), SHUT_RDWR);
+    }
+}
+
+/// @param aClient null to begin. @param aKeep whether it is to be sent more later.
+/// @return the next client that is sent to.
+ConnectionAdmin::Client* ConnectionAdmin::Broadcast::next(Client* aClient, bool aKeep) const {
+    const std::lock_guard<std::mutex> lGuard(mAdmin.mMutex);
+    Client* lNext = aClient == nullptr ? mAdmin.mConnections : aClient->mNext;
+    while (lNext != nullptr && !lNext->mIsSentTo) {
+        lNext = lNext->mNext;
+    }
+    if (aClient != nullptr && !aKeep) {
+        aClient->mIsSentTo = false;
+        if (aClient->mClosing) {
+            mAdmin.mSendEnded.notify_all();
+        }
+    }
+    return lNext;
+}
+
+/// A connection that is closed, or shut down, ends the wait as well.
+void ConnectionAdmin::Broadcast::waitForAny() {
+    const std::size_t lNumber = std::min(mNumberWaiting, mWaiting.size());
+    const int lLimit = lNumber < mNumberWaiting ? kManyWaitMs : kLookMs;
+    ::poll(mWaiting.data(), static_cast<nfds_t>(lNumber), lLimit);
+}
 
 /// Lets a callback use the object of its user datum, unless that has been destroyed: connections
 /// outlive it, and with them their callbacks.
@@ -143,7 +341,7 @@ private:
         aAdmin.mCallbacks = 0;
         for (Client** lLink = &aAdmin.mConnections; *lLink != nullptr;) {
             Client* const lClient = *lLink;
-            lClient->mSends = 0;
+            lClient->mIsSentTo = false;
             if (lClient->mClosing) {
                 *lLink = lClient->mNext;
                 delete lClient;
@@ -194,11 +392,10 @@ void ConnectionAdmin::setNewClientFnc(void (*aFunction)(void*), void* aData) {
     mNewClientData = aData;
 }
 
-/// Bound anew, the port would be found in use as long as the parent has it.
+/// Bound anew, the port would be found in use as long as this object, or the parent, has it.
+/// @return whether there is nothing left to open.
 bool ConnectionAdmin::takeOverPort(long aPort) {
-    if (mGeneration == osx::process::generation()) {
-        return false;
-    }
+    const bool lIsForked = mGeneration != osx::process::generation();
     mGeneration = osx::process::generation();
     if (mSocketHandle == nullptr) {
         return false;
@@ -207,7 +404,9 @@ bool ConnectionAdmin::takeOverPort(long aPort) {
         return true;
     }
     deinit();
-    forgetClients();
+    if (lIsForked) {
+        forgetClients();
+    }
     return false;
 }
 
@@ -245,40 +444,21 @@ int ConnectionAdmin::getNrOfConnections() const {
 }
 
 int ConnectionAdmin::send(unsigned long aLen, unsigned char* aData) const {
-    if (aLen != 0) {
-        send_i(sendPlain, aLen, aData);
+    if (aLen == 0) {
+        return 0;
+    }
+    const Failures lFailures = Broadcast(*this, Frame(aData, aLen)).run();
+    for (int lFailure = 0; lFailure < lFailures.mNumber; ++lFailure) {
+        errno = lFailures.mError;
+        osx::tellUnsent(aLen);
     }
     return 0;
 }
 
+/// As the vector form of `osxSocketSend`, it says nothing of a failure.
 int ConnectionAdmin::sendBlock(unsigned long aLen, unsigned char* aData) const {
-    send_i(sendFramed, aLen, aData);
+    Broadcast(*this, Frame::ofBlock(aData, static_cast<std::uint32_t>(aLen))).run();
     return 0;
-}
-
-void ConnectionAdmin::send_i(Sender aSender, unsigned long aLen, unsigned char* aData) const {
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> lBroadcast(mBroadcastMutex);
-    Client* lClient = nextClient(nullptr);
-    while (lClient != nullptr) {
-        aSender(lClient->mSocket, static_cast<std::uint32_t>(aLen), aData);
-        lClient = nextClient(lClient);
-    }
-}
-
-/// Ends the send on one client and begins that on the one after it.
-ConnectionAdmin::Client* ConnectionAdmin::nextClient(Client* aClient) const {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    Client* lNext = aClient == nullptr ? mConnections : aClient->mNext;
-    while (lNext != nullptr && lNext->mClosing) {
-        lNext = lNext->mNext;
-    }
-    if (lNext != nullptr) {
-        ++lNext->mSends;
-    }
-    if (aClient != nullptr && --aClient->mSends == 0 && aClient->mClosing) {
-        mSendEnded.notify_all();
-    }
-    return lNext;
 }
 
 void ConnectionAdmin::NewConnection(void* aSocket, void*& aUserData) {
@@ -327,9 +507,9 @@ void ConnectionAdmin::ClosedConnection_i(void* aSocket) {
     }
     lClient->mClosing = true;
     mCount.fetch_sub(1, std::memory_order_relaxed);
-    if (lClient->mSends != 0) {
+    if (lClient->mIsSentTo) {
         ::shutdown(descriptorOf(aSocket), SHUT_RDWR);
-        mSendEnded.wait(lLock, [lClient] { return lClient->mSends == 0; });
+        mSendEnded.wait(lLock, [lClient] { return !lClient->mIsSentTo; });
     }
     *find(aSocket) = lClient->mNext;
     delete lClient;
@@ -338,7 +518,7 @@ void ConnectionAdmin::ClosedConnection_i(void* aSocket) {
 void ConnectionAdmin::endSendsInProgress() const {
     const std::lock_guard<std::mutex> lGuard(mMutex);
     for (const Client* lClient = mConnections; lClient != nullptr; lClient = lClient->mNext) {
-        if (lClient->mSends != 0) {
+        if (lClient->mIsSentTo) {
             ::shutdown(descriptorOf(lClient->mSocket), SHUT_RDWR);
         }
     }

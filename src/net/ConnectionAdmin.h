@@ -21,19 +21,25 @@ class AtFork;
 /// Clients come and go on the threads that run the reactor, which wait for no broadcast: a closing
 /// connection waits only for a send in progress on that very connection, and ends it.
 ///
+/// Each client is given what it can take at once, before any other is waited for; the broadcast
+/// ends when all have everything or are gone. So a slow client delays no other one's bytes of the
+/// same broadcast, but it does delay the next broadcast. One that takes nothing at all for
+/// `kStalledClientMs` is ended, and however slow, one that takes something now and then is not.
+///
 /// The kernel may gather small sends into larger packets: broadcasts are many, and not answered.
 ///
 /// A forked child has the port and the clients too, as it has other descriptors of its parent; an
 /// `init` there with the same number takes the port over, one with another number leaves both to
 /// the parent.
-///
-/// A client that takes nothing for `kStalledClientMs` holds a broadcast up no longer than that: the
-/// kernel then ends its connection.
 class OSX_EXPORT ConnectionAdmin {
 public:
-    /// How long, in milliseconds, sent bytes may stay unacknowledged, or a client's window closed,
-    /// before the connection is ended.
-    static constexpr int kStalledClientMs = 10000;
+    /// How long, in milliseconds, a broadcast waits for a client that neither takes nor
+    /// acknowledges a byte, before it ends the connection.
+    static constexpr int kStalledClientMs = 30000;
+    /// When the kernel ends a connection by itself, in milliseconds: for so long without a pause
+    /// sent bytes were not acknowledged, or the client's window had no room for a whole packet. A
+    /// client that is only slow may have such a window for long.
+    static constexpr int kKernelLimitMs = 3600000;
     /// How long, in seconds, a connection may be silent before the client is probed.
     static constexpr int kKeepAliveIdleS = 30;
 
@@ -46,7 +52,8 @@ public:
     ConnectionAdmin(const ConnectionAdmin&) = delete;
     ConnectionAdmin& operator=(const ConnectionAdmin&) = delete;
 
-    /// Opens the port. A port that cannot be opened, being in use or forbidden, ends the process;
+    /// Opens the port, unless the object has it open already; one that it has open with another
+    /// number is closed. A port that cannot be opened, being in use or forbidden, ends the process;
     /// when memory is short a line says so and nothing is opened.
     /// @param aPort TCP port; only the low 16 bits count.
     void init(long aPort);
@@ -58,14 +65,18 @@ public:
     /// @return the number of connected clients. Waits for nothing.
     int getNrOfConnections() const;
 
-    /// Sends bytes to every client, in the order in which they connected, waiting until each has
-    /// taken them (see `kStalledClientMs`). A client that cannot be reached is passed over.
+    /// Sends bytes to every client that is connected now, in the order in which they connected, and
+    /// waits until all have taken them or are gone (see `kStalledClientMs`). A client that cannot
+    /// be sent everything is passed over; a line, as of `osxSocketSend`, says so in the end.
+    ///
+    /// A thread that is cancelled while it waits leaves the clients that have a part of the bytes
+    /// disconnected, as they could not tell where the next ones begin.
     /// @param aLen number of bytes at `aData`, which stay the caller's; 0 sends nothing.
     /// @return 0.
     int send(unsigned long aLen, unsigned char* aData) const;
 
-    /// Sends a block to every client, as `send` does: the length in 4 bytes, lowest first, and then
-    /// the bytes.
+    /// Sends a block to every client, as `send` does but without a line about those it could not
+    /// reach: the length in 4 bytes, lowest first, and then the bytes.
     /// @param aLen at most 0xFFFFFFFF.
     /// @return 0.
     int sendBlock(unsigned long aLen, unsigned char* aData) const;
@@ -95,13 +106,13 @@ private:
     class Callback;
     class AcrossForks;
     static const osx::process::AtFork gAtFork;
-    using Sender = void (*)(void* aSocket, std::uint32_t aLen, unsigned char* aData);
+    class Frame;
+    class Broadcast;
+    struct Failures;
 
     void NewConnection_i(void* aSocket);
     void ClosedConnection_i(void* aSocket);
     Client** find(void* aSocket);
-    void send_i(Sender aSender, unsigned long aLen, unsigned char* aData) const;
-    Client* nextClient(Client* aClient) const;
     void leaveAlive();
     bool takeOverPort(long aPort);
     void forgetClients();
@@ -113,8 +124,7 @@ private:
     /// Held briefly, never during a send.
     mutable std::mutex mMutex;
     mutable std::condition_variable mSendEnded;
-    /// Keeps broadcasts apart. Recursive because a failed send writes a line, and whoever takes
-    /// the line may send it to these very clients.
+    /// Keeps broadcasts apart.
     mutable ACE_Recursive_Thread_Mutex mBroadcastMutex;
     std::atomic<int> mCount;
     ConnectionAdmin* mNextAlive;

@@ -382,7 +382,8 @@ OSX_EXPORT unsigned long osxGetLastNetworkError();
 ///        peer is looked for when it is silent for 20 s.
 /// @param aAddress "host:port", the host by name or dotted address, the port in decimal.
 /// @return 0; -1 (with a line) when memory is short, the address is no good, or no connection came
-///         within 100 ms; looking a name up takes the resolver's own time before that.
+///         within 100 ms; looking a name up takes the resolver's own time before that, and leaves
+///         ENOENT in `errno` if there is no such host.
 OSX_EXPORT unsigned long osxOpenSocket(void*& aSocket, const char* aAddress);
 
 /// Connects to a TCP server by number.

@@ -63,6 +63,11 @@ bool findOwnAddress(ACE_INET_Addr& aAddress, bool& aFound) {
 
 }  // namespace
 
+void osx::tellUnsent(unsigned long aLen) {
+    DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n",
+                                    -1, aLen);
+}
+
 unsigned long osxStartupSockets() {
     ACE_OS::socket_init(1, 1);
     return 0;
@@ -113,10 +118,8 @@ unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned long aLen)
     if (lSOCK_Stream == nullptr) {
         return kFailed;
     }
-    const ssize_t lNrOfBytesSend = osx::sendAll(lSOCK_Stream->get_handle(), aBuf, aLen);
-    if (static_cast<unsigned long>(lNrOfBytesSend) != aLen) {
-        DiagnosticLine(kModule).failure(
-            LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n", lNrOfBytesSend, aLen);
+    if (osx::sendAll(lSOCK_Stream->get_handle(), aBuf, aLen) == -1) {
+        osx::tellUnsent(aLen);
         return kFailed;
     }
     return 0;

@@ -1,6 +1,7 @@
 #include "osx/socketConnect.h"
 
 #include <fcntl.h>
+#include <netdb.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -28,6 +29,18 @@ unsigned short parsePort(const char* aText) {
     char* lEnd = nullptr;
     const unsigned long lPort = std::strtoul(aText, &lEnd, 10);
     return *lEnd != '\0' || lPort > kMaxPort ? 0 : static_cast<unsigned short>(lPort);
+}
+
+/// @param aError what ACE leaves in `errno`: mostly a code of the look-up's own, a negative number.
+int errnoOfLookup(int aError) {
+    switch (aError) {
+        case EAI_AGAIN:
+            return EAGAIN;
+        case EAI_MEMORY:
+            return ENOMEM;
+        default:
+            return aError > 0 ? aError : ENOENT;
+    }
 }
 
 /// Waits for a connection that is being made. @return whether something came of it.
@@ -105,6 +118,7 @@ bool parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
     }
     ACE_INET_Addr lAddress;
     if (lAddress.set(aText, AF_INET) == -1 || lAddress.get_type() != AF_INET) {
+        errno = errnoOfLookup(errno);
         return false;
     }
     aAddress = lAddress;

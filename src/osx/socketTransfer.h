@@ -20,6 +20,10 @@ ssize_t sendAll(int aSocket, const iovec* aVec, int aCount);
 /// @return `aLength` when all bytes came, 0 when the peer closed first, -1 on an error.
 ssize_t receiveAll(int aSocket, void* aData, std::size_t aLength);
 
+/// Writes the line of `osxSocketSend` that the bytes did not all go out, with the `errno` of the
+/// moment.
+void tellUnsent(unsigned long aLen);
+
 }  // namespace osx
 
 #endif

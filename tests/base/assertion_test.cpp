@@ -36,3 +36,13 @@ TEST(AssertionDeathTest, FailureAbortsThoughTheThreadIsCancelled) {
     EXPECT_EXIT(test::isCancelledIn([] { osx::failAssertion("result == 0", "module.cpp", 7); }),
                 testing::KilledBySignal(SIGABRT), "assertion failed for 'result == 0'");
 }
+
+TEST(AssertionDeathTest, FailureIsToldOnStandardErrorThoughLinesGoElsewhere) {
+    EXPECT_EXIT(
+        {
+            ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR);
+            osx::failAssertion("result == 0", "module.cpp", 7);
+        },
+        testing::KilledBySignal(SIGABRT),
+        "ACE_ASSERT: file module.cpp, line 7 assertion failed for 'result == 0'.");
+}

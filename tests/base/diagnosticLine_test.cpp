@@ -1,14 +1,24 @@
 #include "base/diagnosticLine.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <array>
+#include <csignal>
+#include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "ace/Log_Msg.h"
 #include "base/assertion.h"
+#include "support/FailingAllocator.h"
+#include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/cancellation.h"
+#include "support/inChild.h"
 
 using osx::DiagnosticLine;
 using testing::ElementsAre;
@@ -143,4 +153,69 @@ TEST(DiagnosticLine, AThreadMayBeCancelledWhereItGoesToStandardError) {
         writeOnce();
     }));
     writeOnce();
+}
+
+namespace {
+
+bool writesALine() {
+    DiagnosticLine(kModule).failure(LM_ERROR, "%t x\n");
+    return true;
+}
+
+class ThrowingBackend : public test::LineBackend {
+    ssize_t log(ACE_Log_Record&) override { throw std::runtime_error("no"); }
+    test::InstalledBackend mInstalled{*this};
+};
+
+}  // namespace
+
+TEST(DiagnosticLine, SurvivesStandardErrorWithoutAReader) {
+    EXPECT_TRUE(test::inChild([] {
+        std::array<int, 2> lEnds{};
+        if (::pipe(lEnds.data()) != 0) {
+            return false;
+        }
+        ::dup2(lEnds[1], STDERR_FILENO);
+        ::close(lEnds[0]);
+        std::signal(SIGPIPE, SIG_DFL);
+        return writesALine() && writesALine();
+    }));
+}
+
+TEST(DiagnosticLine, SurvivesAFileThatMayNotGrow) {
+    EXPECT_TRUE(test::inChild([] {
+        std::string lName = testing::TempDir() + "osx-line-XXXXXX";
+        const int lFile = ::mkstemp(lName.data());
+        ::unlink(lName.c_str());
+        ::dup2(lFile, STDERR_FILENO);
+        std::signal(SIGXFSZ, SIG_DFL);
+        const rlimit lNothing{0, RLIM_INFINITY};
+        ::setrlimit(RLIMIT_FSIZE, &lNothing);
+        return writesALine() && writesALine();
+    }));
+}
+
+TEST(DiagnosticLine, IsLostWithoutMemory) {
+    for (int lAllowed = 0; lAllowed < 6; ++lAllowed) {
+        EXPECT_TRUE(test::inChild([lAllowed] {
+            const test::LogCapture lLog;
+            std::thread([lAllowed] {
+                const test::FailingAllocator lFailing(lAllowed);
+                writesALine();
+            }).join();
+            writesALine();
+            return lLog.count("%t x\n") > 0;
+        })) << lAllowed;
+    }
+}
+
+TEST(DiagnosticLine, SurvivesABackEndThatThrows) {
+    {
+        const ThrowingBackend lBackend;
+        writesALine();
+    }
+    const test::LogCapture lLog;
+    std::thread(writesALine).join();
+    writesALine();
+    EXPECT_EQ(2U, lLog.lines().size());
 }

@@ -1,7 +1,12 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -10,6 +15,7 @@
 #include "nmea/Sentence.h"
 #include "support/Program.h"
 #include "support/TcpPeer.h"
+#include "support/waitUntil.h"
 
 namespace {
 
@@ -27,20 +33,24 @@ protected:
         ASSERT_TRUE(mInstrument->waitForOutput("TCP port")) << mInstrument->output();
     }
 
+    std::vector<std::string> gatewayCommand() const {
+        return {GATEWAY_PROGRAM,
+                "--source",
+                "127.0.0.1:" + std::to_string(mInstrumentPort),
+                "--port",
+                std::to_string(mPort),
+                "--frame-port",
+                std::to_string(mFramePort),
+                "--debug-port",
+                std::to_string(mDebugPort),
+                "-RedirectPort",
+                std::to_string(mRedirectPort),
+                "--rate-interval",
+                "50"};
+    }
+
     void startGateway(const std::vector<std::string>& aOptions = {}) {
-        std::vector<std::string> lCommand{GATEWAY_PROGRAM,
-                                          "--source",
-                                          "127.0.0.1:" + std::to_string(mInstrumentPort),
-                                          "--port",
-                                          std::to_string(mPort),
-                                          "--frame-port",
-                                          std::to_string(mFramePort),
-                                          "--debug-port",
-                                          std::to_string(mDebugPort),
-                                          "-RedirectPort",
-                                          std::to_string(mRedirectPort),
-                                          "--rate-interval",
-                                          "50"};
+        std::vector<std::string> lCommand = gatewayCommand();
         lCommand.insert(lCommand.end(), aOptions.begin(), aOptions.end());
         mGateway = std::make_unique<Program>(lCommand);
         ASSERT_TRUE(mGateway->waitForOutput("clients on port")) << mGateway->output();
@@ -221,6 +231,46 @@ TEST_F(Gateway, WaitsForASilentInstrumentIfThatIsWanted) {
     ASSERT_TRUE(mGateway->waitForOutput("0.0 sentences/s"));
     EXPECT_TRUE(lSilent.send(nmea::sentence("GPONE,1") + "\r\n"));
     EXPECT_TRUE(mGateway->waitForOutput(" 1 valid"));
+    expectCleanStop();
+}
+
+namespace {
+
+/// A named pipe that holds as much as it can.
+class FullPipe {
+public:
+    FullPipe() {
+        std::string lTemplate = testing::TempDir() + "osx-pipe-XXXXXX";
+        mName = std::string(::mkdtemp(lTemplate.data())) + "/pipe";
+        ::mkfifo(mName.c_str(), 0600);
+        mPipe = test::Descriptor(::open(mName.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+        while (::write(mPipe.get(), "x", 1) == 1) {
+        }
+    }
+    ~FullPipe() { std::filesystem::remove_all(std::filesystem::path(mName).parent_path()); }
+    FullPipe(const FullPipe&) = delete;
+    FullPipe& operator=(const FullPipe&) = delete;
+    const std::string& name() const { return mName; }
+
+private:
+    std::string mName;
+    test::Descriptor mPipe;
+};
+
+}  // namespace
+
+TEST_F(Gateway, ServesAndStopsThoughNobodyReadsItsOutput) {
+    const FullPipe lPipe;
+    startInstrument();
+    std::vector<std::string> lCommand = gatewayCommand();
+    lCommand.insert(lCommand.begin(), {"/bin/sh", "-c", "exec \"$@\" >" + lPipe.name(), "gateway"});
+    mGateway = std::make_unique<Program>(lCommand);
+    TcpPeer lClient;
+    ASSERT_TRUE(test::waitUntil([&] {
+        lClient = TcpPeer::connect(mPort);
+        return lClient.connected();
+    }));
+    EXPECT_EQ(60, readSentences(lClient, 60));
     expectCleanStop();
 }
 

@@ -1,9 +1,13 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,11 +21,15 @@
 #include "ace/Log_Msg.h"
 #include "ace/Log_Msg_Backend.h"
 #include "ace/Thread_Manager.h"
+#include "commif/Refusals.h"
 #include "logging/Arguments.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/cancellation.h"
+#include "support/inChild.h"
+#include "support/waitUntil.h"
 
 using test::Arguments;
 using testing::AllOf;
@@ -43,8 +51,8 @@ protected:
         return mDirectory + "/" + aName;
     }
 
-    std::string contents() const {
-        std::ifstream lFile(path());
+    std::string contents(const std::string& aName = "log.txt") const {
+        std::ifstream lFile(path(aName));
         return {std::istreambuf_iterator<char>(lFile), std::istreambuf_iterator<char>()};
     }
 
@@ -217,4 +225,191 @@ TEST_F(LogFileTest, LeavesABackEndAloneThatItsOwnerHasTakenOut) {
     line("two");
     EXPECT_EQ(1, lOwn.mLines);
     EXPECT_EQ("one\ntwo\n", contents());
+}
+
+TEST_F(LogFileTest, ChainsToABackEndThatIsNotYetInUse) {
+    CountingBackend lOwn;
+    ACE_Log_Msg_Backend* const lFormer = ACE_Log_Msg::msg_backend(&lOwn);
+    Arguments({"prog", "-LogFile", path()}).init();
+    ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
+    line("both");
+    EXPECT_EQ(1, lOwn.mLines);
+    EXPECT_EQ("both\n", contents());
+    ACE_Log_Msg::msg_backend(lFormer);
+}
+
+namespace {
+
+void limitFileSize(rlim_t aBytes) {
+    const rlimit lLimit{aBytes, RLIM_INFINITY};
+    ::setrlimit(RLIMIT_FSIZE, &lLimit);
+}
+
+/// @return the number that a text has before a part of it; 0 if it does not have that part.
+unsigned long numberBefore(const std::string& aText, const std::string& aPart) {
+    const std::size_t lPart = aText.find(aPart);
+    if (lPart == std::string::npos) {
+        return 0;
+    }
+    return std::strtoul(aText.c_str() + aText.rfind(' ', lPart - 1), nullptr, 10);
+}
+
+unsigned long linesIn(const std::string& aText) {
+    return static_cast<unsigned long>(std::count(aText.begin(), aText.end(), '\n'));
+}
+
+}  // namespace
+
+TEST_F(LogFileTest, SaysHowManyLinesAreMissingOnceItMayGrowAgain) {
+    EXPECT_TRUE(test::inChild([this] {
+        std::signal(SIGXFSZ, SIG_DFL);
+        Arguments({"prog", "-LogFile", path()}).init();
+        limitFileSize(10);
+        for (const char* const lText : {"one", "two", "three", "four"}) {
+            line(lText);
+        }
+        limitFileSize(RLIM_INFINITY);
+        line("five");
+        line("six");
+        return contents() ==
+                   "one\ntwo\nth\nLogFile: 2 lines are missing here: File too large\nfive\nsix\n" &&
+               stream().good();
+    })) << contents();
+}
+
+TEST_F(LogFileTest, GoesOnAfterAFullDisc) {
+    EXPECT_EQ(0, test::withSmallDisc(mDirectory, [this] {
+                  constexpr unsigned long kLines = 3000;
+                  Arguments({"prog", "-LogFile", path()}).init();
+                  const std::string lText(100, 'x');
+                  for (unsigned long lLine = 0; lLine < kLines; ++lLine) {
+                      line(lText.c_str());
+                  }
+                  const std::string lFull = contents();
+                  ::truncate(path().c_str(), 0);
+                  line("after");
+                  const unsigned long lMissing =
+                      numberBefore(contents(), " lines are missing here: ");
+                  return linesIn(lFull) + lMissing == kLines && linesIn(lFull) > 0 &&
+                         contents().find("\nafter\n") != std::string::npos;
+              }));
+}
+
+TEST_F(LogFileTest, OnADeviceThatIsAlwaysFullStaysInUse) {
+    Arguments({"prog", "-LogFile", "/dev/full"}).init();
+    line("lost");
+    EXPECT_TRUE(stream().good());
+}
+
+TEST_F(LogFileTest, MayBeCopiedAndTruncated) {
+    Arguments({"prog", "-LogFile", path()}).init();
+    line("before");
+    ASSERT_EQ(0, ::truncate(path().c_str(), 0));
+    line("after");
+    EXPECT_EQ("after\n", contents());
+}
+
+TEST_F(LogFileTest, MayBeRenamed) {
+    Arguments({"prog", "-LogFile", path()}).init();
+    line("before");
+    std::filesystem::rename(path(), path("log.txt.1"));
+    unsigned long lLines = 1;
+    EXPECT_TRUE(test::waitUntil([&] {
+        line("after");
+        ++lLines;
+        return std::filesystem::exists(path());
+    }));
+    const std::string lOld = contents("log.txt.1");
+    EXPECT_THAT(lOld, testing::StartsWith("before\n"));
+    EXPECT_EQ(lLines, linesIn(lOld) + linesIn(contents()));
+    EXPECT_EQ("after\n", contents());
+}
+
+TEST_F(LogFileTest, MayBeReplacedByAFileThatIsThereAlready) {
+    Arguments({"prog", "-LogFile", path()}).init();
+    std::ofstream(path("new")) << "made by another\n";
+    std::filesystem::rename(path("new"), path());
+    EXPECT_TRUE(test::waitUntil([&] {
+        line("after");
+        return contents() == "made by another\nafter\n";
+    }));
+}
+
+TEST_F(LogFileTest, MayBeRemovedThoughTheProgramHasGoneElsewhere) {
+    EXPECT_TRUE(test::inChild([this] {
+        if (::chdir(mDirectory.c_str()) != 0) {
+            return false;
+        }
+        Arguments({"prog", "-LogFile", "log.txt"}).init();
+        line("before");
+        std::filesystem::remove(path());
+        return ::chdir("/") == 0 && test::waitUntil([&] {
+                   line("after");
+                   return contents() == "after\n";
+               });
+    }));
+}
+
+TEST_F(LogFileTest, IsNotClosedForADescriptorThatIsAnothersByNow) {
+    EXPECT_TRUE(test::inChild([this] {
+        Arguments({"prog", "-LogFile", path()}).init();
+        const int lOther = ::open("/dev/zero", O_RDONLY | O_CLOEXEC);
+        ::dup2(lOther, lOther - 1);
+        const bool lOpenedAnew = test::waitUntil([&] {
+            line("after");
+            return contents() == "after\n";
+        });
+        char lByte = 1;
+        return lOpenedAnew && ::read(lOther - 1, &lByte, 1) == 1;
+    }));
+}
+
+TEST_F(LogFileTest, AsAPipeThatLosesItsReaderGoesOnWithTheNextOne) {
+    EXPECT_TRUE(test::inChild([this] {
+        std::signal(SIGPIPE, SIG_DFL);
+        if (::mkfifo(path().c_str(), 0600) != 0) {
+            return false;
+        }
+        const int lFirst = ::open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        Arguments({"prog", "-LogFile", path()}).init();
+        ::close(lFirst);
+        line("lost");
+        line("lost, too");
+        const int lSecond = ::open(path().c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        line("after");
+        std::array<char, 200> lText{};
+        const ssize_t lCame = ::read(lSecond, lText.data(), lText.size() - 1);
+        return lCame > 0 && lText.data() == std::string(
+                                                "LogFile: 2 lines are missing here: "
+                                                "Broken pipe\nafter\n");
+    }));
+}
+
+TEST_F(LogFileTest, SurvivesAThreadThatIsCancelledInALine) {
+    Arguments({"prog", "-LogFile", path()}).init();
+    test::outlastsItsCancellation([] { line("of a cancelled thread"); });
+    line("after");
+    EXPECT_EQ("of a cancelled thread\nafter\n", contents());
+}
+
+TEST_F(LogFileTest, IsRotatedByLogrotate) {
+    if (std::system("command -v logrotate >/dev/null") != 0) {
+        GTEST_SKIP() << "logrotate is not installed";
+    }
+    for (const char* const lWay : {"create", "nocreate", "copytruncate"}) {
+        std::ofstream(path("rotate.conf"))
+            << "compress\n"
+            << path() << " {\n rotate 3\n size 1\n nocompress\n su root root\n " << lWay << "\n}\n";
+        ::chmod(path("rotate.conf").c_str(), 0644);
+        Arguments({"prog", "-LogFile", path()}).init();
+        line("before");
+        const std::string lCommand =
+            "logrotate --force --state " + path("state") + " " + path("rotate.conf");
+        ASSERT_EQ(0, std::system(lCommand.c_str())) << lWay;
+        EXPECT_TRUE(test::waitUntil([&] {
+            line("after");
+            return contents() == "after\n";
+        })) << lWay;
+        EXPECT_THAT(contents("log.txt.1"), testing::StartsWith("before\n")) << lWay;
+    }
 }

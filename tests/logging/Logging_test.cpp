@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <iostream>
 #include <limits>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ace/ACE.h"
@@ -17,6 +19,7 @@
 #include "logging/Arguments.h"
 #include "logging/RedirectService.h"
 #include "support/FailingAllocator.h"
+#include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
@@ -211,6 +214,23 @@ TEST(PrintUsage, PrintsTheOptions) {
     EXPECT_EQ(kUsage, testing::internal::GetCapturedStdout());
 }
 
+namespace {
+
+class CountingBackend : public test::LineBackend {
+public:
+    ssize_t log(ACE_Log_Record&) override {
+        ++mLines;
+        return 0;
+    }
+    int lines() const { return mLines; }
+
+private:
+    std::atomic<int> mLines{0};
+    test::InstalledBackend mInstalled{*this};
+};
+
+}  // namespace
+
 TEST(DebugLevelPort, ReadsADecimalNumberWithinTheChunk) {
     EXPECT_EQ(12U, levelFromChunk("12"));
     EXPECT_EQ(5U, levelFromChunk("5\n"));
@@ -242,6 +262,21 @@ TEST(DebugLevelPort, SaysWhatLevelWasSetWhateverItIs) {
                                           "%t NewLogLevelData set the debug level to [-1]\n"));
     EXPECT_EQ(LM_DEBUG, lLog.lines().front().priority);
     EXPECT_EQ(0, lLog.lines().front().status);
+}
+
+TEST(DebugLevelPort, SaysOfEachLevelThatItWasSetThoughOthersSetOthers) {
+    const CountingBackend lLog;
+    const test::TraceLevel lTrace(0, true);
+    constexpr int kTimes = 5000;
+    const auto lSet = [](const char* aLevel) {
+        for (int lTime = 0; lTime < kTimes; ++lTime) {
+            levelFromChunk(aLevel);
+        }
+    };
+    std::thread lHigh([&] { lSet("9"); });
+    lSet("0");
+    lHigh.join();
+    EXPECT_EQ(2 * kTimes, lLog.lines());
 }
 
 TEST(DebugLevelPort, SaysNothingWhileDebuggingIsOff) {
@@ -310,6 +345,15 @@ TEST_F(NetworkLogging, GoesWithALogFileAndTheSystemLog) {
               flags());
 }
 
+TEST_F(NetworkLogging, MayBeStartedAgain) {
+    start();
+    start();
+    EXPECT_TRUE(TcpPeer::connect(mRedirectPort).connected());
+    TcpPeer lTool = TcpPeer::connect(mDebugPort);
+    ASSERT_TRUE(lTool.send("5"));
+    EXPECT_TRUE(becomes(5));
+}
+
 TEST_F(NetworkLogging, ServesBothPorts) {
     start();
     TcpPeer lWatcher = TcpPeer::connect(mRedirectPort);
@@ -354,6 +398,18 @@ TEST_F(NetworkLogging, DeinitClosesTheRedirectPortAndNothingElse) {
     EXPECT_TRUE(becomes(6));
     EXPECT_EQ(lFlags, flags());
     EXPECT_EQ(getRedirectService(), ACE_Log_Msg::msg_backend());
+}
+
+TEST(NetworkLoggingDeathTest, APortInUseIsToldOnStandardErrorThoughLinesGoToAFile) {
+    const test::TcpListener lOther;
+    EXPECT_EXIT(
+        {
+            setDebugLevelPortNumber(lOther.port());
+            Arguments({"prog", "-RedirectPort", std::to_string(test::freePort()), "-LogFile",
+                       "/dev/null"})
+                .init(true);
+        },
+        testing::KilledBySignal(SIGABRT), "result == 0");
 }
 
 TEST(NetworkLoggingDeathTest, ADebugLevelPortInUseEndsTheProcess) {

@@ -6,7 +6,9 @@
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -15,10 +17,13 @@
 #include <utility>
 #include <vector>
 
+#include "ace/SOCK_Stream.h"
 #include "support/FailingAllocator.h"
+#include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/inChild.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -55,6 +60,20 @@ protected:
         return lClient;
     }
 
+    TcpPeer connectClientWithSmallWindow() {
+        TcpPeer lClient(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const int lSmall = 8192;
+        ::setsockopt(lClient.descriptor(), SOL_SOCKET, SO_RCVBUF, &lSmall, sizeof lSmall);
+        sockaddr_in lAddress{};
+        lAddress.sin_family = AF_INET;
+        lAddress.sin_port = htons(mPort);
+        lAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(0, ::connect(lClient.descriptor(), reinterpret_cast<const sockaddr*>(&lAddress),
+                               sizeof lAddress));
+        EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 1; }));
+        return lClient;
+    }
+
     /// Keeps a thread in a broadcast that a client holds up.
     std::thread startStalledSend() {
         return std::thread([this] {
@@ -78,6 +97,18 @@ protected:
         int lBytes = 0;
         ::ioctl(aClient.descriptor(), FIONREAD, &lBytes);
         return lBytes;
+    }
+
+    /// Reads and forgets. @return how many of the bytes came.
+    static std::size_t receivedBytes(const TcpPeer& aClient, std::size_t aSize) {
+        std::vector<char> lChunk(1024U * 1024U);
+        std::size_t lCame = 0;
+        ssize_t lCount = 1;
+        while (lCame < aSize && lCount > 0) {
+            lCount = ::recv(aClient.descriptor(), lChunk.data(), lChunk.size(), 0);
+            lCame += static_cast<std::size_t>(std::max<ssize_t>(lCount, 0));
+        }
+        return lCame;
     }
 
     static constexpr std::size_t kMoreThanFits = 64U * 1024U * 1024U;
@@ -181,6 +212,15 @@ TEST(ConnectionAdminDeathTest, InitOnAPortInUseEndsTheProcess) {
             lAdmin.init(lOther.port());
         },
         testing::KilledBySignal(SIGABRT), "result == 0");
+}
+
+TEST_F(ConnectionAdminPort, MayBeInitialisedAgainWhileItsPortIsOpen) {
+    mAdmin.init(mPort);
+    EXPECT_TRUE(TcpPeer::connect(mPort).connected());
+    const unsigned short lOther = test::freePort();
+    mAdmin.init(lOther);
+    EXPECT_TRUE(TcpPeer::connect(lOther).connected());
+    EXPECT_FALSE(TcpPeer::connect(mPort).connected());
 }
 
 TEST_F(ConnectionAdminPort, SendsBytesAsTheyAreToEveryClient) {
@@ -303,6 +343,148 @@ TEST_F(ConnectionAdminPort, SendsInProgressCanBeEnded) {
     lSender.join();
 }
 
+TEST_F(ConnectionAdminPort, AGoodClientHasItsBytesBeforeAStalledOneIsGivenUp) {
+    TcpPeer lStalled = connectClient();
+    TcpPeer lGood = connectClient();
+    std::thread lSender = startStalledSend();
+    EXPECT_EQ(kMoreThanFits, receivedBytes(lGood, kMoreThanFits));
+    EXPECT_EQ(2, mAdmin.getNrOfConnections());
+    EXPECT_TRUE(mSending);
+    lStalled.close();
+    lSender.join();
+}
+
+TEST_F(ConnectionAdminPort, AClientThatComesDuringABroadcastGetsNothingOfIt) {
+    TcpPeer lStalled = connectClient();
+    std::thread lSender = startStalledSend();
+    waitUntilStuck(lStalled);
+    TcpPeer lLate = connectClient();
+    lStalled.close();
+    lSender.join();
+    sendText(mAdmin, "next");
+    EXPECT_EQ("next", lLate.receive(4));
+}
+
+TEST_F(ConnectionAdminPort, EveryClientOfManyThatWaitGetsEverything) {
+    constexpr int kClients = 80;  // more than are waited for together
+    constexpr std::size_t kSize = 16U * 1024U * 1024U;
+    std::vector<TcpPeer> lClients;
+    for (int lClient = 0; lClient < kClients; ++lClient) {
+        lClients.push_back(connectClient());
+    }
+    std::thread lSender([this] { sendText(mAdmin, std::string(kSize, 'x')); });
+    for (TcpPeer& lClient : lClients) {
+        EXPECT_EQ(kSize, receivedBytes(lClient, kSize));
+    }
+    lSender.join();
+}
+
+TEST_F(ConnectionAdminPort, ASenderThatIsCancelledLeavesNobodyWaiting) {
+    TcpPeer lStalled = connectClient();
+    std::thread lSender = startStalledSend();
+    waitUntilStuck(lStalled);
+    ASSERT_EQ(0, ::pthread_cancel(lSender.native_handle()));
+    lSender.join();
+    // It has a part of a broadcast, and could not tell where the next one begins.
+    EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 0; }));
+    TcpPeer lNext = connectClient();
+    sendText(mAdmin, "next");
+    EXPECT_EQ("next", lNext.receive(4));
+}
+
+TEST_F(ConnectionAdminPort, EndsAClientThatTakesNothing) {
+    const TcpPeer lStalled = connectClient();
+    const auto lStart = steady_clock::now();
+    startStalledSend().join();
+    EXPECT_LE(milliseconds(ConnectionAdmin::kStalledClientMs), steady_clock::now() - lStart);
+    EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 0; }));
+    EXPECT_EQ(1U, mLog.count("%t osxSocketSend: lNrOfBytesSend[-1] != aLen[" +
+                             std::to_string(kMoreThanFits) + "] \n"));
+}
+
+/// With a small window, which the kernel takes for closed.
+TEST_F(ConnectionAdminPort, KeepsAClientThatIsOnlySlow) {
+    const TcpPeer lSlow = connectClientWithSmallWindow();
+    std::thread lSender = startStalledSend();
+    const auto lEnd = steady_clock::now() + std::chrono::seconds(15);
+    std::array<char, 1000> lChunk{};
+    while (steady_clock::now() < lEnd) {
+        ASSERT_LT(0, ::recv(lSlow.descriptor(), lChunk.data(), lChunk.size(), 0));
+        std::this_thread::sleep_for(milliseconds(100));
+    }
+    EXPECT_TRUE(mSending);
+    ::shutdown(lSlow.descriptor(), SHUT_RDWR);
+    lSender.join();
+}
+
+namespace {
+
+/// A connection whose peer has gone.
+class LostStream {
+public:
+    LostStream() {
+        std::array<int, 2> lEnds{};
+        ::socketpair(AF_UNIX, SOCK_STREAM, 0, lEnds.data());
+        mStream.set_handle(lEnds[0]);
+        ::close(lEnds[1]);
+    }
+    ~LostStream() { mStream.close(); }
+    LostStream(const LostStream&) = delete;
+    LostStream& operator=(const LostStream&) = delete;
+    void* handle() { return &mStream; }
+
+private:
+    ACE_SOCK_Stream mStream;
+};
+
+/// Closes a connection when a line comes.
+class ClosingBackend : public test::LineBackend {
+public:
+    ClosingBackend(void* aSocket, ConnectionAdmin& aAdmin) : mSocket(aSocket), mDatum(&aAdmin) {}
+    ssize_t log(ACE_Log_Record&) override {
+        ConnectionAdmin::ClosedConnection(mSocket, mDatum);
+        return 0;
+    }
+
+private:
+    void* mSocket;
+    void* mDatum;
+    test::InstalledBackend mInstalled{*this};
+};
+
+}  // namespace
+
+TEST(ConnectionAdmin, AConnectionMayBeClosedOnTheThreadThatSends) {
+    EXPECT_TRUE(test::inChild([] {
+        LostStream lLost;
+        ConnectionAdmin lAdmin;
+        void* lDatum = &lAdmin;
+        ConnectionAdmin::NewConnection(lLost.handle(), lDatum);
+        const ClosingBackend lBackend(lLost.handle(), lAdmin);
+        sendText(lAdmin, "abc");
+        return lAdmin.getNrOfConnections() == 0;
+    }));
+}
+
+TEST(ConnectionAdmin, SaysOfEachClientThatItCouldNotBeSentTo) {
+    const test::LogCapture lLog;
+    LostStream lOne;
+    LostStream lTwo;
+    ConnectionAdmin lAdmin;
+    void* lDatum = &lAdmin;
+    ConnectionAdmin::NewConnection(lOne.handle(), lDatum);
+    ConnectionAdmin::NewConnection(lTwo.handle(), lDatum);
+    sendBlockOf(lAdmin, "abc");
+    EXPECT_THAT(lLog.texts(), IsEmpty());
+    sendText(lAdmin, "abc");
+    const std::string lLine = "%t osxSocketSend: lNrOfBytesSend[-1] != aLen[3] \n";
+    EXPECT_THAT(lLog.texts(), ElementsAre(lLine, lLine));
+    EXPECT_EQ(EPIPE, lLog.lines().back().errnum);
+    EXPECT_EQ(LM_DEBUG, lLog.lines().back().priority);
+    EXPECT_EQ("osxACE.cpp", lLog.lines().back().module);
+    EXPECT_EQ(2, lAdmin.getNrOfConnections());
+}
+
 TEST_F(ConnectionAdminPort, OutlivesNoConnectionThatItsCallbackWouldFindDestroyed) {
     const unsigned short lPort = test::freePort();
     TcpPeer lClient;
@@ -331,7 +513,7 @@ int option(int aDescriptor, int aLevel, int aName) {
 TEST_F(ConnectionAdminPort, HasTheKernelEndAConnectionThatIsStalledOrSilent) {
     const TcpPeer lClient = connectClient();
     const int lAccepted = test::otherEndOf(lClient.descriptor());
-    EXPECT_EQ(ConnectionAdmin::kStalledClientMs, option(lAccepted, IPPROTO_TCP, TCP_USER_TIMEOUT));
+    EXPECT_EQ(ConnectionAdmin::kKernelLimitMs, option(lAccepted, IPPROTO_TCP, TCP_USER_TIMEOUT));
     EXPECT_EQ(1, option(lAccepted, SOL_SOCKET, SO_KEEPALIVE));
     EXPECT_EQ(ConnectionAdmin::kKeepAliveIdleS, option(lAccepted, IPPROTO_TCP, TCP_KEEPIDLE));
 }

@@ -101,6 +101,18 @@ void expectOneLine(const test::LogCapture& aLog, const std::string& aText,
 
 }  // namespace
 
+TEST(Socket, AHostThatIsNotFoundLeavesAnErrno) {
+    const test::LogCapture lLog;
+    // Neither is asked of the network.
+    for (const char* const lAddress : {"a..b:80", "::1:80"}) {
+        void* lSocket = nullptr;
+        errno = 0;
+        EXPECT_EQ(static_cast<unsigned long>(-1), osxOpenSocket(lSocket, lAddress));
+        EXPECT_LT(0, errno) << lAddress;
+        EXPECT_LT(0, lLog.lines().back().errnum) << lAddress;
+    }
+}
+
 TEST(Socket, LayerStartsAndStops) {
     EXPECT_EQ(0UL, osxStartupSockets());
     EXPECT_EQ(0UL, osxCloseSockets());

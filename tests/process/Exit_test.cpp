@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <string>
 
 #include "process/ProgramTest.h"
@@ -19,6 +22,12 @@ using testing::Not;
 namespace {
 
 constexpr int kRounds = 3;
+/// What the quickest of some ends takes at most.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr std::chrono::seconds kEndLimit{10};
+#else
+constexpr std::chrono::seconds kEndLimit{1};
+#endif
 /// Written when ACE is torn down, and frees what other threads may be using.
 constexpr char kTornDown[] = "ACE torn down\n";
 /// Written if that was within 50 ms.
@@ -135,6 +144,27 @@ TEST_F(ProgramEnd, WithoutTheProcessFileSystemIsSafe) {
 TEST_F(ProgramEnd, InACallbackIsSafe) {
     for (int lRound = 0; lRound < rounds(kRounds); ++lRound) {
         EXPECT_EQ("ready\n", run("callback", {"-LogFile", "/dev/null"}, kExitStatus));
+    }
+}
+
+/// Wherever the application's own code can stand when the process ends.
+TEST_F(ProgramEnd, WhereverACallbackStandsIsSafeAndTakesNoSecond) {
+    addOption("TSAN_OPTIONS", "atexit_sleep_ms=0");
+    for (const char* const lPlace :
+         {"callback", "in-new-connection", "in-data-avail", "in-new-data", "in-closed-connection",
+          "in-task", "in-request", "in-message-callback", "in-backend", "in-backend-of-loop"}) {
+        auto lShortest = std::chrono::steady_clock::duration::max();
+        for (int lRound = 0; lRound < rounds(kRounds); ++lRound) {
+            ::setenv("OSX_TEST_CHILD_PORT_1", std::to_string(test::freePort()).c_str(), 1);
+            useNetwork();
+            Program lProgram(command(lPlace, {"-LogFile", "/dev/null"}));
+            ASSERT_TRUE(lProgram.waitForOutput("ready\n")) << lPlace;
+            const auto lStart = std::chrono::steady_clock::now();
+            lProgram.endInput();
+            EXPECT_EQ(kExitStatus, lProgram.wait()) << lPlace << ": " << lProgram.output();
+            lShortest = std::min(lShortest, std::chrono::steady_clock::now() - lStart);
+        }
+        EXPECT_LT(lShortest, kEndLimit) << lPlace;
     }
 }
 

@@ -25,8 +25,8 @@ protected:
         addOption("TSAN_OPTIONS", "die_after_fork=0:atexit_sleep_ms=0");
         // What only the other threads referred to is lost in a child.
         addOption("ASAN_OPTIONS", "detect_leaks=0");
-        for (const char* const lName :
-             {"OSX_TEST_CHILD_PORT_1", "OSX_TEST_CHILD_PORT_2", "OSX_TEST_CHILD_PORT_3"}) {
+        for (const char* const lName : {"OSX_TEST_CHILD_PORT_1", "OSX_TEST_CHILD_PORT_2",
+                                        "OSX_TEST_CHILD_PORT_3", "OSX_TEST_PARENT_PORT"}) {
             ::setenv(lName, std::to_string(test::freePort()).c_str(), 1);
         }
     }
@@ -45,6 +45,15 @@ protected:
 #ifndef __SANITIZE_ADDRESS__
 TEST_F(ForkedChild, EndsWhateverOtherThreadsDidAtTheFork) {
     runWithAndWithoutNetwork("fork-and-exit");
+}
+
+TEST_F(ForkedChild, MayQuitOrExecuteAProgramWhateverOtherThreadsDidAtTheFork) {
+    runWithAndWithoutNetwork("fork-and-quit");
+    runWithAndWithoutNetwork("fork-and-execute");
+}
+
+TEST_F(ForkedChild, MayBecomeADaemonWhateverOtherThreadsDidAtTheFork) {
+    runWithAndWithoutNetwork("fork-and-become-daemon");
 }
 
 TEST_F(ForkedChild, LogsNamesAndTimesWhateverOtherThreadsDidAtTheFork) {

@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,12 +26,16 @@
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Msg_Backend.h"
+#include "ace/Log_Msg_Callback.h"
+#include "ace/Method_Request.h"
 #include "ace/Object_Manager.h"
 #include "ace/Reactor.h"
+#include "ace/SOCK_Stream.h"
 #include "ace/Singleton.h"
 #include "ace/Thread_Mutex.h"
 #include "logging/Logging.h"
 #include "logging/RedirectService.h"
+#include "osx/ActiveObject.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
 #include "types/ObjectID.h"
@@ -203,6 +208,83 @@ int runCallback() {
     }
 }
 
+/// Ends in a callback of a port. The port's client connects, sends something and closes.
+int endInPort(osxNewConnectionFnc_t aNewConnection, osxDataAvailFnc_t aDataAvail,
+              osxNewDataFnc_t aNewData, osxClosedConnectionFnc_t aClosedConnection) {
+    startBusyThreads();
+    waitForEndOfInput();
+    const unsigned short lNumber = portFrom("OSX_TEST_CHILD_PORT_1");
+    void* lPort = nullptr;
+    osxRegisterPort(lPort, lNumber, aNewConnection, aDataAvail, aNewData, aClosedConnection,
+                    nullptr);
+    void* lSocket = nullptr;
+    osxOpenSocket(lSocket, ("127.0.0.1:" + std::to_string(lNumber)).c_str());
+    osxSocketSend(lSocket, "x", 1);
+    osxCloseSocketAndRelease(lSocket);
+    for (;;) {
+        ::pause();
+    }
+}
+
+int runInNewConnection() {
+    return endInPort([](void*, void*&) { std::exit(kExitStatus); }, nullptr, nullptr, nullptr);
+}
+
+int runInDataAvail() {
+    return endInPort(
+        nullptr, [](void*, void*&) -> long { std::exit(kExitStatus); }, nullptr, nullptr);
+}
+
+int runInNewData() {
+    return endInPort(
+        nullptr, nullptr,
+        [](void*, void*&, unsigned char*, unsigned long) { std::exit(kExitStatus); }, nullptr);
+}
+
+int runInClosedConnection() {
+    return endInPort(nullptr, nullptr, nullptr, [](void*, void*&) { std::exit(kExitStatus); });
+}
+
+int runInTask() {
+    startBusyThreads();
+    waitForEndOfInput();
+    void* lTask = nullptr;
+    osxBeginTask([](void*) { std::exit(kExitStatus); }, 0, 0, nullptr, &lTask, "ending");
+    for (;;) {
+        ::pause();
+    }
+}
+
+class EndingRequest : public ACE_Method_Request {
+    int call() override { std::exit(kExitStatus); }
+};
+
+int runInRequest() {
+    startBusyThreads();
+    waitForEndOfInput();
+    static ActiveObject lObject;
+    lObject.init();
+    lObject.insert(new EndingRequest);
+    for (;;) {
+        ::pause();
+    }
+}
+
+class EndingCallback : public ACE_Log_Msg_Callback {
+    void log(ACE_Log_Record&) override { std::exit(kExitStatus); }
+};
+
+/// ACE calls it before it takes its log lock.
+int runInMessageCallback() {
+    startBusyThreads();
+    waitForEndOfInput();
+    static EndingCallback lCallback;
+    ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::MSG_CALLBACK);
+    ACE_Log_Msg::instance()->msg_callback(&lCallback);
+    ACE_DEBUG((LM_DEBUG, "the last line\n"));
+    return 1;
+}
+
 int runOtherThread() {
     startBusyThreads();
     waitForEndOfInput();
@@ -240,6 +322,28 @@ int runInBackend() {
     return 1;
 }
 
+/// The same on a loop thread, which writes a line of the library's about a connection.
+int runInBackendOfLoop() {
+    static const pid_t lMain = ::gettid();
+    static Backend lBackend([] {
+        if (::gettid() != lMain) {
+            std::exit(kExitStatus);
+        }
+    });
+    reactor().startReactor();
+    waitForEndOfInput();
+    install(lBackend);
+    const unsigned short lNumber = portFrom("OSX_TEST_CHILD_PORT_1");
+    void* lPort = nullptr;
+    osxRegisterPort(lPort, lNumber, nullptr, nullptr, nullptr, nullptr, nullptr);
+    void* lSocket = nullptr;
+    osxOpenSocket(lSocket, ("127.0.0.1:" + std::to_string(lNumber)).c_str());
+    osxCloseSocketAndRelease(lSocket);
+    for (;;) {
+        ::pause();
+    }
+}
+
 /// Another thread holds ACE's log lock for ever.
 int runStalled() {
     reactor().startReactor();
@@ -255,6 +359,13 @@ int runStalled() {
     lStalled.get_future().wait();
     waitForEndOfInput();
     return kExitStatus;
+}
+
+void logInit(bool aNetworkLogging) {
+    std::string lProgram = "program";
+    char* lArguments[] = {lProgram.data(), nullptr};
+    int lNumber = 1;
+    LogInit(lNumber, lArguments, aNetworkLogging);
 }
 
 int rounds(int aDefault) {
@@ -276,13 +387,31 @@ int inChild(Function aFunction) {
     return WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : -1;
 }
 
+/// Each connection is reset, lest the many of them use up the machine's ports.
+[[noreturn]] void connectWithoutEnd() {
+    const std::string lAddress = "127.0.0.1:" + std::to_string(portFrom("OSX_TEST_PARENT_PORT"));
+    for (;;) {
+        void* lSocket = nullptr;
+        if (osxOpenSocket(lSocket, lAddress.c_str()) == 0) {
+            const linger lReset{1, 0};
+            ::setsockopt(static_cast<ACE_SOCK_Stream*>(lSocket)->get_handle(), SOL_SOCKET,
+                         SO_LINGER, &lReset, sizeof lReset);
+            osxCloseSocketAndRelease(lSocket);
+        }
+    }
+}
+
 /// Whatever a thread can be in when another one forks.
 void startThreadsOfAllKinds() {
+    static void* lPort = nullptr;
     reactor().startReactor();
     reactor().startExtraReactorThread();
+    osxRegisterPort(lPort, portFrom("OSX_TEST_PARENT_PORT"), nullptr, nullptr, nullptr, nullptr,
+                    nullptr);
     for (void (*const lFunction)() :
          {static_cast<void (*)()>(logWithoutEnd), static_cast<void (*)()>(nameWithoutEnd),
-          static_cast<void (*)()>(makeTimersWithoutEnd)}) {
+          static_cast<void (*)()>(makeTimersWithoutEnd),
+          static_cast<void (*)()>(connectWithoutEnd)}) {
         std::thread(lFunction).detach();
     }
 }
@@ -306,6 +435,33 @@ int runForkAndExit() {
     return forkBusily(40, [] { return 3; });
 }
 
+int runForkAndQuit() {
+    return forkBusily(40, [] {
+        ::_exit(3);
+        return 1;
+    });
+}
+
+int runForkAndExecute() {
+    return forkBusily(15, [] {
+        ::execl("/bin/sh", "sh", "-c", "exit 3", nullptr);
+        return 1;
+    });
+}
+
+/// The child's child sets logging up once more, as a daemon would.
+int runForkAndBecomeDaemon() {
+    return forkBusily(10, [] {
+        ::setsid();
+        return inChild([] {
+            logInit(portFrom("OSX_TEST_DEBUG_PORT") != 0);
+            ACE_DEBUG((LM_DEBUG, "%t a line of the daemon\n"));
+            reactor().startReactor();
+            return 3;
+        });
+    });
+}
+
 int runForkAndUse() {
     return forkBusily(15, [] {
         ACE_DEBUG((LM_DEBUG, "%t a line of the child\n"));
@@ -316,13 +472,6 @@ int runForkAndUse() {
         osxDestroyTimer(lTimer);
         return 3;
     });
-}
-
-void logInit(bool aNetworkLogging) {
-    std::string lProgram = "program";
-    char* lArguments[] = {lProgram.data(), nullptr};
-    int lNumber = 1;
-    LogInit(lNumber, lArguments, aNetworkLogging);
 }
 
 int runForkAndDeinit() {
@@ -420,10 +569,21 @@ const std::map<std::string, int (*)()> kCommands{{"orderly", runOrderly},
                                                  {"blind", runBlind},
                                                  {"help", runHelp},
                                                  {"callback", runCallback},
+                                                 {"in-new-connection", runInNewConnection},
+                                                 {"in-data-avail", runInDataAvail},
+                                                 {"in-new-data", runInNewData},
+                                                 {"in-closed-connection", runInClosedConnection},
+                                                 {"in-task", runInTask},
+                                                 {"in-request", runInRequest},
+                                                 {"in-message-callback", runInMessageCallback},
+                                                 {"in-backend-of-loop", runInBackendOfLoop},
                                                  {"other-thread", runOtherThread},
                                                  {"in-backend", runInBackend},
                                                  {"stalled", runStalled},
                                                  {"fork-and-exit", runForkAndExit},
+                                                 {"fork-and-quit", runForkAndQuit},
+                                                 {"fork-and-execute", runForkAndExecute},
+                                                 {"fork-and-become-daemon", runForkAndBecomeDaemon},
                                                  {"fork-and-use", runForkAndUse},
                                                  {"fork-and-deinit", runForkAndDeinit},
                                                  {"fork-and-init", runForkAndInit},

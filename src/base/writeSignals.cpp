@@ -1,0 +1,61 @@
+#include "base/writeSignals.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <ctime>
+
+#include "base/NoCancellation.h"
+
+namespace osx {
+
+namespace {
+
+constexpr int kSignals[] = {SIGPIPE, SIGXFSZ};
+
+bool isFileSizeLimited() noexcept {
+    rlimit lLimit{};
+    return ::getrlimit(RLIMIT_FSIZE, &lLimit) == 0 && lLimit.rlim_cur != RLIM_INFINITY;
+}
+
+}  // namespace
+
+WriteSignalGuard::WriteSignalGuard() noexcept : mFormerMask(), mOwn() {
+    sigset_t lPending;
+    sigemptyset(&lPending);
+    sigpending(&lPending);
+    sigset_t lBlocked;
+    sigemptyset(&lBlocked);
+    sigemptyset(&mOwn);
+    for (const int lSignal : kSignals) {
+        sigaddset(&lBlocked, lSignal);
+        if (sigismember(&lPending, lSignal) == 0) {
+            sigaddset(&mOwn, lSignal);
+        }
+    }
+    pthread_sigmask(SIG_BLOCK, &lBlocked, &mFormerMask);
+}
+
+WriteSignalGuard::~WriteSignalGuard() {
+    const NoCancellation lGuard;
+    const int lErrno = errno;
+    const timespec lAtOnce{};
+    while (sigtimedwait(&mOwn, nullptr, &lAtOnce) > 0) {
+    }
+    pthread_sigmask(SIG_SETMASK, &mFormerMask, nullptr);
+    errno = lErrno;
+}
+
+bool mayRaiseWriteSignal(int aDescriptor) noexcept {
+    const int lErrno = errno;
+    struct stat lStatus{};
+    const bool lIsOpen = ::fstat(aDescriptor, &lStatus) == 0;
+    errno = lErrno;
+    if (!lIsOpen || S_ISCHR(lStatus.st_mode)) {
+        return false;
+    }
+    return !S_ISREG(lStatus.st_mode) || isFileSizeLimited();
+}
+
+}  // namespace osx
