@@ -15,8 +15,8 @@ namespace osx {
 /// waits for a reader: once the ring is full, the oldest lines make room, and a reader that has not
 /// come by yet learns how many it has missed.
 ///
-/// Who puts a line pays for one lock and one copy. While nothing is kept the ring begins anew at the
-/// front, so that as long as readers keep up only a little of its memory is ever touched.
+/// Who puts a line pays for one lock and one copy. While nothing is kept the ring begins anew at
+/// the front, so that as long as readers keep up only a little of its memory is ever touched.
 class LineRing {
 public:
     /// Lines are numbered in the order in which they came.
@@ -64,7 +64,8 @@ public:
     Number end() const;
 
     /// Copies as many lines as a chunk holds, from the given one on. If that has made room already,
-    /// from the middle of the ring on, so that a reader that is too slow misses lines in few places.
+    /// from the middle of the ring on, so that a reader that is too slow misses lines in few
+    /// places.
     /// @param aLine below `end`.
     void copy(Number aLine, Chunk& aChunk) const;
 
@@ -81,7 +82,9 @@ private:
         std::uint32_t mLength;
     };
 
-    Line& at(Number aLine) const { return mLines[static_cast<std::size_t>(aLine) & (mMaxLines - 1)]; }
+    Line& at(Number aLine) const {
+        return mLines[static_cast<std::size_t>(aLine) & (mMaxLines - 1)];
+    }
     void putLine(const char* aText, std::size_t aLength);
     void makeRoom(std::size_t aLength);
     bool oldestLiesIn(std::size_t aPlace, std::size_t aLength) const;

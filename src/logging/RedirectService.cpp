@@ -303,8 +303,8 @@ void RedirectService::endWithProcess() {
         return;
     }
     mWatchers->end(kAtExit);
-    const bool lParks = lLock.owns_lock() &&
-                        insertOrDelete(mWorker->mActiveObject, osx::allocate<LastRequest>());
+    const bool lParks =
+        lLock.owns_lock() && insertOrDelete(mWorker->mActiveObject, osx::allocate<LastRequest>());
     mWatchers->waitForEnd(kAtExit.mLimit + kParkLimit);
     if (lParks) {
         LastRequest::come().waitFor(kParkLimit);
@@ -347,8 +347,7 @@ bool RedirectService::put(const char* aText, std::size_t aLength) {
 int RedirectService::send_i(const ACE_String_Base<char>& aText) {
     if (!put(aText.c_str(), aText.length())) {
         // The bytes are only read; the interface of sending does not say so.
-        auto* const lBytes =
-            reinterpret_cast<unsigned char*>(const_cast<char*>(aText.c_str()));
+        auto* const lBytes = reinterpret_cast<unsigned char*>(const_cast<char*>(aText.c_str()));
         mConnectionAdmin.send(aText.length(), lBytes);
     }
     return 0;

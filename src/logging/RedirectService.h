@@ -46,9 +46,9 @@ public:
     /// 4096 bytes counts as several lines.
     static constexpr std::size_t kMaxQueuedBytes = std::size_t{4} * 1024 * 1024;
     static constexpr std::size_t kMaxQueuedLines = 16384;
-    /// How long, in milliseconds, a client may take nothing of what it is sent before its connection
-    /// is ended. (With a receive buffer of more than some 300 KB it has longer: TCP tells nothing
-    /// while a reader of 2 KB a second makes room.)
+    /// How long, in milliseconds, a client may take nothing of what it is sent before its
+    /// connection is ended. (With a receive buffer of more than some 300 KB it has longer: TCP
+    /// tells nothing while a reader of 2 KB a second makes room.)
     static constexpr int kStalledClientMs = 30000;
     /// The same, once the process ends or the service is shut down, without ending the process's
     /// connections; and for how long clients are served then in all.
@@ -70,7 +70,8 @@ public:
 
     /// Starts the worker thread, waits until it runs, and opens the port. A port that cannot be
     /// opened ends the process.
-    /// @return 0; 1 if the thread runs already; -1 if it could not be started, for want of memory or
+    /// @return 0; 1 if the thread runs already; -1 if it could not be started, for want of memory
+    /// or
     ///         descriptors: then a line says so, and nothing is sent until a later `init`.
     int init();
 
@@ -94,8 +95,8 @@ public:
     /// @return 0.
     ssize_t log(ACE_Log_Record& aRecord) override;
 
-    /// Sends a text to every client, as a log line is sent, and behind those logged before. While the
-    /// worker does not run it is sent on the calling thread, which waits for the clients.
+    /// Sends a text to every client, as a log line is sent, and behind those logged before. While
+    /// the worker does not run it is sent on the calling thread, which waits for the clients.
     /// @return 0.
     int send_i(const ACE_String_Base<char>& aText);
 
@@ -104,9 +105,9 @@ public:
     /// `kStalledAtExitMs`, or have not got it by then, are given up. `init` starts it again.
     void shutdown();
 
-    /// Internal. For the end of the process, whatever the calling thread holds: the clients are sent
-    /// what was logged before, with the limits of `shutdown`, and further lines are not taken. The
-    /// worker thread is not joined but stays where it touches nothing.
+    /// Internal. For the end of the process, whatever the calling thread holds: the clients are
+    /// sent what was logged before, with the limits of `shutdown`, and further lines are not taken.
+    /// The worker thread is not joined but stays where it touches nothing.
     void endWithProcess();
 
 private:

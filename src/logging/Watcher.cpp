@@ -50,8 +50,8 @@ bool sendInSegments(int aSocket, const char* aText, std::size_t aSize, std::size
         lSegments[lCount].msg_hdr.msg_iov = &lParts[lCount];
         lSegments[lCount].msg_hdr.msg_iovlen = 1;
     }
-    const int lSent = ::sendmmsg(aSocket, lSegments.data(), lCount,
-                                 MSG_DONTWAIT | MSG_NOSIGNAL | MSG_EOR);
+    const int lSent =
+        ::sendmmsg(aSocket, lSegments.data(), lCount, MSG_DONTWAIT | MSG_NOSIGNAL | MSG_EOR);
     for (int lSegment = 0; lSegment < lSent; ++lSegment) {
         aTaken += lSegments[static_cast<std::size_t>(lSegment)].msg_len;
     }
@@ -68,7 +68,8 @@ bool isOfTheMoment(int aErrno) {
 /// The kernel's own limit on bytes that are not acknowledged would count the time too in which a
 /// client reads but has not made room enough. It need not gather small sends: lines are sent
 /// together as it is.
-Watcher::Watcher(const void* aSocket, int aDescriptor) : mSocket(aSocket), mDescriptor(aDescriptor) {
+Watcher::Watcher(const void* aSocket, int aDescriptor)
+    : mSocket(aSocket), mDescriptor(aDescriptor) {
     setOption(mDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, 0);
     setOption(mDescriptor, IPPROTO_TCP, TCP_NODELAY, 1);
     setOption(mDescriptor, SOL_SOCKET, SO_SNDBUF, kSendBuffer);

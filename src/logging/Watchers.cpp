@@ -308,9 +308,9 @@ void Watchers::give(Watcher& aWatcher, Round& aRound, std::unique_lock<std::mute
 /// The line that a failed send of sockets has.
 void Watchers::reportFailed(std::size_t aBytes) {
     mWritesLine = true;
-    DiagnosticLine("osxACE.cpp").failure(
-        LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n", -1,
-        static_cast<int>(aBytes));
+    DiagnosticLine("osxACE.cpp")
+        .failure(LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n", -1,
+                 static_cast<int>(aBytes));
     mWritesLine = false;
 }
 
@@ -352,8 +352,8 @@ void Watchers::giveUpUnfinished() {
 /// @return how long to wait for room at a client, or for the next line.
 int Watchers::timeout(const Round& aRound) {
     if (aRound.mOwing) {
-        mNextLook = std::min(mNextLook, aRound.mNow + (aRound.mIsEnding ? kLookIntervalAtEnd
-                                                                        : kLookInterval));
+        mNextLook = std::min(mNextLook,
+                             aRound.mNow + (aRound.mIsEnding ? kLookIntervalAtEnd : kLookInterval));
     }
     if (aRound.mMore) {
         return 0;

@@ -25,9 +25,9 @@ struct ServingGrace {
 /// It waits for whichever can take some next, and for none in particular: no client costs another
 /// one anything.
 ///
-/// One lock, held for one send at most, guards the clients. Who closes a connection takes its client
-/// out first, under that lock; so no descriptor is used that may be another's. A forked child has
-/// the clients, too, but nobody serves them there until `begin`.
+/// One lock, held for one send at most, guards the clients. Who closes a connection takes its
+/// client out first, under that lock; so no descriptor is used that may be another's. A forked
+/// child has the clients, too, but nobody serves them there until `begin`.
 class Watchers {
 public:
     using Clock = Watcher::Clock;

@@ -180,8 +180,8 @@ TEST_F(WatcherOnConnection, EndsTheConnectionOfOneThatIsGivenUp) {
     EXPECT_TRUE(mClient.waitForClose());
 }
 
-/// Ten minutes of a client that reads two kilobytes a second of what is logged faster: at no time it
-/// counts as one that takes nothing, though its kernel makes room in large steps only.
+/// Ten minutes of a client that reads two kilobytes a second of what is logged faster: at no time
+/// it counts as one that takes nothing, though its kernel makes room in large steps only.
 TEST_P(WatcherWithBuffer, IsPatientWithASteadyReader) {
     std::size_t lRead = 0;
     int lLine = 0;

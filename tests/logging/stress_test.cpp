@@ -19,7 +19,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
@@ -29,6 +32,7 @@
 #include "ace/Log_Msg.h"
 #include "logging/Arguments.h"
 #include "logging/Logging.h"
+#include "logging/Program.h"
 #include "logging/RedirectService.h"
 #include "osx/osx.h"
 #include "support/RunningReactor.h"
@@ -104,8 +108,8 @@ protected:
     std::string logFile() const { return mDirectory + "/log.txt"; }
 
     /// A watcher that gets every line from now on.
-    TcpPeer connectWatcher() {
-        TcpPeer lWatcher = TcpPeer::connect(mRedirectPort);
+    TcpPeer connectWatcher(int aReceiveBuffer = 0) {
+        TcpPeer lWatcher = TcpPeer::connect(mRedirectPort, aReceiveBuffer);
         static int lMark = 0;
         const std::string lText = "mark " + std::to_string(++lMark);
         EXPECT_TRUE(test::waitUntil([&] {
@@ -311,27 +315,37 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
 
 namespace {
 
-/// Logs lines that tell when they were written, a given number a second from some threads.
+constexpr std::size_t kTimedThreads = 8;
+
+/// How many timed lines each thread has written.
+using Written = std::array<int, kTimedThreads>;
+
+/// Logs a line that tells when that was. @return what the call took.
+std::chrono::nanoseconds logTimed(std::size_t aThread, int aNumber, std::size_t aLength) {
+    const auto lNow = steady_clock::now();
+    const std::string lText = "timed " + std::to_string(aThread) + " " + std::to_string(aNumber) +
+                              " " + std::to_string(lNow.time_since_epoch().count()) + " " +
+                              std::string(aLength, '.');
+    const auto lBefore = steady_clock::now();
+    line(lText);
+    return steady_clock::now() - lBefore;
+}
+
+/// Logs such lines, a given number a second from some threads.
 class TimedLoggers {
 public:
-    static constexpr int kThreads = 8;
-
     explicit TimedLoggers(int aLinesASecond)
-        : mPause(std::chrono::microseconds(1000000LL * kThreads / aLinesASecond)) {}
+        : mPause(1000000LL * static_cast<long long>(kTimedThreads) / aLinesASecond) {}
 
-    /// @return how many lines each thread has written in that time.
-    std::vector<int> logFor(milliseconds aTime) {
-        std::vector<int> lWritten(kThreads, 0);
+    /// @param aWritten counted on.
+    void logFor(milliseconds aTime, Written& aWritten) {
         std::vector<std::thread> lThreads;
-        for (int lThread = 0; lThread < kThreads; ++lThread) {
-            lThreads.emplace_back([&, lThread] {
-                lWritten[static_cast<std::size_t>(lThread)] = log(lThread, aTime);
-            });
+        for (std::size_t lThread = 0; lThread < kTimedThreads; ++lThread) {
+            lThreads.emplace_back([&, lThread] { log(lThread, aTime, aWritten[lThread]); });
         }
         for (std::thread& lThread : lThreads) {
             lThread.join();
         }
-        return lWritten;
     }
     /// @return the median time that a call took.
     std::chrono::nanoseconds cost() {
@@ -341,26 +355,15 @@ public:
     }
 
 private:
-    int log(int aThread, milliseconds aTime) {
+    void log(std::size_t aThread, milliseconds aTime, int& aNumber) {
         std::vector<std::chrono::nanoseconds> lCosts;
         const auto lStart = steady_clock::now();
-        auto lNext = lStart;
-        int lNumber = 0;
-        while (lNext < lStart + aTime) {
+        for (auto lNext = lStart; lNext < lStart + aTime; lNext += mPause) {
             std::this_thread::sleep_until(lNext);
-            const auto lNow = steady_clock::now();
-            const std::string lText = "timed " + std::to_string(aThread) + " " +
-                                      std::to_string(lNumber++) + " " +
-                                      std::to_string(lNow.time_since_epoch().count()) + " " +
-                                      std::string(40, '.');
-            const auto lBefore = steady_clock::now();
-            line(lText);
-            lCosts.push_back(steady_clock::now() - lBefore);
-            lNext += mPause;
+            lCosts.push_back(logTimed(aThread, aNumber++, 40));
         }
         const std::lock_guard<std::mutex> lGuard(mMutex);
         mCosts.insert(mCosts.end(), lCosts.begin(), lCosts.end());
-        return lNumber;
     }
 
     const std::chrono::microseconds mPause;
@@ -376,15 +379,14 @@ public:
     TimedReader(const TimedReader&) = delete;
     TimedReader& operator=(const TimedReader&) = delete;
 
-    bool waitFor(const std::vector<int>& aWritten) {
+    bool waitFor(const Written& aWritten) const {
+        const auto lIsBehind = [](const std::atomic<int>& aNext, int aNumber) {
+            return aNext < aNumber;
+        };
         return test::waitUntil(
             [&] {
-                for (std::size_t lThread = 0; lThread < aWritten.size(); ++lThread) {
-                    if (mNext[lThread] < aWritten[lThread]) {
-                        return false;
-                    }
-                }
-                return true;
+                return std::equal(mNext.begin(), mNext.end(), aWritten.begin(),
+                                  std::not_fn(lIsBehind));
             },
             seconds(60));
     }
@@ -438,17 +440,35 @@ private:
     }
 
     TcpPeer mPeer;
-    std::array<std::atomic<int>, TimedLoggers::kThreads> mNext{};
+    std::array<std::atomic<int>, kTimedThreads> mNext{};
     std::vector<milliseconds::rep> mDelays;
     std::atomic<bool> mStopping{false};
     std::thread mThread;
 };
+
+/// @return how many connections to a listening port of this process wait to be accepted.
+unsigned int waitingAt(unsigned short aPort) {
+    for (int lDescriptor = 0; lDescriptor < 1024; ++lDescriptor) {
+        sockaddr_in lLocal{};
+        socklen_t lSize = sizeof lLocal;
+        tcp_info lInfo{};
+        socklen_t lInfoSize = sizeof lInfo;
+        if (::getsockname(lDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize) == 0 &&
+            lLocal.sin_port == htons(aPort) &&
+            ::getsockopt(lDescriptor, IPPROTO_TCP, TCP_INFO, &lInfo, &lInfoSize) == 0 &&
+            lInfo.tcpi_state == TCP_LISTEN) {
+            return lInfo.tcpi_unacked;
+        }
+    }
+    return 0;
+}
 
 /// Clients that take nothing, or a byte a second.
 class BadClients {
 public:
     BadClients(unsigned short aPort, std::size_t aStalled, std::size_t aTrickling) {
         for (std::size_t lClient = 0; lClient < aStalled + aTrickling; ++lClient) {
+            EXPECT_TRUE(test::waitUntil([aPort] { return waitingAt(aPort) < 3; }));
             mPeers.push_back(TcpPeer::connect(aPort, lClient % 2 == 0 ? 4096 : 0));
             EXPECT_TRUE(mPeers.back().connected());
         }
@@ -509,36 +529,44 @@ TEST_F(Stress, BadClientsCostAGoodOneNothing) {
     constexpr std::size_t kMaxGrowth = (kSanitized ? 512U : 32U) * 1024U * 1024U;
     const milliseconds lTime(1000 * stressSeconds());
     start();
-    std::chrono::nanoseconds lCostAlone{0};
-    {
-        TimedLoggers lLoggers(2000);
-        TimedReader lReader(connectWatcher());
-        EXPECT_TRUE(lReader.waitFor(lLoggers.logFor(lTime / 2)));
-        lCostAlone = lLoggers.cost();
-    }
+    TimedReader lReader(connectWatcher());
+    Written lWritten{};
+    TimedLoggers lAlone(2000);
+    lAlone.logFor(lTime / 2, lWritten);
+    EXPECT_TRUE(lReader.waitFor(lWritten));
+
     const std::size_t lBefore = residentBytes();
     const BadClients lBad(mRedirectPort, kBad, kBad);
+    // More than the kernel holds for the bad ones.
+    for (int lPart = 0; lPart < 15; ++lPart) {
+        for (int lLine = 0; lLine < 1000; ++lLine) {
+            logTimed(0, lWritten[0]++, 1000);
+        }
+        EXPECT_TRUE(lReader.waitFor(lWritten));
+    }
     TimedLoggers lLoggers(2000);
-    TimedReader lReader(connectWatcher());
     const TimerProbe lTimer;
-    EXPECT_TRUE(lReader.waitFor(lLoggers.logFor(lTime)));
+    lLoggers.logFor(lTime, lWritten);
+    EXPECT_TRUE(lReader.waitFor(lWritten));
     lReader.stop();
     EXPECT_GT(kMaxGrowth, residentBytes() - std::min(lBefore, residentBytes()));
     EXPECT_GT(seconds(10), lTimer.worst());
     const auto lDelays = lReader.sortedDelaysInMicroseconds();
     ASSERT_FALSE(lDelays.empty());
     EXPECT_GT(10000000, lDelays.back());
-    std::printf("delay of a line: median %lld us, worst %lld us; a call: %lld ns, alone %lld ns; "
-                "timer late by %lld ms at worst; memory grew by %lld KiB\n",
-                static_cast<long long>(lDelays[lDelays.size() / 2]),
-                static_cast<long long>(lDelays.back()),
-                static_cast<long long>(lLoggers.cost().count()),
-                static_cast<long long>(lCostAlone.count()),
-                static_cast<long long>(lTimer.worst().count()),
-                (static_cast<long long>(residentBytes()) - static_cast<long long>(lBefore)) / 1024);
+    std::printf(
+        "delay of a line: median %lld us, worst %lld us; a call: %lld ns, alone %lld ns; "
+        "timer late by %lld ms at worst; memory grew by %lld KiB\n",
+        static_cast<long long>(lDelays[lDelays.size() / 2]), static_cast<long long>(lDelays.back()),
+        static_cast<long long>(lLoggers.cost().count()),
+        static_cast<long long>(lAlone.cost().count()),
+        static_cast<long long>(lTimer.worst().count()),
+        (static_cast<long long>(residentBytes()) - static_cast<long long>(lBefore)) / 1024);
 }
 
 namespace {
+
+constexpr int kSmallBuffer = 4096;
 
 /// Reads at a pace that does not depend on the machine's load, until the other end closes or a text
 /// has come. @return whether it has.
@@ -567,17 +595,65 @@ bool readAtPace(const TcpPeer& aPeer, long aBytesASecond, const std::string& aTe
 
 }  // namespace
 
-/// At a pace at which it takes over ten seconds.
+/// At a pace at which it takes over ten seconds, and in the long form more than thirty.
 TEST_F(Stress, LogDeinitGivesASlowReaderAllThatWasLogged) {
     start();
-    const TcpPeer lSlow = connectWatcher();
+    const TcpPeer lSlow = connectWatcher(kSmallBuffer);
     for (int lLine = 0; lLine < 3900; ++lLine) {
         line(std::string(1000, 'x'));
     }
     line("the last line");
     std::thread lEnd([] { LogDeinit(); });
-    EXPECT_TRUE(readAtPace(lSlow, 350000, "the last line\n"));
+    EXPECT_TRUE(readAtPace(lSlow, 3900000 / (6 + stressSeconds()), "the last line\n"));
     lEnd.join();
+}
+
+namespace {
+
+/// A program that logs to clients and ends, with its own ports.
+class EndingProgram {
+public:
+    EndingProgram() {
+        ::setenv("OSX_TEST_DEBUG_PORT", std::to_string(test::freePort()).c_str(), 1);
+        mProgram = std::make_unique<test::Program>(
+            std::vector<std::string>{test::Program::beside("logging_program"), "to-network",
+                                     "-RedirectPort", std::to_string(mPort)});
+    }
+    /// A client that the program knows of.
+    TcpPeer connect() const {
+        TcpPeer lClient;
+        EXPECT_TRUE(test::waitUntil([&] {
+            lClient = TcpPeer::connect(mPort, kSmallBuffer);
+            return lClient.connected();
+        }));
+        lClient.receiveUntil("a line\n");
+        return lClient;
+    }
+    test::Program& program() { return *mProgram; }
+
+private:
+    unsigned short mPort = test::freePort();
+    std::unique_ptr<test::Program> mProgram;
+};
+
+}  // namespace
+
+/// At a pace at which it takes some seconds.
+TEST(EndOfLogging, GivesASlowReaderAllThatWasLogged) {
+    EndingProgram lEnding;
+    const TcpPeer lSlow = lEnding.connect();
+    lEnding.program().endInput();
+    EXPECT_TRUE(readAtPace(lSlow, 650000, "the last line\n"));
+    EXPECT_EQ(7, lEnding.program().wait());
+}
+
+TEST(EndOfLogging, WaitsForNobodyWhoTakesNothing) {
+    EndingProgram lEnding;
+    const TcpPeer lStalled = lEnding.connect();
+    TcpPeer lGood = lEnding.connect();
+    lEnding.program().endInput();
+    EXPECT_TRUE(readAtPace(lGood, 100000000, "the last line\n"));
+    EXPECT_EQ(7, lEnding.program().wait());
 }
 
 namespace {
@@ -743,23 +819,6 @@ std::string randomBytes(std::size_t aSize) {
     std::string lBytes(aSize, '\0');
     std::generate(lBytes.begin(), lBytes.end(), [&] { return static_cast<char>(lRandom()); });
     return lBytes;
-}
-
-/// @return how many connections to a listening port of this process wait to be accepted.
-unsigned int waitingAt(unsigned short aPort) {
-    for (int lDescriptor = 0; lDescriptor < 1024; ++lDescriptor) {
-        sockaddr_in lLocal{};
-        socklen_t lSize = sizeof lLocal;
-        tcp_info lInfo{};
-        socklen_t lInfoSize = sizeof lInfo;
-        if (::getsockname(lDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize) == 0 &&
-            lLocal.sin_port == htons(aPort) &&
-            ::getsockopt(lDescriptor, IPPROTO_TCP, TCP_INFO, &lInfo, &lInfoSize) == 0 &&
-            lInfo.tcpi_state == TCP_LISTEN) {
-            return lInfo.tcpi_unacked;
-        }
-    }
-    return 0;
 }
 
 /// Does not overrun the port's backlog: the kernel would have the client wait for a second.
