@@ -50,8 +50,8 @@ public:
     /// connection is ended. (With a receive buffer of more than some 300 KB it has longer: TCP
     /// tells nothing while a reader of 2 KB a second makes room.)
     static constexpr int kStalledClientMs = 30000;
-    /// The same, once the process ends or the service is shut down, without ending the process's
-    /// connections; and for how long clients are served then in all.
+    /// The same once the process ends or `shutdown` is called, and how long clients are served then
+    /// in all.
     static constexpr int kStalledAtExitMs = 3000;
     static constexpr int kServedAtExitMs = 10000;
 

@@ -111,6 +111,7 @@ void Watchers::add(const void* aSocket, int aDescriptor) {
     if (isServedHere()) {
         lWatcher->begin(mRing->end());
         enter(*lWatcher);
+        wake();  // while nobody can take anything the serving thread asks for no lines
     }
 }
 
@@ -179,10 +180,10 @@ void Watchers::dropGone() {
 // --- the beginning and the end ---
 
 bool Watchers::begin(LineRing& aRing) {
+    const std::lock_guard<std::mutex> lGuard(gMutex);
     if (!makeDescriptors()) {
         return false;
     }
-    const std::lock_guard<std::mutex> lGuard(gMutex);
     dropGone();
     mRing = &aRing;
     mIsServed = true;
@@ -351,9 +352,10 @@ void Watchers::giveUpUnfinished() {
 
 /// @return how long to wait for room at a client, or for the next line.
 int Watchers::timeout(const Round& aRound) {
-    if (aRound.mOwing) {
-        mNextLook = std::min(mNextLook,
-                             aRound.mNow + (aRound.mIsEnding ? kLookIntervalAtEnd : kLookInterval));
+    if (aRound.mIsEnding) {
+        mNextLook = std::min(mNextLook, aRound.mNow + kLookIntervalAtEnd);
+    } else if (aRound.mOwing) {
+        mNextLook = std::min(mNextLook, aRound.mNow + kLookInterval);
     }
     if (aRound.mMore) {
         return 0;
