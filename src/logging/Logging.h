@@ -14,6 +14,9 @@
 /// not take a line holds up every thread that logs, loop threads among them. The clients of the
 /// network never do, nor does a log file that is a regular file.
 ///
+/// With network logging, the end of the process waits for clients that read what was logged before:
+/// 10 s in all, and not for one that has taken nothing for 3 s.
+///
 /// A forked child logs to where its parent does, whatever other threads did at the fork, which
 /// waits for a line that one of them is writing. With network logging it has both ports of its
 /// parent, served once it runs the event loop: a program may make itself a daemon after `LogInit`.
@@ -61,8 +64,10 @@ class RedirectService;
 /// @param aNetworkLogging whether to open the two ports.
 OSX_EXPORT void LogInit(int& aArgNum, char** aArgValues, bool aNetworkLogging);
 
-/// Stops the redirect service: what is queued is sent, its port is closed. The debug-level port and
-/// ACE's settings remain. Without network logging before, a line says so.
+/// Stops the redirect service: clients get what was logged before, and its port is closed. It waits
+/// for clients that read, however slowly, and gives up those that take nothing for 30 s; see
+/// `RedirectService::deinit`. The debug-level port and ACE's settings remain. Without network
+/// logging before, a line says so.
 OSX_EXPORT void LogDeinit();
 
 /// Sets the port of the debug-level server, 12311 by default; call it before `LogInit`.

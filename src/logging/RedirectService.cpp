@@ -1,30 +1,41 @@
 #include "logging/RedirectService.h"
 
-#include <array>
 #include <condition_variable>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
 #include "ace/Object_Manager.h"
+#include "ace/SOCK_Stream.h"
 #include "base/NeverDestroyed.h"
 #include "base/allocate.h"
-#include "logging/LineQueue.h"
+#include "base/diagnosticLine.h"
+#include "logging/LineRing.h"
 #include "logging/LogFile.h"
+#include "logging/Watchers.h"
 #include "osx/ActiveObject.h"
 #include "process/atFork.h"
 #include "process/parking.h"
 
+using std::chrono::milliseconds;
+
 namespace {
 
-constexpr std::chrono::milliseconds kExitGrace{1000};
-constexpr std::chrono::milliseconds kEndSendsInterval{20};
-constexpr int kEndSendsAtExit = 10;
+constexpr char kModule[] = "RedirectService.cpp";
 
-/// Whether the calling thread is sending lines, and so writes lines about the sending.
-thread_local bool gSending = false;
+constexpr auto kNoLimit = std::chrono::hours(24 * 365);
+constexpr osx::ServingGrace kAtDeinit{kNoLimit, kNoLimit, true};
+constexpr osx::ServingGrace kAtShutdown{milliseconds(RedirectService::kStalledAtExitMs),
+                                        milliseconds(RedirectService::kServedAtExitMs), true};
+/// What the kernel has taken it goes on sending when the process has gone.
+constexpr osx::ServingGrace kAtExit{kAtShutdown.mPatience, kAtShutdown.mLimit, false};
+constexpr milliseconds kParkLimit{1000};
+
+static_assert(osx::Watcher::kPatience == milliseconds(RedirectService::kStalledClientMs));
+
+/// Whether the calling thread serves clients, and so writes lines about the sending.
+thread_local bool gServing = false;
 
 /// Guards the passing of a service to the process that it finds itself in.
 std::mutex gGenerationMutex;
@@ -45,7 +56,8 @@ bool insertOrDelete(ActiveObject& aObject, ACE_Method_Request* aRequest) {
 /// The thread and what it takes lines from.
 struct RedirectService::Worker {
     ActiveObject mActiveObject;
-    osx::LineQueue mLines{kMaxQueuedLines, kMaxQueuedBytes};
+    /// Made by the first start, and kept: threads may be putting lines in.
+    std::unique_ptr<osx::LineRing> mLines;
     /// That of the process this one was forked from: its thread is not here, so it can be neither
     /// used nor destroyed.
     [[maybe_unused]] const Worker* mFormer = nullptr;
@@ -99,29 +111,31 @@ public:
     }
 };
 
-/// Has the worker thread send lines, until the queue of lines is shut and empty.
-class RedirectService::Sending : public ACE_Method_Request {
+/// Has the worker thread serve the clients until the end.
+class RedirectService::Serving : public ACE_Method_Request {
 public:
-    explicit Sending(RedirectService& aService) : mService(aService) {}
+    explicit Serving(osx::Watchers& aWatchers) : mWatchers(aWatchers) {}
     int call() override {
-        gSending = true;
-        mService.sendLines();
-        gSending = false;
+        gServing = true;
+        mWatchers.serve();
+        gServing = false;
         return 0;
     }
 
 private:
-    RedirectService& mService;
+    osx::Watchers& mWatchers;
 };
 
 RedirectService::RedirectService()
     : mWorker(osx::allocate<Worker>()),
+      mWatchers(osx::allocate<osx::Watchers>()),
       mPortNumber(kDefaultPort),
+      mOpenedPort(0),
+      mOpenedByParent(false),
       mRunning(false),
-      mDiscarding(false),
       mGeneration(osx::process::generation()),
       mWanted(false) {
-    mConnectionAdmin.setNewClientFnc(onNewClient, this);
+    mConnectionAdmin.setClientFncs(onNewClient, onClosedClient, this);
 }
 
 RedirectService::~RedirectService() {
@@ -148,6 +162,7 @@ void RedirectService::leaveToParent() {
     new (&mLifeMutex) std::mutex;
     mWanted = mRunning || mWanted;
     mRunning = false;
+    mOpenedByParent = true;
     const Worker* const lFormer = mWorker.release();
     mWorker.reset(osx::allocate<Worker>());
     if (mWorker != nullptr) {
@@ -155,45 +170,78 @@ void RedirectService::leaveToParent() {
     }
 }
 
-void RedirectService::onNewClient(void* aService) {
+void RedirectService::onNewClient(void* aService, void* aSocket) {
     auto& lService = *static_cast<RedirectService*>(aService);
+    if (lService.mWatchers != nullptr) {
+        lService.mWatchers->add(aSocket, static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle());
+    }
     if (lService.mGeneration == osx::process::generation() && !lService.mWanted) {
         return;
     }
-    const std::unique_lock<std::mutex> lLock = lService.lockLife();
-    if (lService.mWanted) {
-        lService.start();
+    std::unique_lock<std::mutex> lLock = lService.lockLife();
+    const int lResult = lService.mWanted ? lService.start() : 0;
+    lLock.unlock();
+    reportStart(lResult);
+}
+
+void RedirectService::onClosedClient(void* aService, void* aSocket) {
+    const auto& lService = *static_cast<RedirectService*>(aService);
+    if (lService.mWatchers != nullptr) {
+        lService.mWatchers->remove(aSocket, static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle());
     }
 }
 
 int RedirectService::init() {
-    const std::unique_lock<std::mutex> lLock = lockLife();
+    std::unique_lock<std::mutex> lLock = lockLife();
+    leaveClientsOfOtherPort();
     const int lResult = start();
     mConnectionAdmin.init(mPortNumber);
+    lLock.unlock();
+    reportStart(lResult);
     return lResult;
+}
+
+void RedirectService::reportStart(int aResult) {
+    if (aResult == -1) {
+        osx::DiagnosticLine(kModule).failure(
+            LM_ERROR, "%t RedirectService::init unable to start, no lines are sent\n");
+    }
+}
+
+/// A child that opens a port of its own leaves the other one, and its clients, to the parent.
+void RedirectService::leaveClientsOfOtherPort() {
+    if (mOpenedByParent && mOpenedPort != mPortNumber && mWatchers != nullptr) {
+        mWatchers->removeAll();
+    }
+    mOpenedPort = mPortNumber;
+    mOpenedByParent = false;
 }
 
 int RedirectService::start() {
     mWanted = false;
-    int lResult = mWorker == nullptr ? -1 : mWorker->mActiveObject.init();
-    if (lResult != -1 && !mRunning && !gSending && !startSending()) {
+    int lResult = mWorker == nullptr || mWatchers == nullptr ? -1 : mWorker->mActiveObject.init();
+    if (lResult != -1 && !mRunning && !gServing && !startServing()) {
         lResult = -1;
     }
     return lResult;
 }
 
-bool RedirectService::startSending() {
+bool RedirectService::startServing() {
     Event lStarted;
     if (!insertMilestone(lStarted)) {
         return false;
     }
     // A stop that comes before the worker's loop would leave it running.
     lStarted.wait();
-    mDiscarding = false;
-    mWorker->mLines.open();
-    mRunning = insertOrDelete(mWorker->mActiveObject, osx::allocate<Sending>(*this));
+    if (mWorker->mLines == nullptr) {
+        mWorker->mLines.reset(osx::allocate<osx::LineRing>(kMaxQueuedLines, kMaxQueuedBytes));
+    }
+    if (mWorker->mLines == nullptr || !mWatchers->begin(*mWorker->mLines)) {
+        return false;
+    }
+    mRunning = insertOrDelete(mWorker->mActiveObject, osx::allocate<Serving>(*mWatchers));
     if (!mRunning) {
-        mWorker->mLines.shut();
+        mWatchers->abandon();
     }
     return mRunning;
 }
@@ -204,7 +252,7 @@ bool RedirectService::insertMilestone(Event& aEvent) {
 
 int RedirectService::deinit() {
     const std::unique_lock<std::mutex> lLock = lockLife();
-    stopWorker(std::chrono::milliseconds(ConnectionAdmin::kStalledClientMs));
+    stopWorker(kAtDeinit);
     mConnectionAdmin.deinit();
     return 0;
 }
@@ -212,7 +260,7 @@ int RedirectService::deinit() {
 void RedirectService::shutdown() {
     const std::unique_lock<std::mutex> lLock = lockLife();
     uninstall();
-    stopWorker(kExitGrace);
+    stopWorker(kAtShutdown);
 }
 
 void RedirectService::uninstall() {
@@ -229,53 +277,37 @@ void RedirectService::uninstall() {
 }
 
 /// @return whether the calling thread has to see to it that the worker comes to its end.
-bool RedirectService::tellToStop() {
+bool RedirectService::tellToStop(const osx::ServingGrace& aGrace) {
     mWanted = false;
     if (!mRunning.exchange(false)) {
         return false;
     }
-    mWorker->mLines.shut();
-    return !gSending;
+    mWatchers->end(aGrace);
+    return !gServing;
 }
 
-void RedirectService::cutShort() {
-    mDiscarding = true;
-    mConnectionAdmin.endSendsInProgress();
-}
-
-void RedirectService::stopWorker(std::chrono::milliseconds aGrace) {
-    if (!tellToStop()) {
-        return;
+void RedirectService::stopWorker(const osx::ServingGrace& aGrace) {
+    if (tellToStop(aGrace)) {
+        mWorker->mActiveObject.stop();
     }
-    Event lDrained;
-    if (!insertMilestone(lDrained)) {
-        cutShort();
-    } else if (!lDrained.waitFor(aGrace)) {
-        do {
-            cutShort();
-        } while (!lDrained.waitFor(kEndSendsInterval));
-    }
-    mWorker->mActiveObject.stop();
 }
 
 /// The worker may be waiting for what this thread holds, and another thread may be stopping it.
 void RedirectService::endWithProcess() {
-    if (mGeneration != osx::process::generation()) {
+    if (mGeneration != osx::process::generation() || mWatchers == nullptr || gServing) {
         return;
     }
     const std::unique_lock<std::mutex> lLock(mLifeMutex, std::try_to_lock);
-    if (!lLock.owns_lock() || !tellToStop()) {
+    const bool lEndsIt = mRunning.exchange(false);
+    if (lLock.owns_lock() && !lEndsIt) {
         return;
     }
-    if (insertOrDelete(mWorker->mActiveObject, osx::allocate<LastRequest>()) &&
-        LastRequest::come().waitFor(kExitGrace)) {
-        return;
-    }
-    for (int lTry = 0; lTry < kEndSendsAtExit; ++lTry) {
-        cutShort();
-        if (LastRequest::come().waitFor(kEndSendsInterval)) {
-            return;
-        }
+    mWatchers->end(kAtExit);
+    const bool lParks =
+        lLock.owns_lock() && insertOrDelete(mWorker->mActiveObject, osx::allocate<LastRequest>());
+    mWatchers->waitForEnd(kAtExit.mLimit + kParkLimit);
+    if (lParks) {
+        LastRequest::come().waitFor(kParkLimit);
     }
 }
 
@@ -293,46 +325,32 @@ int RedirectService::close() {
 
 ssize_t RedirectService::log(ACE_Log_Record& aRecord) {
     osx::giveLogFileToThread();
-    if (mConnectionAdmin.getNrOfConnections() < 1 || gSending || !mRunning ||
-        mGeneration.load(std::memory_order_relaxed) != osx::process::generation()) {
+    if (mConnectionAdmin.getNrOfConnections() < 1 || gServing) {
         return 0;
     }
     const char* const lText = aRecord.msg_data() == nullptr ? "" : aRecord.msg_data();
-    mWorker->mLines.put(lText, std::strlen(lText));
+    put(lText, std::strlen(lText));
     return 0;
 }
 
-void RedirectService::sendLines() {
-    osx::LineQueue::Work lWork = mWorker->mLines.take();
-    while (lWork.mDropped != 0 || lWork.mLines != nullptr) {
-        tellDropped(lWork.mDropped);
-        for (auto* lLine = lWork.mLines; lLine != nullptr; lLine = mWorker->mLines.leave(lLine)) {
-            sendText(lLine->text(), lLine->mLength);
-        }
-        lWork = mWorker->mLines.take();
+/// @return false if the worker does not run.
+bool RedirectService::put(const char* aText, std::size_t aLength) {
+    if (!mRunning || mGeneration.load(std::memory_order_relaxed) != osx::process::generation()) {
+        return false;
     }
-}
-
-void RedirectService::tellDropped(std::size_t aNumber) {
-    if (aNumber != 0) {
-        std::array<char, 100> lText{};
-        std::snprintf(lText.data(), lText.size(),
-                      "RedirectService: %zu lines dropped, the clients were too slow\n", aNumber);
-        sendText(lText.data(), std::strlen(lText.data()));
+    if (mWorker->mLines->put(aText, aLength)) {
+        mWatchers->wake();
     }
+    return true;
 }
 
 int RedirectService::send_i(const ACE_String_Base<char>& aText) {
-    sendText(aText.c_str(), aText.length());
-    return 0;
-}
-
-void RedirectService::sendText(const char* aText, std::size_t aLength) {
-    if (!mDiscarding) {
+    if (!put(aText.c_str(), aText.length())) {
         // The bytes are only read; the interface of sending does not say so.
-        auto* const lBytes = reinterpret_cast<unsigned char*>(const_cast<char*>(aText));
-        mConnectionAdmin.send(aLength, lBytes);
+        auto* const lBytes = reinterpret_cast<unsigned char*>(const_cast<char*>(aText.c_str()));
+        mConnectionAdmin.send(aText.length(), lBytes);
     }
+    return 0;
 }
 
 SendMethodRequest::SendMethodRequest(RedirectService* aService, const char* aText)

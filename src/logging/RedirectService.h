@@ -16,13 +16,24 @@
 #include "base/osxExport.h"
 #include "net/ConnectionAdmin.h"
 
+namespace osx {
+class Watchers;
+struct ServingGrace;
+}  // namespace osx
+
 /// A custom back end of ACE's logging. Each client gets the plain text of the log lines, as the
 /// program formatted them, one after another, from the moment it connected on; what a client sends
 /// is not read.
 ///
-/// The thread that logs never waits for the network: it queues a copy of the line, and only while a
-/// client is connected. The queue is bounded. Once it is full, lines are dropped for the network
-/// only, until it has drained; then the clients are told, in one line, how many are missing.
+/// The thread that logs never waits for the network: it copies the line into memory, and only while
+/// a client is connected. A worker thread gives each client the lines as fast as that client takes
+/// them; no client costs another one anything.
+///
+/// The memory holds the latest lines, once for all clients. A client that is so far behind that its
+/// next line has made room for newer ones goes on with one of those that are left, and is told in
+/// one line, in the place of the gap, how many lines are missing. A line that has been begun is
+/// finished before. A client that reads is never ended for being slow; one that takes nothing is,
+/// after `kStalledClientMs`.
 ///
 /// A forked child has the port and the clients of its parent, but no worker thread: none of its
 /// lines are sent until it calls `init` itself, or a client connects to it. (A program that makes
@@ -31,15 +42,23 @@
 class OSX_EXPORT RedirectService : public ACE_Log_Msg_Backend {
 public:
     static constexpr long kDefaultPort = 2324;
-    /// Bounds of the queue: bytes of text, and lines.
+    /// How many lines are kept for clients that are behind: bytes of text, and lines. A text beyond
+    /// 4096 bytes counts as several lines.
     static constexpr std::size_t kMaxQueuedBytes = std::size_t{4} * 1024 * 1024;
     static constexpr std::size_t kMaxQueuedLines = 16384;
+    /// How long, in milliseconds, a client may take nothing of what it is sent before its
+    /// connection is ended. (With a receive buffer of more than some 300 KB it has longer: TCP
+    /// tells nothing while a reader of 2 KB a second makes room.)
+    static constexpr int kStalledClientMs = 30000;
+    /// The same once the process ends or `shutdown` is called, and how long clients are served then
+    /// in all.
+    static constexpr int kStalledAtExitMs = 3000;
+    static constexpr int kServedAtExitMs = 10000;
 
     /// Does not start anything.
     RedirectService();
 
-    /// Stops being ACE's back end, if it is, and ends the worker thread: lines still queued are
-    /// sent within a second or lost. The port is not closed: call `deinit` first.
+    /// Does what `shutdown` does. The port is not closed: call `deinit` first.
     ~RedirectService() override;
 
     RedirectService(const RedirectService&) = delete;
@@ -51,13 +70,15 @@ public:
 
     /// Starts the worker thread, waits until it runs, and opens the port. A port that cannot be
     /// opened ends the process.
-    /// @return 0; 1 if the thread runs already; -1 if it could not be started, and then nothing is
-    ///         sent until a later `init`.
+    /// @return 0; 1 if the thread runs already; -1 if it could not be started, for want of memory
+    /// or
+    ///         descriptors: then a line says so, and nothing is sent until a later `init`.
     int init();
 
-    /// Ends the worker thread when what is queued has been sent, and closes the port. Clients stay
-    /// connected and get nothing more. Clients that take nothing are waited for at most
-    /// `ConnectionAdmin::kStalledClientMs` in all.
+    /// Ends the worker thread when each client has been sent what was logged before, and closes the
+    /// port. Clients stay connected and get nothing more. It waits for clients that read, however
+    /// slowly; those that take nothing are given up, so that it returns at the latest
+    /// `kStalledClientMs` after the last one has taken something.
     /// @return 0.
     int deinit();
 
@@ -68,55 +89,60 @@ public:
     /// Does nothing. @return 0.
     int close() override;
 
-    /// Queues a line for the clients, if there are any; called by ACE on the thread that logs.
-    /// Lines that the worker thread itself writes are not queued: a failed send would otherwise
-    /// cause further sends without end. Never waits.
+    /// Keeps a line for the clients, if there are any; called by ACE on the thread that logs.
+    /// Lines that the worker thread itself writes are not kept: a failed send would otherwise cause
+    /// further sends without end. Never waits, and needs no memory.
     /// @return 0.
     ssize_t log(ACE_Log_Record& aRecord) override;
 
-    /// Sends a text to every client now, on the calling thread.
+    /// Sends a text to every client, as a log line is sent, and behind those logged before. While
+    /// the worker does not run it is sent on the calling thread, which waits for the clients.
     /// @return 0.
     int send_i(const ACE_String_Base<char>& aText);
 
-    /// What the destructor does, for an object that is not destroyed: ends the worker thread within
-    /// about a second. `init` starts it again.
+    /// Stops being ACE's back end, if it is, and ends the worker thread. Clients that read are sent
+    /// what was logged before for at most `kServedAtExitMs`; those that take nothing for
+    /// `kStalledAtExitMs`, or have not got it by then, are given up. `init` starts it again.
     void shutdown();
 
-    /// Internal. For the end of the process, whatever the calling thread holds: lines queued are
-    /// sent within about a second or lost, and further ones are not taken. The worker thread is not
-    /// joined but stays where it touches nothing.
+    /// Internal. For the end of the process, whatever the calling thread holds: the clients are
+    /// sent what was logged before, with the limits of `shutdown`, and further lines are not taken.
+    /// The worker thread is not joined but stays where it touches nothing.
     void endWithProcess();
 
 private:
     class Event;
     class Milestone;
     class LastRequest;
-    class Sending;
+    class Serving;
     struct Worker;
 
-    static void onNewClient(void* aService);
+    static void onNewClient(void* aService, void* aSocket);
+    static void onClosedClient(void* aService, void* aSocket);
     std::unique_lock<std::mutex> lockLife();
     void leaveToParent();
+    void leaveClientsOfOtherPort();
     int start();
-    bool startSending();
-    bool tellToStop();
+    static void reportStart(int aResult);
+    bool startServing();
     bool insertMilestone(Event& aEvent);
-    void cutShort();
-    void sendLines();
-    void sendText(const char* aText, std::size_t aLength);
-    void tellDropped(std::size_t aNumber);
+    bool put(const char* aText, std::size_t aLength);
     void uninstall();
-    void stopWorker(std::chrono::milliseconds aGrace);
+    bool tellToStop(const osx::ServingGrace& aGrace);
+    void stopWorker(const osx::ServingGrace& aGrace);
 
     /// Null if there was no memory for it; then nothing runs.
     std::unique_ptr<Worker> mWorker;
+    std::unique_ptr<osx::Watchers> mWatchers;
     ConnectionAdmin mConnectionAdmin;
     long mPortNumber;
+    /// That of the latest `init`; and whether it was in another process.
+    long mOpenedPort;
+    bool mOpenedByParent;
 
     /// Keeps `init`, `deinit` and the end apart.
     std::mutex mLifeMutex;
     std::atomic<bool> mRunning;
-    std::atomic<bool> mDiscarding;
     /// Which process, counted in forks, the worker and the mutex belong to.
     std::atomic<unsigned int> mGeneration;
     /// Whether lines are to be sent as soon as a client of this process comes.

@@ -365,7 +365,8 @@ ConnectionAdmin::ConnectionAdmin()
       mCallbacks(0),
       mGeneration(osx::process::generation()),
       mNewClientFnc(nullptr),
-      mNewClientData(nullptr) {
+      mClosedClientFnc(nullptr),
+      mClientData(nullptr) {
     const std::lock_guard<std::mutex> lGuard(gAliveMutex);
     mNextAlive = gAlive;
     gAlive = this;
@@ -387,9 +388,11 @@ void ConnectionAdmin::leaveAlive() {
     callbackEnded().wait(lLock, [this] { return mCallbacks <= 0; });
 }
 
-void ConnectionAdmin::setNewClientFnc(void (*aFunction)(void*), void* aData) {
-    mNewClientFnc = aFunction;
-    mNewClientData = aData;
+void ConnectionAdmin::setClientFncs(ClientFnc aNewClientFnc, ClientFnc aClosedClientFnc,
+                                    void* aData) {
+    mNewClientFnc = aNewClientFnc;
+    mClosedClientFnc = aClosedClientFnc;
+    mClientData = aData;
 }
 
 /// Bound anew, the port would be found in use as long as this object, or the parent, has it.
@@ -466,7 +469,7 @@ void ConnectionAdmin::NewConnection(void* aSocket, void*& aUserData) {
     if (lCallback.admin() != nullptr) {
         lCallback.admin()->NewConnection_i(aSocket);
         if (lCallback.admin()->mNewClientFnc != nullptr) {
-            lCallback.admin()->mNewClientFnc(lCallback.admin()->mNewClientData);
+            lCallback.admin()->mNewClientFnc(lCallback.admin()->mClientData, aSocket);
         }
     }
 }
@@ -474,6 +477,9 @@ void ConnectionAdmin::NewConnection(void* aSocket, void*& aUserData) {
 void ConnectionAdmin::ClosedConnection(void* aSocket, void*& aUserData) {
     const Callback lCallback(aUserData);
     if (lCallback.admin() != nullptr) {
+        if (lCallback.admin()->mClosedClientFnc != nullptr) {
+            lCallback.admin()->mClosedClientFnc(lCallback.admin()->mClientData, aSocket);
+        }
         lCallback.admin()->ClosedConnection_i(aSocket);
     }
 }

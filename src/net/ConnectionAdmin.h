@@ -98,9 +98,12 @@ public:
 private:
     friend class RedirectService;
 
-    /// Sets a function that is called when a client has been added, on the thread that accepted it.
-    /// Call it before `init`. @param aFunction null for none.
-    void setNewClientFnc(void (*aFunction)(void*), void* aData);
+    /// What is called for each client: when it has been added, on the thread that accepted it, and
+    /// when its connection ends, before the socket is closed.
+    using ClientFnc = void (*)(void* aData, void* aSocket);
+
+    /// Sets the two functions; call it before `init`.
+    void setClientFncs(ClientFnc aNewClientFnc, ClientFnc aClosedClientFnc, void* aData);
 
     struct Client;
     class Callback;
@@ -131,8 +134,9 @@ private:
     int mCallbacks;
     /// Which process, counted in forks, `init` was last called in.
     unsigned int mGeneration;
-    void (*mNewClientFnc)(void*);
-    void* mNewClientData;
+    ClientFnc mNewClientFnc;
+    ClientFnc mClosedClientFnc;
+    void* mClientData;
 };
 
 #endif

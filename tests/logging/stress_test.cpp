@@ -19,7 +19,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
@@ -29,7 +32,8 @@
 #include "ace/Log_Msg.h"
 #include "logging/Arguments.h"
 #include "logging/Logging.h"
-#include "net/ConnectionAdmin.h"
+#include "logging/Program.h"
+#include "logging/RedirectService.h"
 #include "osx/osx.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
@@ -104,8 +108,8 @@ protected:
     std::string logFile() const { return mDirectory + "/log.txt"; }
 
     /// A watcher that gets every line from now on.
-    TcpPeer connectWatcher() {
-        TcpPeer lWatcher = TcpPeer::connect(mRedirectPort);
+    TcpPeer connectWatcher(int aReceiveBuffer = 0) {
+        TcpPeer lWatcher = TcpPeer::connect(mRedirectPort, aReceiveBuffer);
         static int lMark = 0;
         const std::string lText = "mark " + std::to_string(++lMark);
         EXPECT_TRUE(test::waitUntil([&] {
@@ -283,8 +287,7 @@ TcpPeer connectStalled(unsigned short aPort) {
 
 TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     constexpr int kLines = 100000;
-    constexpr milliseconds kGivenUp(ConnectionAdmin::kStalledClientMs);
-    const std::string kNotice = " lines dropped, the clients were too slow\n";
+    constexpr milliseconds kGivenUp(RedirectService::kStalledClientMs);
     start();
     const unsigned short lEchoPort = test::freePort();
     void* lEchoHandle = nullptr;
@@ -303,15 +306,354 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     // Loggers that wait for the client do so until it is given up; a busy machine is not to look
     // so.
     EXPECT_GT(lUsual * 10 + kGivenUp / 2, lStalledTime);
-
-    EXPECT_TRUE(test::waitUntil([&] { return test::otherEndOf(lStalled.descriptor()) == -1; },
-                                kGivenUp * 6));
+    EXPECT_TRUE(logUntilRead(lReader, "read beside it"));
     lGoOn = false;
     lProbe.join();
     EXPECT_GT(kGivenUp * 4 / 5, lWorst);
-    EXPECT_TRUE(lReader.waitFor(kNotice, seconds(60)));
-    EXPECT_TRUE(logUntilRead(lReader, "after all"));
     EXPECT_EQ(0U, osxUnregisterPort(lEchoHandle));
+}
+
+namespace {
+
+constexpr std::size_t kTimedThreads = 8;
+
+/// How many timed lines each thread has written.
+using Written = std::array<int, kTimedThreads>;
+
+/// Logs a line that tells when that was. @return what the call took.
+std::chrono::nanoseconds logTimed(std::size_t aThread, int aNumber, std::size_t aLength) {
+    const auto lNow = steady_clock::now();
+    const std::string lText = "timed " + std::to_string(aThread) + " " + std::to_string(aNumber) +
+                              " " + std::to_string(lNow.time_since_epoch().count()) + " " +
+                              std::string(aLength, '.');
+    const auto lBefore = steady_clock::now();
+    line(lText);
+    return steady_clock::now() - lBefore;
+}
+
+/// Logs such lines, a given number a second from some threads.
+class TimedLoggers {
+public:
+    explicit TimedLoggers(int aLinesASecond)
+        : mPause(1000000LL * static_cast<long long>(kTimedThreads) / aLinesASecond) {}
+
+    /// @param aWritten counted on.
+    void logFor(milliseconds aTime, Written& aWritten) {
+        std::vector<std::thread> lThreads;
+        for (std::size_t lThread = 0; lThread < kTimedThreads; ++lThread) {
+            lThreads.emplace_back([&, lThread] { log(lThread, aTime, aWritten[lThread]); });
+        }
+        for (std::thread& lThread : lThreads) {
+            lThread.join();
+        }
+    }
+    /// @return the median time that a call took.
+    std::chrono::nanoseconds cost() {
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        std::sort(mCosts.begin(), mCosts.end());
+        return mCosts.empty() ? std::chrono::nanoseconds(0) : mCosts[mCosts.size() / 2];
+    }
+
+private:
+    void log(std::size_t aThread, milliseconds aTime, int& aNumber) {
+        std::vector<std::chrono::nanoseconds> lCosts;
+        const auto lStart = steady_clock::now();
+        for (auto lNext = lStart; lNext < lStart + aTime; lNext += mPause) {
+            std::this_thread::sleep_until(lNext);
+            lCosts.push_back(logTimed(aThread, aNumber++, 40));
+        }
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        mCosts.insert(mCosts.end(), lCosts.begin(), lCosts.end());
+    }
+
+    const std::chrono::microseconds mPause;
+    std::mutex mMutex;
+    std::vector<std::chrono::nanoseconds> mCosts;
+};
+
+/// Reads such lines: none may be missing.
+class TimedReader {
+public:
+    explicit TimedReader(TcpPeer aPeer) : mPeer(std::move(aPeer)), mThread([this] { run(); }) {}
+    ~TimedReader() { stop(); }
+    TimedReader(const TimedReader&) = delete;
+    TimedReader& operator=(const TimedReader&) = delete;
+
+    bool waitFor(const Written& aWritten) const {
+        const auto lIsBehind = [](const std::atomic<int>& aNext, int aNumber) {
+            return aNext < aNumber;
+        };
+        return test::waitUntil(
+            [&] {
+                return std::equal(mNext.begin(), mNext.end(), aWritten.begin(),
+                                  std::not_fn(lIsBehind));
+            },
+            seconds(60));
+    }
+    void stop() {
+        mStopping = true;
+        if (mThread.joinable()) {
+            mThread.join();
+        }
+    }
+    /// Call `stop` before.
+    std::vector<milliseconds::rep> sortedDelaysInMicroseconds() {
+        std::sort(mDelays.begin(), mDelays.end());
+        return mDelays;
+    }
+
+private:
+    void run() {
+        std::string lText;
+        std::array<char, 65536> lChunk{};
+        while (!mStopping) {
+            pollfd lPoll{mPeer.descriptor(), POLLIN, 0};
+            if (::poll(&lPoll, 1, 20) != 1) {
+                continue;
+            }
+            const ssize_t lCount = ::recv(mPeer.descriptor(), lChunk.data(), lChunk.size(), 0);
+            if (lCount <= 0) {
+                return;
+            }
+            lText.append(lChunk.data(), static_cast<std::size_t>(lCount));
+            takeLines(lText);
+        }
+    }
+    void takeLines(std::string& aText) {
+        const auto lNow = steady_clock::now().time_since_epoch().count();
+        std::size_t lStart = 0;
+        for (std::size_t lEnd = aText.find('\n'); lEnd != std::string::npos;
+             lEnd = aText.find('\n', lStart)) {
+            std::size_t lThread = 0;
+            int lNumber = 0;
+            long long lTime = 0;
+            if (std::sscanf(aText.c_str() + lStart, "timed %zu %d %lld", &lThread, &lNumber,
+                            &lTime) == 3) {
+                EXPECT_EQ(lNumber, mNext.at(lThread)) << "of logger " << lThread;
+                mNext[lThread] = lNumber + 1;
+                mDelays.push_back((lNow - lTime) / 1000);
+            }
+            EXPECT_EQ(std::string::npos, aText.substr(lStart, lEnd - lStart).find(" dropped"));
+            lStart = lEnd + 1;
+        }
+        aText.erase(0, lStart);
+    }
+
+    TcpPeer mPeer;
+    std::array<std::atomic<int>, kTimedThreads> mNext{};
+    std::vector<milliseconds::rep> mDelays;
+    std::atomic<bool> mStopping{false};
+    std::thread mThread;
+};
+
+/// @return how many connections to a listening port of this process wait to be accepted.
+unsigned int waitingAt(unsigned short aPort) {
+    for (int lDescriptor = 0; lDescriptor < 1024; ++lDescriptor) {
+        sockaddr_in lLocal{};
+        socklen_t lSize = sizeof lLocal;
+        tcp_info lInfo{};
+        socklen_t lInfoSize = sizeof lInfo;
+        if (::getsockname(lDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize) == 0 &&
+            lLocal.sin_port == htons(aPort) &&
+            ::getsockopt(lDescriptor, IPPROTO_TCP, TCP_INFO, &lInfo, &lInfoSize) == 0 &&
+            lInfo.tcpi_state == TCP_LISTEN) {
+            return lInfo.tcpi_unacked;
+        }
+    }
+    return 0;
+}
+
+/// Clients that take nothing, or a byte a second.
+class BadClients {
+public:
+    BadClients(unsigned short aPort, std::size_t aStalled, std::size_t aTrickling) {
+        for (std::size_t lClient = 0; lClient < aStalled + aTrickling; ++lClient) {
+            EXPECT_TRUE(test::waitUntil([aPort] { return waitingAt(aPort) < 3; }));
+            mPeers.push_back(TcpPeer::connect(aPort, lClient % 2 == 0 ? 4096 : 0));
+            EXPECT_TRUE(mPeers.back().connected());
+        }
+        mThread = std::thread([this, aStalled] {
+            while (!mStopping) {
+                for (std::size_t lClient = aStalled; lClient < mPeers.size(); ++lClient) {
+                    char lByte = 0;
+                    ::recv(mPeers[lClient].descriptor(), &lByte, 1, MSG_DONTWAIT);
+                }
+                for (int lPart = 0; lPart < 50 && !mStopping; ++lPart) {
+                    std::this_thread::sleep_for(milliseconds(20));
+                }
+            }
+        });
+    }
+    ~BadClients() {
+        mStopping = true;
+        mThread.join();
+    }
+    BadClients(const BadClients&) = delete;
+    BadClients& operator=(const BadClients&) = delete;
+
+private:
+    std::vector<TcpPeer> mPeers;
+    std::atomic<bool> mStopping{false};
+    std::thread mThread;
+};
+
+/// How late a timer of 10 ms came at worst.
+class TimerProbe {
+public:
+    TimerProbe() : mTimer(osxCreateTimer(onTime, this, 10, 10)) {}
+    ~TimerProbe() { osxDestroyTimer(mTimer); }
+    TimerProbe(const TimerProbe&) = delete;
+    TimerProbe& operator=(const TimerProbe&) = delete;
+
+    milliseconds worst() const { return mWorst.load(); }
+
+private:
+    static void onTime(const void* aProbe) {
+        auto& lProbe = *static_cast<TimerProbe*>(const_cast<void*>(aProbe));
+        const auto lNow = steady_clock::now();
+        lProbe.mWorst = std::max(lProbe.mWorst.load(), std::chrono::duration_cast<milliseconds>(
+                                                           lNow - lProbe.mLast - milliseconds(10)));
+        lProbe.mLast = lNow;
+    }
+
+    std::atomic<milliseconds> mWorst{milliseconds(0)};
+    steady_clock::time_point mLast = steady_clock::now();
+    void* mTimer;
+};
+
+}  // namespace
+
+/// The figures are for a person; what is expected is only what a loaded machine cannot miss.
+TEST_F(Stress, BadClientsCostAGoodOneNothing) {
+    constexpr std::size_t kBad = 50;
+    constexpr std::size_t kMaxGrowth = (kSanitized ? 512U : 32U) * 1024U * 1024U;
+    const milliseconds lTime(1000 * stressSeconds());
+    start();
+    TimedReader lReader(connectWatcher());
+    Written lWritten{};
+    TimedLoggers lAlone(2000);
+    lAlone.logFor(lTime / 2, lWritten);
+    EXPECT_TRUE(lReader.waitFor(lWritten));
+
+    const std::size_t lBefore = residentBytes();
+    const BadClients lBad(mRedirectPort, kBad, kBad);
+    // More than the kernel holds for the bad ones.
+    for (int lPart = 0; lPart < 15; ++lPart) {
+        for (int lLine = 0; lLine < 1000; ++lLine) {
+            logTimed(0, lWritten[0]++, 1000);
+        }
+        EXPECT_TRUE(lReader.waitFor(lWritten));
+    }
+    TimedLoggers lLoggers(2000);
+    const TimerProbe lTimer;
+    lLoggers.logFor(lTime, lWritten);
+    EXPECT_TRUE(lReader.waitFor(lWritten));
+    lReader.stop();
+    EXPECT_GT(kMaxGrowth, residentBytes() - std::min(lBefore, residentBytes()));
+    EXPECT_GT(seconds(10), lTimer.worst());
+    const auto lDelays = lReader.sortedDelaysInMicroseconds();
+    ASSERT_FALSE(lDelays.empty());
+    EXPECT_GT(10000000, lDelays.back());
+    std::printf(
+        "delay of a line: median %lld us, worst %lld us; a call: %lld ns, alone %lld ns; "
+        "timer late by %lld ms at worst; memory grew by %lld KiB\n",
+        static_cast<long long>(lDelays[lDelays.size() / 2]), static_cast<long long>(lDelays.back()),
+        static_cast<long long>(lLoggers.cost().count()),
+        static_cast<long long>(lAlone.cost().count()),
+        static_cast<long long>(lTimer.worst().count()),
+        (static_cast<long long>(residentBytes()) - static_cast<long long>(lBefore)) / 1024);
+}
+
+namespace {
+
+constexpr int kSmallBuffer = 4096;
+
+/// Reads at a pace that does not depend on the machine's load, until the other end closes or a text
+/// has come. @return whether it has.
+bool readAtPace(const TcpPeer& aPeer, long aBytesASecond, const std::string& aText) {
+    const auto lStart = steady_clock::now();
+    std::string lTail;
+    std::array<char, 65536> lChunk{};
+    for (long lRead = 0; lTail.find(aText) == std::string::npos;) {
+        const auto lTime = std::chrono::duration<double>(steady_clock::now() - lStart);
+        const long lDue = static_cast<long>(lTime.count() * static_cast<double>(aBytesASecond));
+        if (lDue <= lRead) {
+            std::this_thread::sleep_for(milliseconds(20));
+            continue;
+        }
+        const auto lMost = std::min(lChunk.size(), static_cast<std::size_t>(lDue - lRead));
+        const ssize_t lCount = ::recv(aPeer.descriptor(), lChunk.data(), lMost, 0);
+        if (lCount <= 0) {
+            return false;
+        }
+        lRead += lCount;
+        lTail.erase(0, lTail.size() - std::min(lTail.size(), aText.size()));
+        lTail.append(lChunk.data(), static_cast<std::size_t>(lCount));
+    }
+    return true;
+}
+
+}  // namespace
+
+/// At a pace at which it takes over ten seconds, and in the long form more than thirty.
+TEST_F(Stress, LogDeinitGivesASlowReaderAllThatWasLogged) {
+    start();
+    const TcpPeer lSlow = connectWatcher(kSmallBuffer);
+    for (int lLine = 0; lLine < 3900; ++lLine) {
+        line(std::string(1000, 'x'));
+    }
+    line("the last line");
+    std::thread lEnd([] { LogDeinit(); });
+    EXPECT_TRUE(readAtPace(lSlow, 3900000 / (6 + stressSeconds()), "the last line\n"));
+    lEnd.join();
+}
+
+namespace {
+
+/// A program that logs to clients and ends, with its own ports.
+class EndingProgram {
+public:
+    EndingProgram() {
+        ::setenv("OSX_TEST_DEBUG_PORT", std::to_string(test::freePort()).c_str(), 1);
+        mProgram = std::make_unique<test::Program>(
+            std::vector<std::string>{test::Program::beside("logging_program"), "to-network",
+                                     "-RedirectPort", std::to_string(mPort)});
+    }
+    /// A client that the program knows of.
+    TcpPeer connect() const {
+        TcpPeer lClient;
+        EXPECT_TRUE(test::waitUntil([&] {
+            lClient = TcpPeer::connect(mPort, kSmallBuffer);
+            return lClient.connected();
+        }));
+        lClient.receiveUntil("a line\n");
+        return lClient;
+    }
+    test::Program& program() { return *mProgram; }
+
+private:
+    unsigned short mPort = test::freePort();
+    std::unique_ptr<test::Program> mProgram;
+};
+
+}  // namespace
+
+/// At a pace at which it takes some seconds.
+TEST(EndOfLogging, GivesASlowReaderAllThatWasLogged) {
+    EndingProgram lEnding;
+    const TcpPeer lSlow = lEnding.connect();
+    lEnding.program().endInput();
+    EXPECT_TRUE(readAtPace(lSlow, 650000, "the last line\n"));
+    EXPECT_EQ(7, lEnding.program().wait());
+}
+
+TEST(EndOfLogging, WaitsForNobodyWhoTakesNothing) {
+    EndingProgram lEnding;
+    const TcpPeer lStalled = lEnding.connect();
+    TcpPeer lGood = lEnding.connect();
+    lEnding.program().endInput();
+    EXPECT_TRUE(readAtPace(lGood, 100000000, "the last line\n"));
+    EXPECT_EQ(7, lEnding.program().wait());
 }
 
 namespace {
@@ -328,12 +670,16 @@ public:
         mText.clear();
         mNext.clear();
     }
-    void leave(bool aWithReset) {
-        if (aWithReset) {
+    /// By a reset, a close, or half of one, after which the other end closes.
+    void leave(unsigned int aWay) {
+        if (aWay == 0) {
             mPeer.reset();
-        } else {
-            mPeer.close();
+            return;
         }
+        if (aWay == 1) {
+            ::shutdown(mPeer.descriptor(), SHUT_WR);
+        }
+        mPeer.close();
     }
     /// Takes what has come, and checks that of each logger no line is missing, doubled or late.
     void read() {
@@ -411,9 +757,9 @@ private:
     std::vector<std::thread> mThreads;
 };
 
-void comeOrGo(RandomClient& aClient, unsigned short aPort, bool aByReset) {
+void comeOrGo(RandomClient& aClient, unsigned short aPort, unsigned int aWay) {
     if (aClient.connected()) {
-        aClient.leave(aByReset);
+        aClient.leave(aWay);
     } else {
         aClient.connect(aPort);
     }
@@ -451,7 +797,7 @@ TEST_F(Stress, ClientsThatStaySeeEveryLineOnceAndInOrderWhileOthersComeAndGo) {
     const auto lEnd = steady_clock::now() + seconds(stressSeconds());
     while (steady_clock::now() < lEnd) {
         RandomClient& lClient = lClients[kStaying + lRandom() % (kClients - kStaying)];
-        comeOrGo(lClient, mRedirectPort, lRandom() % 2 == 0);
+        comeOrGo(lClient, mRedirectPort, static_cast<unsigned int>(lRandom() % 3));
         readAll(lClients);
     }
     lLoggers.stop();
@@ -473,23 +819,6 @@ std::string randomBytes(std::size_t aSize) {
     std::string lBytes(aSize, '\0');
     std::generate(lBytes.begin(), lBytes.end(), [&] { return static_cast<char>(lRandom()); });
     return lBytes;
-}
-
-/// @return how many connections to a listening port of this process wait to be accepted.
-unsigned int waitingAt(unsigned short aPort) {
-    for (int lDescriptor = 0; lDescriptor < 1024; ++lDescriptor) {
-        sockaddr_in lLocal{};
-        socklen_t lSize = sizeof lLocal;
-        tcp_info lInfo{};
-        socklen_t lInfoSize = sizeof lInfo;
-        if (::getsockname(lDescriptor, reinterpret_cast<sockaddr*>(&lLocal), &lSize) == 0 &&
-            lLocal.sin_port == htons(aPort) &&
-            ::getsockopt(lDescriptor, IPPROTO_TCP, TCP_INFO, &lInfo, &lInfoSize) == 0 &&
-            lInfo.tcpi_state == TCP_LISTEN) {
-            return lInfo.tcpi_unacked;
-        }
-    }
-    return 0;
 }
 
 /// Does not overrun the port's backlog: the kernel would have the client wait for a second.

@@ -105,8 +105,11 @@ void Descriptor::close() {
     }
 }
 
-TcpPeer TcpPeer::connect(unsigned short aPort) {
+TcpPeer TcpPeer::connect(unsigned short aPort, int aReceiveBuffer) {
     Descriptor lSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (aReceiveBuffer != 0) {
+        ::setsockopt(lSocket.get(), SOL_SOCKET, SO_RCVBUF, &aReceiveBuffer, sizeof aReceiveBuffer);
+    }
     const sockaddr_in lAddress = loopback(aPort);
     if (::connect(lSocket.get(), generic(lAddress), sizeof lAddress) != 0) {
         return TcpPeer();

@@ -40,8 +40,9 @@ public:
     TcpPeer() = default;
     explicit TcpPeer(int aDescriptor) : mSocket(aDescriptor) {}
 
-    /// Connects to a port of the loopback interface. @return a peer; see `connected`.
-    static TcpPeer connect(unsigned short aPort);
+    /// Connects to a port of the loopback interface.
+    /// @param aReceiveBuffer in bytes; 0 for the kernel's choice. @return a peer; see `connected`.
+    static TcpPeer connect(unsigned short aPort, int aReceiveBuffer = 0);
 
     bool connected() const { return mSocket.get() >= 0; }
     int descriptor() const { return mSocket.get(); }
