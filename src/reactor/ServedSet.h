@@ -85,7 +85,9 @@ public:
     /// takes out does not go from its parent's.
     /// @{
     std::mutex& mutex() { return mMutex; }
-    void renewPoll() const;
+    /// With the lock held. What other threads were serving is idle; what the calling one is
+    /// serving, because its callback has forked, is served by nobody else until that returns.
+    void renewInChild();
     void enrolAll();
     /// @}
 
@@ -112,6 +114,7 @@ private:
         std::array<Slot, kChunk> slots;
     };
     enum Rest { kDone, kGoOn, kTellAgain, kTakenOut };
+    class Serving;
 
     Slot* slot(ACE_HANDLE aHandle) const;
     Slot* makeSlot(ACE_HANDLE aHandle);
@@ -122,7 +125,6 @@ private:
     bool takeOut(ACE_HANDLE aHandle, const Served* aOnly, int aLeft);
     static bool begin(Slot& aSlot, std::uint32_t aGeneration, std::uint32_t aEvents,
                       Served*& aHandler);
-    void run(Slot& aSlot, ACE_HANDLE aHandle, std::uint32_t aGeneration, Served& aHandler);
     static Rest end(Slot& aSlot, std::uint32_t aGeneration, bool aBusy, bool aMayGoOn);
     static void finish(Served& aHandler, ACE_HANDLE aHandle);
 
