@@ -136,7 +136,7 @@ bool LoopReactor::setUp() {
 
 /// Puts the loop's own descriptors into the poll.
 bool LoopReactor::fillPoll() const {
-    return mSet.descriptor() != -1 && mTimer.descriptor() != -1 && mWake != -1 &&
+    return mSet.usable() && mTimer.descriptor() != -1 && mWake != -1 &&
            notify_handler_ != nullptr &&
            mSet.addTagged(mTimer.descriptor(), ServedSet::kTimer, EPOLLIN | EPOLLET) == 0 &&
            mSet.addTagged(mWake, ServedSet::kWake, EPOLLIN | EPOLLET) == 0 &&

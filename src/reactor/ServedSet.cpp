@@ -38,7 +38,9 @@ bool is(std::uint64_t aWord, std::uint64_t aState) {
 
 }  // namespace
 
-ServedSet::ServedSet() : mPoll(::epoll_create1(EPOLL_CLOEXEC)) {}
+ServedSet::ServedSet() : mPoll(::epoll_create1(EPOLL_CLOEXEC)) {
+    makeSlot(0);
+}
 
 ServedSet::~ServedSet() {
     close();
@@ -48,6 +50,10 @@ ServedSet::~ServedSet() {
     if (mPoll != -1) {
         ::close(mPoll);
     }
+}
+
+bool ServedSet::usable() const {
+    return mPoll != -1 && slot(0) != nullptr;
 }
 
 int ServedSet::addTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const {

@@ -47,6 +47,10 @@ public:
     ServedSet(const ServedSet&) = delete;
     ServedSet& operator=(const ServedSet&) = delete;
 
+    /// @return whether there is a poll, and memory for as many descriptors as most processes have:
+    ///         what is added there does not fail for want of memory.
+    bool usable() const;
+
     /// @return the event poll's descriptor; -1 when there is none.
     int descriptor() const { return mPoll; }
 

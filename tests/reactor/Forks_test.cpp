@@ -9,9 +9,11 @@
 #include <thread>
 #include <vector>
 
+#include "ace/Reactor.h"
 #include "osx/observation.h"
 #include "osx/osx.h"
 #include "reactor/EchoPort.h"
+#include "reactor/PollModel.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/inChild.h"
@@ -50,6 +52,20 @@ private:
 };
 
 }  // namespace
+
+/// As fast as its parent was: a thread that is alone takes many events at once.
+TEST(ForkedChild, IsAloneInItsLoopThoughItsParentWasNot) {
+    const test::LogCapture lLog;
+    EchoPort lPort;
+    const test::RunningReactor lLoop(3);
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(EchoPort::echoes(lPeer));
+    EXPECT_TRUE(test::inChild([] {
+        ACE_Time_Value lLimit(0, 1000);
+        ACE_Reactor::instance()->handle_events(lLimit);
+        return test::eventsWanted() > 1;
+    }));
+}
 
 /// AddressSanitizer does not take the locks of its allocator before a fork: the child would wait
 /// for one that another thread held.
