@@ -6,9 +6,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <future>
@@ -20,6 +22,8 @@
 #include "ace/Log_Record.h"
 #include "ace/Reactor.h"
 #include "ace/TP_Reactor.h"
+#include "logging/Logging.h"
+#include "osx/ActiveObject.h"
 #include "osx/observation.h"
 #include "osx/osx.h"
 #include "reactor/EchoPort.h"
@@ -146,6 +150,73 @@ TEST(Loop, ServesAHandlerOfTheApplicationsThoughTheThreadThatWasWokenForItEnds) 
     }
     osxStopReactor();
     lLoop.get();
+}
+
+// --- nothing to do ---
+
+namespace {
+
+/// How often each of some threads has gone to sleep so far.
+std::map<std::string, long> sleepsOf(const std::vector<std::string>& aThreads) {
+    std::map<std::string, long> lSleeps;
+    for (const std::string& lThread : aThreads) {
+        lSleeps[lThread] = std::atol(statusOf(lThread, "voluntary_ctxt_switches").c_str());
+    }
+    return lSleeps;
+}
+
+class IdleProcess : public testing::TestWithParam<bool> {};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(WithAHandlerOfItsOwn, IdleProcess, testing::Bool());
+
+/// Two loop threads, an active object, network logging with its ports and its own, and a client of
+/// each: only the loop threads wake up, to see whether another reactor has been installed.
+TEST_P(IdleProcess, WakesNoThreadMoreThanItsSlicesNeed) {
+    const int lASecond = GetParam() ? 8 : 4;  // in ACE's loop each waits for the token, too
+    std::vector<std::string> lThreads = otherThreads();  // a sanitizer's own
+    const unsigned short lRedirectPort = test::freePort();
+    setDebugLevelPortNumber(test::freePort());
+    std::array<std::string, 3> lTexts{"program", "-RedirectPort", std::to_string(lRedirectPort)};
+    std::array<char*, 4> lArguments{lTexts[0].data(), lTexts[1].data(), lTexts[2].data(), nullptr};
+    int lNumber = 3;
+    LogInit(lNumber, lArguments.data(), true);
+    {
+        ActiveObject lObject;
+        lObject.init();
+        EchoPort lPort;
+        void* lTimer = osxCreateTimer(&test::count, nullptr, 3600000, 1);
+        const test::RunningReactor lLoop(2);
+        PipeHandler lHandler;
+        if (GetParam()) {
+            ACE_Reactor::instance()->register_handler(&lHandler, ACE_Event_Handler::READ_MASK);
+        }
+        const TcpPeer lWatcher = TcpPeer::connect(lRedirectPort);
+        TcpPeer lPeer = lPort.connect();
+        ASSERT_TRUE(EchoPort::echoes(lPeer));
+        ASSERT_TRUE(test::waitUntil(&allOthersSleep));
+
+        std::vector<std::string> lOwn = otherThreads();
+        for (const std::string& lThread : lThreads) {
+            lOwn.erase(std::remove(lOwn.begin(), lOwn.end(), lThread), lOwn.end());
+        }
+        EXPECT_EQ(4U, lOwn.size());
+        const auto lStart = std::chrono::steady_clock::now();
+        const std::map<std::string, long> lBefore = sleepsOf(lOwn);
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        const std::map<std::string, long> lAfter = sleepsOf(lOwn);
+        const auto lSeconds = std::chrono::duration_cast<std::chrono::seconds>(
+            std::chrono::steady_clock::now() - lStart);
+        for (const std::string& lThread : lOwn) {
+            EXPECT_LE(lAfter.at(lThread) - lBefore.at(lThread), lASecond * (lSeconds.count() + 1));
+        }
+        lObject.stop();
+        osxDestroyTimer(lTimer);
+        ACE_Reactor::instance()->remove_handler(
+            &lHandler, ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
+    }
+    LogDeinit();
 }
 
 // --- threads that are called off ---
