@@ -78,6 +78,9 @@ ActiveObject::~ActiveObject() {
 }
 
 int ActiveObject::init() {
+    if (!hasQueue()) {
+        return -1;
+    }
     const std::lock_guard<std::mutex> lGuard(mStartMutex);
     if (thr_count() == 0 && mRunning.load(std::memory_order_relaxed) == 0) {
         forgetStop();
@@ -89,7 +92,7 @@ int ActiveObject::init() {
 /// next one. While somebody still waits for that stop, it holds for the next thread.
 void ActiveObject::forgetStop() {
     const std::unique_lock<std::mutex> lLock(mStopMutex, std::try_to_lock);
-    if (!lLock.owns_lock() || mQueue.queue() == nullptr) {
+    if (!lLock.owns_lock()) {
         return;
     }
     if (StopRequest* const lStop = mQueuedStop.exchange(nullptr)) {
@@ -98,8 +101,17 @@ void ActiveObject::forgetStop() {
     mQueue.queue()->activate();
 }
 
+/// @return whether there was memory for a queue when the object was made; ENOMEM if not.
+bool ActiveObject::hasQueue() {
+    if (mQueue.queue() == nullptr) {
+        errno = ENOMEM;
+        return false;
+    }
+    return true;
+}
+
 int ActiveObject::insert(ACE_Method_Request* aRequest) {
-    if (aRequest == nullptr || mQueue.queue() == nullptr) {
+    if (aRequest == nullptr || !hasQueue()) {
         return -1;
     }
     ACE_Message_Block* const lBlock = messageBlockFor(aRequest);
@@ -114,6 +126,9 @@ int ActiveObject::insert(ACE_Method_Request* aRequest) {
 }
 
 int ActiveObject::svc() {
+    if (!hasQueue()) {
+        return -1;
+    }
     const osx::RunningHere lRunning(this);
     const RunningFlag lFlag(mRunning);
     const QueueOpener lOpener(mQueue);

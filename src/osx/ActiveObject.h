@@ -57,6 +57,7 @@ public:
 private:
     friend class StopRequest;
 
+    bool hasQueue();
     void forgetStop();
     void noteDequeued(const ACE_Method_Request* aRequest);
     bool queueStop();

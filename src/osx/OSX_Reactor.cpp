@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <new>
 
 #include "ace/Reactor.h"
 #include "base/NoCancellation.h"
@@ -32,6 +33,15 @@ bool hasMemoryForReactor() {
     constexpr std::size_t kEnough = std::size_t{256} * 1024;
     const std::unique_ptr<char[]> lMemory(osx::allocateBytes(kEnough));
     return lMemory != nullptr;
+}
+
+/// When memory is short ACE installs the reactor all the same, only does not enter it with what it
+/// ends at the end of the process.
+void install(ACE_Reactor& aReactor) {
+    try {
+        ACE_Reactor::instance(&aReactor, false);
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 /// The one that has been installed, as long as it exists.
@@ -212,7 +222,7 @@ void OSX_Reactor::initReactor() {
     if (mReactor != nullptr) {
         gInstalled = this;
         osx::setOwnReactor(mReactor, mImplementation, mTimerQueue);
-        ACE_Reactor::instance(mReactor, false);
+        install(*mReactor);
     }
 }
 

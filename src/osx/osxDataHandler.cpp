@@ -99,12 +99,11 @@ bool osxDataHandler::wantsFreshLook() const {
 }
 
 /// Called while the socket is certain not to be closed.
-void osxDataHandler::end() {
+void osxDataHandler::shutDown() {
     mEnding = true;
     if (!hasLostDescriptor()) {
         ::shutdown(mDescriptor, SHUT_RDWR);
     }
-    askToBeServed();
 }
 
 /// A callback may also have closed the stream itself.
@@ -113,8 +112,9 @@ bool osxDataHandler::isOver() const {
 }
 
 /// A descriptor that somebody closed behind the handler's back, and that is another connection's by
-/// now, is left to that one.
+/// now, is left to that one. Nobody would do the rest for a thread that is cancelled here.
 int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
+    const osx::NoCancellation lGuard;
     if (mClosed.exchange(true)) {
         return 0;
     }

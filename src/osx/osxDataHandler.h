@@ -92,7 +92,7 @@ private:
     friend bool osx::endConnection(const void* aSocket);
 
     const void* socket() const { return &mStream; }
-    void end();
+    void shutDown();
     bool isOver() const;
     void announce();
     int registerWithReactor();

@@ -16,6 +16,7 @@
 #include "base/standardDescriptors.h"
 #include "osx/connectionOptions.h"
 #include "osx/eventLoop.h"
+#include "process/atFork.h"
 
 using osx::DiagnosticLine;
 
@@ -58,7 +59,31 @@ ACE_HANDLE acceptOn(int aSocket, ACE_INET_Addr& aPeer) {
     return lConnection;
 }
 
+std::mutex gPortsMutex;
+osxListenHandler* gPorts = nullptr;
+
 }  // namespace
+
+/// A child may close a port that a thread of its parent's was accepting on.
+class osxListenHandler::AcrossForks {
+public:
+    static void lock() {
+        gPortsMutex.lock();
+        for (osxListenHandler* lPort = gPorts; lPort != nullptr; lPort = lPort->mNextPort) {
+            lPort->mMutex.lock();
+        }
+    }
+    static void unlock() {
+        for (osxListenHandler* lPort = gPorts; lPort != nullptr; lPort = lPort->mNextPort) {
+            lPort->mMutex.unlock();
+        }
+        gPortsMutex.unlock();
+    }
+};
+
+const osx::process::AtFork osxListenHandler::gAtFork(osx::process::ForkOrder::kPorts,
+                                                     {AcrossForks::lock, AcrossForks::unlock,
+                                                      AcrossForks::unlock});
 
 osxListenHandler::osxListenHandler(unsigned long aPortnumber,
                                    osxNewConnectionFnc_t aNewConnectionFnc,
@@ -66,7 +91,8 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
                                    osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData)
     : mLocalAddress(static_cast<unsigned short>(aPortnumber)),
       mCallbacks{aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc, aUserData},
-      mSpare(ACE_INVALID_HANDLE) {
+      mSpare(ACE_INVALID_HANDLE),
+      mNextPort(nullptr) {
     openAcceptor();
     DiagnosticLine(kModule).trace(
         9,
@@ -74,6 +100,7 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
         "aDataAvailFnc [0x%x] aNewDataFnc[0x%x] aClosedConnectionFnc[0x%x] aUserData [0x%x]\n",
         aPortnumber, aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc,
         aUserData);
+    enterPorts();
     if (registerWithReactor() != 0) {
         DiagnosticLine(kModule).failure(LM_ERROR,
                                         "%t osxListenHandler::osxListenHandler: Unable to "
@@ -86,6 +113,22 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
 osxListenHandler::~osxListenHandler() {
     const osx::NoCancellation lGuard;
     close();
+    leavePorts();
+}
+
+void osxListenHandler::enterPorts() {
+    const std::lock_guard<std::mutex> lGuard(gPortsMutex);
+    mNextPort = gPorts;
+    gPorts = this;
+}
+
+void osxListenHandler::leavePorts() {
+    const std::lock_guard<std::mutex> lGuard(gPortsMutex);
+    osxListenHandler** lLink = &gPorts;
+    while (*lLink != this) {
+        lLink = &(*lLink)->mNextPort;
+    }
+    *lLink = mNextPort;
 }
 
 void osxListenHandler::close() {
@@ -101,7 +144,9 @@ ACE_HANDLE osxListenHandler::get_handle() const {
     return mAcceptor.get_handle();
 }
 
+/// Nobody would see to a connection that a cancelled thread has accepted.
 int osxListenHandler::handle_input(ACE_HANDLE) {
+    const osx::NoCancellation lGuard;
     ACE_INET_Addr lPeer;
     const ACE_HANDLE lConnection = acceptConnection(lPeer);
     if (lConnection == ACE_INVALID_HANDLE) {
@@ -112,6 +157,7 @@ int osxListenHandler::handle_input(ACE_HANDLE) {
 }
 
 osx::Served::Outcome osxListenHandler::serve(bool) {
+    const osx::NoCancellation lGuard;
     ACE_INET_Addr lPeer;
     const ACE_HANDLE lConnection = acceptConnection(lPeer);
     if (lConnection == ACE_INVALID_HANDLE) {
@@ -138,8 +184,10 @@ void osxListenHandler::leaveReactor() {
 
 int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
-        reactor()->register_handler(mAcceptor.get_handle(), this, ACE_Event_Handler::ACCEPT_MASK);
+    if (mAcceptor.get_handle() != ACE_INVALID_HANDLE &&
+        reactor()->register_handler(mAcceptor.get_handle(), this, ACE_Event_Handler::ACCEPT_MASK) ==
+            -1) {
+        reactor()->schedule_timer(this, nullptr, pauseTime());  // the shortage lasts
     }
     return 0;
 }

@@ -10,6 +10,10 @@
 #include "ace/SOCK_Acceptor.h"
 #include "osx/osxDataHandler.h"
 
+namespace osx::process {
+class AtFork;
+}
+
 /// Accepts connections, each of which gets an `osxDataHandler`.
 class OSX_EXPORT osxListenHandler : public osxEventHandler {
 public:
@@ -52,8 +56,12 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+    class AcrossForks;
+    static const osx::process::AtFork gAtFork;
 
     void openAcceptor();
+    void enterPorts();
+    void leavePorts();
     int registerWithReactor();
     ACE_HANDLE acceptConnection(ACE_INET_Addr& aPeer);
     void refuseWithSpare();
@@ -72,6 +80,7 @@ private:
     std::mutex mMutex;  ///< Keeps the acceptor from being closed under a thread that uses it.
     ACE_HANDLE mSpare;  ///< A descriptor to fall back on when the process has none left.
     Clock::time_point mNextReport;
+    osxListenHandler* mNextPort;  ///< Of all ports.
 };
 
 #endif

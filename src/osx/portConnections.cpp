@@ -5,8 +5,9 @@
 #include <cstdint>
 #include <mutex>
 
-#include "base/NeverDestroyed.h"
+#include "ace/Event_Handler.h"
 #include "osx/osxDataHandler.h"
+#include "process/atFork.h"
 
 namespace osx {
 
@@ -15,55 +16,54 @@ namespace {
 /// A few for each list with as many connections as a small device ever has.
 constexpr std::size_t kLists = 1024;
 
-struct Connections {
-    std::mutex mutex;
-    std::array<osxDataHandler*, kLists> lists{};
-};
+/// Neither has a destructor to run: connections may end while the process exits.
+std::mutex gMutex;
+std::array<osxDataHandler*, kLists> gLists{};
 
-/// Connections may end while the process exits.
-Connections& connections() {
-    static const NeverDestroyed<Connections> lConnections;
-    return *lConnections.get();
-}
+const process::AtFork gAtFork(process::ForkOrder::kLeaf, process::kKeepAcrossFork<gMutex>);
 
-std::size_t listOf(const void* aSocket) {
+osxDataHandler*& listOf(const void* aSocket) {
     constexpr std::uintptr_t kGranule = 16;  // in which memory is handed out
     const std::uintptr_t lNumber = reinterpret_cast<std::uintptr_t>(aSocket) / kGranule;
-    return static_cast<std::size_t>(lNumber ^ lNumber / kLists) % kLists;
+    return gLists[static_cast<std::size_t>(lNumber ^ lNumber / kLists) % kLists];
 }
 
 }  // namespace
 
 void enterConnection(osxDataHandler& aHandler) {
-    Connections& lAll = connections();
-    const std::lock_guard<std::mutex> lGuard(lAll.mutex);
-    osxDataHandler*& lFirst = lAll.lists[listOf(aHandler.socket())];
+    const std::lock_guard<std::mutex> lGuard(gMutex);
+    osxDataHandler*& lFirst = listOf(aHandler.socket());
     aHandler.mNext = lFirst;
     lFirst = &aHandler;
 }
 
 void takeConnectionOut(osxDataHandler& aHandler) {
-    Connections& lAll = connections();
-    const std::lock_guard<std::mutex> lGuard(lAll.mutex);
-    osxDataHandler** lLink = &lAll.lists[listOf(aHandler.socket())];
+    const std::lock_guard<std::mutex> lGuard(gMutex);
+    osxDataHandler** lLink = &listOf(aHandler.socket());
     while (*lLink != &aHandler) {
         lLink = &(*lLink)->mNext;
     }
     *lLink = aHandler.mNext;
 }
 
-/// With the lock held, so that the descriptor is still the connection's.
+/// Shut down with the lock held, so that the descriptor is still the connection's.
 bool endConnection(const void* aSocket) {
-    Connections& lAll = connections();
-    const std::lock_guard<std::mutex> lGuard(lAll.mutex);
-    osxDataHandler* lHandler = lAll.lists[listOf(aSocket)];
-    while (lHandler != nullptr && lHandler->socket() != aSocket) {
-        lHandler = lHandler->mNext;
+    ACE_Event_Handler_var lReference;
+    osxDataHandler* lHandler = nullptr;
+    {
+        const std::lock_guard<std::mutex> lGuard(gMutex);
+        lHandler = listOf(aSocket);
+        while (lHandler != nullptr && lHandler->socket() != aSocket) {
+            lHandler = lHandler->mNext;
+        }
+        if (lHandler == nullptr) {
+            return false;
+        }
+        lHandler->shutDown();
+        lHandler->add_reference();
+        lReference.reset(lHandler);
     }
-    if (lHandler == nullptr) {
-        return false;
-    }
-    lHandler->end();
+    lHandler->askToBeServed();
     return true;
 }
 

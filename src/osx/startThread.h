@@ -4,6 +4,7 @@
 #define OSX_OSX_STARTTHREAD_H
 
 #include "ace/Task.h"
+#include "process/aceState.h"
 #include "process/atEnd.h"
 
 namespace osx {
@@ -12,6 +13,9 @@ namespace osx {
 /// @return 0; 1 if it runs already; -1 when it could not be started.
 inline int startThread(ACE_Task_Base& aTask) {
     process::expectEnd();
+    if (!process::reserveThread()) {
+        return -1;
+    }
     return aTask.activate(THR_NEW_LWP, 1, 0, ACE_DEFAULT_THREAD_PRIORITY, -1);
 }
 

@@ -1,17 +1,21 @@
 #include "process/aceState.h"
 
+#include <cerrno>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 
 #include "ace/ACE.h"
 #include "ace/Base_Thread_Adapter.h"
+#include "ace/Framework_Component.h"
 #include "ace/Log_Msg.h"
 #include "ace/Malloc_Base.h"
 #include "ace/Object_Manager.h"
 #include "ace/Object_Manager_Base.h"
 #include "ace/Thread_Manager.h"
 #include "base/NeverDestroyed.h"
+#include "base/allocate.h"
 #include "process/atFork.h"
 
 namespace osx::process {
@@ -37,7 +41,21 @@ public:
     static ACE_Thread_Mutex& lock() {
         return ACE_Thread_Manager::instance()->*(&ThreadManagerAccess::lock_);
     }
+    static auto& freeDescriptors() {
+        return ACE_Thread_Manager::instance()->*(&ThreadManagerAccess::thread_desc_freelist_);
+    }
 };
+
+/// An explicit instantiation may name what is private.
+template <class Member, Member aMember>
+struct DescriptorAccess {
+    friend bool isWhole(const ACE_Thread_Descriptor& aDescriptor) {
+        return aDescriptor.*aMember != nullptr;
+    }
+};
+bool isWhole(const ACE_Thread_Descriptor& aDescriptor);
+template struct DescriptorAccess<ACE_DEFAULT_THREAD_MANAGER_LOCK * ACE_Thread_Descriptor::*,
+                                 &ACE_Thread_Descriptor::sync_>;
 
 /// ACE sets its flags under its log lock, which another thread may hold for ever: one whose output
 /// is stalled. An explicit instantiation may name what is private.
@@ -120,13 +138,31 @@ void renewLocks() {
 
 const AtFork gAtFork(ForkOrder::kLog, {takeLocks, releaseLocks, renewLocks});
 
-/// The first task or thread would make them, and crash in ACE when memory is short by then.
+/// The first task, thread or reactor would make them, and crash in ACE when memory is short by
+/// then.
 [[gnu::constructor]] void makeSingletons() {
     ACE_Thread_Manager::instance();
     ACE_Allocator::instance();
+    ACE_Framework_Repository::instance();
 }
 
 }  // namespace
+
+/// ACE takes the descriptor of a thread from those that are free. It makes more before it comes to
+/// the last one, and does not look whether it had the memory.
+bool reserveThread() noexcept {
+    constexpr std::size_t kSpare = 4;
+    auto& lFree = ThreadManagerAccess::freeDescriptors();
+    while (lFree.size() < kSpare) {
+        std::unique_ptr<ACE_Thread_Descriptor> lDescriptor(allocate<ACE_Thread_Descriptor>());
+        if (lDescriptor == nullptr || !isWhole(*lDescriptor)) {
+            errno = ENOMEM;
+            return false;
+        }
+        lFree.add(lDescriptor.release());
+    }
+    return true;
+}
 
 bool isAceGone() noexcept {
     return ACE_Object_Manager::shutting_down() != 0;

@@ -5,6 +5,10 @@
 
 namespace osx::process {
 
+/// To be called before a thread is started by ACE, which does not survive want of memory there.
+/// @return false (ENOMEM) when the thread must not be started.
+bool reserveThread() noexcept;
+
 /// @return whether ACE has been torn down, or is being.
 bool isAceGone() noexcept;
 

@@ -18,9 +18,10 @@ namespace osx::process {
 
 /// Who holds a lock of one kind may take one of the kinds below it.
 enum class ForkOrder {
-    kLoop,  ///< The loop threads' and the reactor's.
-    kLog,   ///< ACE's, of its threads and its logging, under which the back ends run.
-    kLeaf   ///< Those that are held for some instructions, and under which no line is written.
+    kPorts,  ///< The ports', under which they enter the loop and leave it.
+    kLoop,   ///< The loop threads' and the reactor's.
+    kLog,    ///< ACE's, of its threads and its logging, under which the back ends run.
+    kLeaf    ///< Those that are held for some instructions, and under which no line is written.
 };
 
 /// What is done in the process before it forks, in it afterwards, and in the child. The child must

@@ -13,6 +13,7 @@
 #include "ace/Functor.h"
 #include "ace/Pipe.h"
 #include "ace/Reactor.h"
+#include "base/NoCancellation.h"
 #include "reactor/Served.h"
 #include "reactor/TimerQueue.h"
 #include "reactor/replaceDescriptor.h"
@@ -77,6 +78,20 @@ private:
 
 }  // namespace
 
+/// A thread in `attempt`. In a child that it has forked there it does not count: nobody knows how
+/// many others were in.
+class LoopReactor::Inside {
+public:
+    explicit Inside(LoopReactor& aLoop) : mLoop(aLoop), mForks(aLoop.mForks) { ++mLoop.mInside; }
+    ~Inside() { mLoop.mInside -= mForks == mLoop.mForks ? 1 : 0; }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+
+private:
+    LoopReactor& mLoop;
+    const unsigned int mForks;
+};
+
 LoopReactor::LoopReactor(TimerQueue& aTimers)
     : ACE_TP_Reactor(nullptr, &aTimers, true, ACE_Select_Reactor_Token::FIFO),
       mTimers(aTimers),
@@ -85,6 +100,7 @@ LoopReactor::LoopReactor(TimerQueue& aTimers)
       mThroughAce(false),
       mSleepers(0),
       mInside(0),
+      mForks(0),
       mEnded(false),
       mHasToEnrol(false),
       mClosed(true) {
@@ -120,7 +136,7 @@ bool LoopReactor::setUp() {
 
 /// Puts the loop's own descriptors into the poll.
 bool LoopReactor::fillPoll() const {
-    return mSet.descriptor() != -1 && mTimer.descriptor() != -1 && mWake != -1 &&
+    return mSet.usable() && mTimer.descriptor() != -1 && mWake != -1 &&
            notify_handler_ != nullptr &&
            mSet.addTagged(mTimer.descriptor(), ServedSet::kTimer, EPOLLIN | EPOLLET) == 0 &&
            mSet.addTagged(mWake, ServedSet::kWake, EPOLLIN | EPOLLET) == 0 &&
@@ -156,13 +172,15 @@ void LoopReactor::renewInChild() {
     if (auto* const lNotify = dynamic_cast<ACE_Select_Reactor_Notify*>(notify_handler_)) {
         replacePipe(NotifyAccess::pipe(*lNotify));
     }
-    mSet.renewPoll();
+    mSet.renewInChild();
     mTimer.renew();
     replaceDescriptor(mWake, ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     fillPoll();
     mReady.forget();
     mTimers.beginAnew();
     mSleepers = 0;
+    mInside = 0;
+    ++mForks;
     mHasToEnrol = true;
     mTimers.mutex().unlock();
     mReady.mutex().unlock();
@@ -177,7 +195,8 @@ void LoopReactor::renewInChild() {
 // --- the two ways ---
 
 /// Called, with the token, after each change of ACE's sets. Who sleeps in the poll has to go to
-/// ACE's loop once the application has a handler; who sleeps in ACE's loop may stay there.
+/// ACE's loop once the application has a handler. The other way round nobody sleeps: who does has
+/// the token.
 void LoopReactor::chooseMode() {
     const bool lThroughAce =
         bitsOf(wait_set_) + bitsOf(suspend_set_) > kOwnBits || timer_queue_ != &mTimers;
@@ -217,9 +236,10 @@ int LoopReactor::serveOne(std::chrono::milliseconds aLimit) {
 /// @param aLimitMs of a wait; -1 for none.
 /// @param[out] aWaited kNothing if the thread was woken for nothing that it could serve.
 int LoopReactor::attempt(int aLimitMs, Waited& aWaited) {
-    const Counted lInside(mInside);
+    const Inside lInside(*this);
     aWaited = kFailed;
     if (mEnded) {
+        passOn();
         errno = ESHUTDOWN;
         return -1;
     }
@@ -232,7 +252,9 @@ int LoopReactor::attempt(int aLimitMs, Waited& aWaited) {
     if (mThroughAce) {
         passOn();
         ACE_Time_Value lLimit(std::chrono::milliseconds(aLimitMs < 0 ? 0 : aLimitMs));
-        return ACE_TP_Reactor::handle_events(aLimitMs < 0 ? nullptr : &lLimit);
+        const int lResult = ACE_TP_Reactor::handle_events(aLimitMs < 0 ? nullptr : &lLimit);
+        aWaited = lResult == 0 && !mThroughAce ? kNothing : kFailed;
+        return lResult;
     }
     std::array<epoll_event, ReadyQueue::kSize> lEvents;
     const int lCount = wait(lEvents.data(), aLimitMs);
@@ -241,6 +263,14 @@ int LoopReactor::attempt(int aLimitMs, Waited& aWaited) {
     }
     aWaited = lCount == 0 ? kNothing : serveAll(lEvents.data(), lCount);
     return aWaited == kServed ? 1 : 0;
+}
+
+/// With the token. Who got it only after the last handler of the application's had gone must not
+/// sleep with it: who wants it sends a notification, which those in the poll may take.
+int LoopReactor::wait_for_multiple_events(ACE_Select_Reactor_Handle_Set& aReady,
+                                          ACE_Time_Value* aLimit) {
+    ACE_Time_Value lNoWait(ACE_Time_Value::zero);
+    return ACE_TP_Reactor::wait_for_multiple_events(aReady, mThroughAce ? aLimit : &lNoWait);
 }
 
 /// @return whether there was an event that had been taken before.
@@ -259,7 +289,7 @@ bool LoopReactor::serveReady(Waited& aWaited) {
 int LoopReactor::wait(epoll_event* aEvents, int aLimitMs) {
     const bool lIsAlone = mInside.load(std::memory_order_relaxed) == 1 && !mSet.wantsFreshLook();
     const Counted lSleeper(mSleepers);
-    const bool lMaySleep = mReady.empty() && !mThroughAce;
+    const bool lMaySleep = mReady.empty() && !mThroughAce && !mEnded;
     return ::epoll_wait(mSet.descriptor(), aEvents, lIsAlone ? ReadyQueue::kSize : 1,
                         lMaySleep ? aLimitMs : 0);
 }
@@ -296,6 +326,7 @@ LoopReactor::Waited LoopReactor::serve(const epoll_event& aEvent) {
         case ServedSet::kTimer:
             return serveTimer() ? kServed : kNothing;
         case ServedSet::kWake:
+            passOn();  // this thread may not come by again
             return kNothing;
         case ServedSet::kNotify:
             return serveNotification() ? kServed : kNothing;
@@ -309,10 +340,15 @@ bool LoopReactor::serveTimer() {
     return mTimers.expire_single(lNothing) != 0;
 }
 
-/// As ACE's loop does it. Each read of the pipe gets a whole notification.
+/// As ACE's loop does it. Each read of the pipe gets a whole notification. One that may have been
+/// meant for a thread that sleeps in ACE's loop is sent again.
 bool LoopReactor::serveNotification() {
     ACE_Notification_Buffer lNotification;
-    while (notify_handler_->read_notify_pipe(notify_handler_->notify_handle(), lNotification) > 0) {
+    while (!mThroughAce &&
+           notify_handler_->read_notify_pipe(notify_handler_->notify_handle(), lNotification) > 0) {
+        if (mThroughAce) {
+            wakeup_all_threads();
+        }
         if (notify_handler_->is_dispatchable(lNotification) > 0) {
             notify_handler_->dispatch_notify(lNotification);
             return true;
@@ -322,14 +358,16 @@ bool LoopReactor::serveNotification() {
 }
 
 void LoopReactor::wakeOne() const {
+    const NoCancellation lGuard;
     const std::uint64_t lOne = 1;
     [[maybe_unused]] const ssize_t lWritten = ::write(mWake, &lOne, sizeof lOne);
 }
 
-/// Wakes a thread for what this one leaves: events that wait, or the other way of waiting. That one
-/// does the same.
+/// Wakes a thread for what this one leaves: events that wait, the other way of waiting, or the end.
+/// That one does the same.
 void LoopReactor::passOn() const {
-    if ((!mReady.empty() && (mSleepers != 0 || mThroughAce)) || (mThroughAce && mSleepers != 0)) {
+    const bool lSleeps = mSleepers != 0;
+    if ((!mReady.empty() && (lSleeps || mThroughAce)) || ((mThroughAce || mEnded) && lSleeps)) {
         wakeOne();
     }
 }
@@ -502,6 +540,7 @@ int LoopReactor::deactivated() {
 void LoopReactor::deactivate(int aEnd) {
     mEnded = aEnd != 0;
     ACE_TP_Reactor::deactivate(aEnd);
+    passOn();  // ACE's notification wakes one thread
 }
 
 int LoopReactor::work_pending(const ACE_Time_Value& aLimit) {

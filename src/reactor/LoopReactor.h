@@ -86,6 +86,8 @@ protected:
     int suspend_i(ACE_HANDLE aHandle) override;
     int resume_i(ACE_HANDLE aHandle) override;
     int is_suspended_i(ACE_HANDLE aHandle) override;
+    int wait_for_multiple_events(ACE_Select_Reactor_Handle_Set& aReady,
+                                 ACE_Time_Value* aLimit) override;
 
 private:
     /// The event poll as a handler of ACE's loop. It takes an event, has itself waited for again by
@@ -99,6 +101,8 @@ private:
     private:
         LoopReactor& mLoop;
     };
+
+    class Inside;
 
     /// What a wait came to.
     enum Waited { kServed, kNothing, kFailed };
@@ -124,7 +128,8 @@ private:
     ReadyQueue mReady;
     std::atomic<bool> mThroughAce;  ///< Whether the application has handlers of its own.
     std::atomic<int> mSleepers;     ///< Threads that wait in the poll, or are about to.
-    std::atomic<int> mInside;
+    std::atomic<int> mInside;       ///< Threads in `attempt`.
+    unsigned int mForks;            ///< Forks that made this process's reactor what it is.
     std::atomic<bool> mEnded;       ///< ACE's own mark is a plain word, and is read with the token.
     std::atomic<bool> mHasToEnrol;  ///< In the child of a fork, until it runs the loop.
     bool mClosed;

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "reactor/Served.h"
 #include "reactor/replaceDescriptor.h"
@@ -36,7 +38,9 @@ bool is(std::uint64_t aWord, std::uint64_t aState) {
 
 }  // namespace
 
-ServedSet::ServedSet() : mPoll(::epoll_create1(EPOLL_CLOEXEC)) {}
+ServedSet::ServedSet() : mPoll(::epoll_create1(EPOLL_CLOEXEC)) {
+    makeSlot(0);
+}
 
 ServedSet::~ServedSet() {
     close();
@@ -46,6 +50,10 @@ ServedSet::~ServedSet() {
     if (mPoll != -1) {
         ::close(mPoll);
     }
+}
+
+bool ServedSet::usable() const {
+    return mPoll != -1 && slot(0) != nullptr;
 }
 
 int ServedSet::addTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const {
@@ -209,17 +217,11 @@ void ServedSet::suspendAll(bool aSuspend) {
     forEachPresent([this, aSuspend](ACE_HANDLE aHandle) { suspend(aHandle, aSuspend); });
 }
 
-void ServedSet::renewPoll() const {
-    replaceDescriptor(mPoll, ::epoll_create1(EPOLL_CLOEXEC));
-}
-
-/// The threads that were serving are the parent's.
 void ServedSet::enrolAll() {
     forEachPresent([this](ACE_HANDLE aHandle) {
         const std::lock_guard<std::mutex> lGuard(mMutex);
-        Slot& lSlot = *slot(aHandle);
         if (has(aHandle)) {
-            lSlot.word.fetch_and(~(kServing | kAgain));
+            const Slot& lSlot = *slot(aHandle);
             tell(EPOLL_CTL_ADD, aHandle, lSlot.word.load(), *lSlot.handler.load());
         }
     });
@@ -235,6 +237,78 @@ void ServedSet::close() {
 
 // --- serving ---
 
+/// What a thread is serving, from the event on; servings nest where a callback runs the loop.
+class ServedSet::Serving {
+public:
+    Serving(ServedSet& aSet, Slot& aSlot, ACE_HANDLE aHandle, std::uint32_t aGeneration,
+            Served& aHandler)
+        : mSet(aSet),
+          mSlot(aSlot),
+          mHandle(aHandle),
+          mGeneration(aGeneration),
+          mHandler(aHandler),
+          mWantsFreshLook(aHandler.wantsFreshLook()),
+          mOuter(std::exchange(tInnermost, this)) {}
+    /// A callback may end its thread; the handler then goes on with the others.
+    ~Serving() {
+        tInnermost = mOuter;
+        if (!mEnded) {
+            const NoCancellation lGuard;
+            settle(end(mSlot, mGeneration, true, false));
+        }
+    }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+
+    void run();
+    static bool isCallers(const Slot& aSlot);
+
+private:
+    void settle(Rest aRest);
+
+    ServedSet& mSet;
+    Slot& mSlot;
+    const ACE_HANDLE mHandle;
+    const std::uint32_t mGeneration;
+    Served& mHandler;
+    const bool mWantsFreshLook;
+    const Serving* const mOuter;
+    bool mEnded = false;
+
+    static thread_local const Serving* tInnermost;
+};
+
+thread_local const ServedSet::Serving* ServedSet::Serving::tInnermost = nullptr;
+
+/// One that wants a fresh look never goes on by itself: the kernel looks.
+void ServedSet::Serving::run() {
+    Rest lRest = kGoOn;
+    for (int lPortion = 1; lRest == kGoOn; ++lPortion) {
+        const bool lToTheEnd = is(mSlot.word.load(std::memory_order_acquire), kEnded);
+        const bool lBusy = mHandler.serve(lToTheEnd) == Served::kBusy;
+        lRest = end(mSlot, mGeneration, lBusy, !mWantsFreshLook && lPortion < kPortions);
+    }
+    mEnded = true;
+    settle(lRest);
+}
+
+void ServedSet::Serving::settle(Rest aRest) {
+    if (aRest == kTakenOut) {
+        finish(mHandler, mHandle);
+    } else if (aRest == kTellAgain || mWantsFreshLook) {
+        mSet.tellAgain(mHandle, mGeneration);
+    }
+}
+
+/// @return whether it is the calling thread that serves what is in a slot.
+bool ServedSet::Serving::isCallers(const Slot& aSlot) {
+    const Serving* lServing = tInnermost;
+    while (lServing != nullptr && &lServing->mSlot != &aSlot) {
+        lServing = lServing->mOuter;
+    }
+    return lServing != nullptr;
+}
+
 bool ServedSet::serve(const epoll_event& aEvent) {
     const auto lHandle = static_cast<ACE_HANDLE>(aEvent.data.u64 & 0xFFFFFFFFU);
     const std::uint32_t lGeneration = generationOf(aEvent.data.u64);
@@ -243,8 +317,18 @@ bool ServedSet::serve(const epoll_event& aEvent) {
     if (!begin(lSlot, lGeneration, aEvent.events, lHandler)) {
         return false;
     }
-    run(lSlot, lHandle, lGeneration, *lHandler);
+    Serving(*this, lSlot, lHandle, lGeneration, *lHandler).run();
     return true;
+}
+
+void ServedSet::renewInChild() {
+    replaceDescriptor(mPoll, ::epoll_create1(EPOLL_CLOEXEC));
+    forEachPresent([this](ACE_HANDLE aHandle) {
+        Slot& lSlot = *slot(aHandle);
+        if (!Serving::isCallers(lSlot)) {
+            lSlot.word.fetch_and(~(kServing | kAgain));
+        }
+    });
 }
 
 /// The handler is read before the word is changed: that the word was the same then, generation
@@ -262,26 +346,6 @@ bool ServedSet::begin(Slot& aSlot, std::uint32_t aGeneration, std::uint32_t aEve
         if (aSlot.word.compare_exchange_weak(lWord, lNew)) {
             return !is(lWord, kServing);
         }
-    }
-}
-
-/// One that wants a fresh look never goes on by itself: the kernel looks.
-void ServedSet::run(Slot& aSlot, ACE_HANDLE aHandle, std::uint32_t aGeneration, Served& aHandler) {
-    const bool lWantsFreshLook = aHandler.wantsFreshLook();
-    for (int lPortion = 1;; ++lPortion) {
-        const bool lToTheEnd = is(aSlot.word.load(std::memory_order_acquire), kEnded);
-        const bool lBusy = aHandler.serve(lToTheEnd) == Served::kBusy;
-        const bool lMayGoOn = !lWantsFreshLook && lPortion < kPortions;
-        const Rest lRest = end(aSlot, aGeneration, lBusy, lMayGoOn);
-        if (lRest == kGoOn) {
-            continue;
-        }
-        if (lRest == kTakenOut) {
-            finish(aHandler, aHandle);
-        } else if (lRest == kTellAgain || lWantsFreshLook) {
-            tellAgain(aHandle, aGeneration);
-        }
-        return;
     }
 }
 

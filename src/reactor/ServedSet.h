@@ -47,6 +47,10 @@ public:
     ServedSet(const ServedSet&) = delete;
     ServedSet& operator=(const ServedSet&) = delete;
 
+    /// @return whether there is a poll, and memory for as many descriptors as most processes have:
+    ///         what is added there does not fail for want of memory.
+    bool usable() const;
+
     /// @return the event poll's descriptor; -1 when there is none.
     int descriptor() const { return mPoll; }
 
@@ -85,7 +89,9 @@ public:
     /// takes out does not go from its parent's.
     /// @{
     std::mutex& mutex() { return mMutex; }
-    void renewPoll() const;
+    /// With the lock held. What other threads were serving is idle; what the calling one is
+    /// serving, because its callback has forked, is served by nobody else until that returns.
+    void renewInChild();
     void enrolAll();
     /// @}
 
@@ -111,6 +117,7 @@ private:
         std::array<Slot, kChunk> slots;
     };
     enum Rest { kDone, kGoOn, kTellAgain, kTakenOut };
+    class Serving;
 
     Slot* slot(ACE_HANDLE aHandle) const;
     Slot* makeSlot(ACE_HANDLE aHandle);
@@ -121,7 +128,6 @@ private:
     bool takeOut(ACE_HANDLE aHandle, const Served* aOnly, int aLeft);
     static bool begin(Slot& aSlot, std::uint32_t aGeneration, std::uint32_t aEvents,
                       Served*& aHandler);
-    void run(Slot& aSlot, ACE_HANDLE aHandle, std::uint32_t aGeneration, Served& aHandler);
     static Rest end(Slot& aSlot, std::uint32_t aGeneration, bool aBusy, bool aMayGoOn);
     static void finish(Served& aHandler, ACE_HANDLE aHandle);
 

@@ -10,6 +10,7 @@
 #include "ace/Functor.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
+#include "process/atFork.h"
 #include "reactor/LoopTimer.h"
 
 namespace osx {
@@ -25,6 +26,8 @@ constexpr std::chrono::seconds kHandlerGrace(2);
 
 std::mutex gUnusedMutex;
 TimerQueue* gUnused = nullptr;
+
+const process::AtFork gAtFork(process::ForkOrder::kLeaf, process::kKeepAcrossFork<gUnusedMutex>);
 
 /// Far more than any clock reaches, and still a number of microseconds.
 constexpr std::int64_t kMaxSeconds = 4000000000000;
@@ -365,6 +368,8 @@ void TimerQueue::beginAnew() {
             *lLink = lCall->mNext;
         }
     }
+    // It would wait for those who waited in it.
+    new (&mCallEnded) std::condition_variable;
     mWaiting = 0;
     setAlarm();
 }

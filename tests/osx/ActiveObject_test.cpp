@@ -496,6 +496,27 @@ TEST(ActiveObject, InsertLeavesTheRequestToTheCallerWhenMemoryIsShort) {
     }
 }
 
+TEST(ActiveObject, MadeWithoutMemoryForItsQueueFailsInEveryCall) {
+    for (int lAllowed = 0; lAllowed < 2; ++lAllowed) {
+        std::unique_ptr<test::FailingAllocator> lFailing(new test::FailingAllocator(lAllowed));
+        ActiveObject lObject;
+        const int lFailures = lFailing->failures();
+        lFailing.reset();
+        ASSERT_NE(0, lFailures);
+        Journal lJournal;
+        auto lRequest = std::make_unique<Entry>(lJournal, 1);
+        const auto lFails = [](int aResult) { return aResult == -1 && errno == ENOMEM; };
+        errno = 0;
+        EXPECT_TRUE(lFails(lObject.svc()));
+        errno = 0;
+        EXPECT_TRUE(lFails(lObject.insert(lRequest.get())));
+        errno = 0;
+        EXPECT_TRUE(lFails(lObject.init()));
+        lObject.stop();
+        EXPECT_THAT(lJournal.ran(), IsEmpty());
+    }
+}
+
 TEST(StopRequest, OfNoObjectDoesNothing) {
     StopRequest lRequest(nullptr);
     EXPECT_EQ(0, lRequest.call());

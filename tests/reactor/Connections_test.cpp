@@ -17,7 +17,9 @@
 #include <vector>
 
 #include "ace/Reactor.h"
+#include "osx/osxListenHandler.h"
 #include "reactor/EchoPort.h"
+#include "reactor/PollModel.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 
@@ -348,6 +350,21 @@ TEST(Connections, FindOutThatTheirPeerHasVanished) {
     EXPECT_GE(kWithinS, optionOf(lSocket, IPPROTO_TCP, TCP_KEEPIDLE) +
                             optionOf(lSocket, IPPROTO_TCP, TCP_KEEPINTVL) *
                                 optionOf(lSocket, IPPROTO_TCP, TCP_KEEPCNT));
+}
+
+/// As at the end of the pause of a port that had no descriptors.
+TEST(Connections, AreAcceptedByAPortThatTheKernelHasNoMemoryForTheFirstTimes) {
+    const test::LogCapture lLog;
+    const test::RunningReactor lLoop;
+    EchoPort lPort;
+    auto* const lListener = static_cast<osxListenHandler*>(lPort.handle());
+    test::refuseToAdd(lListener->get_handle(), 3);
+    ACE_Reactor::instance()->remove_handler(
+        lListener->get_handle(), ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
+    lListener->handle_timeout(ACE_Time_Value::zero, nullptr);
+    TcpPeer lPeer = lPort.connect();
+    EXPECT_TRUE(EchoPort::echoes(lPeer));
+    EXPECT_EQ(0, test::refusalsLeft());
 }
 
 namespace {

@@ -1,0 +1,248 @@
+// Children of a process whose threads are in the loop, in a port or in a timer at the fork.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "ace/Reactor.h"
+#include "osx/observation.h"
+#include "osx/osx.h"
+#include "reactor/EchoPort.h"
+#include "reactor/PollModel.h"
+#include "support/LogCapture.h"
+#include "support/RunningReactor.h"
+#include "support/inChild.h"
+
+using test::Counter;
+using test::EchoPort;
+using test::TcpPeer;
+
+namespace {
+
+/// Runs a work over and over on some threads.
+class Busy {
+public:
+    template <class Work>
+    Busy(int aThreads, Work aWork) {
+        for (int lThread = 0; lThread < aThreads; ++lThread) {
+            mThreads.emplace_back([this, aWork] {
+                while (!mStop) {
+                    aWork();
+                }
+            });
+        }
+    }
+    ~Busy() {
+        mStop = true;
+        for (std::thread& lThread : mThreads) {
+            lThread.join();
+        }
+    }
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+
+private:
+    std::atomic<bool> mStop{false};
+    std::vector<std::thread> mThreads;
+};
+
+}  // namespace
+
+/// As fast as its parent was: a thread that is alone takes many events at once.
+TEST(ForkedChild, IsAloneInItsLoopThoughItsParentWasNot) {
+    const test::LogCapture lLog;
+    EchoPort lPort;
+    const test::RunningReactor lLoop(3);
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(EchoPort::echoes(lPeer));
+    EXPECT_TRUE(test::inChild([] {
+        ACE_Time_Value lLimit(0, 1000);
+        ACE_Reactor::instance()->handle_events(lLimit);
+        return test::eventsWanted() > 1;
+    }));
+}
+
+/// AddressSanitizer does not take the locks of its allocator before a fork: the child would wait
+/// for one that another thread held.
+#ifndef __SANITIZE_ADDRESS__
+TEST(ForkedChild, UnregistersAPortThoughAThreadWasAcceptingOnIt) {
+    constexpr int kRounds = 200;
+    const test::LogCapture lLog;
+    EchoPort lPort;
+    const test::RunningReactor lLoop(2);
+    const Busy lClients(3, [&] { lPort.connect(); });
+    EXPECT_TRUE(lPort.mOpened.waitFor(10));
+    for (int lRound = 0; lRound < kRounds; ++lRound) {
+        ASSERT_TRUE(test::inChild([&] {
+            void* lHandle = lPort.handle();
+            return osxUnregisterPort(lHandle) == 0;
+        })) << lRound;
+    }
+}
+
+TEST(ForkedChild, ClosesAConnectionThoughAThreadWasClosingOne) {
+    constexpr int kRounds = 50;
+    const test::LogCapture lLog;
+    EchoPort lPort;
+    const test::RunningReactor lLoop;
+    TcpPeer lPeer = lPort.connect();
+    lPeer.send("b");  // whose callback keeps the connection from ending
+    ASSERT_TRUE(lPort.mBlocked.waitFor(1));
+    void* const lSocket = lPort.mLast;
+    {
+        const Busy lClosers(2, [lSocket] { osxCloseSocket(lSocket); });
+        for (int lRound = 0; lRound < kRounds; ++lRound) {
+            ASSERT_TRUE(test::inChild([lSocket] { return osxCloseSocket(lSocket) == 0; }))
+                << lRound;
+        }
+    }
+    lPort.letGo();
+    EXPECT_TRUE(lPort.mClosed.waitFor(1));
+}
+#endif
+
+namespace {
+
+/// A timer whose callback lasts until it is told.
+class LongTimer {
+public:
+    LongTimer() : mTimer(osxCreateTimer(&run, this, 0, 0)) { mBegun.waitFor(1); }
+    ~LongTimer() { mEnded.waitFor(1); }
+    LongTimer(const LongTimer&) = delete;
+    LongTimer& operator=(const LongTimer&) = delete;
+
+    /// Destroys the timer, which waits for the callback to end, as it does soon.
+    void destroy() {
+        std::thread lEnder([this] { mLetGo.add(); });
+        osxDestroyTimer(mTimer);
+        lEnder.join();
+    }
+    /// Destroys it though the callback does not end.
+    void abandon() { osxDestroyTimer(mTimer); }
+    void letGo() { mLetGo.add(); }
+
+private:
+    static void run(const void* aTimer) {
+        auto* const lTimer = static_cast<LongTimer*>(const_cast<void*>(aTimer));
+        lTimer->mBegun.add();
+        lTimer->mLetGo.waitFor(1);
+        lTimer->mEnded.add();
+    }
+
+    Counter mBegun;
+    Counter mLetGo;
+    Counter mEnded;
+    void* mTimer;
+};
+
+}  // namespace
+
+// ThreadSanitizer starts no thread in the child of a process with several.
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+/// The threads that waited at the fork are not in the child, and must not be waited for there.
+TEST(ForkedChild, DestroysTimersThoughAThreadWasWaitingForACallback) {
+    constexpr int kRounds = 10;
+    const test::LogCapture lLog;
+    const test::RunningReactor lLoop(1);
+    for (int lRound = 0; lRound < kRounds; ++lRound) {
+        LongTimer lTimer;
+        std::thread lWaiter([&] { lTimer.abandon(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        const bool lRight = test::inChild([] {
+            test::RunningReactor::reactor().startReactor();
+            for (int lOne = 0; lOne < 20; ++lOne) {
+                LongTimer().destroy();
+            }
+            return true;
+        });
+        lTimer.letGo();
+        lWaiter.join();
+        ASSERT_TRUE(lRight) << lRound;
+    }
+}
+
+namespace {
+
+/// A port whose callback forks for an 'f'. In the child it starts a loop thread, tells so, and
+/// waits until another connection has been served. The child ends with the next byte.
+class ForkingPort {
+public:
+    ForkingPort() : mNumber(test::freePort()) {
+        EXPECT_EQ(0, ::pipe(mStarted.data()));
+        osxRegisterPort(mPort, mNumber, nullptr, nullptr, &onData, nullptr, this);
+    }
+    ~ForkingPort() {
+        osxUnregisterPort(mPort);
+        ::close(mStarted[0]);
+        ::close(mStarted[1]);
+    }
+    ForkingPort(const ForkingPort&) = delete;
+    ForkingPort& operator=(const ForkingPort&) = delete;
+
+    TcpPeer connect() const { return TcpPeer::connect(mNumber); }
+    void waitUntilTheChildHasALoop() const {
+        char lByte = 0;
+        EXPECT_EQ(1, ::read(mStarted[0], &lByte, 1));
+    }
+    Counter mChildEnded;
+    std::atomic<int> mStatus{-1};
+
+private:
+    static void onData(void*, void*& aUserData, unsigned char* aData, unsigned long) {
+        auto& lPort = *static_cast<ForkingPort*>(aUserData);
+        switch (*aData) {
+            case 'f':
+                lPort.fork();
+                break;
+            case 'o':
+                lPort.mOther.add();
+                break;
+            default:
+                ::_exit(lPort.mInside ? 1 : 0);
+        }
+    }
+    void fork() {
+        const pid_t lChild = ::fork();
+        if (lChild == 0) {
+            ::alarm(60);
+            mInside = true;
+            test::RunningReactor::reactor().startReactor();
+            EXPECT_EQ(1, ::write(mStarted[1], "x", 1));
+            mOther.waitFor(1);
+            mInside = false;
+            return;
+        }
+        int lStatus = -1;
+        ::waitpid(lChild, &lStatus, 0);
+        mStatus = lStatus;
+        mChildEnded.add();
+    }
+
+    unsigned short mNumber;
+    void* mPort = nullptr;
+    std::array<int, 2> mStarted{};
+    std::atomic<bool> mInside{false};
+    Counter mOther;
+};
+
+}  // namespace
+
+TEST(ForkedChild, DoesNotServeTheConnectionWhoseCallbackForkedUntilThatReturns) {
+    const test::LogCapture lLog;
+    ForkingPort lPort;
+    const test::RunningReactor lLoop;
+    TcpPeer lForking = lPort.connect();
+    TcpPeer lOther = lPort.connect();
+    lForking.send("f");
+    lPort.waitUntilTheChildHasALoop();
+    lForking.send("x");
+    lOther.send("o");
+    EXPECT_TRUE(lPort.mChildEnded.waitFor(1, std::chrono::seconds(100)));
+    EXPECT_EQ(0, lPort.mStatus);
+}
+#endif

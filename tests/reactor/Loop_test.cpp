@@ -1,0 +1,335 @@
+// The loop itself: who wakes up for what, and threads that are called off in the middle of it.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ace/Log_Record.h"
+#include "ace/Reactor.h"
+#include "ace/TP_Reactor.h"
+#include "logging/Logging.h"
+#include "osx/ActiveObject.h"
+#include "osx/observation.h"
+#include "osx/osx.h"
+#include "reactor/EchoPort.h"
+#include "support/InstalledBackend.h"
+#include "support/LogCapture.h"
+#include "support/RunningReactor.h"
+#include "support/cancellation.h"
+#include "support/waitUntil.h"
+
+using std::chrono::milliseconds;
+using test::Counter;
+using test::EchoPort;
+using test::TcpPeer;
+
+namespace {
+
+OSX_Reactor& loop() {
+    return test::RunningReactor::reactor();
+}
+
+/// @return what the kernel says of a thread of this process, by the name of a line.
+std::string statusOf(const std::string& aThread, const std::string& aName) {
+    std::ifstream lStatus("/proc/self/task/" + aThread + "/status");
+    for (std::string lLine; std::getline(lStatus, lLine);) {
+        if (lLine.rfind(aName + ":", 0) == 0) {
+            return lLine.substr(aName.size() + 2);
+        }
+    }
+    return {};
+}
+
+/// @return the other threads of this process, by their numbers.
+std::vector<std::string> otherThreads() {
+    std::vector<std::string> lThreads;
+    DIR* const lTasks = ::opendir("/proc/self/task");
+    while (const dirent* const lTask = ::readdir(lTasks)) {
+        const std::string lName = lTask->d_name;
+        if (lName[0] != '.' && lName != std::to_string(::gettid())) {
+            lThreads.push_back(lName);
+        }
+    }
+    ::closedir(lTasks);
+    return lThreads;
+}
+
+/// @return whether all other threads sleep, as they do when there is nothing to serve.
+bool allOthersSleep() {
+    for (const std::string& lThread : otherThreads()) {
+        if (statusOf(lThread, "State").rfind('S', 0) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// A handler of the application's, for a pipe.
+class PipeHandler : public ACE_Event_Handler {
+public:
+    PipeHandler() { EXPECT_EQ(0, ::pipe2(mPipe.data(), O_CLOEXEC | O_NONBLOCK)); }
+    ~PipeHandler() override {
+        ::close(mPipe[0]);
+        ::close(mPipe[1]);
+    }
+    PipeHandler(const PipeHandler&) = delete;
+    PipeHandler& operator=(const PipeHandler&) = delete;
+
+    ACE_HANDLE get_handle() const override { return mPipe[0]; }
+    int handle_input(ACE_HANDLE) override {
+        char lByte = 0;
+        EXPECT_EQ(1, ::read(mPipe[0], &lByte, 1));
+        mCalls.add();
+        return 0;
+    }
+    void give() const { EXPECT_EQ(1, ::write(mPipe[1], "x", 1)); }
+    Counter mCalls;
+
+private:
+    std::array<int, 2> mPipe{};
+};
+
+}  // namespace
+
+TEST(Loop, EndsForEveryThreadOfTheApplication) {
+    constexpr int kRounds = 20;
+    constexpr int kThreads = 8;
+    loop().initReactor();
+    for (int lRound = 0; lRound < kRounds; ++lRound) {
+        std::vector<std::future<int>> lThreads;
+        for (int lThread = 0; lThread < kThreads; ++lThread) {
+            lThreads.push_back(std::async(std::launch::async, &osxRunReactor));
+        }
+        ASSERT_TRUE(test::waitUntil(&allOthersSleep));
+        osxStopReactor();
+        bool lAll = true;
+        for (std::future<int>& lThread : lThreads) {
+            lAll = lAll && lThread.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+        }
+        EXPECT_TRUE(lAll) << lRound;
+        if (!lAll) {
+            ::_exit(1);  // they cannot be joined
+        }
+        ACE_Reactor::instance()->reset_reactor_event_loop();
+    }
+}
+
+/// The thread that is woken first may be one that has been stopped.
+TEST(Loop, ServesAHandlerOfTheApplicationsThoughTheThreadThatWasWokenForItEnds) {
+    constexpr int kRounds = 10;
+    loop().initReactor();
+    std::future<int> lLoop = std::async(std::launch::async, &osxRunReactor);
+    for (int lRound = 0; lRound < kRounds; ++lRound) {
+        ASSERT_TRUE(test::waitUntil(&allOthersSleep));
+        OSX_ReactorThread lThread;
+        lThread.init();
+        ASSERT_TRUE(test::waitUntil(&allOthersSleep));
+        lThread.stopRunning();
+        PipeHandler lHandler;
+        ACE_Reactor::instance()->register_handler(&lHandler, ACE_Event_Handler::READ_MASK);
+        lHandler.give();
+        EXPECT_TRUE(lHandler.mCalls.waitFor(1)) << lRound;
+        ACE_Reactor::instance()->remove_handler(
+            &lHandler, ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
+        lThread.stopAndWait();
+    }
+    osxStopReactor();
+    lLoop.get();
+}
+
+// --- nothing to do ---
+
+namespace {
+
+/// How often each of some threads has gone to sleep so far.
+std::map<std::string, long> sleepsOf(const std::vector<std::string>& aThreads) {
+    std::map<std::string, long> lSleeps;
+    for (const std::string& lThread : aThreads) {
+        lSleeps[lThread] = std::atol(statusOf(lThread, "voluntary_ctxt_switches").c_str());
+    }
+    return lSleeps;
+}
+
+class IdleProcess : public testing::TestWithParam<bool> {};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(WithAHandlerOfItsOwn, IdleProcess, testing::Bool());
+
+/// Two loop threads, an active object, network logging with its ports and its own, and a client of
+/// each: only the loop threads wake up, to see whether another reactor has been installed.
+TEST_P(IdleProcess, WakesNoThreadMoreThanItsSlicesNeed) {
+    const int lASecond = GetParam() ? 8 : 4;  // in ACE's loop each waits for the token, too
+    std::vector<std::string> lThreads = otherThreads();  // a sanitizer's own
+    const unsigned short lRedirectPort = test::freePort();
+    setDebugLevelPortNumber(test::freePort());
+    std::array<std::string, 3> lTexts{"program", "-RedirectPort", std::to_string(lRedirectPort)};
+    std::array<char*, 4> lArguments{lTexts[0].data(), lTexts[1].data(), lTexts[2].data(), nullptr};
+    int lNumber = 3;
+    LogInit(lNumber, lArguments.data(), true);
+    {
+        ActiveObject lObject;
+        lObject.init();
+        EchoPort lPort;
+        void* lTimer = osxCreateTimer(&test::count, nullptr, 3600000, 1);
+        const test::RunningReactor lLoop(2);
+        PipeHandler lHandler;
+        if (GetParam()) {
+            ACE_Reactor::instance()->register_handler(&lHandler, ACE_Event_Handler::READ_MASK);
+        }
+        const TcpPeer lWatcher = TcpPeer::connect(lRedirectPort);
+        TcpPeer lPeer = lPort.connect();
+        ASSERT_TRUE(EchoPort::echoes(lPeer));
+        ASSERT_TRUE(test::waitUntil(&allOthersSleep));
+
+        std::vector<std::string> lOwn = otherThreads();
+        for (const std::string& lThread : lThreads) {
+            lOwn.erase(std::remove(lOwn.begin(), lOwn.end(), lThread), lOwn.end());
+        }
+        EXPECT_EQ(4U, lOwn.size());
+        const auto lStart = std::chrono::steady_clock::now();
+        const std::map<std::string, long> lBefore = sleepsOf(lOwn);
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        const std::map<std::string, long> lAfter = sleepsOf(lOwn);
+        const auto lSeconds = std::chrono::duration_cast<std::chrono::seconds>(
+            std::chrono::steady_clock::now() - lStart);
+        for (const std::string& lThread : lOwn) {
+            EXPECT_LE(lAfter.at(lThread) - lBefore.at(lThread), lASecond * (lSeconds.count() + 1));
+        }
+        lObject.stop();
+        osxDestroyTimer(lTimer);
+        ACE_Reactor::instance()->remove_handler(
+            &lHandler, ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
+    }
+    LogDeinit();
+}
+
+// --- threads that are called off ---
+
+namespace {
+
+/// While one lives, a thread that writes a line with a text is cancelled there.
+class CancellingAt : public test::LineBackend {
+public:
+    explicit CancellingAt(std::string aText) : mText(std::move(aText)) {}
+
+private:
+    ssize_t log(ACE_Log_Record& aRecord) override {
+        if (std::string(aRecord.msg_data()).find(mText) != std::string::npos && !mDone) {
+            mDone = true;
+            ::pthread_cancel(::pthread_self());
+            ::pthread_testcancel();
+        }
+        return 0;
+    }
+    const std::string mText;
+    std::atomic<bool> mDone{false};
+    test::InstalledBackend mInstalled{*this};
+};
+
+/// A thread of the application in the loop, which is going to be cancelled.
+class LoopOfTheApplication {
+public:
+    LoopOfTheApplication() { ::pthread_create(&mThread, nullptr, &run, nullptr); }
+    /// @return whether the thread has ended by its cancellation.
+    bool wasCancelled() const {
+        void* lResult = nullptr;
+        ::pthread_join(mThread, &lResult);
+        return lResult == PTHREAD_CANCELED;
+    }
+
+private:
+    static void* run(void*) {
+        osxRunReactor();
+        return nullptr;
+    }
+    pthread_t mThread{};
+};
+
+class CancelledLoopThread : public testing::TestWithParam<const char*> {};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(AtTheLine, CancelledLoopThread,
+                         testing::Values("Remote connection from", "aNewConnectionFnc[",
+                                         "CTOR  mNrCreated", "handle_input: handle",
+                                         "Connection closed", "handle_close: handle",
+                                         "DTOR  mNrCreated"));
+
+TEST_P(CancelledLoopThread, LeavesItsConnectionToTheOthersAndNoneOpen) {
+    if (test::kCannotBeWatched) {
+        GTEST_SKIP() << "the sanitizer does not take a thread that ends in the middle";
+    }
+    const test::LossAccepted lOfAces;  // ACE's own buffer for the line
+    loop().initReactor();
+    EchoPort lPort;
+    const test::TraceLevel lAll(9);
+    {
+        const CancellingAt lCancelling(GetParam());
+        const LoopOfTheApplication lLoop;
+        TcpPeer lPeer = lPort.connect();
+        lPeer.send("x");
+        ::shutdown(lPeer.descriptor(), SHUT_WR);
+        EXPECT_TRUE(lLoop.wasCancelled());
+        const test::RunningReactor lOthers;
+        EXPECT_TRUE(lPort.mClosed.waitFor(1));
+        EXPECT_TRUE(lPeer.waitForClose());
+    }
+    EXPECT_EQ(1, lPort.mOpened.value());
+    EXPECT_EQ(1, lPort.mClosed.value());
+}
+
+// --- connections that are suspended ---
+
+namespace {
+
+void serveFor(milliseconds aTime) {
+    ACE_Time_Value lTime(aTime);
+    ACE_Reactor::instance()->run_reactor_event_loop(lTime);
+}
+
+/// @return whether a suspended connection that is closed ends no sooner than it is resumed.
+void expectCloseOnResume() {
+    EchoPort lPort;
+    TcpPeer lPeer = lPort.connect();
+    serveFor(milliseconds(50));
+    ASSERT_EQ(1, lPort.mOpened.value());
+    ACE_Reactor::instance()->suspend_handler(lPort.mLastDescriptor.load());
+    osxCloseSocket(lPort.mLast);
+    EXPECT_TRUE(lPeer.waitForClose());
+    serveFor(milliseconds(50));
+    EXPECT_EQ(0, lPort.mClosed.value());
+    ACE_Reactor::instance()->resume_handler(lPort.mLastDescriptor.load());
+    serveFor(milliseconds(50));
+    EXPECT_EQ(1, lPort.mClosed.value());
+}
+
+}  // namespace
+
+TEST(SuspendedConnection, ThatIsClosedEndsOnceItIsResumedOnEitherReactor) {
+    const test::LogCapture lLog;
+    {
+        ACE_TP_Reactor lImplementation;
+        ACE_Reactor lAces(&lImplementation);
+        ACE_Reactor::instance(&lAces);
+        expectCloseOnResume();
+        ACE_Reactor::instance(nullptr);
+    }
+    loop().initReactor();
+    expectCloseOnResume();
+}

@@ -1,0 +1,61 @@
+#include "reactor/PollModel.h"
+
+#include <dlfcn.h>
+#include <sys/epoll.h>
+
+#include <atomic>
+#include <cerrno>
+
+#include "base/osxExport.h"
+
+namespace {
+
+std::atomic<int> gWanted{0};
+std::atomic<int> gRefused{-1};
+std::atomic<int> gRefusals{0};
+
+template <class Function>
+Function* original(const char* aName) {
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, aName));
+}
+
+}  // namespace
+
+extern "C" {
+
+OSX_EXPORT int epoll_wait(int aPoll, epoll_event* aEvents, int aNumber, int aLimitMs) {
+    using Wait = int(int, epoll_event*, int, int);
+    static Wait* const gOriginal = original<Wait>("epoll_wait");
+    gWanted = aNumber;
+    return gOriginal(aPoll, aEvents, aNumber, aLimitMs);
+}
+
+OSX_EXPORT int epoll_ctl(int aPoll, int aOperation, int aDescriptor, epoll_event* aEvent) noexcept {
+    using Control = int(int, int, int, epoll_event*);
+    static Control* const gOriginal = original<Control>("epoll_ctl");
+    if (aOperation == EPOLL_CTL_ADD && aDescriptor == gRefused && gRefusals > 0) {
+        --gRefusals;
+        errno = ENOMEM;
+        return -1;
+    }
+    return gOriginal(aPoll, aOperation, aDescriptor, aEvent);
+}
+
+}  // extern "C"
+
+namespace test {
+
+int eventsWanted() {
+    return gWanted;
+}
+
+void refuseToAdd(int aDescriptor, int aTimes) {
+    gRefused = aDescriptor;
+    gRefusals = aTimes;
+}
+
+int refusalsLeft() {
+    return gRefusals;
+}
+
+}  // namespace test

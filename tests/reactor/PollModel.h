@@ -1,0 +1,20 @@
+/// @file
+/// What the library asks of the kernel's event poll, and refusals that a real one hardly ever
+/// makes.
+#ifndef OSX_TESTS_REACTOR_POLLMODEL_H
+#define OSX_TESTS_REACTOR_POLLMODEL_H
+
+namespace test {
+
+/// @return how many events the latest wait, of any thread, wanted at most.
+int eventsWanted();
+
+/// Has the kernel be short of memory when a descriptor is added the next times.
+void refuseToAdd(int aDescriptor, int aTimes);
+
+/// @return how many refusals are left.
+int refusalsLeft();
+
+}  // namespace test
+
+#endif
