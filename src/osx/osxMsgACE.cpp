@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <cstring>
-#include <memory>
 
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
@@ -9,35 +7,11 @@
 #include "osx/osx.h"
 
 using osx::DiagnosticLine;
-using osx::Message;
 using osx::MessageQueue;
 
 namespace {
 
 constexpr char kModule[] = "osxMsgACE.cpp";
-
-/// @return the number of messages in the queue; -1 on failure.
-int enqueueCopy(MessageQueue& aQueue, const void* aData, std::size_t aSize) {
-    std::unique_ptr<Message> lMessage(Message::create(aData, aSize));
-    if (lMessage == nullptr) {
-        return -1;
-    }
-    // The thread may be cancelled while it waits for room.
-    const int lCount = aQueue.put(*lMessage);
-    if (lCount != -1) {
-        static_cast<void>(lMessage.release());
-    }
-    return lCount;
-}
-
-/// @return the number of bytes copied.
-std::size_t copyOut(const ACE_Message_Block& aMessage, void* aBuffer, std::size_t aMaxSize) {
-    const std::size_t lSize = std::min(aMessage.length(), aMaxSize);
-    if (lSize > 0) {
-        std::memcpy(aBuffer, aMessage.rd_ptr(), lSize);
-    }
-    return lSize;
-}
 
 }  // namespace
 
@@ -60,12 +34,11 @@ unsigned int osxMsgQueueInit(unsigned long aSize, long aMaxMessages, void** aHan
 }
 
 unsigned int osxMsgSend(void* aQueue, void* aData, unsigned long aSize, long* aResult) {
-    auto* const lQueue = DiagnosticLine(kModule).object<MessageQueue>(
-        aQueue, LM_DEBUG, "%t osxMsgSend: lQueue == 0  size[%d] \n", aSize);
-    if (lQueue == nullptr) {
+    if (aQueue == nullptr) {
+        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxMsgSend: lQueue == 0  size[%d] \n", aSize);
         return OSX_OK;
     }
-    const int lCount = enqueueCopy(*lQueue, aData, aSize);
+    const int lCount = static_cast<MessageQueue*>(aQueue)->send(aData, aSize);
     if (aResult == nullptr) {
         return OSX_OK;
     }
@@ -78,19 +51,16 @@ unsigned int osxMsgSend(void* aQueue, void* aData, unsigned long aSize, long* aR
 
 unsigned int osxMsgRecv(void* aQueue, void* aBuffer, unsigned long aMaxSize,
                         unsigned long* aReceived, unsigned long aTimeOutMs) {
-    auto* const lQueue = DiagnosticLine(kModule).object<MessageQueue>(
-        aQueue, LM_DEBUG, "%t osxMsgRecv: lQueue == 0  maxSize[%d] timeOut[%d]\n", aMaxSize,
-        aTimeOutMs);
-    if (lQueue == nullptr) {
+    if (aQueue == nullptr) {
+        DiagnosticLine(kModule).failure(LM_DEBUG,
+                                        "%t osxMsgRecv: lQueue == 0  maxSize[%d] timeOut[%d]\n",
+                                        aMaxSize, aTimeOutMs);
         return OSX_OK;
     }
-    ACE_Message_Block* const lMessage = lQueue->take(aTimeOutMs);
-    if (lMessage == nullptr) {
+    if (!static_cast<MessageQueue*>(aQueue)->receive(aBuffer, aMaxSize, *aReceived, aTimeOutMs)) {
         DiagnosticLine(kModule).trace(9, "%t Queue timeout\n");
         return OSX_ERR_QUEUE_RECV;
     }
-    *aReceived = copyOut(*lMessage, aBuffer, aMaxSize);
-    lMessage->release();
     return OSX_OK;
 }
 

@@ -16,7 +16,6 @@
 #include "ace/Condition_Thread_Mutex.h"
 #include "ace/Message_Block.h"
 #include "ace/Message_Queue_T.h"
-#include "ace/Monotonic_Time_Policy.h"
 #include "ace/Synch_Traits.h"
 #include "osx/FakeHost.h"
 #include "osx/osx.h"
@@ -31,7 +30,7 @@ using testing::IsEmpty;
 
 namespace {
 
-using AceQueue = ACE_Message_Queue<ACE_MT_SYNCH, ACE_Monotonic_Time_Policy>;
+using AceQueue = ACE_Message_Queue<ACE_MT_SYNCH>;
 
 /// What a receive yields.
 struct Received {
