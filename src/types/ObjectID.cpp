@@ -88,7 +88,7 @@ bool ObjectID::mGeneratorInitialized = false;
 // From the load on its text is there, and no print of any thread writes to it.
 [[maybe_unused]] static const ACE_CString& gTextOfNull = ObjectID::mNull.toString();
 
-ObjectID::~ObjectID() {
+void ObjectID::deleteText() noexcept {
     delete mText;
 }
 

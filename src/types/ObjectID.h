@@ -42,7 +42,11 @@ public:
         }
         return *this;
     }
-    virtual ~ObjectID();
+    OSX_EXPORT virtual ~ObjectID() {
+        if (mText != nullptr) {
+            deleteText();
+        }
+    }
 
     /// Makes it all zero.
     void setEmpty() noexcept;
@@ -90,6 +94,7 @@ private:
     /// Whether the process's generator was initialised; see `generateObjectID`.
     static bool mGeneratorInitialized;
 
+    void deleteText() noexcept;
     void copyWordsOf(const ObjectID& aOther) noexcept {
         std::memcpy(mWords, aOther.mWords, sizeof mWords);
     }

@@ -3,7 +3,10 @@
 #ifndef OSX_TYPES_OBJECTIDMAP_H
 #define OSX_TYPES_OBJECTIDMAP_H
 
+#include <cstddef>
+
 #include "ace/Hash_Map_Manager_T.h"
+#include "ace/Malloc_Allocator.h"
 #include "ace/Thread_Mutex.h"
 #include "base/osxExport.h"
 #include "types/ObjectID.h"
@@ -12,6 +15,10 @@
 ///
 /// Any number of threads may use one table at once: each call holds the table's own mutex for as
 /// long as it works on the table, and no longer, so that it may be used from a log back end too.
+/// A look-up takes as long among millions of pairs as among a few; now and then an addition takes
+/// longer, as it makes room for twice as many. Memory for pairs that were removed is kept for
+/// further ones until `clear`.
+///
 /// Nothing throws. When memory for the table itself was short, ACE says "ACE_Hash_Map_Manager_Ex"
 /// at LM_ERROR and the table stays empty.
 class OSX_EXPORT ObjectIDMap {
@@ -36,20 +43,71 @@ public:
     ///        so with the number of pairs.
     void translate(ObjectID& aObjectID) const;
 
-    /// Removes all pairs; the buckets stay allocated.
+    /// Removes all pairs and gives their memory back; the buckets stay allocated.
     void clear();
 
 private:
     using Map = ACE_Hash_Map_Manager_Ex<ObjectID, ObjectID, ACE_Hash<ObjectID>,
                                         ACE_Equal_To<ObjectID>, ACE_Thread_Mutex>;
-    /// ACE's map with its unlocked look-up within reach.
-    struct Table : Map {
-        using Map::find_i;
-        using Map::Map;
+    /// Memory for pairs, many at a time.
+    class OSX_HIDDEN Pool : public ACE_New_Allocator {
+    public:
+        Pool() = default;
+        Pool(const Pool&) = delete;
+        Pool& operator=(const Pool&) = delete;
+        ~Pool() override { releaseAll(); }
+
+        /// @param aSize the same in all calls.
+        void* malloc(std::size_t aSize) override;
+        void free(void* aPiece) override;
+        void releaseAll() noexcept;
+
+    private:
+        struct Link {
+            Link* next;
+        };
+        void addPage(std::size_t aSize) noexcept;
+
+        Link* mFree = nullptr;
+        Link* mPages = nullptr;
     };
 
-    bool find(ObjectID& aObjectID, std::size_t& aCount) const;
+    /// ACE's map, which owns the pairs, with an index of its own. To be used under the lock.
+    ///
+    /// ACE's buckets are as large as pairs, and their number is fixed. So they are not searched,
+    /// but are mere lists; pairs that share a place of the index stand side by side in one of them.
+    class OSX_HIDDEN Table : public Map {
+    public:
+        using Map::Map;
+        Table(const Table&) = delete;
+        Table& operator=(const Table&) = delete;
+        ~Table();
 
+        ENTRY* find(const ObjectID& aKey) noexcept;
+        void enter(const ObjectID& aKey, const ObjectID& aValue) noexcept;
+        void remove(const ObjectID& aKey) noexcept;
+        void removeAll() noexcept;
+
+    private:
+        std::size_t places() const noexcept { return std::size_t(1) << mBits; }
+        ENTRY*& placeOf(const ENTRY& aEntry) noexcept { return placeOf(aEntry.ext_id_); }
+        ENTRY*& placeOf(const ObjectID& aKey) noexcept;
+        ENTRY* nextOf(const ENTRY& aEntry) noexcept;
+        bool bind(const ObjectID& aKey, const ObjectID& aValue) noexcept;
+        void insert(ENTRY& aEntry, ENTRY& aBucket) noexcept;
+        void grow() noexcept;
+        void insertAllAgain() noexcept;
+        void releasePlaces() noexcept;
+
+        static constexpr unsigned int kFewestBits = 1;
+        ENTRY* mFewPlaces[1U << kFewestBits] = {};  // as long as there is no memory for more
+        ENTRY** mPlaces = mFewPlaces;               // the first pair of each, or null
+        unsigned int mBits = kFewestBits;
+    };
+
+    OSX_HIDDEN bool find(ObjectID& aObjectID, std::size_t& aCount) const;
+
+    Pool mPool;
     mutable Table mMap;
 };
 

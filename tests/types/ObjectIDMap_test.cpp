@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
+#include <map>
+#include <random>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -31,6 +34,33 @@ ObjectID translated(const ObjectIDMap& aMap, ObjectID aID) {
 std::string failure(const std::string& aText, int aSize) {
     return "ObjectIDMap::translate: failed, aObjectID[" + aText + "] size[" +
            std::to_string(aSize) + "]\n";
+}
+
+std::int64_t processorTime() {
+    timespec lTime{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &lTime);
+    return lTime.tv_sec * std::int64_t(1000000000) + lTime.tv_nsec;
+}
+
+/// @return the processor time of adding and translating identifiers whose first words differ by
+///         multiples of `aStep`.
+std::int64_t timeOfUse(unsigned int aPairs, unsigned int aStep) {
+    ObjectIDMap lMap;
+    const std::int64_t lStart = processorTime();
+    ObjectID lKey;
+    std::uint32_t lWords[4] = {0, 0, 0, 1};
+    for (int lRound = 0; lRound < 2; ++lRound) {
+        for (unsigned int lIndex = 0; lIndex < aPairs; ++lIndex) {
+            lWords[0] = lIndex * aStep;
+            lKey.setData(reinterpret_cast<unsigned char*>(lWords), sizeof lWords);
+            if (lRound == 0) {
+                lMap.add(lKey, lKey);
+            } else {
+                lMap.translate(lKey);
+            }
+        }
+    }
+    return processorTime() - lStart;
 }
 
 /// A log back end that uses the table itself.
@@ -195,6 +225,84 @@ TEST(ObjectIDMap, WithoutMemoryForAPairEntersNothing) {
     const test::LogCapture lLog;
     translated(lMap, id(1));
     EXPECT_EQ(1U, lLog.count(failure(kFirstText, 0)));
+}
+
+TEST(ObjectIDMap, DoesWhatAStandardMapDoes) {
+    constexpr int kSteps = 100000;
+    std::mt19937 lRandom(1);
+    const auto lNumber = [&lRandom](unsigned int aEnd) {
+        return static_cast<unsigned int>(lRandom() % aEnd);
+    };
+    std::map<std::string, ObjectID> lModel;
+    ObjectIDMap lMap;
+    const test::LogCapture lLog;  // of the failures
+    for (int lStep = 0; lStep < kSteps; ++lStep) {
+        // Up to four keys of one hash.
+        const ObjectID lKey = id(lNumber(3000) * 10, 1 + lNumber(4));
+        const std::string lText = lKey.toString().c_str();
+        const ObjectID lValue = id(lNumber(1000000), 7);
+        switch (lNumber(8)) {
+            case 0:
+            case 1:
+            case 2:
+                lMap.add(lKey, lValue);
+                lModel[lText] = lValue;
+                break;
+            case 3:
+                lMap.unregisterObjectID(lKey);
+                lModel.erase(lText);
+                break;
+            default:
+                const auto lFound = lModel.find(lText);
+                ASSERT_EQ(lFound == lModel.end() ? lKey : lFound->second, translated(lMap, lKey));
+                break;
+        }
+        if (lNumber(50000) == 0) {
+            lMap.clear();
+            lModel.clear();
+        }
+    }
+    for (const auto& [lText, lValue] : lModel) {
+        ObjectID lKey;
+        lKey.setFromString(lText.c_str());
+        EXPECT_EQ(lValue, translated(lMap, lKey));
+    }
+}
+
+// Before the map had an index, all these keys stood in one bucket: 4000 times as long.
+TEST(ObjectIDMap, TakesAsLongWhateverTheKeysAndHoweverMany) {
+    constexpr unsigned int kPairs = 60000;
+    constexpr std::int64_t kManyTimes = 100;
+    const std::int64_t lUsual = timeOfUse(kPairs, 1);
+    EXPECT_LT(timeOfUse(kPairs, 2999), kManyTimes * lUsual);
+}
+
+TEST(ObjectIDMap, WithoutMemoryToGrowGoesOn) {
+    std::vector<ObjectID> lKeys;
+    for (unsigned int lIndex = 0; lIndex < 60; ++lIndex) {
+        lKeys.push_back(id(1 + lIndex));
+    }
+    const ObjectID lValue = id(100);
+    ObjectIDMap lMap;
+    lMap.add(lKeys[0], lValue);  // takes memory for many pairs
+    {
+        const test::FailingAllocator lFailing;
+        for (unsigned int lIndex = 1; lIndex < 30; ++lIndex) {
+            errno = EDOM;
+            lMap.add(lKeys[lIndex], lValue);
+            EXPECT_NE(ENOMEM, errno);
+        }
+        EXPECT_GT(lFailing.failures(), 0);
+    }
+    lMap.unregisterObjectID(lKeys[7]);
+    for (unsigned int lIndex = 30; lIndex < 60; ++lIndex) {
+        lMap.add(lKeys[lIndex], lValue);
+    }
+    const test::LogCapture lLog;
+    for (unsigned int lIndex = 0; lIndex < 60; ++lIndex) {
+        EXPECT_EQ(lIndex == 7 ? lKeys[7] : lValue, translated(lMap, lKeys[lIndex]));
+    }
+    EXPECT_EQ(1U, lLog.lines().size());
 }
 
 TEST(ObjectIDMap, SeveralThreadsUseOneTable) {
