@@ -84,9 +84,9 @@ ACE_Log_Msg* logOfThisThread() {
 
 /// A back end of the application's may throw, and standard error may have lost its reader. A thread
 /// that is cancelled goes on unwinding; to the sanitizer there is no object behind that exception.
-[[gnu::no_sanitize("null"), gnu::noinline]] void log(ACE_Log_Msg& aLog, const char* aFormat,
-                                                     ACE_Log_Priority aPriority,
-                                                     va_list aArguments) {
+__attribute__((no_sanitize("null"), noinline)) void log(ACE_Log_Msg& aLog, const char* aFormat,
+                                                        ACE_Log_Priority aPriority,
+                                                        va_list aArguments) {
     std::optional<WriteSignalGuard> lGuard;
     if ((aLog.flags() & ACE_Log_Msg::STDERR) != 0 && mayRaiseWriteSignal(STDERR_FILENO)) {
         lGuard.emplace();
