@@ -52,10 +52,11 @@ bool mayRaiseWriteSignal(int aDescriptor) noexcept {
     struct stat lStatus{};
     const bool lIsOpen = ::fstat(aDescriptor, &lStatus) == 0;
     errno = lErrno;
-    if (!lIsOpen || S_ISCHR(lStatus.st_mode)) {
-        return false;
-    }
-    return !S_ISREG(lStatus.st_mode) || isFileSizeLimited();
+    return lIsOpen && mayRaiseWriteSignalTo(lStatus.st_mode);
+}
+
+bool mayRaiseWriteSignalTo(mode_t aMode) noexcept {
+    return !S_ISCHR(aMode) && (!S_ISREG(aMode) || isFileSizeLimited());
 }
 
 }  // namespace osx

@@ -3,6 +3,8 @@
 #ifndef OSX_BASE_WRITESIGNALS_H
 #define OSX_BASE_WRITESIGNALS_H
 
+#include <sys/types.h>
+
 #include <csignal>
 
 namespace osx {
@@ -25,6 +27,9 @@ private:
 
 /// @return whether a write to a descriptor could raise one of the signals as things stand.
 bool mayRaiseWriteSignal(int aDescriptor) noexcept;
+
+/// The same of what is open there, told by its mode.
+bool mayRaiseWriteSignalTo(mode_t aMode) noexcept;
 
 }  // namespace osx
 

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <new>
 #include <optional>
+#include <utility>
 
 #include "base/NoCancellation.h"
 #include "base/closeKeepingErrno.h"
@@ -46,7 +47,8 @@ bool LogFileBuffer::open(const char* aName) noexcept {
     if (mDescriptor == -1) {
         return false;
     }
-    if (rememberFile()) {
+    rememberFile();
+    if (S_ISREG(mMode)) {
         try {
             rememberName(aName);
         } catch (const std::bad_alloc&) {
@@ -66,14 +68,13 @@ void LogFileBuffer::rememberName(const char* aName) {
     }
 }
 
-/// @return whether it is a file, and not a device or a pipe.
-bool LogFileBuffer::rememberFile() noexcept {
+void LogFileBuffer::rememberFile() noexcept {
     struct stat lStatus{};
     ::fstat(mDescriptor, &lStatus);
     mDevice = lStatus.st_dev;
     mInode = lStatus.st_ino;
+    mMode = lStatus.st_mode;
     mLookedAt = seconds();
-    return S_ISREG(lStatus.st_mode);
 }
 
 LogFileBuffer::int_type LogFileBuffer::overflow(int_type aCharacter) {
@@ -105,7 +106,7 @@ void LogFileBuffer::flushText() noexcept {
 
 void LogFileBuffer::write(const char* aText, std::size_t aLength) noexcept {
     std::optional<WriteSignalGuard> lGuard;
-    if (mayRaiseWriteSignal(mDescriptor)) {
+    if (mayRaiseWriteSignalTo(mMode)) {
         lGuard.emplace();
     }
     if ((mMissing != 0 && !tellMissing()) || !writeAll(aText, aLength)) {
@@ -151,10 +152,10 @@ void LogFileBuffer::countMissing(const char* aText, std::size_t aLength) noexcep
 /// Another file under the name, made by whoever rotates the logs or by nobody yet, is taken; what
 /// is no file is not.
 void LogFileBuffer::lookAfterFile() noexcept {
-    if (mName.empty() || seconds() == mLookedAt) {
+    const std::time_t lNow = mName.empty() ? mLookedAt : seconds();
+    if (std::exchange(mLookedAt, lNow) == lNow) {
         return;
     }
-    mLookedAt = seconds();
     struct stat lNamed{};
     const bool lExists = ::stat(mName.c_str(), &lNamed) == 0;
     const bool lIsSame = lExists && lNamed.st_dev == mDevice && lNamed.st_ino == mInode;

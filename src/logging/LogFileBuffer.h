@@ -41,13 +41,14 @@ private:
     void countMissing(const char* aText, std::size_t aLength) noexcept;
 
     void rememberName(const char* aName);
-    bool rememberFile() noexcept;
+    void rememberFile() noexcept;
     void lookAfterFile() noexcept;
     bool isStillOpen() const noexcept;
     void openAnew() noexcept;
 
     std::array<char, kSize> mText;
     int mDescriptor = -1;
+    mode_t mMode = 0;  ///< What kind of file it is.
 
     unsigned long mMissing = 0;  ///< Lines, since the latest one that could be written.
     int mError = 0;              ///< Why the first of them is.

@@ -147,17 +147,11 @@ struct ConnectionAdmin::Failures {
 /// answer with another broadcast, in the middle of frames.
 class ConnectionAdmin::Broadcast {
 public:
+    /// @param aFrame is needed for as long as the object.
     Broadcast(const ConnectionAdmin& aAdmin, const Frame& aFrame)
-        : mAdmin(aAdmin), mLock(aAdmin.mBroadcastMutex), mFrame(aFrame) {
-        const std::lock_guard<std::mutex> lGuard(mAdmin.mMutex);
-        for (Client* lClient = mAdmin.mConnections; lClient != nullptr; lClient = lClient->mNext) {
-            lClient->mIsSentTo = !lClient->mClosing;
-            lClient->mSent = 0;
-            lClient->mQueued = Client::kNotKnown;
-        }
-    }
+        : mAdmin(aAdmin), mLock(aAdmin.mBroadcastMutex), mFrame(aFrame) {}
     ~Broadcast() {
-        Client* lClient = next(nullptr, false);
+        Client* lClient = mNumberWaiting == 0 ? nullptr : next(nullptr, false);
         while (lClient != nullptr) {
             leaveUnfinished(*lClient);
             lClient = next(lClient, false);
@@ -168,14 +162,17 @@ public:
 
     /// Returns when no client is left that has not taken everything.
     Failures run() {
-        while (goRound()) {
+        goRound(begin());
+        while (mNumberWaiting != 0) {
             waitForAny();
+            goRound(next(nullptr, false));
         }
         return mFailures;
     }
 
 private:
-    bool goRound();
+    Client* begin() const;
+    void goRound(Client* aFirst);
     bool isDone(Client& aClient);
     bool fail(Client& aClient, int aError);
     bool mayStillTakeSome(Client& aClient);
@@ -188,26 +185,37 @@ private:
 
     const ConnectionAdmin& mAdmin;
     const ACE_Guard<ACE_Recursive_Thread_Mutex> mLock;
-    const Frame mFrame;
+    const Frame& mFrame;
     Failures mFailures;
     /// Of clients that wait. Those beyond are looked at again after a short while.
     std::array<pollfd, 64> mWaiting;
     std::size_t mNumberWaiting = 0;
 };
 
-/// Gives every client what it can take now. @return whether one is left that has to be waited for.
-bool ConnectionAdmin::Broadcast::goRound() {
+/// Makes the clients of this moment those of the broadcast. @return the first of them.
+ConnectionAdmin::Client* ConnectionAdmin::Broadcast::begin() const {
+    const std::lock_guard<std::mutex> lGuard(mAdmin.mMutex);
+    Client* lFirst = nullptr;
+    for (Client* lClient = mAdmin.mConnections; lClient != nullptr; lClient = lClient->mNext) {
+        lClient->mIsSentTo = !lClient->mClosing;
+        lClient->mSent = 0;
+        lClient->mQueued = Client::kNotKnown;
+        lFirst = lFirst == nullptr && lClient->mIsSentTo ? lClient : lFirst;
+    }
+    return lFirst;
+}
+
+/// Gives every client what it can take now, and notes those that have to be waited for.
+void ConnectionAdmin::Broadcast::goRound(Client* aFirst) {
     const osx::NoCancellation lGuard;
     mNumberWaiting = 0;
-    Client* lClient = next(nullptr, false);
-    while (lClient != nullptr) {
+    for (Client* lClient = aFirst; lClient != nullptr;) {
         const bool lDone = isDone(*lClient);
         if (!lDone && mNumberWaiting++ < mWaiting.size()) {
             mWaiting[mNumberWaiting - 1] = {descriptorOf(lClient->mSocket), POLLOUT, 0};
         }
         lClient = next(lClient, !lDone);
     }
-    return mNumberWaiting != 0;
 }
 
 /// @return whether nothing is left to be done for a client, which may have failed.

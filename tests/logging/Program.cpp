@@ -15,7 +15,6 @@ namespace test {
 namespace {
 
 constexpr std::chrono::seconds kOutputLimit{30};
-constexpr std::chrono::seconds kEndLimit{60};
 constexpr int kPollMs = 100;
 
 void execute(std::vector<std::string>& aArguments, int aInput, int aOutput) {
@@ -83,8 +82,8 @@ bool Program::waitForOutput(const std::string& aText) {
     return true;
 }
 
-int Program::wait() {
-    const auto lLimit = std::chrono::steady_clock::now() + kEndLimit;
+int Program::wait(std::chrono::seconds aLimit) {
+    const auto lLimit = std::chrono::steady_clock::now() + aLimit;
     int lStatus = 0;
     while (::waitpid(mProcess, &lStatus, WNOHANG) == 0) {
         if (std::chrono::steady_clock::now() > lLimit) {

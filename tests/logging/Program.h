@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -30,9 +31,9 @@ public:
     /// Ends its standard input.
     void endInput() { mInput.close(); }
 
-    /// Waits until it has ended, for up to 60 s; kills it if it has not.
+    /// Waits until it has ended; kills it if it has not within a limit.
     /// @return its exit status; minus the number of the signal that ended it.
-    int wait();
+    int wait(std::chrono::seconds aLimit = std::chrono::seconds(60));
 
     /// Sends it a signal, and waits. @return as `wait`.
     int end(int aSignal);

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -54,7 +55,9 @@ protected:
         Program lProgram(command(aName, aOptions));
         EXPECT_TRUE(lProgram.waitForOutput("ready\n")) << aName;
         lProgram.endInput();
-        EXPECT_EQ(aStatus, lProgram.wait()) << aName << ": " << lProgram.output();
+        // A program may do its work in as many rounds.
+        const std::chrono::seconds lLimit(60 + rounds(0));
+        EXPECT_EQ(aStatus, lProgram.wait(lLimit)) << aName << ": " << lProgram.output();
         return lProgram.output();
     }
 
