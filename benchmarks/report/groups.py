@@ -96,7 +96,7 @@ GROUPS = [
           (Growth("entries", "entries", r", (?P<x>\d+) entries"), THREADS)),
     Group("log", "A log line",
           (("switched off", Mark(FLOOR, extra=2.0)), ("clients: 0", Mark(FLOOR, 1.05)),
-           ("clients: [1-9]", Mark(PEER)), ("to a file", Mark(FLOOR, 1.05)))),
+           ("clients: [1-9]", Mark(FLOOR, 1.1)), ("to a file", Mark(FLOOR, 1.05)))),
     Group("timers", "Timers", TIMERS_MARKS,
           (Growth("pending", "pending timers", r", pending: (?P<x>\d+)"),)),
     Group("echo", "Listening port", ECHO_MARKS,

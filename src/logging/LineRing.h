@@ -35,7 +35,9 @@ public:
         Number end() const { return mFirst + mCount; }
         bool holds(Number aLine) const { return aLine >= mFirst && aLine < end(); }
         /// @return where a line begins, or where the last one ends.
-        std::size_t startOf(Number aLine) const { return mStarts[aLine - mFirst]; }
+        std::size_t startOf(Number aLine) const {
+            return mStarts[static_cast<std::size_t>(aLine - mFirst)];
+        }
         const char* text() const { return mText.data(); }
         /// @return the number of the line that a place in the text belongs to; `end` at its end.
         Number lineAt(std::size_t aPlace) const;
