@@ -69,14 +69,15 @@ std::vector<std::string> otherThreads() {
     return lThreads;
 }
 
+bool allSleep(const std::vector<std::string>& aThreads) {
+    return std::all_of(aThreads.begin(), aThreads.end(), [](const std::string& aThread) {
+        return statusOf(aThread, "State").rfind('S', 0) == 0;
+    });
+}
+
 /// @return whether all other threads sleep, as they do when there is nothing to serve.
 bool allOthersSleep() {
-    for (const std::string& lThread : otherThreads()) {
-        if (statusOf(lThread, "State").rfind('S', 0) != 0) {
-            return false;
-        }
-    }
-    return true;
+    return allSleep(otherThreads());
 }
 
 /// A handler of the application's, for a pipe.
@@ -175,7 +176,8 @@ INSTANTIATE_TEST_SUITE_P(WithAHandlerOfItsOwn, IdleProcess, testing::Bool());
 /// each: only the loop threads wake up, to see whether another reactor has been installed.
 TEST_P(IdleProcess, WakesNoThreadMoreThanItsSlicesNeed) {
     const int lASecond = GetParam() ? 8 : 4;  // in ACE's loop each waits for the token, too
-    std::vector<std::string> lThreads = otherThreads();  // a sanitizer's own
+    std::thread([] {}).join();                // with the first one a sanitizer starts its own
+    const std::vector<std::string> lThreads = otherThreads();
     const unsigned short lRedirectPort = test::freePort();
     setDebugLevelPortNumber(test::freePort());
     std::array<std::string, 3> lTexts{"program", "-RedirectPort", std::to_string(lRedirectPort)};
@@ -195,12 +197,12 @@ TEST_P(IdleProcess, WakesNoThreadMoreThanItsSlicesNeed) {
         const TcpPeer lWatcher = TcpPeer::connect(lRedirectPort);
         TcpPeer lPeer = lPort.connect();
         ASSERT_TRUE(EchoPort::echoes(lPeer));
-        ASSERT_TRUE(test::waitUntil(&allOthersSleep));
 
         std::vector<std::string> lOwn = otherThreads();
         for (const std::string& lThread : lThreads) {
             lOwn.erase(std::remove(lOwn.begin(), lOwn.end(), lThread), lOwn.end());
         }
+        ASSERT_TRUE(test::waitUntil([&] { return allSleep(lOwn); }));
         EXPECT_EQ(4U, lOwn.size());
         const auto lStart = std::chrono::steady_clock::now();
         const std::map<std::string, long> lBefore = sleepsOf(lOwn);
