@@ -21,6 +21,7 @@
 
 #include "ace/Log_Record.h"
 #include "ace/Reactor.h"
+#include "ace/SOCK_Stream.h"
 #include "ace/TP_Reactor.h"
 #include "logging/Logging.h"
 #include "osx/ActiveObject.h"
@@ -31,6 +32,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/cancellation.h"
+#include "support/inChild.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -151,6 +153,61 @@ TEST(Loop, ServesAHandlerOfTheApplicationsThoughTheThreadThatWasWokenForItEnds) 
     }
     osxStopReactor();
     lLoop.get();
+}
+
+namespace {
+
+/// A port whose closed-connection callback starts a loop thread while another thread forks.
+struct ForkedBeside {
+    std::atomic<int> descriptor{-1};
+    std::atomic<bool> mayFork{false};
+    std::atomic<int> forker{0};
+    Counter opened;
+    Counter closed;
+
+    static void onNew(void* aSocket, void*& aUserData) {
+        auto& lIt = *static_cast<ForkedBeside*>(aUserData);
+        lIt.descriptor = static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle();
+        lIt.opened.add();
+    }
+    static void onClosed(void*, void*& aUserData) {
+        auto& lIt = *static_cast<ForkedBeside*>(aUserData);
+        lIt.mayFork = true;
+        EXPECT_TRUE(test::waitUntil([&] { return allSleep({std::to_string(lIt.forker)}); }));
+        loop().startExtraReactorThread();
+        lIt.closed.add();
+    }
+    void fork() {
+        forker = ::gettid();
+        while (!mayFork) {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE(test::inChild([] { return true; }));
+    }
+};
+
+}  // namespace
+
+/// The reactor's removal calls back with ACE's token, which the fork waits for.
+TEST(Loop, GetsAThreadByACallbackWhileAnotherThreadForks) {
+    ::alarm(60);
+    const test::LogCapture lLog;
+    const test::RunningReactor lLoop;
+    ForkedBeside lBeside;
+    void* lPort = nullptr;
+    const unsigned short lNumber = test::freePort();
+    osxRegisterPort(lPort, lNumber, &ForkedBeside::onNew, nullptr, nullptr, &ForkedBeside::onClosed,
+                    &lBeside);
+    const TcpPeer lPeer = TcpPeer::connect(lNumber);
+    ASSERT_TRUE(lBeside.opened.waitFor(1));
+    std::thread lForker([&] { lBeside.fork(); });
+    ASSERT_TRUE(test::waitUntil([&] { return lBeside.forker != 0; }));
+    ACE_Reactor::instance()->remove_handler(lBeside.descriptor.load(),
+                                            ACE_Event_Handler::ALL_EVENTS_MASK);
+    EXPECT_TRUE(lBeside.closed.waitFor(1));
+    lForker.join();
+    osxUnregisterPort(lPort);
+    ::alarm(0);
 }
 
 // --- nothing to do ---
