@@ -136,19 +136,20 @@ bool OSX_ReactorThread::waitUntilEnded() {
     return mChanged.wait_for(lLock, kWakeInterval, [this] { return mEnded; });
 }
 
-/// Handlers and timers are whole in a child, and nobody is in a loop.
+/// Handlers and timers are whole in a child, and nobody is in a loop. The reactor's locks come
+/// first: a callback that is made with its token may ask for a thread.
 class OSX_Reactor::AcrossForks {
 public:
     static void lock() {
         if (OSX_Reactor* const lInstalled = gInstalled) {
-            lInstalled->mMutex.lock();
             lInstalled->mImplementation->lockForFork();
+            lInstalled->mMutex.lock();
         }
     }
     static void unlock() {
         if (OSX_Reactor* const lInstalled = gInstalled) {
-            lInstalled->mImplementation->unlockAfterFork();
             lInstalled->mMutex.unlock();
+            lInstalled->mImplementation->unlockAfterFork();
         }
     }
     static void renew() {

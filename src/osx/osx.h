@@ -413,7 +413,8 @@ OSX_EXPORT unsigned long osxSocketRecv(void* aSocket, void* aBuf, unsigned long 
 ///
 /// The connection of a port is shut down at once, so that the peer sees its end, and closed by the
 /// thread that runs the event loop, after whatever callback of it is running: the closed-connection
-/// callback comes as at any other end.
+/// callback comes as at any other end. One that is suspended in the reactor is closed once it is
+/// resumed.
 /// @return 0; -1 (with a line) for a null socket.
 OSX_EXPORT unsigned long osxCloseSocket(void* aSocket);
 
@@ -478,6 +479,9 @@ typedef void (*osxClosedConnectionFnc_t)(void* aSocket, void*& aUserData);
 ///
 /// A connection whose peer vanishes without a word is closed within a minute, as said of sockets;
 /// for bytes on their way the event loop has to run.
+///
+/// Connections are not bound by ACE's limit of 1024 descriptors: one of 1024 and above reaches the
+/// callbacks, and does not fit an `fd_set`; wait with `poll`.
 ///
 /// When the process has no descriptor left, or none that the reactor can hold, the port refuses
 /// what connects, says so at a bounded rate, and goes on. When it has no memory for a connection it

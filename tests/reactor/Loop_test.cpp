@@ -21,6 +21,7 @@
 
 #include "ace/Log_Record.h"
 #include "ace/Reactor.h"
+#include "ace/SOCK_Stream.h"
 #include "ace/TP_Reactor.h"
 #include "logging/Logging.h"
 #include "osx/ActiveObject.h"
@@ -31,6 +32,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/cancellation.h"
+#include "support/inChild.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -69,14 +71,15 @@ std::vector<std::string> otherThreads() {
     return lThreads;
 }
 
+bool allSleep(const std::vector<std::string>& aThreads) {
+    return std::all_of(aThreads.begin(), aThreads.end(), [](const std::string& aThread) {
+        return statusOf(aThread, "State").rfind('S', 0) == 0;
+    });
+}
+
 /// @return whether all other threads sleep, as they do when there is nothing to serve.
 bool allOthersSleep() {
-    for (const std::string& lThread : otherThreads()) {
-        if (statusOf(lThread, "State").rfind('S', 0) != 0) {
-            return false;
-        }
-    }
-    return true;
+    return allSleep(otherThreads());
 }
 
 /// A handler of the application's, for a pipe.
@@ -152,6 +155,61 @@ TEST(Loop, ServesAHandlerOfTheApplicationsThoughTheThreadThatWasWokenForItEnds) 
     lLoop.get();
 }
 
+namespace {
+
+/// A port whose closed-connection callback starts a loop thread while another thread forks.
+struct ForkedBeside {
+    std::atomic<int> descriptor{-1};
+    std::atomic<bool> mayFork{false};
+    std::atomic<int> forker{0};
+    Counter opened;
+    Counter closed;
+
+    static void onNew(void* aSocket, void*& aUserData) {
+        auto& lIt = *static_cast<ForkedBeside*>(aUserData);
+        lIt.descriptor = static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle();
+        lIt.opened.add();
+    }
+    static void onClosed(void*, void*& aUserData) {
+        auto& lIt = *static_cast<ForkedBeside*>(aUserData);
+        lIt.mayFork = true;
+        EXPECT_TRUE(test::waitUntil([&] { return allSleep({std::to_string(lIt.forker)}); }));
+        loop().startExtraReactorThread();
+        lIt.closed.add();
+    }
+    void fork() {
+        forker = ::gettid();
+        while (!mayFork) {
+            std::this_thread::yield();
+        }
+        EXPECT_TRUE(test::inChild([] { return true; }));
+    }
+};
+
+}  // namespace
+
+/// The reactor's removal calls back with ACE's token, which the fork waits for.
+TEST(Loop, GetsAThreadByACallbackWhileAnotherThreadForks) {
+    ::alarm(60);
+    const test::LogCapture lLog;
+    const test::RunningReactor lLoop;
+    ForkedBeside lBeside;
+    void* lPort = nullptr;
+    const unsigned short lNumber = test::freePort();
+    osxRegisterPort(lPort, lNumber, &ForkedBeside::onNew, nullptr, nullptr, &ForkedBeside::onClosed,
+                    &lBeside);
+    const TcpPeer lPeer = TcpPeer::connect(lNumber);
+    ASSERT_TRUE(lBeside.opened.waitFor(1));
+    std::thread lForker([&] { lBeside.fork(); });
+    ASSERT_TRUE(test::waitUntil([&] { return lBeside.forker != 0; }));
+    ACE_Reactor::instance()->remove_handler(lBeside.descriptor.load(),
+                                            ACE_Event_Handler::ALL_EVENTS_MASK);
+    EXPECT_TRUE(lBeside.closed.waitFor(1));
+    lForker.join();
+    osxUnregisterPort(lPort);
+    ::alarm(0);
+}
+
 // --- nothing to do ---
 
 namespace {
@@ -175,7 +233,8 @@ INSTANTIATE_TEST_SUITE_P(WithAHandlerOfItsOwn, IdleProcess, testing::Bool());
 /// each: only the loop threads wake up, to see whether another reactor has been installed.
 TEST_P(IdleProcess, WakesNoThreadMoreThanItsSlicesNeed) {
     const int lASecond = GetParam() ? 8 : 4;  // in ACE's loop each waits for the token, too
-    std::vector<std::string> lThreads = otherThreads();  // a sanitizer's own
+    std::thread([] {}).join();                // with the first one a sanitizer starts its own
+    const std::vector<std::string> lThreads = otherThreads();
     const unsigned short lRedirectPort = test::freePort();
     setDebugLevelPortNumber(test::freePort());
     std::array<std::string, 3> lTexts{"program", "-RedirectPort", std::to_string(lRedirectPort)};
@@ -195,12 +254,12 @@ TEST_P(IdleProcess, WakesNoThreadMoreThanItsSlicesNeed) {
         const TcpPeer lWatcher = TcpPeer::connect(lRedirectPort);
         TcpPeer lPeer = lPort.connect();
         ASSERT_TRUE(EchoPort::echoes(lPeer));
-        ASSERT_TRUE(test::waitUntil(&allOthersSleep));
 
         std::vector<std::string> lOwn = otherThreads();
         for (const std::string& lThread : lThreads) {
             lOwn.erase(std::remove(lOwn.begin(), lOwn.end(), lThread), lOwn.end());
         }
+        ASSERT_TRUE(test::waitUntil([&] { return allSleep(lOwn); }));
         EXPECT_EQ(4U, lOwn.size());
         const auto lStart = std::chrono::steady_clock::now();
         const std::map<std::string, long> lBefore = sleepsOf(lOwn);
