@@ -75,7 +75,10 @@ private:
     static constexpr std::size_t kLarge = 4096;
 
     struct Segment {
-        Segment* next;
+        // Leaves the bytes as they are: the system need not provide what is never written.
+        Segment() noexcept : end(bytes) {}
+
+        Segment* next = nullptr;
         char* end;
         char bytes[16384 - 2 * sizeof(void*)];
 

@@ -7,7 +7,6 @@
 #include <chrono>
 #include <future>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "ace/Message_Block.h"
@@ -243,23 +242,14 @@ TEST(MessageQueueBlocks, ThatComeAsOneChainWakeEveryReceiver) {
 TEST(MessageQueueBlocks, ThatAreOnlyLookedAtAreReceivedByOthersWhoWait) {
     Queue lQueue;
     for (int lRound = 0; lRound < 20; ++lRound) {
-        const bool lPeeksFirst = lRound % 2 == 0;
-        std::future<int> lPeek;
-        std::future<Received> lReceived;
-        const auto lStart = [&](bool aPeek) {
-            if (aPeek) {
-                lPeek = std::async(std::launch::async, [&] {
-                    ACE_Message_Block* lBlock = nullptr;
-                    ACE_Time_Value lDeadline = inMilliseconds(200);
-                    return lQueue.ace().peek_dequeue_head(lBlock, &lDeadline);
-                });
-            } else {
-                lReceived = std::async(std::launch::async, [&] { return lQueue.receive(); });
-            }
-            std::this_thread::sleep_for(milliseconds(2));
-        };
-        lStart(lPeeksFirst);
-        lStart(!lPeeksFirst);
+        auto lPeek = std::async(std::launch::async, [&] {
+            ACE_Message_Block* lBlock = nullptr;
+            ACE_Time_Value lDeadline = inMilliseconds(500);
+            return lQueue.ace().peek_dequeue_head(lBlock, &lDeadline);
+        });
+        lPeek.wait_for(milliseconds(2));
+        auto lReceived = std::async(std::launch::async, [&] { return lQueue.receive(); });
+        lReceived.wait_for(milliseconds(2));
         lQueue.send("x");
         EXPECT_EQ("x", lReceived.get().text);
         lPeek.get();
