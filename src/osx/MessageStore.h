@@ -75,9 +75,15 @@ private:
     static constexpr std::size_t kLarge = 4096;
 
     struct Segment {
-        Segment* next;
+        // Leaves the bytes as they are: the system need not provide what is never written.
+        Segment() noexcept : end(bytes) {}
+
+        Segment* next = nullptr;
         char* end;
-        char bytes[16384 - 2 * sizeof(void*)];
+        /// Moves the bytes behind a header to where an allocation of their own would begin: copying
+        /// is faster there.
+        std::size_t filler = 0;
+        char bytes[16384 - 3 * sizeof(std::size_t)];
 
         std::size_t room() const noexcept {
             return static_cast<std::size_t>(bytes + sizeof bytes - end);
@@ -97,9 +103,10 @@ private:
         std::size_t mWord = 0;
     };
 
-    /// Whole words, so that each header is where a word may be.
+    /// @return what a message takes, with its header.
     static constexpr std::size_t sizeInSegment(std::size_t aStored) noexcept {
-        return (sizeof(Header) + aStored + sizeof(Header) - 1) & ~(sizeof(Header) - 1);
+        constexpr std::size_t kUnit = 2 * sizeof(Header);
+        return (sizeof(Header) + aStored + kUnit - 1) & ~(kUnit - 1);
     }
 
     bool write(Header aHeader, const void* aStored, std::size_t aStoredSize) noexcept {

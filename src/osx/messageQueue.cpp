@@ -37,7 +37,9 @@ ACE_Message_Block* blockOf(const MessageStore::Message& aMessage) {
     }
     auto* const lData = new (lMemory) ACE_Data_Block(aMessage.size, ACE_Message_Block::MB_DATA,
                                                      nullptr, lAllocator, nullptr, 0, lAllocator);
-    auto* const lBlock = lData->base() == nullptr ? nullptr : allocate<ACE_Message_Block>(lData);
+    // ACE's allocator gives nothing for no bytes.
+    const bool lHasMemory = lData->base() != nullptr || aMessage.size == 0;
+    auto* const lBlock = lHasMemory ? allocate<ACE_Message_Block>(lData) : nullptr;
     if (lBlock == nullptr) {
         lData->release();
         errno = ENOMEM;

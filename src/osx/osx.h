@@ -224,6 +224,9 @@ OSX_EXPORT void osxDestroyTimer(void*& aHandle);
 /// @name Message queues
 /// Each send makes one message, a private copy of the sender's bytes; each receive takes the oldest
 /// one. Any number of threads may send and receive on one queue.
+///
+/// The handle points at an `ACE_Message_Queue<ACE_MT_SYNCH>`, whose operations may be used beside
+/// these calls. Only ACE's iterators do not see the messages of `osxMsgSend`.
 /// @{
 
 /// @param aSize capacity in bytes, not in messages: a send waits while the queue holds this much or

@@ -18,6 +18,7 @@
 #include "ace/Message_Queue_T.h"
 #include "ace/Synch_Traits.h"
 #include "osx/FakeHost.h"
+#include "osx/QueueUnderTest.h"
 #include "osx/osx.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
@@ -25,62 +26,14 @@
 #include "support/logMatchers.h"
 
 using std::chrono::milliseconds;
+using test::isBlocked;
+using test::Queue;
+using test::Received;
+using test::sendElsewhere;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-using AceQueue = ACE_Message_Queue<ACE_MT_SYNCH>;
-
-/// What a receive yields.
-struct Received {
-    unsigned int status = 99;
-    std::string text;
-    unsigned long size = 4711;
-};
-
-/// A queue for one test.
-class Queue {
-public:
-    explicit Queue(unsigned long aSize = 1000, const char* aName = "queue") {
-        EXPECT_EQ(OSX_OK, osxMsgQueueInit(aSize, 10, &mHandle, aName));
-    }
-    ~Queue() { EXPECT_EQ(OSX_OK, osxMsgQueueDelete(mHandle)); }
-    Queue(const Queue&) = delete;
-    Queue& operator=(const Queue&) = delete;
-
-    long send(const std::string& aText) {
-        long lResult = -1;
-        std::string lCopy = aText;
-        EXPECT_EQ(OSX_OK, osxMsgSend(mHandle, lCopy.data(), lCopy.size(), &lResult));
-        return lResult;
-    }
-    Received receive(unsigned long aMaxSize = 100, unsigned long aTimeOutMs = 0) {
-        Received lReceived;
-        std::string lBuffer(aMaxSize + 1, '#');
-        lReceived.status =
-            osxMsgRecv(mHandle, lBuffer.data(), aMaxSize, &lReceived.size, aTimeOutMs);
-        EXPECT_EQ('#', lBuffer.back()) << "written past the buffer";
-        if (lReceived.status == OSX_OK) {
-            lReceived.text = lBuffer.substr(0, lReceived.size);
-        }
-        return lReceived;
-    }
-    unsigned int receiveStatus(unsigned long aTimeOutMs) { return receive(10, aTimeOutMs).status; }
-    void* handle() const { return mHandle; }
-    AceQueue& ace() const { return *static_cast<AceQueue*>(mHandle); }
-
-private:
-    void* mHandle = nullptr;
-};
-
-bool isBlocked(const std::future<long>& aSender) {
-    return aSender.wait_for(milliseconds(50)) == std::future_status::timeout;
-}
-
-std::future<long> sendElsewhere(Queue& aQueue, const std::string& aText) {
-    return std::async(std::launch::async, [&aQueue, aText] { return aQueue.send(aText); });
-}
 
 milliseconds sinceBegin(std::chrono::steady_clock::time_point aBegin) {
     return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - aBegin);
