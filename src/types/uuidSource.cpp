@@ -9,6 +9,7 @@
 #include <cstring>
 #include <iterator>
 #include <mutex>
+#include <optional>
 
 #include "ace/OS_NS_netdb.h"
 #include "ace/Singleton.h"
@@ -91,6 +92,7 @@ bool hasIdentity() {
 }
 
 void drawIdentity() {
+    const NoCancellation lWhole;  // it opens, reads and closes
     gIdentity.process = getpid();
     gIdentity.sequence = static_cast<unsigned int>(randomBits()) & kSequenceMask;
     chooseNode(gIdentity.node.node_ID());
@@ -98,6 +100,10 @@ void drawIdentity() {
 
 /// @return ACE's generator, ready for use; null when memory is short.
 Generator* readyGenerator(bool& aInitialized) {
+    std::optional<NoCancellation> lWhole;
+    if (!aInitialized) {  // Its first use opens and closes.
+        lWhole.emplace();
+    }
     Generator* lGenerator = ACE_Singleton<Generator, ACE_Thread_Mutex>::instance();
     if (lGenerator == nullptr) {
         return nullptr;
@@ -147,7 +153,6 @@ void copyWords(const Uuid& aUuid, std::uint32_t (&aWords)[4]) {
 }  // namespace
 
 bool makeUuid(std::uint32_t (&aWords)[4], bool& aInitialized) noexcept {
-    const NoCancellation lWhole;  // the first identifier of a process opens, reads and closes
     const std::lock_guard<std::mutex> lGuard(gMutex);
     static const NeverDestroyed<Uuid> lKept;  // a new one would make two strings
     Generator* lGenerator = readyGenerator(aInitialized);
