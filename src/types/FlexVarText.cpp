@@ -283,6 +283,14 @@ std::string_view upToQuote(std::string_view aText, std::size_t aStart) noexcept 
 }  // namespace
 
 void FlexVar::getValueAsString(ACE_String_Base<char>& aOut) const noexcept {
+    if (mType == FlexVar_CString) {  // the kinds most used come first
+        render(Kinds::CString::value(mValue), aOut);
+        return;
+    }
+    if (isWord()) {
+        render(mValue.mInt, aOut);
+        return;
+    }
     const bool lIsOfAKind = Kinds::visit(mType, false, [&](auto aKind) {
         render(aKind.value(mValue), aOut);
         return true;
