@@ -5,7 +5,6 @@
 #include <limits>
 #include <new>
 
-#include "ace/ACE.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/assertion.h"
@@ -124,11 +123,21 @@ unsigned int hashOf(Value aValue) noexcept {
 unsigned int hashOf(bool) noexcept {
     return 0;
 }
+/// The low 32 bits of `ACE::hash_pjw`, which are alike in both word sizes. That clears the highest
+/// four bits for each byte; here they fall out of the word with the next one.
+unsigned int hashOfBytes(const char* aBytes, std::size_t aCount) noexcept {
+    constexpr std::uint32_t kResult = 0x0FFFFFFF;
+    std::uint32_t lHash = 0;
+    for (std::size_t i = 0; i < aCount; ++i) {
+        const std::uint32_t lSum = (lHash << 4) + static_cast<std::uint32_t>(aBytes[i] * 13);
+        lHash = lSum ^ (lSum >> 24 & 0xF0);
+    }
+    return lHash & kResult;
+}
 template <class Character>
 unsigned int hashOf(const ACE_String_Base<Character>& aValue) noexcept {
-    // The low 32 bits do not depend on the word size.
-    return static_cast<unsigned int>(ACE::hash_pjw(reinterpret_cast<const char*>(aValue.fast_rep()),
-                                                   aValue.length() * sizeof(Character)));
+    return hashOfBytes(reinterpret_cast<const char*>(aValue.fast_rep()),
+                       aValue.length() * sizeof(Character));
 }
 unsigned int hashOf(const ACE_Date_Time& aValue) noexcept {
     return static_cast<unsigned int>(aValue.minute());
@@ -423,6 +432,9 @@ ACE_String_Base<char> FlexVar::getTypeName(Type aType) noexcept {
 }
 
 unsigned int FlexVar::hashOfOther() const noexcept {
+    if (mType == FlexVar_CString) {  // the one that keys of tables are
+        return hashOf(Kinds::CString::value(mValue));
+    }
     return Kinds::visit(mType, 0U, [&](auto aKind) {
         const auto& lValue = aKind.value(mValue);
         if constexpr (std::is_floating_point_v<typename decltype(aKind)::Value>) {

@@ -53,6 +53,9 @@ bool FlexVar::isEqualTo(const FlexVar& aOther) const noexcept {
     if (this == &aOther) {
         return true;
     }
+    if (mType == FlexVar_CString) {  // the kind most compared comes first
+        return areEqual(Kinds::CString::value(mValue), Kinds::CString::value(aOther.mValue));
+    }
     return Kinds::visit(mType, false, [&](auto aKind) {
         return areEqual(aKind.value(mValue), aKind.value(aOther.mValue));
     });

@@ -1,8 +1,13 @@
 // From value to text and from text to value.
+#include <langinfo.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cfenv>
+#include <cfloat>
 #include <charconv>
+#include <cmath>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -30,6 +35,8 @@ constexpr std::size_t kChunk = 256;
 constexpr long kShownBytes = 30;
 constexpr std::size_t kUsualLength = 64;  // of a number's text
 constexpr std::size_t kLongestInteger = sizeof "-2147483648" - 1;
+constexpr int kDecimals = 6;  // of "%f"
+constexpr std::size_t kLongestDouble = DBL_MAX_10_EXP + sizeof "-1." + kDecimals;
 
 // Narrow and wide characters.
 
@@ -121,8 +128,27 @@ void render(bool aValue, CString& aOut) noexcept {
 void render(char aValue, CString& aOut) noexcept {
     aOut.set(&aValue, aValue == '\0' ? 0 : 1, true);
 }
+/// @return the decimal point of the thread's language; 0 if it takes more than one byte.
+char decimalPoint() noexcept {
+    const char* const lPoint = nl_langinfo(RADIXCHAR);
+    return lPoint[0] != '\0' && lPoint[1] == '\0' ? lPoint[0] : '\0';
+}
+
+/// `to_chars` always rounds to nearest and writes a point; then "%f" gives the same, in twice the
+/// time or more.
 void render(double aValue, CString& aOut) noexcept {
-    Text().add("%f", aValue).copyTo(aOut);
+    const char lPoint = decimalPoint();
+    if (lPoint == '\0' || std::fegetround() != FE_TONEAREST) {
+        Text().add("%f", aValue).copyTo(aOut);
+        return;
+    }
+    std::array<char, kLongestDouble> lText;
+    char* const lEnd =
+        std::to_chars(lText.begin(), lText.end(), aValue, std::chars_format::fixed, kDecimals).ptr;
+    if (std::isfinite(aValue)) {
+        *(lEnd - kDecimals - 1) = lPoint;
+    }
+    aOut.set(lText.data(), static_cast<std::size_t>(lEnd - lText.data()), true);
 }
 void render(float aValue, CString& aOut) noexcept {
     render(static_cast<double>(aValue), aOut);
@@ -257,6 +283,14 @@ std::string_view upToQuote(std::string_view aText, std::size_t aStart) noexcept 
 }  // namespace
 
 void FlexVar::getValueAsString(ACE_String_Base<char>& aOut) const noexcept {
+    if (mType == FlexVar_CString) {  // the kinds most used come first
+        render(Kinds::CString::value(mValue), aOut);
+        return;
+    }
+    if (isWord()) {
+        render(mValue.mInt, aOut);
+        return;
+    }
     const bool lIsOfAKind = Kinds::visit(mType, false, [&](auto aKind) {
         render(aKind.value(mValue), aOut);
         return true;

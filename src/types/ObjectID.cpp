@@ -16,11 +16,6 @@ constexpr std::size_t kTextLength = 36;
 // Shown when memory for a cache is short.
 const ACE_CString gNoText;
 
-std::uint32_t word(unsigned int aByte3, unsigned int aByte2, unsigned int aByte1,
-                   unsigned int aByte0) {
-    return aByte3 << 24 | aByte2 << 16 | aByte1 << 8 | aByte0;
-}
-
 // Text.
 
 constexpr char kDigits[] = "0123456789abcdef";
@@ -112,15 +107,7 @@ void ObjectID::setData(const unsigned char* aData, long aSize) noexcept {
 
 void ObjectID::generateObjectID() noexcept {
     setEmpty();
-    ACE_Utils::UUID lUuid;
-    if (!osx::makeUuid(lUuid, mGeneratorInitialized)) {
-        return;
-    }
-    const unsigned char* lNode = lUuid.node().node_ID();
-    mWords[0] = lUuid.time_low();
-    mWords[1] = static_cast<std::uint32_t>(lUuid.time_mid()) << 16 | lUuid.time_hi_and_version();
-    mWords[2] = word(lUuid.clock_seq_hi_and_reserved(), lUuid.clock_seq_low(), lNode[0], lNode[1]);
-    mWords[3] = word(lNode[2], lNode[3], lNode[4], lNode[5]);
+    osx::makeUuid(mWords, mGeneratorInitialized);
 }
 
 const ACE_CString& ObjectID::toString() const noexcept {

@@ -9,10 +9,13 @@
 #include <cstring>
 #include <iterator>
 #include <mutex>
+#include <optional>
 
 #include "ace/OS_NS_netdb.h"
 #include "ace/Singleton.h"
 #include "ace/Thread_Mutex.h"
+#include "ace/UUID.h"
+#include "base/NeverDestroyed.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "process/atFork.h"
@@ -89,6 +92,7 @@ bool hasIdentity() {
 }
 
 void drawIdentity() {
+    const NoCancellation lWhole;  // it opens, reads and closes
     gIdentity.process = getpid();
     gIdentity.sequence = static_cast<unsigned int>(randomBits()) & kSequenceMask;
     chooseNode(gIdentity.node.node_ID());
@@ -96,6 +100,10 @@ void drawIdentity() {
 
 /// @return ACE's generator, ready for use; null when memory is short.
 Generator* readyGenerator(bool& aInitialized) {
+    std::optional<NoCancellation> lWhole;
+    if (!aInitialized) {  // Its first use opens and closes.
+        lWhole.emplace();
+    }
     Generator* lGenerator = ACE_Singleton<Generator, ACE_Thread_Mutex>::instance();
     if (lGenerator == nullptr) {
         return nullptr;
@@ -118,35 +126,42 @@ std::uint64_t timeOf(const Uuid& aUuid) {
            static_cast<std::uint64_t>(aUuid.time_mid()) << 32 | aUuid.time_low();
 }
 
-void applyIdentity(Uuid& aUuid) {
-    if (!hasIdentity()) {
-        drawIdentity();
-    }
+/// @return the UUID's clock sequence, moved to where this process's begins.
+unsigned int sequenceOf(const Uuid& aUuid) {
     const std::uint64_t lTime = timeOf(aUuid);
     if (lTime < gIdentity.latestTime) {
         gIdentity.sequence += kSequenceStride;
     }
     gIdentity.latestTime = lTime;
-
     const unsigned int lOwn =
         static_cast<unsigned int>(aUuid.clock_seq_hi_and_reserved()) << 8 | aUuid.clock_seq_low();
-    const unsigned int lSequence = (lOwn + gIdentity.sequence) & kSequenceMask;
-    aUuid.clock_seq_hi_and_reserved(static_cast<unsigned char>(lSequence >> 8));
-    aUuid.clock_seq_low(static_cast<unsigned char>(lSequence));
-    aUuid.node(gIdentity.node);
+    return (lOwn + gIdentity.sequence) & kSequenceMask;
+}
+
+void copyWords(const Uuid& aUuid, std::uint32_t (&aWords)[4]) {
+    if (!hasIdentity()) {
+        drawIdentity();
+    }
+    const unsigned char* const lNode = gIdentity.node.node_ID();
+    aWords[0] = aUuid.time_low();
+    aWords[1] = static_cast<std::uint32_t>(aUuid.time_mid()) << 16 | aUuid.time_hi_and_version();
+    aWords[2] = sequenceOf(aUuid) << 16 | static_cast<std::uint32_t>(lNode[0] << 8 | lNode[1]);
+    aWords[3] = static_cast<std::uint32_t>(lNode[2]) << 24 |
+                static_cast<std::uint32_t>(lNode[3] << 16 | lNode[4] << 8 | lNode[5]);
 }
 
 }  // namespace
 
-bool makeUuid(Uuid& aUuid, bool& aInitialized) noexcept {
-    const NoCancellation lWhole;  // the first identifier of a process opens, reads and closes
+bool makeUuid(std::uint32_t (&aWords)[4], bool& aInitialized) noexcept {
     const std::lock_guard<std::mutex> lGuard(gMutex);
+    static const NeverDestroyed<Uuid> lKept;  // a new one would make two strings
     Generator* lGenerator = readyGenerator(aInitialized);
     if (lGenerator == nullptr) {
         return false;
     }
-    lGenerator->generate_UUID(aUuid, kVersion, kVariant);
-    applyIdentity(aUuid);
+    Uuid& lUuid = *lKept.get();
+    lGenerator->generate_UUID(lUuid, kVersion, kVariant);
+    copyWords(lUuid, aWords);
     return true;
 }
 

@@ -3,7 +3,7 @@
 #ifndef OSX_TYPES_UUIDSOURCE_H
 #define OSX_TYPES_UUIDSOURCE_H
 
-#include "ace/UUID.h"
+#include <cstdint>
 
 namespace osx {
 
@@ -15,8 +15,9 @@ namespace osx {
 /// network card has a random node.
 ///
 /// @param[in,out] aInitialized whether ACE's generator was initialised; set by the first call.
+/// @param[out] aWords as `ObjectID` holds them; untouched without memory for the generator.
 /// @return whether there was memory for the generator.
-bool makeUuid(ACE_Utils::UUID& aUuid, bool& aInitialized) noexcept;
+bool makeUuid(std::uint32_t (&aWords)[4], bool& aInitialized) noexcept;
 
 }  // namespace osx
 

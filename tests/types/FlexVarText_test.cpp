@@ -1,8 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cfenv>
+#include <clocale>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -118,6 +123,86 @@ long parseNumberOrDate(FlexVar& aVar, const std::string& aText) {
         << aText;
     EXPECT_TRUE(isSame(aVar, lOther)) << aText;
     return lResult;
+}
+
+std::string printed(double aValue) {
+    char lText[512];
+    return {lText, static_cast<std::size_t>(std::snprintf(lText, sizeof lText, "%f", aValue))};
+}
+
+/// Doubles of all sizes, and of those that "%f" does not show as mere zeros.
+double randomDouble(std::mt19937_64& aRandom) {
+    const std::uint64_t lBits = aRandom();
+    double lValue = 0;
+    std::memcpy(&lValue, &lBits, sizeof lValue);
+    switch (aRandom() % 4) {
+        case 0:
+            return lValue;  // any bits: subnormals, infinities and NaNs among them
+        case 1:             // half way between two texts
+            return static_cast<double>(static_cast<std::int64_t>(lBits) >> 30) / 128;
+        case 2:
+            return static_cast<double>(static_cast<std::int64_t>(lBits) >> 20) / 1e6;
+        default:
+            return std::ldexp(static_cast<double>(static_cast<std::int64_t>(lBits)),
+                              -static_cast<int>(aRandom() % 90));
+    }
+}
+
+const std::vector<double>& specialDoubles() {
+    using Limits = std::numeric_limits<double>;
+    static const std::vector<double> lDoubles = {0.0,
+                                                 -0.0,
+                                                 0.5,
+                                                 -0.5,
+                                                 5e-7,
+                                                 -5e-7,
+                                                 1.5e-6,
+                                                 2.5e-6,
+                                                 4.9999999e-7,
+                                                 0.0078125,
+                                                 0.0234375,
+                                                 0.9999995,
+                                                 0.99999949999,
+                                                 -0.99999995,
+                                                 999999.9999995,
+                                                 1e15,
+                                                 1e16,
+                                                 1e22,
+                                                 1e23,
+                                                 1e100,
+                                                 123456789012345678.0,
+                                                 4503599627370496.5,
+                                                 9007199254740993.0,
+                                                 Limits::max(),
+                                                 Limits::lowest(),
+                                                 Limits::min(),
+                                                 Limits::denorm_min(),
+                                                 -Limits::denorm_min(),
+                                                 Limits::infinity(),
+                                                 -Limits::infinity(),
+                                                 Limits::quiet_NaN(),
+                                                 -Limits::quiet_NaN()};
+    return lDoubles;
+}
+
+/// Makes a language whose numbers have another decimal point, and takes it.
+bool takeDecimalPoint(const std::string& aPoint, const std::string& aCharacters) {
+    const std::string lName = "points" + std::to_string(aPoint.size());
+    const std::string lFolder = testing::TempDir() + "osx_locale_" + std::to_string(getpid());
+    const std::string lCommand =
+        "mkdir -p " + lFolder + " && cd " + lFolder + " && printf 'LC_NUMERIC\\ndecimal_point \"" +
+        aPoint + "\"\\nthousands_sep \"\"\\ngrouping -1\\nEND LC_NUMERIC\\n' > source && " +
+        "(localedef --no-archive -c -i source -f " + aCharacters + " " + lFolder + "/" + lName +
+        " || true) > log 2>&1";
+    const bool lIsMade = std::system(lCommand.c_str()) == 0;
+    setenv("LOCPATH", lFolder.c_str(), 1);
+    const bool lIsTaken = lIsMade && std::setlocale(LC_NUMERIC, lName.c_str()) != nullptr;
+    EXPECT_EQ(0, std::system(("rm -r " + lFolder).c_str()));
+    return lIsTaken;
+}
+
+void expectPrintedAsByTheSystem(double aValue) {
+    EXPECT_EQ(printed(aValue), text(FlexVar(aValue)));
 }
 
 }  // namespace
@@ -761,4 +846,43 @@ TEST(FlexVarText, TheParserOfNumbersAndDatesLeavesTheOtherKindsToItsCaller) {
     EXPECT_EQ(parseNumberOrDate(lDate, "31-12-2008 23:59:59 000000"), 0);
     EXPECT_EQ(text(lDate), "31-12-2008 23:59:59 000000");
     EXPECT_EQ(parseNumberOrDate(lDate, "32-12-2008 23:59:59 000000"), -1);
+}
+
+TEST(FlexVarText, PrintsDoublesAsTheSystemDoes) {
+    constexpr int kValues = 200000;
+    std::mt19937_64 lRandom(1);
+    std::for_each(specialDoubles().begin(), specialDoubles().end(), expectPrintedAsByTheSystem);
+    for (int lCount = 0; lCount < kValues && !testing::Test::HasFailure(); ++lCount) {
+        const double lValue = randomDouble(lRandom);
+        expectPrintedAsByTheSystem(lValue);
+        const float lFloat = static_cast<float>(std::fmod(lValue, 1e30));
+        EXPECT_EQ(printed(static_cast<double>(lFloat)), text(FlexVar(lFloat)));
+    }
+}
+
+TEST(FlexVarText, PrintsDoublesInTheRoundingOfTheThread) {
+    for (const int lRounding : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO, FE_TONEAREST}) {
+        ASSERT_EQ(0, std::fesetround(lRounding));
+        std::for_each(specialDoubles().begin(), specialDoubles().end(), expectPrintedAsByTheSystem);
+    }
+}
+
+TEST(FlexVarText, PrintsDoublesWithTheDecimalPointOfTheLanguage) {
+    if (!takeDecimalPoint(",", "ANSI_X3.4-1968")) {
+        GTEST_SKIP() << "no language with another decimal point could be made";
+    }
+    EXPECT_EQ("1,500000", text(FlexVar(1.5)));
+    EXPECT_EQ("-0,250000", text(FlexVar(-0.25F)));
+    std::for_each(specialDoubles().begin(), specialDoubles().end(), expectPrintedAsByTheSystem);
+}
+
+TEST(FlexVarText, PrintsDoublesWithADecimalPointOfSeveralBytes) {
+    if (!takeDecimalPoint("<U066B>", "UTF-8")) {
+        GTEST_SKIP() << "no language with such a decimal point could be made";
+    }
+    EXPECT_EQ(
+        "1\xD9\xAB"
+        "500000",
+        text(FlexVar(1.5)));
+    std::for_each(specialDoubles().begin(), specialDoubles().end(), expectPrintedAsByTheSystem);
 }

@@ -8,6 +8,8 @@
 #include <ctime>
 #include <limits>
 #include <memory>
+#include <random>
+#include <string>
 #include <type_traits>
 
 #include "ace/ACE.h"
@@ -771,4 +773,25 @@ TEST(FlexVar, FinishesWhatItDoesWhenTheThreadIsCancelledAtALine) {
     EXPECT_TRUE(test::outlastsItsCancellation([&] { lValue.dump(); }));
     EXPECT_TRUE(test::outlastsItsCancellation(
         [&] { lValue.setCString(static_cast<ACE_String_Base<char>*>(nullptr)); }));
+}
+
+TEST(FlexVar, HashesStringsAsAceDoes) {
+    std::mt19937 lRandom(1);
+    for (int lRound = 0; lRound < 20000; ++lRound) {
+        std::string lBytes(lRandom() % 40, '\0');
+        std::wstring lWide(lRandom() % 20, L'\0');
+        for (char& lByte : lBytes) {
+            lByte = static_cast<char>(lRandom() & 0xFF);
+        }
+        for (wchar_t& lCharacter : lWide) {
+            lCharacter = static_cast<wchar_t>(lRandom() & 0x7FFFFFFF);
+        }
+        const FlexVar lNarrowValue(ACE_String_Base<char>(lBytes.data(), lBytes.size()));
+        const FlexVar lWideValue(ACE_String_Base<wchar_t>(lWide.data(), lWide.size()));
+        EXPECT_EQ(static_cast<unsigned int>(ACE::hash_pjw(lBytes.data(), lBytes.size())),
+                  lNarrowValue.hash());
+        EXPECT_EQ(static_cast<unsigned int>(ACE::hash_pjw(
+                      reinterpret_cast<const char*>(lWide.data()), lWide.size() * sizeof(wchar_t))),
+                  lWideValue.hash());
+    }
 }
