@@ -355,8 +355,8 @@ TEST(Connections, FindOutThatTheirPeerHasVanished) {
 /// As at the end of the pause of a port that had no descriptors.
 TEST(Connections, AreAcceptedByAPortThatTheKernelHasNoMemoryForTheFirstTimes) {
     const test::LogCapture lLog;
-    const test::RunningReactor lLoop;
     EchoPort lPort;
+    const test::RunningReactor lLoop;
     auto* const lListener = static_cast<osxListenHandler*>(lPort.handle());
     test::refuseToAdd(lListener->get_handle(), 3);
     ACE_Reactor::instance()->remove_handler(
