@@ -42,6 +42,7 @@ public:
         }
         return *this;
     }
+    // Exported by itself, since the library is built with its inline functions hidden.
     OSX_EXPORT virtual ~ObjectID() {
         if (mText != nullptr) {
             deleteText();
