@@ -18,7 +18,13 @@ namespace osx {
 
 namespace {
 
+/// @return null with `errno` ENOMEM for want of memory, of which there is never half of what can be
+///         addressed: the sender's own bytes are there, too.
 MessageStore::OwnMemory copyOf(const void* aBytes, std::size_t aSize) {
+    if (aSize >= PTRDIFF_MAX) {
+        errno = ENOMEM;
+        return nullptr;
+    }
     MessageStore::OwnMemory lCopy(allocateBytes(aSize));
     if (lCopy != nullptr) {
         copyBytes(lCopy.get(), aBytes, aSize);

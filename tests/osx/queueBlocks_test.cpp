@@ -374,6 +374,6 @@ TEST(MessageQueueBlocks, LeaveLittleMemoryBehindWhenABurstIsOver) {
             lQueue.receive(lSize);
         }
         // A sanitizer's allocator shows nothing here.
-        EXPECT_LT(lUsed(), lBefore + 64 * 1024);
+        EXPECT_LT(lUsed(), lBefore + 64UL * 1024UL);
     }
 }

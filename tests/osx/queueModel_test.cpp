@@ -156,7 +156,7 @@ private:
     }
 
     /// Puts some blocks in, unless there is no room by the deadline, which has passed.
-    void enqueue(Enqueue aOperation, const std::vector<Entry>& aBlocks, Place aPlace) {
+    void enqueue(Enqueue aOperation, const std::vector<Entry>& aBlocks, const Place& aPlace) {
         ACE_Time_Value lPassed(1);
         const int lCount = (mQueue.ace().*aOperation)(aBlocks.front().block, &lPassed);
         if (isFull()) {
@@ -180,7 +180,7 @@ private:
                 placeFor(lEntry.priority));
     }
 
-    void dequeue(Dequeue aOperation, Place aPlace) {
+    void dequeue(Dequeue aOperation, const Place& aPlace) {
         ACE_Message_Block* lBlock = nullptr;
         ACE_Time_Value lPassed(1);
         const int lCount = (mQueue.ace().*aOperation)(lBlock, &lPassed);
