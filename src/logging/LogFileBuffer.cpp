@@ -29,7 +29,7 @@ int openToAppend(const char* aName, int aFlags) noexcept {
     });
 }
 
-/// A clock that nobody sets and that is cheap to read.
+/// The monotonic clock, as exact as is cheap.
 std::time_t seconds() noexcept {
     timespec lNow{};
     ::clock_gettime(CLOCK_MONOTONIC_COARSE, &lNow);

@@ -29,7 +29,7 @@ public:
     /// @return the number of messages queued; -1 on failure, with the cause in `errno`.
     int send(const void* aBytes, std::size_t aSize);
 
-    /// `dequeue` into a buffer, by a clock that nobody sets.
+    /// `dequeue` into a buffer, by the monotonic clock.
     /// @param aTimeOutMs 0 and `OSX_INFINITE_TIMEOUT` mean no limit.
     /// @return false when no message came in time; then nothing is written.
     bool receive(void* aBuffer, std::size_t aMaxSize, unsigned long& aReceived,
