@@ -89,6 +89,11 @@ ACE_Log_Msg* logOfThisThread() {
 __attribute__((no_sanitize("null"), noinline)) void log(ACE_Log_Msg& aLog, const char* aFormat,
                                                         ACE_Log_Priority aPriority,
                                                         va_list aArguments) {
+    // Asked first, as it takes no lock: at the end of the process ACE's is destroyed, and nobody
+    // comes that far any more.
+    if (aLog.log_priority_enabled(aPriority) == 0) {
+        return;
+    }
     std::optional<WriteSignalGuard> lGuard;
     if ((aLog.flags() & ACE_Log_Msg::STDERR) != 0 && mayRaiseWriteSignal(STDERR_FILENO)) {
         lGuard.emplace();
