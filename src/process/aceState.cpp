@@ -153,6 +153,8 @@ const AtFork gAtFork(ForkOrder::kLog, {takeLocks, releaseLocks, renewLocks});
 bool reserveThread() noexcept {
     constexpr std::size_t kSpare = 4;
     auto& lFree = ThreadManagerAccess::freeDescriptors();
+    // The analyzer does not see that ACE's list owns what is added to it.
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
     while (lFree.size() < kSpare) {
         std::unique_ptr<ACE_Thread_Descriptor> lDescriptor(allocate<ACE_Thread_Descriptor>());
         if (lDescriptor == nullptr || !isWhole(*lDescriptor)) {

@@ -52,6 +52,10 @@ void* ObjectIDMap::Pool::malloc(std::size_t aSize) {
 }
 
 void ObjectIDMap::Pool::free(void* aPiece) {
+    link(aPiece);
+}
+
+void ObjectIDMap::Pool::link(void* aPiece) noexcept {
     mFree = new (aPiece) Link{mFree};
 }
 
@@ -62,7 +66,7 @@ void ObjectIDMap::Pool::addPage(std::size_t aSize) noexcept {
     }
     mPages = new (lPage) Link{mPages};
     for (std::size_t lPiece = kPairsOfAPage; lPiece > 0; --lPiece) {
-        free(lPage + lPiece * aSize);
+        link(lPage + lPiece * aSize);
     }
 }
 

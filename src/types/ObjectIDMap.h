@@ -66,6 +66,7 @@ private:
         struct Link {
             Link* next;
         };
+        void link(void* aPiece) noexcept;
         void addPage(std::size_t aSize) noexcept;
 
         Link* mFree = nullptr;
