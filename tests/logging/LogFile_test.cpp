@@ -408,7 +408,7 @@ TEST_F(LogFileTest, SurvivesAThreadThatIsCancelledInALine) {
 
 TEST_F(LogFileTest, IsRotatedByLogrotate) {
     if (std::system("command -v logrotate >/dev/null") != 0) {
-        GTEST_SKIP() << "logrotate is not installed";
+        GTEST_SKIP() << "logrotate is not installed; ./check installs it";
     }
     for (const char* const lWay : {"create", "nocreate", "copytruncate"}) {
         std::ofstream(path("rotate.conf"))

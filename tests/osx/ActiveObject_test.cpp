@@ -166,7 +166,8 @@ TEST(ActiveObject, EndedByARequestWhileAnotherThreadStopsItRunsAgain) {
 
 TEST(ActiveObject, WhoseThreadARequestEndsWhileAnotherOneStopsItRunsAgain) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
+        GTEST_SKIP()
+            << "ThreadSanitizer reports ACE's own locks where a thread ends in its routine";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -187,7 +188,8 @@ TEST(ActiveObject, StoppedByARequestThoughMemoryIsShortRunsAgain) {
 
 TEST(ActiveObject, StoppedWithoutMemoryByAThreadThatIsCancelledRunsAgain) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
+        GTEST_SKIP()
+            << "ThreadSanitizer gives up when a thread is cancelled while it joins another";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -378,7 +380,8 @@ TEST(ActiveObject, WhoseRequestRunsAnotherOnesRoutineStillKnowsItsOwnThread) {
 
 TEST(ActiveObject, IsStoppedWhenARequestEndsItsThread) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
+        GTEST_SKIP()
+            << "ThreadSanitizer reports ACE's own locks where a thread ends in its routine";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -418,7 +421,8 @@ TEST(ActiveObject, AThreadThatDestroysItMayBeCancelled) {
 
 TEST(ActiveObject, AThreadThatStopsItMayBeCancelledAndTheNextStopWaits) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
+        GTEST_SKIP()
+            << "ThreadSanitizer gives up when a thread is cancelled while it joins another";
     }
     ActiveObject lObject;
     ASSERT_EQ(0, lObject.init());

@@ -499,7 +499,8 @@ void countAndEndTheThread(const void* aCounter) {
 
 TEST(ReactorThread, IsStoppedThoughACallbackHasEndedIt) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP() << "ThreadSanitizer cannot watch this";
+        GTEST_SKIP()
+            << "ThreadSanitizer reports ACE's own locks where a thread ends in its routine";
     }
     OSX_Reactor& lReactor = test::RunningReactor::reactor();
     lReactor.startReactor();

@@ -196,7 +196,7 @@ TEST(LostPeer, EndsAReceive) {
         osxCloseSocketAndRelease(lSocket);
     });
     if (!lDone) {
-        GTEST_SKIP() << "no network of its own is to be had";
+        GTEST_SKIP() << "needs root's right to make a network of its own";
     }
 }
 
@@ -212,7 +212,7 @@ TEST(LostPeer, EndsAPortsConnection) {
         EXPECT_TRUE(lPort.closed().waitFor(1));
     });
     if (!lDone) {
-        GTEST_SKIP() << "no network of its own is to be had";
+        GTEST_SKIP() << "needs root's right to make a network of its own";
     }
 }
 

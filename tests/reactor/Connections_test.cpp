@@ -199,7 +199,7 @@ TEST(Connections, AreServedByALaterThreadThoughAnEarlierOneIsHeldUpWithTheirEven
 TEST(Connections, OfAnyNumberAreServedByOneThread) {
     const int lNumber = std::min(10000, roomForConnections(10000));
     if (lNumber <= 1024) {
-        GTEST_SKIP() << "needs more descriptors";
+        GTEST_SKIP() << "needs a limit of more than 1024 descriptors";
     }
     const test::LogCapture lLog;
     EchoPort lPort;

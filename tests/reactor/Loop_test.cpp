@@ -28,6 +28,7 @@
 #include "osx/observation.h"
 #include "osx/osx.h"
 #include "reactor/EchoPort.h"
+#include "reactor/PipeHandler.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
@@ -39,6 +40,8 @@ using std::chrono::milliseconds;
 using test::Counter;
 using test::EchoPort;
 using test::TcpPeer;
+
+using test::PipeHandler;
 
 namespace {
 
@@ -81,31 +84,6 @@ bool allSleep(const std::vector<std::string>& aThreads) {
 bool allOthersSleep() {
     return allSleep(otherThreads());
 }
-
-/// A handler of the application's, for a pipe.
-class PipeHandler : public ACE_Event_Handler {
-public:
-    PipeHandler() { EXPECT_EQ(0, ::pipe2(mPipe.data(), O_CLOEXEC | O_NONBLOCK)); }
-    ~PipeHandler() override {
-        ::close(mPipe[0]);
-        ::close(mPipe[1]);
-    }
-    PipeHandler(const PipeHandler&) = delete;
-    PipeHandler& operator=(const PipeHandler&) = delete;
-
-    ACE_HANDLE get_handle() const override { return mPipe[0]; }
-    int handle_input(ACE_HANDLE) override {
-        char lByte = 0;
-        EXPECT_EQ(1, ::read(mPipe[0], &lByte, 1));
-        mCalls.add();
-        return 0;
-    }
-    void give() const { EXPECT_EQ(1, ::write(mPipe[1], "x", 1)); }
-    Counter mCalls;
-
-private:
-    std::array<int, 2> mPipe{};
-};
 
 }  // namespace
 
