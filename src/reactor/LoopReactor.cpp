@@ -1,6 +1,7 @@
 #include "reactor/LoopReactor.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -8,6 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <ctime>
+#include <limits>
 #include <new>
 
 #include "ace/Functor.h"
@@ -24,13 +27,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Bits in ACE's sets that are the loop's own: the notification pipe's and the gate's.
-constexpr int kOwnBits = 2;
-
 constexpr ACE_Reactor_Mask kReading = ACE_Event_Handler::READ_MASK | ACE_Event_Handler::ACCEPT_MASK;
 
-int bitsOf(const ACE_Select_Reactor_Handle_Set& aSet) {
-    return aSet.rd_mask_.num_set() + aSet.wr_mask_.num_set() + aSet.ex_mask_.num_set();
+constexpr time_t kNever = std::numeric_limits<time_t>::max();
+
+time_t secondNow() {
+    timespec lNow{};
+    ::clock_gettime(CLOCK_MONOTONIC_COARSE, &lNow);
+    return lNow.tv_sec;
 }
 
 /// Rounded up, so that a limit is waited for and not only nearly.
@@ -47,6 +51,20 @@ int toMilliseconds(const ACE_Time_Value& aTime) {
 class NothingBefore : public ACE_Command_Base {
 public:
     int execute(void*) override { return 0; }
+};
+
+/// For a timer of a queue of the application's: others may be due while it is called.
+template <class Function>
+class AlarmBefore : public ACE_Command_Base {
+public:
+    explicit AlarmBefore(Function aSetAlarm) : mSetAlarm(aSetAlarm) {}
+    int execute(void*) override {
+        mSetAlarm();
+        return 0;
+    }
+
+private:
+    const Function mSetAlarm;
 };
 
 class NotifyAccess : public ACE_Select_Reactor_Notify {
@@ -92,12 +110,17 @@ private:
     const unsigned int mForks;
 };
 
-LoopReactor::LoopReactor(TimerQueue& aTimers)
-    : ACE_TP_Reactor(nullptr, &aTimers, true, ACE_Select_Reactor_Token::FIFO),
+LoopReactor::LoopReactor(TimerQueue& aTimers) : LoopReactor(aTimers, TimerQueue::take()) {}
+
+LoopReactor::LoopReactor(TimerQueue& aTimers, TimerQueue* aNone)
+    : ACE_TP_Reactor(nullptr, aNone, true, ACE_Select_Reactor_Token::FIFO),
       mTimers(aTimers),
+      mQueue(&aTimers),
+      mNone(aNone),
       mWake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      mGate(*this),
-      mThroughAce(false),
+      mAces(mSet, mWake),
+      mNextCheck(kNever),
+      mHasToArm(false),
       mSleepers(0),
       mInside(0),
       mForks(0),
@@ -115,6 +138,9 @@ LoopReactor::LoopReactor(TimerQueue& aTimers)
 LoopReactor::~LoopReactor() {
     LoopReactor::close();
     mTimers.wakeWith(nullptr);
+    if (mNone != nullptr) {
+        TimerQueue::giveBack(mNone);
+    }
     if (mWake != -1) {
         ::close(mWake);
     }
@@ -125,10 +151,10 @@ bool LoopReactor::usable() {
 }
 
 bool LoopReactor::setUp() {
-    const bool lOpened =
-        fillPoll() && ACE_TP_Reactor::register_handler_i(mSet.descriptor(), &mGate,
-                                                         ACE_Event_Handler::READ_MASK) == 0;
+    const bool lOpened = fillPoll();
     if (lOpened) {
+        // It is the poll that looks after the pipe.
+        wait_set_.rd_mask_.clr_bit(notify_handler_->notify_handle());
         mTimers.wakeWith(&mTimer);
     }
     return lOpened;
@@ -148,7 +174,12 @@ int LoopReactor::close() {
         mClosed = true;
         mSet.close();
     }
-    return ACE_TP_Reactor::close();
+    const int lResult = ACE_TP_Reactor::close();
+    mAces.close();
+    if (ACE_Timer_Queue* const lQueue = mQueue.exchange(nullptr)) {
+        lQueue->close();
+    }
+    return lResult;
 }
 
 // --- the fork of the process ---
@@ -176,6 +207,7 @@ void LoopReactor::renewInChild() {
     mTimer.renew();
     replaceDescriptor(mWake, ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     fillPoll();
+    mAces.renewInChild();
     mReady.forget();
     mTimers.beginAnew();
     mSleepers = 0;
@@ -189,21 +221,13 @@ void LoopReactor::renewInChild() {
     const int lQueueing = token_.queueing_strategy();
     new (&token_) ACE_Select_Reactor_Token(*this, lQueueing);
     // Those that other threads were serving.
-    ACE_TP_Reactor::resume_handlers();
-}
-
-// --- the two ways ---
-
-/// Called, with the token, after each change of ACE's sets. Who sleeps in the poll has to go to
-/// ACE's loop once the application has a handler. The other way round nobody sleeps: who does has
-/// the token.
-void LoopReactor::chooseMode() {
-    const bool lThroughAce =
-        bitsOf(wait_set_) + bitsOf(suspend_set_) > kOwnBits || timer_queue_ != &mTimers;
-    if (mThroughAce.exchange(lThroughAce) != lThroughAce && lThroughAce) {
-        passOn();
+    for (ACE_HANDLE lHandle = 0; lHandle < handler_rep_.max_handlep1(); ++lHandle) {
+        ACE_TP_Reactor::resume_i(lHandle);
+        watch(lHandle);
     }
 }
+
+// --- waiting and serving ---
 
 int LoopReactor::handle_events(ACE_Time_Value& aLimit) {
     return handle_events(&aLimit);
@@ -249,13 +273,7 @@ int LoopReactor::attempt(int aLimitMs, Waited& aWaited) {
     if (mHasToEnrol.load(std::memory_order_relaxed) && mHasToEnrol.exchange(false)) {
         mSet.enrolAll();
     }
-    if (mThroughAce) {
-        passOn();
-        ACE_Time_Value lLimit(std::chrono::milliseconds(aLimitMs < 0 ? 0 : aLimitMs));
-        const int lResult = ACE_TP_Reactor::handle_events(aLimitMs < 0 ? nullptr : &lLimit);
-        aWaited = lResult == 0 && !mThroughAce ? kNothing : kFailed;
-        return lResult;
-    }
+    checkNumbers();
     std::array<epoll_event, ReadyQueue::kSize> lEvents;
     const int lCount = wait(lEvents.data(), aLimitMs);
     if (lCount == -1) {
@@ -263,14 +281,6 @@ int LoopReactor::attempt(int aLimitMs, Waited& aWaited) {
     }
     aWaited = lCount == 0 ? kNothing : serveAll(lEvents.data(), lCount);
     return aWaited == kServed ? 1 : 0;
-}
-
-/// With the token. Who got it only after the last handler of the application's had gone must not
-/// sleep with it: who wants it sends a notification, which those in the poll may take.
-int LoopReactor::wait_for_multiple_events(ACE_Select_Reactor_Handle_Set& aReady,
-                                          ACE_Time_Value* aLimit) {
-    ACE_Time_Value lNoWait(ACE_Time_Value::zero);
-    return ACE_TP_Reactor::wait_for_multiple_events(aReady, mThroughAce ? aLimit : &lNoWait);
 }
 
 /// @return whether there was an event that had been taken before.
@@ -289,7 +299,7 @@ bool LoopReactor::serveReady(Waited& aWaited) {
 int LoopReactor::wait(epoll_event* aEvents, int aLimitMs) {
     const bool lIsAlone = mInside.load(std::memory_order_relaxed) == 1 && !mSet.wantsFreshLook();
     const Counted lSleeper(mSleepers);
-    const bool lMaySleep = mReady.empty() && !mThroughAce && !mEnded;
+    const bool lMaySleep = mReady.empty() && !mEnded;
     return ::epoll_wait(mSet.descriptor(), aEvents, lIsAlone ? ReadyQueue::kSize : 1,
                         lMaySleep ? aLimitMs : 0);
 }
@@ -330,25 +340,29 @@ LoopReactor::Waited LoopReactor::serve(const epoll_event& aEvent) {
             return kNothing;
         case ServedSet::kNotify:
             return serveNotification() ? kServed : kNothing;
+        case ServedSet::kAces:
+            return serveAces() ? kServed : kNothing;
         default:
             return mSet.serve(aEvent) ? kServed : kNothing;
     }
 }
 
 bool LoopReactor::serveTimer() {
-    NothingBefore lNothing;
-    return mTimers.expire_single(lNothing) != 0;
+    ACE_Timer_Queue* const lQueue = mQueue;
+    if (lQueue == &mTimers) {
+        NothingBefore lNothing;
+        return mTimers.expire_single(lNothing) != 0;
+    }
+    AlarmBefore lAlarm([this] { setAlarmOfOtherQueue(); });
+    const bool lServed = lQueue != nullptr && lQueue->expire_single(lAlarm) > 0;
+    setAlarmOfOtherQueue();
+    return lServed;
 }
 
-/// As ACE's loop does it. Each read of the pipe gets a whole notification. One that may have been
-/// meant for a thread that sleeps in ACE's loop is sent again.
+/// As ACE's loop does it. Each read of the pipe gets a whole notification.
 bool LoopReactor::serveNotification() {
     ACE_Notification_Buffer lNotification;
-    while (!mThroughAce &&
-           notify_handler_->read_notify_pipe(notify_handler_->notify_handle(), lNotification) > 0) {
-        if (mThroughAce) {
-            wakeup_all_threads();
-        }
+    while (notify_handler_->read_notify_pipe(notify_handler_->notify_handle(), lNotification) > 0) {
         if (notify_handler_->is_dispatchable(lNotification) > 0) {
             notify_handler_->dispatch_notify(lNotification);
             return true;
@@ -357,75 +371,126 @@ bool LoopReactor::serveNotification() {
     return false;
 }
 
+/// One handler of the application's. ACE suspends it, and `suspend_i` lets others be told of while
+/// it is called.
+bool LoopReactor::serveAces() {
+    const bool lServed = ACE_TP_Reactor::handle_events(nullptr) > 0;
+    if (!lServed) {
+        token_.acquire();
+        mHasToArm = false;
+        mAces.calm();
+        mAces.arm();
+        token_.release();
+    }
+    return lServed;
+}
+
+/// Called by ACE, with the token.
+int LoopReactor::wait_for_multiple_events(ACE_Select_Reactor_Handle_Set& aReady, ACE_Time_Value*) {
+    mHasToArm = true;
+    ACE_Time_Value lNoWait(ACE_Time_Value::zero);
+    return ACE_TP_Reactor::wait_for_multiple_events(aReady, &lNoWait);
+}
+
 void LoopReactor::wakeOne() const {
     const NoCancellation lGuard;
     const std::uint64_t lOne = 1;
     [[maybe_unused]] const ssize_t lWritten = ::write(mWake, &lOne, sizeof lOne);
 }
 
-/// Wakes a thread for what this one leaves: events that wait, the other way of waiting, or the end.
-/// That one does the same.
+/// Wakes a thread for what this one leaves: events that wait, or the end. That one does the same.
 void LoopReactor::passOn() const {
-    const bool lSleeps = mSleepers != 0;
-    if ((!mReady.empty() && (lSleeps || mThroughAce)) || ((mThroughAce || mEnded) && lSleeps)) {
+    if ((mEnded || !mReady.empty()) && mSleepers != 0) {
         wakeOne();
     }
 }
 
-int LoopReactor::Gate::handle_input(ACE_HANDLE aHandle) {
-    epoll_event lEvent{};
-    const bool lTaken =
-        mLoop.mReady.take(lEvent) || ::epoll_wait(mLoop.mSet.descriptor(), &lEvent, 1, 0) == 1;
-    mLoop.resume_handler(aHandle);
-    // ACE's loop, which is here, looks after its pipe by itself.
-    if (lTaken && lEvent.data.u64 != ServedSet::kNotify) {
-        mLoop.passOn();
-        mLoop.serve(lEvent);
+// --- timers: without the token, with which ACE calls `handle_close` ---
+
+long LoopReactor::schedule_timer(ACE_Event_Handler* aHandler, const void* aAct,
+                                 const ACE_Time_Value& aDelay, const ACE_Time_Value& aInterval) {
+    ACE_Timer_Queue* const lQueue = mQueue;
+    if (lQueue == &mTimers) {
+        return mTimers.start(aHandler, aAct, aDelay, aInterval);
+    }
+    if (lQueue == nullptr) {
+        errno = ESHUTDOWN;
+        return -1;
+    }
+    const long lId = lQueue->schedule(aHandler, aAct, lQueue->gettimeofday() + aDelay, aInterval);
+    setAlarmOfOtherQueue();
+    return lId;
+}
+
+int LoopReactor::reset_timer_interval(long aTimerID, const ACE_Time_Value& aInterval) {
+    ACE_Timer_Queue* const lQueue = mQueue;
+    return lQueue == nullptr ? -1 : lQueue->reset_interval(aTimerID, aInterval);
+}
+
+int LoopReactor::cancel_timer(ACE_Event_Handler* aHandler, int aDontCallHandleClose) {
+    ACE_Timer_Queue* const lQueue = mQueue;
+    return lQueue == nullptr || aHandler == nullptr
+               ? 0
+               : lQueue->cancel(aHandler, aDontCallHandleClose);
+}
+
+int LoopReactor::cancel_timer(long aTimerID, const void** aAct, int aDontCallHandleClose) {
+    ACE_Timer_Queue* const lQueue = mQueue;
+    return lQueue == nullptr ? 0 : lQueue->cancel(aTimerID, aAct, aDontCallHandleClose);
+}
+
+ACE_Timer_Queue* LoopReactor::timer_queue() const {
+    return mQueue;
+}
+
+/// The former one is closed, as ACE does it.
+int LoopReactor::timer_queue(ACE_Timer_Queue* aQueue) {
+    if (ACE_Timer_Queue* const lFormer = mQueue.exchange(aQueue)) {
+        lFormer->close();
+    }
+    const bool lIsOurs = aQueue == &mTimers;
+    mTimers.wakeWith(lIsOurs ? &mTimer : nullptr);
+    if (!lIsOurs) {
+        setAlarmOfOtherQueue();
     }
     return 0;
 }
 
-// --- timers: without the token, which a thread that waits in ACE's loop holds ---
-
-long LoopReactor::schedule_timer(ACE_Event_Handler* aHandler, const void* aAct,
-                                 const ACE_Time_Value& aDelay, const ACE_Time_Value& aInterval) {
-    return timer_queue_ == &mTimers
-               ? mTimers.start(aHandler, aAct, aDelay, aInterval)
-               : ACE_TP_Reactor::schedule_timer(aHandler, aAct, aDelay, aInterval);
-}
-
-int LoopReactor::reset_timer_interval(long aTimerID, const ACE_Time_Value& aInterval) {
-    return timer_queue_ == &mTimers ? mTimers.reset_interval(aTimerID, aInterval)
-                                    : ACE_TP_Reactor::reset_timer_interval(aTimerID, aInterval);
-}
-
-int LoopReactor::cancel_timer(ACE_Event_Handler* aHandler, int aDontCallHandleClose) {
-    if (timer_queue_ != &mTimers) {
-        return ACE_TP_Reactor::cancel_timer(aHandler, aDontCallHandleClose);
+/// A queue of the application's own keeps time by whatever clock: only how long there is left is
+/// asked.
+void LoopReactor::setAlarmOfOtherQueue() {
+    ACE_Timer_Queue* const lQueue = mQueue;
+    ACE_Time_Value lLeft;
+    if (lQueue != nullptr && lQueue->calculate_timeout(nullptr, &lLeft) != nullptr) {
+        mTimer.setIn(lLeft);
     }
-    return aHandler == nullptr ? 0 : mTimers.cancel(aHandler, aDontCallHandleClose);
-}
-
-int LoopReactor::cancel_timer(long aTimerID, const void** aAct, int aDontCallHandleClose) {
-    return timer_queue_ == &mTimers
-               ? mTimers.cancel(aTimerID, aAct, aDontCallHandleClose)
-               : ACE_TP_Reactor::cancel_timer(aTimerID, aAct, aDontCallHandleClose);
-}
-
-ACE_Timer_Queue* LoopReactor::timer_queue() const {
-    return ACE_TP_Reactor::timer_queue();
-}
-
-/// Only ACE's loop knows how to wait for another queue's timers.
-int LoopReactor::timer_queue(ACE_Timer_Queue* aQueue) {
-    token_.acquire();
-    const int lResult = ACE_TP_Reactor::timer_queue(aQueue);
-    chooseMode();
-    token_.release();
-    return lResult;
 }
 
 // --- handlers, with the token ---
+
+/// Once a second, without waiting for the token.
+void LoopReactor::checkNumbers() {
+    time_t lNext = mNextCheck.load(std::memory_order_relaxed);
+    if (lNext == kNever) {
+        return;
+    }
+    const time_t lNow = secondNow();
+    if (lNow >= lNext && mNextCheck.compare_exchange_strong(lNext, lNow + 1) &&
+        token_.tryacquire() == 0) {
+        mAces.check();
+        token_.release();
+    }
+}
+
+/// To be called after each change of ACE's sets.
+void LoopReactor::watch(ACE_HANDLE aHandle) {
+    if (aHandle < 0 || static_cast<std::size_t>(aHandle) >= size()) {
+        return;
+    }
+    mAces.watch(aHandle, (wait_set_.rd_mask_.is_set(aHandle) != 0 ? AcePoll::kRead : 0U) |
+                             (wait_set_.wr_mask_.is_set(aHandle) != 0 ? AcePoll::kWrite : 0U) |
+                             (wait_set_.ex_mask_.is_set(aHandle) != 0 ? AcePoll::kExcept : 0U));
+}
 
 int LoopReactor::register_handler_i(ACE_HANDLE aHandle, ACE_Event_Handler* aHandler,
                                     ACE_Reactor_Mask aMask) {
@@ -442,8 +507,20 @@ int LoopReactor::register_handler_i(ACE_HANDLE aHandle, ACE_Event_Handler* aHand
     if (mSet.has(aHandle)) {
         return -1;
     }
+    if (!mAces.open()) {
+        return -1;
+    }
+    time_t lNever = kNever;
+    mNextCheck.compare_exchange_strong(lNever, 0);
+    const ACE_HANDLE lHandle =
+        aHandle == ACE_INVALID_HANDLE && aHandler != nullptr ? aHandler->get_handle() : aHandle;
+    if (mAces.hasLost(lHandle)) {  // closed without a word, and given anew
+        const bool lIsSame = handler_rep_.find(lHandle) == aHandler;
+        remove_handler_i(lHandle, ACE_Event_Handler::ALL_EVENTS_MASK |
+                                      (lIsSame ? ACE_Event_Handler::DONT_CALL : 0));
+    }
     const int lResult = ACE_TP_Reactor::register_handler_i(aHandle, aHandler, aMask);
-    chooseMode();
+    watch(lHandle);
     return lResult;
 }
 
@@ -453,7 +530,7 @@ int LoopReactor::remove_handler_i(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) {
         return (aMask & kReading) == 0 || mSet.remove(aHandle, lClose) ? 0 : -1;
     }
     const int lResult = ACE_TP_Reactor::remove_handler_i(aHandle, aMask);
-    chooseMode();
+    watch(aHandle);
     return lResult;
 }
 
@@ -481,17 +558,31 @@ int LoopReactor::handler_i(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask,
 }
 
 int LoopReactor::suspend_i(ACE_HANDLE aHandle) {
-    if (aHandle < 0) {  // as the gate and the pipe tell it, which serve on
+    if (aHandle < 0) {  // as the pipe tells it, which serves on
         return -1;
     }
-    return mSet.suspend(aHandle, true) ? 0 : ACE_TP_Reactor::suspend_i(aHandle);
+    if (mSet.suspend(aHandle, true)) {
+        return 0;
+    }
+    const int lResult = ACE_TP_Reactor::suspend_i(aHandle);
+    watch(aHandle);
+    if (mHasToArm) {
+        mHasToArm = false;
+        mAces.arm();
+    }
+    return lResult;
 }
 
 int LoopReactor::resume_i(ACE_HANDLE aHandle) {
     if (aHandle < 0) {
         return -1;
     }
-    return mSet.suspend(aHandle, false) ? 0 : ACE_TP_Reactor::resume_i(aHandle);
+    if (mSet.suspend(aHandle, false)) {
+        return 0;
+    }
+    const int lResult = ACE_TP_Reactor::resume_i(aHandle);
+    watch(aHandle);
+    return lResult;
 }
 
 int LoopReactor::is_suspended_i(ACE_HANDLE aHandle) {
@@ -504,7 +595,7 @@ int LoopReactor::mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOpera
     if (!mSet.has(aHandle)) {
         const int lResult = ACE_TP_Reactor::mask_ops(aHandle, aMask, aOperation);
         token_.acquire();
-        chooseMode();
+        watch(aHandle);
         token_.release();
         return lResult;
     }
@@ -520,7 +611,7 @@ int LoopReactor::mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOpera
     return lFormer;
 }
 
-/// ACE asks each handler for its descriptor; the gate and the pipe have none to tell.
+/// ACE asks each handler for its descriptor; the pipe has none to tell.
 int LoopReactor::suspend_handlers() {
     const int lResult = ACE_TP_Reactor::suspend_handlers();
     mSet.suspendAll(true);
@@ -543,8 +634,26 @@ void LoopReactor::deactivate(int aEnd) {
     passOn();  // ACE's notification wakes one thread
 }
 
+/// What ACE is told to be ready need not be so by the kernel.
+int LoopReactor::ready_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) {
+    const int lResult = ACE_TP_Reactor::ready_ops(aHandle, aMask, aOperation);
+    epoll_event lEvent{};
+    lEvent.data.u64 = ServedSet::kAces;
+    mReady.add(&lEvent, 1);
+    passOn();
+    return lResult;
+}
+
 int LoopReactor::work_pending(const ACE_Time_Value& aLimit) {
-    return mReady.empty() ? ACE_TP_Reactor::work_pending(aLimit) : 1;
+    if (mEnded) {
+        return 0;
+    }
+    if (!mReady.empty()) {
+        return 1;
+    }
+    pollfd lPoll{mSet.descriptor(), POLLIN, 0};
+    const timespec lLimit = aLimit;
+    return ::ppoll(&lPoll, 1, &lLimit, nullptr);
 }
 
 }  // namespace osx

@@ -9,6 +9,7 @@
 #include <chrono>
 
 #include "ace/TP_Reactor.h"
+#include "reactor/AcePoll.h"
 #include "reactor/LoopTimer.h"
 #include "reactor/ReadyQueue.h"
 #include "reactor/ServedSet.h"
@@ -20,14 +21,10 @@ class TimerQueue;
 /// ACE's thread-pool reactor, which serves the library's own handlers, `Served`, in a way of its
 /// own: without ACE's limit on descriptors, and without a token that threads hand on.
 ///
-/// - **While there are only those**, each thread waits in the kernel's event poll for itself. The
-///   poll has the handlers' descriptors, the timers' (`LoopTimer`), ACE's notification pipe and a
-///   descriptor that wakes a sleeper.
-/// - **Once the application has a handler of its own**, threads go through ACE's loop, where the
-///   poll is one descriptor among the application's, served by the `Gate`.
-///
-/// The gate is registered all the time, so that ACE's `work_pending`, and a thread that went into
-/// ACE's loop and sleeps there, see what the poll has.
+/// Each thread waits in the kernel's event poll for itself. The poll has the handlers' descriptors,
+/// the timers' (`LoopTimer`), ACE's notification pipe, a descriptor that wakes a sleeper, and, once
+/// the application has handlers of its own, one that stands for all of theirs (`AcePoll`). Those
+/// are served by ACE, with the token. Nobody sleeps with it.
 class LoopReactor : public ACE_TP_Reactor {
 public:
     explicit LoopReactor(TimerQueue& aTimers);
@@ -66,6 +63,8 @@ public:
     ACE_Timer_Queue* timer_queue() const override;
     using ACE_TP_Reactor::mask_ops;
     int mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override;
+    using ACE_TP_Reactor::ready_ops;
+    int ready_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override;
     int suspend_handlers() override;
     int resume_handlers() override;
     int work_pending(const ACE_Time_Value& aLimit) override;
@@ -90,26 +89,18 @@ protected:
                                  ACE_Time_Value* aLimit) override;
 
 private:
-    /// The event poll as a handler of ACE's loop. It takes an event, has itself waited for again by
-    /// the other threads, and then serves what it took.
-    class Gate : public ACE_Event_Handler {
-    public:
-        explicit Gate(LoopReactor& aLoop) : mLoop(aLoop) {}
-        int handle_input(ACE_HANDLE aHandle) override;
-        int resume_handler() override { return ACE_APPLICATION_RESUMES_HANDLER; }
-
-    private:
-        LoopReactor& mLoop;
-    };
-
     class Inside;
+
+    LoopReactor(TimerQueue& aTimers, TimerQueue* aNone);
 
     /// What a wait came to.
     enum Waited { kServed, kNothing, kFailed };
 
     bool setUp();
     bool fillPoll() const;
-    void chooseMode();
+    void watch(ACE_HANDLE aHandle);
+    void checkNumbers();
+    void setAlarmOfOtherQueue();
     int attempt(int aLimitMs, Waited& aWaited);
     bool serveReady(Waited& aWaited);
     int wait(epoll_event* aEvents, int aLimitMs);
@@ -117,16 +108,20 @@ private:
     Waited serve(const epoll_event& aEvent);
     bool serveTimer();
     bool serveNotification();
+    bool serveAces();
     void wakeOne() const;
     void passOn() const;
 
     TimerQueue& mTimers;
+    std::atomic<ACE_Timer_Queue*> mQueue;  ///< `mTimers`, or one of the application's.
+    TimerQueue* const mNone;  ///< What ACE takes for its queue: the loop has timers served.
     ServedSet mSet;
     LoopTimer mTimer;
     const int mWake;
-    Gate mGate;
+    AcePoll mAces;
+    std::atomic<time_t> mNextCheck;  ///< Of the numbers in `mAces`; kNever until it has some.
+    bool mHasToArm;  ///< With the token: whether `mAces` may tell of others when one is suspended.
     ReadyQueue mReady;
-    std::atomic<bool> mThroughAce;  ///< Whether the application has handlers of its own.
     std::atomic<int> mSleepers;     ///< Threads that wait in the poll, or are about to.
     std::atomic<int> mInside;       ///< Threads in `attempt`.
     unsigned int mForks;            ///< Forks that made this process's reactor what it is.

@@ -8,6 +8,7 @@
 
 #include <cstdint>
 
+#include "ace/Time_Value.h"
 #include "reactor/replaceDescriptor.h"
 
 namespace osx {
@@ -35,6 +36,14 @@ public:
         lWhen.it_value.tv_sec = static_cast<time_t>(lTime / kPerSecond);
         lWhen.it_value.tv_nsec = static_cast<long>(lTime % kPerSecond * 1000);
         ::timerfd_settime(mDescriptor, TFD_TIMER_ABSTIME, &lWhen, nullptr);
+    }
+
+    /// @param aTime from now.
+    void setIn(const ACE_Time_Value& aTime) const {
+        timespec lNow{};
+        ::clock_gettime(CLOCK_MONOTONIC, &lNow);
+        const ACE_Time_Value lWhen = ACE_Time_Value(lNow) + aTime;
+        set(std::int64_t{lWhen.sec()} * 1000000 + lWhen.usec() + 1);
     }
 
     /// In the child of a fork, which would otherwise set its parent's.

@@ -63,6 +63,13 @@ int ServedSet::addTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const
     return ::epoll_ctl(mPoll, EPOLL_CTL_ADD, aDescriptor, &lEvent);
 }
 
+void ServedSet::tellAgainTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const {
+    epoll_event lEvent{};
+    lEvent.events = aEvents;
+    lEvent.data.u64 = aTag;
+    ::epoll_ctl(mPoll, EPOLL_CTL_MOD, aDescriptor, &lEvent);
+}
+
 ServedSet::Slot* ServedSet::slot(ACE_HANDLE aHandle) const {
     const auto lIndex = static_cast<std::size_t>(aHandle);
     if (aHandle < 0 || lIndex >= kDescriptors) {

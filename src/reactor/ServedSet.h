@@ -40,7 +40,7 @@ public:
     static constexpr std::size_t kDescriptors = std::size_t{1024} * 1024;
 
     /// What an event has for data when it is not of a handler.
-    enum Tag : std::uint64_t { kTimer = 1, kWake, kNotify, kTags };
+    enum Tag : std::uint64_t { kTimer = 1, kWake, kNotify, kAces, kTags };
 
     ServedSet();
     ~ServedSet();
@@ -56,6 +56,9 @@ public:
 
     /// Adds a descriptor that is no handler's. @param aEvents as of epoll_ctl. @return 0; -1.
     int addTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const;
+
+    /// Has the next event of one told that was added with EPOLLONESHOT.
+    void tellAgainTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const;
 
     /// Adds a handler, with a reference. A handler that the set still has for the descriptor, which
     /// somebody must have closed without a word, is closed.

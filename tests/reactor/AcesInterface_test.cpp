@@ -1,5 +1,4 @@
-// All of ACE on the library's reactor, beside the library's own connections, and with the loop
-// going from one way of waiting to the other.
+// All of ACE on the library's reactor, beside the library's own connections.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -432,7 +431,6 @@ class AcesInterfaceOnThreads : public testing::TestWithParam<int> {};
 
 INSTANTIATE_TEST_SUITE_P(Threads, AcesInterfaceOnThreads, testing::Values(1, 2, 4, 8));
 
-/// The loop waits in one way with an application's handler and in another one without.
 TEST_P(AcesInterfaceOnThreads, LosesNothingWhenHandlersComeAndGoUnderLoad) {
     constexpr int kRounds = 100;
     const test::LogCapture lLog;

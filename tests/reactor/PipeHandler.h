@@ -1,5 +1,5 @@
 /// @file
-/// A handler of the application's own, for tests of both ways of the loop.
+/// A handler of the application's own.
 #ifndef OSX_TESTS_REACTOR_PIPEHANDLER_H
 #define OSX_TESTS_REACTOR_PIPEHANDLER_H
 

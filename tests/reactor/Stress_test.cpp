@@ -215,15 +215,25 @@ void useTimers(Random& aRandom) {
 }
 
 /// Counted, as ACE knows a handler whose call it ends by its address and descriptor alone: another
-/// one that had both would be served by two threads at once.
+/// one that had both would be served by two threads at once. By a count that a sanitizer sees.
 class CountedPipeHandler : public PipeHandler {
 public:
     CountedPipeHandler() {
         reference_counting_policy().value(ACE_Event_Handler::Reference_Counting_Policy::ENABLED);
     }
+    Reference_Count add_reference() override { return ++mReferences; }
+    Reference_Count remove_reference() override {
+        const Reference_Count lLeft = --mReferences;
+        if (lLeft == 0) {
+            delete this;
+        }
+        return lLeft;
+    }
+
+private:
+    std::atomic<Reference_Count> mReferences{1};
 };
 
-/// Has the loop change its way of waiting, twice.
 void useOwnHandler(Random& aRandom) {
     auto* const lCounted = new CountedPipeHandler;
     const ACE_Event_Handler_var lOwner(lCounted);

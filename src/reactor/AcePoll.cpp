@@ -1,0 +1,189 @@
+#include "reactor/AcePoll.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "reactor/ServedSet.h"
+#include "reactor/replaceDescriptor.h"
+
+namespace osx {
+
+namespace {
+
+/// What an event of the always writable descriptor has for data.
+constexpr int kNoHandle = -1;
+
+constexpr std::uint32_t kEnds = EPOLLHUP | EPOLLERR;
+
+std::uint32_t eventsOf(unsigned int aWanted) {
+    return ((aWanted & AcePoll::kRead) != 0 ? EPOLLIN : 0U) |
+           ((aWanted & AcePoll::kWrite) != 0 ? EPOLLOUT : 0U) |
+           ((aWanted & AcePoll::kExcept) != 0 ? EPOLLPRI : 0U);
+}
+
+/// A poll tells of an end and of errors whether one waits for them or not.
+bool wouldSelectTell(std::uint32_t aEvents, unsigned int aWanted) {
+    return (aEvents & eventsOf(aWanted)) != 0 ||
+           ((aWanted & AcePoll::kRead) != 0 && (aEvents & kEnds) != 0) ||
+           ((aWanted & AcePoll::kWrite) != 0 && (aEvents & EPOLLERR) != 0);
+}
+
+int control(int aPoll, int aOperation, int aDescriptor, std::uint32_t aEvents, int aData) {
+    epoll_event lEvent{};
+    lEvent.events = aEvents;
+    lEvent.data.fd = aData;
+    return ::epoll_ctl(aPoll, aOperation, aDescriptor, &lEvent);
+}
+
+}  // namespace
+
+AcePoll::AcePoll(const ServedSet& aSet, int aAlwaysWritable)
+    : mSet(aSet), mAlwaysWritable(aAlwaysWritable) {}
+
+AcePoll::~AcePoll() {
+    close();
+}
+
+bool AcePoll::open() {
+    if (mPoll == -1) {
+        makeAnew();
+    }
+    return mPoll != -1;
+}
+
+void AcePoll::close() {
+    if (mPoll != -1) {
+        ::close(mPoll);
+        mPoll = -1;
+    }
+    mWatched.fill(kNothing);
+}
+
+bool AcePoll::has(std::size_t aHandle) const {
+    return aHandle < mWatched.size() && mWatched[aHandle] != kNothing;
+}
+
+bool AcePoll::hasLost(ACE_HANDLE aHandle) const {
+    const auto lHandle = static_cast<std::size_t>(aHandle);
+    if (aHandle < 0 || !has(lHandle) || (mWatched[lHandle] & (kUnpollable | kCalmed)) != 0) {
+        return false;
+    }
+    return control(mPoll, EPOLL_CTL_MOD, aHandle, eventsOf(mWatched[lHandle]), aHandle) != 0;
+}
+
+void AcePoll::check() {
+    for (std::size_t lHandle = 0; lHandle < mWatched.size(); ++lHandle) {
+        if (hasLost(static_cast<ACE_HANDLE>(lHandle))) {
+            makeAnew();
+            return;
+        }
+    }
+}
+
+void AcePoll::watch(ACE_HANDLE aHandle, unsigned int aWanted) {
+    const auto lHandle = static_cast<std::size_t>(aHandle);
+    if (aHandle < 0 || lHandle >= mWatched.size() || (mWatched[lHandle] & kWanted) == aWanted) {
+        return;
+    }
+    const unsigned int lFormer = mWatched[lHandle];
+    mWatched[lHandle] = static_cast<std::uint8_t>(aWanted);
+    if (mPoll == -1) {
+        return;
+    }
+    if (lFormer != kNothing && (lFormer & kUnpollable) == 0) {
+        const int lOperation = aWanted == kNothing ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
+        if (control(mPoll, lOperation, aHandle, eventsOf(aWanted), aHandle) != 0) {
+            makeAnew();
+        }
+        return;
+    }
+    if (lFormer != kNothing) {
+        countUnpollable(-1);
+    }
+    if (aWanted != kNothing) {
+        add(aHandle);
+    }
+}
+
+void AcePoll::add(ACE_HANDLE aHandle) {
+    std::uint8_t& lWatched = mWatched[static_cast<std::size_t>(aHandle)];
+    if (control(mPoll, EPOLL_CTL_ADD, aHandle, eventsOf(lWatched), aHandle) != 0) {
+        lWatched |= kUnpollable;
+        countUnpollable(1);
+    }
+}
+
+void AcePoll::countUnpollable(int aMore) {
+    const bool lHadAny = mUnpollable != 0;
+    mUnpollable += aMore;
+    if ((mUnpollable != 0) != lHadAny) {
+        control(mPoll, lHadAny ? EPOLL_CTL_DEL : EPOLL_CTL_ADD, mAlwaysWritable, EPOLLOUT,
+                kNoHandle);
+    }
+}
+
+void AcePoll::arm() const {
+    if (mPoll != -1) {
+        mSet.tellAgainTagged(mPoll, ServedSet::kAces, EPOLLIN | EPOLLONESHOT);
+    }
+}
+
+/// What `select` does not tell of is told of once for each change from here on. Without that the
+/// loop would never sleep.
+void AcePoll::calm() {
+    constexpr int kEvents = 16;
+    std::array<epoll_event, kEvents> lEvents;
+    const int lCount = ::epoll_wait(mPoll, lEvents.data(), kEvents, 0);
+    for (int lIndex = 0; lIndex < lCount; ++lIndex) {
+        const epoll_event& lEvent = lEvents[static_cast<std::size_t>(lIndex)];
+        const int lHandle = lEvent.data.fd;
+        if (lHandle == kNoHandle) {
+            continue;
+        }
+        if (!has(static_cast<std::size_t>(lHandle))) {
+            makeAnew();
+            return;
+        }
+        std::uint8_t& lWatched = mWatched[static_cast<std::size_t>(lHandle)];
+        if ((lWatched & kCalmed) == 0 && !wouldSelectTell(lEvent.events, lWatched)) {
+            lWatched |= kCalmed;
+            control(mPoll, EPOLL_CTL_MOD, lHandle, eventsOf(lWatched) | EPOLLET, lHandle);
+        }
+    }
+}
+
+void AcePoll::renewInChild() {
+    if (mPoll != -1) {
+        ::close(mPoll);
+        mPoll = -1;
+        makeAnew();
+    }
+}
+
+/// Without a fresh poll the one there is stays: what it has in excess costs time, and loses
+/// nothing.
+void AcePoll::makeAnew() {
+    const int lFresh = ::epoll_create1(EPOLL_CLOEXEC);
+    if (lFresh == -1) {
+        return;
+    }
+    if (mPoll == -1) {
+        mPoll = lFresh;
+    } else {
+        replaceDescriptor(mPoll, lFresh);
+    }
+    mUnpollable = 0;
+    for (std::size_t lHandle = 0; lHandle < mWatched.size(); ++lHandle) {
+        if (has(lHandle)) {
+            mWatched[lHandle] &= kWanted;
+            add(static_cast<ACE_HANDLE>(lHandle));
+        }
+    }
+    if (mSet.addTagged(mPoll, ServedSet::kAces, EPOLLIN | EPOLLONESHOT) != 0) {
+        ::close(mPoll);
+        mPoll = -1;
+    }
+}
+
+}  // namespace osx
