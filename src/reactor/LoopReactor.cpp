@@ -210,6 +210,9 @@ void LoopReactor::renewInChild() {
     mAces.renewInChild();
     mReady.forget();
     mTimers.beginAnew();
+    if (mQueue != &mTimers) {
+        mTimer.set(0);  // its own lock may be held by a thread that is not here
+    }
     mSleepers = 0;
     mInside = 0;
     ++mForks;
