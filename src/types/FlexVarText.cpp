@@ -193,11 +193,17 @@ std::basic_string_view<Character> view(const ACE_String_Base<Character>& aText) 
     return {aText.fast_rep(), aText.length()};
 }
 
+#ifdef __i386__  // The language's library multiplies in the x87 unit, and so rounds twice.
+constexpr bool kReadsAsTheSystem = false;
+#else
+constexpr bool kReadsAsTheSystem = true;
+#endif
+
 /// `from_chars` reads a decimal number as `strtod` does in the usual language and rounding, in half
 /// of the time. What it does not read to the end, or makes no number of, is left to that.
 /// @return whether the whole text was such a number.
 bool readPlainDouble(std::string_view aText, double& aNumber) noexcept {
-    if (decimalPoint() != '.' || std::fegetround() != FE_TONEAREST) {
+    if (!kReadsAsTheSystem || decimalPoint() != '.' || std::fegetround() != FE_TONEAREST) {
         return false;
     }
     const char* const lEnd = aText.data() + aText.size();

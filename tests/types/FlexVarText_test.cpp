@@ -922,6 +922,8 @@ TEST(FlexVarText, ReadsDoublesAsTheSystemDoes) {
         for (const char* lFormat : {"%.3g", "%.17g", "%.25e", "%f"}) {
             expectReadAsByTheSystem(printed(lValue, lFormat));
         }
+        expectReadAsByTheSystem(std::to_string(lRandom() >> 11) + "e" +
+                                std::to_string(lRandom() % 30));
     }
 }
 
