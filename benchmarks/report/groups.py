@@ -59,6 +59,7 @@ class Group:
     marks: tuple  # pairs of a regular expression of row names and a Mark; all that match count
     growths: tuple = ()
     rate: str = ""  # what is done once in the elapsed time, to be shown as a number a second
+    seconds: int = 60  # for all rounds
 
 
 THREADS = Growth("threads", "threads", r", (?P<x>\d+) threads?$")
@@ -130,10 +131,10 @@ GROUPS = [
     Group("task", "Task", (("^begin, wait, end$", Mark(FLOOR, 1.10)),),
           (Growth("tasks", "tasks at once", r", (?P<x>\d+) at once$"),)),
     Group("flexvar", "FlexVar", FLEXVAR_MARKS,
-          (Growth("characters", "characters", r", CString of (?P<x>\d+)$"),)),
+          (Growth("characters", "characters", r", CString of (?P<x>\d+)$"),), seconds=120),
     Group("objectid", "ObjectID", OBJECTID_MARKS, (THREADS,)),
     Group("objectidmap", "ObjectIDMap", OBJECTIDMAP_MARKS,
-          (Growth("entries", "entries", r", (?P<x>\d+) entries"), THREADS)),
+          (Growth("entries", "entries", r", (?P<x>\d+) entries"), THREADS), seconds=240),
     Group("log", "A log line", LOG_MARKS,
           (Growth("clients", "clients", r", clients: (?P<x>[1-9]\d*)$"),)),
     Group("timers", "Timers", TIMERS_MARKS,
