@@ -316,7 +316,7 @@ void enterPort(const char* aRole, const char* aSubject) {
 
 template <class File>
 void enter(const char* aRole, const char* aSubject) {
-    for (const std::size_t lSize : {64, 4096, 65536}) {
+    for (const std::size_t lSize : {64, 4096, 65536, 1048576}) {
         const std::string lBytes = std::to_string(lSize) + " bytes";
         bench::add("read " + lBytes, aRole, aSubject,
                    [=](benchmark::State& aState) { read<File>(aState, lSize); });

@@ -1,10 +1,17 @@
-// Variants: one operation on a value of each of five kinds. What differs: Qt's strings and bytes
-// and GLib's bytes are shared between copies, so that they are shown but not held against the
-// others, which copy; GLib has neither addition nor hashing nor comparison of its values, and Qt
-// and POCO have not all of them, so that the held values are taken out and combined, which is what
-// a user would write. Strings are added by appending to a copy. Blobs are not compared, hashed,
-// added or parsed by the library, and only their first bytes are printed, so that nothing of it is
-// comparable.
+// Variants: one operation on a value of each of four kinds, strings of 12 and of 900 characters
+// among them, which are below what the C library's fast path for memory ends at; 100000 characters
+// show how the cost grows. The standard variant is inline as a whole and holds short strings within
+// itself, so that it is the floor, and shown: to get a number is one load there. Held are variants
+// that look at the kind, as the library's do, and whose strings have memory of their own.
+//
+// What else differs: Qt's strings and bytes and GLib's bytes are shared between copies, so that
+// they are shown but not held against the others, which copy; GLib has neither addition nor hashing
+// nor comparison of its values, and Qt and POCO have not all of them, so that the held values are
+// taken out and combined, which is what a user would write. Strings are added by appending to a
+// copy. A string is hashed by ACE::hash_pjw, as the interface promises, and printed as a string of
+// ACE's, which takes memory however short it is: these rows are held against ACE doing just that.
+// Blobs are not compared, hashed, added or parsed by the library, and only their first bytes are
+// printed, so that nothing of it is comparable.
 #include <Poco/Dynamic/Var.h>
 #include <glib-object.h>
 
@@ -23,12 +30,16 @@
 #include <variant>
 #include <vector>
 
+#include "ace/ACE.h"
 #include "support/bench.h"
 #include "types/FlexVar.h"
 
 namespace {
 
+using bench::kPeer;
 using Bytes = std::vector<char>;
+
+constexpr std::size_t kLengths[] = {12, 900, 100000};
 
 template <class T>
 constexpr bool kIsNumber = std::is_arithmetic_v<T>;
@@ -441,15 +452,44 @@ private:
     T mExample;
 };
 
+std::string textOf(std::size_t aLength) {
+    return std::string(aLength, 'x');
+}
+
+std::string kindOf(std::size_t aLength) {
+    return "CString of " + std::to_string(aLength);
+}
+
 /// @param aTextRole the role with strings, @param aBytesRole with Blobs: what shares them between
 ///        copies does less.
 template <class Subject>
 void enter(const char* aSubject, const char* aRole, const char* aTextRole, const char* aBytesRole) {
     Rows<Subject, int>("Int", aRole, aSubject, 12345).enter();
     Rows<Subject, double>("Double", aRole, aSubject, 123.45).enter();
-    Rows<Subject, std::string>("short CString", aTextRole, aSubject, "pressure").enter();
-    Rows<Subject, std::string>("long CString", aTextRole, aSubject, std::string(1000, 'x')).enter();
-    Rows<Subject, Bytes>("Blob", aBytesRole, aSubject, Bytes(1000, 'x')).enter();
+    for (const std::size_t lLength : kLengths) {
+        Rows<Subject, std::string>(kindOf(lLength), aTextRole, aSubject, textOf(lLength)).enter();
+    }
+    Rows<Subject, Bytes>("Blob", aBytesRole, aSubject, Bytes(900, 'x')).enter();
+}
+
+/// What ACE takes for what the interface says of a string's hash and its text.
+void enterAce(std::size_t aLength) {
+    const ACE_CString lText(textOf(aLength).c_str());
+    bench::add(
+        "hash, " + kindOf(aLength), kPeer, "ACE::hash_pjw", [lText](benchmark::State& aState) {
+            const ACE_CString* lHashed = &lText;
+            for (auto lOnce : aState) {
+                benchmark::DoNotOptimize(lHashed);
+                benchmark::DoNotOptimize(ACE::hash_pjw(lHashed->fast_rep(), lHashed->length()));
+            }
+        });
+    bench::add("print, " + kindOf(aLength), kPeer, "copy of an ACE_CString",
+               [lText](benchmark::State& aState) {
+                   for (auto lOnce : aState) {
+                       ACE_CString lCopy(lText);
+                       benchmark::DoNotOptimize(lCopy);
+                   }
+               });
 }
 
 }  // namespace
@@ -460,4 +500,7 @@ void bench::enterSubjects() {
     enter<QtVariant>("QVariant", kPeer, kOther, kOther);
     enter<PocoVar>("POCO Var", kPeer, kPeer, kPeer);
     enter<Glib>("GValue", kPeer, kPeer, kOther);
+    for (const std::size_t lLength : kLengths) {
+        enterAce(lLength);
+    }
 }

@@ -1,6 +1,7 @@
 // Identifiers. The library's are of version 1 (time and node), as are libuuid's and POCO's here;
-// Boost and Qt have only random ones. What else differs: the library keeps an identifier's text
-// with it and hands out a reference, the others build a text a call; so each call here gets another
+// libuuid asks a server, or locks a file, so that POCO alone does the same. Boost and Qt have only
+// random ones, which are shown. What else differs: the library keeps an identifier's text with it
+// and hands out a reference, the others build a text a call; so each call here gets another
 // identifier. libuuid and POCO have no hash.
 #include <Poco/UUID.h>
 #include <Poco/UUIDGenerator.h>
@@ -141,21 +142,34 @@ void hash(benchmark::State& aState) {
 }
 
 template <class Subject>
-void enter(const char* aRole, const char* aSubject) {
-    bench::add("generate", aRole, aSubject, generate<Subject>);
+void enter(const char* aRole, const char* aSubject, const char* aGeneratorsRole) {
+    bench::add("generate", aGeneratorsRole, aSubject, generate<Subject>);
     bench::add("to text", aRole, aSubject, print<Subject>);
     bench::add("from text", aRole, aSubject, parse<Subject>);
     bench::add("compare", aRole, aSubject, compare<Subject>);
 }
 
+/// For the chart alone: threads that generate at once meet at the generator's lock.
+template <class Subject>
+void enterThreads(const char* aRole, const char* aSubject, int aThreads) {
+    const std::string lRow = "generate at once, " + std::to_string(aThreads);
+    bench::byThreads(bench::add(lRow + (aThreads == 1 ? " thread" : " threads"), aRole, aSubject,
+                                generate<Subject>),
+                     aThreads);
+}
+
 }  // namespace
 
 void bench::enterSubjects() {
-    enter<Osx>(kOsx, "osx");
-    enter<LibUuid>(kPeer, "libuuid");
-    enter<Boost>(kPeer, "Boost");
-    enter<PocoUuid>(kPeer, "POCO");
-    enter<QtUuid>(kPeer, "Qt");
+    enter<Osx>(kOsx, "osx", kOsx);
+    enter<LibUuid>(kPeer, "libuuid", kPeer);
+    enter<Boost>(kPeer, "Boost", kOther);
+    enter<PocoUuid>(kPeer, "POCO", kPeer);
+    enter<QtUuid>(kPeer, "Qt", kOther);
+    for (const int lThreads : {1, 2, 4}) {
+        enterThreads<Osx>(kOsx, "osx", lThreads);
+        enterThreads<PocoUuid>(kPeer, "POCO", lThreads);
+    }
     add("hash", kOsx, "osx", hash<Osx>);
     add("hash", kPeer, "Boost", hash<Boost>);
     add("hash", kPeer, "Qt", hash<QtUuid>);

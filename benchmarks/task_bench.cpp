@@ -1,9 +1,12 @@
 // Tasks: begin one that does nothing, wait for it, and end it. What differs: the library's task is
-// entered in the name table, and here taken out of it again, as a table of names would fill.
+// entered in the name table, and here taken out of it again, as a table of names would fill. The
+// rows of many at once are for the chart.
 #include <Poco/Thread.h>
 #include <pthread.h>
 
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "osx/osx.h"
 #include "support/bench.h"
@@ -15,52 +18,79 @@ void* nothingPosix(void*) {
     return nullptr;
 }
 
-void osxTask(benchmark::State& aState) {
-    for (auto lOnce : aState) {
-        void* lTask = nullptr;
+// Each subject begins some tasks, waits for all and ends them.
+
+void osxTasks(std::size_t aNumber) {
+    std::vector<void*> lTasks(aNumber);
+    for (void*& lTask : lTasks) {
         osxBeginTask(nothing, 0, 0, nullptr, &lTask, "bench");
+    }
+    for (void* const lTask : lTasks) {
         osxThreadWait(lTask);
         osxNameTableUnRegister(lTask);
         osxEndOtherTask(lTask);
     }
 }
 
-void pthreadTask(benchmark::State& aState) {
-    for (auto lOnce : aState) {
-        pthread_t lThread{};
+void pthreadTasks(std::size_t aNumber) {
+    std::vector<pthread_t> lThreads(aNumber);
+    for (pthread_t& lThread : lThreads) {
         pthread_create(&lThread, nullptr, nothingPosix, nullptr);
+    }
+    for (const pthread_t lThread : lThreads) {
         pthread_join(lThread, nullptr);
     }
 }
 
-void standardTask(benchmark::State& aState) {
-    for (auto lOnce : aState) {
-        std::thread(nothing, nullptr).join();
+void standardTasks(std::size_t aNumber) {
+    std::vector<std::thread> lThreads(aNumber);
+    for (std::thread& lThread : lThreads) {
+        lThread = std::thread(nothing, nullptr);
+    }
+    for (std::thread& lThread : lThreads) {
+        lThread.join();
     }
 }
 
-void pocoTask(benchmark::State& aState) {
-    for (auto lOnce : aState) {
-        Poco::Thread lThread;
+void pocoTasks(std::size_t aNumber) {
+    std::vector<Poco::Thread> lThreads(aNumber);
+    for (Poco::Thread& lThread : lThreads) {
         lThread.start(nothing, nullptr);
+    }
+    for (Poco::Thread& lThread : lThreads) {
         lThread.join();
     }
 }
 
 /// On a busy machine a few tasks may take as long as a thousand: their number is fixed.
-void enter(const char* aRole, const char* aSubject, void (*aWork)(benchmark::State&)) {
-    constexpr int kTasks = 1000;
-    bench::add("begin, wait, end", aRole, aSubject, aWork)
+void enterRow(const std::string& aRow, const char* aRole, const char* aSubject,
+              void (*aWork)(std::size_t), std::size_t aAtOnce) {
+    constexpr std::size_t kTasks = 1000;
+    bench::add(aRow, aRole, aSubject,
+               [=](benchmark::State& aState) {
+                   for (auto lOnce : aState) {
+                       aWork(aAtOnce);
+                   }
+                   bench::operationsPerIteration(aState, static_cast<double>(aAtOnce));
+               })
         ->MeasureProcessCPUTime()
         ->UseRealTime()
-        ->Iterations(kTasks);
+        ->Iterations(static_cast<benchmark::IterationCount>(kTasks / aAtOnce));
+}
+
+void enter(const char* aRole, const char* aSubject, void (*aWork)(std::size_t)) {
+    enterRow("begin, wait, end", aRole, aSubject, aWork, 1);
+    for (const std::size_t lAtOnce : {1, 10, 100, 1000}) {
+        enterRow("a task of, " + std::to_string(lAtOnce) + " at once", aRole, aSubject, aWork,
+                 lAtOnce);
+    }
 }
 
 }  // namespace
 
 void bench::enterSubjects() {
-    enter(kOsx, "osx", osxTask);
-    enter(kFloor, "pthread", pthreadTask);
-    enter(kPeer, "std::thread", standardTask);
-    enter(kPeer, "POCO", pocoTask);
+    enter(kOsx, "osx", osxTasks);
+    enter(kFloor, "pthread", pthreadTasks);
+    enter(kPeer, "std::thread", standardTasks);
+    enter(kPeer, "POCO", pocoTasks);
 }

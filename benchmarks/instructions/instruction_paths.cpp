@@ -3,9 +3,14 @@
 //
 //     instruction_paths           names the paths
 //     instruction_paths PATH      runs one; its files are in the current directory
+//
+// Floors are what the same work takes without the library. They are not named: nothing is kept of
+// them.
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <netinet/in.h>
+#include <pthread.h>
+#include <semaphore.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -78,6 +83,55 @@ void mutexPath() {
         osxReleaseMutex(lMutex);
     });
     osxDeleteMutex(lMutex);
+}
+
+void pthreadFloor(int aKind) {
+    pthread_mutexattr_t lAttributes;
+    pthread_mutexattr_init(&lAttributes);
+    pthread_mutexattr_settype(&lAttributes, aKind);
+    pthread_mutex_t lMutex;
+    pthread_mutex_init(&lMutex, &lAttributes);
+    counted(kTimes, [&] {
+        pthread_mutex_lock(&lMutex);
+        pthread_mutex_unlock(&lMutex);
+    });
+}
+
+void mutexFloor() {
+    pthreadFloor(PTHREAD_MUTEX_NORMAL);
+}
+
+void criticalSectionPath() {
+    osxCriticalSection_t lSection;
+    require(osxInitializeCriticalSection(&lSection) == OSX_OK, "no critical section");
+    counted(kTimes, [&] {
+        osxEnterCriticalSection(&lSection);
+        osxLeaveCriticalSection(&lSection);
+    });
+    osxDeleteCriticalSection(&lSection);
+}
+
+void criticalSectionFloor() {
+    pthreadFloor(PTHREAD_MUTEX_RECURSIVE);
+}
+
+void semaphorePath() {
+    void* lSemaphore = nullptr;
+    require(osxCreateSemaphore(1, 1, &lSemaphore, "counted") == OSX_OK, "no semaphore");
+    counted(kTimes, [&] {
+        osxAcquireSemaphore(lSemaphore, OSX_WAIT_INFINITE, 0);
+        osxReleaseSemaphore(lSemaphore);
+    });
+    osxDeleteSemaphore(lSemaphore);
+}
+
+void semaphoreFloor() {
+    sem_t lSemaphore;
+    sem_init(&lSemaphore, 0, 1);
+    counted(kTimes, [&] {
+        sem_wait(&lSemaphore);
+        sem_post(&lSemaphore);
+    });
 }
 
 void queuePath() {
@@ -301,6 +355,8 @@ struct Path {
     void (*run)();
 };
 constexpr Path kPaths[] = {{"mutex", mutexPath},
+                           {"semaphore", semaphorePath},
+                           {"critical-section", criticalSectionPath},
                            {"queue", queuePath},
                            {"timer", timerPath},
                            {"name-table", nameTablePath},
@@ -313,6 +369,17 @@ constexpr Path kPaths[] = {{"mutex", mutexPath},
                            {"port", portPath},
                            {"broadcast", broadcastPath},
                            {"sysinfo", sysinfoPath}};
+constexpr Path kFloors[] = {{"mutex-floor", mutexFloor},
+                            {"semaphore-floor", semaphoreFloor},
+                            {"critical-section-floor", criticalSectionFloor}};
+
+template <std::size_t kNumber>
+const Path* find(const Path (&aPaths)[kNumber], const std::string& aName) {
+    const Path* const lEnd = std::end(aPaths);
+    const Path* const lPath = std::find_if(std::begin(aPaths), lEnd,
+                                           [&](const Path& aPath) { return aName == aPath.name; });
+    return lPath == lEnd ? nullptr : lPath;
+}
 
 }  // namespace
 
@@ -333,9 +400,9 @@ int main(int aCount, char** aArguments) {
         return 0;
     }
     const std::string lName(aArguments[1]);
-    const auto* const lPath = std::find_if(std::begin(kPaths), std::end(kPaths),
-                                           [&](const Path& aPath) { return lName == aPath.name; });
-    require(lPath != std::end(kPaths), "no such path");
+    const Path* lPath = find(kPaths, lName);
+    lPath = lPath != nullptr ? lPath : find(kFloors, lName);
+    require(lPath != nullptr, "no such path");
     lPath->run();
     return 0;
 }

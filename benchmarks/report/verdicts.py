@@ -8,7 +8,7 @@ import dataclasses
 import math
 import statistics
 
-from report.groups import NOISE, Mark, marks_of
+from report.groups import FIGURE, NOISE, Mark, marks_of
 
 
 @dataclasses.dataclass(frozen=True)
@@ -35,6 +35,14 @@ class Verdict:
 
     def __str__(self):
         return "-" if math.isinf(self.ratio.median) else f"{self.ratio} × {self.other['subject']}"
+
+
+def reaches(mark, ratio):
+    """@param ratio is judged as it is shown, in two digits, unless the other has to cost more."""
+    if mark.strict:
+        return ratio < 1
+    limit = 1 if mark.against == FIGURE else mark.factor
+    return round(ratio, 2) <= limit * (NOISE if mark.noise else 1)
 
 
 class Row:
@@ -64,6 +72,8 @@ class Row:
             return self.floor
         if mark.against == "peer":
             return self.fastest
+        if mark.against == FIGURE:
+            return {"subject": f"{mark.factor:g}", "value": mark.factor, "runs": []}
         return next((r for r in self.results
                      if r["subject"] == mark.against and r["role"] in ("floor", "peer")), None)
 
@@ -75,11 +85,8 @@ class Row:
             ratio = self.ratio(other)
             if ratio is None:
                 continue
-            limit = mark.factor
-            if not mark.extra and not mark.strict and mark.factor == 1:
-                limit *= NOISE
-            reached = self.ratio(other, mark.extra).median <= limit
-            answer.append(Verdict(mark, other, ratio, reached))
+            answer.append(Verdict(mark, other, ratio,
+                                  reaches(mark, self.ratio(other, mark.extra).median)))
         return answer
 
     def verdict(self):

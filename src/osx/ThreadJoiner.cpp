@@ -5,9 +5,8 @@
 
 namespace {
 
-/// ACE passes over the thread behind each ended one that it takes, so that half of them are left
-/// each time. Of a task that is started again only after it was waited for there is but one.
-constexpr int kPasses = 5;
+/// For a task whose threads do not say that they begin.
+constexpr unsigned int kMostThreads = 31;
 
 }  // namespace
 
@@ -18,15 +17,19 @@ ThreadJoiner::ThreadJoiner() : mBegun(), mLatest(pthread_t{}) {}
 void ThreadJoiner::beginThread() {
     pthread_t lThread = ::pthread_self();
     mLatest.compare_exchange_strong(lThread, pthread_t{});
+    ++mNumberBegun;
 }
 
 void ThreadJoiner::join(ACE_Task_Base& aTask) {
     // ACE would join a thread once for each waiter, which is undefined.
     const std::lock_guard<std::mutex> lGuard(mMutex);
+    const unsigned int lBegun = mNumberBegun;
     finishBegun();
     if (ACE_Thread_Manager* const lManager = aTask.thr_mgr()) {
         joinRunning(*lManager, aTask);
-        joinEnded(*lManager, aTask);
+        if (joinEnded(*lManager, aTask)) {
+            mNumberJoined = lBegun;
+        }
     }
 }
 
@@ -58,15 +61,23 @@ void ThreadJoiner::joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTas
 }
 
 /// What ended before anybody waited. When memory is short, ACE knows of the latest of these only.
-void ThreadJoiner::joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
+/// ACE looks at all threads of the process each time, and passes over the one behind each that it
+/// takes, so that half of them are left.
+/// @return whether none is left.
+bool ThreadJoiner::joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
     const NoCancellation lGuard;  // ACE would lose its memory, and what it has not joined yet
-    for (int lPass = 0; lPass < kPasses; ++lPass) {
+    const unsigned int lBegun = mNumberBegun;
+    bool lAll = true;
+    for (unsigned int lLeft = lBegun == 0 ? kMostThreads : lBegun - mNumberJoined; lLeft != 0;
+         lLeft /= 2) {
         if (aManager.wait_task(&aTask) == 0) {
             mLatest = aTask.last_thread();
         } else if (aTask.last_thread() != mLatest) {
             joinThread(aManager, aTask.last_thread());
+            lAll = false;
         }
     }
+    return lAll;
 }
 
 }  // namespace osx

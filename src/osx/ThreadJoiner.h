@@ -35,12 +35,14 @@ private:
     void finishBegun();
     bool joinThread(ACE_Thread_Manager& aManager, pthread_t aThread);
     void joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask);
-    void joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask);
+    bool joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask);
 
     std::mutex mMutex;
     pthread_t mBegun;  ///< What a waiter that was cancelled has left to be joined; 0 for none.
     /// The last one joined, whose id may be another task's thread's by now; 0 for none.
     std::atomic<pthread_t> mLatest;
+    std::atomic<unsigned int> mNumberBegun{0};
+    unsigned int mNumberJoined = 0;  ///< At least, of those.
 };
 
 }  // namespace osx

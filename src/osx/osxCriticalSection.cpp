@@ -1,3 +1,5 @@
+#include <pthread.h>
+
 #include "ace/Recursive_Thread_Mutex.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
@@ -18,17 +20,21 @@ unsigned int osxInitializeCriticalSection(osxCriticalSection_t* aSection) {
     return OSX_OK;
 }
 
+// The C library's own calls: the way through ACE's took half as long as they do.
+
 void osxEnterCriticalSection(osxCriticalSection_t* aSection) {
-    if (auto* const lMutex = DiagnosticLine(kModule).object<ACE_Recursive_Thread_Mutex>(
-            aSection->mMutex, LM_DEBUG, "%t osxEnterCriticalSection: lMutex == 0  \n")) {
-        lMutex->acquire();
+    if (aSection->mMutex == nullptr) {
+        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxEnterCriticalSection: lMutex == 0  \n");
+    } else {
+        ::pthread_mutex_lock(&aSection->mMutex->lock());
     }
 }
 
 void osxLeaveCriticalSection(osxCriticalSection_t* aSection) {
-    if (auto* const lMutex = DiagnosticLine(kModule).object<ACE_Recursive_Thread_Mutex>(
-            aSection->mMutex, LM_DEBUG, "%t osxLeaveCriticalSection: lMutex == 0  \n")) {
-        lMutex->release();
+    if (aSection->mMutex == nullptr) {
+        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxLeaveCriticalSection: lMutex == 0  \n");
+    } else {
+        ::pthread_mutex_unlock(&aSection->mMutex->lock());
     }
 }
 

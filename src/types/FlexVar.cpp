@@ -371,22 +371,6 @@ void FlexVar::reportMismatch(const char* aVerb, Type aWanted) const noexcept {
     });
 }
 
-const ACE_String_Base<char>& FlexVar::getCString() const noexcept {
-    return holds(FlexVar_CString) ? Kinds::CString::value(mValue) : mEmptyCString;
-}
-const ACE_String_Base<wchar_t>& FlexVar::getWString() const noexcept {
-    return holds(FlexVar_WString) ? Kinds::WString::value(mValue) : mEmptyWString;
-}
-const ACE_Date_Time& FlexVar::getDateTime() const noexcept {
-    return holds(FlexVar_DateTime) ? Kinds::DateTime::value(mValue) : mEmptyACE_Date_Time;
-}
-const ObjectID& FlexVar::getObjectID() const noexcept {
-    return holds(FlexVar_ObjectID) ? Kinds::ObjectIDKind::value(mValue) : mEmptyObjectID;
-}
-Blob* FlexVar::getBlob() const noexcept {
-    return holds(FlexVar_Blob) ? mValue.mBlob : nullptr;
-}
-
 template <class Kind>
 int FlexVar::copyObjectOut(typename Kind::Value& aValue) const noexcept {
     if (mType != Kind::kType) {

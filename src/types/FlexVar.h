@@ -220,13 +220,21 @@ public:
     unsigned long getULong() const noexcept { return holds(FlexVar_ULong) ? mValue.mULong : 0UL; }
     float getFloat() const noexcept { return holds(FlexVar_Float) ? mValue.mFloat : 0.0F; }
     double getDouble() const noexcept { return holds(FlexVar_Double) ? mValue.mDouble : 0.0; }
-    const ACE_String_Base<char>& getCString() const noexcept;
-    const ACE_String_Base<wchar_t>& getWString() const noexcept;
+    const ACE_String_Base<char>& getCString() const noexcept {
+        return object(FlexVar_CString, &Slot::mCString, mEmptyCString);
+    }
+    const ACE_String_Base<wchar_t>& getWString() const noexcept {
+        return object(FlexVar_WString, &Slot::mWString, mEmptyWString);
+    }
     /// The default is `mEmptyACE_Date_Time`, which is the load time of the library.
-    const ACE_Date_Time& getDateTime() const noexcept;
-    const ObjectID& getObjectID() const noexcept;
+    const ACE_Date_Time& getDateTime() const noexcept {
+        return object(FlexVar_DateTime, &Slot::mDateTime, mEmptyACE_Date_Time);
+    }
+    const ObjectID& getObjectID() const noexcept {
+        return object(FlexVar_ObjectID, &Slot::mObjectID, mEmptyObjectID);
+    }
     /// @return the held `Blob`, still owned by this object; null for any other kind.
-    Blob* getBlob() const noexcept;
+    Blob* getBlob() const noexcept { return holds(FlexVar_Blob) ? mValue.mBlob : nullptr; }
     /// @}
 
     /// @name Getters that tell
@@ -577,6 +585,11 @@ private:
         }
         store(aValue);
         return *this;
+    }
+    /// @return the held object; the empty one for another kind and for a kind without an object.
+    template <class Object>
+    const Object& object(Type aType, Object* Slot::* aMember, const Object& aEmpty) const noexcept {
+        return holds(aType) && mValue.*aMember != nullptr ? *(mValue.*aMember) : aEmpty;
     }
     template <class Member, class Result>
     int copyOut(Type aType, Member Slot::* aMember, Result& aResult) const noexcept {

@@ -36,6 +36,13 @@ private:
     const bool mIsHeld;
 };
 
+/// Apart, lest a look-up that succeeds keep registers for it.
+[[gnu::noinline, gnu::cold]] void reportUnknown(const ObjectID& aObjectID, std::size_t aCount) {
+    osx::DiagnosticLine(kModule).failure(LM_ERROR,
+                                         "ObjectIDMap::translate: failed, aObjectID[%s] size[%d]\n",
+                                         aObjectID.toString().c_str(), aCount);
+}
+
 }  // namespace
 
 // The memory of the pairs.
@@ -219,14 +226,14 @@ void ObjectIDMap::unregisterObjectID(const ObjectID& aKey) {
 }
 
 void ObjectIDMap::translate(ObjectID& aObjectID) const {
-    std::size_t lCount = 0;
-    if (aObjectID.isEmpty() || find(aObjectID, lCount)) {
+    if (aObjectID.isEmpty()) {
         return;
     }
-    // A log back end may come back to this table, so its lock is free again.
-    osx::DiagnosticLine(kModule).failure(LM_ERROR,
-                                         "ObjectIDMap::translate: failed, aObjectID[%s] size[%d]\n",
-                                         aObjectID.toString().c_str(), lCount);
+    std::size_t lCount = 0;
+    if (!find(aObjectID, lCount)) {
+        // A log back end may come back to this table, so its lock is free again.
+        reportUnknown(aObjectID, lCount);
+    }
 }
 
 void ObjectIDMap::clear() {
@@ -239,9 +246,9 @@ void ObjectIDMap::clear() {
 
 bool ObjectIDMap::find(ObjectID& aObjectID, std::size_t& aCount) const {
     const Lock lLock(mMap.mutex());
-    aCount = mMap.current_size();
     const Map::ENTRY* const lEntry = lLock.isHeld() ? mMap.find(aObjectID) : nullptr;
     if (lEntry == nullptr) {
+        aCount = mMap.current_size();
         return false;
     }
     aObjectID = lEntry->int_id_;

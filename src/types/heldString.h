@@ -6,11 +6,13 @@
 #ifndef OSX_TYPES_HELDSTRING_H
 #define OSX_TYPES_HELDSTRING_H
 
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <limits>
 #include <new>
 
+#include "ace/Malloc_Base.h"
 #include "ace/SString.h"
 #include "base/allocate.h"
 
@@ -40,6 +42,33 @@ void fill(ACE_String_Base<Character>& aString, const Character* aText,
     std::memmove(lRoom, aText, aLength * sizeof(Character));
     lRoom[aLength] = 0;
     aString.*Fields::kLength = aLength;
+}
+
+/// The same with what a writer puts there.
+/// @param aWrite writes from the place that it is given on. @return the end of what it wrote.
+template <class Character, class Writer>
+void fill(ACE_String_Base<Character>& aString, Writer aWrite) noexcept {
+    using Fields = StringFields<Character>;
+    Character* const lRoom = aString.*Fields::kText;
+    Character* const lEnd = aWrite(lRoom);
+    *lEnd = 0;
+    aString.*Fields::kLength = static_cast<std::size_t>(lEnd - lRoom);
+}
+
+/// Gives a new string memory of its own, which is then to be filled.
+/// @return whether there was some; `errno` is ENOMEM and the string empty if not.
+template <class Character>
+bool giveRoom(ACE_String_Base<Character>& aString, std::size_t aRoom) noexcept {
+    using Fields = StringFields<Character>;
+    void* const lRoom = (aString.*Fields::kAllocator)->malloc(aRoom * sizeof(Character));
+    if (lRoom == nullptr) {
+        errno = ENOMEM;
+        return false;
+    }
+    aString.*Fields::kText = static_cast<Character*>(lRoom);
+    aString.*Fields::kRoom = aRoom;
+    aString.*Fields::kOwnsText = true;
+    return true;
 }
 
 /// @return a new string; null with `errno` ENOMEM when memory is short.

@@ -98,26 +98,35 @@ void drawIdentity() {
     chooseNode(gIdentity.node.node_ID());
 }
 
-/// @return ACE's generator, ready for use; null when memory is short.
+/// @return whether the generator can be used.
+bool prepare(Generator& aGenerator) {
+    if (aGenerator.lock() == nullptr) {  // Its constructor ran out of memory.
+        aGenerator.lock(allocate<ACE_Thread_Mutex>(), true);
+    }
+    if (aGenerator.lock() == nullptr) {
+        return false;
+    }
+    aGenerator.init();
+    return true;
+}
+
+/// @return ACE's generator, ready for use; null when memory is short. It is asked for each time,
+///         as ACE destroys it at the process's end, and then makes another.
 Generator* readyGenerator(bool& aInitialized) {
+    static const Generator* lReady = nullptr;
     std::optional<NoCancellation> lWhole;
     if (!aInitialized) {  // Its first use opens and closes.
         lWhole.emplace();
     }
-    Generator* lGenerator = ACE_Singleton<Generator, ACE_Thread_Mutex>::instance();
-    if (lGenerator == nullptr) {
+    Generator* const lGenerator = ACE_Singleton<Generator, ACE_Thread_Mutex>::instance();
+    if (lGenerator == lReady || lGenerator == nullptr) {
+        return lGenerator;
+    }
+    if (!prepare(*lGenerator)) {
         return nullptr;
     }
-    if (lGenerator->lock() == nullptr) {  // Its constructor ran out of memory.
-        lGenerator->lock(allocate<ACE_Thread_Mutex>(), true);
-    }
-    if (lGenerator->lock() == nullptr) {
-        return nullptr;
-    }
-    if (!aInitialized) {
-        aInitialized = true;
-        lGenerator->init();
-    }
+    lReady = lGenerator;
+    aInitialized = true;
     return lGenerator;
 }
 
@@ -133,9 +142,11 @@ unsigned int sequenceOf(const Uuid& aUuid) {
         gIdentity.sequence += kSequenceStride;
     }
     gIdentity.latestTime = lTime;
-    const unsigned int lOwn =
-        static_cast<unsigned int>(aUuid.clock_seq_hi_and_reserved()) << 8 | aUuid.clock_seq_low();
-    return (lOwn + gIdentity.sequence) & kSequenceMask;
+    // ACE has just written the two bytes one by one. Read at once, as a compiler would, they are
+    // not to be had before both have left the processor's store buffer.
+    unsigned int lHigh = aUuid.clock_seq_hi_and_reserved();
+    asm("" : "+r"(lHigh));
+    return ((lHigh << 8 | aUuid.clock_seq_low()) + gIdentity.sequence) & kSequenceMask;
 }
 
 void copyWords(const Uuid& aUuid, std::uint32_t (&aWords)[4]) {

@@ -125,9 +125,10 @@ long parseNumberOrDate(FlexVar& aVar, const std::string& aText) {
     return lResult;
 }
 
-std::string printed(double aValue) {
+/// @param aFormat of a number in at most 500 characters.
+std::string printed(double aValue, const char* aFormat = "%f") {
     char lText[512];
-    return {lText, static_cast<std::size_t>(std::snprintf(lText, sizeof lText, "%f", aValue))};
+    return {lText, static_cast<std::size_t>(std::snprintf(lText, sizeof lText, aFormat, aValue))};
 }
 
 /// Doubles of all sizes, and of those that "%f" does not show as mere zeros.
@@ -203,6 +204,31 @@ bool takeDecimalPoint(const std::string& aPoint, const std::string& aCharacters)
 
 void expectPrintedAsByTheSystem(double aValue) {
     EXPECT_EQ(printed(aValue), text(FlexVar(aValue)));
+}
+
+/// Texts that are a number in part, in another notation, or not at all, and extreme ones.
+const std::string kOddDoubles[] = {
+    "1.5",     "+1.5",    "-1.5",   "--1.5",   "+-1.5",     ".5",       "5.",     ".",
+    "-",       "+",       "e5",     "1e5",     "1E5",       "1e+5",     "1e-5",   "1e",
+    "1e+",     "1.5e5.5", " 1.5",   "1.5 ",    "\t1.5",     "1,5",      "1_5",    "0x1p3",
+    "0x1.8p1", "0x",      "-0",     "-0.0",    "000001.5",  "inf",      "-inf",   "INFINITY",
+    "infinit", "nan",     "-nan",   "NAN(12)", "1.5f",      "1.5L",     "1e308",  "1.8e308",
+    "1e400",   "-1e400",  "1e-307", "4e-324",  "2.4e-324",  "2.5e-324", "1e-400", "1e99999999999",
+    "0e99999", "1 5",     "1..5",   "1.5.5",   "99999e-99", "١"};
+
+std::uint64_t bits(double aValue) {
+    std::uint64_t lBits = 0;
+    std::memcpy(&lBits, &aValue, sizeof lBits);
+    return lBits;
+}
+
+void expectReadAsByTheSystem(const std::string& aText) {
+    char* lEnd = nullptr;
+    const double lExpected = std::strtod(aText.c_str(), &lEnd);
+    const bool lIsNumber = lEnd == aText.c_str() + aText.size();
+    FlexVar lDouble(0.125);
+    EXPECT_EQ(lIsNumber ? 0 : -1, lDouble.setValueFromString(narrow(aText))) << aText;
+    EXPECT_EQ(bits(lIsNumber ? lExpected : 0.125), bits(lDouble.getDouble())) << aText;
 }
 
 }  // namespace
@@ -885,4 +911,33 @@ TEST(FlexVarText, PrintsDoublesWithADecimalPointOfSeveralBytes) {
         "500000",
         text(FlexVar(1.5)));
     std::for_each(specialDoubles().begin(), specialDoubles().end(), expectPrintedAsByTheSystem);
+}
+
+TEST(FlexVarText, ReadsDoublesAsTheSystemDoes) {
+    constexpr int kValues = 100000;
+    std::for_each(std::begin(kOddDoubles), std::end(kOddDoubles), expectReadAsByTheSystem);
+    std::mt19937_64 lRandom(2);
+    for (int lCount = 0; lCount < kValues && !testing::Test::HasFailure(); ++lCount) {
+        const double lValue = randomDouble(lRandom);
+        for (const char* lFormat : {"%.3g", "%.17g", "%.25e", "%f"}) {
+            expectReadAsByTheSystem(printed(lValue, lFormat));
+        }
+        expectReadAsByTheSystem(std::to_string(lRandom() >> 11) + "e" +
+                                std::to_string(lRandom() % 30));
+    }
+}
+
+TEST(FlexVarText, ReadsDoublesInTheRoundingOfTheThread) {
+    for (const int lRounding : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO, FE_TONEAREST}) {
+        ASSERT_EQ(0, std::fesetround(lRounding));
+        std::for_each(std::begin(kOddDoubles), std::end(kOddDoubles), expectReadAsByTheSystem);
+    }
+}
+
+TEST(FlexVarText, ReadsDoublesWithTheDecimalPointOfTheLanguage) {
+    if (!takeDecimalPoint(",", "ANSI_X3.4-1968")) {
+        GTEST_SKIP() << "no language with another decimal point could be made";
+    }
+    expectReadAsByTheSystem("1,5");
+    std::for_each(std::begin(kOddDoubles), std::end(kOddDoubles), expectReadAsByTheSystem);
 }
