@@ -371,6 +371,15 @@ void FlexVar::reportMismatch(const char* aVerb, Type aWanted) const noexcept {
     });
 }
 
+// Programs that were built with the headers of 1.1.0 call these, which are inline now.
+template <class Result>
+using Getter = Result (FlexVar::*)() const noexcept;
+[[gnu::used]] const Getter<const ACE_String_Base<char>&> kGetCString = &FlexVar::getCString;
+[[gnu::used]] const Getter<const ACE_String_Base<wchar_t>&> kGetWString = &FlexVar::getWString;
+[[gnu::used]] const Getter<const ACE_Date_Time&> kGetDateTime = &FlexVar::getDateTime;
+[[gnu::used]] const Getter<const ObjectID&> kGetObjectID = &FlexVar::getObjectID;
+[[gnu::used]] const Getter<Blob*> kGetBlob = &FlexVar::getBlob;
+
 template <class Kind>
 int FlexVar::copyObjectOut(typename Kind::Value& aValue) const noexcept {
     if (mType != Kind::kType) {

@@ -220,21 +220,23 @@ public:
     unsigned long getULong() const noexcept { return holds(FlexVar_ULong) ? mValue.mULong : 0UL; }
     float getFloat() const noexcept { return holds(FlexVar_Float) ? mValue.mFloat : 0.0F; }
     double getDouble() const noexcept { return holds(FlexVar_Double) ? mValue.mDouble : 0.0; }
-    const ACE_String_Base<char>& getCString() const noexcept {
+    OSX_EXPORT const ACE_String_Base<char>& getCString() const noexcept {
         return object(FlexVar_CString, &Slot::mCString, mEmptyCString);
     }
-    const ACE_String_Base<wchar_t>& getWString() const noexcept {
+    OSX_EXPORT const ACE_String_Base<wchar_t>& getWString() const noexcept {
         return object(FlexVar_WString, &Slot::mWString, mEmptyWString);
     }
     /// The default is `mEmptyACE_Date_Time`, which is the load time of the library.
-    const ACE_Date_Time& getDateTime() const noexcept {
+    OSX_EXPORT const ACE_Date_Time& getDateTime() const noexcept {
         return object(FlexVar_DateTime, &Slot::mDateTime, mEmptyACE_Date_Time);
     }
-    const ObjectID& getObjectID() const noexcept {
+    OSX_EXPORT const ObjectID& getObjectID() const noexcept {
         return object(FlexVar_ObjectID, &Slot::mObjectID, mEmptyObjectID);
     }
     /// @return the held `Blob`, still owned by this object; null for any other kind.
-    Blob* getBlob() const noexcept { return holds(FlexVar_Blob) ? mValue.mBlob : nullptr; }
+    OSX_EXPORT Blob* getBlob() const noexcept {
+        return holds(FlexVar_Blob) ? mValue.mBlob : nullptr;
+    }
     /// @}
 
     /// @name Getters that tell
