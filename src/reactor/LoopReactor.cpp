@@ -374,22 +374,41 @@ bool LoopReactor::serveNotification() {
     return false;
 }
 
+/// A thread that was told of the application's handlers. Whatever ends it, a cancellation or an
+/// exception of a handler's, others are told of the next event.
+class LoopReactor::AcesTurn {
+public:
+    explicit AcesTurn(LoopReactor& aLoop) : mLoop(aLoop) {}
+    ~AcesTurn() {
+        if (!mServed) {
+            const NoCancellation lGuard;
+            mLoop.token_.acquire();
+            mLoop.mHasToArm = false;
+            mLoop.mAces.calm();
+            mLoop.mAces.arm();
+            mLoop.token_.release();
+        }
+    }
+    AcesTurn(const AcesTurn&) = delete;
+    AcesTurn& operator=(const AcesTurn&) = delete;
+
+    bool mServed = false;
+
+private:
+    LoopReactor& mLoop;
+};
+
 /// One handler of the application's. ACE suspends it, and `suspend_i` lets others be told of while
 /// it is called.
 bool LoopReactor::serveAces() {
-    const bool lServed = ACE_TP_Reactor::handle_events(nullptr) > 0;
-    if (!lServed) {
-        token_.acquire();
-        mHasToArm = false;
-        mAces.calm();
-        mAces.arm();
-        token_.release();
-    }
-    return lServed;
+    AcesTurn lTurn(*this);
+    lTurn.mServed = ACE_TP_Reactor::handle_events(nullptr) > 0;
+    return lTurn.mServed;
 }
 
 /// Called by ACE, with the token.
 int LoopReactor::wait_for_multiple_events(ACE_Select_Reactor_Handle_Set& aReady, ACE_Time_Value*) {
+    const NoCancellation lGuard;
     mHasToArm = true;
     ACE_Time_Value lNoWait(ACE_Time_Value::zero);
     return ACE_TP_Reactor::wait_for_multiple_events(aReady, &lNoWait);

@@ -90,6 +90,7 @@ protected:
 
 private:
     class Inside;
+    class AcesTurn;
 
     LoopReactor(TimerQueue& aTimers, TimerQueue* aNone);
 

@@ -45,7 +45,7 @@ void fill(ACE_String_Base<Character>& aString, const Character* aText,
 }
 
 /// The same with what a writer puts there.
-/// @param aWrite writes from the place that it is given on. @return the end of what it wrote.
+/// @param aWrite writes from the place that it is given on, and gives back the end of that.
 template <class Character, class Writer>
 void fill(ACE_String_Base<Character>& aString, Writer aWrite) noexcept {
     using Fields = StringFields<Character>;

@@ -29,6 +29,7 @@
 #include "osx/osx.h"
 #include "reactor/EchoPort.h"
 #include "reactor/PipeHandler.h"
+#include "reactor/PollModel.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
@@ -329,6 +330,30 @@ TEST_P(CancelledLoopThread, LeavesItsConnectionToTheOthersAndNoneOpen) {
     }
     EXPECT_EQ(1, lPort.mOpened.value());
     EXPECT_EQ(1, lPort.mClosed.value());
+}
+
+TEST(CancelledLoopThread, LeavesTheApplicationsHandlersToTheOthers) {
+    if (test::kCannotBeWatched) {
+        GTEST_SKIP() << "the sanitizer does not take a thread that ends in the middle";
+    }
+    loop().initReactor();
+    PipeHandler lHandler;
+    PipeHandler lOther;
+    for (PipeHandler* const lEach : {&lHandler, &lOther}) {
+        ASSERT_EQ(0,
+                  ACE_Reactor::instance()->register_handler(lEach, ACE_Event_Handler::READ_MASK));
+    }
+    const LoopOfTheApplication lLoop;
+    test::cancelWithTheNextEvent();
+    lHandler.give();
+    EXPECT_TRUE(lLoop.wasCancelled());
+    const test::RunningReactor lOthers;
+    lOther.give();
+    EXPECT_TRUE(lOther.mCalls.waitFor(1));
+    for (PipeHandler* const lEach : {&lHandler, &lOther}) {
+        ACE_Reactor::instance()->remove_handler(
+            lEach, ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
+    }
 }
 
 // --- connections that are suspended ---

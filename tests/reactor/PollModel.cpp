@@ -1,6 +1,7 @@
 #include "reactor/PollModel.h"
 
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/epoll.h>
 
 #include <atomic>
@@ -11,6 +12,7 @@
 namespace {
 
 std::atomic<int> gWanted{0};
+std::atomic<bool> gCancels{false};
 std::atomic<int> gRefused{-1};
 std::atomic<int> gRefusals{0};
 
@@ -27,7 +29,11 @@ OSX_EXPORT int epoll_wait(int aPoll, epoll_event* aEvents, int aNumber, int aLim
     using Wait = int(int, epoll_event*, int, int);
     static Wait* const gOriginal = original<Wait>("epoll_wait");
     gWanted = aNumber;
-    return gOriginal(aPoll, aEvents, aNumber, aLimitMs);
+    const int lCount = gOriginal(aPoll, aEvents, aNumber, aLimitMs);
+    if (lCount > 0 && gCancels.exchange(false)) {
+        ::pthread_cancel(::pthread_self());
+    }
+    return lCount;
 }
 
 OSX_EXPORT int epoll_ctl(int aPoll, int aOperation, int aDescriptor, epoll_event* aEvent) noexcept {
@@ -47,6 +53,10 @@ namespace test {
 
 int eventsWanted() {
     return gWanted;
+}
+
+void cancelWithTheNextEvent() {
+    gCancels = true;
 }
 
 void refuseToAdd(int aDescriptor, int aTimes) {

@@ -9,6 +9,9 @@ namespace test {
 /// @return how many events the latest wait, of any thread, wanted at most.
 int eventsWanted();
 
+/// Has the thread that is told of an event next be cancelled when it comes to it.
+void cancelWithTheNextEvent();
+
 /// Has the kernel be short of memory when a descriptor is added the next times.
 void refuseToAdd(int aDescriptor, int aTimes);
 
