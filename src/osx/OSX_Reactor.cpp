@@ -141,25 +141,30 @@ bool OSX_ReactorThread::waitUntilEnded() {
 class OSX_Reactor::AcrossForks {
 public:
     static void lock() {
-        if (OSX_Reactor* const lInstalled = gInstalled) {
-            lInstalled->mImplementation->lockForFork();
-            lInstalled->mMutex.lock();
+        sLocked = gInstalled;
+        if (sLocked != nullptr) {
+            sLocked->mImplementation->lockForFork();
+            sLocked->mMutex.lock();
         }
     }
     static void unlock() {
-        if (OSX_Reactor* const lInstalled = gInstalled) {
-            lInstalled->mMutex.unlock();
-            lInstalled->mImplementation->unlockAfterFork();
+        if (sLocked != nullptr) {
+            sLocked->mMutex.unlock();
+            sLocked->mImplementation->unlockAfterFork();
         }
     }
     static void renew() {
-        if (OSX_Reactor* const lInstalled = gInstalled) {
-            lInstalled->mImplementation->renewInChild();
+        if (sLocked != nullptr) {
+            sLocked->mImplementation->renewInChild();
             // They can be neither joined nor destroyed here.
-            lInstalled->mThreads = nullptr;
-            lInstalled->mMutex.unlock();
+            sLocked->mThreads = nullptr;
+            sLocked->mMutex.unlock();
         }
     }
+
+private:
+    /// Of the thread that forks: another one may install a reactor meanwhile, and fork itself.
+    static inline thread_local OSX_Reactor* sLocked = nullptr;
 };
 
 const osx::process::AtFork OSX_Reactor::gAtFork(osx::process::ForkOrder::kLoop,

@@ -4,6 +4,8 @@
 
 #include <cerrno>
 
+#include "base/NoCancellation.h"
+#include "base/standardDescriptors.h"
 #include "reactor/ServedSet.h"
 #include "reactor/replaceDescriptor.h"
 
@@ -16,19 +18,6 @@ constexpr int kNoHandle = -1;
 
 constexpr std::uint32_t kEnds = EPOLLHUP | EPOLLERR;
 
-std::uint32_t eventsOf(unsigned int aWanted) {
-    return ((aWanted & AcePoll::kRead) != 0 ? EPOLLIN : 0U) |
-           ((aWanted & AcePoll::kWrite) != 0 ? EPOLLOUT : 0U) |
-           ((aWanted & AcePoll::kExcept) != 0 ? EPOLLPRI : 0U);
-}
-
-/// A poll tells of an end and of errors whether one waits for them or not.
-bool wouldSelectTell(std::uint32_t aEvents, unsigned int aWanted) {
-    return (aEvents & eventsOf(aWanted)) != 0 ||
-           ((aWanted & AcePoll::kRead) != 0 && (aEvents & kEnds) != 0) ||
-           ((aWanted & AcePoll::kWrite) != 0 && (aEvents & EPOLLERR) != 0);
-}
-
 int control(int aPoll, int aOperation, int aDescriptor, std::uint32_t aEvents, int aData) {
     epoll_event lEvent{};
     lEvent.events = aEvents;
@@ -38,8 +27,9 @@ int control(int aPoll, int aOperation, int aDescriptor, std::uint32_t aEvents, i
 
 }  // namespace
 
-AcePoll::AcePoll(const ServedSet& aSet, int aAlwaysWritable)
-    : mSet(aSet), mAlwaysWritable(aAlwaysWritable) {}
+AcePoll::AcePoll(const ACE_Select_Reactor_Handle_Set& aAces, const ServedSet& aSet,
+                 int aAlwaysWritable)
+    : mAces(aAces), mSet(aSet), mAlwaysWritable(aAlwaysWritable) {}
 
 AcePoll::~AcePoll() {
     close();
@@ -64,9 +54,27 @@ bool AcePoll::has(std::size_t aHandle) const {
     return aHandle < mWatched.size() && mWatched[aHandle] != kNothing;
 }
 
+std::uint32_t AcePoll::eventsOf(unsigned int aWatched) {
+    return ((aWatched & kRead) != 0 ? EPOLLIN : 0U) | ((aWatched & kWrite) != 0 ? EPOLLOUT : 0U) |
+           ((aWatched & kExcept) != 0 ? EPOLLPRI : 0U) | ((aWatched & kCalmed) != 0 ? EPOLLET : 0U);
+}
+
+/// A poll tells of an end and of errors whether one waits for them or not.
+bool AcePoll::wouldSelectTell(std::uint32_t aEvents, unsigned int aWatched) {
+    return (aEvents & eventsOf(aWatched & kWanted)) != 0 ||
+           ((aWatched & kRead) != 0 && (aEvents & kEnds) != 0) ||
+           ((aWatched & kWrite) != 0 && (aEvents & EPOLLERR) != 0);
+}
+
+unsigned int AcePoll::wantedOf(ACE_HANDLE aHandle) const {
+    return (mAces.rd_mask_.is_set(aHandle) != 0 ? kRead : kNothing) |
+           (mAces.wr_mask_.is_set(aHandle) != 0 ? kWrite : kNothing) |
+           (mAces.ex_mask_.is_set(aHandle) != 0 ? kExcept : kNothing);
+}
+
 bool AcePoll::hasLost(ACE_HANDLE aHandle) const {
     const auto lHandle = static_cast<std::size_t>(aHandle);
-    if (aHandle < 0 || !has(lHandle) || (mWatched[lHandle] & (kUnpollable | kCalmed)) != 0) {
+    if (aHandle < 0 || !has(lHandle) || (mWatched[lHandle] & kUnpollable) != 0) {
         return false;
     }
     return control(mPoll, EPOLL_CTL_MOD, aHandle, eventsOf(mWatched[lHandle]), aHandle) != 0;
@@ -74,20 +82,33 @@ bool AcePoll::hasLost(ACE_HANDLE aHandle) const {
 
 void AcePoll::check() {
     for (std::size_t lHandle = 0; lHandle < mWatched.size(); ++lHandle) {
-        if (hasLost(static_cast<ACE_HANDLE>(lHandle))) {
+        if (has(lHandle) &&
+            ((mWatched[lHandle] & kUnpollable) != 0 || hasLost(static_cast<ACE_HANDLE>(lHandle)))) {
             makeAnew();
             return;
         }
     }
 }
 
-void AcePoll::watch(ACE_HANDLE aHandle, unsigned int aWanted) {
-    const auto lHandle = static_cast<std::size_t>(aHandle);
-    if (aHandle < 0 || lHandle >= mWatched.size() || (mWatched[lHandle] & kWanted) == aWanted) {
+void AcePoll::watch(ACE_HANDLE aHandle) {
+    if (aHandle >= 0 && static_cast<std::size_t>(aHandle) < mWatched.size()) {
+        set(aHandle, wantedOf(aHandle));
+    }
+}
+
+void AcePoll::forget(ACE_HANDLE aHandle) {
+    if (aHandle >= 0 && static_cast<std::size_t>(aHandle) < mWatched.size()) {
+        set(aHandle, kNothing);
+    }
+}
+
+void AcePoll::set(ACE_HANDLE aHandle, unsigned int aWanted) {
+    std::uint8_t& lWatched = mWatched[static_cast<std::size_t>(aHandle)];
+    const unsigned int lFormer = lWatched;
+    if ((lFormer & kWanted) == aWanted) {
         return;
     }
-    const unsigned int lFormer = mWatched[lHandle];
-    mWatched[lHandle] = static_cast<std::uint8_t>(aWanted);
+    lWatched = static_cast<std::uint8_t>(aWanted);
     if (mPoll == -1) {
         return;
     }
@@ -129,27 +150,33 @@ void AcePoll::arm() const {
     }
 }
 
-/// What `select` does not tell of is told of once for each change from here on. Without that the
-/// loop would never sleep.
 void AcePoll::calm() {
     constexpr int kEvents = 16;
     std::array<epoll_event, kEvents> lEvents;
-    const int lCount = ::epoll_wait(mPoll, lEvents.data(), kEvents, 0);
+    const int lCount = mPoll == -1 ? 0 : ::epoll_wait(mPoll, lEvents.data(), kEvents, 0);
     for (int lIndex = 0; lIndex < lCount; ++lIndex) {
-        const epoll_event& lEvent = lEvents[static_cast<std::size_t>(lIndex)];
-        const int lHandle = lEvent.data.fd;
-        if (lHandle == kNoHandle) {
-            continue;
-        }
-        if (!has(static_cast<std::size_t>(lHandle))) {
-            makeAnew();
-            return;
-        }
-        std::uint8_t& lWatched = mWatched[static_cast<std::size_t>(lHandle)];
-        if ((lWatched & kCalmed) == 0 && !wouldSelectTell(lEvent.events, lWatched)) {
-            lWatched |= kCalmed;
-            control(mPoll, EPOLL_CTL_MOD, lHandle, eventsOf(lWatched) | EPOLLET, lHandle);
-        }
+        calm(lEvents[static_cast<std::size_t>(lIndex)]);
+    }
+}
+
+/// What `select` does not tell of is told of once for each change from here on: without that the
+/// loop would never sleep. ACE may have changed its sets by a way of its own meanwhile.
+void AcePoll::calm(const epoll_event& aEvent) {
+    const int lHandle = aEvent.data.fd;
+    if (lHandle == kNoHandle) {
+        return;
+    }
+    std::uint8_t& lWatched = mWatched[static_cast<std::size_t>(lHandle)];
+    if (lWatched == kNothing) {
+        makeAnew();
+        return;
+    }
+    watch(lHandle);
+    const bool lIsCalmed = (lWatched & kCalmed) != 0;
+    if (lWatched != kNothing && (lWatched & kUnpollable) == 0 &&
+        wouldSelectTell(aEvent.events, lWatched) == lIsCalmed) {
+        lWatched = static_cast<std::uint8_t>(lWatched ^ kCalmed);
+        control(mPoll, EPOLL_CTL_MOD, lHandle, eventsOf(lWatched), lHandle);
     }
 }
 
@@ -164,7 +191,8 @@ void AcePoll::renewInChild() {
 /// Without a fresh poll the one there is stays: what it has in excess costs time, and loses
 /// nothing.
 void AcePoll::makeAnew() {
-    const int lFresh = ::epoll_create1(EPOLL_CLOEXEC);
+    const NoCancellation lGuard;
+    const int lFresh = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); });
     if (lFresh == -1) {
         return;
     }

@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ace/Event_Handler.h"
+#include "ace/Select_Reactor_Base.h"
 
 namespace osx {
 
@@ -26,15 +26,10 @@ class ServedSet;
 /// All calls need ACE's token, which guards the sets, too.
 class AcePoll {
 public:
-    /// What `select` waits for.
-    static constexpr unsigned int kNothing = 0;
-    static constexpr unsigned int kRead = 1;
-    static constexpr unsigned int kWrite = 2;
-    static constexpr unsigned int kExcept = 4;
-
+    /// @param aAces what ACE waits for.
     /// @param aSet whose poll tells of this one, as ServedSet::kAces, once for each `arm`.
     /// @param aAlwaysWritable a descriptor that is.
-    AcePoll(const ServedSet& aSet, int aAlwaysWritable);
+    AcePoll(const ACE_Select_Reactor_Handle_Set& aAces, const ServedSet& aSet, int aAlwaysWritable);
     ~AcePoll();
     AcePoll(const AcePoll&) = delete;
     AcePoll& operator=(const AcePoll&) = delete;
@@ -43,8 +38,11 @@ public:
     /// @return whether there is one.
     bool open();
 
-    /// @param aWanted any of kRead, kWrite and kExcept.
-    void watch(ACE_HANDLE aHandle, unsigned int aWanted);
+    /// To be called after each change of ACE's sets.
+    void watch(ACE_HANDLE aHandle);
+
+    /// To be called before a descriptor may be closed: the kernel takes it out by its number.
+    void forget(ACE_HANDLE aHandle);
 
     /// @return whether the file that was watched by a number has gone from it.
     bool hasLost(ACE_HANDLE aHandle) const;
@@ -65,6 +63,10 @@ public:
     void close();
 
 private:
+    static constexpr unsigned int kNothing = 0;
+    static constexpr unsigned int kRead = 1;
+    static constexpr unsigned int kWrite = 2;
+    static constexpr unsigned int kExcept = 4;
     static constexpr std::uint8_t kWanted = kRead | kWrite | kExcept;
     /// Of a descriptor that a poll does not take, as of a regular file: `select` has to look.
     static constexpr std::uint8_t kUnpollable = 8;
@@ -72,10 +74,17 @@ private:
     static constexpr std::uint8_t kCalmed = 16;
 
     bool has(std::size_t aHandle) const;
+    unsigned int wantedOf(ACE_HANDLE aHandle) const;
+    void set(ACE_HANDLE aHandle, unsigned int aWanted);
     void add(ACE_HANDLE aHandle);
+    void calm(const epoll_event& aEvent);
     void countUnpollable(int aMore);
     void makeAnew();
 
+    static std::uint32_t eventsOf(unsigned int aWatched);
+    static bool wouldSelectTell(std::uint32_t aEvents, unsigned int aWatched);
+
+    const ACE_Select_Reactor_Handle_Set& mAces;
     const ServedSet& mSet;
     const int mAlwaysWritable;
     int mPoll = -1;

@@ -12,6 +12,7 @@
 #include <ctime>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "ace/Functor.h"
 #include "ace/Pipe.h"
@@ -80,6 +81,9 @@ void replacePipe(const ACE_Pipe& aPipe) {
     [[maybe_unused]] const int lResult = ::pipe2(lEnds.data(), O_CLOEXEC | O_NONBLOCK);
     replaceDescriptor(aPipe.read_handle(), lEnds[0]);
     replaceDescriptor(aPipe.write_handle(), lEnds[1]);
+    // ACE's list of notifications was copied, and is looked at when something is in the pipe.
+    const ACE_Notification_Buffer lNone;
+    [[maybe_unused]] const ssize_t lWritten = ::write(aPipe.write_handle(), &lNone, sizeof lNone);
 }
 
 /// Counts a thread for as long as it lives.
@@ -118,9 +122,8 @@ LoopReactor::LoopReactor(TimerQueue& aTimers, TimerQueue* aNone)
       mQueue(&aTimers),
       mNone(aNone),
       mWake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      mAces(mSet, mWake),
+      mAces(wait_set_, mSet, mWake),
       mNextCheck(kNever),
-      mHasToArm(false),
       mSleepers(0),
       mInside(0),
       mForks(0),
@@ -190,9 +193,11 @@ void LoopReactor::lockForFork() {
     mSet.mutex().lock();
     mReady.mutex().lock();
     mTimers.mutex().lock();
+    mAlarm.lock();
 }
 
 void LoopReactor::unlockAfterFork() {
+    mAlarm.unlock();
     mTimers.mutex().unlock();
     mReady.mutex().unlock();
     mSet.mutex().unlock();
@@ -217,6 +222,7 @@ void LoopReactor::renewInChild() {
     mInside = 0;
     ++mForks;
     mHasToEnrol = true;
+    mAlarm.unlock();
     mTimers.mutex().unlock();
     mReady.mutex().unlock();
     mSet.mutex().unlock();
@@ -224,10 +230,12 @@ void LoopReactor::renewInChild() {
     const int lQueueing = token_.queueing_strategy();
     new (&token_) ACE_Select_Reactor_Token(*this, lQueueing);
     // Those that other threads were serving.
-    for (ACE_HANDLE lHandle = 0; lHandle < handler_rep_.max_handlep1(); ++lHandle) {
+    ACE_Handle_Set_Iterator lServed(mInCall);
+    for (ACE_HANDLE lHandle = lServed(); lHandle != ACE_INVALID_HANDLE; lHandle = lServed()) {
         ACE_TP_Reactor::resume_i(lHandle);
-        watch(lHandle);
+        mAces.watch(lHandle);
     }
+    mInCall.reset();
 }
 
 // --- waiting and serving ---
@@ -275,6 +283,9 @@ int LoopReactor::attempt(int aLimitMs, Waited& aWaited) {
     }
     if (mHasToEnrol.load(std::memory_order_relaxed) && mHasToEnrol.exchange(false)) {
         mSet.enrolAll();
+    }
+    if (mQueue != &mTimers) {
+        setAlarmOfOtherQueue();  // it may have been given timers behind the reactor's back
     }
     checkNumbers();
     std::array<epoll_event, ReadyQueue::kSize> lEvents;
@@ -374,17 +385,20 @@ bool LoopReactor::serveNotification() {
     return false;
 }
 
-/// A thread that was told of the application's handlers. Whatever ends it, a cancellation or an
-/// exception of a handler's, others are told of the next event.
+/// A thread that was told of the application's handlers. Whatever comes of that, a cancellation or
+/// an exception of a handler's too, others are told of the next event. Turns nest where a callback
+/// runs the loop.
 class LoopReactor::AcesTurn {
 public:
-    explicit AcesTurn(LoopReactor& aLoop) : mLoop(aLoop) {}
+    explicit AcesTurn(LoopReactor& aLoop) : mLoop(aLoop), mOuter(std::exchange(tInnermost, this)) {}
     ~AcesTurn() {
-        if (!mServed) {
+        tInnermost = mOuter;
+        if (!mServes) {
             const NoCancellation lGuard;
             mLoop.token_.acquire();
-            mLoop.mHasToArm = false;
-            mLoop.mAces.calm();
+            if (mHasLooked) {
+                mLoop.mAces.calm();
+            }
             mLoop.mAces.arm();
             mLoop.token_.release();
         }
@@ -392,26 +406,50 @@ public:
     AcesTurn(const AcesTurn&) = delete;
     AcesTurn& operator=(const AcesTurn&) = delete;
 
-    bool mServed = false;
+    /// @return the caller's turn, if its handler is about to be called; null otherwise.
+    static AcesTurn* aboutToServe() {
+        return tInnermost != nullptr && tInnermost->mHasLooked && !tInnermost->mServes ? tInnermost
+                                                                                       : nullptr;
+    }
+    static void haveLooked() {
+        if (tInnermost != nullptr) {
+            tInnermost->mHasLooked = true;
+        }
+    }
+    /// With the token, which ACE lets go then.
+    void begin(ACE_HANDLE aHandle) {
+        mServes = true;
+        mLoop.mInCall.set_bit(aHandle);
+        mLoop.mAces.arm();
+    }
+    bool serves() const { return mServes; }
 
 private:
     LoopReactor& mLoop;
+    AcesTurn* const mOuter;
+    bool mHasLooked = false;  ///< Whether ACE has asked `select`.
+    bool mServes = false;
+
+    static thread_local AcesTurn* tInnermost;
 };
 
-/// One handler of the application's. ACE suspends it, and `suspend_i` lets others be told of while
-/// it is called.
+thread_local LoopReactor::AcesTurn* LoopReactor::AcesTurn::tInnermost = nullptr;
+
+/// One handler of the application's. ACE suspends it, and then others may be told of.
+/// @return whether there was one; ACE's own result is that of what it does after the callback.
 bool LoopReactor::serveAces() {
     AcesTurn lTurn(*this);
-    lTurn.mServed = ACE_TP_Reactor::handle_events(nullptr) > 0;
-    return lTurn.mServed;
+    ACE_TP_Reactor::handle_events(nullptr);
+    return lTurn.serves();
 }
 
 /// Called by ACE, with the token.
 int LoopReactor::wait_for_multiple_events(ACE_Select_Reactor_Handle_Set& aReady, ACE_Time_Value*) {
     const NoCancellation lGuard;
-    mHasToArm = true;
     ACE_Time_Value lNoWait(ACE_Time_Value::zero);
-    return ACE_TP_Reactor::wait_for_multiple_events(aReady, &lNoWait);
+    const int lReady = ACE_TP_Reactor::wait_for_multiple_events(aReady, &lNoWait);
+    AcesTurn::haveLooked();
+    return lReady;
 }
 
 void LoopReactor::wakeOne() const {
@@ -446,7 +484,11 @@ long LoopReactor::schedule_timer(ACE_Event_Handler* aHandler, const void* aAct,
 
 int LoopReactor::reset_timer_interval(long aTimerID, const ACE_Time_Value& aInterval) {
     ACE_Timer_Queue* const lQueue = mQueue;
-    return lQueue == nullptr ? -1 : lQueue->reset_interval(aTimerID, aInterval);
+    if (lQueue == nullptr) {
+        errno = ESHUTDOWN;
+        return -1;
+    }
+    return lQueue->reset_interval(aTimerID, aInterval);
 }
 
 int LoopReactor::cancel_timer(ACE_Event_Handler* aHandler, int aDontCallHandleClose) {
@@ -481,6 +523,8 @@ int LoopReactor::timer_queue(ACE_Timer_Queue* aQueue) {
 /// A queue of the application's own keeps time by whatever clock: only how long there is left is
 /// asked.
 void LoopReactor::setAlarmOfOtherQueue() {
+    const NoCancellation lGuard;
+    const std::lock_guard<std::mutex> lLock(mAlarm);
     ACE_Timer_Queue* const lQueue = mQueue;
     ACE_Time_Value lLeft;
     if (lQueue != nullptr && lQueue->calculate_timeout(nullptr, &lLeft) != nullptr) {
@@ -502,16 +546,6 @@ void LoopReactor::checkNumbers() {
         mAces.check();
         token_.release();
     }
-}
-
-/// To be called after each change of ACE's sets.
-void LoopReactor::watch(ACE_HANDLE aHandle) {
-    if (aHandle < 0 || static_cast<std::size_t>(aHandle) >= size()) {
-        return;
-    }
-    mAces.watch(aHandle, (wait_set_.rd_mask_.is_set(aHandle) != 0 ? AcePoll::kRead : 0U) |
-                             (wait_set_.wr_mask_.is_set(aHandle) != 0 ? AcePoll::kWrite : 0U) |
-                             (wait_set_.ex_mask_.is_set(aHandle) != 0 ? AcePoll::kExcept : 0U));
 }
 
 int LoopReactor::register_handler_i(ACE_HANDLE aHandle, ACE_Event_Handler* aHandler,
@@ -536,13 +570,13 @@ int LoopReactor::register_handler_i(ACE_HANDLE aHandle, ACE_Event_Handler* aHand
     mNextCheck.compare_exchange_strong(lNever, 0);
     const ACE_HANDLE lHandle =
         aHandle == ACE_INVALID_HANDLE && aHandler != nullptr ? aHandler->get_handle() : aHandle;
-    if (mAces.hasLost(lHandle)) {  // closed without a word, and given anew
-        const bool lIsSame = handler_rep_.find(lHandle) == aHandler;
-        remove_handler_i(lHandle, ACE_Event_Handler::ALL_EVENTS_MASK |
-                                      (lIsSame ? ACE_Event_Handler::DONT_CALL : 0));
+    // Closed without a word, and given anew: the former handler would close it if it were told.
+    if (mAces.hasLost(lHandle)) {
+        remove_handler_i(lHandle,
+                         ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
     }
     const int lResult = ACE_TP_Reactor::register_handler_i(aHandle, aHandler, aMask);
-    watch(lHandle);
+    mAces.watch(lHandle);
     return lResult;
 }
 
@@ -551,8 +585,12 @@ int LoopReactor::remove_handler_i(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) {
         const bool lClose = (aMask & ACE_Event_Handler::DONT_CALL) == 0;
         return (aMask & kReading) == 0 || mSet.remove(aHandle, lClose) ? 0 : -1;
     }
+    mAces.forget(aHandle);
     const int lResult = ACE_TP_Reactor::remove_handler_i(aHandle, aMask);
-    watch(aHandle);
+    mAces.watch(aHandle);
+    if (lResult == 0 && handler_rep_.find(aHandle) == nullptr) {
+        mInCall.clr_bit(aHandle);
+    }
     return lResult;
 }
 
@@ -587,10 +625,9 @@ int LoopReactor::suspend_i(ACE_HANDLE aHandle) {
         return 0;
     }
     const int lResult = ACE_TP_Reactor::suspend_i(aHandle);
-    watch(aHandle);
-    if (mHasToArm) {
-        mHasToArm = false;
-        mAces.arm();
+    mAces.watch(aHandle);
+    if (AcesTurn* const lTurn = AcesTurn::aboutToServe()) {
+        lTurn->begin(aHandle);
     }
     return lResult;
 }
@@ -603,7 +640,10 @@ int LoopReactor::resume_i(ACE_HANDLE aHandle) {
         return 0;
     }
     const int lResult = ACE_TP_Reactor::resume_i(aHandle);
-    watch(aHandle);
+    if (lResult == 0) {
+        mInCall.clr_bit(aHandle);
+        mAces.watch(aHandle);
+    }
     return lResult;
 }
 
@@ -617,7 +657,7 @@ int LoopReactor::mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOpera
     if (!mSet.has(aHandle)) {
         const int lResult = ACE_TP_Reactor::mask_ops(aHandle, aMask, aOperation);
         token_.acquire();
-        watch(aHandle);
+        mAces.watch(aHandle);
         token_.release();
         return lResult;
     }

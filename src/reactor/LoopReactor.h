@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <mutex>
 
 #include "ace/TP_Reactor.h"
 #include "reactor/AcePoll.h"
@@ -99,7 +100,6 @@ private:
 
     bool setUp();
     bool fillPoll() const;
-    void watch(ACE_HANDLE aHandle);
     void checkNumbers();
     void setAlarmOfOtherQueue();
     int attempt(int aLimitMs, Waited& aWaited);
@@ -118,10 +118,11 @@ private:
     TimerQueue* const mNone;  ///< What ACE takes for its queue: the loop has timers served.
     ServedSet mSet;
     LoopTimer mTimer;
+    std::mutex mAlarm;  ///< Of `setAlarmOfOtherQueue`: what is asked last is set last.
     const int mWake;
     AcePoll mAces;
     std::atomic<time_t> mNextCheck;  ///< Of the numbers in `mAces`; kNever until it has some.
-    bool mHasToArm;  ///< With the token: whether `mAces` may tell of others when one is suspended.
+    ACE_Handle_Set mInCall;  ///< With the token: those that ACE has suspended for their callbacks.
     ReadyQueue mReady;
     std::atomic<int> mSleepers;     ///< Threads that wait in the poll, or are about to.
     std::atomic<int> mInside;       ///< Threads in `attempt`.

@@ -38,11 +38,13 @@ public:
         ::timerfd_settime(mDescriptor, TFD_TIMER_ABSTIME, &lWhen, nullptr);
     }
 
-    /// @param aTime from now.
+    /// @param aTime from now; one of years is cut.
     void setIn(const ACE_Time_Value& aTime) const {
+        constexpr time_t kLongest = 100000000;
         timespec lNow{};
         ::clock_gettime(CLOCK_MONOTONIC, &lNow);
-        const ACE_Time_Value lWhen = ACE_Time_Value(lNow) + aTime;
+        const ACE_Time_Value lWhen =
+            ACE_Time_Value(lNow) + (aTime.sec() < kLongest ? aTime : ACE_Time_Value(kLongest));
         set(std::int64_t{lWhen.sec()} * 1000000 + lWhen.usec() + 1);
     }
 

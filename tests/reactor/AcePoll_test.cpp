@@ -2,12 +2,12 @@
 // select does.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <ctime>
 #include <thread>
@@ -16,6 +16,7 @@
 #include "ace/Timer_Heap.h"
 #include "reactor/EchoPort.h"
 #include "reactor/PipeHandler.h"
+#include "reactor/PollModel.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/inChild.h"
@@ -204,7 +205,7 @@ TEST(ApplicationsHandler, IsTakenThoughAFormerOneOfItsNumberWasNeverRemoved) {
     ASSERT_EQ(lFirst.ends[0], ::dup3(lSecond.ends[0], lFirst.ends[0], O_CLOEXEC));
     Handler lHandler(lFirst.ends[0]);
     ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
-    EXPECT_EQ(1, lFormer.mEnds.value());
+    EXPECT_EQ(0, lFormer.mEnds.value());  // it would close its number, which is another's now
     lHandler.mCloses = true;
     ASSERT_EQ(1, ::write(lSecond.ends[1], "x", 1));
     while (lHandler.mEnds.value() == 0) {
@@ -253,19 +254,48 @@ TEST(ApplicationsHandler, ThatWaitsForUrgentDataAloneLetsTheLoopSleepAtTheEnd) {
 
 TEST(ApplicationsHandler, IsNotTakenWithoutADescriptorForTheFirst) {
     PipeHandler lHandler;
-    ASSERT_EQ(1, reactor().initialized());  // a sanitizer's first look at it takes descriptors
-    rlimit lLimit{};
-    ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &lLimit));
-    const test::Descriptor lNext(::dup(0));
-    const rlimit lNone{static_cast<rlim_t>(lNext.get()), lLimit.rlim_max};
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &lNone));
+    reactor();
+    test::refusePolls(true);
     EXPECT_EQ(-1, reactor().register_handler(&lHandler, kReading));
-    ASSERT_EQ(0, ::setrlimit(RLIMIT_NOFILE, &lLimit));
+    EXPECT_EQ(EMFILE, errno);
+    test::refusePolls(false);
     EXPECT_EQ(0, reactor().register_handler(&lHandler, kReading));
     lHandler.give();
     while (lHandler.mCalls.value() == 0) {
         serveFor(milliseconds(1));
     }
+    EXPECT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
+}
+
+TEST(ApplicationsHandler, ThatIsWokenUpAfterItsRemovalLeavesTheLoopAsleep) {
+    const Pair lPair;
+    const Pair lOther;  // ACE looks at all numbers up to the highest
+    Handler lHandler(lPair.ends[0]);
+    Handler lLast(lOther.ends[0]);
+    ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
+    ASSERT_EQ(0, reactor().register_handler(&lLast, kReading));
+    ASSERT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
+    ASSERT_EQ(1, ::write(lPair.ends[1], "x", 1));
+    reactor().schedule_wakeup(&lHandler, kReading);
+    EXPECT_TRUE(sleeps());
+    EXPECT_EQ(0, lHandler.mInputs.value());
+    ASSERT_EQ(0, reactor().remove_handler(&lLast, kSilently));
+    for (const int lEnd : {lPair.ends[0], lPair.ends[1], lOther.ends[0], lOther.ends[1]}) {
+        ::close(lEnd);
+    }
+}
+
+TEST(ApplicationsHandler, OfADescriptorThatWasStandardErrorsDoesNotMeetThePoll) {
+    reactor();
+    const int lKept = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    PipeHandler lHandler;
+    ::close(STDERR_FILENO);
+    const int lResult = reactor().register_handler(&lHandler, kReading);
+    const int lTaken = ::fcntl(STDERR_FILENO, F_GETFD);
+    ::dup2(lKept, STDERR_FILENO);
+    ::close(lKept);
+    EXPECT_EQ(0, lResult);
+    EXPECT_EQ(-1, lTaken);
     EXPECT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
 }
 
@@ -354,6 +384,53 @@ TEST(ApplicationsTimerQueue, IsServedByOtherThreadsWhileATimerOfItBlocks) {
         lBlocking.mLetGo.add();
     }
     reactor().timer_queue(lFormer);
+}
+
+TEST(ApplicationsTimerQueue, MayBeGivenTimersBehindTheReactorsBack) {
+    ACE_Timer_Queue* const lFormer = reactor().timer_queue();
+    ACE_Timer_Heap lQueue;
+    reactor().timer_queue(&lQueue);
+    Handler lHandler(-1);
+    lQueue.schedule(&lHandler, nullptr, ACE_Time_Value::max_time);
+    lQueue.schedule(&lHandler, nullptr, lQueue.gettimeofday() + ACE_Time_Value(0, 20000));
+    ACE_Time_Value lLimit(30);
+    EXPECT_EQ(1, reactor().handle_events(lLimit));
+    EXPECT_EQ(1, lHandler.mTimeouts.value());
+    EXPECT_TRUE(sleeps());
+    reactor().timer_queue(lFormer);
+}
+
+TEST(ApplicationsHandler, IsNotifiedInAChildThoughItsParentHadNotificationsLeft) {
+    Handler lHandler(-1);
+    reactor().notify(&lHandler, ACE_Event_Handler::EXCEPT_MASK);
+    EXPECT_TRUE(test::inChild([&] {
+        Handler lOwn(-1);
+        reactor().notify(&lOwn, ACE_Event_Handler::EXCEPT_MASK);
+        while (lOwn.mExceptions.value() == 0) {
+            serveFor(milliseconds(1));
+        }
+        return true;
+    }));
+    while (lHandler.mExceptions.value() == 0) {
+        serveFor(milliseconds(1));
+    }
+}
+
+TEST(ApplicationsHandler, ThatIsSuspendedStaysSoInAChild) {
+    PipeHandler lHandler;
+    ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
+    ASSERT_EQ(0, reactor().suspend_handler(&lHandler));
+    lHandler.give();
+    EXPECT_TRUE(test::inChild([&] {
+        serveFor(milliseconds(50));
+        const bool lWasCalled = lHandler.mCalls.value() != 0;
+        reactor().resume_handler(&lHandler);
+        while (lHandler.mCalls.value() == 0) {
+            serveFor(milliseconds(1));
+        }
+        return !lWasCalled;
+    }));
+    EXPECT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
 }
 
 TEST(ApplicationsHandler, OfAChildIsServedThereAndLeavesItsParentsAlone) {

@@ -189,6 +189,59 @@ TEST(Loop, GetsAThreadByACallbackWhileAnotherThreadForks) {
     ::alarm(0);
 }
 
+namespace {
+
+/// Two handlers: while the one is being closed, with the reactor's token, the other one's callback
+/// ends.
+struct ClosedMeanwhile {
+    struct Called : PipeHandler {
+        explicit Called(ClosedMeanwhile& aBoth) : mBoth(aBoth) {}
+        int handle_input(ACE_HANDLE aHandle) override {
+            PipeHandler::handle_input(aHandle);
+            mBoth.closing.waitFor(1);
+            mBoth.called = true;
+            return 0;
+        }
+        ClosedMeanwhile& mBoth;
+    };
+    struct Closed : PipeHandler {
+        explicit Closed(ClosedMeanwhile& aBoth) : mBoth(aBoth) {}
+        int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override {
+            mBoth.closing.add();
+            test::waitUntil(
+                [this] { return mBoth.called && allSleep({std::to_string(mBoth.caller)}); });
+            return 0;
+        }
+        ClosedMeanwhile& mBoth;
+    };
+
+    const pid_t caller = ::gettid();
+    Counter closing;
+    std::atomic<bool> called{false};
+};
+
+}  // namespace
+
+TEST(Loop, TellsOfACallbackThoughItHadToWaitForTheReactorAfterwards) {
+    loop().initReactor();
+    ACE_Reactor& lReactor = *ACE_Reactor::instance();
+    ClosedMeanwhile lBoth;
+    ClosedMeanwhile::Called lCalled(lBoth);
+    ClosedMeanwhile::Closed lClosed(lBoth);
+    ASSERT_EQ(0, lReactor.register_handler(&lCalled, ACE_Event_Handler::READ_MASK));
+    ASSERT_EQ(0, lReactor.register_handler(&lClosed, ACE_Event_Handler::READ_MASK));
+    std::thread lCloser([&] {
+        lCalled.mCalls.waitFor(1);
+        lReactor.remove_handler(&lClosed, ACE_Event_Handler::READ_MASK);
+    });
+    lCalled.give();
+    ACE_Time_Value lLimit(20);
+    EXPECT_EQ(1, lReactor.handle_events(lLimit));
+    lCloser.join();
+    EXPECT_TRUE(lBoth.called);
+    lReactor.remove_handler(&lCalled, ACE_Event_Handler::READ_MASK | ACE_Event_Handler::DONT_CALL);
+}
+
 // --- nothing to do ---
 
 namespace {

@@ -13,6 +13,7 @@ namespace {
 
 std::atomic<int> gWanted{0};
 std::atomic<bool> gCancels{false};
+std::atomic<bool> gRefusesPolls{false};
 std::atomic<int> gRefused{-1};
 std::atomic<int> gRefusals{0};
 
@@ -47,6 +48,16 @@ OSX_EXPORT int epoll_ctl(int aPoll, int aOperation, int aDescriptor, epoll_event
     return gOriginal(aPoll, aOperation, aDescriptor, aEvent);
 }
 
+OSX_EXPORT int epoll_create1(int aFlags) noexcept {
+    using Create = int(int);
+    static Create* const gOriginal = original<Create>("epoll_create1");
+    if (gRefusesPolls) {
+        errno = EMFILE;
+        return -1;
+    }
+    return gOriginal(aFlags);
+}
+
 }  // extern "C"
 
 namespace test {
@@ -57,6 +68,10 @@ int eventsWanted() {
 
 void cancelWithTheNextEvent() {
     gCancels = true;
+}
+
+void refusePolls(bool aRefuse) {
+    gRefusesPolls = aRefuse;
 }
 
 void refuseToAdd(int aDescriptor, int aTimes) {

@@ -12,6 +12,9 @@ int eventsWanted();
 /// Has the thread that is told of an event next be cancelled when it comes to it.
 void cancelWithTheNextEvent();
 
+/// Has the kernel refuse to make polls, or make them again.
+void refusePolls(bool aRefuse);
+
 /// Has the kernel be short of memory when a descriptor is added the next times.
 void refuseToAdd(int aDescriptor, int aTimes);
 
