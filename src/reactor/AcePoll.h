@@ -6,6 +6,7 @@
 #include <sys/epoll.h>
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -23,7 +24,7 @@ class ServedSet;
 /// The kernel knows a file, ACE a number. Where a number was closed, and perhaps given to another
 /// file, without a word to ACE, the poll is made anew from the numbers: `select` does the rest.
 ///
-/// All calls need ACE's token, which guards the sets, too.
+/// All calls but `arm` need ACE's token, which guards the sets, too.
 class AcePoll {
 public:
     /// @param aAces what ACE waits for.
@@ -87,7 +88,7 @@ private:
     const ACE_Select_Reactor_Handle_Set& mAces;
     const ServedSet& mSet;
     const int mAlwaysWritable;
-    int mPoll = -1;
+    std::atomic<int> mPoll{-1};
     int mUnpollable = 0;  ///< While there are any the poll is always ready.
     std::array<std::uint8_t, FD_SETSIZE> mWatched{};  ///< By descriptor; ACE holds no others.
 };

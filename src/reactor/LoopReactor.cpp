@@ -30,6 +30,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr ACE_Reactor_Mask kReading = ACE_Event_Handler::READ_MASK | ACE_Event_Handler::ACCEPT_MASK;
 
+/// Who has the token may run the loop, too, in a `handle_close`: it has to be told in the end.
+constexpr std::chrono::milliseconds kTokenLimit(50);
+
 constexpr time_t kNever = std::numeric_limits<time_t>::max();
 
 time_t secondNow() {
@@ -395,12 +398,12 @@ public:
         tInnermost = mOuter;
         if (!mServes) {
             const NoCancellation lGuard;
-            mLoop.token_.acquire();
             if (mHasLooked) {
+                mLoop.token_.acquire();
                 mLoop.mAces.calm();
+                mLoop.token_.release();
             }
             mLoop.mAces.arm();
-            mLoop.token_.release();
         }
     }
     AcesTurn(const AcesTurn&) = delete;
@@ -439,7 +442,8 @@ thread_local LoopReactor::AcesTurn* LoopReactor::AcesTurn::tInnermost = nullptr;
 /// @return whether there was one; ACE's own result is that of what it does after the callback.
 bool LoopReactor::serveAces() {
     AcesTurn lTurn(*this);
-    ACE_TP_Reactor::handle_events(nullptr);
+    ACE_Time_Value lLimit(kTokenLimit);
+    ACE_TP_Reactor::handle_events(&lLimit);
     return lTurn.serves();
 }
 

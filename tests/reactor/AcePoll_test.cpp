@@ -366,6 +366,37 @@ TEST(ApplicationsHandler, ThatBlocksHoldsNobodyElseUpWhileAThreadIsFree) {
     EXPECT_EQ(0, reactor().remove_handler(&lOther, kSilently));
 }
 
+namespace {
+
+/// Runs the loop in `handle_close`, which ACE calls with its token, until another one is called.
+class LoopingAtItsEnd : public PipeHandler {
+public:
+    explicit LoopingAtItsEnd(PipeHandler& aOther) : mOther(aOther) {}
+    int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override {
+        mOther.give();
+        EXPECT_TRUE(test::waitUntil([this] {
+            serveFor(milliseconds(1));
+            return mOther.mCalls.value() == 1;
+        }));
+        return 0;
+    }
+
+private:
+    PipeHandler& mOther;
+};
+
+}  // namespace
+
+TEST(ApplicationsHandler, MayRunTheLoopWhileItIsClosed) {
+    PipeHandler lOther;
+    LoopingAtItsEnd lLooping(lOther);
+    ASSERT_EQ(0, reactor().register_handler(&lOther, kReading));
+    ASSERT_EQ(0, reactor().register_handler(&lLooping, kReading));
+    const test::RunningReactor lLoop(3);
+    EXPECT_EQ(0, reactor().remove_handler(&lLooping, kReading));
+    EXPECT_EQ(0, reactor().remove_handler(&lOther, kSilently));
+}
+
 TEST(ApplicationsTimerQueue, IsServedByOtherThreadsWhileATimerOfItBlocks) {
     ACE_Timer_Queue* const lFormer = reactor().timer_queue();
     ACE_Timer_Heap lQueue;
