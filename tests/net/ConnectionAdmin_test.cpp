@@ -61,17 +61,22 @@ protected:
         return lClient;
     }
 
-    TcpPeer connectClientWithSmallWindow() {
+    /// @param aSegment of its connection, in bytes: the smaller, the less the kernel holds for it.
+    TcpPeer connectClientWithSmallWindow(int aSegment = 0) {
+        const int lBefore = mAdmin.getNrOfConnections();
         TcpPeer lClient(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const int lSmall = 8192;
         ::setsockopt(lClient.descriptor(), SOL_SOCKET, SO_RCVBUF, &lSmall, sizeof lSmall);
+        if (aSegment != 0) {
+            ::setsockopt(lClient.descriptor(), IPPROTO_TCP, TCP_MAXSEG, &aSegment, sizeof aSegment);
+        }
         sockaddr_in lAddress{};
         lAddress.sin_family = AF_INET;
         lAddress.sin_port = htons(mPort);
         lAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         EXPECT_EQ(0, ::connect(lClient.descriptor(), reinterpret_cast<const sockaddr*>(&lAddress),
                                sizeof lAddress));
-        EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() == 1; }));
+        EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() > lBefore; }));
         return lClient;
     }
 
@@ -369,11 +374,12 @@ TEST_F(ConnectionAdminPort, AClientThatComesDuringABroadcastGetsNothingOfIt) {
 
 TEST_F(ConnectionAdminPort, EveryClientOfManyThatWaitGetsEverything) {
     constexpr int kClients = 80;  // more than are waited for together
-    constexpr std::size_t kSize = 4U * 1024U * 1024U;
-    constexpr std::size_t kTurn = 64U * 1024U;
+    constexpr std::size_t kSize = 512U * 1024U;
+    constexpr std::size_t kTurn = 32U * 1024U;
+    constexpr int kSegment = 1024;  // with which the kernel holds less than the size
     std::vector<TcpPeer> lClients;
     for (int lClient = 0; lClient < kClients; ++lClient) {
-        lClients.push_back(connectClient());
+        lClients.push_back(connectClientWithSmallWindow(kSegment));
     }
     std::thread lSender([this] { sendText(mAdmin, std::string(kSize, 'x')); });
     // In turns, as one that takes nothing for long is given up.
