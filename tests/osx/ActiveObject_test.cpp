@@ -166,8 +166,7 @@ TEST(ActiveObject, EndedByARequestWhileAnotherThreadStopsItRunsAgain) {
 
 TEST(ActiveObject, WhoseThreadARequestEndsWhileAnotherOneStopsItRunsAgain) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP()
-            << "ThreadSanitizer reports ACE's own locks where a thread ends in its routine";
+        GTEST_SKIP() << "ThreadSanitizer reports ACE's own locks when a thread ends itself";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -188,8 +187,7 @@ TEST(ActiveObject, StoppedByARequestThoughMemoryIsShortRunsAgain) {
 
 TEST(ActiveObject, StoppedWithoutMemoryByAThreadThatIsCancelledRunsAgain) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP()
-            << "ThreadSanitizer gives up when a thread is cancelled while it joins another";
+        GTEST_SKIP() << "ThreadSanitizer gives up when a joining thread is cancelled";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -380,8 +378,7 @@ TEST(ActiveObject, WhoseRequestRunsAnotherOnesRoutineStillKnowsItsOwnThread) {
 
 TEST(ActiveObject, IsStoppedWhenARequestEndsItsThread) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP()
-            << "ThreadSanitizer reports ACE's own locks where a thread ends in its routine";
+        GTEST_SKIP() << "ThreadSanitizer reports ACE's own locks when a thread ends itself";
     }
     Journal lJournal;
     ActiveObject lObject;
@@ -421,8 +418,7 @@ TEST(ActiveObject, AThreadThatDestroysItMayBeCancelled) {
 
 TEST(ActiveObject, AThreadThatStopsItMayBeCancelledAndTheNextStopWaits) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP()
-            << "ThreadSanitizer gives up when a thread is cancelled while it joins another";
+        GTEST_SKIP() << "ThreadSanitizer gives up when a joining thread is cancelled";
     }
     ActiveObject lObject;
     ASSERT_EQ(0, lObject.init());

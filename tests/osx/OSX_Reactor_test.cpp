@@ -499,8 +499,7 @@ void countAndEndTheThread(const void* aCounter) {
 
 TEST(ReactorThread, IsStoppedThoughACallbackHasEndedIt) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP()
-            << "ThreadSanitizer reports ACE's own locks where a thread ends in its routine";
+        GTEST_SKIP() << "ThreadSanitizer reports ACE's own locks when a thread ends itself";
     }
     OSX_Reactor& lReactor = test::RunningReactor::reactor();
     lReactor.startReactor();

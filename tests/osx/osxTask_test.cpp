@@ -312,8 +312,7 @@ TEST(ThreadWait, NeedsNoMemory) {
 
 TEST(ThreadWait, OfAThreadThatIsCancelledLeavesTheTaskToTheNext) {
     if (test::kCannotBeWatched) {
-        GTEST_SKIP()
-            << "ThreadSanitizer gives up when a thread is cancelled while it joins another";
+        GTEST_SKIP() << "ThreadSanitizer gives up when a joining thread is cancelled";
     }
     osxEndOtherTask(begin(nothing, nullptr));  // with the first one a sanitizer starts its own
     const int lThreads = test::numberOfThreads();

@@ -25,18 +25,16 @@
 using std::chrono::milliseconds;
 using test::Counter;
 using test::EchoPort;
+using test::kSilently;
 using test::PipeHandler;
 using test::TcpPeer;
 
 namespace {
 
 constexpr ACE_Reactor_Mask kReading = ACE_Event_Handler::READ_MASK;
-constexpr ACE_Reactor_Mask kSilently =
-    ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL;
 
 ACE_Reactor& reactor() {
-    test::RunningReactor::reactor().initReactor();
-    return *ACE_Reactor::instance();
+    return test::installedReactor();
 }
 
 /// Serves what there is, on the test's own thread.
@@ -103,6 +101,34 @@ struct Pair {
     std::array<int, 2> ends{};
 };
 
+/// A registered handler whose number becomes another file's, without a word. The former file lives
+/// on in a duplicate. The number itself is the test's to close.
+struct MovedNumber {
+    MovedNumber() {
+        EXPECT_EQ(0, reactor().register_handler(&handler, kReading));
+        EXPECT_EQ(number, ::dup3(second.ends[0], number, O_CLOEXEC));
+    }
+    ~MovedNumber() {
+        for (const int lEnd : {first.ends[1], second.ends[0], second.ends[1]}) {
+            ::close(lEnd);
+        }
+    }
+    MovedNumber(const MovedNumber&) = delete;
+    MovedNumber& operator=(const MovedNumber&) = delete;
+
+    const Pair first;
+    const Pair second;
+    const int number = first.ends[0];
+    const test::Descriptor duplicate{::fcntl(number, F_DUPFD_CLOEXEC, 0)};
+    Handler handler{number};
+};
+
+void serveUntilItEnds(const Handler& aHandler) {
+    while (aHandler.mEnds.value() == 0) {
+        serveFor(milliseconds(1));
+    }
+}
+
 }  // namespace
 
 TEST(ApplicationsHandler, OfARegularFileIsCalledAsOftenAsTheLoopCan) {
@@ -129,9 +155,7 @@ TEST(ApplicationsHandler, ThatClosesItsDescriptorWithoutAWordIsClosed) {
     lHandler.mCloses = true;
     ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
     ASSERT_EQ(1, ::write(lPair.ends[1], "x", 1));
-    while (lHandler.mEnds.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    serveUntilItEnds(lHandler);
     EXPECT_EQ(1, lHandler.mInputs.value());
     EXPECT_EQ(-1, reactor().handler(lPair.ends[0], kReading));
     ::close(lPair.ends[1]);
@@ -167,71 +191,45 @@ TEST(ApplicationsHandler, WhoseFileOutlivesItsDescriptorIsClosedAndTheLoopSleeps
     ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
     ::close(lPair.ends[0]);
     ASSERT_EQ(1, ::write(lPair.ends[1], "x", 1));
-    while (lHandler.mEnds.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    serveUntilItEnds(lHandler);
     EXPECT_TRUE(sleeps());
     EXPECT_EQ(0, lHandler.mInputs.value());
     ::close(lPair.ends[1]);
 }
 
 TEST(ApplicationsHandler, GetsTheEventsOfItsDescriptorThoughTheNumberWasAnotherFiles) {
-    const Pair lFirst;
-    const test::Descriptor lDuplicate(::fcntl(lFirst.ends[0], F_DUPFD_CLOEXEC, 0));
-    Handler lHandler(lFirst.ends[0]);
+    MovedNumber lMoved;
+    Handler& lHandler = lMoved.handler;
     ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
-    const Pair lSecond;
-    ASSERT_EQ(lFirst.ends[0], ::dup3(lSecond.ends[0], lFirst.ends[0], O_CLOEXEC));
-    ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
-    ASSERT_EQ(1, ::write(lFirst.ends[1], "x", 1));  // of the file that has no number any more
+    ASSERT_EQ(1, ::write(lMoved.first.ends[1], "x", 1));  // of the file without a number
     EXPECT_TRUE(sleeps());
     EXPECT_EQ(0, lHandler.mInputs.value());
     lHandler.mCloses = true;
-    ASSERT_EQ(1, ::write(lSecond.ends[1], "x", 1));
-    while (lHandler.mEnds.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    ASSERT_EQ(1, ::write(lMoved.second.ends[1], "x", 1));
+    serveUntilItEnds(lHandler);
     EXPECT_EQ(1, lHandler.mInputs.value());
-    for (const int lEnd : {lFirst.ends[1], lSecond.ends[0], lSecond.ends[1]}) {
-        ::close(lEnd);
-    }
 }
 
 TEST(ApplicationsHandler, IsTakenThoughAFormerOneOfItsNumberWasNeverRemoved) {
-    const Pair lFirst;
-    Handler lFormer(lFirst.ends[0]);
-    ASSERT_EQ(0, reactor().register_handler(&lFormer, kReading));
-    const Pair lSecond;
-    ASSERT_EQ(lFirst.ends[0], ::dup3(lSecond.ends[0], lFirst.ends[0], O_CLOEXEC));
-    Handler lHandler(lFirst.ends[0]);
-    ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
-    EXPECT_EQ(0, lFormer.mEnds.value());  // it would close its number, which is another's now
+    MovedNumber lMoved;
+    Handler lHandler(lMoved.number);
     lHandler.mCloses = true;
-    ASSERT_EQ(1, ::write(lSecond.ends[1], "x", 1));
-    while (lHandler.mEnds.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
+    // It would close its number, which is another's now.
+    EXPECT_EQ(0, lMoved.handler.mEnds.value());
+    ASSERT_EQ(1, ::write(lMoved.second.ends[1], "x", 1));
+    serveUntilItEnds(lHandler);
     EXPECT_EQ(1, lHandler.mInputs.value());
-    EXPECT_EQ(0, lFormer.mInputs.value());
-    for (const int lEnd : {lFirst.ends[1], lSecond.ends[0], lSecond.ends[1]}) {
-        ::close(lEnd);
-    }
+    EXPECT_EQ(0, lMoved.handler.mInputs.value());
 }
 
 TEST(ApplicationsHandler, RemovedAfterItsNumberBecameAnotherFilesLeavesTheLoopAsleep) {
-    const Pair lFirst;
-    const test::Descriptor lDuplicate(::fcntl(lFirst.ends[0], F_DUPFD_CLOEXEC, 0));
-    Handler lHandler(lFirst.ends[0]);
-    ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
-    const Pair lSecond;
-    ASSERT_EQ(lFirst.ends[0], ::dup3(lSecond.ends[0], lFirst.ends[0], O_CLOEXEC));
-    ASSERT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
-    ASSERT_EQ(1, ::write(lFirst.ends[1], "x", 1));
+    MovedNumber lMoved;
+    ASSERT_EQ(0, reactor().remove_handler(&lMoved.handler, kSilently));
+    ASSERT_EQ(1, ::write(lMoved.first.ends[1], "x", 1));
     EXPECT_TRUE(sleeps());
-    EXPECT_EQ(0, lHandler.mInputs.value());
-    for (const int lEnd : {lFirst.ends[0], lFirst.ends[1], lSecond.ends[0], lSecond.ends[1]}) {
-        ::close(lEnd);
-    }
+    EXPECT_EQ(0, lMoved.handler.mInputs.value());
+    ::close(lMoved.number);
 }
 
 /// The kernel tells its poll of an end whether one waits for it or not.
@@ -246,9 +244,7 @@ TEST(ApplicationsHandler, ThatWaitsForUrgentDataAloneLetsTheLoopSleepAtTheEnd) {
     // From now on it waits for what there is.
     lHandler.mCloses = true;
     ASSERT_NE(-1, reactor().schedule_wakeup(&lHandler, kReading));
-    while (lHandler.mEnds.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    serveUntilItEnds(lHandler);
     EXPECT_EQ(1, lHandler.mInputs.value());
 }
 

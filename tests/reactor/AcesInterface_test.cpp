@@ -23,16 +23,13 @@
 using std::chrono::milliseconds;
 using test::Counter;
 using test::EchoPort;
+using test::kSilently;
 using test::TcpPeer;
 
 namespace {
 
-constexpr ACE_Reactor_Mask kSilently =
-    ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL;
-
 ACE_Reactor& reactor() {
-    test::RunningReactor::reactor().initReactor();
-    return *ACE_Reactor::instance();
+    return test::installedReactor();
 }
 
 /// Serves what there is, on the test's own thread, for a while.

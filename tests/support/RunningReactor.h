@@ -3,6 +3,7 @@
 #ifndef OSX_TESTS_SUPPORT_RUNNINGREACTOR_H
 #define OSX_TESTS_SUPPORT_RUNNINGREACTOR_H
 
+#include "ace/Reactor.h"
 #include "osx/OSX_Reactor.h"
 
 namespace test {
@@ -23,6 +24,16 @@ public:
         return *ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance();
     }
 };
+
+/// @return the same as ACE shows it, installed.
+inline ACE_Reactor& installedReactor() {
+    RunningReactor::reactor().initReactor();
+    return *ACE_Reactor::instance();
+}
+
+/// Of a removal: for all events, without a call of `handle_close`.
+inline constexpr ACE_Reactor_Mask kSilently =
+    ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL;
 
 }  // namespace test
 
