@@ -68,8 +68,10 @@ protected:
     ~RunningService() override { mService.deinit(); }
 
     /// A client that gets every line from now on.
-    TcpPeer connectClient() {
-        TcpPeer lClient = TcpPeer::connect(mPort);
+    /// @param aReceiveBuffer in bytes; 0 for the kernel's choice. With a small one little has to be
+    ///        logged, in little time, until one that takes nothing is behind.
+    TcpPeer connectClient(int aReceiveBuffer = 0) {
+        TcpPeer lClient = TcpPeer::connect(mPort, aReceiveBuffer);
         // Lines go only to clients that a reactor thread has taken in.
         EXPECT_TRUE(test::waitUntil([&] {
             logText(mService, "?");
@@ -85,6 +87,8 @@ protected:
         char lByte = 0;
         return ::recv(aClient.descriptor(), &lByte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
     }
+
+    static constexpr int kSmallBuffer = 16384;
 
     test::RunningReactor mReactor;
     unsigned short mPort;
@@ -267,9 +271,9 @@ private:
 }  // namespace
 
 TEST_F(RunningService, TellsInThePlaceOfAGapHowManyLinesAreMissing) {
-    constexpr std::size_t kLines = 60000;
+    constexpr std::size_t kLines = 8000;
     constexpr std::size_t kLength = 1000;
-    TcpPeer lClient = connectClient();
+    TcpPeer lClient = connectClient(kSmallBuffer);
     for (std::size_t lLine = 0; lLine < kLines; ++lLine) {
         logText(mService, numbered(lLine, kLength));
     }
@@ -284,12 +288,12 @@ TEST_F(RunningService, TellsInThePlaceOfAGapHowManyLinesAreMissing) {
     EXPECT_EQ("after\n", lClient.receive(6));
 }
 
-/// More than the kernel holds for one that takes nothing.
+/// More than the ring and the kernel hold for one that takes nothing.
 TEST_F(RunningService, AClientThatTakesNothingCostsAnotherOneNothing) {
     constexpr std::size_t kLength = 1000;
     constexpr std::size_t kAtOnce = 1000;
-    constexpr std::size_t kLines = 20 * kAtOnce;
-    const TcpPeer lStalled = connectClient();
+    constexpr std::size_t kLines = 8 * kAtOnce;
+    const TcpPeer lStalled = connectClient(kSmallBuffer);
     TcpPeer lGood = connectClient();
     NumberedLines lLines(kLength);
     for (std::size_t lEnd = kAtOnce; lEnd <= kLines; lEnd += kAtOnce) {
@@ -305,8 +309,8 @@ TEST_F(RunningService, AClientThatTakesNothingCostsAnotherOneNothing) {
 
 TEST_F(RunningService, GoesOnWithAClientThatTakesAgain) {
     constexpr std::size_t kLength = 1000;
-    constexpr std::size_t kLines = 20000;
-    TcpPeer lLate = connectClient();
+    constexpr std::size_t kLines = 8000;
+    TcpPeer lLate = connectClient(kSmallBuffer);
     TcpPeer lGood = connectClient();
     NumberedLines lOfGood(kLength);
     lLate.receiveUntil("!2\n");
@@ -374,8 +378,8 @@ TEST_F(RunningService, SendsTextsBehindTheLinesLoggedBefore) {
 }
 
 TEST_F(RunningService, ShutsDownSoonThoughAClientTakesNothing) {
-    const TcpPeer lStalled = connectClient();
-    for (int lLine = 0; lLine < 15000; ++lLine) {
+    const TcpPeer lStalled = connectClient(kSmallBuffer);
+    for (int lLine = 0; lLine < 1000; ++lLine) {
         logText(mService, std::string(1000, 'x'));
     }
     const auto lStart = steady_clock::now();
