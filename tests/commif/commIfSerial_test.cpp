@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <thread>
@@ -25,6 +24,7 @@
 #include "support/cancellation.h"
 #include "support/inChild.h"
 #include "support/logMatchers.h"
+#include "support/stressTime.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -912,9 +912,7 @@ TEST_F(SerialDescriptor, StaysTakenWithoutAPort) {
 
 TEST(SerialThreads, OpenUseAndCloseTheirPortsAtOnce) {
     const test::LogCapture lLog;
-    const char* const lSeconds = std::getenv("OSX_STRESS_SECONDS");
-    const auto lEnd =
-        steady_clock::now() + std::chrono::seconds(lSeconds == nullptr ? 1 : std::atoi(lSeconds));
+    const auto lEnd = steady_clock::now() + test::stressTime(std::chrono::seconds(1));
     std::vector<std::thread> lThreads;
     for (int lThread = 0; lThread < 4; ++lThread) {
         lThreads.emplace_back(useLine, lEnd);

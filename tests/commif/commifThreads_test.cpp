@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <mutex>
 #include <set>
 #include <string>
@@ -14,6 +13,7 @@
 #include "commif/SerialLine.h"
 #include "support/LogCapture.h"
 #include "support/cancellation.h"
+#include "support/stressTime.h"
 
 using test::Channel;
 
@@ -21,8 +21,7 @@ namespace {
 
 /// How long threads work against each other; more by hand, to look for what is rare.
 std::chrono::seconds stressTime() {
-    const char* lSeconds = std::getenv("OSX_STRESS_SECONDS");
-    return std::chrono::seconds(lSeconds == nullptr ? 3 : std::atoi(lSeconds));
+    return test::stressTime(std::chrono::seconds(3));
 }
 
 /// The descriptors that threads hold, each of which may be held only once.

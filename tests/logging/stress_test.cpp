@@ -37,6 +37,7 @@
 #include "osx/osx.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/stressTime.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -54,8 +55,7 @@ constexpr bool kSanitized = false;
 #endif
 
 long stressSeconds() {
-    const char* const lSeconds = std::getenv("OSX_STRESS_SECONDS");
-    return lSeconds == nullptr ? 5 : std::atol(lSeconds);
+    return test::stressTime(seconds(5)).count();
 }
 
 void line(const std::string& aText) {

@@ -10,7 +10,6 @@
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -27,6 +26,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/stressTime.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -37,11 +37,6 @@ using Random = std::minstd_rand;
 using test::PipeHandler;
 
 namespace {
-
-std::chrono::seconds stressTime() {
-    const char* const lSeconds = std::getenv("OSX_STRESS_SECONDS");
-    return std::chrono::seconds(lSeconds == nullptr ? 2 : std::atol(lSeconds));
-}
 
 int descriptorOf(void* aSocket) {
     return static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle();
@@ -288,7 +283,7 @@ TEST_P(LoopStress, OfEverythingAtOnceMixesNothingUpAndEnds) {
         [&](Random& aRandom) { useTimers(aRandom); },
         [&](Random& aRandom) { useOwnHandler(aRandom); },
         [&](Random& aRandom) { usePort(aRandom); }};
-    const auto lEnd = Clock::now() + stressTime();
+    const auto lEnd = Clock::now() + test::stressTime(std::chrono::seconds(2));
     std::vector<std::thread> lThreads;
     for (std::size_t lWork = 0; lWork < lWorks.size(); ++lWork) {
         lThreads.emplace_back([&lWorks, lWork, lEnd] {

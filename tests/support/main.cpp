@@ -1,13 +1,18 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "support/stressTime.h"
+
 namespace {
 
 /// Ends a test that hangs, well before CTest's own limit, with a core to look at.
-constexpr unsigned int kWatchdogSeconds = 180;
+constexpr std::chrono::seconds kWatchdog(180);
 
 class Watchdog : public testing::EmptyTestEventListener {
-    void OnTestStart(const testing::TestInfo&) override { ::alarm(kWatchdogSeconds); }
+    void OnTestStart(const testing::TestInfo&) override {
+        const std::chrono::seconds lAsked = test::stressTime(std::chrono::seconds(0));
+        ::alarm(static_cast<unsigned int>((kWatchdog + 2 * lAsked).count()));
+    }
     void OnTestEnd(const testing::TestInfo&) override { ::alarm(0); }
 };
 
