@@ -10,8 +10,8 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <random>
 #include <string>
@@ -193,11 +193,13 @@ void suspendAndResume(StressPort& aPort, Random& aRandom) {
     }
 }
 
-void useTimers(Random& aRandom) {
-    const auto lCalls = std::make_unique<test::Counter>();  // freed with the timers
+/// @param aCounters for as long as the loop runs: a call that its thread has no processor for may
+///        outlast the time for which a timer's destruction waits.
+void useTimers(std::deque<test::Counter>& aCounters, Random& aRandom) {
+    test::Counter* const lCalls = &aCounters.emplace_back();
     std::array<void*, 8> lTimers{};
     for (void*& lTimer : lTimers) {
-        lTimer = osxCreateTimer(&test::count, lCalls.get(), static_cast<long>(aRandom() % 5),
+        lTimer = osxCreateTimer(&test::count, lCalls, static_cast<long>(aRandom() % 5),
                                 static_cast<long>(aRandom() % 2));
     }
     EXPECT_TRUE(lCalls->waitFor(1 + static_cast<int>(aRandom() % lTimers.size())));
@@ -269,6 +271,7 @@ INSTANTIATE_TEST_SUITE_P(Threads, LoopStress, testing::Values(1, 2, 4, 8));
 
 TEST_P(LoopStress, OfEverythingAtOnceMixesNothingUpAndEnds) {
     const test::LogCapture lLog;
+    std::deque<test::Counter> lCounters;
     const test::RunningReactor lLoop(GetParam());
     StressPort lEchoing(false);
     StressPort lReading(true);
@@ -280,7 +283,7 @@ TEST_P(LoopStress, OfEverythingAtOnceMixesNothingUpAndEnds) {
         [&](Random& aRandom) { closeFromOutside(lReading, aRandom); },
         [&](Random& aRandom) { suspendAndResume(lEchoing, aRandom); },
         [&](Random& aRandom) { suspendAndResume(lReading, aRandom); },
-        [&](Random& aRandom) { useTimers(aRandom); },
+        [&](Random& aRandom) { useTimers(lCounters, aRandom); },
         [&](Random& aRandom) { useOwnHandler(aRandom); },
         [&](Random& aRandom) { usePort(aRandom); }};
     const auto lEnd = Clock::now() + test::stressTime(std::chrono::seconds(2));
