@@ -24,7 +24,7 @@
 #include "support/cancellation.h"
 #include "support/inChild.h"
 #include "support/logMatchers.h"
-#include "support/stressTime.h"
+#include "support/longForm.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;

@@ -13,7 +13,7 @@
 #include "commif/SerialLine.h"
 #include "support/LogCapture.h"
 #include "support/cancellation.h"
-#include "support/stressTime.h"
+#include "support/longForm.h"
 
 using test::Channel;
 

@@ -37,7 +37,7 @@
 #include "osx/osx.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
-#include "support/stressTime.h"
+#include "support/longForm.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;

@@ -6,22 +6,16 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "logging/Program.h"
 #include "support/TcpPeer.h"
+#include "support/longForm.h"
 
 namespace test {
 
 constexpr int kExitStatus = 7;
-
-/// @return how often something is tried: as given, unless the environment says otherwise.
-inline int rounds(int aDefault) {
-    const char* const lRounds = std::getenv("OSX_TEST_ROUNDS");
-    return lRounds == nullptr ? aDefault : std::atoi(lRounds);
-}
 
 /// Runs commands of the process program, with its lines going where the options say and, with
 /// network logging, to the network.

@@ -38,6 +38,7 @@
 #include "osx/ActiveObject.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
+#include "support/longForm.h"
 #include "types/ObjectID.h"
 
 namespace {
@@ -368,11 +369,6 @@ void logInit(bool aNetworkLogging) {
     LogInit(lNumber, lArguments, aNetworkLogging);
 }
 
-int rounds(int aDefault) {
-    const char* const lRounds = std::getenv("OSX_TEST_ROUNDS");
-    return lRounds == nullptr ? aDefault : std::atoi(lRounds);
-}
-
 /// @return the status of a child that runs a function and ends; -1 if a signal ended it, as when it
 ///         hangs.
 template <class Function>
@@ -422,7 +418,7 @@ template <class Function>
 int forkBusily(int aRounds, Function aInChild) {
     startThreadsOfAllKinds();
     waitForEndOfInput();
-    for (int lRound = 0; lRound < rounds(aRounds); ++lRound) {
+    for (int lRound = 0; lRound < test::rounds(aRounds); ++lRound) {
         if (inChild(aInChild) != 3) {
             print("a child failed\n");
             return 1;

@@ -26,7 +26,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
-#include "support/stressTime.h"
+#include "support/longForm.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;

@@ -1,17 +1,19 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "support/stressTime.h"
+#include "support/longForm.h"
 
 namespace {
 
 /// Ends a test that hangs, well before CTest's own limit, with a core to look at.
 constexpr std::chrono::seconds kWatchdog(180);
+constexpr std::chrono::seconds kLongestRound(10);
 
 class Watchdog : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
-        const std::chrono::seconds lAsked = test::stressTime(std::chrono::seconds(0));
-        ::alarm(static_cast<unsigned int>((kWatchdog + 2 * lAsked).count()));
+        const auto lAsked =
+            2 * test::stressTime(std::chrono::seconds(0)) + test::rounds(0) * kLongestRound;
+        ::alarm(static_cast<unsigned int>((kWatchdog + lAsked).count()));
     }
     void OnTestEnd(const testing::TestInfo&) override { ::alarm(0); }
 };
