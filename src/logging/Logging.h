@@ -87,7 +87,7 @@ OSX_EXPORT void startLoggingServer();
 OSX_EXPORT void printUsage();
 
 /// The callback of the debug-level port: sets the debug level to the decimal number at the front of
-/// a chunk, 0 if there is none, and writes a line.
+/// a chunk, 0 if there is none, and writes a line. It comes on a thread that runs the event loop.
 /// @param aSocket not looked at.
 /// @param aUserData not looked at.
 /// @param aData `aLength` bytes, not terminated; null does nothing.

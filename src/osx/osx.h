@@ -20,9 +20,10 @@
 ///  6. Arguments: pointers must not be null, and outputs are written only on success, unless the
 ///     entry says otherwise. Texts are NUL-terminated. The library copies what it needs of texts
 ///     and buffers, and keeps no pointer to them.
-///  7. Process: no call changes the process's signal dispositions (but `osxSetTime`, for a moment),
-///     and none lets SIGPIPE end the process. Every descriptor that is opened is close-on-exec, and
-///     none that is kept is 0, 1 or 2, even where the application has closed these.
+///  7. Process: no call changes the process's signal dispositions (but `osxSetTime`, while its
+///     command runs), and none lets SIGPIPE end the process. Every descriptor that is opened is
+///     close-on-exec, and none that is kept is 0, 1 or 2, even where the application has closed
+///     these.
 ///  8. Cancellation: a thread may be cancelled (deferred) where a call waits, transfers or writes a
 ///     line. Calls that make, destroy or close something complete that first.
 ///  9. Visibility: what a thread did before one of these events, a thread sees after the other (the
@@ -139,7 +140,7 @@ OSX_EXPORT unsigned int osxAcquireMutex(void* aHandle, osxWaitFlag_t aFlag,
 
 /// Releases a mutex that the calling thread holds.
 /// @param aHandle a mutex.
-/// @retval OSX_OK whether the mutex was held or not.
+/// @retval OSX_OK otherwise.
 /// @retval OSX_ERR_MUTEX_INVALID the handle is null (with a line).
 OSX_EXPORT unsigned int osxReleaseMutex(void* aHandle);
 
@@ -224,7 +225,8 @@ OSX_EXPORT void osxDeleteCriticalSection(osxCriticalSection_t* aSection);
 /// @name Reactor
 /// One process-wide reactor serves timers and ports. The application decides which threads run its
 /// event loop: threads of the library, with `OSX_Reactor::startReactor`, or its own, with
-/// `osxRunReactor`.
+/// `osxRunReactor`. The first timer or port installs the library's own reactor, `OSX_Reactor`, if
+/// none is installed.
 /// @{
 
 /// Runs the event loop on the calling thread until it is ended. Callbacks come on this thread and
