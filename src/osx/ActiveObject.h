@@ -58,9 +58,9 @@ public:
     /// @retval -1 the queue failed, or was closed: by the destructor, or by a stop without memory.
     int svc() override;
 
-    /// Ends the thread and waits for that, without limit. What is queued before runs first; what
-    /// comes behind it in the queue is never run. (When memory is short, what is queued before is
-    /// not run either.)
+    /// Ends the thread and waits for that, without limit. What is queued before runs first. What
+    /// comes behind in the queue stays there, for the thread of another `init()`. (When memory is
+    /// short, what is queued before stays, too.)
     ///
     /// It does nothing while the object is idle or stopped, or the thread has been started and not
     /// yet come to its loop; in the latter case the thread goes on. On the object's own thread it
