@@ -3,6 +3,8 @@
 ///
 /// A failure line is written whatever the level. A trace line of level N, from 1 to 9, is written
 /// only while the debug level is at least N and ACE's own debug switch, `ACE::debug()`, is on.
+///
+/// Any thread may call, at any time. Other threads see a new level soon, without a lock.
 #ifndef OSX_BASE_DEBUGLEVEL_H
 #define OSX_BASE_DEBUGLEVEL_H
 
@@ -10,10 +12,10 @@
 
 /// Sets the debug level.
 /// @param aLevel 0 for no trace lines, 9 (or anything above) for all of them.
-/// Any thread may call it; other threads see the new level soon, without a lock.
 OSX_EXPORT void setLogLevel(unsigned int aLevel) noexcept;
 
-/// @return the debug level; 0 until `setLogLevel` is called. Any thread may call it.
+/// Tells the debug level.
+/// @return the level; 0 until `setLogLevel` is called.
 OSX_EXPORT unsigned int getLogLevel() noexcept;
 
 #endif

@@ -2,28 +2,37 @@
 /// The chief header of the device I/O: descriptors for serial ports, files, message queues, network
 /// connections and the console, with the file and directory utilities beside them.
 ///
-/// `commIfOpen` hands out a descriptor, a small number; `commIfRead`, `commIfWrite` and
-/// `commIfIoctl` use it, and `commIfClose` gives it back. The functions of the single channels
-/// (`commIfFileRead`, `commIfSerialIoctl` ...), to which these dispatch, can be called directly as
-/// well; they neither look at `used` nor change it.
+/// `commIfOpen` hands out a descriptor, a small number. `commIfRead`, `commIfWrite` and
+/// `commIfIoctl` use it, and `commIfClose` gives it back. These dispatch to the functions of the
+/// single channels (`commIfFileRead`, `commIfSerialIoctl` ...), which can be called directly as
+/// well; called so, they neither look at `used` nor change it.
 ///
-/// Conventions that hold for every call here:
+/// The conventions below hold for every call here. An entry does not repeat them; it says where it
+/// differs.
 ///
-///  1. Unless stated otherwise the result is 0 or one of the status codes below. Nothing throws.
-///  2. A failing channel says so twice: by its status and by one diagnostic line through ACE's
-///     logger.
-///  3. Any thread may open, use and close descriptors of its own at any time; no two threads are
-///     ever given the same one. A descriptor that threads share may be read by one and written by
-///     another at once; its closing must neither overlap nor precede any use of it, which is the
-///     callers' to see to.
-///  4. A descriptor outside 0 to 202 gives 10006, null parameters of a direct open 10014. A null
-///     `aRetCount` is allowed: the count is then lost.
-///  5. Times are milliseconds; 0xFFFFFFFF means no limit.
-///  6. Every descriptor opened from the operating system is close-on-exec, and none that is kept is
-///     0, 1 or 2, even where the application has closed these.
-///  7. A thread may be cancelled (deferred) where a call waits, transfers or writes a line. Opening
-///     a serial port and closing come to their end first; any other call that is cancelled leaves
-///     nothing open.
+///  1. Results: 0 (`COMMIF_OK`) or one of the status codes below. Nothing throws. A failed
+///     allocation sets `errno` to ENOMEM.
+///  2. Failures: "with a line" after a result means that the call also writes one diagnostic line
+///     through ACE's logger, whatever the debug level.
+///  3. Descriptors: a descriptor outside 0 to 202 gives `COMMIF_ERR_BAD_DESCRIPTOR`, except where
+///     the channel does not look at it: in `commIfNetIoctl`, and on the console.
+///  4. Threads: any thread may open, use and close descriptors of its own at any time; no two
+///     threads are ever given the same one. One thread may read a descriptor while another writes
+///     it, unless the entry says otherwise. Its closing must neither overlap nor precede any use of
+///     it, which is the callers' to see to.
+///  5. Arguments: pointers must not be null unless the entry says otherwise. A null `aRetCount` is
+///     allowed, and loses the count. Texts are NUL-terminated. Texts and buffers stay the caller's;
+///     no pointer to them is kept.
+///  6. Times are milliseconds by the monotonic clock; 0xFFFFFFFF means no limit.
+///  7. Process: every descriptor of the operating system that is opened is close-on-exec, and none
+///     that is kept is 0, 1 or 2, even where the application has closed these. No call changes the
+///     process's signal dispositions, and none lets SIGPIPE end the process.
+///  8. Cancellation: a thread may be cancelled (deferred) where a call waits, transfers or writes a
+///     line. Opening a serial port and closing complete first; any other call that is cancelled
+///     leaves nothing open.
+///  9. Visibility: what a thread did before `commIfMsgWrite`, a thread sees after the
+///     `commIfMsgRead` that takes that message (the first happens before the second). Rely on
+///     nothing else for it: who hands a descriptor to another thread has to publish it.
 #ifndef OSX_COMMIF_COMMIF_H
 #define OSX_COMMIF_COMMIF_H
 
@@ -33,13 +42,11 @@ class ACE_FILE_IO;
 class osxComPort;
 
 /// @name Status codes
-/// The values are part of the interface. A network read or write that fails gives the result of
-/// `osxGetLastNetworkError` instead, which is 0 always, and writing to a queue that of
-/// `osxMsgSend`.
+/// The values are part of the interface.
 /// @{
 constexpr int COMMIF_OK = 0;                       ///< Success.
 constexpr int COMMIF_ERR_NO_DESCRIPTOR = 10001;    ///< Open: all descriptors are taken.
-constexpr int COMMIF_ERR_NOT_IMPLEMENTED = 10002;  ///< The channel has no such operation.
+constexpr int COMMIF_ERR_NOT_IMPLEMENTED = 10002;  ///< The channel has no such operation or kind.
 constexpr int COMMIF_ERR_BAD_DEVTYPE = 10003;      ///< No device type of this number.
 constexpr int COMMIF_ERR_NOT_OPEN = 10005;         ///< The descriptor is not taken.
 constexpr int COMMIF_ERR_BAD_DESCRIPTOR = 10006;   ///< The descriptor is not in 0 to 202.
@@ -52,7 +59,7 @@ constexpr int COMMIF_ERR_FILE_IO = 10108;    ///< A file or directory operation 
 constexpr int COMMIF_ERR_NO_MORE_ENTRIES = 10116;  ///< A listing has ended, or could not begin.
 constexpr int COMMIF_ERR_SHORT_READ = 10117;       ///< A file had fewer bytes than were asked for.
 constexpr int COMMIF_ERR_QUEUE_CREATE = 10151;     ///< A message queue could not be created.
-constexpr int COMMIF_ERR_QUEUE_RECV = 10152;       ///< Reading a message queue failed.
+constexpr int COMMIF_ERR_QUEUE_RECV = 10152;       ///< Reading a message queue failed otherwise.
 /// @}
 
 constexpr int COMMIF_MAX_DESC = 203;        ///< Entries of the descriptor table.
@@ -127,11 +134,11 @@ struct commIfVgaParams_t {
 struct commIfDevParams_t {
     unsigned int devType;  ///< A `commIfDevType_t`.
     union {
-        commIfSerialParams_t serial;
-        commIfFileParams_t file;
-        commIfMsgParams_t msg;
-        commIfNetParams_t net;
-        commIfVgaParams_t vga;
+        commIfSerialParams_t serial;  ///< For `eSERIAL`.
+        commIfFileParams_t file;      ///< For `eFILE`.
+        commIfMsgParams_t msg;        ///< For `eMSG`.
+        commIfNetParams_t net;        ///< For `eNET`.
+        commIfVgaParams_t vga;        ///< For `eVGA`.
     };
 };
 /// @}
@@ -147,11 +154,12 @@ struct commIfSerialInfo_t : commIfSerialParams_t {
 
 /// State of a file channel. With pointers of 32 bits the object is in the place of `reserved[2]`.
 struct commIfFileInfo_t {
-    char fileName[COMMIF_FILE_NAME_LEN];
-    unsigned int openMode;
+    char fileName[COMMIF_FILE_NAME_LEN];  ///< As it was opened.
+    unsigned int openMode;                ///< As it was opened.
     __extension__ union {
-        unsigned int reserved[3];
+        unsigned int reserved[3];  ///< As it was opened, but for what the object overlays.
         struct {
+            /// What stands in front of the object.
             unsigned int kept[sizeof(void*) == sizeof(unsigned int) ? 2 : 3];
             ACE_FILE_IO* fileIo;  ///< Owned; null if there is no file.
         };
@@ -174,17 +182,17 @@ struct commIfNetInfo_t : commIfNetParams_t {};
 /// is only forgotten. Objects of other types in the entry stay, until their own channel is opened
 /// or closed there.
 struct commIfDescInfo_t {
-    unsigned int devType;  ///< A `commIfDevType_t`; stored also by an open that fails.
-    commIfSerialInfo_t serial;
-    commIfFileInfo_t file;
-    commIfMsgInfo_t msg;
-    commIfNetInfo_t net;
+    unsigned int devType;       ///< A `commIfDevType_t`; stored also by an open that fails.
+    commIfSerialInfo_t serial;  ///< Of `eSERIAL`.
+    commIfFileInfo_t file;      ///< Of `eFILE`.
+    commIfMsgInfo_t msg;        ///< Of `eMSG`.
+    commIfNetInfo_t net;        ///< Of `eNET`.
 };
 
 /// One entry.
 struct commIfDesc_t {
-    unsigned int used;  ///< 0 free, 1 taken.
-    commIfDescInfo_t info;
+    unsigned int used;      ///< 0 free, 1 taken.
+    commIfDescInfo_t info;  ///< Of its channel.
 };
 
 /// The descriptors 0 to 202. The first three are never handed out.
@@ -194,163 +202,269 @@ OSX_EXPORT extern commIfDesc_t commIfDesc[COMMIF_MAX_DESC];
 /// @name Descriptors
 /// @{
 
-/// Opens a channel. The lowest descriptor that is free is taken.
-/// @param[out] aDesc the descriptor, to be given to `commIfClose` in the end; -1 on failure.
-/// @param aParams what to open; only the member of its type is read, and not kept.
-/// @param aQueueName name of the queue for `eMSG`, may be null; others ignore it.
-/// @return 0; 10001 when all are taken; 10003 for an unknown type, or null parameters; 10014 for a
-///         null `aDesc`; else the status of the type's own open function.
+/// Opens a channel, on the lowest descriptor that is free.
+/// @param[out] aDesc the descriptor, 3 to 202, to be given to `commIfClose` in the end; -1 on
+///        failure.
+/// @param aParams what to open; of the union only the member of its type is read.
+/// @param aQueueName for `eMSG`: the queue's name, or null. Otherwise ignored.
+/// @retval COMMIF_OK the channel is open.
+/// @retval COMMIF_ERR_NO_DESCRIPTOR all descriptors are taken.
+/// @retval COMMIF_ERR_BAD_DEVTYPE the type is unknown, or `aParams` is null.
+/// @retval COMMIF_ERR_BAD_ARGUMENT `aDesc` is null.
+/// @return else the status of the type's own open function.
 OSX_EXPORT int commIfOpen(int* aDesc, commIfDevParams_t* aParams, const char* aQueueName);
 
 /// Reads from a channel, waiting as its type does.
-/// @param aBuf room for `aCount` bytes.
+/// @param aDesc a descriptor.
+/// @param[out] aBuf room for `aCount` bytes.
+/// @param aCount number of bytes wanted.
 /// @param[out] aRetCount the number of bytes read.
-/// @return 0; 10006 or 10005 for a bad or free descriptor; 10003 for an unknown type; else the
-///         status of the type's own read function.
+/// @retval COMMIF_ERR_NOT_OPEN the descriptor is free.
+/// @retval COMMIF_ERR_BAD_DEVTYPE the entry's type is unknown.
+/// @return else the status of the type's own read function.
 OSX_EXPORT int commIfRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                           unsigned long* aRetCount);
 
-/// Writes to a channel.
+/// Writes to a channel, waiting as its type does.
+/// @param aDesc a descriptor.
 /// @param aBuf `aCount` bytes, left as they are.
+/// @param aCount number of bytes.
 /// @param[out] aRetCount the number of bytes written.
-/// @return as `commIfRead`, with the type's own write function.
+/// @retval COMMIF_ERR_NOT_OPEN the descriptor is free.
+/// @retval COMMIF_ERR_BAD_DEVTYPE the entry's type is unknown.
+/// @return else the status of the type's own write function.
 OSX_EXPORT int commIfWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                            unsigned long* aRetCount);
 
 /// Performs a command of the channel's own.
-/// @param aData what the command needs; some take the pointer itself as a number.
-/// @return as `commIfRead`, with the type's own ioctl function; 10002 for a network channel (with a
-///         line).
+/// @param aDesc a descriptor.
+/// @param aCmd number of the command; see the channels.
+/// @param[in,out] aData what the command needs; some take the pointer itself as a number.
+/// @retval COMMIF_ERR_NOT_OPEN the descriptor is free.
+/// @retval COMMIF_ERR_BAD_DEVTYPE the entry's type is unknown.
+/// @retval COMMIF_ERR_NOT_IMPLEMENTED it is a network channel (with a line).
+/// @return else the status of the type's own ioctl function.
 OSX_EXPORT int commIfIoctl(int aDesc, unsigned long aCmd, void* aData);
 
 /// Closes a channel. The descriptor is free from then on, even when closing fails.
-/// @return 0; 10006 or 10005 for a bad or free descriptor; 10003 for an unknown type, which leaves
-///         the descriptor taken; else the status of the type's own close function.
+/// @param aDesc a descriptor.
+/// @retval COMMIF_ERR_NOT_OPEN the descriptor is free.
+/// @retval COMMIF_ERR_BAD_DEVTYPE the entry's type is unknown; the descriptor stays taken.
+/// @return else the status of the type's own close function.
 OSX_EXPORT int commIfClose(int aDesc);
 
-/// Writes the low byte of a character. @return 1; -1 if it was not written.
+/// Writes one byte.
+/// @param aCharacter its low byte is written.
+/// @param aDesc a descriptor.
+/// @retval 1 the byte was written.
+/// @retval -1 it was not, for whatever reason.
 OSX_EXPORT int commIffputc(int aCharacter, int aDesc);
 
-/// Writes a text without its terminator. @return 1, also for an empty text (null is one), which
-/// writes nothing; -1 if it was not written as a whole.
+/// Writes a text without its terminator.
+/// @param aText the text; null counts as empty. An empty text writes nothing.
+/// @param aDesc a descriptor.
+/// @retval 1 the whole text was written, or is empty.
+/// @retval -1 it was not, for whatever reason.
 OSX_EXPORT int commIffputs(char* aText, int aDesc);
 
-/// Writes formatted text, cut to 299 characters. @return 1 always.
+/// Writes formatted text, cut to 299 characters.
+/// @param aDesc a descriptor.
+/// @param aFormat as for `printf`; null writes nothing.
+/// @retval 1 always.
 OSX_EXPORT int commIffprintf(int aDesc, const char* aFormat, ...)
     __attribute__((format(printf, 2, 3)));
 /// @}
 
 /// @name Console
-/// These bypass the descriptors; their number argument is ignored.
+/// These bypass the descriptors. Their number argument is ignored.
 /// @{
 
-/// Reads a byte from standard input, waiting for it. @return it, as a signed character; 0 when
-/// there was none.
+/// Reads a byte from standard input, waiting for it.
+/// @param aIgnored not used.
+/// @return the byte, as a signed character; 0 when there was none.
 OSX_EXPORT int commfgetc(int aIgnored);
 
-/// Writes the low byte of a character to standard output, past the stream `stdout`. @return 1
-/// always.
+/// Writes one byte to standard output, past the stream `stdout`.
+/// @param aCharacter its low byte is written.
+/// @param aIgnored not used.
+/// @retval 1 always.
 OSX_EXPORT int commfputc(int aCharacter, int aIgnored);
 
-/// Writes a text to standard output, past the stream `stdout`. @return 1 always.
+/// Writes a text to standard output, past the stream `stdout`.
+/// @param aText the text; null writes nothing.
+/// @param aIgnored not used.
+/// @retval 1 always.
 OSX_EXPORT int commfputs(char* aText, int aIgnored);
 
 /// Prints formatted text, cut to 1023 characters, in one piece on the stream `stdout`, and flushes
-/// the stream with whatever others have printed on it. The text is formatted twice: what is still a
-/// "%" after the first time is taken as a conversion again, without arguments, so print foreign
-/// text only with every "%" in it doubled.
-/// @return 1 always.
+/// that stream with whatever others have printed on it.
+///
+/// The text is formatted twice: what is still a "%" after the first time is taken as a conversion
+/// again, without arguments. So print foreign text only with every "%" in it doubled.
+/// @param aIgnored not used.
+/// @param aFormat as for `printf`; null prints nothing.
+/// @retval 1 always.
 OSX_EXPORT int commfprintf(int aIgnored, const char* aFormat, ...)
     __attribute__((format(printf, 2, 3)));
 /// @}
 
 /// @name Serial channel
-/// Commands: 1 clear RTS, 2 set RTS, 3 clear DTR, 4 set DTR, 5 flush; 6 replaces the read time-out
-/// by the number in the pointer; 7 and 8 store the state of DTR and DSR, 0 or 1, in an `int`.
+/// | command | effect                                    | `aData`                              |
+/// |---------|-------------------------------------------|--------------------------------------|
+/// | 1, 2    | clears, sets RTS                          | not used                             |
+/// | 3, 4    | clears, sets DTR                          | not used                             |
+/// | 5       | asks the driver to flush; see `flushPort` | not used                             |
+/// | 6       | replaces the read time-out                | the pointer itself is the number     |
+/// | 7, 8    | tells the state of DTR, DSR               | an `int` that receives 0 or 1        |
 /// @{
 
 /// Opens and sets up a port.
-/// @return 0, also when memory is short (`errno` is ENOMEM): the descriptor then has no port, and
-///         every call on it gives 10015; 10015 (with a line) when the device cannot be opened or
-///         refuses the settings; 10014 for null parameters. A device that refuses the settings
-///         stays open until this descriptor is next opened as a serial port, or closed directly.
+/// @param aDesc a descriptor.
+/// @param aParams how to open it.
+/// @retval COMMIF_OK the port is open; or memory is short (`errno` is ENOMEM). Then the descriptor
+///         has no port, and every call on it gives `COMMIF_ERR_NO_DEVICE`.
+/// @retval COMMIF_ERR_NO_DEVICE (with a line) the device cannot be opened, or refuses the settings.
+///         In the latter case it stays open until this descriptor is next opened as a serial port,
+///         or closed directly.
+/// @retval COMMIF_ERR_BAD_ARGUMENT `aParams` is null.
 OSX_EXPORT int commIfSerialOpen(int aDesc, commIfSerialParams_t* aParams);
 
 /// Reads exactly `aCount` bytes. The read time-out bounds the wait for each next piece of them. It
 /// is counted in 32 bits of microseconds, so that a bound above 4294967 ms wraps around.
-/// @param[out] aRetCount what came, also on a time-out.
-/// @return 0, also at the end of what a vanished peer sent; 10011 when the time-out came first; -1
-///         when reading failed; 10015 (with a line) without a port.
+/// @param aDesc a descriptor.
+/// @param[out] aBuf room for `aCount` bytes.
+/// @param aCount number of bytes; only the low 32 bits count.
+/// @param[out] aRetCount what came, also on a time-out or failure.
+/// @retval COMMIF_OK all bytes came, or the line was hung up after fewer.
+/// @retval COMMIF_ERR_TIMEOUT the time-out came first.
+/// @retval COMMIF_ERR_NO_DEVICE there is no port (with a line).
+/// @retval -1 reading failed (`errno`), as by a signal (EINTR).
 OSX_EXPORT int commIfSerialRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                                 unsigned long* aRetCount);
 
 /// Writes all bytes, waiting while the line is busy. A signal before the first byte ends it.
-/// @param[out] aRetCount the number written; -1 on a failure (`errno` is EINTR for a signal).
-/// @return 0; 10015 (with a line) without a port.
+/// @param aDesc a descriptor.
+/// @param aBuf `aCount` bytes, left as they are.
+/// @param aCount number of bytes, up to 2147483647.
+/// @param[out] aRetCount the number written; -1 when writing failed (`errno`; EINTR for a signal).
+/// @retval COMMIF_OK otherwise, also when writing failed.
+/// @retval COMMIF_ERR_NO_DEVICE there is no port (with a line).
 OSX_EXPORT int commIfSerialWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                                  unsigned long* aRetCount);
 
-/// @return 0; 10012 for another command than 1 to 8; 10014 for a null `aData` with 7 and 8; 10015
-///         (with a line) without a port.
+/// Performs a command. Any thread may replace the read time-out while another one reads; it holds
+/// from the next read on.
+/// @param aDesc a descriptor.
+/// @param aCmd 1 to 8.
+/// @param[in,out] aData as the command needs it.
+/// @retval COMMIF_OK the command was given to the driver, which may have refused it.
+/// @retval COMMIF_ERR_BAD_IOCTL there is no such command.
+/// @retval COMMIF_ERR_BAD_ARGUMENT `aData` is null where it is needed.
+/// @retval COMMIF_ERR_NO_DEVICE there is no port (with a line).
 OSX_EXPORT int commIfSerialIoctl(int aDesc, unsigned long aCmd, void* aData);
 
-/// Closes the port. @return 0; 10015 (with a line) without a port.
+/// Closes the port.
+/// @param aDesc a descriptor.
+/// @retval COMMIF_OK the port is closed.
+/// @retval COMMIF_ERR_NO_DEVICE there is no port (with a line).
 OSX_EXPORT int commIfSerialClose(int aDesc);
 /// @}
 
 /// @name File channel
-/// Commands: 50 seeks, `aData` pointing to two 32-bit words, the origin (0 start, 1 current
-/// position, 2 end) and a signed offset; 51 syncs the file to its disc; 52 stores the size in bytes
-/// in an `unsigned long`.
+/// | command | effect                     | `aData`                                             |
+/// |---------|----------------------------|-----------------------------------------------------|
+/// | 50      | seeks                      | two 32-bit words: the origin (0 start, 1 current    |
+/// |         |                            | position, 2 end) and a signed offset in bytes       |
+/// | 51      | syncs the file to its disc | not used                                            |
+/// | 52      | tells the size in bytes    | an `unsigned long` that receives it                 |
 /// @{
 
 /// Opens a file; one that is created has the permissions 0644, less the process's mask.
-/// @return 0; 10101 when it cannot be opened (with a line), or memory is short (`errno` is ENOMEM).
+/// @param aDesc a descriptor.
+/// @param aParams how to open it.
+/// @retval COMMIF_OK the file is open.
+/// @retval COMMIF_ERR_FILE_OPEN it cannot be opened, or memory is short (`errno` is ENOMEM); with a
+///         line.
+/// @retval COMMIF_ERR_BAD_ARGUMENT `aParams` is null.
 OSX_EXPORT int commIfFileOpen(int aDesc, commIfFileParams_t* aParams);
 
 /// Reads once.
-/// @param[out] aRetCount the number read; 0 at the end of the file, -1 on an error.
-/// @return 0; 10117 (with a line) when it is not `aCount`; 10015 (with a line) without a file.
+/// @param aDesc a descriptor.
+/// @param[out] aBuf room for `aCount` bytes.
+/// @param aCount number of bytes.
+/// @param[out] aRetCount the number read; 0 at the end of the file, -1 on an error (`errno`).
+/// @retval COMMIF_OK all bytes came.
+/// @retval COMMIF_ERR_SHORT_READ fewer came, or reading failed (with a line).
+/// @retval COMMIF_ERR_NO_DEVICE there is no file (with a line).
 OSX_EXPORT int commIfFileRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);
 
 /// Writes once.
-/// @param[out] aRetCount the number written; -1 on an error.
-/// @return 0; 10108 (with a line) when it is not `aCount`; 10015 (with a line) without a file.
+/// @param aDesc a descriptor.
+/// @param aBuf `aCount` bytes, left as they are.
+/// @param aCount number of bytes.
+/// @param[out] aRetCount the number written; -1 on an error (`errno`).
+/// @retval COMMIF_OK all bytes were written.
+/// @retval COMMIF_ERR_FILE_IO fewer were, or writing failed (with a line).
+/// @retval COMMIF_ERR_NO_DEVICE there is no file (with a line).
 OSX_EXPORT int commIfFileWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                                unsigned long* aRetCount);
 
-/// @return 0; 10108 when seeking, syncing or sizing failed (sizing with a line); 10014 for a seek
-///         from another origin, or a null `aData` with 50 and 52; 10012 for another command; 10015
-///         (with a line) without a file.
+/// Performs a command.
+/// @param aDesc a descriptor.
+/// @param aCmd 50 to 52.
+/// @param[in,out] aData as the command needs it.
+/// @retval COMMIF_OK the command was performed.
+/// @retval COMMIF_ERR_FILE_IO seeking or syncing failed, or the size cannot be found (this one with
+///         a line).
+/// @retval COMMIF_ERR_BAD_ARGUMENT the origin of a seek is unknown, or `aData` is null where it is
+///         needed.
+/// @retval COMMIF_ERR_BAD_IOCTL there is no such command.
+/// @retval COMMIF_ERR_NO_DEVICE there is no file (with a line).
 OSX_EXPORT int commIfFileIoctl(int aDesc, unsigned long aCmd, void* aData);
 
-/// Closes the file. @return 0; 10015 (with a line) without a file.
+/// Closes the file.
+/// @param aDesc a descriptor.
+/// @retval COMMIF_OK the file is closed.
+/// @retval COMMIF_ERR_NO_DEVICE there is no file (with a line).
 OSX_EXPORT int commIfFileClose(int aDesc);
 /// @}
 
 /// @name File utilities
 /// @{
 
-/// Renames a file, replacing one that has the new name. @return 0; 10108 (with a line) on failure.
+/// Renames a file, replacing one that has the new name.
+/// @param aCurrentName path; null fails.
+/// @param aNewName path; null fails.
+/// @retval COMMIF_OK the file has its new name.
+/// @retval COMMIF_ERR_FILE_IO it cannot be renamed (with a line).
 OSX_EXPORT int commIfFileRename(const char* aCurrentName, const char* aNewName);
 
-/// Removes a file. @return 0, also when it could be opened but not removed; 10101 when it cannot be
-/// opened for reading (no line).
+/// Removes a file.
+/// @param aName path; null fails.
+/// @retval COMMIF_OK it could be opened; nothing tells if it could not be removed then.
+/// @retval COMMIF_ERR_FILE_OPEN it cannot be opened for reading.
 OSX_EXPORT int commIfFileDelete(const char* aName);
 
-/// Copies a file's bytes over the beginning of another, which is created with the permissions 0644
-/// if need be. What a longer destination has beyond them stays. Failing reads and writes of the
-/// copying itself are not reported.
-/// @return 0; 10101 (with a line) when either cannot be opened; 10015 (with a line) when the size
-///         of the source cannot be found.
+/// Copies a file's bytes over the beginning of another one. What a longer destination has beyond
+/// them stays. Nothing tells of a read or write that fails during the copying.
+/// @param aSource path; null fails.
+/// @param aDestination path; created with the permissions 0644 if need be; null fails.
+/// @retval COMMIF_OK both files could be opened.
+/// @retval COMMIF_ERR_FILE_OPEN one of them cannot be opened (with a line).
+/// @retval COMMIF_ERR_NO_DEVICE the size of the source cannot be found (with a line).
 OSX_EXPORT int commIfFileCopy(const char* aSource, const char* aDestination);
 
-/// @param[out] aSize size in bytes. @return 0; 10108 (with a line) when it cannot be found.
+/// Finds the size of an open file.
+/// @param aFile an open file.
+/// @param[out] aSize bytes; untouched on failure.
+/// @retval COMMIF_OK the size is stored.
+/// @retval COMMIF_ERR_FILE_IO it cannot be found (with a line).
 OSX_EXPORT int getFileSize(ACE_FILE_IO& aFile, unsigned long& aSize);
 
-/// Writes a name in capitals. @param[out] aUpper room for the name and its terminator; may be the
-/// name itself. Does nothing if either is null.
+/// Writes a name in capitals. Does nothing if either argument is null.
+/// @param aName the name.
+/// @param[out] aUpper room for the name and its terminator; may be `aName` itself.
 OSX_EXPORT void commIfFilenameToUpper(const char* aName, char* aUpper);
 /// @}
 
@@ -360,109 +474,187 @@ OSX_EXPORT void commIfFilenameToUpper(const char* aName, char* aUpper);
 /// @{
 
 /// Begins a listing.
-/// @param aDirectory null for "/".
-/// @param[out] aFirstName the first name, with its terminator: up to 256 bytes.
+/// @param aDirectory path; null for "/".
+/// @param[out] aFirstName the first name, with its terminator: up to 256 bytes. Null if it is not
+///        wanted.
 /// @param[out] aHandle the listing, to be given to `commIfDirClose` in the end, also if the result
-///        is 10116; untouched when it is 10108.
-/// @return 0; 10116 when the directory cannot be opened (with a line) or is empty; 10108 (with a
-///         line) when memory is short, or `aHandle` is null.
+///        is `COMMIF_ERR_NO_MORE_ENTRIES`.
+/// @retval COMMIF_OK the first name is stored.
+/// @retval COMMIF_ERR_NO_MORE_ENTRIES the directory cannot be opened (with a line), or has no
+/// entry.
+/// @retval COMMIF_ERR_FILE_IO memory is short, or `aHandle` is null (with a line). `*aHandle` is
+///         untouched.
 OSX_EXPORT int commIfDirOpen(char* aDirectory, char* aFirstName, void** aHandle);
 
+/// Goes on with a listing.
+/// @param aHandle a listing.
 /// @param[out] aName the next name, as in `commIfDirOpen`.
-/// @return 0; 10116 when there is none; 10108 (with a line) for a null handle.
+/// @retval COMMIF_OK the name is stored.
+/// @retval COMMIF_ERR_NO_MORE_ENTRIES there is none.
+/// @retval COMMIF_ERR_FILE_IO the handle is null (with a line).
 OSX_EXPORT int commIfDirEntryGet(void* aHandle, char* aName);
 
-/// Ends a listing. Null writes a line.
+/// Ends a listing.
+/// @param aHandle a listing; null does nothing (with a line).
 OSX_EXPORT void commIfDirClose(void* aHandle);
 
-/// Changes the working directory, which is the whole process's. @param aDirectory null gives the
-/// path "C:\". @return 0; 10108 (with a line) on failure.
+/// Changes the working directory, which is the whole process's.
+/// @param aDirectory path; null counts as "C:\".
+/// @retval COMMIF_OK it is changed.
+/// @retval COMMIF_ERR_FILE_IO it cannot be changed (with a line).
 OSX_EXPORT int commIfDirDefaultSet(const char* aDirectory);
 /// @}
 
 /// @name Message queue channel
-/// Commands: 5 discards all messages; 6 replaces the read time-out by the number in the pointer.
+/// | command | effect                     | `aData`                          |
+/// |---------|----------------------------|----------------------------------|
+/// | 5       | discards all messages      | not used                         |
+/// | 6       | replaces the read time-out | the pointer itself is the number |
+///
+/// Any number of threads may read and write at once. On a descriptor without a queue reading,
+/// writing, command 5 and closing do nothing (with a line) and give `COMMIF_OK`.
 /// @{
 
-/// Creates a queue. @param aQueueName may be null. @return 0; 10151 when it cannot be created.
+/// Creates a queue.
+/// @param aDesc a descriptor.
+/// @param aParams how to create it.
+/// @param aQueueName name in the name table; null counts as empty.
+/// @retval COMMIF_OK the queue exists.
+/// @retval COMMIF_ERR_QUEUE_CREATE there is no memory (with a line).
+/// @retval COMMIF_ERR_BAD_ARGUMENT `aParams` is null.
 OSX_EXPORT int commIfMsgOpen(int aDesc, commIfMsgParams_t* aParams, const char* aQueueName);
 
-/// Takes the oldest message, cut to `aCount` bytes, waiting for it up to the read time-out.
+/// Takes the oldest message, waiting for one up to the read time-out.
+/// @param aDesc a descriptor.
+/// @param[out] aBuf room for `aCount` bytes.
+/// @param aCount what a longer message is cut to; the rest of it is lost.
 /// @param[out] aRetCount bytes put in `aBuf`; untouched if there was no message.
-/// @return 0, also (with a line) without a queue; 10011 when there was no message in time; 10152
-///         when receiving failed otherwise.
+/// @retval COMMIF_OK a message was taken.
+/// @retval COMMIF_ERR_TIMEOUT no message came in time, or the queue was deactivated through ACE.
+/// @retval COMMIF_ERR_QUEUE_RECV `osxMsgRecv` failed otherwise, which it never does.
 OSX_EXPORT int commIfMsgRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                              unsigned long* aRetCount);
 
-/// Puts a message in the queue, waiting without limit while it is full.
-/// @param[out] aRetCount `aCount`, also when the message was lost because memory for it was short
-///        (`errno` is ENOMEM) or there is no queue.
-/// @return the status of `osxMsgSend`, which is 0 always.
+/// Puts a message in the queue, waiting without limit while the queue is full.
+/// @param aDesc a descriptor.
+/// @param aBuf `aCount` bytes, left as they are.
+/// @param aCount number of bytes; 0 makes an empty message.
+/// @param[out] aRetCount `aCount`, also when the message was lost: there is no memory for it
+/// (`errno`
+///        is ENOMEM), or no queue.
+/// @retval COMMIF_OK always.
 OSX_EXPORT int commIfMsgWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);
 
-/// @return 0; 10012 for another command than 5 and 6.
+/// Performs a command. Any thread may replace the read time-out while another one reads; it holds
+/// from the next read on.
+/// @param aDesc a descriptor.
+/// @param aCmd 5 or 6.
+/// @param aData as the command needs it.
+/// @retval COMMIF_OK the command was performed.
+/// @retval COMMIF_ERR_BAD_IOCTL there is no such command.
 OSX_EXPORT int commIfMsgIoctl(int aDesc, unsigned long aCmd, void* aData);
 
-/// Deletes the queue; without one a line says so. @return 0 always.
+/// Deletes the queue with the messages in it.
+/// @param aDesc a descriptor.
+/// @retval COMMIF_OK always.
 OSX_EXPORT int commIfMsgClose(int aDesc);
 /// @}
 
 /// @name Network channel
-/// There are no commands. The socket is never closed by the channel.
+/// There are no commands. The channel never closes the socket. `osxGetLastNetworkError` gives the
+/// status of a failed read or write, and that is 0 always: only the count tells.
 /// @{
 
-/// @return 0; 10002 for another kind than `COMMIF_NET_TCP`.
+/// Notes a connected socket.
+/// @param aDesc a descriptor.
+/// @param aParams the socket, and how to use it.
+/// @retval COMMIF_OK the channel is open.
+/// @retval COMMIF_ERR_NOT_IMPLEMENTED the kind is another than `COMMIF_NET_TCP`.
+/// @retval COMMIF_ERR_BAD_ARGUMENT `aParams` is null.
 OSX_EXPORT int commIfNetOpen(int aDesc, commIfNetParams_t* aParams);
 
-/// Receives exactly `aCount` bytes, waiting for them without limit.
-/// @param[out] aRetCount `aCount`, or 0 on failure.
-/// @return 0; `osxGetLastNetworkError()` when the bytes did not come. As that is 0 too, only the
-///         count tells.
+/// Receives exactly `aCount` bytes, waiting for them without limit while the peer is there.
+/// @param aDesc a descriptor.
+/// @param[out] aBuf room for `aCount` bytes.
+/// @param aCount number of bytes.
+/// @param[out] aRetCount `aCount`; 0 if the bytes did not all come, or there is no socket (with a
+///        line).
+/// @retval COMMIF_OK always.
 OSX_EXPORT int commIfNetRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                              unsigned long* aRetCount);
 
-/// Sends all bytes. In text mode each LF goes out as CR LF.
-/// @param[out] aRetCount `aCount`, in text mode also when sending failed; else 0 on failure.
-/// @return 0; `osxGetLastNetworkError()` when they did not go out, other than in text mode. As that
-///         is 0 too, only the count tells.
+/// Sends all bytes, waiting while the peer does not take them. In text mode each LF goes out as
+/// CR LF.
+/// @param aDesc a descriptor.
+/// @param aBuf `aCount` bytes, left as they are.
+/// @param aCount number of bytes.
+/// @param[out] aRetCount `aCount`, in text mode also when sending failed; otherwise 0 on failure.
+///        Every failure writes a line.
+/// @retval COMMIF_OK always.
 OSX_EXPORT int commIfNetWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);
 
-/// @return 10012 always.
+/// Does nothing.
+/// @param aDesc not looked at.
+/// @param aCmd not looked at.
+/// @param aData not looked at.
+/// @retval COMMIF_ERR_BAD_IOCTL always.
 OSX_EXPORT int commIfNetIoctl(int aDesc, unsigned long aCmd, void* aData);
 
-/// Forgets the socket, and leaves it open. @return 0; 10002 if the channel's kind is not
-/// `COMMIF_NET_TCP`.
+/// Forgets the socket, and leaves it open.
+/// @param aDesc a descriptor.
+/// @retval COMMIF_OK the channel is closed.
+/// @retval COMMIF_ERR_NOT_IMPLEMENTED the channel's kind is another than `COMMIF_NET_TCP`.
 OSX_EXPORT int commIfNetClose(int aDesc);
 
 /// Reads a line from a network channel, sending each byte back as it comes, and "\r" at its end.
 /// @param[in,out] aBuf filled by the caller: bytes other than NUL up to the longest line wanted,
 ///        then a NUL. The line ends at the LF, which is replaced by NUL, or at that NUL. The same
 ///        holds when the peer has gone: the bytes that never came are then as they were.
-/// @return 1 always, except for a descriptor outside the table.
+/// @param aDesc a descriptor.
+/// @retval 1 otherwise.
 OSX_EXPORT int commifNetfgets(char* aBuf, int aDesc);
 /// @}
 
 /// @name Console channel
+/// None of these looks at the descriptor.
 /// @{
 
-/// @return 0 always.
+/// Does nothing.
+/// @param aDesc not looked at.
+/// @param aParams not looked at; may be null.
+/// @retval COMMIF_OK always.
 OSX_EXPORT int commIfVgaOpen(int aDesc, commIfVgaParams_t* aParams);
 
-/// @return 10002 (with a line) always.
+/// Fails: the console channel cannot be read.
+/// @param aDesc shown in the line.
+/// @param aBuf shown in the line.
+/// @param aCount shown in the line.
+/// @param aRetCount shown in the line; untouched.
+/// @retval COMMIF_ERR_NOT_IMPLEMENTED always (with a line).
 OSX_EXPORT int commIfVgaRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                              unsigned long* aRetCount);
 
 /// Writes to standard output, once, past the stream `stdout`.
-/// @param[out] aRetCount the number written; -1 on an error. @return 0 always.
+/// @param aDesc not looked at.
+/// @param aBuf `aCount` bytes, left as they are.
+/// @param aCount number of bytes.
+/// @param[out] aRetCount the number written; -1 on an error (`errno`).
+/// @retval COMMIF_OK always.
 OSX_EXPORT int commIfVgaWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);
 
-/// @return 10002 (with a line) always.
+/// Fails: the console channel has no commands.
+/// @param aDesc shown in the line.
+/// @param aCmd shown in the line.
+/// @param aData shown in the line.
+/// @retval COMMIF_ERR_NOT_IMPLEMENTED always (with a line).
 OSX_EXPORT int commIfVgaIoctl(int aDesc, unsigned long aCmd, void* aData);
 
-/// @return 0 always.
+/// Does nothing.
+/// @param aDesc not looked at.
+/// @retval COMMIF_OK always.
 OSX_EXPORT int commIfVgaClose(int aDesc);
 /// @}
 

@@ -22,18 +22,17 @@ struct ServingGrace;
 }  // namespace osx
 
 /// A custom back end of ACE's logging. Each client gets the plain text of the log lines, as the
-/// program formatted them, one after another, from the moment it connected on; what a client sends
-/// is not read.
+/// program formatted them, one after another, from the moment it connected on. What a client sends
+/// is not read. The conventions of `osx/osx.h` hold here, too.
 ///
 /// The thread that logs never waits for the network: it copies the line into memory, and only while
 /// a client is connected. A worker thread gives each client the lines as fast as that client takes
 /// them; no client costs another one anything.
 ///
-/// The memory holds the latest lines, once for all clients. A client that is so far behind that its
-/// next line has made room for newer ones goes on with one of those that are left, and is told in
-/// one line, in the place of the gap, how many lines are missing. A line that has been begun is
-/// finished before. A client that reads is never ended for being slow; one that takes nothing is,
-/// after `kStalledClientMs`.
+/// The memory holds the latest lines, once for all clients. A client may fall so far behind that
+/// the next line it needs has been overwritten. It then goes on with a line that is still there,
+/// after a line that tells how many are missing. A line that was begun is finished first. A client
+/// that reads is never ended for being slow; one that takes nothing is, after `kStalledClientMs`.
 ///
 /// A forked child has the port and the clients of its parent, but no worker thread: none of its
 /// lines are sent until it calls `init` itself, or a client connects to it. (A program that makes
@@ -41,21 +40,26 @@ struct ServingGrace;
 /// parent shares the port with it, unless it calls `init` with another port number.
 class OSX_EXPORT RedirectService : public ACE_Log_Msg_Backend {
 public:
+    /// The TCP port, unless `setPortNumber` sets another.
     static constexpr long kDefaultPort = 2324;
-    /// How many lines are kept for clients that are behind: bytes of text, and lines. A text beyond
-    /// 4096 bytes counts as several lines.
-    static constexpr std::size_t kMaxQueuedBytes = std::size_t{4} * 1024 * 1024;
-    static constexpr std::size_t kMaxQueuedLines = 16384;
+    /// @name How much is kept for clients that are behind
+    /// A text beyond 4096 bytes counts as several lines.
+    /// @{
+    static constexpr std::size_t kMaxQueuedBytes = std::size_t{4} * 1024 * 1024;  ///< Of text.
+    static constexpr std::size_t kMaxQueuedLines = 16384;                         ///< Lines.
+    /// @}
     /// How long, in milliseconds, a client may take nothing of what it is sent before its
-    /// connection is ended. (With a receive buffer of more than some 300 KB it has longer: TCP
-    /// tells nothing while a reader of 2 KB a second makes room.)
+    /// connection is ended. A client with a receive buffer of more than some 300 KB has longer, for
+    /// as long as it takes to read that at 2 KB a second: TCP may tell nothing until then.
     static constexpr int kStalledClientMs = 30000;
-    /// The same once the process ends or `shutdown` is called, and how long clients are served then
-    /// in all.
-    static constexpr int kStalledAtExitMs = 3000;
-    static constexpr int kServedAtExitMs = 10000;
+    /// @name Limits once the process ends or `shutdown` is called
+    /// In milliseconds.
+    /// @{
+    static constexpr int kStalledAtExitMs = 3000;  ///< In place of `kStalledClientMs`.
+    static constexpr int kServedAtExitMs = 10000;  ///< How long clients are served in all.
+    /// @}
 
-    /// Does not start anything.
+    /// Starts nothing.
     RedirectService();
 
     /// Does what `shutdown` does. The port is not closed: call `deinit` first.
@@ -65,49 +69,57 @@ public:
     RedirectService& operator=(const RedirectService&) = delete;
 
     /// Sets the port for the next `init`; call it on the thread that does.
-    /// @param aPort TCP port; only the low 16 bits count.
+    /// @param aPort TCP port, 1 to 65535; only the low 16 bits count.
     void setPortNumber(long aPort);
 
     /// Starts the worker thread, waits until it runs, and opens the port. A port that cannot be
-    /// opened ends the process.
-    /// @return 0; 1 if the thread runs already; -1 if it could not be started, for want of memory
-    /// or
-    ///         descriptors: then a line says so, and nothing is sent until a later `init`.
+    /// opened, being in use or forbidden, ends the process (with a line).
+    /// @retval 0 the thread has been started.
+    /// @retval 1 it runs already.
+    /// @retval -1 there is no memory or descriptor for it (with a line); nothing is sent until a
+    ///         later `init`.
     int init();
 
     /// Ends the worker thread when each client has been sent what was logged before, and closes the
     /// port. Clients stay connected and get nothing more. It waits for clients that read, however
-    /// slowly; those that take nothing are given up, so that it returns at the latest
+    /// slowly they do. Those that take nothing are given up, so that it returns at the latest
     /// `kStalledClientMs` after the last one has taken something.
-    /// @return 0.
+    /// @retval 0 always.
     int deinit();
 
-    /// Does nothing. @return 0.
+    /// Does nothing.
+    /// @param aLoggerKey not looked at.
+    /// @retval 0 always.
     int open(const ACE_TCHAR* aLoggerKey) override;
-    /// Does nothing. @return 0.
+    /// Does nothing.
+    /// @retval 0 always.
     int reset() override;
-    /// Does nothing. @return 0.
+    /// Does nothing.
+    /// @retval 0 always.
     int close() override;
 
-    /// Keeps a line for the clients, if there are any; called by ACE on the thread that logs.
-    /// Lines that the worker thread itself writes are not kept: a failed send would otherwise cause
-    /// further sends without end. Never waits, and needs no memory.
-    /// @return 0.
+    /// Keeps a line for the clients, if there are any. ACE calls it on the thread that logs. It
+    /// never waits for the network, and needs no memory. Lines that the worker thread itself writes
+    /// are not kept: a failed send would otherwise cause further sends without end.
+    /// @param aRecord the line.
+    /// @retval 0 always.
     ssize_t log(ACE_Log_Record& aRecord) override;
 
     /// Sends a text to every client, as a log line is sent, and behind those logged before. While
     /// the worker does not run it is sent on the calling thread, which waits for the clients.
-    /// @return 0.
+    /// @param aText the text; copied.
+    /// @retval 0 always.
     int send_i(const ACE_String_Base<char>& aText);
 
     /// Stops being ACE's back end, if it is, and ends the worker thread. Clients that read are sent
-    /// what was logged before for at most `kServedAtExitMs`; those that take nothing for
-    /// `kStalledAtExitMs`, or have not got it by then, are given up. `init` starts it again.
+    /// what was logged before, for at most `kServedAtExitMs`. Those that take nothing for
+    /// `kStalledAtExitMs`, or have not got it by then, are given up. `init` starts the thread
+    /// again.
     void shutdown();
 
-    /// Internal. For the end of the process, whatever the calling thread holds: the clients are
-    /// sent what was logged before, with the limits of `shutdown`, and further lines are not taken.
-    /// The worker thread is not joined but stays where it touches nothing.
+    /// For the end of the process; the library calls it, whatever the calling thread holds. Clients
+    /// are sent what was logged before, with the limits of `shutdown`, and further lines are not
+    /// taken. The worker thread is not joined but stays where it touches nothing.
     void endWithProcess();
 
 private:
@@ -152,12 +164,15 @@ private:
 /// A text on its way to the clients of a redirect service.
 class OSX_EXPORT SendMethodRequest : public ACE_Method_Request {
 public:
-    /// @param aService who is to send; null for nobody.
-    /// @param aText copied; null counts as empty.
+    /// Keeps a copy of a text.
+    /// @param aService who is to send; stays the caller's. Null for nobody.
+    /// @param aText the text; null counts as empty.
     SendMethodRequest(RedirectService* aService, const char* aText);
+    /// Sends nothing.
     ~SendMethodRequest() override;
 
-    /// Sends the text. @return 0.
+    /// Sends the text, as `RedirectService::send_i` does.
+    /// @retval 0 always.
     int call() override;
 
 private:

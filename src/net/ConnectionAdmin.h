@@ -16,36 +16,41 @@ namespace osx::process {
 class AtFork;
 }
 
-/// Clients connect to the port given to `init`; what they send is not read. `send` and `sendBlock`
-/// may be called by any thread at any time; two broadcasts never mix their bytes on a client.
-/// Clients come and go on the threads that run the reactor, which wait for no broadcast: a closing
-/// connection waits only for a send in progress on that very connection, and ends it.
+/// A port that accepts clients and sends to all of them. What clients send is not read. The
+/// conventions of `osx/osx.h` hold here, too.
+///
+/// Any thread may call `send`, `sendBlock`, `getNrOfConnections` and `endSendsInProgress` at any
+/// time; one thread at a time calls `init` and `deinit`. Broadcasts come one after another: two
+/// never mix their bytes on a client. Clients come and go on the threads that run the event loop,
+/// which wait for no broadcast: a closing connection waits only for a send in progress on that very
+/// connection, and ends it.
 ///
 /// Each client is given what it can take at once, before any other is waited for; the broadcast
 /// ends when all have everything or are gone. So a slow client delays no other one's bytes of the
 /// same broadcast, but it does delay the next broadcast. One that takes nothing at all for
-/// `kStalledClientMs` is ended, and however slow, one that takes something now and then is not.
+/// `kStalledClientMs` is ended; one that takes something now and then is not, however slow it is.
 ///
-/// The kernel may gather small sends into larger packets: broadcasts are many, and not answered.
+/// The kernel may gather small sends into larger packets.
 ///
-/// A forked child has the port and the clients too, as it has other descriptors of its parent; an
-/// `init` there with the same number takes the port over, one with another number leaves both to
+/// A forked child has the port and the clients, too, as it has other descriptors of its parent. An
+/// `init` there with the same number takes the port over; one with another number leaves both to
 /// the parent.
 class OSX_EXPORT ConnectionAdmin {
 public:
     /// How long, in milliseconds, a broadcast waits for a client that neither takes nor
     /// acknowledges a byte, before it ends the connection.
     static constexpr int kStalledClientMs = 30000;
-    /// When the kernel ends a connection by itself, in milliseconds: for so long without a pause
-    /// sent bytes were not acknowledged, or the client's window had no room for a whole packet. A
-    /// client that is only slow may have such a window for long.
+    /// After how long, in milliseconds, the kernel ends a connection by itself: for so long without
+    /// a pause sent bytes were not acknowledged, or the client's window had no room for a whole
+    /// packet. A client that is only slow may have such a window for long.
     static constexpr int kKernelLimitMs = 3600000;
     /// How long, in seconds, a connection may be silent before the client is probed.
     static constexpr int kKeepAliveIdleS = 30;
 
+    /// Opens nothing.
     ConnectionAdmin();
 
-    /// Does not close the port: call `deinit` first. Clients stay connected, and are no longer sent
+    /// Leaves the port open: call `deinit` first. Clients stay connected, and are no longer sent
     /// anything. No other thread may be in a call on this object, callbacks excepted.
     ~ConnectionAdmin();
 
@@ -53,41 +58,46 @@ public:
     ConnectionAdmin& operator=(const ConnectionAdmin&) = delete;
 
     /// Opens the port, unless the object has it open already; one that it has open with another
-    /// number is closed. A port that cannot be opened, being in use or forbidden, ends the process;
-    /// when memory is short a line says so and nothing is opened.
-    /// @param aPort TCP port; only the low 16 bits count.
+    /// number is closed. A port that cannot be opened, being in use or forbidden, ends the process
+    /// (with a line). Without memory nothing is opened (with a line).
+    /// @param aPort TCP port, 1 to 65535; only the low 16 bits count.
     void init(long aPort);
 
     /// Closes the port. Clients already connected stay, and are still sent to. Without an `init`
-    /// before, a line says so.
+    /// before it does nothing (with a line).
     void deinit();
 
-    /// @return the number of connected clients. Waits for nothing.
+    /// Counts the clients, without waiting for anything.
+    /// @return the number of connected clients.
     int getNrOfConnections() const;
 
     /// Sends bytes to every client that is connected now, in the order in which they connected, and
-    /// waits until all have taken them or are gone (see `kStalledClientMs`). A client that cannot
-    /// be sent everything is passed over; a line, as of `osxSocketSend`, says so in the end.
+    /// waits until all have taken them or are gone. A client that cannot be sent everything is
+    /// passed over; a line for each, as of `osxSocketSend`, says so in the end.
     ///
     /// A thread that is cancelled while it waits leaves the clients that have a part of the bytes
     /// disconnected, as they could not tell where the next ones begin.
-    /// @param aLen number of bytes at `aData`, which stay the caller's; 0 sends nothing.
-    /// @return 0.
+    /// @param aLen number of bytes; 0 sends nothing.
+    /// @param aData `aLen` bytes, left as they are.
+    /// @retval 0 always.
     int send(unsigned long aLen, unsigned char* aData) const;
 
-    /// Sends a block to every client, as `send` does but without a line about those it could not
-    /// reach: the length in 4 bytes, lowest first, and then the bytes.
-    /// @param aLen at most 0xFFFFFFFF.
-    /// @return 0.
+    /// Sends a block to every client: its length in 4 bytes, lowest first, and then the bytes. It
+    /// does so as `send` does, but writes no line about clients that it could not reach.
+    /// @param aLen number of bytes, at most 0xFFFFFFFF; 0 sends the length alone.
+    /// @param aData `aLen` bytes, left as they are.
+    /// @retval 0 always.
     int sendBlock(unsigned long aLen, unsigned char* aData) const;
 
-    /// The port's callback for a new client, which adds it unless it is there already.
-    /// @param aUserData the `ConnectionAdmin`; ignored if null or destroyed. If memory is short,
-    ///        `errno` is ENOMEM and the client is not added.
+    /// The port's callback for a new client: adds it unless it is there already. Without memory
+    /// (`errno` is ENOMEM) it is not added.
+    /// @param aSocket the client's connection.
+    /// @param aUserData the `ConnectionAdmin`; ignored if null or destroyed.
     static void NewConnection(void* aSocket, void*& aUserData);
 
-    /// The port's callback for a client that goes. Ends a send in progress on it, and only waits
-    /// for that one.
+    /// The port's callback for a client that goes: takes it out. A send in progress on it is ended
+    /// and waited for.
+    /// @param aSocket the client's connection; ignored if unknown.
     /// @param aUserData the `ConnectionAdmin`; ignored if null or destroyed.
     static void ClosedConnection(void* aSocket, void*& aUserData);
 

@@ -17,41 +17,54 @@
 class StopRequest;
 
 /// Idle when constructed, running from `init()` on, stopped by `stop()`, and then ready for another
-/// `init()`. What a thread wrote before `insert` is visible to the request when it runs.
+/// `init()`.
 ///
-/// Requests run by priority, higher first, and in the order of arrival among equals, never two at
-/// once. The queue has no bound and `insert` never waits.
+/// Requests run on the object's own thread, never two at once: by priority, higher first, and in
+/// the order of arrival among equals. The queue has no bound. What a thread did before `insert`,
+/// the request sees when it runs; what a request did, whoever has returned from a `stop()` that
+/// waited sees.
+///
+/// Any thread may call any operation at any time, but the destructor. The conventions of
+/// `osx/osx.h` hold here, too.
 class OSX_EXPORT ActiveObject : public ACE_Task<ACE_MT_SYNCH> {
 public:
+    /// Makes an idle object. If there is no memory for its queue, `init` and `insert` fail.
     ActiveObject();
 
-    /// Frees the requests that are still queued, without running them. Call `stop()` first: a
-    /// thread that still runs is ended after the request it is busy with, and waited for.
+    /// Frees the requests that are still queued, without running them. Call `stop()` first. A
+    /// thread that still runs is ended after the request it is busy with, and waited for without
+    /// limit.
     ~ActiveObject() override;
 
     ActiveObject(const ActiveObject&) = delete;
     ActiveObject& operator=(const ActiveObject&) = delete;
 
     using ACE_Task<ACE_MT_SYNCH>::init;
-    /// Starts the thread. @return 0; 1 if it runs already; -1 if it cannot be started.
+    /// Starts the thread.
+    /// @retval 0 it has been started.
+    /// @retval 1 it runs already.
+    /// @retval -1 it cannot be started.
     int init();
 
-    /// Queues a request. Any thread may call, also before `init()`.
-    /// @param aRequest on the heap; it is deleted once it has run, or with this object. On failure
-    ///        it stays the caller's.
-    /// @return the number of requests queued, at least 1; -1 for null, or when memory is short
-    ///         (`errno` is ENOMEM).
+    /// Queues a request, also before `init()`. Never waits for the thread.
+    /// @param aRequest from `new`. On success it is the object's, which deletes it once it has run,
+    ///        or with itself. On failure it stays the caller's.
+    /// @return the number of requests queued, at least 1; -1 if the request is null or there is no
+    ///         memory (`errno` is ENOMEM).
     int insert(ACE_Method_Request* aRequest);
 
-    /// The thread's routine: runs and deletes requests until one of them clears the running flag.
-    /// @return 0; -1 if the queue failed.
+    /// Runs on the thread: runs and deletes requests until one of them is a stop.
+    /// @retval 0 a stop came.
+    /// @retval -1 the queue failed, or was closed: by the destructor, or by a stop without memory.
     int svc() override;
 
-    /// Ends the thread and waits for that, without limit. Requests inserted before run first;
-    /// requests behind are never run. (When memory is short, those ahead are not run either.) An
-    /// object that is idle or stopped is left alone, and so is one whose thread has been started
-    /// but has not come to its loop yet. Several threads may call at once. On the object's own
-    /// thread it does not wait: the thread ends when the requests ahead have run.
+    /// Ends the thread and waits for that, without limit. What is queued before runs first. What
+    /// comes behind in the queue stays there, for the thread of another `init()`. (When memory is
+    /// short, what is queued before stays, too.)
+    ///
+    /// It does nothing while the object is idle or stopped, or the thread has been started and not
+    /// yet come to its loop; in the latter case the thread goes on. On the object's own thread it
+    /// does not wait: the thread ends when the requests ahead have run.
     void stop();
 
 private:
@@ -74,11 +87,14 @@ private:
 /// Ends an active object: once this request has run, no further one does.
 class OSX_EXPORT StopRequest : public ACE_Method_Request {
 public:
-    /// @param aObject what to stop; null for nothing.
+    /// Makes a request of priority 0.
+    /// @param aObject what to stop; stays the caller's. Null for nothing.
     explicit StopRequest(ActiveObject* aObject);
+    /// Stops nothing.
     ~StopRequest() override;
 
-    /// @return 0.
+    /// Runs on the object's thread, and lets it end.
+    /// @retval 0 always.
     int call() override;
 
 private:

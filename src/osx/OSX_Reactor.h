@@ -3,17 +3,19 @@
 ///
 /// There is one `OSX_Reactor` in a process, reached only through
 /// `ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()`. It is made on first use
-/// and not destroyed at exit. Any thread may call any of its operations at any time.
+/// and not destroyed at exit. Any thread may call any of its operations at any time, callbacks too.
+/// The conventions of `osx/osx.h` hold here, too.
 ///
-/// When a process ends without stopping them, its loop threads start no further callback once the
-/// static objects of the program have been destroyed. What is registered with ACE's object manager,
-/// as an `ACE_Singleton`, is destroyed as in a program without them, unless a thread is inside a
-/// callback then, or another thread of the program is running.
+/// The end of the process: when a process ends without stopping them, its loop threads start no
+/// further callback once the static objects of the program have been destroyed. What is registered
+/// with ACE's object manager, as an `ACE_Singleton`, is destroyed as in a program without loop
+/// threads, unless one of them is inside a callback then, or another thread of the program is
+/// running.
 ///
-/// A forked child has the reactor with the ports, connections and timers that it had at the fork,
-/// but no loop thread: `startReactor` or `osxRunReactor` serves them there. The descriptors are
-/// shared with the parent, if it lives on: what one of the two reads or accepts, the other does not
-/// get. A child that does neither, and one that ends, disturbs the parent in nothing.
+/// Forks: a forked child has the reactor with the ports, connections and timers that it had at the
+/// fork, but no loop thread: `startReactor` or `osxRunReactor` serves them there. The descriptors
+/// are shared with the parent, if it lives on: what one of the two reads or accepts, the other does
+/// not get. A child that does neither, and one that ends, disturbs the parent in nothing.
 #ifndef OSX_OSX_OSX_REACTOR_H
 #define OSX_OSX_OSX_REACTOR_H
 
@@ -37,10 +39,12 @@ class AtFork;
 }
 }  // namespace osx
 
-/// One thread that runs the event loop.
+/// One thread that runs the event loop. Any thread may call any operation but the destructor.
 class OSX_EXPORT OSX_ReactorThread : public ACE_Task<ACE_MT_SYNCH> {
 public:
+    /// Starts nothing.
     OSX_ReactorThread();
+    /// The thread must have ended before.
     ~OSX_ReactorThread() override;
 
     OSX_ReactorThread(const OSX_ReactorThread&) = delete;
@@ -48,11 +52,14 @@ public:
 
     using ACE_Task<ACE_MT_SYNCH>::init;
     /// Starts the thread.
-    /// @return 0; 1 when it runs already, and goes on; -1 when it could not be started.
+    /// @retval 0 it has been started.
+    /// @retval 1 it runs already, and goes on.
+    /// @retval -1 it cannot be started.
     int init();
 
-    /// The thread's body: serves the process-wide reactor, in slices of at most 250 ms, until
-    /// `stopRunning`. It may be run again after it has ended. @return 0.
+    /// Runs on the thread: serves the process-wide reactor, in slices of at most 250 ms, until
+    /// `stopRunning`. It may be run again after it has ended.
+    /// @retval 0 always.
     int svc() override;
 
     /// Makes the thread end within one slice and the running time of a handler in progress. A stop
@@ -60,8 +67,10 @@ public:
     /// there is no thread does nothing.
     void stopRunning();
 
-    /// Stops the thread, and waits until it has ended. @return false when called by the thread
-    /// itself, which then ends once the handler in progress returns.
+    /// Stops the thread, and waits without limit until it has ended.
+    /// @retval true it has ended.
+    /// @retval false the calling thread is this very one, which ends once the handler in progress
+    ///         returns.
     bool stopAndWait();
 
 private:
@@ -86,7 +95,7 @@ private:
 class OSX_EXPORT OSX_Reactor {
 public:
     /// Creates the reactor, but does not install it. Without memory, or without a descriptor for
-    /// it, `errno` tells why and the object serves nothing, until an `initReactor` has more luck.
+    /// it, `errno` tells why and the object serves nothing until an `initReactor` can create it.
     OSX_Reactor();
 
     /// Stops the threads, and destroys the reactor.
@@ -100,21 +109,23 @@ public:
     /// that could not be created before is tried once more.
     void initReactor();
 
-    /// `initReactor` and one `startExtraReactorThread`. @return 0.
+    /// Installs the reactor and starts one thread: `initReactor` and `startExtraReactorThread`.
+    /// @retval 0 always, also if there is no thread (with a line).
     int startReactor();
 
     /// Adds one thread that runs the event loop of the process-wide reactor. More threads pay where
-    /// callbacks compute or wait; short ones are served fastest by one. @return 0, also when the
-    /// thread could not be made, which only a line tells.
+    /// callbacks compute or wait; short ones are served fastest by one.
+    /// @retval 0 always, also if the thread cannot be started (with a line).
     int startExtraReactorThread();
 
-    /// Ends every running and future event loop of the process-wide reactor. Threads of this
-    /// object stay, idle, until they are stopped. @return 0.
+    /// Ends every running and future event loop of the process-wide reactor, as `osxStopReactor`
+    /// does. Threads of this object stay, idle, until they are stopped.
+    /// @retval 0 always.
     int stopReactor();
 
     /// Stops, joins and frees every thread, in 250 ms and the running time of handlers in progress.
-    /// A thread of this object that calls it, from a handler, ends after that handler and is freed
-    /// by the next call.
+    /// Afterwards the caller sees what their callbacks did. A thread of this object that calls it,
+    /// from a handler, ends after that handler and is freed by the next call.
     void stopAndDeleteReactorThreads();
 
 private:

@@ -14,29 +14,32 @@
 #include "osx/ThreadJoiner.h"
 
 /// What a task handle of `osxBeginTask` points at. `activate(THR_NEW_LWP)` starts the thread, and
-/// once that has ended another one.
-///
-/// Destroy it only after its thread has ended. What the function wrote is visible to whoever has
-/// returned from `join()`.
+/// once that has ended another one. What the function wrote, whoever has returned from `join()`
+/// sees. The conventions of `osx/osx.h` hold here, too.
 class OSX_EXPORT ThreadACE : public ACE_Task<ACE_MT_SYNCH> {
 public:
-    /// @param aFunction called once, with `aArgument`, on the thread. Must not throw.
-    /// @param aArgument stays the caller's.
+    /// Notes what to run; starts nothing.
+    /// @param aFunction called once, with `aArgument`, on the thread. It must not throw.
+    /// @param aArgument handed to `aFunction`; stays the caller's.
     ThreadACE(void (*aFunction)(void*), void* aArgument);
+    /// The thread must have ended before.
     ~ThreadACE() override;
 
     ThreadACE(const ThreadACE&) = delete;
     ThreadACE& operator=(const ThreadACE&) = delete;
 
-    /// The thread's routine: notes the thread's id and calls the function. @return 0.
+    /// Runs on the thread: notes the thread's id and calls the function.
+    /// @retval 0 always.
     int svc() override;
 
-    /// @return the id of the thread; 0 until it runs. Any thread may ask.
+    /// Tells the id of the thread.
+    /// @return the id; 0 until the thread runs.
     pthread_t getThreadID() const;
 
-    /// Waits, without limit, until every thread that was started has ended. Unlike `wait()` it
-    /// needs no memory, and may be called any number of times, by several threads at once.
-    /// @return 0; -1 when the thread waits for itself (`errno` EDEADLK).
+    /// Waits, without limit, until every thread that was started has ended. It may be called any
+    /// number of times, and by several threads at once. Unlike `wait()` it needs no memory.
+    /// @retval 0 none is left.
+    /// @retval -1 the calling thread is this object's own (`errno` is EDEADLK).
     int join();
 
 private:

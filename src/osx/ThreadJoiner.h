@@ -20,12 +20,14 @@ namespace osx {
 /// and one that is cancelled while it waits leaves the waiting to the next.
 class OSX_EXPORT ThreadJoiner {
 public:
+    /// Joins nothing.
     ThreadJoiner();
     ThreadJoiner(const ThreadJoiner&) = delete;
     ThreadJoiner& operator=(const ThreadJoiner&) = delete;
 
-    /// Waits, without limit, until every thread that a task has started has ended. Not for one of
-    /// these threads.
+    /// Waits, without limit, until every thread that a task has started has ended. None of these
+    /// may call it.
+    /// @param aTask the task; the same one in each call.
     void join(ACE_Task_Base& aTask);
 
     /// To be called first by each thread of the task: it may have the id of one that was joined.

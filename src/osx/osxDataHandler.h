@@ -27,10 +27,16 @@ struct osxPortCallbacks_t {
 /// A number that threads count without a lock. A copy holds the number as it was.
 class osxHandlerCount : public std::atomic<std::int32_t> {
 public:
+    /// Starts at 0.
     constexpr osxHandlerCount() noexcept : std::atomic<std::int32_t>(0) {}
+    /// Copies the number.
+    /// @param aOther whose number is taken.
     osxHandlerCount(const osxHandlerCount& aOther) noexcept
         : std::atomic<std::int32_t>(aOther.load(std::memory_order_relaxed)) {}
 
+    /// Copies the number.
+    /// @param aOther whose number is taken.
+    /// @return this object.
     osxHandlerCount& operator=(const osxHandlerCount& aOther) noexcept {
         store(aOther.load(std::memory_order_relaxed), std::memory_order_relaxed);
         return *this;
@@ -41,8 +47,15 @@ public:
 class osxDataHandler;
 
 namespace osx {
+/// Adds a connection to those of all ports.
+/// @param aHandler its handler.
 void enterConnection(osxDataHandler& aHandler);
+/// Takes a connection out again, before its socket is closed.
+/// @param aHandler its handler.
 void takeConnectionOut(osxDataHandler& aHandler);
+/// Ends a connection, if it is a port's: its handler closes it.
+/// @param aSocket any socket.
+/// @return whether it is a port's.
 bool endConnection(const void* aSocket);
 }  // namespace osx
 
@@ -50,14 +63,15 @@ bool endConnection(const void* aSocket);
 /// `osxCloseSocket` on it shuts it down and has the handler do so.
 class OSX_EXPORT osxDataHandler : public osxEventHandler {
 public:
-    /// Handlers made and destroyed so far, for diagnostics.
-    static osxHandlerCount mNrCreated;
-    static osxHandlerCount mNrDestroyed;
+    static osxHandlerCount mNrCreated;    ///< Handlers made so far, for diagnostics.
+    static osxHandlerCount mNrDestroyed;  ///< Handlers destroyed so far, for diagnostics.
 
     /// Calls the new-connection callback and registers with the reactor; a registration that fails
     /// ends the process. The maker gives its reference up, by `remove_reference`, once the
     /// constructor has returned: until then the handler exists even if its connection has ended.
     /// @param aStream a connected socket, which is the handler's from now on.
+    /// @param aPeer the peer's address.
+    /// @param aCallbacks what to call; copied.
     osxDataHandler(const ACE_SOCK_Stream& aStream, const ACE_INET_Addr& aPeer,
                    const osxPortCallbacks_t& aCallbacks);
 
@@ -66,23 +80,30 @@ public:
     osxDataHandler(const osxDataHandler&) = delete;
     osxDataHandler& operator=(const osxDataHandler&) = delete;
 
-    /// @return the connection's descriptor.
+    /// Tells the connection's descriptor.
+    /// @return it, also once the connection has ended.
     ACE_HANDLE get_handle() const override;
 
     /// Lets the data-available callback read, or reads once and hands over what came. When the
     /// connection has ended it closes it, here and not in the reactor, whose other threads must not
     /// wait for the closed-connection callback.
-    /// @return 0, the data-available callback's result, or -1 when the connection was closed.
+    /// @param aHandle the connection's descriptor.
+    /// @return 0, or the data-available callback's result; -1 when the connection was closed.
     int handle_input(ACE_HANDLE aHandle) override;
 
     /// Ends the connection: the closed-connection callback, once, and the end of the handler.
-    /// @return 0.
+    /// @param aHandle not looked at.
+    /// @param aMask not looked at.
+    /// @retval 0 always.
     int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
 
-    /// What the library's own reactor calls in place of `handle_input`: a read of nothing, which
-    /// only the loop has caused, writes no line. @return whether there may be more to read.
+    /// Does what `handle_input` does; the library's own reactor calls it instead. A read of
+    /// nothing, which only the loop has caused, writes no line.
+    /// @param aToTheEnd whether the peer has ended, so that more may have to be read.
+    /// @return whether there may be more to read.
     Outcome serve(bool aToTheEnd) override;
 
+    /// Tells whether to look at the descriptor anew before each call.
     /// @return whether a data-available callback reads, which relies on there being something.
     bool wantsFreshLook() const override;
 

@@ -15,9 +15,12 @@ class OSX_EXPORT osxEventHandler : public osx::Served {
 public:
     ~osxEventHandler() override;
 
+    /// Adds a reference.
+    /// @return the number of references now.
     Reference_Count add_reference() override;
 
-    /// Destroys the handler, which must come from `new`, when it was the last one.
+    /// Gives a reference up. The last one destroys the handler, which must come from `new`.
+    /// @return the number of references left.
     Reference_Count remove_reference() override;
 
 protected:

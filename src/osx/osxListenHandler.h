@@ -18,7 +18,13 @@ class AtFork;
 class OSX_EXPORT osxListenHandler : public osxEventHandler {
 public:
     /// Opens the port and registers it with the process-wide reactor. A port that cannot be opened
-    /// or registered ends the process. See `osxRegisterPort` for the arguments.
+    /// or registered ends the process (with a line). See `osxRegisterPort` for the arguments.
+    /// @param aPortnumber TCP port.
+    /// @param aNewConnectionFnc may be null.
+    /// @param aDataAvailFnc may be null.
+    /// @param aNewDataFnc may be null.
+    /// @param aClosedConnectionFnc may be null.
+    /// @param aUserData where each connection's copy starts.
     osxListenHandler(unsigned long aPortnumber, osxNewConnectionFnc_t aNewConnectionFnc,
                      osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
                      osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData);
@@ -33,25 +39,37 @@ public:
     /// the last reference to it.
     void close();
 
-    /// @return the port's descriptor.
+    /// Tells the port's descriptor.
+    /// @return it; -1 once the port is closed.
     ACE_HANDLE get_handle() const override;
 
-    /// Accepts one connection. @return 0; -1 when memory for its handler is short, which closes the
-    /// port.
+    /// Accepts one connection.
+    /// @param aHandle not looked at.
+    /// @retval 0 the port goes on, also if there was none to accept.
+    /// @retval -1 there is no memory for the connection's handler, which has the reactor close the
+    ///         port.
     int handle_input(ACE_HANDLE aHandle) override;
 
-    /// Listens again after a pause that a shortage of descriptors made necessary. @return 0.
+    /// Listens again after a pause that a shortage of descriptors made necessary.
+    /// @param aNow not looked at.
+    /// @param aAct not looked at.
+    /// @retval 0 always.
     int handle_timeout(const ACE_Time_Value& aNow, const void* aAct) override;
 
-    /// What the library's own reactor calls in place of `handle_input`. @return whether another
-    /// connection may be waiting.
+    /// Accepts one connection: what the library's own reactor calls in place of `handle_input`.
+    /// @param aToTheEnd not looked at.
+    /// @return whether another connection may be waiting.
     Outcome serve(bool aToTheEnd) override;
 
-    /// @return false: accepting waits for nothing.
+    /// Tells that accepting waits for nothing.
+    /// @retval false always.
     bool wantsFreshLook() const override;
 
-    /// The reactor gives the port up: closes it. Whoever registered the port still has to
-    /// unregister it. @return 0.
+    /// Closes the port, which the reactor gives up. Whoever registered it still has to unregister
+    /// it.
+    /// @param aHandle the port's descriptor, for a line.
+    /// @param aMask not looked at.
+    /// @retval 0 always.
     int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
 
 private:

@@ -21,8 +21,11 @@ class TimerQueue;
 /// override `handle_timeout`, and `ACE_Reactor::cancel_timer` with the object stops it.
 class OSX_EXPORT osxTimeoutHandler : public ACE_Event_Handler {
 public:
-    /// Schedules the timer. When that fails a line says so, and the timer never fires.
+    /// Schedules the timer. When that fails the timer never fires (with a line).
+    /// @param aFunction called with `aArgument`.
     /// @param aArgument handed to `aFunction`; stays the caller's.
+    /// @param aDelayMs time until the first call, and the period.
+    /// @param aIntervalMs 0 for one call, any other value for a periodic timer.
     osxTimeoutHandler(void (*aFunction)(const void*), void* aArgument, long aDelayMs,
                       long aIntervalMs);
 
@@ -35,15 +38,23 @@ public:
     osxTimeoutHandler(const osxTimeoutHandler&) = delete;
     osxTimeoutHandler& operator=(const osxTimeoutHandler&) = delete;
 
-    /// What firing does: calls the function with `aAct`. Without a function a line says so.
-    /// @return 0 always.
+    /// Calls the function; this is what firing does. Without a function it only writes a line.
+    /// @param aNow not looked at.
+    /// @param aAct handed to the function.
+    /// @retval 0 always.
     int handle_timeout(const ACE_Time_Value& aNow, const void* aAct) override;
 
-    /// Said by a reactor that goes, which is not asked any more. @return -1, as the base's.
+    /// Notes that the reactor goes, which is not asked any more.
+    /// @param aHandle handed to the base.
+    /// @param aMask handed to the base.
+    /// @return what the base returns, -1.
     int handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override;
 
-    /// Stops the timer for good.
-    /// @return 1 if a timer was stopped, 0 if there was none to stop, -1 on failure (with a line).
+    /// Stops the timer for good. No callback begins after it returns; one that is under way is not
+    /// waited for.
+    /// @retval 1 the timer was stopped.
+    /// @retval 0 there was nothing to stop.
+    /// @retval -1 a reactor of the application's own refused (with a line).
     int cancel();
 
 private:

@@ -39,14 +39,16 @@ inline constexpr char kKeySda[] = "sda";                                   ///< 
 /// `OSX_PROC_LAYOUT=current` reads a current kernel's: nothing is skipped, and the blocks are the
 /// third field.
 ///
-/// Any thread may call anything at any time. Each figure is stored on its own, so that a reader may
-/// see new figures beside old ones while `refresh` runs. Nothing throws; what finds no memory is
-/// left out. A file that cannot be read gives nothing, except that the load average is then zero.
+/// Any thread may call any operation at any time. Each figure is stored on its own, so that a
+/// reader may see new figures beside old ones while another thread runs `refresh`. Nothing throws.
+/// Figures for which there is no memory are left out. A file that cannot be read leaves the figures
+/// as they are, except that "/proc/loadavg" then counts as zeros.
 class OSX_EXPORT DynamicSysInfo {
 public:
-    /// Reads nothing yet. When memory is short ACE says "ACE_Hash_Map_Manager_Ex" at LM_ERROR and
-    /// no figure is ever kept.
+    /// Makes an empty table; reads nothing yet. If there is no memory ACE says
+    /// "ACE_Hash_Map_Manager_Ex" at LM_ERROR, and no figure is ever kept.
     DynamicSysInfo();
+    /// Forgets all figures.
     ~DynamicSysInfo();
     DynamicSysInfo(const DynamicSysInfo&) = delete;
     DynamicSysInfo& operator=(const DynamicSysInfo&) = delete;
@@ -61,21 +63,33 @@ public:
     void readPartitions();
 
     /// @name Load averages
-    /// @return the average number of processes that run or could run; -1.0 if not read yet.
+    /// The average number of processes that run, could run or wait for a disc.
     /// @{
+
+    /// Tells the load of the last minute.
+    /// @return the average; -1.0 if not read yet.
     double getAvgCPU1() const;
+    /// Tells the load of the last 5 minutes.
+    /// @return the average; -1.0 if not read yet.
     double getAvgCPU5() const;
+    /// Tells the load of the last 15 minutes.
+    /// @return the average; -1.0 if not read yet.
     double getAvgCPU15() const;
     /// @}
 
     /// @name Memory
-    /// @return kB; -1 if not read yet.
     /// @{
+
+    /// Tells how much memory there is.
+    /// @return kB; -1 if not read yet.
     long getTotalMem() const;
+    /// Tells how much memory is unused.
+    /// @return kB; -1 if not read yet.
     long getTotalMemFree() const;
     /// @}
 
-    /// @return size of the ide disc, or else of "sda", in blocks of 1 KiB; -1 if neither was found.
+    /// Tells the size of the ide disc, or else of "sda".
+    /// @return blocks of 1 KiB; -1 if neither was found.
     long getDiscSize() const;
 
     /// Writes all figures to the log at LM_ERROR, in the table's order, each as a line "Key:...,"
