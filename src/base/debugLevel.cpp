@@ -1,15 +1,10 @@
 #include "base/debugLevel.h"
 
-#include <atomic>
-
-namespace {
-std::atomic<unsigned int> gLogLevel{0};
-}
+std::atomic<unsigned int> osx::gLogLevel{0};
 
 void setLogLevel(unsigned int aLevel) noexcept {
-    gLogLevel.store(aLevel, std::memory_order_relaxed);
+    osx::gLogLevel.store(aLevel, std::memory_order_relaxed);
 }
 
-unsigned int getLogLevel() noexcept {
-    return gLogLevel.load(std::memory_order_relaxed);
-}
+// Programs that were built with the header of 1.1.0 call it, which is inline now.
+[[gnu::used]] static unsigned int (*const kGetLogLevel)() noexcept = &getLogLevel;

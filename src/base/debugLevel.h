@@ -8,7 +8,14 @@
 #ifndef OSX_BASE_DEBUGLEVEL_H
 #define OSX_BASE_DEBUGLEVEL_H
 
+#include <atomic>
+
 #include "base/osxExport.h"
+
+namespace osx {
+/// Internal: stands here so that a line that is switched off costs no call.
+extern OSX_EXPORT std::atomic<unsigned int> gLogLevel;
+}  // namespace osx
 
 /// Sets the debug level.
 /// @param aLevel 0 for no trace lines, 9 (or anything above) for all of them.
@@ -16,6 +23,8 @@ OSX_EXPORT void setLogLevel(unsigned int aLevel) noexcept;
 
 /// Tells the debug level.
 /// @return the level; 0 until `setLogLevel` is called.
-OSX_EXPORT unsigned int getLogLevel() noexcept;
+OSX_EXPORT inline unsigned int getLogLevel() noexcept {
+    return osx::gLogLevel.load(std::memory_order_relaxed);
+}
 
 #endif

@@ -1,5 +1,6 @@
 #include "base/debugLevel.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 TEST(DebugLevel, IsZeroUntilSet) {
@@ -13,4 +14,13 @@ TEST(DebugLevel, IsWhatWasSetLast) {
     EXPECT_EQ(0xFFFFFFFFU, getLogLevel());
     setLogLevel(0);
     EXPECT_EQ(0U, getLogLevel());
+}
+
+TEST(DebugLevel, IsToldToProgramsThatCallTheLibraryForIt) {
+    const auto lGetLogLevel =
+        reinterpret_cast<unsigned int (*)()>(::dlsym(RTLD_NEXT, "_Z11getLogLevelv"));
+    ASSERT_NE(nullptr, lGetLogLevel);
+    setLogLevel(5);
+    EXPECT_EQ(5U, lGetLogLevel());
+    setLogLevel(0);
 }
