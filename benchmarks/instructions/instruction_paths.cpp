@@ -202,6 +202,16 @@ void failureLinePath() {
     });
 }
 
+void failureLineFloor() {
+    std::ofstream lFile("log", std::ios::trunc);
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    lLog->msg_ostream(&lFile, false);
+    lLog->clr_flags(~0UL);
+    lLog->set_flags(ACE_Log_Msg::OSTREAM);
+    counted(kTimes, [] { ACE_ERROR((LM_ERROR, "nothing happened [%d]\n", 1234)); });
+    lLog->msg_ostream(nullptr, false);
+}
+
 // --- values ---
 
 void flexVarPath() {
@@ -371,7 +381,8 @@ constexpr Path kPaths[] = {{"mutex", mutexPath},
                            {"sysinfo", sysinfoPath}};
 constexpr Path kFloors[] = {{"mutex-floor", mutexFloor},
                             {"semaphore-floor", semaphoreFloor},
-                            {"critical-section-floor", criticalSectionFloor}};
+                            {"critical-section-floor", criticalSectionFloor},
+                            {"failure-line-floor", failureLineFloor}};
 
 template <std::size_t kNumber>
 const Path* find(const Path (&aPaths)[kNumber], const std::string& aName) {
