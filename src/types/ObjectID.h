@@ -90,6 +90,7 @@ public:
     void setFromString(const ACE_String_Base<char>& aText) noexcept;
 
 private:
+    friend class ObjectIDMap;  // keeps the words alone
     static constexpr long kSize = 16;
 
     /// Whether the process's generator was initialised; see `generateObjectID`.

@@ -14,7 +14,6 @@ namespace {
 constexpr char kModule[] = "ObjectIDMap.cpp";
 constexpr std::size_t kBuckets = 2999;
 constexpr std::size_t kPairsOfAPage = 63;
-constexpr unsigned int kHashBits = 32;
 constexpr unsigned int kUsualBits = 12;  // of a place's number, in an index that was allocated
 
 /// Holds the table's mutex. The way through ACE to the same calls took a third of a look-up.
@@ -94,9 +93,9 @@ ObjectIDMap::Table::~Table() {
 
 /// Identifiers that were generated one after the other differ by multiples of few numbers; the
 /// factor, the golden ratio's, spreads those well.
-ObjectIDMap::Map::ENTRY*& ObjectIDMap::Table::placeOf(const ObjectID& aKey) noexcept {
+inline ObjectIDMap::Map::ENTRY*& ObjectIDMap::Table::placeOf(std::uint32_t aHash) noexcept {
     constexpr std::uint32_t kSpread = 0x9E3779B9;
-    return mPlaces[aKey.hash() * kSpread >> (kHashBits - mBits)];
+    return mPlaces[aHash * kSpread >> mShift];
 }
 
 /// @return the next pair of the same place; null after the last.
@@ -106,9 +105,16 @@ ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::nextOf(const ENTRY& aEntry) noexcep
     return lIsPair && &placeOf(*lNext) == &placeOf(aEntry) ? lNext : nullptr;
 }
 
-ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::find(const ObjectID& aKey) noexcept {
-    ENTRY* lEntry = placeOf(aKey);
-    while (lEntry != nullptr && lEntry->ext_id_ != aKey) {
+/// Most pairs are the first of their place.
+inline ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::find(const ObjectID& aKey) noexcept {
+    ENTRY* const lFirst = placeOf(aKey.hash());
+    return lFirst == nullptr || lFirst->ext_id_.areOf(aKey) ? lFirst : findBehind(*lFirst, aKey);
+}
+
+ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::findBehind(const ENTRY& aFirst,
+                                                        const ObjectID& aKey) noexcept {
+    ENTRY* lEntry = nextOf(aFirst);
+    while (lEntry != nullptr && !lEntry->ext_id_.areOf(aKey)) {
         lEntry = nextOf(*lEntry);
     }
     return lEntry;
@@ -116,7 +122,7 @@ ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::find(const ObjectID& aKey) noexcept
 
 void ObjectIDMap::Table::enter(const ObjectID& aKey, const ObjectID& aValue) noexcept {
     if (ENTRY* const lEntry = find(aKey)) {
-        lEntry->int_id_ = aValue;
+        lEntry->int_id_ = Words(aValue);
     } else if (bind(aKey, aValue) && current_size() > places()) {
         grow();
     }
@@ -132,7 +138,7 @@ bool ObjectIDMap::Table::bind(const ObjectID& aKey, const ObjectID& aValue) noex
     ENTRY* const lLast = lBucket.prev_;
     lBucket.next_ = lBucket.prev_ = &lBucket;
     ENTRY* lEntry = nullptr;
-    const bool lIsBound = bind_i(aKey, aValue, lEntry) == 0;
+    const bool lIsBound = bind_i(Words(aKey), Words(aValue), lEntry) == 0;
     lBucket.next_ = lFirst;
     lBucket.prev_ = lLast;
     if (lIsBound) {
@@ -160,7 +166,7 @@ void ObjectIDMap::Table::remove(const ObjectID& aKey) noexcept {
         errno = ENOENT;
         return;
     }
-    ENTRY*& lFirst = placeOf(aKey);
+    ENTRY*& lFirst = placeOf(aKey.hash());
     if (lFirst == lEntry) {
         lFirst = nextOf(*lEntry);
     }
@@ -175,12 +181,12 @@ void ObjectIDMap::Table::removeAll() noexcept {
 /// Without memory for more places the pairs share those that there are.
 void ObjectIDMap::Table::grow() noexcept {
     const ACE_Errno_Guard lKept(errno);  // the pair that is to be added is in
-    const unsigned int lBits = std::max(kUsualBits, mBits + 1);
+    const unsigned int lBits = std::max(kUsualBits, kHashBits - mShift + 1);
     ENTRY** const lPlaces = new (std::nothrow) ENTRY*[std::size_t(1) << lBits]();
     if (lPlaces != nullptr) {
         releasePlaces();
         mPlaces = lPlaces;
-        mBits = lBits;
+        mShift = kHashBits - lBits;
         insertAllAgain();
     }
 }
@@ -230,10 +236,16 @@ void ObjectIDMap::translate(ObjectID& aObjectID) const {
         return;
     }
     std::size_t lCount = 0;
-    if (!find(aObjectID, lCount)) {
-        // A log back end may come back to this table, so its lock is free again.
-        reportUnknown(aObjectID, lCount);
+    {
+        const Lock lLock(mMap.mutex());
+        if (const Map::ENTRY* const lEntry = lLock.isHeld() ? mMap.find(aObjectID) : nullptr) {
+            lEntry->int_id_.copyTo(aObjectID);
+            return;
+        }
+        lCount = mMap.current_size();
     }
+    // A log back end may come back to this table, so its lock is free again.
+    reportUnknown(aObjectID, lCount);
 }
 
 void ObjectIDMap::clear() {
@@ -242,15 +254,4 @@ void ObjectIDMap::clear() {
         mMap.removeAll();
         mPool.releaseAll();
     }
-}
-
-bool ObjectIDMap::find(ObjectID& aObjectID, std::size_t& aCount) const {
-    const Lock lLock(mMap.mutex());
-    const Map::ENTRY* const lEntry = lLock.isHeld() ? mMap.find(aObjectID) : nullptr;
-    if (lEntry == nullptr) {
-        aCount = mMap.current_size();
-        return false;
-    }
-    aObjectID = lEntry->int_id_;
-    return true;
 }

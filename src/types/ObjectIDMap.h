@@ -4,6 +4,8 @@
 #define OSX_TYPES_OBJECTIDMAP_H
 
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 #include "ace/Hash_Map_Manager_T.h"
 #include "ace/Malloc_Allocator.h"
@@ -47,8 +49,29 @@ public:
     void clear();
 
 private:
-    using Map = ACE_Hash_Map_Manager_Ex<ObjectID, ObjectID, ACE_Hash<ObjectID>,
-                                        ACE_Equal_To<ObjectID>, ACE_Thread_Mutex>;
+    /// What a pair holds of an identifier: not what its text takes, which is more than half of it.
+    struct OSX_HIDDEN Words {
+        Words() noexcept = default;
+        explicit Words(const ObjectID& aObjectID) noexcept {
+            std::memcpy(words, aObjectID.mWords, sizeof words);
+        }
+        void copyTo(ObjectID& aObjectID) const noexcept {
+            std::memcpy(aObjectID.mWords, words, sizeof words);
+            aObjectID.mTextStale = true;
+        }
+        bool areOf(const ObjectID& aObjectID) const noexcept {
+            return std::memcmp(words, aObjectID.mWords, sizeof words) == 0;
+        }
+        // For ACE, which does not search, however.
+        bool operator==(const Words& aOther) const noexcept {
+            return std::memcmp(words, aOther.words, sizeof words) == 0;
+        }
+        std::uint32_t hash() const noexcept { return words[0]; }
+
+        std::uint32_t words[4] = {0, 0, 0, 0};
+    };
+    using Map = ACE_Hash_Map_Manager_Ex<Words, Words, ACE_Hash<Words>, ACE_Equal_To<Words>,
+                                        ACE_Thread_Mutex>;
     /// Memory for pairs, many at a time.
     class OSX_HIDDEN Pool : public ACE_New_Allocator {
     public:
@@ -90,9 +113,10 @@ private:
         void removeAll() noexcept;
 
     private:
-        std::size_t places() const noexcept { return std::size_t(1) << mBits; }
-        ENTRY*& placeOf(const ENTRY& aEntry) noexcept { return placeOf(aEntry.ext_id_); }
-        ENTRY*& placeOf(const ObjectID& aKey) noexcept;
+        std::size_t places() const noexcept { return std::size_t(1) << (kHashBits - mShift); }
+        ENTRY*& placeOf(const ENTRY& aEntry) noexcept { return placeOf(aEntry.ext_id_.hash()); }
+        ENTRY*& placeOf(std::uint32_t aHash) noexcept;
+        ENTRY* findBehind(const ENTRY& aFirst, const ObjectID& aKey) noexcept;
         ENTRY* nextOf(const ENTRY& aEntry) noexcept;
         bool bind(const ObjectID& aKey, const ObjectID& aValue) noexcept;
         void insert(ENTRY& aEntry, ENTRY& aBucket) noexcept;
@@ -100,13 +124,12 @@ private:
         void insertAllAgain() noexcept;
         void releasePlaces() noexcept;
 
+        static constexpr unsigned int kHashBits = 32;
         static constexpr unsigned int kFewestBits = 1;
-        ENTRY* mFewPlaces[1U << kFewestBits] = {};  // as long as there is no memory for more
-        ENTRY** mPlaces = mFewPlaces;               // the first pair of each, or null
-        unsigned int mBits = kFewestBits;
+        ENTRY* mFewPlaces[1U << kFewestBits] = {};      // as long as there is no memory for more
+        ENTRY** mPlaces = mFewPlaces;                   // the first pair of each, or null
+        unsigned int mShift = kHashBits - kFewestBits;  // leaves the number of a key's place
     };
-
-    OSX_HIDDEN bool find(ObjectID& aObjectID, std::size_t& aCount) const;
 
     Pool mPool;
     mutable Table mMap;
