@@ -11,11 +11,22 @@ INTRODUCTION = """# Performance
 
 `./bench` makes this page: it builds the library and the programs in `benchmarks/`, runs them, and
 writes what it finds. Each row is one piece of work, done by the library and by what one would use
-instead, in the same run and in turns; the figures are medians. The floor is the plain system call,
-pthread or ACE. Unless a row says otherwise a figure is processor time, which a busy machine
-disturbs little; where several threads share the work, that of all of them. Ratios are taken within
-a round, of which there are three (fewer on a slow machine), and shown as their median and range;
-the verdict is the median's. Figures under `elapsed` are by the clock (the library's, then the
+instead, in the same run. The floor is the plain system call, pthread or ACE. Unless a row says
+otherwise a figure is processor time, which a busy machine disturbs little; where several threads
+share the work, that of all of them.
+
+The subjects of a row take turns, in slices of a millisecond (of 10 ms where there are several
+threads, of 40 ms for servers), each turn in another order: up to a hundred slices of what is cheap,
+five or more of what is dear. What comes before the first slice warms up, and does not count. Work of
+one thread stays on one processor. Each slice finds the stack and the heap elsewhere, as some
+places collide in the processor's caches for as long as a process lives; freed memory stays with
+the process, so that nobody pays for new pages. A figure is the median of its slices. A ratio is the
+median of those of the slices of one turn, which are moments apart: with 20 times more work on the
+machine than it has processors it came out within 4 % in half of the rows, and within 16 % in nine
+of ten, where those of the best slices differed by 20 %, and 54 % (a slice on a processor whose
+other half rests is up to twice as fast, and few subjects meet with one). All this is done in three
+rounds (fewer on a slow machine); ratios are shown as the rounds' median and range, and the verdict
+is the median's. Figures under `elapsed` are by the clock (the library's, then the
 floor's or else the fastest peer's) and mean something on an idle machine alone; 99 % is the 99th
 percentile. What is measured on i386 is shown, not held.
 
