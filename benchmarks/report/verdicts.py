@@ -1,7 +1,8 @@
 """From measurements to ratios and verdicts.
 
 A result is what `rounds.result` makes: `value` is the median of `runs`, one a round, of which each
-is the median of its `slices`, and infinite where the subject could not do the work, for the reason in `note`.
+is the median of its `slices`, and infinite where the subject could not do the work, for the reason
+in `note`.
 """
 
 import dataclasses
