@@ -21,14 +21,17 @@ five or more of what is dear. What comes before the first slice warms up, and do
 of one thread stays on one processor. Each slice finds the stack and the heap elsewhere, as some
 places collide in the processor's caches for as long as a process lives; freed memory stays with the
 process, so that nobody pays for new pages. A figure is the median of its slices. A ratio is the
-median of those of the slices of one turn, which are moments apart: in five runs on a machine with
-more than ten times the work that it has processors for, ratios of FlexVar's rows were within 3 % of
-their median in half of the cases and within 8 % in nine of ten; those of the best slices within 5 %
-and 46 % (a slice on a processor whose other half rests is much faster, and few subjects meet with
-one). All this is done in three rounds (fewer on a slow machine); ratios are shown as the rounds'
-median and range, and the verdict is the median's. Figures under `elapsed` are by the clock (the
-library's, then the floor's or else the fastest peer's) and mean something on an idle machine alone;
-99 % is the 99th percentile. What is measured on i386 is shown, not held.
+median of those of the slices of one turn, which are moments apart: in five runs of one round, on a
+machine with more than ten times the work that it has processors for, ratios to all subjects in ten
+of FlexVar's rows were within 3 % of their median in half of the cases, within 8 % in nine of ten,
+and 24 % away at worst; those of the best slices within 5 % and 46 % (a slice on a processor whose
+other half rests is much faster, and few subjects meet with one). Rows of a nanosecond or less vary
+more: in five runs before, on a busier machine and with the rows of "get" among them, it was within
+4 % in half of the cases, 17 % in nine of ten, and 31 % at worst. All this is done in three rounds
+(fewer on a slow machine); ratios are shown as the rounds' median and range, and the verdict is the
+median's. Figures under `elapsed` are by the clock (the library's, then the floor's or else the
+fastest peer's) and mean something on an idle machine alone; 99 % is the 99th percentile. What is
+measured on i386 is shown, not held.
 
 The first chart of a group shows where the library stands in each row; the others, how the cost
 grows. Their axes are logarithmic.
