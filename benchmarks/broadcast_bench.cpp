@@ -98,8 +98,11 @@ void plainBroadcast(benchmark::State& aState, int aClients) {
 void bench::enterSubjects() {
     for (const int lClients : {1, 20, 200, 400}) {
         const std::string lRow = "1 KiB block, clients: " + std::to_string(lClients);
-        add(lRow, kOsx, "osx", [=](benchmark::State& aState) { osxBroadcast(aState, lClients); });
-        add(lRow, kFloor, "loop of sends",
-            [=](benchmark::State& aState) { plainBroadcast(aState, lClients); });
+        add(lRow, kOsx, "osx", [=](benchmark::State& aState) {
+            osxBroadcast(aState, lClients);
+        }).besideOthers();
+        add(lRow, kFloor, "loop of sends", [=](benchmark::State& aState) {
+            plainBroadcast(aState, lClients);
+        }).besideOthers();
     }
 }

@@ -308,10 +308,10 @@ template <class Port>
 void enterPort(const char* aRole, const char* aSubject) {
     bench::add("serial read 4 KiB", aRole, aSubject, [](benchmark::State& aState) {
         readPort<Port>(aState, kNoLimit);
-    })->UseManualTime();
+    }).measuringItself();
     bench::add("serial read 4 KiB, time-out", aRole, aSubject, [](benchmark::State& aState) {
         readPort<Port>(aState, 1000);
-    })->UseManualTime();
+    }).measuringItself();
 }
 
 template <class File>

@@ -7,11 +7,12 @@
 // What else differs: Qt's strings and bytes and GLib's bytes are shared between copies, so that
 // they are shown but not held against the others, which copy; GLib has neither addition nor hashing
 // nor comparison of its values, and Qt and POCO have not all of them, so that the held values are
-// taken out and combined, which is what a user would write. Strings are added by appending to a
-// copy. A string is hashed by ACE::hash_pjw, as the interface promises, and printed as a string of
-// ACE's, which takes memory however short it is: these rows are held against ACE doing just that.
-// Blobs are not compared, hashed, added or parsed by the library, and only their first bytes are
-// printed, so that nothing of it is comparable.
+// taken out and combined, which is what a user would write. To get is to have the number in a
+// register, or where the characters or the bytes are. Strings are added by appending to a copy. A
+// string is hashed by ACE::hash_pjw, as the interface promises, and printed as a string of ACE's,
+// which takes memory however short it is: these rows are held against ACE doing just that. Blobs
+// are not compared, hashed, added or parsed by the library, and only their first bytes are printed,
+// so that nothing of it is comparable.
 #include <Poco/Dynamic/Var.h>
 #include <glib-object.h>
 
@@ -354,6 +355,16 @@ struct Glib {
 
 // --- the work ---
 
+/// @return a number itself, and where characters and bytes are: what all have in common.
+template <class Got>
+auto whereabouts(const Got& aGot) {
+    if constexpr (std::is_arithmetic_v<Got> || std::is_pointer_v<Got>) {
+        return aGot;
+    } else {
+        return aGot.data();
+    }
+}
+
 template <class Subject, class T>
 class Rows {
 public:
@@ -408,9 +419,26 @@ private:
 
     void access() const {
         row("set", [](const auto& aNative, Value& aLeft, Value&) { Subject::set(aLeft, aNative); });
-        row("get", [](const auto&, Value& aLeft, Value&) {
-            decltype(auto) lNative = Subject::template get<T>(aLeft);
-            benchmark::DoNotOptimize(&lNative);
+        get();
+    }
+
+    /// From many values, as one alone is done in the time of the loop around it.
+    void get() const {
+        const T lExample = mExample;
+        bench::add("get, " + mKind, mRole, mSubject, [lExample](benchmark::State& aState) {
+            constexpr std::size_t kValues = 64;
+            const auto lNative = Subject::native(lExample);
+            std::vector<Value> lValues;
+            for (std::size_t i = 0; i < kValues; ++i) {
+                lValues.push_back(Subject::make(lNative));
+            }
+            for (auto lOnce : aState) {
+                for (const Value& lValue : lValues) {
+                    benchmark::DoNotOptimize(whereabouts(Subject::template get<T>(lValue)));
+                }
+                benchmark::ClobberMemory();
+            }
+            bench::operationsPerIteration(aState, kValues);
         });
     }
 

@@ -155,9 +155,9 @@ template <class Lock>
 void enter(const std::string& aWhat, const char* aRole, const char* aSubject) {
     bench::add(aWhat + ", 1 thread", aRole, aSubject, acquireRelease<Lock>);
     for (const int lThreads : {2, 4, 16}) {
-        bench::byThreads(bench::add(aWhat + ", " + std::to_string(lThreads) + " threads", aRole,
-                                    aSubject, acquireRelease<Lock>),
-                         lThreads);
+        bench::add(aWhat + ", " + std::to_string(lThreads) + " threads", aRole, aSubject,
+                   acquireRelease<Lock>)
+            .byThreads(lThreads);
     }
 }
 

@@ -153,9 +153,8 @@ void enter(const char* aRole, const char* aSubject, const char* aGeneratorsRole)
 template <class Subject>
 void enterThreads(const char* aRole, const char* aSubject, int aThreads) {
     const std::string lRow = "generate at once, " + std::to_string(aThreads);
-    bench::byThreads(bench::add(lRow + (aThreads == 1 ? " thread" : " threads"), aRole, aSubject,
-                                generate<Subject>),
-                     aThreads);
+    bench::add(lRow + (aThreads == 1 ? " thread" : " threads"), aRole, aSubject, generate<Subject>)
+        .byThreads(aThreads);
 }
 
 }  // namespace

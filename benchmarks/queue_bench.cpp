@@ -299,8 +299,7 @@ void enter(const char* aRole, const char* aSubject, std::size_t aLargest = kLarg
             bench::add(
                 lBytes + std::to_string(lFrom) + " to " + std::to_string(lTo), aRole, aSubject,
                 [=](benchmark::State& aState) { transfer<Queue>(aState, lSize, lFrom, lTo); })
-                ->MeasureProcessCPUTime()
-                ->UseRealTime();
+                .withItsThreads();
         }
     }
 }

@@ -4,6 +4,7 @@
 #include <Poco/Thread.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>
@@ -65,7 +66,7 @@ void pocoTasks(std::size_t aNumber) {
 /// On a busy machine a few tasks may take as long as a thousand: their number is fixed.
 void enterRow(const std::string& aRow, const char* aRole, const char* aSubject,
               void (*aWork)(std::size_t), std::size_t aAtOnce) {
-    constexpr std::size_t kTasks = 1000;
+    constexpr std::size_t kTasks = 100;
     bench::add(aRow, aRole, aSubject,
                [=](benchmark::State& aState) {
                    for (auto lOnce : aState) {
@@ -73,9 +74,8 @@ void enterRow(const std::string& aRow, const char* aRole, const char* aSubject,
                    }
                    bench::operationsPerIteration(aState, static_cast<double>(aAtOnce));
                })
-        ->MeasureProcessCPUTime()
-        ->UseRealTime()
-        ->Iterations(static_cast<benchmark::IterationCount>(kTasks / aAtOnce));
+        .withItsThreads()
+        .slicesOf(static_cast<int>(std::max<std::size_t>(1, kTasks / aAtOnce)));
 }
 
 void enter(const char* aRole, const char* aSubject, void (*aWork)(std::size_t)) {

@@ -352,8 +352,9 @@ void fireByUv(benchmark::State& aState) {
 template <class Work>
 void enterLateness(const char* aRole, const char* aSubject, Work aWork) {
     bench::add("lateness of a timer of 2 ms", aRole, aSubject, aWork)
-        ->UseManualTime()
-        ->Iterations(kFirings);
+        .besideOthers()
+        .measuringItself()
+        .slicesOf(kFirings);
 }
 
 template <class Loop>
@@ -362,7 +363,7 @@ void enterByLoop(const char* aRole, const char* aSubject) {
         bench::add("create and destroy, by the loop's thread, pending: " + std::to_string(lPending),
                    aRole, aSubject,
                    [=](benchmark::State& aState) { byLoopThread<Loop>(aState, lPending); })
-            ->Iterations(iterations(lPending));
+            .slicesOf(iterations(lPending));
     }
 }
 
@@ -372,9 +373,8 @@ void enterByOther(const char* aRole, const char* aSubject) {
         bench::add("create and destroy, by another thread, pending: " + std::to_string(lPending),
                    aRole, aSubject,
                    [=](benchmark::State& aState) { byOtherThread<Loop>(aState, lPending); })
-            ->Iterations(iterations(lPending))
-            ->MeasureProcessCPUTime()
-            ->UseRealTime();
+            .withItsThreads()
+            .slicesOf(iterations(lPending));
     }
 }
 

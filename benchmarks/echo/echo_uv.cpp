@@ -1,6 +1,7 @@
 #include <uv.h>
 
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -44,8 +45,22 @@ void write(uv_stream_t* aStream, std::string_view aBytes) {
     }
 }
 
+/// Unbuffered, as standard error is.
+void writeLine(uv_stream_t* aClient) {
+    sockaddr_in lAddress{};
+    int lSize = sizeof lAddress;
+    std::array<char, INET_ADDRSTRLEN> lHost{};
+    uv_tcp_getpeername(reinterpret_cast<uv_tcp_t*>(aClient), reinterpret_cast<sockaddr*>(&lAddress),
+                       &lSize);
+    uv_ip4_name(&lAddress, lHost.data(), lHost.size());
+    std::fprintf(stderr, "Remote connection from: %s:%d\n", lHost.data(), ntohs(lAddress.sin_port));
+}
+
 void came(uv_stream_t* aStream, ssize_t aSize, const uv_buf_t* aBuffer) {
     if (aSize < 0) {
+        if (gService.is("lines")) {
+            std::fprintf(stderr, "Connection closed\n");
+        }
         uv_close(reinterpret_cast<uv_handle_t*>(aStream), closed);
         return;
     }
@@ -68,6 +83,9 @@ void connected(uv_stream_t* aServer, int) {
     uv_os_fd_t lDescriptor = -1;
     if (uv_fileno(reinterpret_cast<uv_handle_t*>(lClient), &lDescriptor) == 0) {
         gService.prepare(lDescriptor);
+    }
+    if (gService.is("lines")) {
+        writeLine(reinterpret_cast<uv_stream_t*>(lClient));
     }
     uv_read_start(reinterpret_cast<uv_stream_t*>(lClient), giveBuffer, came);
 }

@@ -2,6 +2,10 @@
 // connections, each of which has one message under way, or, in the rows with HTTP, for a request
 // that it answers with a short page, sent by `wrk`. The load generator is a program of its own.
 //
+// The servers of a row run side by side, each with its connections, and are loaded in turns, for
+// short slices, at the end of which each answers what has come to it. A server of one thread has a
+// processor to itself, the load generator another, if there are two.
+//
 // What differs: the library hands out at most 2 KiB at a time, so that 16 KiB come as eight chunks
 // or more, each sent back by a blocking send; in the rows of 16 KiB the others, too, read and send
 // at most 2 KiB at a time, without delay, and are shown with sizes of their own beside it (64 KiB
@@ -9,16 +13,19 @@
 // in the rows with several. A data-available callback reads the 64 bytes by itself, where libuv
 // has them read. "An own handler beside it" is one that the application has registered with the
 // reactor, and never called. An accepted connection is closed by the client at once, then by the
-// server; four clients do that one after the other, and the library writes two lines for each,
-// which the other row masks. The library's port holds five that wait to be accepted, as specified,
-// the others' 1024: of many clients of `wrk` that connect at once some wait for seconds, and fewer
-// than are named take part. Memory is what the server has written after 900 clients have exchanged
-// a message each, less what it had before; the kernel's share is not in it.
+// server; four clients do that one after the other. The library writes a line when a client comes,
+// with its address, and one when it has gone, both to standard error at once: in the row with two
+// lines libuv's server writes the same two, in the other row the library's are masked. The
+// library's port holds five that wait to be accepted, as specified, the others' 1024: of many
+// clients of `wrk` that connect at once some wait for seconds, and fewer than are named take part.
+// Memory is what the server has written after 900 clients have exchanged a message each, less what
+// it had before; the kernel's share is not in it.
 //
-// Usage: echo_load PORT CONNECTIONS BYTES MILLISECONDS THREADS
+// Usage: echo_load PORT CONNECTIONS BYTES THREADS
 // Prints the number of connections that were served, and the seconds it took to make them; after a
-// line of input loads the server; then prints messages, seconds, 99th percentile of the round trip
-// in ns; and keeps the connections until its input ends.
+// line of input, a number of milliseconds, loads the server for so long, waits for what is under
+// way, and prints messages, seconds, 99th percentile of the round trip in ns; and so on until its
+// input ends.
 #include <sys/epoll.h>
 
 #include <algorithm>
@@ -28,6 +35,7 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "echo/client.h"
@@ -87,29 +95,30 @@ public:
         }
     }
 
+    /// Sends for so long, and receives until nothing is under way.
     void run(Clock::time_point aStart, double aSeconds) {
+        constexpr double kPatience = 10;
         for (Connection& lConnection : mConnections) {
             send(lConnection);
         }
         std::array<epoll_event, 64> lEvents{};
-        while (!isDone(secondsSince(aStart), aSeconds)) {
+        while (mUnderWay > 0) {
             const int lReady = ::epoll_wait(mPoll, lEvents.data(), lEvents.size(), 100);
+            const double lPassed = secondsSince(aStart);
+            const bool lMore = lPassed < aSeconds;
+            if (lReady <= 0 && lPassed > aSeconds + kPatience) {
+                fail("no answer");
+            }
             for (int i = 0; i < lReady; ++i) {
-                receive(mConnections[lEvents[static_cast<std::size_t>(i)].data.u64]);
+                receive(mConnections[lEvents[static_cast<std::size_t>(i)].data.u64], lMore);
             }
         }
     }
 
-    const std::vector<double>& roundTrips() const { return mRoundTrips; }
+    /// @return those since the last call.
+    std::vector<double> roundTrips() { return std::exchange(mRoundTrips, {}); }
 
 private:
-    /// A slow machine gets the time for a message of each connection.
-    bool isDone(double aPassed, double aSeconds) const {
-        constexpr double kLimit = 10;
-        return aPassed >= aSeconds &&
-               (mRoundTrips.size() >= mConnections.size() || aPassed >= kLimit);
-    }
-
     void send(Connection& aConnection) {
         aConnection.sent = Clock::now();
         aConnection.missing = mMessage.size();
@@ -118,9 +127,10 @@ private:
         if (lSent != static_cast<ssize_t>(mMessage.size())) {
             fail("send");
         }
+        ++mUnderWay;
     }
 
-    void receive(Connection& aConnection) {
+    void receive(Connection& aConnection, bool aMore) {
         const ssize_t lSize =
             ::recv(aConnection.descriptor, mBuffer.data(), mBuffer.size(), MSG_DONTWAIT);
         if (lSize <= 0) {
@@ -129,7 +139,10 @@ private:
         aConnection.missing -= static_cast<std::size_t>(lSize);
         if (aConnection.missing == 0) {
             mRoundTrips.push_back(secondsSince(aConnection.sent) * 1e9);
-            send(aConnection);
+            --mUnderWay;
+            if (aMore) {
+                send(aConnection);
+            }
         }
     }
 
@@ -137,6 +150,7 @@ private:
     const std::string& mMessage;
     std::array<char, 65536> mBuffer{};
     int mPoll;
+    std::size_t mUnderWay = 0;
     std::vector<double> mRoundTrips;
 };
 
@@ -163,10 +177,11 @@ void run(std::vector<Load>& aLoads, double aSeconds) {
         lThread.join();
     }
     std::vector<double> lAll;
-    for (const Load& lLoad : aLoads) {
-        lAll.insert(lAll.end(), lLoad.roundTrips().begin(), lLoad.roundTrips().end());
-    }
     const double lSeconds = secondsSince(lStart);
+    for (Load& lLoad : aLoads) {
+        const std::vector<double> lOwn = lLoad.roundTrips();
+        lAll.insert(lAll.end(), lOwn.begin(), lOwn.end());
+    }
     std::sort(lAll.begin(), lAll.end());
     std::printf("%zu %f %.0f\n", lAll.size(), lSeconds,
                 lAll.empty() ? 0 : lAll[lAll.size() * 99 / 100]);
@@ -176,8 +191,8 @@ void run(std::vector<Load>& aLoads, double aSeconds) {
 }  // namespace
 
 int main(int aCount, char** aArguments) {
-    if (aCount != 6) {
-        std::fprintf(stderr, "usage: echo_load PORT CONNECTIONS BYTES MILLISECONDS THREADS\n");
+    if (aCount != 5) {
+        std::fprintf(stderr, "usage: echo_load PORT CONNECTIONS BYTES THREADS\n");
         return 2;
     }
     constexpr std::size_t kOthers = 64;
@@ -188,11 +203,10 @@ int main(int aCount, char** aArguments) {
     const auto lConnections = connectAll(std::atoi(aArguments[1]), lWanted, lMessage);
     std::printf("%zu %f\n", lConnections.size(), secondsSince(lStart));
     std::fflush(stdout);
-    auto lLoads = share(lConnections, std::strtoul(aArguments[5], nullptr, 10), lMessage);
-    if (std::getchar() != EOF) {
-        run(lLoads, std::atof(aArguments[4]) / 1000);
-    }
-    while (std::getchar() != EOF) {
+    auto lLoads = share(lConnections, std::strtoul(aArguments[4], nullptr, 10), lMessage);
+    std::array<char, 32> lLine{};
+    while (std::fgets(lLine.data(), lLine.size(), stdin) != nullptr) {
+        run(lLoads, std::atof(lLine.data()) / 1000);
     }
     return 0;
 }

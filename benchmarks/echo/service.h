@@ -7,6 +7,7 @@
 ///  - `available`: the same by a callback that reads for itself (the library alone);
 ///  - `mixed`: the same beside a handler of the application's own (those with ACE's reactor);
 ///  - `masked`: `echo` with the library's lines below errors masked;
+///  - `lines`: `echo` with two lines for each connection (libuv alone), as the library has them;
 ///  - `http`: answers each request with a short page.
 #ifndef OSX_BENCHMARKS_ECHO_SERVICE_H
 #define OSX_BENCHMARKS_ECHO_SERVICE_H

@@ -5,10 +5,12 @@ import contextlib
 import dataclasses
 import os
 import pathlib
+import random
 import re
 import resource
 import shutil
 import socket
+import statistics
 import subprocess
 import time
 
@@ -27,10 +29,12 @@ CONNECTIONS = (1, 20, 200, 900)
 MANY = (5000, 10000)
 IDLE = 900
 OTHER_DESCRIPTORS = 128
-MILLISECONDS, MANY_MILLISECONDS = 350, 700
-QUICK_MILLISECONDS = 150
+SLICES, QUICK_SLICES = 9, 3
+MILLISECONDS, MANY_MILLISECONDS = 40, 80  # of a slice
 BUDGET = 330  # seconds; on a slow machine there are fewer rounds
-LOAD_LIMIT = 30
+LOAD_LIMIT = 60
+FEWEST_SLICES = 3
+TIME_LIMIT = 3  # times what the slices of a row should take
 PATIENCE = 10
 
 Figures = collections.namedtuple("Figures", "processor elapsed slow connects memory",
@@ -68,32 +72,32 @@ def subjects(names, threads=1, work="echo", role="peer"):
                  for name in names)
 
 
-def echo_rows(connections, milliseconds):
+def echo_rows(connections, slices):
     for count in connections:
         for threads in (1, 2, 4):
             names = SERVERS if threads == 1 else THREADED if threads == 2 else ("osx", "Asio")
             yield Row(f"64 bytes, connections: {count}, threads: {threads}",
-                      Messages(count, 64, milliseconds), subjects(names, threads))
+                      Messages(count, 64, slices), subjects(names, threads))
 
 
-def many_rows(connections, milliseconds):
+def many_rows(connections, slices):
     for count in connections:
-        yield Row(f"64 bytes, connections: {count}, threads: 1", Messages(count, 64, milliseconds),
+        yield Row(f"64 bytes, connections: {count}, threads: 1", Messages(count, 64, slices),
                   subjects(SCALING))
 
 
-def rate_rows(connections, milliseconds):
+def rate_rows(connections, slices):
     """Two threads beside anybody's one, by the clock. Where two threads and the load generator
     cannot all run, that is only shown."""
     role = "peer" if os.cpu_count() > 2 else "other"
     for count in connections:
         yield Row(f"two threads beside others' one, elapsed; clients: {count}",
-                  Messages(count, 64, milliseconds, load_threads(2)),
+                  Messages(count, 64, slices, load_threads(2)),
                   subjects(("osx",), 2) + subjects(("libuv", "Asio", "GLib"), role=role),
                   "elapsed")
 
 
-def piece_rows(connections, milliseconds):
+def piece_rows(connections, slices):
     for count in connections:
         for threads in (1, 2):
             names = SERVERS if threads == 1 else ("osx", "Asio")
@@ -101,22 +105,22 @@ def piece_rows(connections, milliseconds):
                         for name, size in (("libuv", "64 KiB"), ("Asio", "16 KiB"))
                         if name in names)
             yield Row(f"16 KiB by 2 KiB, connections: {count}, threads: {threads}",
-                      Messages(count, 16384, milliseconds),
+                      Messages(count, 16384, slices),
                       subjects(names, threads, "pieces") + own)
 
 
-def available_rows(connections, milliseconds):
+def available_rows(connections, slices):
     for count in connections:
         yield Row(f"data-available callback, connections: {count}",
-                  Messages(count, 64, milliseconds),
+                  Messages(count, 64, slices),
                   subjects(("osx",), work="available") + subjects(("libuv",)))
 
 
-def mixed_rows(connections, milliseconds):
+def mixed_rows(connections, slices):
     for count in connections:
         for threads in (1, 2):
             yield Row(f"an own handler beside it, connections: {count}, threads: {threads}",
-                      Messages(count, 64, milliseconds),
+                      Messages(count, 64, slices),
                       subjects(("osx", "plain ACE"), threads, "mixed") +
                       subjects(("Asio",), threads))
 
@@ -128,38 +132,53 @@ def http_rows(connections):
                       subjects(SERVERS if threads == 1 else THREADED, threads, "http"))
 
 
-def accept_rows(milliseconds):
-    """With the two lines that the library writes for each, and with these masked: the others write
-    none."""
+def accept_rows(slices):
+    """With the two lines that the library writes for each masked, as the others write none; and
+    with two lines for each on both sides."""
     peers = [name for name in SERVERS if name != "osx"]
-    yield Row("an accepted connection", Storm(milliseconds), subjects(SERVERS))
-    yield Row("an accepted connection, lines masked", Storm(milliseconds),
+    yield Row("an accepted connection, lines masked", Storm(slices),
               subjects(("osx",), work="masked") + subjects(peers))
+    yield Row("an accepted connection, two lines", Storm(slices),
+              subjects(("osx",)) + subjects(("libuv",), work="lines"))
 
 
 def rows_of_a_run(quick):
+    slices = QUICK_SLICES if quick else SLICES
+    usual, many = Slices(slices, MILLISECONDS), Slices(slices, MANY_MILLISECONDS)
     if quick:
-        few = QUICK_MILLISECONDS
-        return [*echo_rows((20, 200), few), *many_rows((5000,), few), *piece_rows((20,), few),
-                *available_rows((20,), few), *mixed_rows((20,), few), *http_rows((20,)),
-                *accept_rows(few),
+        return [*echo_rows((20, 200), usual), *many_rows((5000,), many), *piece_rows((20,), usual),
+                *available_rows((20,), usual), *mixed_rows((20,), usual), *http_rows((20,)),
+                *accept_rows(usual),
                 Row("memory of an idle connection", Idle(IDLE), subjects(SERVERS), "memory")]
-    return [*echo_rows(CONNECTIONS, MILLISECONDS), *many_rows(MANY, MANY_MILLISECONDS),
-            *rate_rows((20, 200), MILLISECONDS), *piece_rows(CONNECTIONS, MILLISECONDS),
-            *available_rows((20, 200), MILLISECONDS), *mixed_rows((20, 200), MILLISECONDS),
+    return [*echo_rows(CONNECTIONS, usual), *many_rows(MANY, many),
+            *rate_rows((20, 200), usual), *piece_rows(CONNECTIONS, usual),
+            *available_rows((20, 200), usual), *mixed_rows((20, 200), usual),
             *http_rows((20, 200, 900)),
-            *accept_rows(MILLISECONDS),
+            *accept_rows(usual),
             Row("memory of an idle connection", Idle(IDLE), subjects(SERVERS), "memory")]
 
 
 # --- a server ---------------------------------------------------------------------------------
 
 
+def placed(processors):
+    """@return what keeps a program that is about to be started on some processors."""
+    return lambda: os.sched_setaffinity(0, processors)
+
+
+def processors(threads):
+    """@return those of a server with so many threads, and those of its load generator."""
+    own = sorted(os.sched_getaffinity(0))
+    return ({own[0]}, {own[-1]}) if threads == 1 else (set(own), set(own))
+
+
 class Server:
     def __init__(self, command, threads, work):
         self.port = free_port()
+        own, self.others = processors(threads)
         self.process = subprocess.Popen([*command, str(self.port), str(threads), work],
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                        preexec_fn=placed(own))
 
     def wait_until_listening(self):
         end = time.monotonic() + PATIENCE
@@ -206,13 +225,24 @@ def load_threads(server_threads):
     return max(1, min(server_threads, os.cpu_count() - server_threads))
 
 
+@dataclasses.dataclass(frozen=True)
+class Slices:
+    """How often a subject gets its turn, and for how long."""
+
+    number: int
+    milliseconds: int
+
+
+ONE_SLICE = Slices(1, 0)
+
+
 @contextlib.contextmanager
-def clients(programs, server, connections, size, milliseconds, threads):
+def clients(programs, server, connections, size, threads):
     """The load generator, connected. Yields it and the seconds that this took."""
     with subprocess.Popen(
-            [programs / "echo_load", str(server.port), str(connections), str(size),
-             str(milliseconds), str(threads)], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-            stderr=subprocess.DEVNULL, text=True) as load:
+            [programs / "echo_load", str(server.port), str(connections), str(size), str(threads)],
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
+            preexec_fn=placed(server.others)) as load:
         try:
             served, seconds = (float(field) for field in answer_of(load))
             if served < connections:
@@ -230,21 +260,28 @@ def answer_of(load):
     return words
 
 
+# Each load has its slices, and opens a server: it yields a function that takes a slice's Figures.
+
+
 @dataclasses.dataclass(frozen=True)
 class Messages:
     connections: int
     size: int
-    milliseconds: int
+    slices: Slices
     threads: int = 1
 
-    def measure(self, programs, server):
-        with clients(programs, server, self.connections, self.size, self.milliseconds,
+    @contextlib.contextmanager
+    def open(self, programs, server):
+        with clients(programs, server, self.connections, self.size,
                      self.threads) as (load, connecting):
-            before = server.processor_time()
-            load.stdin.write("\n")
-            load.stdin.flush()
-            messages, seconds, slow = (float(field) for field in answer_of(load))
-            used = server.processor_time() - before
+            yield lambda: self.slice(server, load, connecting)
+
+    def slice(self, server, load, connecting):
+        before = server.processor_time()
+        load.stdin.write(f"{self.slices.milliseconds}\n")
+        load.stdin.flush()
+        messages, seconds, slow = (float(field) for field in answer_of(load))
+        used = server.processor_time() - before
         return Figures(each(used, messages, "messages"), seconds * 1e9 / messages, slow,
                        self.connections / connecting)
 
@@ -252,23 +289,30 @@ class Messages:
 @dataclasses.dataclass(frozen=True)
 class Idle:
     connections: int
+    slices: Slices = ONE_SLICE
 
-    def measure(self, programs, server):
+    @contextlib.contextmanager
+    def open(self, programs, server):
         before = server.memory()
-        with clients(programs, server, self.connections, 64, 1, 1):
-            return Figures(None, None, None, None,
-                           (server.memory() - before) / self.connections)
+        with clients(programs, server, self.connections, 64, 1):
+            yield lambda: Figures(None, None, None, None,
+                                  (server.memory() - before) / self.connections)
 
 
 @dataclasses.dataclass(frozen=True)
 class Storm:
-    milliseconds: int
+    slices: Slices
 
-    def measure(self, programs, server):
+    @contextlib.contextmanager
+    def open(self, programs, server):
+        yield lambda: self.slice(programs, server)
+
+    def slice(self, programs, server):
         before = server.processor_time()
         answer = subprocess.run([programs / "echo_storm", str(server.port),
-                                 str(self.milliseconds)], capture_output=True, text=True,
-                                check=True, timeout=LOAD_LIMIT).stdout
+                                 str(self.slices.milliseconds)], capture_output=True, text=True,
+                                check=True, timeout=LOAD_LIMIT,
+                                preexec_fn=placed(server.others)).stdout
         used = server.processor_time() - before
         connections, seconds, slow = (float(field) for field in answer.split())
         processor = each(used, connections, "connections")
@@ -278,16 +322,21 @@ class Storm:
 @dataclasses.dataclass(frozen=True)
 class Requests:
     connections: int
+    slices: Slices = ONE_SLICE
 
-    def measure(self, programs, server):
+    @contextlib.contextmanager
+    def open(self, programs, server):
         if not shutil.which("wrk"):
             raise CannotServe("no wrk here")
+        yield lambda: self.slice(server)
+
+    def slice(self, server):
         seconds = 2 if self.connections > 500 else 1
         before = server.processor_time()
         answer = subprocess.run(["wrk", "-t1", f"-c{self.connections}", f"-d{seconds}s",
                                  "--latency", f"http://127.0.0.1:{server.port}/"],
                                 capture_output=True, text=True, check=True,
-                                timeout=LOAD_LIMIT).stdout
+                                timeout=LOAD_LIMIT, preexec_fn=placed(server.others)).stdout
         used = server.processor_time() - before
         processor = each(used, int(re.search(r"(\d+) requests in", answer).group(1)), "requests")
         rate = float(re.search(r"Requests/sec: +([\d.]+)", answer).group(1))
@@ -299,36 +348,76 @@ class Requests:
 # --- the measuring ----------------------------------------------------------------------------
 
 
-def figures_of(command, programs, row, subject):
-    server = Server(command, subject.threads, subject.work)
-    try:
-        server.wait_until_listening()
-        return row.load.measure(programs, server)
-    except subprocess.SubprocessError as error:
-        raise CannotServe("the load generator failed") from error
-    finally:
-        server.end()
+class Session:
+    """A subject of a row, ready to be loaded slice by slice."""
+
+    def __init__(self, command, programs, row, subject):
+        self.row, self.subject, self.why, self.slices = row, subject, "", []
+        self.stack = contextlib.ExitStack()
+        with self.failing():
+            server = Server(command, subject.threads, subject.work)
+            self.stack.callback(server.end)
+            server.wait_until_listening()
+            self.take = self.stack.enter_context(row.load.open(programs, server))
+
+    @contextlib.contextmanager
+    def failing(self):
+        """What goes wrong inside is kept, and ends the session."""
+        try:
+            yield
+        except CannotServe as error:
+            self.why = str(error)
+        except subprocess.SubprocessError:
+            self.why = "the load generator failed"
+
+    def take_slice(self):
+        """A subject that has failed takes no further part."""
+        if not self.why:
+            with self.failing():
+                self.slices.append(self.take())
+
+    def result(self):
+        if self.why:
+            return failed("echo", self.row.name, self.subject.role, self.subject.name, self.why)
+        columns = Figures(*zip(*self.slices))
+        figures = Figures(*(None if None in column else statistics.median(column)
+                            for column in columns))
+        return result("echo", self.row.name, self.subject.role, self.subject.name,
+                      list(getattr(columns, self.row.figure)),
+                      "bytes" if self.row.figure == "memory" else "ns", extra(figures))
+
+
+def measured(sessions, load):
+    """@return the results of the subjects of a row, which take turns, in another order each."""
+    order = list(sessions)
+    end = time.monotonic() + TIME_LIMIT * len(order) * load.slices.number * \
+        load.slices.milliseconds / 1000
+    for number in range(load.slices.number):
+        if number >= FEWEST_SLICES and time.monotonic() > end:
+            break
+        for session in order:
+            session.take_slice()
+        random.shuffle(order)
+    return [session.result() for session in sessions]
+
+
+def measured_row(root, programs, row, with_i386):
+    with contextlib.ExitStack() as stack:
+        sessions = [Session([programs / SERVERS[subject.server]], programs, row, subject)
+                    for subject in row.subjects]
+        if with_i386:  # which is only shown
+            subject = dataclasses.replace(row.subjects[0], role="beside", name="osx, i386")
+            sessions.append(Session([*i386.loader(root), i386.program(root, I386)], programs, row,
+                                    subject))
+        for session in sessions:
+            stack.callback(session.stack.close)
+        return measured(sessions, row.load)
 
 
 def extra(figures):
     """@return what is shown beside the value."""
     shown = {"elapsed": figures.elapsed, "connects/s": figures.connects, "p99": figures.slow}
     return {key: value for key, value in shown.items() if value is not None}
-
-
-def measured(command, programs, row, subject):
-    try:
-        figures = figures_of(command, programs, row, subject)
-    except CannotServe as why:
-        return failed("echo", row.name, subject.role, subject.name, str(why))
-    return result("echo", row.name, subject.role, subject.name, getattr(figures, row.figure),
-                  "bytes" if row.figure == "memory" else "ns", extra(figures))
-
-
-def measured_on_i386(root, programs, row):
-    """The library's subject as a 32-bit program, which is only shown."""
-    subject = dataclasses.replace(row.subjects[0], role="beside", name="osx, i386")
-    return measured([*i386.loader(root), i386.program(root, I386)], programs, row, subject)
 
 
 def allow_descriptors(wanted):
@@ -348,8 +437,6 @@ def measure(root, programs, quick):
     results = []
     for number in rounds(1 if quick else ROUNDS, BUDGET):
         for row in rows_of_a_run(quick):
-            results += [measured([programs / SERVERS[subject.server]], programs, row, subject)
-                        for subject in row.subjects]
-            if number == 0 and not quick and i386.exists(root, I386):
-                results.append(measured_on_i386(root, programs, row))
+            results += measured_row(root, programs, row,
+                                    number == 0 and not quick and i386.exists(root, I386))
     return merge(results)

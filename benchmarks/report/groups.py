@@ -127,7 +127,8 @@ GROUPS = [
     Group("queue", "Message queue", QUEUE_MARKS,
           (Growth("bytes", "bytes a message", r"(?P<x>\d+) bytes, "),
            Growth("threads", "senders to receivers", r", (?P<x>\d to \d)$"),
-           Growth("waiting", "messages that wait", r", (?P<x>\d+) wait$")), "messages"),
+           Growth("waiting", "messages that wait", r", (?P<x>\d+) wait$")), "messages",
+          seconds=150),
     Group("task", "Task", (("^begin, wait, end$", Mark(FLOOR, 1.10)),),
           (Growth("tasks", "tasks at once", r", (?P<x>\d+) at once$"),)),
     Group("flexvar", "FlexVar", FLEXVAR_MARKS,
@@ -151,7 +152,8 @@ GROUPS = [
           (Growth("bytes", "bytes", r" (?P<x>\d+) bytes"),)),
     Group("sysinfo", "DynamicSysInfo", (("", Mark(FLOOR, 1.5)),)),
     Group("size", "Size",
-          (("^(?!threads|compile)", Mark(PEER, strict=True)), ("threads", Mark(PEER)))),
+          (("^libraries", Mark(PEER, strict=True)), ("own$", Mark(FLOOR, 1.08)),
+           ("threads", Mark(PEER)))),
 ]
 
 

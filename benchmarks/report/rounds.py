@@ -1,6 +1,8 @@
-"""A group is measured in rounds, in each of which the subjects of a row take turns.
+"""A group is measured in rounds, in each of which the subjects of a row take turns, slice by slice.
 
-Ratios are taken within a round, so that a machine that becomes slower meanwhile slows both sides.
+What a subject takes in a round is the median of its slices. Ratios are taken between the slices of
+one turn, which are moments apart, so that a machine that becomes slower or faster changes both
+sides; that of a round is their median.
 """
 
 import collections
@@ -22,10 +24,13 @@ def rounds(wanted, seconds):
             return
 
 
-def result(group, row, role, subject, value, unit="ns", extra=None):
-    """What one round found. All that the page and the table show is of this form."""
+def result(group, row, role, subject, slices, unit="ns", extra=None):
+    """What one round found, of which there may be one figure alone. All that the page and the table
+    show is of this form."""
+    slices = slices if isinstance(slices, list) else [slices]
+    value = statistics.median(slices)
     return {"group": group, "row": row, "role": role, "subject": subject, "unit": unit,
-            "value": value, "runs": [value], "extra": extra or {}}
+            "value": value, "runs": [value], "slices": [slices], "extra": extra or {}}
 
 
 def failed(group, row, role, subject, note):
@@ -39,7 +44,8 @@ def merged(results):
               for r in results for key in r["extra"]}
     runs = [r["value"] for r in results]
     notes = {"note": r["note"] for r in results if "note" in r}
-    return results[0] | {"value": statistics.median(runs), "runs": runs, "extra": extras} | notes
+    return results[0] | {"value": statistics.median(runs), "runs": runs, "extra": extras,
+                         "slices": [taken for r in results for taken in r["slices"]]} | notes
 
 
 def merge(results):

@@ -1,7 +1,8 @@
 """From measurements to ratios and verdicts.
 
-A result is what `rounds.result` makes: `value` is the median of `runs`, one a round, and infinite
-where the subject could not do the work, for the reason in `note`.
+A result is what `rounds.result` makes: `value` is the median of `runs`, one a round, of which each
+is the median of its `slices`, and infinite where the subject could not do the work, for the reason
+in `note`.
 """
 
 import dataclasses
@@ -45,6 +46,12 @@ def reaches(mark, ratio):
     return round(ratio, 2) <= limit * (NOISE if mark.noise else 1)
 
 
+def of_turns(mine, theirs, extra):
+    """@return the median of the ratios of slices that were taken in the same turn."""
+    ratios = [(one - extra) / other for one, other in zip(mine, theirs) if 0 < other < math.inf]
+    return statistics.median(ratios) if ratios else None
+
+
 class Row:
     """The results of one row, and how the library stands among them."""
 
@@ -60,11 +67,12 @@ class Row:
         """@return the Ratio to another's cost, of what exceeds `extra`; None if there is none."""
         if self.osx is None or other is None or not 0 < other["value"] < math.inf:
             return None
-        pairs = list(zip(self.osx["runs"], other["runs"]))
-        if len(self.osx["runs"]) != len(other["runs"]):
-            pairs = [(self.osx["value"], other["value"])]
-        ratios = [(mine - extra) / theirs for mine, theirs in pairs if 0 < theirs < math.inf]
-        return Ratio(statistics.median(ratios), min(ratios), max(ratios))
+        rounds = list(zip(self.osx["slices"], other["slices"]))
+        if len(self.osx["slices"]) != len(other["slices"]):
+            rounds = [([self.osx["value"]], [other["value"]])]
+        ratios = [of_turns(mine, theirs, extra) for mine, theirs in rounds]
+        ratios = [ratio for ratio in ratios if ratio is not None]
+        return Ratio(statistics.median(ratios), min(ratios), max(ratios)) if ratios else None
 
     def held_against(self, mark):
         """@return the result that a mark names; None if the row has none."""
@@ -73,7 +81,7 @@ class Row:
         if mark.against == "peer":
             return self.fastest
         if mark.against == FIGURE:
-            return {"subject": f"{mark.factor:g}", "value": mark.factor, "runs": []}
+            return {"subject": f"{mark.factor:g}", "value": mark.factor, "slices": []}
         return next((r for r in self.results
                      if r["subject"] == mark.against and r["role"] in ("floor", "peer")), None)
 
