@@ -74,7 +74,7 @@ def counted_functions(counts, objects):
 
 
 def executed(wanted):
-    """Of functions that are wanted from each test: those that it has executed, none if it failed."""
+    """Of the functions wanted from each test, those it has executed; none if it has failed."""
 
     def run(test):
         objects = set().union(*(defined_in().get(function, ()) for function in wanted[test]))
