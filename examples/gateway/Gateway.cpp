@@ -84,12 +84,12 @@ void Gateway::readSentences() {
     while (mReading) {
         unsigned char lByte = 0;
         const Source::Result lResult = mSource->read(lByte);
-        if (lResult == Source::Result::byte) {
+        if (lResult == Source::Result::kByte) {
             lPresent = true;
             if (lLines.add(lByte)) {
                 queueLine(lLines.line());
             }
-        } else if (lResult == Source::Result::lost && mReading) {
+        } else if (lResult == Source::Result::kLost && mReading) {
             mLosses += lPresent ? 1U : 0U;
             lPresent = false;
             lLines.clear();

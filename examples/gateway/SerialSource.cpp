@@ -28,29 +28,29 @@ SerialSource::~SerialSource() {
 Source::Result SerialSource::read(unsigned char& aByte) {
     if (mUsed == mFilled) {
         const Result lResult = fill();
-        if (lResult != Result::byte) {
+        if (lResult != Result::kByte) {
             return lResult;
         }
     }
     aByte = mChunk[mUsed++];
-    return Result::byte;
+    return Result::kByte;
 }
 
 /// Waits for one byte, and takes what came with it: one read a burst, not one a byte, and no delay.
 Source::Result SerialSource::fill() {
     mUsed = mFilled = 0;
     if (mDescriptor < 0 && !open()) {
-        return Result::lost;
+        return Result::kLost;
     }
     Result lResult = readChunk(1, kReadTimeoutMs);
-    if (lResult == Result::byte) {
+    if (lResult == Result::kByte) {
         lResult = readChunk(mChunk.size() - mFilled, 0);
     }
-    if (lResult == Result::lost) {
+    if (lResult == Result::kLost) {
         commIfClose(mDescriptor);
         mDescriptor = -1;
     }
-    return mFilled > 0 ? Result::byte : lResult;
+    return mFilled > 0 ? Result::kByte : lResult;
 }
 
 Source::Result SerialSource::readChunk(unsigned long aCount, unsigned long aTimeoutMs) {
@@ -59,13 +59,13 @@ Source::Result SerialSource::readChunk(unsigned long aCount, unsigned long aTime
     const int lStatus = commIfRead(mDescriptor, mChunk.data() + mFilled, aCount, &lCount);
     if (lStatus == COMMIF_ERR_TIMEOUT) {
         mFilled += lCount;
-        return Result::nothing;
+        return Result::kNothing;
     }
     if (lStatus != COMMIF_OK || lCount == 0) {
-        return Result::lost;
+        return Result::kLost;
     }
     mFilled += lCount;
-    return Result::byte;
+    return Result::kByte;
 }
 
 bool SerialSource::open() {

@@ -8,9 +8,9 @@ namespace gateway {
 class Source {
 public:
     enum class Result {
-        byte,     ///< A byte was read.
-        nothing,  ///< None came for a while; ask again.
-        lost      ///< The instrument is not there; ask again later.
+        kByte,     ///< A byte was read.
+        kNothing,  ///< None came for a while; ask again.
+        kLost      ///< The instrument is not there; ask again later.
     };
 
     virtual ~Source() = default;

@@ -32,15 +32,15 @@ TcpSource::~TcpSource() {
 
 Source::Result TcpSource::read(unsigned char& aByte) {
     if (mSocket == nullptr && !connect()) {
-        return Result::lost;
+        return Result::kLost;
     }
     unsigned long lReceived = 0;
     if (osxSocketRecv(mSocket, &aByte, 1, lReceived) == 0) {
         mHeard.store(true, std::memory_order_relaxed);
-        return Result::byte;
+        return Result::kByte;
     }
     disconnect();
-    return Result::lost;
+    return Result::kLost;
 }
 
 bool TcpSource::connect() {

@@ -92,13 +92,13 @@ void waitForSignal(void* aSignals) {
 int main(int aCount, char** aArguments) {
     const instrument::Options lOptions = instrument::parseOptions(aCount, aArguments);
 
-    static sigset_t gSignals;
-    sigemptyset(&gSignals);
-    sigaddset(&gSignals, SIGINT);
-    sigaddset(&gSignals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &gSignals, nullptr);
+    static sigset_t lSignals;
+    sigemptyset(&lSignals);
+    sigaddset(&lSignals, SIGINT);
+    sigaddset(&lSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &lSignals, nullptr);
     void* lSignalTask = nullptr;
-    osxBeginTask(waitForSignal, 0, 0, &gSignals, &lSignalTask, "signals");
+    osxBeginTask(waitForSignal, 0, 0, &lSignals, &lSignalTask, "signals");
 
     ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()->initReactor();
     const Instrument lInstrument(lOptions);

@@ -31,28 +31,28 @@ inline bool isBlank(wchar_t aCharacter) noexcept {
 /// @return the value of a digit; one that no base has if it is none.
 template <class Character>
 int digitValue(Character aCharacter) noexcept {
-    constexpr int lNone = 99;
+    constexpr int kNone = 99;
     if (aCharacter >= '0' && aCharacter <= '9') {
         return static_cast<int>(aCharacter - '0');
     }
     const auto lLetter = static_cast<Character>(aCharacter | 0x20);
-    return lLetter >= 'a' && lLetter <= 'f' ? static_cast<int>(lLetter - 'a') + 10 : lNone;
+    return lLetter >= 'a' && lLetter <= 'f' ? static_cast<int>(lLetter - 'a') + 10 : kNone;
 }
 
 /// Finds the base of a number by its prefix, as base 0 asks for, and skips "0x".
 template <class Character>
 int takeBase(std::basic_string_view<Character> aText, std::size_t& aNext) noexcept {
-    constexpr int lOctal = 8;
-    constexpr int lHexadecimal = 16;
+    constexpr int kOctal = 8;
+    constexpr int kHexadecimal = 16;
     const auto lText = aText.substr(aNext);
     if (lText.empty() || lText[0] != '0') {
         return kDecimal;
     }
-    if (lText.size() > 2 && (lText[1] | 0x20) == 'x' && digitValue(lText[2]) < lHexadecimal) {
+    if (lText.size() > 2 && (lText[1] | 0x20) == 'x' && digitValue(lText[2]) < kHexadecimal) {
         aNext += 2;
-        return lHexadecimal;
+        return kHexadecimal;
     }
-    return lOctal;
+    return kOctal;
 }
 
 /// Reads as `strtol` does where a `long` has 32 bits: blanks, a sign, digits; but not beyond the
@@ -60,7 +60,7 @@ int takeBase(std::basic_string_view<Character> aText, std::size_t& aNext) noexce
 /// @param aBase `kDecimal` or `kAnyBase`.
 template <class Character>
 IntegerText readInteger(std::basic_string_view<Character> aText, int aBase) noexcept {
-    constexpr std::int64_t lHighest = std::numeric_limits<std::int32_t>::max();
+    constexpr std::int64_t kHighest = std::numeric_limits<std::int32_t>::max();
     std::size_t lNext = 0;
     while (lNext < aText.size() && isBlank(aText[lNext])) {
         ++lNext;
@@ -73,9 +73,9 @@ IntegerText readInteger(std::basic_string_view<Character> aText, int aBase) noex
     const std::size_t lFirst = lNext;
     std::int64_t lNumber = 0;
     for (; lNext < aText.size() && digitValue(aText[lNext]) < lBase; ++lNext) {
-        lNumber = std::min(lNumber * lBase + digitValue(aText[lNext]), lHighest + 1);
+        lNumber = std::min(lNumber * lBase + digitValue(aText[lNext]), kHighest + 1);
     }
-    lNumber = lIsNegative ? -lNumber : std::min(lNumber, lHighest);
+    lNumber = lIsNegative ? -lNumber : std::min(lNumber, kHighest);
     return {static_cast<std::int32_t>(lNumber), lNext == lFirst ? 0 : lNext};
 }
 

@@ -141,13 +141,13 @@ osxComPort* createPort(ACE_TTY_IO* aDevice, const commIfSerialParams_t& aParams)
 }
 
 bool CommParamsSet(int aDesc, const commIfDesc_t& aEntry) {
-    const osxComPort* losxComPort = aEntry.info.serial.comPort;
-    if (losxComPort == nullptr) {
+    const osxComPort* lPort = aEntry.info.serial.comPort;
+    if (lPort == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t CommParamsSet: losxComPort == 0  fd[%d] \n", aDesc);
         return false;
     }
-    const ACE_TTY_IO* lComport = losxComPort->getACE_TTY_IO();
+    const ACE_TTY_IO* lComport = lPort->getACE_TTY_IO();
     if (lComport == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t CommParamsSet: lComport == 0  fd[%d] \n", aDesc);
@@ -194,8 +194,8 @@ int setUpPort(int aDesc, const commIfDesc_t& aEntry, const char* aName) {
 }
 
 int attachPort(int aDesc, commIfDesc_t& aEntry, ACE_TTY_IO* aDevice, const char* aName) {
-    osxComPort* const losxComPort = createPort(aDevice, aEntry.info.serial);
-    if (losxComPort == nullptr) {
+    osxComPort* const lPort = createPort(aDevice, aEntry.info.serial);
+    if (lPort == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG,
                      "%t commIfSerialOpen: Unable to create an osxComPort for port [%s] fd[%d] \n",
@@ -203,8 +203,8 @@ int attachPort(int aDesc, commIfDesc_t& aEntry, ACE_TTY_IO* aDevice, const char*
         deviceWithoutPort(aEntry).store(aDevice);
         return COMMIF_OK;
     }
-    losxComPort->init();
-    aEntry.info.serial.comPort = losxComPort;
+    lPort->init();
+    aEntry.info.serial.comPort = lPort;
     return setUpPort(aDesc, aEntry, aName);
 }
 

@@ -141,30 +141,30 @@ bool OSX_ReactorThread::waitUntilEnded() {
 class OSX_Reactor::AcrossForks {
 public:
     static void lock() {
-        sLocked = gInstalled;
-        if (sLocked != nullptr) {
-            sLocked->mImplementation->lockForFork();
-            sLocked->mMutex.lock();
+        mLocked = gInstalled;
+        if (mLocked != nullptr) {
+            mLocked->mImplementation->lockForFork();
+            mLocked->mMutex.lock();
         }
     }
     static void unlock() {
-        if (sLocked != nullptr) {
-            sLocked->mMutex.unlock();
-            sLocked->mImplementation->unlockAfterFork();
+        if (mLocked != nullptr) {
+            mLocked->mMutex.unlock();
+            mLocked->mImplementation->unlockAfterFork();
         }
     }
     static void renew() {
-        if (sLocked != nullptr) {
-            sLocked->mImplementation->renewInChild();
+        if (mLocked != nullptr) {
+            mLocked->mImplementation->renewInChild();
             // They can be neither joined nor destroyed here.
-            sLocked->mThreads = nullptr;
-            sLocked->mMutex.unlock();
+            mLocked->mThreads = nullptr;
+            mLocked->mMutex.unlock();
         }
     }
 
 private:
     /// Of the thread that forks: another one may install a reactor meanwhile, and fork itself.
-    static inline thread_local OSX_Reactor* sLocked = nullptr;
+    static inline thread_local OSX_Reactor* mLocked = nullptr;
 };
 
 const osx::process::AtFork OSX_Reactor::gAtFork(osx::process::ForkOrder::kLoop,

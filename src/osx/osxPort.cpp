@@ -17,30 +17,29 @@ unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
                               osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
                               osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData) {
     const osx::NoCancellation lGuard;
-    osxListenHandler* losxListenHandler = nullptr;
+    osxListenHandler* lListener = nullptr;
     if (osx::processReactor() != nullptr) {
-        losxListenHandler =
-            osx::allocate<osxListenHandler>(aPortnumber, aNewConnectionFnc, aDataAvailFnc,
-                                            aNewDataFnc, aClosedConnectionFnc, aUserData);
+        lListener = osx::allocate<osxListenHandler>(aPortnumber, aNewConnectionFnc, aDataAvailFnc,
+                                                    aNewDataFnc, aClosedConnectionFnc, aUserData);
     }
-    if (losxListenHandler == nullptr) {
+    if (lListener == nullptr) {
         errno = ENOMEM;
         DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxRegisterPort: losxListenHandler == 0 \n");
         return kFailed;
     }
-    aPort = losxListenHandler;
+    aPort = lListener;
     return 0;
 }
 
 unsigned long osxUnregisterPort(void*& aPort) {
-    auto* const losxListenHandler = DiagnosticLine(kModule).object<osxListenHandler>(
+    auto* const lListener = DiagnosticLine(kModule).object<osxListenHandler>(
         aPort, LM_DEBUG, "%t osxUnregisterPort: losxListenHandler == 0 \n");
-    if (losxListenHandler == nullptr) {
+    if (lListener == nullptr) {
         return kFailed;
     }
     const osx::NoCancellation lGuard;
-    losxListenHandler->close();
-    losxListenHandler->remove_reference();
+    lListener->close();
+    lListener->remove_reference();
     aPort = nullptr;
     return 0;
 }

@@ -82,8 +82,8 @@ unsigned long osxGetLastNetworkError() {
 }
 
 unsigned long osxOpenSocket(void*& aSocket, const char* aAddress) {
-    std::unique_ptr<ACE_SOCK_Stream> lSOCK_Stream(osx::allocate<ACE_SOCK_Stream>());
-    if (lSOCK_Stream == nullptr) {
+    std::unique_ptr<ACE_SOCK_Stream> lStream(osx::allocate<ACE_SOCK_Stream>());
+    if (lStream == nullptr) {
         DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxOpenSocket: lSOCK_Stream == 0 \n");
         return kFailed;
     }
@@ -95,8 +95,8 @@ unsigned long osxOpenSocket(void*& aSocket, const char* aAddress) {
     if (lHandle == ACE_INVALID_HANDLE) {
         return unableToConnect();
     }
-    lSOCK_Stream->set_handle(lHandle);
-    aSocket = lSOCK_Stream.release();
+    lStream->set_handle(lHandle);
+    aSocket = lStream.release();
     return 0;
 }
 
@@ -113,12 +113,12 @@ void* osxConnectByNumber(unsigned long aIpAddr, unsigned short aPort) {
 }
 
 unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned long aLen) {
-    auto* const lSOCK_Stream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
+    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
         aSocket, LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
-    if (lSOCK_Stream == nullptr) {
+    if (lStream == nullptr) {
         return kFailed;
     }
-    if (osx::sendAll(lSOCK_Stream->get_handle(), aBuf, aLen) == -1) {
+    if (osx::sendAll(lStream->get_handle(), aBuf, aLen) == -1) {
         osx::tellUnsent(aLen);
         return kFailed;
     }
@@ -126,62 +126,62 @@ unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned long aLen)
 }
 
 unsigned long osxSocketSend(void* aSocket, const iovec* aVec, int aCount) {
-    auto* const lSOCK_Stream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
+    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
         aSocket, LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
-    if (lSOCK_Stream == nullptr) {
+    if (lStream == nullptr) {
         return kFailed;
     }
-    osx::sendAll(lSOCK_Stream->get_handle(), aVec, aCount);
+    osx::sendAll(lStream->get_handle(), aVec, aCount);
     return 0;
 }
 
 unsigned long osxSocketRecv(void* aSocket, void* aBuf, unsigned long aLen,
                             unsigned long& aReceived) {
-    auto* const lSOCK_Stream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
+    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
         aSocket, LM_DEBUG, "%t osxSocketRecv: lSOCK_Stream == 0 \n");
-    if (lSOCK_Stream == nullptr) {
+    if (lStream == nullptr) {
         return kFailed;
     }
-    aReceived = static_cast<unsigned long>(osx::receiveAll(lSOCK_Stream->get_handle(), aBuf, aLen));
+    aReceived = static_cast<unsigned long>(osx::receiveAll(lStream->get_handle(), aBuf, aLen));
     return aReceived == aLen ? 0 : kFailed;
 }
 
 unsigned long osxCloseSocket(void* aSocket) {
-    auto* const lSOCK_Stream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
+    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
         aSocket, LM_DEBUG, "%t osxCloseSocket: lSOCK_Stream == 0 \n");
-    if (lSOCK_Stream == nullptr) {
+    if (lStream == nullptr) {
         return kFailed;
     }
     const osx::NoCancellation lGuard;
     if (!osx::endConnection(aSocket)) {
-        lSOCK_Stream->close();
+        lStream->close();
     }
     return 0;
 }
 
 unsigned long osxCloseSocketAndRelease(void*& aSocket) {
-    auto* const lSOCK_Stream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
+    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
         aSocket, LM_DEBUG, "%t osxCloseSocketAndRelease: lSOCK_Stream == 0 \n");
-    if (lSOCK_Stream == nullptr) {
+    if (lStream == nullptr) {
         return kFailed;
     }
     const osx::NoCancellation lGuard;
     if (!osx::endConnection(aSocket)) {
-        lSOCK_Stream->close();
-        delete lSOCK_Stream;
+        lStream->close();
+        delete lStream;
     }
     aSocket = nullptr;
     return 0;
 }
 
 unsigned long osxGetPeername(void* aSocket, unsigned long& aIpAddr) {
-    auto* const lSOCK_Stream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
+    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
         aSocket, LM_ERROR, "%t osxGetPeername: lSOCK_Stream == 0 \n");
-    if (lSOCK_Stream == nullptr) {
+    if (lStream == nullptr) {
         return kFailed;
     }
     ACE_INET_Addr lAddress;
-    if (lSOCK_Stream->get_remote_addr(lAddress) == -1) {
+    if (lStream->get_remote_addr(lAddress) == -1) {
         DiagnosticLine(kModule).failure(LM_ERROR, "%t osxGetPeername: get_remote_addr failed \n");
         return kFailed;
     }

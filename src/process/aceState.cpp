@@ -30,8 +30,8 @@ public:
     static void keep(Manager* aManager) noexcept {
         // The manager itself is freed all the same: keep what only it points at in sight of leak
         // checkers.
-        static unsigned char gKept[sizeof(Manager)];
-        std::memcpy(gKept, static_cast<const void*>(aManager), sizeof gKept);
+        static unsigned char lKept[sizeof(Manager)];
+        std::memcpy(lKept, static_cast<const void*>(aManager), sizeof lKept);
         aManager->*(&ManagerAccess::object_manager_state_) = OBJ_MAN_SHUT_DOWN;
     }
 };

@@ -12,8 +12,8 @@ namespace {
 std::atomic<bool> gEnding{false};
 std::atomic<int> gInLoop{0};
 std::atomic<int> gParked{0};
-thread_local int tLoops = 0;
-thread_local bool tEndsProcess = false;
+thread_local int gLoopsHere = 0;
+thread_local bool gEndsProcess = false;
 
 /// The handlers of the application may use what is destroyed.
 void takeNoSignals() {
@@ -25,20 +25,20 @@ void takeNoSignals() {
 }  // namespace
 
 InLoop::InLoop() {
-    if (++tLoops == 1) {
+    if (++gLoopsHere == 1) {
         ++gInLoop;
     }
     parkAtEnd();
 }
 
 InLoop::~InLoop() {
-    if (--tLoops == 0) {
+    if (--gLoopsHere == 0) {
         --gInLoop;
     }
 }
 
 void InLoop::parkAtEnd() {
-    if (gEnding && !tEndsProcess) {
+    if (gEnding && !gEndsProcess) {
         park();
     }
 }
@@ -46,7 +46,7 @@ void InLoop::parkAtEnd() {
 void park(void (*aAnnounce)()) {
     takeNoSignals();
     ++gParked;
-    if (tLoops != 0) {
+    if (gLoopsHere != 0) {
         --gInLoop;
     }
     if (aAnnounce != nullptr) {
@@ -58,12 +58,12 @@ void park(void (*aAnnounce)()) {
 }
 
 void startParking() {
-    tEndsProcess = true;
+    gEndsProcess = true;
     gEnding = true;
 }
 
 int threadsToPark() {
-    return gInLoop - (tLoops != 0 ? 1 : 0);
+    return gInLoop - (gLoopsHere != 0 ? 1 : 0);
 }
 
 int threadsParked() {
@@ -71,7 +71,7 @@ int threadsParked() {
 }
 
 void forgetParking() {
-    gInLoop = tLoops != 0 ? 1 : 0;
+    gInLoop = gLoopsHere != 0 ? 1 : 0;
     gParked = 0;
 }
 

@@ -393,9 +393,9 @@ bool LoopReactor::serveNotification() {
 /// runs the loop.
 class LoopReactor::AcesTurn {
 public:
-    explicit AcesTurn(LoopReactor& aLoop) : mLoop(aLoop), mOuter(std::exchange(tInnermost, this)) {}
+    explicit AcesTurn(LoopReactor& aLoop) : mLoop(aLoop), mOuter(std::exchange(mInnermost, this)) {}
     ~AcesTurn() {
-        tInnermost = mOuter;
+        mInnermost = mOuter;
         if (!mServes) {
             const NoCancellation lGuard;
             if (mHasLooked) {
@@ -411,12 +411,12 @@ public:
 
     /// @return the caller's turn, if its handler is about to be called; null otherwise.
     static AcesTurn* aboutToServe() {
-        return tInnermost != nullptr && tInnermost->mHasLooked && !tInnermost->mServes ? tInnermost
+        return mInnermost != nullptr && mInnermost->mHasLooked && !mInnermost->mServes ? mInnermost
                                                                                        : nullptr;
     }
     static void haveLooked() {
-        if (tInnermost != nullptr) {
-            tInnermost->mHasLooked = true;
+        if (mInnermost != nullptr) {
+            mInnermost->mHasLooked = true;
         }
     }
     /// With the token, which ACE lets go then.
@@ -433,10 +433,10 @@ private:
     bool mHasLooked = false;  ///< Whether ACE has asked `select`.
     bool mServes = false;
 
-    static thread_local AcesTurn* tInnermost;
+    static thread_local AcesTurn* mInnermost;
 };
 
-thread_local LoopReactor::AcesTurn* LoopReactor::AcesTurn::tInnermost = nullptr;
+thread_local LoopReactor::AcesTurn* LoopReactor::AcesTurn::mInnermost = nullptr;
 
 /// One handler of the application's. ACE suspends it, and then others may be told of.
 /// @return whether there was one; ACE's own result is that of what it does after the callback.

@@ -255,10 +255,10 @@ public:
           mGeneration(aGeneration),
           mHandler(aHandler),
           mWantsFreshLook(aHandler.wantsFreshLook()),
-          mOuter(std::exchange(tInnermost, this)) {}
+          mOuter(std::exchange(mInnermost, this)) {}
     /// A callback may end its thread; the handler then goes on with the others.
     ~Serving() {
-        tInnermost = mOuter;
+        mInnermost = mOuter;
         if (!mEnded) {
             const NoCancellation lGuard;
             settle(end(mSlot, mGeneration, true, false));
@@ -282,10 +282,10 @@ private:
     const Serving* const mOuter;
     bool mEnded = false;
 
-    static thread_local const Serving* tInnermost;
+    static thread_local const Serving* mInnermost;
 };
 
-thread_local const ServedSet::Serving* ServedSet::Serving::tInnermost = nullptr;
+thread_local const ServedSet::Serving* ServedSet::Serving::mInnermost = nullptr;
 
 /// One that wants a fresh look never goes on by itself: the kernel looks.
 void ServedSet::Serving::run() {
@@ -309,7 +309,7 @@ void ServedSet::Serving::settle(Rest aRest) {
 
 /// @return whether it is the calling thread that serves what is in a slot.
 bool ServedSet::Serving::isCallers(const Slot& aSlot) {
-    const Serving* lServing = tInnermost;
+    const Serving* lServing = mInnermost;
     while (lServing != nullptr && &lServing->mSlot != &aSlot) {
         lServing = lServing->mOuter;
     }

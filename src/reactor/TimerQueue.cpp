@@ -98,23 +98,23 @@ struct TimerQueue::Call {
     int make(const ACE_Time_Value& aNow);
     void end();
 
-    static thread_local Call* tInnermost;
+    static thread_local Call* mInnermost;
 };
 
-thread_local TimerQueue::Call* TimerQueue::Call::tInnermost = nullptr;
+thread_local TimerQueue::Call* TimerQueue::Call::mInnermost = nullptr;
 
 /// @return the handler's result.
 int TimerQueue::Call::make(const ACE_Time_Value& aNow) {
     if (!change(kAboutToBegin, kBegun)) {
         return 0;
     }
-    mOuter = std::exchange(tInnermost, this);
+    mOuter = std::exchange(mInnermost, this);
     return mHandler->handle_timeout(aNow, mAct);
 }
 
 void TimerQueue::Call::end() {
-    if (tInnermost == this) {
-        tInnermost = mOuter;
+    if (mInnermost == this) {
+        mInnermost = mOuter;
     }
     if (TimerQueue* const lQueue = std::exchange(mQueue, nullptr)) {
         lQueue->forget(*this);
@@ -416,7 +416,7 @@ bool TimerQueue::isCalledElsewhere(const ACE_Event_Handler& aHandler, bool aAlso
 }
 
 void TimerQueue::release(const ACE_Event_Handler& aHandler) {
-    Call* const lCall = Call::tInnermost;
+    Call* const lCall = Call::mInnermost;
     if (lCall != nullptr && lCall->mHandler == &aHandler &&
         lCall->change(Call::kBegun, Call::kReleased)) {
         lCall->mQueue->tellWaiting();

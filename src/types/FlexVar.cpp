@@ -128,8 +128,8 @@ unsigned int hashOf(bool) noexcept {
 unsigned int hashOfBytes(const char* aBytes, std::size_t aCount) noexcept {
     constexpr std::uint32_t kResult = 0x0FFFFFFF;
     std::uint32_t lHash = 0;
-    for (std::size_t i = 0; i < aCount; ++i) {
-        const std::uint32_t lSum = (lHash << 4) + static_cast<std::uint32_t>(aBytes[i] * 13);
+    for (std::size_t lIndex = 0; lIndex < aCount; ++lIndex) {
+        const std::uint32_t lSum = (lHash << 4) + static_cast<std::uint32_t>(aBytes[lIndex] * 13);
         lHash = lSum ^ (lSum >> 24 & 0xF0);
     }
     return lHash & kResult;

@@ -100,13 +100,13 @@ private:
 /// small Double lacks are rounded away at once, too. What is volatile stays between the switches.
 template <class Operation>
 double result(Operation aOperation, double aLeft, double aRight) noexcept {
-    constexpr long double lDown = Operation::kMayUnderflow ? 0x1p-15360L : 1.0L;
-    constexpr long double lUp = Operation::kMayUnderflow ? 0x1p+15360L : 1.0L;
+    constexpr long double kDown = Operation::kMayUnderflow ? 0x1p-15360L : 1.0L;
+    constexpr long double kUp = Operation::kMayUnderflow ? 0x1p+15360L : 1.0L;
     const RoundingToDouble lRounding;
     const volatile long double lLeft = aLeft;
     const volatile long double lRight = aRight;
-    const long double lScaled = aOperation(lDown * lLeft, static_cast<long double>(lRight));
-    const volatile auto lResult = static_cast<double>(lUp * lScaled);
+    const long double lScaled = aOperation(kDown * lLeft, static_cast<long double>(lRight));
+    const volatile auto lResult = static_cast<double>(kUp * lScaled);
     return lResult;
 }
 
@@ -123,8 +123,8 @@ FlexVar FlexVar::combinedWith(const FlexVar& aOther, Operation aOperation) const
     Kinds::visit(mType, [&](auto aKind) {
         using Kind = decltype(aKind);
         if constexpr (Kind::kIsNumeric) {
-            constexpr bool lIsSmall = sizeof(typename Kind::Value) < sizeof(int);
-            using ResultKind = std::conditional_t<lIsSmall, Kinds::Int, Kind>;
+            constexpr bool kIsSmall = sizeof(typename Kind::Value) < sizeof(int);
+            using ResultKind = std::conditional_t<kIsSmall, Kinds::Int, Kind>;
             const auto lLeft = +Kind::value(mValue);  // promotes, as the language does
             const auto lRight = +Kind::value(aOther.mValue);
             if (aOperation.isDefined(lRight)) {

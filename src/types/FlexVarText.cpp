@@ -61,8 +61,8 @@ bool convert(const From* aText, std::size_t aLength, ACE_String_Base<To>& aOut) 
     std::array<To, kChunk> lChunk{};
     for (std::size_t lDone = 0; lDone < aLength; lDone += kChunk) {
         const std::size_t lCount = std::min(kChunk, aLength - lDone);
-        for (std::size_t i = 0; i < lCount; ++i) {
-            lChunk[i] = converted(To(), aText[lDone + i]);
+        for (std::size_t lIndex = 0; lIndex < lCount; ++lIndex) {
+            lChunk[lIndex] = converted(To(), aText[lDone + lIndex]);
         }
         lText.append(lChunk.data(), lCount);
     }
@@ -176,9 +176,9 @@ void render(const ACE_Date_Time& aValue, CString& aOut) noexcept {
 void render(const Blob& aValue, CString& aOut) noexcept {
     Text lText;
     lText.add("Size %d [", shown(aValue.getSize()));
-    for (long i = 0; aValue.getData() != nullptr && i < std::min(kShownBytes, aValue.getSize());
-         ++i) {
-        lText.add("0x%x ", static_cast<unsigned int>(aValue.getData()[i]));
+    const long lShown = aValue.getData() == nullptr ? 0 : std::min(kShownBytes, aValue.getSize());
+    for (long lIndex = 0; lIndex < lShown; ++lIndex) {
+        lText.add("0x%x ", static_cast<unsigned int>(aValue.getData()[lIndex]));
     }
     lText.add(aValue.getSize() >= kShownBytes ? "...]" : "]").copyTo(aOut);
 }
@@ -375,11 +375,11 @@ long FlexVar::setDateFromString(const ACE_String_Base<Character>& aText) noexcep
 
 template <class String, class Character>
 long FlexVar::setValueFromStringCommon(const String& aText) noexcept {
-    constexpr long lNeither = 1;
+    constexpr long kNeither = 1;
     if (isDate()) {
         return setDateFromString<Character>(aText);
     }
-    return Kinds::visit(mType, lNeither, [&](auto aKind) {
+    return Kinds::visit(mType, kNeither, [&](auto aKind) {
         using Kind = decltype(aKind);
         if constexpr (Kind::kIsNumeric) {
             typename Kind::Value lNumber = 0;
@@ -389,7 +389,7 @@ long FlexVar::setValueFromStringCommon(const String& aText) noexcept {
             Kind::member(mValue) = lNumber;
             return 0L;
         } else {
-            return lNeither;
+            return kNeither;
         }
     });
 }
@@ -459,12 +459,12 @@ long FlexVar::setValueFromString(const ACE_String_Base<wchar_t>& aText) noexcept
 }
 
 void FlexVar::setTypeAndValue(const ACE_String_Base<char>& aText) noexcept {
-    constexpr std::string_view lWideMark = "L\"";
+    constexpr std::string_view kWideMark = "L\"";
     const std::string_view lText = view(aText);
     const auto lHas = [&](std::string_view aMark) { return lText.find(aMark) != lText.npos; };
 
-    if (lHas(lWideMark)) {
-        setQuoted<Kinds::WString>(upToQuote(lText, lText.find(lWideMark) + lWideMark.size()));
+    if (lHas(kWideMark)) {
+        setQuoted<Kinds::WString>(upToQuote(lText, lText.find(kWideMark) + kWideMark.size()));
     } else if (lHas("\"")) {
         setQuoted<Kinds::CString>(upToQuote(lText, lText.find('"') + 1));
     } else if (lHas(".")) {

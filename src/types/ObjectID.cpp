@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kTextLength = 36;
 
 // Shown when memory for a cache is short.
-const ACE_CString gNoText;
+const ACE_CString kNoText;
 
 // Text.
 
@@ -115,7 +115,7 @@ const ACE_CString& ObjectID::toString() const noexcept {
         mText = osx::allocate<ACE_CString>();
     }
     if (mText == nullptr) {
-        return gNoText;
+        return kNoText;
     }
     if (mTextStale) {
         char lText[] = "........-....-....-....-............";
