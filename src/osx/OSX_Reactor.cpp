@@ -140,8 +140,18 @@ bool OSX_ReactorThread::waitUntilEnded() {
 /// first: a callback that is made with its token may ask for a thread.
 class OSX_Reactor::AcrossForks {
 public:
-    static void lock() {
+    static void lockToken() {
         sLocked = gInstalled;
+        if (sLocked != nullptr) {
+            sLocked->mImplementation->lockTokenForFork();
+        }
+    }
+    static void unlockToken() {
+        if (sLocked != nullptr) {
+            sLocked->mImplementation->unlockTokenAfterFork();
+        }
+    }
+    static void lock() {
         if (sLocked != nullptr) {
             sLocked->mImplementation->lockForFork();
             sLocked->mMutex.lock();
@@ -166,6 +176,10 @@ private:
     /// Of the thread that forks: another one may install a reactor meanwhile, and fork itself.
     static inline thread_local OSX_Reactor* sLocked = nullptr;
 };
+
+const osx::process::AtFork OSX_Reactor::gTokenAtFork(osx::process::ForkOrder::kToken,
+                                                     {AcrossForks::lockToken,
+                                                      AcrossForks::unlockToken, nullptr});
 
 const osx::process::AtFork OSX_Reactor::gAtFork(osx::process::ForkOrder::kLoop,
                                                 {AcrossForks::lock, AcrossForks::unlock,

@@ -119,6 +119,7 @@ public:
 
 private:
     class AcrossForks;
+    static const osx::process::AtFork gTokenAtFork;
     static const osx::process::AtFork gAtFork;
 
     void create();
