@@ -140,35 +140,39 @@ bool OSX_ReactorThread::waitUntilEnded() {
 /// first: a callback that is made with its token may ask for a thread.
 class OSX_Reactor::AcrossForks {
 public:
-    static void lockToken() {
+    static void lockThreads() {
         sLocked = gInstalled;
         if (sLocked != nullptr) {
             sLocked->mImplementation->lockTokenForFork();
-        }
-    }
-    static void unlockToken() {
-        if (sLocked != nullptr) {
-            sLocked->mImplementation->unlockTokenAfterFork();
-        }
-    }
-    static void lock() {
-        if (sLocked != nullptr) {
-            sLocked->mImplementation->lockForFork();
             sLocked->mMutex.lock();
         }
     }
-    static void unlock() {
+    static void unlockThreads() {
         if (sLocked != nullptr) {
             sLocked->mMutex.unlock();
-            sLocked->mImplementation->unlockAfterFork();
+            sLocked->mImplementation->unlockTokenAfterFork();
         }
     }
-    static void renew() {
+    static void forgetThreads() {
         if (sLocked != nullptr) {
-            sLocked->mImplementation->renewInChild();
             // They can be neither joined nor destroyed here.
             sLocked->mThreads = nullptr;
             sLocked->mMutex.unlock();
+        }
+    }
+    static void lockLoop() {
+        if (sLocked != nullptr) {
+            sLocked->mImplementation->lockForFork();
+        }
+    }
+    static void unlockLoop() {
+        if (sLocked != nullptr) {
+            sLocked->mImplementation->unlockAfterFork();
+        }
+    }
+    static void renewLoop() {
+        if (sLocked != nullptr) {
+            sLocked->mImplementation->renewInChild();
         }
     }
 
@@ -177,13 +181,13 @@ private:
     static inline thread_local OSX_Reactor* sLocked = nullptr;
 };
 
-const osx::process::AtFork OSX_Reactor::gTokenAtFork(osx::process::ForkOrder::kToken,
-                                                     {AcrossForks::lockToken,
-                                                      AcrossForks::unlockToken, nullptr});
-
-const osx::process::AtFork OSX_Reactor::gAtFork(osx::process::ForkOrder::kLoop,
-                                                {AcrossForks::lock, AcrossForks::unlock,
-                                                 AcrossForks::renew});
+const osx::process::AtFork OSX_Reactor::gThreadsAtFork(osx::process::ForkOrder::kToken,
+                                                       {AcrossForks::lockThreads,
+                                                        AcrossForks::unlockThreads,
+                                                        AcrossForks::forgetThreads});
+const osx::process::AtFork OSX_Reactor::gLoopAtFork(osx::process::ForkOrder::kLoop,
+                                                    {AcrossForks::lockLoop, AcrossForks::unlockLoop,
+                                                     AcrossForks::renewLoop});
 
 OSX_Reactor::OSX_Reactor()
     : mImplementation(nullptr), mReactor(nullptr), mThreads(nullptr), mTimerQueue(nullptr) {
