@@ -140,25 +140,39 @@ bool OSX_ReactorThread::waitUntilEnded() {
 /// first: a callback that is made with its token may ask for a thread.
 class OSX_Reactor::AcrossForks {
 public:
-    static void lock() {
+    static void lockThreads() {
         mLocked = gInstalled;
         if (mLocked != nullptr) {
-            mLocked->mImplementation->lockForFork();
+            mLocked->mImplementation->lockTokenForFork();
             mLocked->mMutex.lock();
         }
     }
-    static void unlock() {
+    static void unlockThreads() {
         if (mLocked != nullptr) {
             mLocked->mMutex.unlock();
-            mLocked->mImplementation->unlockAfterFork();
+            mLocked->mImplementation->unlockTokenAfterFork();
         }
     }
-    static void renew() {
+    static void forgetThreads() {
         if (mLocked != nullptr) {
-            mLocked->mImplementation->renewInChild();
             // They can be neither joined nor destroyed here.
             mLocked->mThreads = nullptr;
             mLocked->mMutex.unlock();
+        }
+    }
+    static void lockLoop() {
+        if (mLocked != nullptr) {
+            mLocked->mImplementation->lockForFork();
+        }
+    }
+    static void unlockLoop() {
+        if (mLocked != nullptr) {
+            mLocked->mImplementation->unlockAfterFork();
+        }
+    }
+    static void renewLoop() {
+        if (mLocked != nullptr) {
+            mLocked->mImplementation->renewInChild();
         }
     }
 
@@ -167,9 +181,13 @@ private:
     static inline thread_local OSX_Reactor* mLocked = nullptr;
 };
 
-const osx::process::AtFork OSX_Reactor::gAtFork(osx::process::ForkOrder::kLoop,
-                                                {AcrossForks::lock, AcrossForks::unlock,
-                                                 AcrossForks::renew});
+const osx::process::AtFork OSX_Reactor::gThreadsAtFork(osx::process::ForkOrder::kToken,
+                                                       {AcrossForks::lockThreads,
+                                                        AcrossForks::unlockThreads,
+                                                        AcrossForks::forgetThreads});
+const osx::process::AtFork OSX_Reactor::gLoopAtFork(osx::process::ForkOrder::kLoop,
+                                                    {AcrossForks::lockLoop, AcrossForks::unlockLoop,
+                                                     AcrossForks::renewLoop});
 
 OSX_Reactor::OSX_Reactor()
     : mImplementation(nullptr), mReactor(nullptr), mThreads(nullptr), mTimerQueue(nullptr) {

@@ -130,7 +130,8 @@ public:
 
 private:
     class AcrossForks;
-    static const osx::process::AtFork gAtFork;
+    static const osx::process::AtFork gThreadsAtFork;
+    static const osx::process::AtFork gLoopAtFork;
 
     void create();
     void discard();

@@ -30,6 +30,7 @@ osxDataHandler::osxDataHandler(const ACE_SOCK_Stream& aStream, const ACE_INET_Ad
       mDescriptor(aStream.get_handle()),
       mEnding(false),
       mClosed(false),
+      mIsWatched(false),
       mNext(nullptr) {
     mStream.set_handle(mDescriptor);
     add_reference();  // the handler's own, given up in handle_close
@@ -106,6 +107,13 @@ void osxDataHandler::shutDown() {
     }
 }
 
+/// The same holds here.
+void osxDataHandler::shutDownIfPeerVanished() {
+    if (mIsWatched && !hasLostDescriptor() && osx::hasPeerVanished(mDescriptor)) {
+        ::shutdown(mDescriptor, SHUT_RDWR);
+    }
+}
+
 /// A callback may also have closed the stream itself.
 bool osxDataHandler::isOver() const {
     return mEnding || mStream.get_handle() == ACE_INVALID_HANDLE;
@@ -127,7 +135,6 @@ int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
         mCallbacks.aClosedConnectionFnc(&mStream, mCallbacks.aUserData);
     }
     osx::takeConnectionOut(*this);
-    osx::forgetPeer(mStream.get_handle());
     mStream.close();
     remove_reference();
     return 0;
@@ -164,7 +171,8 @@ int osxDataHandler::registerWithReactor() {
         return -1;
     }
     removeStaleHandler();
-    osx::watchPeer(*reactor(), mDescriptor);
+    mIsWatched = true;
+    osx::watchPeers(*reactor());
     return reactor()->register_handler(mDescriptor, this, ACE_Event_Handler::READ_MASK);
 }
 

@@ -57,6 +57,7 @@ void takeConnectionOut(osxDataHandler& aHandler);
 /// @param aSocket any socket.
 /// @return whether it is a port's.
 bool endConnection(const void* aSocket);
+bool endVanishedConnections();
 }  // namespace osx
 
 /// The connection: reads, calls back, cleans up. Only the handler closes its socket: who calls
@@ -111,9 +112,11 @@ private:
     friend void osx::enterConnection(osxDataHandler& aHandler);
     friend void osx::takeConnectionOut(osxDataHandler& aHandler);
     friend bool osx::endConnection(const void* aSocket);
+    friend bool osx::endVanishedConnections();
 
     const void* socket() const { return &mStream; }
     void shutDown();
+    void shutDownIfPeerVanished();
     bool isOver() const;
     void announce();
     int registerWithReactor();
@@ -128,7 +131,8 @@ private:
     const ACE_HANDLE mDescriptor;
     std::atomic<bool> mEnding;  ///< The application has closed it; the handler is about to.
     std::atomic<bool> mClosed;
-    osxDataHandler* mNext;  ///< Of those that `osx::endConnection` looks through.
+    std::atomic<bool> mIsWatched;  ///< Whether its peer is looked after.
+    osxDataHandler* mNext;         ///< Of all ports' connections.
 };
 
 #endif

@@ -6,7 +6,10 @@
 
 #include <array>
 #include <cerrno>
+#include <utility>
 
+#include "ace/Guard_T.h"
+#include "ace/Lock.h"
 #include "ace/Reactor.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
@@ -91,6 +94,7 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
                                    osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData)
     : mLocalAddress(static_cast<unsigned short>(aPortnumber)),
       mCallbacks{aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc, aUserData},
+      mClosed(false),
       mSpare(ACE_INVALID_HANDLE),
       mNextPort(nullptr) {
     openAcceptor();
@@ -132,12 +136,17 @@ void osxListenHandler::leavePorts() {
 }
 
 void osxListenHandler::close() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
+    if (beginToClose()) {
         leaveReactor();
         reactor()->cancel_timer(this, osx::kDontCallHandleClose);
         closeAcceptor();
     }
+}
+
+/// @return whether it is the caller who closes the port. From then on no thread uses the acceptor.
+bool osxListenHandler::beginToClose() {
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    return !std::exchange(mClosed, true);
 }
 
 ACE_HANDLE osxListenHandler::get_handle() const {
@@ -183,10 +192,11 @@ void osxListenHandler::leaveReactor() {
 }
 
 int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mAcceptor.get_handle() != ACE_INVALID_HANDLE &&
-        reactor()->register_handler(mAcceptor.get_handle(), this, ACE_Event_Handler::ACCEPT_MASK) ==
-            -1) {
+    const osx::NoCancellation lGuard;
+    const ACE_Guard<ACE_Lock> lReactorsLock(reactor()->lock());
+    const std::lock_guard<std::mutex> lLock(mMutex);
+    if (!mClosed && reactor()->register_handler(mAcceptor.get_handle(), this,
+                                                ACE_Event_Handler::ACCEPT_MASK) == -1) {
         reactor()->schedule_timer(this, nullptr, pauseTime());  // the shortage lasts
     }
     return 0;
@@ -194,9 +204,7 @@ int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
 
 int osxListenHandler::handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask) {
     DiagnosticLine(kModule).trace(9, "%t osxListenHandler::handle_close: handle = %d\n", aHandle);
-    // The reactor calls with its own lock held, which holders of the mutex wait for.
-    const std::unique_lock<std::mutex> lLock(mMutex, std::try_to_lock);
-    if (lLock.owns_lock()) {
+    if (beginToClose()) {
         closeAcceptor();
     }
     return 0;
@@ -229,16 +237,23 @@ int osxListenHandler::registerWithReactor() {
 
 /// @return the next connection; none, with `errno`, when there is none or it had to be refused.
 ACE_HANDLE osxListenHandler::acceptConnection(ACE_INET_Addr& aPeer) {
+    bool lHasToPause = false;
+    const ACE_HANDLE lConnection = acceptOrRefuse(aPeer, lHasToPause);
+    if (lHasToPause) {
+        pause();
+    }
+    return lConnection;
+}
+
+ACE_HANDLE osxListenHandler::acceptOrRefuse(ACE_INET_Addr& aPeer, bool& aHasToPause) {
     const std::lock_guard<std::mutex> lGuard(mMutex);
-    if (mAcceptor.get_handle() == ACE_INVALID_HANDLE) {
+    if (mClosed) {
         errno = EWOULDBLOCK;
         return ACE_INVALID_HANDLE;
     }
     const ACE_HANDLE lConnection = acceptOn(mAcceptor.get_handle(), aPeer);
     if (lConnection == ACE_INVALID_HANDLE) {
-        if (isShortage(errno)) {
-            refuseWithSpare();
-        }
+        aHasToPause = isShortage(errno) && !refuseWithSpare();
         return ACE_INVALID_HANDLE;
     }
     if (static_cast<std::size_t>(lConnection) >= osx::descriptorLimit(*reactor())) {
@@ -250,8 +265,8 @@ ACE_HANDLE osxListenHandler::acceptConnection(ACE_INET_Addr& aPeer) {
 }
 
 /// Takes the waiting connection, which would keep the port readable, with the descriptor kept for
-/// this, and closes it. Where that does not help the port stays silent for a while.
-void osxListenHandler::refuseWithSpare() {
+/// this, and closes it. Keeps `errno`. @return whether that helped.
+bool osxListenHandler::refuseWithSpare() {
     const int lError = errno;
     bool lRefused = false;
     if (mSpare != ACE_INVALID_HANDLE) {
@@ -265,20 +280,25 @@ void osxListenHandler::refuseWithSpare() {
         }
     }
     openSpare();
-    if (!lRefused) {
-        pause();
-    }
     errno = lError;
+    return lRefused;
 }
 
 void osxListenHandler::openSpare() {
     mSpare = osx::makeDescriptor([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); });
 }
 
+/// The port stays silent for a while. Keeps `errno`.
 void osxListenHandler::pause() {
-    if (reactor()->schedule_timer(this, nullptr, pauseTime()) != -1) {
-        leaveReactor();
+    const int lError = errno;
+    {
+        const ACE_Guard<ACE_Lock> lReactorsLock(reactor()->lock());
+        const std::lock_guard<std::mutex> lGuard(mMutex);
+        if (!mClosed && reactor()->schedule_timer(this, nullptr, pauseTime()) != -1) {
+            leaveReactor();
+        }
     }
+    errno = lError;
 }
 
 void osxListenHandler::reportFailedAccept() {

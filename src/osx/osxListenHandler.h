@@ -81,8 +81,10 @@ private:
     void enterPorts();
     void leavePorts();
     int registerWithReactor();
+    bool beginToClose();
     ACE_HANDLE acceptConnection(ACE_INET_Addr& aPeer);
-    void refuseWithSpare();
+    ACE_HANDLE acceptOrRefuse(ACE_INET_Addr& aPeer, bool& aHasToPause);
+    bool refuseWithSpare();
     void openSpare();
     void pause();
     void reportFailedAccept();
@@ -95,7 +97,10 @@ private:
     ACE_SOCK_Acceptor mAcceptor;
     const osxPortCallbacks_t mCallbacks;
 
-    std::mutex mMutex;  ///< Keeps the acceptor from being closed under a thread that uses it.
+    /// Keeps the acceptor from being closed under a thread that uses it. Who needs the reactor's
+    /// lock, too, takes that first: the reactor closes handlers with it.
+    std::mutex mMutex;
+    bool mClosed;
     ACE_HANDLE mSpare;  ///< A descriptor to fall back on when the process has none left.
     Clock::time_point mNextReport;
     osxListenHandler* mNextPort;  ///< Of all ports.

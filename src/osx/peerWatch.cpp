@@ -1,82 +1,32 @@
 #include "osx/peerWatch.h"
 
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstdint>
+#include <mutex>
 
 #include "ace/Reactor.h"
 #include "base/allocate.h"
 #include "osx/osxEventHandler.h"
+#include "osx/portConnections.h"
+#include "process/atFork.h"
 
 namespace {
 
-constexpr std::size_t kBits = 32;
-constexpr std::size_t kMostDescriptors = 65536;
-
-/// The sockets that are watched, by descriptor. No lock: a connection comes and goes without
-/// waiting for the one who looks.
-std::array<std::atomic<std::uint32_t>, kMostDescriptors / kBits> gWatched;
-/// Whether a timer runs, at whose end the sockets are looked at.
+/// Whether a timer runs, at each end of which the connections are looked at. In a child it does if
+/// it did in its parent: who starts it is waited for.
 std::atomic<bool> gIsTimed{false};
+std::mutex gMutex;
 
-std::uint32_t bitOf(int aSocket) {
-    return 1U << static_cast<unsigned int>(aSocket) % kBits;
-}
+const osx::process::AtFork gAtFork(osx::process::ForkOrder::kPorts,
+                                   osx::process::kKeepAcrossFork<gMutex>);
 
-/// @return where the bit of a socket is; null for one beyond those that are watched.
-std::atomic<std::uint32_t>* wordOf(int aSocket) {
-    const auto lIndex = static_cast<std::size_t>(static_cast<unsigned int>(aSocket));
-    return lIndex < kMostDescriptors ? &gWatched[lIndex / kBits] : nullptr;
-}
-
-bool isWatched(int aSocket) {
-    return (wordOf(aSocket)->load() & bitOf(aSocket)) != 0;
-}
-
-bool isAnyWatched() {
-    return std::any_of(gWatched.begin(), gWatched.end(),
-                       [](const auto& aWord) { return aWord.load() != 0; });
-}
-
-/// The descriptor may be closed at any time and be another's then. Only a copy, made while it was
-/// watched, is sure to be of a connection of ours.
-void endIfVanished(int aSocket) {
-    if (!osx::hasPeerVanished(aSocket)) {
-        return;
-    }
-    constexpr int kLowest = STDERR_FILENO + 1;
-    const int lCopy = ::fcntl(aSocket, F_DUPFD_CLOEXEC, kLowest);
-    if (lCopy == -1) {
-        return;
-    }
-    if (isWatched(aSocket) && osx::hasPeerVanished(lCopy)) {
-        ::shutdown(lCopy, SHUT_RDWR);
-    }
-    ::close(lCopy);
-}
-
-void lookAtAll() {
-    for (std::size_t lWord = 0; lWord < gWatched.size(); ++lWord) {
-        const std::uint32_t lBits = gWatched[lWord].load();
-        for (std::size_t lBit = 0; lBits >> lBit != 0 && lBit < kBits; ++lBit) {
-            if ((lBits >> lBit & 1U) != 0) {
-                endIfVanished(static_cast<int>(lWord * kBits + lBit));
-            }
-        }
-    }
-}
-
-void startTimer(ACE_Reactor& aReactor);
-
-/// What the reactor calls once; each look has its own, which goes with the reactor if need be.
+/// What the reactor calls as long as there are connections. A fork during a call leaves the child
+/// the next ones, as the timer is a periodic one. Each timer has its own, which goes with the
+/// reactor if need be.
 class Look : public osxEventHandler {
 public:
     ~Look() override { end(); }
@@ -88,12 +38,14 @@ public:
     /// @}
 
     int handle_timeout(const ACE_Time_Value&, const void*) override {
-        lookAtAll();
-        end();
-        if (isAnyWatched()) {
-            startTimer(*reactor());
+        if (!mHasEnded && osx::endVanishedConnections()) {
+            return 0;
         }
-        return 0;
+        end();
+        if (osx::hasConnections()) {
+            osx::watchPeers(*reactor());
+        }
+        return -1;
     }
 
 private:
@@ -106,20 +58,6 @@ private:
 
     bool mHasEnded = false;
 };
-
-/// Starts the timer unless it runs. Without memory nobody looks until the next connection comes.
-void startTimer(ACE_Reactor& aReactor) {
-    if (gIsTimed.exchange(true)) {
-        return;
-    }
-    Look* const lLook = osx::allocate<Look>();
-    if (lLook == nullptr) {
-        gIsTimed = false;
-        return;
-    }
-    aReactor.schedule_timer(lLook, nullptr, ACE_Time_Value(osx::kLookIntervalS));
-    lLook->remove_reference();
-}
 
 }  // namespace
 
@@ -135,16 +73,18 @@ bool hasPeerVanished(int aSocket) {
            lInfo.tcpi_last_ack_recv >= kVanishedAfterS * 1000U;
 }
 
-void watchPeer(ACE_Reactor& aReactor, int aSocket) {
-    if (std::atomic<std::uint32_t>* const lWord = wordOf(aSocket)) {
-        lWord->fetch_or(bitOf(aSocket));
-        startTimer(aReactor);
+/// Without memory nobody looks until the next connection comes.
+void watchPeers(ACE_Reactor& aReactor) {
+    if (gIsTimed) {
+        return;
     }
-}
-
-void forgetPeer(int aSocket) {
-    if (std::atomic<std::uint32_t>* const lWord = wordOf(aSocket)) {
-        lWord->fetch_and(~bitOf(aSocket));
+    const std::lock_guard<std::mutex> lGuard(gMutex);
+    Look* const lLook = gIsTimed ? nullptr : allocate<Look>();
+    if (lLook != nullptr) {
+        gIsTimed = true;
+        const ACE_Time_Value lInterval(kLookIntervalS);
+        aReactor.schedule_timer(lLook, nullptr, lInterval, lInterval);
+        lLook->remove_reference();
     }
 }
 

@@ -25,12 +25,9 @@ constexpr int kUnansweredSends = 3;
 ///         `errno`.
 bool hasPeerVanished(int aSocket);
 
-/// Has a reactor look after the peer of a socket from now on, and shut the connection down when the
-/// peer has vanished, so that whoever waits for it or is registered for it learns that it ended.
-void watchPeer(ACE_Reactor& aReactor, int aSocket);
-
-/// Ends that. To be called before a socket that may be watched is closed.
-void forgetPeer(int aSocket);
+/// Has a reactor look after the peers of the ports' connections for as long as there are any. To be
+/// called for each new one.
+void watchPeers(ACE_Reactor& aReactor);
 
 }  // namespace osx
 

@@ -19,6 +19,7 @@ constexpr std::size_t kLists = 1024;
 /// Neither has a destructor to run: connections may end while the process exits.
 std::mutex gMutex;
 std::array<osxDataHandler*, kLists> gLists{};
+std::size_t gConnections = 0;
 
 const process::AtFork gAtFork(process::ForkOrder::kLeaf, process::kKeepAcrossFork<gMutex>);
 
@@ -35,6 +36,7 @@ void enterConnection(osxDataHandler& aHandler) {
     osxDataHandler*& lFirst = listOf(aHandler.socket());
     aHandler.mNext = lFirst;
     lFirst = &aHandler;
+    ++gConnections;
 }
 
 void takeConnectionOut(osxDataHandler& aHandler) {
@@ -44,6 +46,7 @@ void takeConnectionOut(osxDataHandler& aHandler) {
         lLink = &(*lLink)->mNext;
     }
     *lLink = aHandler.mNext;
+    --gConnections;
 }
 
 /// Shut down with the lock held, so that the descriptor is still the connection's.
@@ -65,6 +68,22 @@ bool endConnection(const void* aSocket) {
     }
     lHandler->askToBeServed();
     return true;
+}
+
+/// Connections come and go between two lists.
+bool endVanishedConnections() {
+    for (osxDataHandler* const& lFirst : gLists) {
+        const std::lock_guard<std::mutex> lGuard(gMutex);
+        for (osxDataHandler* lHandler = lFirst; lHandler != nullptr; lHandler = lHandler->mNext) {
+            lHandler->shutDownIfPeerVanished();
+        }
+    }
+    return hasConnections();
+}
+
+bool hasConnections() {
+    const std::lock_guard<std::mutex> lGuard(gMutex);
+    return gConnections != 0;
 }
 
 }  // namespace osx

@@ -17,6 +17,11 @@ void takeConnectionOut(osxDataHandler& aHandler);
 /// Ends a connection, if the socket is that of a port's: its handler closes it.
 /// @return whether it is.
 bool endConnection(const void* aSocket);
+
+/// Shuts down those whose peers have vanished, so that whoever waits for them or is registered for
+/// them learns that they ended. @return whether there are any connections.
+bool endVanishedConnections();
+bool hasConnections();
 /// @}
 
 }  // namespace osx

@@ -110,7 +110,8 @@ void renewLogging() {
     }
 }
 
-/// A back end that starts threads while another thread forks is not reckoned with.
+/// A back end that starts threads, or waits for the reactor's token, while another thread forks is
+/// not reckoned with.
 void takeLocks() {
     if (isAceGone()) {
         return;

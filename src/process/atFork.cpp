@@ -12,7 +12,7 @@ namespace osx::process {
 
 namespace {
 
-constexpr std::size_t kOrders = 4;
+constexpr std::size_t kOrders = 5;
 
 /// Filled by static objects of other files, before any constructor of this one would run.
 std::array<const AtFork*, kOrders> gLatest{};

@@ -16,12 +16,14 @@
 
 namespace osx::process {
 
-/// Who holds a lock of one kind may take one of the kinds below it.
+/// Who holds a lock of one kind may take one of the kinds below it. Code of the application's runs
+/// with the first two, and may ask the library for anything there that takes none above.
 enum class ForkOrder {
-    kPorts,  ///< The ports', under which they enter the loop and leave it.
-    kLoop,   ///< The loop threads' and the reactor's.
+    kToken,  ///< The reactor's token, with which ACE closes handlers; the loop threads'.
     kLog,    ///< ACE's, of its threads and its logging, under which the back ends run.
-    kLeaf    ///< Those that are held for some instructions, and under which no line is written.
+    kPorts,  ///< The ports', under which they enter the loop and leave it.
+    kLoop,   ///< The reactor's others.
+    kLeaf    ///< Those that are held for some instructions.
 };
 
 /// What is done in the process before it forks, in it afterwards, and in the child. The child must

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <climits>
 #include <ctime>
 #include <limits>
+#include <memory>
 #include <new>
 #include <utility>
 
@@ -71,10 +73,27 @@ private:
     const Function mSetAlarm;
 };
 
+/// An explicit instantiation may name what is private.
+template <class Member, Member aMember>
+struct QueueAccess {
+    friend ACE_Thread_Mutex& lockOf(ACE_Notification_Queue& aQueue) { return aQueue.*aMember; }
+};
+ACE_Thread_Mutex& lockOf(ACE_Notification_Queue& aQueue);
+template struct QueueAccess<ACE_Thread_Mutex ACE_Notification_Queue::*,
+                            &ACE_Notification_Queue::notify_queue_lock_>;
+
 class NotifyAccess : public ACE_Select_Reactor_Notify {
 public:
-    static ACE_Pipe& pipe(ACE_Select_Reactor_Notify& aNotify) {
-        return aNotify.*(&NotifyAccess::notification_pipe_);
+    static ACE_Pipe& pipe(ACE_Reactor_Notify& aNotify) {
+        return ofSelect(aNotify).*(&NotifyAccess::notification_pipe_);
+    }
+    static ACE_Thread_Mutex& lock(ACE_Reactor_Notify& aNotify) {
+        return lockOf(ofSelect(aNotify).*(&NotifyAccess::notification_queue_));
+    }
+
+private:
+    static ACE_Select_Reactor_Notify& ofSelect(ACE_Reactor_Notify& aNotify) {
+        return static_cast<ACE_Select_Reactor_Notify&>(aNotify);
     }
 };
 
@@ -117,10 +136,23 @@ private:
     const unsigned int mForks;
 };
 
+/// Stands in the place of ACE's own. Nobody who has it sleeps, and need be woken for who waits.
+class LoopReactor::Token : public ACE_Select_Reactor_Token {
+public:
+    using ACE_Select_Reactor_Token::ACE_Select_Reactor_Token;
+    void sleep_hook() override;
+};
+
+/// Whoever had the former one is not looked at.
+void LoopReactor::makeToken() {
+    static_assert(sizeof(Token) == sizeof token_);
+    new (&token_) Token(*this, ACE_Select_Reactor_Token::FIFO);
+}
+
 LoopReactor::LoopReactor(TimerQueue& aTimers) : LoopReactor(aTimers, TimerQueue::take()) {}
 
 LoopReactor::LoopReactor(TimerQueue& aTimers, TimerQueue* aNone)
-    : ACE_TP_Reactor(nullptr, aNone, true, ACE_Select_Reactor_Token::FIFO),
+    : UncancelledReactor(nullptr, aNone, true, ACE_Select_Reactor_Token::FIFO),
       mTimers(aTimers),
       mQueue(&aTimers),
       mNone(aNone),
@@ -133,10 +165,12 @@ LoopReactor::LoopReactor(TimerQueue& aTimers, TimerQueue* aNone)
       mEnded(false),
       mHasToEnrol(false),
       mClosed(true) {
+    std::destroy_at(&token_);
+    makeToken();
     if (initialized()) {
         mClosed = !setUp();
         if (mClosed) {
-            ACE_TP_Reactor::close();
+            UncancelledReactor::close();
         }
     }
 }
@@ -180,7 +214,7 @@ int LoopReactor::close() {
         mClosed = true;
         mSet.close();
     }
-    const int lResult = ACE_TP_Reactor::close();
+    const int lResult = UncancelledReactor::close();
     mAces.close();
     if (ACE_Timer_Queue* const lQueue = mQueue.exchange(nullptr)) {
         lQueue->close();
@@ -190,26 +224,38 @@ int LoopReactor::close() {
 
 // --- the fork of the process ---
 
-/// The token first: who has it takes the others.
-void LoopReactor::lockForFork() {
+void LoopReactor::lockTokenForFork() {
+    const NoCancellation lGuard;
     token_.acquire();
+}
+
+void LoopReactor::unlockTokenAfterFork() {
+    token_.release();
+}
+
+void LoopReactor::lockForFork() {
     mSet.mutex().lock();
     mReady.mutex().lock();
     mTimers.mutex().lock();
     mAlarm.lock();
+    if (notify_handler_ != nullptr) {
+        NotifyAccess::lock(*notify_handler_).acquire();
+    }
 }
 
 void LoopReactor::unlockAfterFork() {
+    if (notify_handler_ != nullptr) {
+        NotifyAccess::lock(*notify_handler_).release();
+    }
     mAlarm.unlock();
     mTimers.mutex().unlock();
     mReady.mutex().unlock();
     mSet.mutex().unlock();
-    token_.release();
 }
 
 void LoopReactor::renewInChild() {
-    if (auto* const lNotify = dynamic_cast<ACE_Select_Reactor_Notify*>(notify_handler_)) {
-        replacePipe(NotifyAccess::pipe(*lNotify));
+    if (notify_handler_ != nullptr) {
+        replacePipe(NotifyAccess::pipe(*notify_handler_));
     }
     mSet.renewInChild();
     mTimer.renew();
@@ -225,13 +271,9 @@ void LoopReactor::renewInChild() {
     mInside = 0;
     ++mForks;
     mHasToEnrol = true;
-    mAlarm.unlock();
-    mTimers.mutex().unlock();
-    mReady.mutex().unlock();
-    mSet.mutex().unlock();
+    unlockAfterFork();
     // The token knows its owner by the thread id, and has waiters that are not here.
-    const int lQueueing = token_.queueing_strategy();
-    new (&token_) ACE_Select_Reactor_Token(*this, lQueueing);
+    makeToken();
     // Those that other threads were serving.
     ACE_Handle_Set_Iterator lServed(mInCall);
     for (ACE_HANDLE lHandle = lServed(); lHandle != ACE_INVALID_HANDLE; lHandle = lServed()) {
@@ -393,7 +435,9 @@ bool LoopReactor::serveNotification() {
 /// runs the loop.
 class LoopReactor::AcesTurn {
 public:
-    explicit AcesTurn(LoopReactor& aLoop) : mLoop(aLoop), mOuter(std::exchange(mInnermost, this)) {}
+    explicit AcesTurn(LoopReactor& aLoop) : mLoop(aLoop), mOuter(std::exchange(mInnermost, this)) {
+        waitUncancelled();
+    }
     ~AcesTurn() {
         mInnermost = mOuter;
         if (!mServes) {
@@ -405,6 +449,7 @@ public:
             }
             mLoop.mAces.arm();
         }
+        letBeCancelled();
     }
     AcesTurn(const AcesTurn&) = delete;
     AcesTurn& operator=(const AcesTurn&) = delete;
@@ -424,12 +469,32 @@ public:
         mServes = true;
         mLoop.mInCall.set_bit(aHandle);
         mLoop.mAces.arm();
+        letBeCancelled();
     }
     bool serves() const { return mServes; }
 
+    /// Has the caller, if it has a turn, not be cancelled until its handler is called, or the turn
+    /// ends: it is about to wait for the token, before or after that call.
+    static void waitUncancelled() {
+        int lFormer = PTHREAD_CANCEL_DISABLE;
+        if (mInnermost != nullptr) {
+            ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &lFormer);
+        }
+        if (lFormer == PTHREAD_CANCEL_ENABLE) {
+            mInnermost->mHoldsCancellation = true;
+        }
+    }
+
 private:
+    void letBeCancelled() {
+        if (std::exchange(mHoldsCancellation, false)) {
+            ::pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+        }
+    }
+
     LoopReactor& mLoop;
     AcesTurn* const mOuter;
+    bool mHoldsCancellation = false;
     bool mHasLooked = false;  ///< Whether ACE has asked `select`.
     bool mServes = false;
 
@@ -437,6 +502,10 @@ private:
 };
 
 thread_local LoopReactor::AcesTurn* LoopReactor::AcesTurn::mInnermost = nullptr;
+
+void LoopReactor::Token::sleep_hook() {
+    AcesTurn::waitUncancelled();
+}
 
 /// One handler of the application's. ACE suspends it, and then others may be told of.
 /// @return whether there was one; ACE's own result is that of what it does after the callback.
@@ -659,7 +728,8 @@ int LoopReactor::is_suspended_i(ACE_HANDLE aHandle) {
 /// What is not to be read is suspended.
 int LoopReactor::mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) {
     if (!mSet.has(aHandle)) {
-        const int lResult = ACE_TP_Reactor::mask_ops(aHandle, aMask, aOperation);
+        const NoCancellation lGuard;
+        const int lResult = UncancelledReactor::mask_ops(aHandle, aMask, aOperation);
         token_.acquire();
         mAces.watch(aHandle);
         token_.release();
@@ -679,13 +749,13 @@ int LoopReactor::mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOpera
 
 /// ACE asks each handler for its descriptor; the pipe has none to tell.
 int LoopReactor::suspend_handlers() {
-    const int lResult = ACE_TP_Reactor::suspend_handlers();
+    const int lResult = UncancelledReactor::suspend_handlers();
     mSet.suspendAll(true);
     return lResult;
 }
 
 int LoopReactor::resume_handlers() {
-    const int lResult = ACE_TP_Reactor::resume_handlers();
+    const int lResult = UncancelledReactor::resume_handlers();
     mSet.suspendAll(false);
     return lResult;
 }
@@ -696,13 +766,13 @@ int LoopReactor::deactivated() {
 
 void LoopReactor::deactivate(int aEnd) {
     mEnded = aEnd != 0;
-    ACE_TP_Reactor::deactivate(aEnd);
+    UncancelledReactor::deactivate(aEnd);
     passOn();  // ACE's notification wakes one thread
 }
 
 /// What ACE is told to be ready need not be so by the kernel.
 int LoopReactor::ready_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) {
-    const int lResult = ACE_TP_Reactor::ready_ops(aHandle, aMask, aOperation);
+    const int lResult = UncancelledReactor::ready_ops(aHandle, aMask, aOperation);
     epoll_event lEvent{};
     lEvent.data.u64 = ServedSet::kAces;
     mReady.add(&lEvent, 1);

@@ -9,11 +9,11 @@
 #include <chrono>
 #include <mutex>
 
-#include "ace/TP_Reactor.h"
 #include "reactor/AcePoll.h"
 #include "reactor/LoopTimer.h"
 #include "reactor/ReadyQueue.h"
 #include "reactor/ServedSet.h"
+#include "reactor/UncancelledReactor.h"
 
 namespace osx {
 
@@ -26,7 +26,7 @@ class TimerQueue;
 /// the timers' (`LoopTimer`), ACE's notification pipe, a descriptor that wakes a sleeper, and, once
 /// the application has handlers of its own, one that stands for all of theirs (`AcePoll`). Those
 /// are served by ACE, with the token. Nobody sleeps with it.
-class LoopReactor : public ACE_TP_Reactor {
+class LoopReactor : public UncancelledReactor {
 public:
     explicit LoopReactor(TimerQueue& aTimers);
     ~LoopReactor() override;
@@ -42,10 +42,13 @@ public:
     int serveOne(std::chrono::milliseconds aLimit);
 
     /// @name The fork of the process
-    /// Who forks takes the locks first, so that what they guard is whole, and gives them back. The
-    /// child gets descriptors of its own, without which it would set its parent's alarm, wake its
-    /// threads, take its events, and take its connections out.
+    /// Who forks takes the locks first, so that what they guard is whole, and gives them back: the
+    /// token before the others, as handlers of the application are closed with it. The child gets
+    /// descriptors of its own, without which it would set its parent's alarm, wake its threads,
+    /// take its events, and take its connections out; and a token of its own.
     /// @{
+    void lockTokenForFork();
+    void unlockTokenAfterFork();
     void lockForFork();
     void unlockAfterFork();
     void renewInChild();
@@ -62,9 +65,9 @@ public:
     int cancel_timer(long aTimerID, const void** aAct, int aDontCallHandleClose) override;
     int timer_queue(ACE_Timer_Queue* aQueue) override;
     ACE_Timer_Queue* timer_queue() const override;
-    using ACE_TP_Reactor::mask_ops;
+    using UncancelledReactor::mask_ops;
     int mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override;
-    using ACE_TP_Reactor::ready_ops;
+    using UncancelledReactor::ready_ops;
     int ready_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override;
     int suspend_handlers() override;
     int resume_handlers() override;
@@ -92,12 +95,14 @@ protected:
 private:
     class Inside;
     class AcesTurn;
+    class Token;
 
     LoopReactor(TimerQueue& aTimers, TimerQueue* aNone);
 
     /// What a wait came to.
     enum Waited { kServed, kNothing, kFailed };
 
+    void makeToken();
     bool setUp();
     bool fillPoll() const;
     void checkNumbers();

@@ -1,20 +1,25 @@
 // Peers that vanish without a word, as when a cable is cut or a device loses its power.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 #include <thread>
+#include <vector>
 
+#include "ace/Reactor.h"
 #include "ace/SOCK_Stream.h"
 #include "base/osxExport.h"
 #include "osx/observation.h"
@@ -22,6 +27,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/inChild.h"
 #include "support/waitUntil.h"
 
 using test::TcpPeer;
@@ -38,6 +44,10 @@ struct alignas(8) Answers {
 };
 std::atomic<Answers> gAnswers{Answers{}};
 std::atomic<int> gLooks{0};
+/// Whether a look lasts until it is told, or for a second.
+std::atomic<bool> gLooksLong{false};
+test::Counter gLongLooks;
+test::Counter gLetGo;
 
 }  // namespace
 
@@ -51,6 +61,10 @@ extern "C" OSX_EXPORT int getsockopt(int aSocket, int aLevel, int aName, void* a
         static_cast<tcp_info*>(aValue)->tcpi_retransmits = lAnswers.resent;
         static_cast<tcp_info*>(aValue)->tcpi_last_ack_recv = lAnswers.silentMs;
         ++gLooks;
+        if (gLooksLong) {
+            gLongLooks.add();
+            gLetGo.waitFor(1, std::chrono::seconds(1));
+        }
     }
     return lResult;
 }
@@ -146,6 +160,18 @@ public:
         TcpPeer lPeer = TcpPeer::connect(mNumber);
         EXPECT_TRUE(mWatched.opened.waitFor(1));
         return lPeer;
+    }
+    /// The same where no other thread runs the loop.
+    TcpPeer connectServing() {
+        TcpPeer lPeer = TcpPeer::connect(mNumber);
+        serveUntil(mWatched.opened);
+        return lPeer;
+    }
+    static void serveUntil(const test::Counter& aCounter) {
+        while (aCounter.value() == 0) {
+            ACE_Time_Value lLimit(0, 10000);
+            ACE_Reactor::instance()->handle_events(lLimit);
+        }
     }
     int descriptor() const { return descriptorOf(mWatched.socket); }
     const test::Counter& closed() const { return mWatched.closed; }
@@ -254,6 +280,49 @@ TEST(LostPeer, EndsAPortsConnectionThoughBytesAreOnTheirWay) {
     const TcpPeer lPeer = lPort.connect();
     gAnswers = Answers{true, 7, 50000};
     EXPECT_TRUE(lPort.closed().waitFor(1, std::chrono::seconds(100)));
+    gAnswers = Answers{};
+}
+
+/// With as many descriptors as processes are often allowed to have.
+TEST(LostPeer, EndsAPortsConnectionWhateverItsDescriptor) {
+    constexpr int kMany = 65536;
+    const rlimit lLimit{kMany + 100, kMany + 100};
+    if (::setrlimit(RLIMIT_NOFILE, &lLimit) != 0) {
+        GTEST_SKIP() << "needs the right to have many descriptors";
+    }
+    const test::LogCapture lLog;
+    const test::RunningReactor lReactor;
+    WatchedPort lPort;
+    std::vector<test::Descriptor> lOthers;
+    while (lOthers.size() < kMany) {
+        lOthers.emplace_back(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
+    }
+    const TcpPeer lPeer = lPort.connect();
+    EXPECT_GE(lPort.descriptor(), kMany);
+    gAnswers = Answers{true, 7, 50000};
+    EXPECT_TRUE(lPort.closed().waitFor(1, std::chrono::seconds(100)));
+    gAnswers = Answers{};
+}
+
+/// The look that was under way at the fork is of a thread that the child does not have.
+TEST(LostPeer, OfAConnectionOfAChildThatWasForkedDuringALookIsLookedFor) {
+    const test::LogCapture lLog;
+    const test::RunningReactor lReactor;
+    WatchedPort lPort;
+    const TcpPeer lPeer = lPort.connect();
+    gLooksLong = true;
+    gAnswers = Answers{true, 0, 0};
+    ASSERT_TRUE(gLongLooks.waitFor(1, std::chrono::seconds(100)));
+    EXPECT_TRUE(test::inChild([] {
+        gLooksLong = false;
+        WatchedPort lOwn;
+        const TcpPeer lOwnPeer = lOwn.connectServing();
+        gAnswers = Answers{true, 7, 50000};
+        WatchedPort::serveUntil(lOwn.closed());
+        return true;
+    }));
+    gLooksLong = false;
+    gLetGo.add();
     gAnswers = Answers{};
 }
 

@@ -369,8 +369,8 @@ void logInit(bool aNetworkLogging) {
     LogInit(lNumber, lArguments, aNetworkLogging);
 }
 
-/// @return the status of a child that runs a function and ends; -1 if a signal ended it, as when it
-///         hangs.
+/// @return the status of a child that runs a function and ends; if a signal ended it, as when it
+///         hangs, the signal's number, negative.
 template <class Function>
 int inChild(Function aFunction) {
     const pid_t lChild = ::fork();
@@ -380,7 +380,7 @@ int inChild(Function aFunction) {
     }
     int lStatus = 0;
     ::waitpid(lChild, &lStatus, 0);
-    return WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : -1;
+    return WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : -WTERMSIG(lStatus);
 }
 
 /// Each connection is reset, lest the many of them use up the machine's ports.
@@ -419,8 +419,11 @@ int forkBusily(int aRounds, Function aInChild) {
     startThreadsOfAllKinds();
     waitForEndOfInput();
     for (int lRound = 0; lRound < test::rounds(aRounds); ++lRound) {
-        if (inChild(aInChild) != 3) {
-            print("a child failed\n");
+        const int lStatus = inChild(aInChild);
+        if (lStatus != 3) {
+            print(("child " + std::to_string(lRound) + " ended with " + std::to_string(lStatus) +
+                   '\n')
+                      .c_str());
             return 1;
         }
     }

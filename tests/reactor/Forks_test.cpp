@@ -1,19 +1,25 @@
 // Children of a process whose threads are in the loop, in a port or in a timer at the fork.
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ace/Reactor.h"
 #include "osx/observation.h"
 #include "osx/osx.h"
+#include "osx/osxListenHandler.h"
 #include "reactor/EchoPort.h"
+#include "reactor/PipeHandler.h"
 #include "reactor/PollModel.h"
+#include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/inChild.h"
@@ -246,3 +252,153 @@ TEST(ForkedChild, DoesNotServeTheConnectionWhoseCallbackForkedUntilThatReturns) 
     EXPECT_EQ(0, lPort.mStatus);
 }
 #endif
+
+// --- forks while another thread is inside a callback that has a lock of ACE's ---
+
+namespace {
+
+/// Forks that have begun. Told before the library takes its locks, as its handlers were there
+/// first.
+Counter& forks() {
+    static Counter gForks;
+    return gForks;
+}
+[[maybe_unused]] const int gToldOfForks = ::pthread_atfork([] { forks().add(); }, nullptr, nullptr);
+
+/// Waits in a callback until another thread forks, and probably waits for what the callback has.
+void waitForFork(const Counter& aInside, int aFormer) {
+    EXPECT_TRUE(aInside.waitFor(1));
+    EXPECT_TRUE(forks().waitFor(aFormer + 1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+}
+
+/// Forks while another thread is inside something. That one lives on until the fork is over: a
+/// sanitizer would tell the child that nobody has joined it.
+void forkBeside(const Counter& aInside, const std::function<void()>& aWork) {
+    Counter lForked;
+    std::thread lThread([&] {
+        aWork();
+        lForked.waitFor(1);
+    });
+    EXPECT_TRUE(aInside.waitFor(1));
+    EXPECT_TRUE(test::inChild([] { return true; }));
+    lForked.add();
+    lThread.join();
+}
+
+/// A handler of the application's that does something, with ACE's token, when it is closed.
+class ActingAtItsEnd : public test::PipeHandler {
+public:
+    explicit ActingAtItsEnd(std::function<void()> aAction) : mAction(std::move(aAction)) {
+        EXPECT_EQ(0, test::installedReactor().register_handler(this, READ_MASK));
+    }
+    int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override {
+        mAction();
+        return 0;
+    }
+
+private:
+    std::function<void()> mAction;
+};
+
+/// Forks while another thread does something in a callback that has ACE's token.
+void forkWhileTokenIsHeld(const std::function<void()>& aAction) {
+    const int lFormer = forks().value();
+    Counter lInside;
+    ActingAtItsEnd lHandler([&] {
+        lInside.add();
+        waitForFork(lInside, lFormer);
+        aAction();
+    });
+    forkBeside(lInside, [&] {
+        test::installedReactor().remove_handler(&lHandler, ACE_Event_Handler::READ_MASK);
+    });
+}
+
+/// A back end that does something once, with ACE's log lock.
+class ActingBackend : public test::LineBackend {
+public:
+    explicit ActingBackend(std::function<void()> aAction) : mAction(std::move(aAction)) {}
+    ssize_t log(ACE_Log_Record&) override {
+        if (const auto lAction = std::exchange(mAction, nullptr)) {
+            lAction();
+        }
+        return 0;
+    }
+
+private:
+    std::function<void()> mAction;
+    const test::InstalledBackend mInstalled{*this};
+};
+
+void forkWhileLogIsHeld(const std::function<void()>& aAction) {
+    const int lFormer = forks().value();
+    Counter lInside;
+    const ActingBackend lBackend([&] {
+        lInside.add();
+        waitForFork(lInside, lFormer);
+        aAction();
+    });
+    forkBeside(lInside, [] { ACE_DEBUG((LM_DEBUG, "a line\n")); });
+}
+
+}  // namespace
+
+TEST(Fork, LetsAHandlerThatIsBeingClosedRegisterAPort) {
+    const test::LogCapture lLog;
+    forkWhileTokenIsHeld([] { const EchoPort lPort; });
+}
+
+TEST(Fork, LetsAHandlerThatIsBeingClosedUnregisterAPort) {
+    const test::LogCapture lLog;
+    void* lPort = nullptr;
+    osxRegisterPort(lPort, test::freePort(), nullptr, nullptr, nullptr, nullptr, nullptr);
+    forkWhileTokenIsHeld([&] { EXPECT_EQ(0UL, osxUnregisterPort(lPort)); });
+}
+
+TEST(Fork, LetsThePortThatIsGivenUpMeanwhileBeClosed) {
+    const test::LogCapture lLog;
+    void* lPort = nullptr;
+    const unsigned short lNumber = test::freePort();
+    osxRegisterPort(lPort, lNumber, nullptr, nullptr, nullptr, nullptr, nullptr);
+    const ACE_HANDLE lHandle = static_cast<osxListenHandler*>(lPort)->get_handle();
+    forkWhileTokenIsHeld([lHandle] {
+        EXPECT_EQ(0,
+                  test::installedReactor().remove_handler(lHandle, ACE_Event_Handler::ACCEPT_MASK));
+    });
+    EXPECT_FALSE(TcpPeer::connect(lNumber).connected());
+    osxUnregisterPort(lPort);
+}
+
+TEST(Fork, LetsALogBackendMakeTimers) {
+    test::installedReactor();
+    forkWhileLogIsHeld([] {
+        void* lTimer = osxCreateTimer(&test::count, nullptr, 100000, 0);
+        osxDestroyTimer(lTimer);
+    });
+}
+
+TEST(Fork, LetsALogBackendUnregisterAPort) {
+    void* lPort = nullptr;
+    osxRegisterPort(lPort, test::freePort(), nullptr, nullptr, nullptr, nullptr, nullptr);
+    forkWhileLogIsHeld([&] { EXPECT_EQ(0UL, osxUnregisterPort(lPort)); });
+}
+
+/// The longer ACE's list of notifications, the longer it is locked to be looked through.
+TEST(ForkedChild, NotifiesThoughAThreadWasLookingThroughTheNotifications) {
+    constexpr int kRounds = 20;
+    constexpr int kNotifications = 20000;
+    ACE_Reactor& lReactor = test::installedReactor();
+    test::PipeHandler lNotified;
+    test::PipeHandler lOther;
+    for (int lOne = 0; lOne < kNotifications; ++lOne) {
+        lReactor.notify(&lNotified);
+    }
+    {
+        const Busy lPurging(1, [&] { lReactor.purge_pending_notifications(&lOther); });
+        for (int lRound = 0; lRound < kRounds; ++lRound) {
+            ASSERT_TRUE(test::inChild([&] { return lReactor.notify(&lOther) == 0; })) << lRound;
+        }
+    }
+    lReactor.purge_pending_notifications(&lNotified);
+}

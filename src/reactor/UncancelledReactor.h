@@ -1,0 +1,111 @@
+/// @file
+/// ACE's reactor for threads that may be cancelled. Internal.
+#ifndef OSX_REACTOR_UNCANCELLEDREACTOR_H
+#define OSX_REACTOR_UNCANCELLEDREACTOR_H
+
+#include "ace/TP_Reactor.h"
+#include "base/NoCancellation.h"
+
+namespace osx {
+
+/// ACE's thread-pool reactor, whose callers are not cancelled while they wait for its token: ACE
+/// would keep the place of one in the token's queue, on a stack that is gone, and nobody who comes
+/// later would get the token.
+class UncancelledReactor : public ACE_TP_Reactor {
+public:
+    using ACE_TP_Reactor::ACE_TP_Reactor;
+
+    /// @name ACE's interface, as far as it takes the token
+    /// @{
+    using ACE_TP_Reactor::register_handler;
+    int register_handler(ACE_Event_Handler* aHandler, ACE_Reactor_Mask aMask) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::register_handler(aHandler, aMask);
+    }
+    int register_handler(ACE_HANDLE aHandle, ACE_Event_Handler* aHandler,
+                         ACE_Reactor_Mask aMask) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::register_handler(aHandle, aHandler, aMask);
+    }
+    int register_handler(const ACE_Handle_Set& aHandles, ACE_Event_Handler* aHandler,
+                         ACE_Reactor_Mask aMask) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::register_handler(aHandles, aHandler, aMask);
+    }
+
+    using ACE_TP_Reactor::remove_handler;
+    int remove_handler(ACE_Event_Handler* aHandler, ACE_Reactor_Mask aMask) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::remove_handler(aHandler, aMask);
+    }
+    int remove_handler(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::remove_handler(aHandle, aMask);
+    }
+    int remove_handler(const ACE_Handle_Set& aHandles, ACE_Reactor_Mask aMask) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::remove_handler(aHandles, aMask);
+    }
+
+    using ACE_TP_Reactor::suspend_handler;
+    int suspend_handler(ACE_HANDLE aHandle) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::suspend_handler(aHandle);
+    }
+    int suspend_handler(const ACE_Handle_Set& aHandles) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::suspend_handler(aHandles);
+    }
+    int suspend_handlers() override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::suspend_handlers();
+    }
+
+    using ACE_TP_Reactor::resume_handler;
+    int resume_handler(ACE_HANDLE aHandle) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::resume_handler(aHandle);
+    }
+    int resume_handler(const ACE_Handle_Set& aHandles) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::resume_handler(aHandles);
+    }
+    int resume_handlers() override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::resume_handlers();
+    }
+
+    using ACE_TP_Reactor::mask_ops;
+    int mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::mask_ops(aHandle, aMask, aOperation);
+    }
+    using ACE_TP_Reactor::ready_ops;
+    int ready_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::ready_ops(aHandle, aMask, aOperation);
+    }
+
+    ACE_Event_Handler* find_handler(ACE_HANDLE aHandle) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::find_handler(aHandle);
+    }
+    using ACE_TP_Reactor::handler;
+    int handler(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, ACE_Event_Handler** aHandler) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::handler(aHandle, aMask, aHandler);
+    }
+    void deactivate(int aEnd) override {
+        const NoCancellation lGuard;
+        ACE_TP_Reactor::deactivate(aEnd);
+    }
+    int close() override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::close();
+    }
+    /// @}
+};
+
+}  // namespace osx
+
+#endif
