@@ -6,14 +6,16 @@
 #include <array>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 
 #include "ace/OS_NS_stdio.h"
 
 namespace {
 
-/// Even "%*Lf", which fetches most, takes no more than eight bytes for each of its characters.
-constexpr std::size_t kZeros = osx::kPrintedSize;
+/// All that a text of any length fetches. Even "%*Lf", which fetches most, takes no more than eight
+/// bytes for each of its characters.
+struct Zeros {
+    std::array<long long, osx::kPrintedSize> mZeros;
+};
 
 /// One conversion, from its "%" to its last character, read as the system's formatting reads it: a
 /// wrong or unfinished one, too, ends where that goes on.
@@ -99,12 +101,12 @@ bool stores(const char* aFormat) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-/// The first floating numbers are looked for in registers of their own; all else that is fetched
-/// lies, once the other registers are used up, on the stack.
-template <std::size_t... Index>
-void printWithZeros(const char* aFormat, std::index_sequence<Index...>) {
-    ACE_OS::printf(aFormat, (static_cast<void>(Index), 0LL)..., 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0,
-                   0.0);
+/// The first numbers, whole and floating, are looked for in registers of their own; all else that
+/// is fetched lies on the stack. So do the zeros: passed by value they are as good as so many
+/// arguments, which would be a call of 4 KB.
+void printWithZeros(const char* aFormat) {
+    ACE_OS::printf(aFormat, 0LL, 0LL, 0LL, 0LL, 0LL, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0,
+                   Zeros{});
 }
 #pragma GCC diagnostic pop
 
@@ -121,7 +123,7 @@ void printAgain(char* aText) {
     if (stores(aText)) {
         std::fputs(aText, stdout);
     } else {
-        printWithZeros(aText, std::make_index_sequence<kZeros>());
+        printWithZeros(aText);
     }
 }
 
