@@ -1,18 +1,19 @@
 #include "process/otherThreads.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/single_threaded.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
-#include <string>
+#include <string_view>
 #include <thread>
 
 namespace osx::process {
@@ -54,13 +55,26 @@ nanoseconds processorTime(pid_t aThread) {
     return std::chrono::seconds(lTime.tv_sec) + nanoseconds(lTime.tv_nsec);
 }
 
+/// @return the beginning of the file with a thread's figures; empty when there is none any more.
+std::string_view readFigures(pid_t aThread, std::array<char, 128>& aBuffer) {
+    std::array<char, 40> lName{};
+    std::snprintf(lName.data(), lName.size(), "/proc/self/task/%d/stat", aThread);
+    const int lFile = ::open(lName.data(), O_RDONLY | O_CLOEXEC);
+    if (lFile == -1) {
+        return {};
+    }
+    const ssize_t lLength = ::read(lFile, aBuffer.data(), aBuffer.size());
+    ::close(lFile);
+    return {aBuffer.data(), lLength < 0 ? 0 : static_cast<std::size_t>(lLength)};
+}
+
 /// A thread that has ended sleeps well.
 bool sleeps(pid_t aThread) {
-    std::ifstream lFile("/proc/self/task/" + std::to_string(aThread) + "/stat");
-    const std::string lText{std::istreambuf_iterator<char>(lFile), {}};
-    // The state follows the thread's name, which may hold anything.
+    std::array<char, 128> lBuffer;
+    const std::string_view lText = readFigures(aThread, lBuffer);
+    // The state follows the thread's name, of 64 bytes at most, which may hold anything.
     const std::size_t lName = lText.rfind(") ");
-    return lName == std::string::npos || lText[lName + 2] != 'R';
+    return lName == std::string_view::npos || lText.substr(lName + 2, 1) != "R";
 }
 
 /// What has been seen of the other threads.
