@@ -1,12 +1,12 @@
 #include "reactor/ServedSet.h"
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <utility>
 
 #include "base/NoCancellation.h"
-#include "base/allocate.h"
 #include "reactor/Served.h"
 #include "reactor/replaceDescriptor.h"
 
@@ -45,7 +45,9 @@ ServedSet::ServedSet() : mPoll(::epoll_create1(EPOLL_CLOEXEC)) {
 ServedSet::~ServedSet() {
     close();
     for (std::atomic<Chunk*>& lChunk : mChunks) {
-        delete lChunk.load();
+        if (lChunk.load() != nullptr) {
+            ::munmap(lChunk.load(), sizeof(Chunk));
+        }
     }
     if (mPoll != -1) {
         ::close(mPoll);
@@ -87,7 +89,10 @@ ServedSet::Slot* ServedSet::makeSlot(ACE_HANDLE aHandle) {
     }
     std::atomic<Chunk*>& lChunk = mChunks[lIndex / kChunk];
     if (lChunk.load(std::memory_order_relaxed) == nullptr) {
-        lChunk.store(allocate<Chunk>(), std::memory_order_release);
+        void* const lPages = ::mmap(nullptr, sizeof(Chunk), PROT_READ | PROT_WRITE,
+                                    MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        lChunk.store(lPages == MAP_FAILED ? nullptr : static_cast<Chunk*>(lPages),
+                     std::memory_order_release);
     }
     return slot(aHandle);
 }

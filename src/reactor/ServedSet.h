@@ -112,10 +112,11 @@ public:
 private:
     using Word = std::uint64_t;
     struct Slot {
-        std::atomic<Word> word{0};
-        std::atomic<Served*> handler{nullptr};
+        std::atomic<Word> word;
+        std::atomic<Served*> handler;
     };
-    static constexpr std::size_t kChunk = 1024;
+    static constexpr std::size_t kChunk = 4096;
+    /// In pages of the system's, which are zero, and take no memory before they are used.
     struct Chunk {
         std::array<Slot, kChunk> slots;
     };
