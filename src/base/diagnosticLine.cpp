@@ -106,18 +106,27 @@ __attribute__((no_sanitize("null"), noinline)) void log(ACE_Log_Msg& aLog, const
     }
 }
 
+/// Who calls it is cold, so that whoever leads there is compiled for size; this itself is not.
+[[gnu::hot, gnu::noinline]] void logFormat(ACE_Log_Priority aPriority, std::size_t aTextLength,
+                                           const char* aFormat, va_list aArguments,
+                                           const char* aModule, int aLine, int aStatus,
+                                           int aErrno) {
+    if (ACE_Log_Msg* const lLog = logOfThisThread()) {
+        const BoundedFormat lFormat(aFormat, aTextLength);
+        lLog->conditional_set(aModule, aLine, aStatus, aErrno);
+        log(*lLog, lFormat.text(), aPriority, aArguments);
+    }
+}
+
 }  // namespace
 
 void DiagnosticLine::write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int aStatus,
                            std::size_t aTextLength, const char* aFormat, ...) {
-    if (ACE_Log_Msg* const lLog = logOfThisThread()) {
-        const BoundedFormat lFormat(aFormat, aTextLength);
-        lLog->conditional_set(aLine.mModule, aLine.mLine, aStatus, aLine.mErrno);
-        va_list lArguments;
-        va_start(lArguments, aFormat);
-        log(*lLog, lFormat.text(), aPriority, lArguments);
-        va_end(lArguments);
-    }
+    va_list lArguments;
+    va_start(lArguments, aFormat);
+    logFormat(aPriority, aTextLength, aFormat, lArguments, aLine.mModule, aLine.mLine, aStatus,
+              aLine.mErrno);
+    va_end(lArguments);
     errno = aLine.mErrno;
 }
 
