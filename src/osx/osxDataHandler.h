@@ -57,6 +57,8 @@ void takeConnectionOut(osxDataHandler& aHandler);
 /// @param aSocket any socket.
 /// @return whether it is a port's.
 bool endConnection(const void* aSocket);
+/// Ends the connections whose peers have vanished.
+/// @return whether there are any connections.
 bool endVanishedConnections();
 }  // namespace osx
 

@@ -82,11 +82,18 @@ public:
         }
         gPortsMutex.unlock();
     }
+    static void unlockInChild() {
+        for (osxListenHandler* lPort = gPorts; lPort != nullptr; lPort = lPort->mNextPort) {
+            lPort->mMutex.unlock();
+            lPort->finishClosing();
+        }
+        gPortsMutex.unlock();
+    }
 };
 
 const osx::process::AtFork osxListenHandler::gAtFork(osx::process::ForkOrder::kPorts,
                                                      {AcrossForks::lock, AcrossForks::unlock,
-                                                      AcrossForks::unlock});
+                                                      AcrossForks::unlockInChild});
 
 osxListenHandler::osxListenHandler(unsigned long aPortnumber,
                                    osxNewConnectionFnc_t aNewConnectionFnc,
@@ -139,6 +146,15 @@ void osxListenHandler::close() {
     if (beginToClose()) {
         leaveReactor();
         reactor()->cancel_timer(this, osx::kDontCallHandleClose);
+        const std::lock_guard<std::mutex> lGuard(mMutex);  // no fork comes in the midst of it
+        closeAcceptor();
+    }
+}
+
+/// In a child: the thread that was closing the port is not there, and clients would wait in it.
+void osxListenHandler::finishClosing() {
+    if (mClosed && mAcceptor.get_handle() != ACE_INVALID_HANDLE && isOfSet()) {
+        leaveSet();
         closeAcceptor();
     }
 }
@@ -204,7 +220,9 @@ int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
 
 int osxListenHandler::handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask) {
     DiagnosticLine(kModule).trace(9, "%t osxListenHandler::handle_close: handle = %d\n", aHandle);
-    if (beginToClose()) {
+    // In one step: who unregisters the port at the same time finds it closed.
+    const std::lock_guard<std::mutex> lGuard(mMutex);
+    if (!std::exchange(mClosed, true)) {
         closeAcceptor();
     }
     return 0;

@@ -82,6 +82,7 @@ private:
     void leavePorts();
     int registerWithReactor();
     bool beginToClose();
+    void finishClosing();
     ACE_HANDLE acceptConnection(ACE_INET_Addr& aPeer);
     ACE_HANDLE acceptOrRefuse(ACE_INET_Addr& aPeer, bool& aHasToPause);
     bool refuseWithSpare();

@@ -10,6 +10,7 @@
 
 #include "ace/Reactor.h"
 #include "base/allocate.h"
+#include "osx/eventLoop.h"
 #include "osx/osxEventHandler.h"
 #include "osx/portConnections.h"
 #include "process/atFork.h"
@@ -78,14 +79,23 @@ void watchPeers(ACE_Reactor& aReactor) {
     if (gIsTimed) {
         return;
     }
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    Look* const lLook = gIsTimed ? nullptr : allocate<Look>();
-    if (lLook != nullptr) {
-        gIsTimed = true;
-        const ACE_Time_Value lInterval(kLookIntervalS);
-        aReactor.schedule_timer(lLook, nullptr, lInterval, lInterval);
-        lLook->remove_reference();
+    // A timer queue of the application's has a lock of its own, which a thread may have that waits
+    // for the log's; a fork takes ours behind that.
+    std::unique_lock<std::mutex> lLock(gMutex, std::defer_lock);
+    if (ownTimerQueue(&aReactor) != nullptr) {
+        lLock.lock();
     }
+    if (gIsTimed.exchange(true)) {
+        return;
+    }
+    Look* const lLook = allocate<Look>();
+    if (lLook == nullptr) {
+        gIsTimed = false;
+        return;
+    }
+    const ACE_Time_Value lInterval(kLookIntervalS);
+    aReactor.schedule_timer(lLook, nullptr, lInterval, lInterval);
+    lLook->remove_reference();
 }
 
 }  // namespace osx

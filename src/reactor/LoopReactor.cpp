@@ -237,7 +237,6 @@ void LoopReactor::lockForFork() {
     mSet.mutex().lock();
     mReady.mutex().lock();
     mTimers.mutex().lock();
-    mAlarm.lock();
     if (notify_handler_ != nullptr) {
         NotifyAccess::lock(*notify_handler_).acquire();
     }
@@ -247,7 +246,6 @@ void LoopReactor::unlockAfterFork() {
     if (notify_handler_ != nullptr) {
         NotifyAccess::lock(*notify_handler_).release();
     }
-    mAlarm.unlock();
     mTimers.mutex().unlock();
     mReady.mutex().unlock();
     mSet.mutex().unlock();
@@ -267,6 +265,7 @@ void LoopReactor::renewInChild() {
     if (mQueue != &mTimers) {
         mTimer.set(0);  // its own lock may be held by a thread that is not here
     }
+    new (&mAlarm) std::mutex;  // the same
     mSleepers = 0;
     mInside = 0;
     ++mForks;

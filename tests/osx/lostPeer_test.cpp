@@ -12,6 +12,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -286,7 +287,10 @@ TEST(LostPeer, EndsAPortsConnectionThoughBytesAreOnTheirWay) {
 /// With as many descriptors as processes are often allowed to have.
 TEST(LostPeer, EndsAPortsConnectionWhateverItsDescriptor) {
     constexpr int kMany = 65536;
-    const rlimit lLimit{kMany + 100, kMany + 100};
+    rlimit lLimit{};
+    ::getrlimit(RLIMIT_NOFILE, &lLimit);
+    lLimit.rlim_cur = kMany + 100;
+    lLimit.rlim_max = std::max(lLimit.rlim_max, lLimit.rlim_cur);
     if (::setrlimit(RLIMIT_NOFILE, &lLimit) != 0) {
         GTEST_SKIP() << "needs the right to have many descriptors";
     }

@@ -1,6 +1,8 @@
 // Children of a process whose threads are in the loop, in a port or in a timer at the fork.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <pthread.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -23,6 +26,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/inChild.h"
+#include "support/waitUntil.h"
 
 using test::Counter;
 using test::EchoPort;
@@ -109,6 +113,72 @@ TEST(ForkedChild, ClosesAConnectionThoughAThreadWasClosingOne) {
     }
     lPort.letGo();
     EXPECT_TRUE(lPort.mClosed.waitFor(1));
+}
+
+namespace {
+
+/// @return whether the process has a socket that listens on a port.
+bool hasListener(unsigned short aPort) {
+    constexpr int kDescriptors = 100;
+    for (int lDescriptor = 0; lDescriptor < kDescriptors; ++lDescriptor) {
+        int lListens = 0;
+        socklen_t lLength = sizeof lListens;
+        sockaddr_in lAddress{};
+        socklen_t lSize = sizeof lAddress;
+        if (::getsockopt(lDescriptor, SOL_SOCKET, SO_ACCEPTCONN, &lListens, &lLength) == 0 &&
+            lListens != 0 &&
+            ::getsockname(lDescriptor, reinterpret_cast<sockaddr*>(&lAddress), &lSize) == 0 &&
+            ntohs(lAddress.sin_port) == aPort) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::atomic<int> gGreeted{0};
+
+void greet(void*, void*&) {
+    ++gGreeted;
+}
+
+/// @return whether a client of a port is greeted by the loop, on the calling thread.
+bool isServed(unsigned short aPort) {
+    const TcpPeer lPeer = TcpPeer::connect(aPort);
+    return test::waitUntil(
+        [] {
+            ACE_Time_Value lNone;
+            ACE_Reactor::instance()->handle_events(lNone);
+            return gGreeted != 0;
+        },
+        std::chrono::seconds(10));
+}
+
+}  // namespace
+
+/// Half of one would keep its clients waiting for ever.
+TEST(ForkedChild, HasAPortThatAnotherThreadWasClosingWholeOrNotAtAll) {
+    constexpr int kRounds = 300;
+    const test::LogCapture lLog;
+    test::RunningReactor::reactor().initReactor();
+    std::atomic<unsigned short> lOpen{0};
+    std::mutex lPicking;  // a child would keep the socket that the number was picked with
+    const Busy lOther(1, [&] {
+        const unsigned short lNumber = [&lPicking] {
+            const std::lock_guard<std::mutex> lGuard(lPicking);
+            return test::freePort();
+        }();
+        void* lPort = nullptr;
+        osxRegisterPort(lPort, lNumber, &greet, nullptr, nullptr, nullptr, nullptr);
+        lOpen = lNumber;
+        osxUnregisterPort(lPort);
+        lOpen = 0;
+    });
+    for (int lRound = 0; lRound < kRounds; ++lRound) {
+        const std::lock_guard<std::mutex> lGuard(lPicking);
+        ASSERT_TRUE(test::inChild([&lOpen] {
+            return lOpen == 0 || !hasListener(lOpen) || isServed(lOpen);
+        })) << lRound;
+    }
 }
 #endif
 
