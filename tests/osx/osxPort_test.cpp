@@ -21,6 +21,8 @@
 #include <thread>
 #include <vector>
 
+#include "ace/Guard_T.h"
+#include "ace/Lock.h"
 #include "ace/Reactor.h"
 #include "ace/SOCK_Stream.h"
 #include "ace/TP_Reactor.h"
@@ -905,6 +907,9 @@ std::size_t secondsBegunSince(std::chrono::steady_clock::time_point aStart) {
 
 /// Checkers that are built into the code need a descriptor the first time that it runs.
 void exerciseTimerAndPort(const PlainPort& aPort) {
+    {
+        const ACE_Guard<ACE_Lock> lLock(ACE_Reactor::instance()->lock());
+    }
     test::Counter lFired;
     void* lOnce = osxCreateTimer(&test::count, &lFired, 1, 0);
     void* lPeriodic = osxCreateTimer(&test::count, &lFired, 1, 1);
