@@ -32,17 +32,32 @@ def tests():
 
 
 @functools.lru_cache
-def defined_in():
-    """The objects of the library that define each function, by its demangled name."""
+def symbols():
+    """Of each function, by its demangled name, the objects of the library that define it, and
+    whether it is inline there."""
     objects = sorted(LIBRARY.rglob("*.o"))
     listing = subprocess.run(
         ["nm", "-A", "-C", "--defined-only", *objects], stdout=subprocess.PIPE, check=True,
         text=True)
-    found = {}
+    found, inline = {}, set()
     for line in listing.stdout.splitlines():
         place, _, symbol = line.partition(".o:")
-        found.setdefault(symbol.split(maxsplit=2)[2], set()).add(pathlib.Path(place + ".o"))
-    return found
+        _, kind, name = symbol.split(maxsplit=2)
+        found.setdefault(name, set()).add(pathlib.Path(place + ".o"))
+        if kind == "W":
+            inline.add(name)
+    return found, inline
+
+
+def defined_in():
+    """The objects of the library that define each function."""
+    return symbols()[0]
+
+
+def own_objects(counts):
+    """The objects of a test program that has run; what is inline is executed there."""
+    gcda = (pathlib.Path(str(file)[len(counts):]) for file in pathlib.Path(counts).rglob("*.gcda"))
+    return {file.with_suffix(".o") for file in gcda if LIBRARY not in file.parents}
 
 
 def run_counted(test, counts):
@@ -83,6 +98,8 @@ def executed(wanted):
             with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as counts:
                 for command in tests()[test]:
                     run_counted(command, counts)
+                if symbols()[1].intersection(wanted[test]):
+                    objects |= own_objects(counts)
                 return counted_functions(counts, objects).intersection(wanted[test])
         except (KeyError, subprocess.SubprocessError):
             return set()
