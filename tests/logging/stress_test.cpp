@@ -55,7 +55,7 @@ constexpr bool kSanitized = false;
 #endif
 
 long stressSeconds() {
-    return test::stressTime(seconds(5)).count();
+    return static_cast<long>(test::stressTime(seconds(5)).count());
 }
 
 void line(const std::string& aText) {
