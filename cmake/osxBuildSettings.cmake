@@ -23,7 +23,7 @@ pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
 
 add_library(osx_warnings INTERFACE)
 target_compile_options(osx_warnings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
   $<$<BOOL:${OSX_WARNINGS_AS_ERRORS}>:-Werror>)
 
 if(OSX_SANITIZE)

@@ -5,21 +5,21 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <memory>
 #include <new>
 #include <utility>
 
 namespace osx {
 
-/// @return a new object, owned by the caller; null with `errno` ENOMEM if memory is short, be it
+/// @return a new object; null with `errno` ENOMEM if memory is short, be it
 ///         for the object or for what its constructor allocates. Throws nothing, but is unwound
 ///         when the constructor meets a cancellation of the thread.
 template <class T, class... Arguments>
-T* allocate(Arguments&&... aArguments) {
-    T* lObject = nullptr;
+std::unique_ptr<T> allocate(Arguments&&... aArguments) {
+    std::unique_ptr<T> lObject;
     try {
-        lObject = new (std::nothrow) T(std::forward<Arguments>(aArguments)...);
+        lObject.reset(new (std::nothrow) T(std::forward<Arguments>(aArguments)...));
     } catch (const std::bad_alloc&) {
-        lObject = nullptr;
     }
     if (lObject == nullptr) {
         errno = ENOMEM;
@@ -27,9 +27,9 @@ T* allocate(Arguments&&... aArguments) {
     return lObject;
 }
 
-/// @return a new array of bytes, to be freed with `delete[]`; null with `errno` ENOMEM.
-inline char* allocateBytes(std::size_t aSize) noexcept {
-    char* lBytes = new (std::nothrow) char[aSize];
+/// @return a new array of bytes; null with `errno` ENOMEM.
+inline std::unique_ptr<char[]> allocateBytes(std::size_t aSize) noexcept {
+    std::unique_ptr<char[]> lBytes(new (std::nothrow) char[aSize]);
     if (lBytes == nullptr) {
         errno = ENOMEM;
     }

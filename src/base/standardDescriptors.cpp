@@ -5,10 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-
+#include "base/Descriptor.h"
+#include "base/ErrnoKeeper.h"
 #include "base/NoCancellation.h"
-#include "base/closeKeepingErrno.h"
 
 namespace osx {
 
@@ -28,36 +27,30 @@ bool isAnyStandardFree() {
 
 StandardDescriptorsTaken::StandardDescriptorsTaken() noexcept {
     const NoCancellation lGuard;
-    const int lErrno = errno;
+    const ErrnoKeeper lErrno;
     for (Placeholder& lPlaceholder : mPlaceholders) {
         if (isAnyStandardFree()) {
             lPlaceholder.take();
         }
     }
-    errno = lErrno;
 }
 
 StandardDescriptorsTaken::~StandardDescriptorsTaken() {
-    const int lErrno = errno;
+    const ErrnoKeeper lErrno;
     for (Placeholder& lPlaceholder : mPlaceholders) {
         lPlaceholder.release();
     }
-    errno = lErrno;
 }
 
 /// An unconnected socket refuses, without a signal, whoever reads from it or writes to it. Another
 /// thread may have taken the number meanwhile.
 void StandardDescriptorsTaken::Placeholder::take() noexcept {
-    const int lNumber = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Descriptor lSocket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     struct stat lStatus{};
-    if (lNumber == -1) {
+    if (!lSocket || lSocket.get() >= kFirstOther || ::fstat(lSocket.get(), &lStatus) == -1) {
         return;
     }
-    if (lNumber >= kFirstOther || ::fstat(lNumber, &lStatus) == -1) {
-        ::close(lNumber);
-        return;
-    }
-    mNumber = lNumber;
+    mNumber = lSocket.release();
     mDevice = lStatus.st_dev;
     mInode = lStatus.st_ino;
 }
@@ -75,9 +68,8 @@ int aboveStandard(int aDescriptor) noexcept {
     if (aDescriptor == -1 || aDescriptor >= kFirstOther) {
         return aDescriptor;
     }
-    const int lMoved = ::fcntl(aDescriptor, F_DUPFD_CLOEXEC, kFirstOther);
-    closeKeepingErrno(aDescriptor);
-    return lMoved;
+    const Descriptor lFormer(aDescriptor);
+    return ::fcntl(lFormer.get(), F_DUPFD_CLOEXEC, kFirstOther);
 }
 
 }  // namespace osx

@@ -7,6 +7,7 @@
 
 #include <array>
 
+#include "base/Descriptor.h"
 #include "base/NoCancellation.h"
 
 namespace osx {
@@ -14,13 +15,14 @@ namespace osx {
 /// Moves a new descriptor that is one of 0 to 2 to another number, close-on-exec. No cancellation
 /// point.
 /// @return the descriptor; -1 with `errno` if it was -1 or could not be moved, being closed then.
-int aboveStandard(int aDescriptor) noexcept;
+[[nodiscard]] int aboveStandard(int aDescriptor) noexcept;
 
-/// Makes a descriptor that is none of 0 to 2. @param aMake makes it, or returns -1 with `errno`;
-/// it may be a cancellation point.
+/// Makes a descriptor that is none of 0 to 2.
+/// @param aMake makes it, or returns -1 with `errno`; it may be a cancellation point.
+/// @return the descriptor; none, with `errno`, if it could not be made.
 template <class Make>
-int makeDescriptor(Make aMake) {
-    return aboveStandard(aMake());
+Descriptor makeDescriptor(Make aMake) {
+    return Descriptor(aboveStandard(aMake()));
 }
 
 /// For what opens and keeps a descriptor that cannot be moved. While one lives, 0 to 2 are taken.

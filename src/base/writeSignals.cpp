@@ -3,9 +3,9 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <ctime>
 
+#include "base/ErrnoKeeper.h"
 #include "base/NoCancellation.h"
 
 namespace osx {
@@ -39,19 +39,17 @@ WriteSignalGuard::WriteSignalGuard() noexcept : mFormerMask(), mOwn() {
 
 WriteSignalGuard::~WriteSignalGuard() {
     const NoCancellation lGuard;
-    const int lErrno = errno;
+    const ErrnoKeeper lErrno;
     const timespec lAtOnce{};
     while (sigtimedwait(&mOwn, nullptr, &lAtOnce) > 0) {
     }
     pthread_sigmask(SIG_SETMASK, &mFormerMask, nullptr);
-    errno = lErrno;
 }
 
 bool mayRaiseWriteSignal(int aDescriptor) noexcept {
-    const int lErrno = errno;
+    const ErrnoKeeper lErrno;
     struct stat lStatus{};
     const bool lIsOpen = ::fstat(aDescriptor, &lStatus) == 0;
-    errno = lErrno;
     return lIsOpen && mayRaiseWriteSignalTo(lStatus.st_mode);
 }
 

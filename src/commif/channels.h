@@ -5,12 +5,10 @@
 
 #include <cstdint>
 
+#include "base/moduleNames.h"
 #include "commif/commif.h"
 
 namespace osx {
-
-/// Module name on the lines of the serial, file, directory, message and network channels.
-constexpr char kChannelModule[] = "CommIfACE.cpp";
 
 /// @return the entry of a descriptor, whether taken or not; null for a number outside the table.
 inline commIfDesc_t* descriptorEntry(int aDesc) noexcept {

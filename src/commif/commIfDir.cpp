@@ -32,8 +32,10 @@ private:
 };
 
 Directory::Directory(const char* aName) {
-    const int lDescriptor = osx::makeDescriptor(
-        [aName] { return ::open(aName, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC); });
+    const int lDescriptor =
+        osx::makeDescriptor([aName] {
+            return ::open(aName, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
+        }).release();
     if (lDescriptor != -1) {
         mStream = ::fdopendir(lDescriptor);
     }
@@ -67,9 +69,10 @@ int nextName(Directory& aDirectory, char* aName) {
 }  // namespace
 
 int commIfDirOpen(char* aDirectory, char* aFirstName, void** aHandle) {
-    auto* lDirent = aHandle == nullptr
-                        ? nullptr
-                        : osx::allocate<Directory>(aDirectory == nullptr ? "/" : aDirectory);
+    auto* lDirent =
+        aHandle == nullptr
+            ? nullptr
+            : osx::allocate<Directory>(aDirectory == nullptr ? "/" : aDirectory).release();
     if (lDirent == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t commIfDirOpen: lDirent == 0 aDirectory [%s] \n", aDirectory);

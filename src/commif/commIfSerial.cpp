@@ -135,9 +135,10 @@ bool openDevice(ACE_TTY_IO& aDevice, const char* aName) {
 
 osxComPort* createPort(ACE_TTY_IO* aDevice, const commIfSerialParams_t& aParams) {
     if (aParams.rtsHalfDuplex != 0) {
-        return osx::allocate<osxComPortRTS_Ctrl>(aDevice, static_cast<int>(aParams.baudRate));
+        return osx::allocate<osxComPortRTS_Ctrl>(aDevice, static_cast<int>(aParams.baudRate))
+            .release();
     }
-    return osx::allocate<osxComPort>(aDevice);
+    return osx::allocate<osxComPort>(aDevice).release();
 }
 
 bool CommParamsSet(int aDesc, const commIfDesc_t& aEntry) {
@@ -280,7 +281,7 @@ int commIfSerialOpen(int aDesc, commIfSerialParams_t* aParams) {
     char lName[kDeviceNameSize];
     getComPortDevName(aParams->portNr, lName);
 
-    ACE_TTY_IO* const lComport = osx::allocate<ACE_TTY_IO>();
+    ACE_TTY_IO* const lComport = osx::allocate<ACE_TTY_IO>().release();
     if (lComport == nullptr) {
         return COMMIF_OK;
     }

@@ -59,7 +59,7 @@ LogFileBackend* gLogFileBackend = nullptr;
 void installIn(ACE_Log_Msg& aLog) noexcept {
     ACE_Log_Msg_Backend* const lInstalled = ACE_Log_Msg::msg_backend();
     if (lInstalled == nullptr || lInstalled != gLogFileBackend) {
-        auto* const lBackend = allocate<LogFileBackend>(lInstalled, gLogFileBackend);
+        auto* const lBackend = allocate<LogFileBackend>(lInstalled, gLogFileBackend).release();
         if (lBackend == nullptr) {
             return;
         }
@@ -73,7 +73,7 @@ void installIn(ACE_Log_Msg& aLog) noexcept {
 
 std::ostream* openLogFile(const char* aName) noexcept {
     const NoCancellation lGuard;
-    auto* const lStream = allocate<LogStream>();
+    auto* const lStream = allocate<LogStream>().release();
     if (lStream != nullptr) {
         lStream->open(aName);
         lStream->keep(gLogFile.load(std::memory_order_acquire));

@@ -25,8 +25,10 @@ namespace {
 int openToAppend(const char* aName, int aFlags) noexcept {
     constexpr mode_t kMode = 0666;
     return makeDescriptor([aName, aFlags] {
-        return ::open(aName, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | aFlags, kMode);
-    });
+               return ::open(aName, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | aFlags,
+                             kMode);
+           })
+        .release();
 }
 
 /// The monotonic clock, as exact as is cheap.

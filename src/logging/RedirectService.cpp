@@ -127,8 +127,8 @@ private:
 };
 
 RedirectService::RedirectService()
-    : mWorker(osx::allocate<Worker>()),
-      mWatchers(osx::allocate<osx::Watchers>()),
+    : mWorker(osx::allocate<Worker>().release()),
+      mWatchers(osx::allocate<osx::Watchers>().release()),
       mPortNumber(kDefaultPort),
       mOpenedPort(0),
       mOpenedByParent(false),
@@ -164,7 +164,7 @@ void RedirectService::leaveToParent() {
     mRunning = false;
     mOpenedByParent = true;
     const Worker* const lFormer = mWorker.release();
-    mWorker.reset(osx::allocate<Worker>());
+    mWorker.reset(osx::allocate<Worker>().release());
     if (mWorker != nullptr) {
         mWorker->mFormer = lFormer;
     }
@@ -234,12 +234,13 @@ bool RedirectService::startServing() {
     // A stop that comes before the worker's loop would leave it running.
     lStarted.wait();
     if (mWorker->mLines == nullptr) {
-        mWorker->mLines.reset(osx::allocate<osx::LineRing>(kMaxQueuedLines, kMaxQueuedBytes));
+        mWorker->mLines.reset(
+            osx::allocate<osx::LineRing>(kMaxQueuedLines, kMaxQueuedBytes).release());
     }
     if (mWorker->mLines == nullptr || !mWatchers->begin(*mWorker->mLines)) {
         return false;
     }
-    mRunning = insertOrDelete(mWorker->mActiveObject, osx::allocate<Serving>(*mWatchers));
+    mRunning = insertOrDelete(mWorker->mActiveObject, osx::allocate<Serving>(*mWatchers).release());
     if (!mRunning) {
         mWatchers->abandon();
     }
@@ -247,7 +248,7 @@ bool RedirectService::startServing() {
 }
 
 bool RedirectService::insertMilestone(Event& aEvent) {
-    return insertOrDelete(mWorker->mActiveObject, osx::allocate<Milestone>(aEvent));
+    return insertOrDelete(mWorker->mActiveObject, osx::allocate<Milestone>(aEvent).release());
 }
 
 int RedirectService::deinit() {
@@ -303,8 +304,8 @@ void RedirectService::endWithProcess() {
         return;
     }
     mWatchers->end(kAtExit);
-    const bool lParks =
-        lLock.owns_lock() && insertOrDelete(mWorker->mActiveObject, osx::allocate<LastRequest>());
+    const bool lParks = lLock.owns_lock() && insertOrDelete(mWorker->mActiveObject,
+                                                            osx::allocate<LastRequest>().release());
     mWatchers->waitForEnd(kAtExit.mLimit + kParkLimit);
     if (lParks) {
         LastRequest::come().waitFor(kParkLimit);

@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "osx/connectionOptions.h"
+#include "sockets/connectionOptions.h"
 
 namespace osx {
 

@@ -11,6 +11,7 @@
 
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
+#include "base/moduleNames.h"
 #include "base/standardDescriptors.h"
 #include "process/atFork.h"
 
@@ -97,7 +98,7 @@ Watchers::~Watchers() {
 // --- clients ---
 
 void Watchers::add(const void* aSocket, int aDescriptor) {
-    auto* const lWatcher = allocate<Watcher>(aSocket, aDescriptor);
+    auto* const lWatcher = allocate<Watcher>(aSocket, aDescriptor).release();
     if (lWatcher == nullptr) {
         ::shutdown(aDescriptor, SHUT_RDWR);
         return;
@@ -215,8 +216,8 @@ bool Watchers::makeDescriptors() {
     if (mWake != -1) {
         return true;
     }
-    mPoll = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); });
-    mWake = makeDescriptor([] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); });
+    mPoll = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); }).release();
+    mWake = makeDescriptor([] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }).release();
     if (mPoll == -1 || mWake == -1) {
         closeDescriptors();
         return false;
@@ -309,7 +310,7 @@ void Watchers::give(Watcher& aWatcher, Round& aRound, std::unique_lock<std::mute
 /// The line that a failed send of sockets has.
 void Watchers::reportFailed(std::size_t aBytes) {
     mWritesLine = true;
-    DiagnosticLine("osxACE.cpp")
+    DiagnosticLine(kOsxModule)
         .failure(LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n", -1,
                  static_cast<int>(aBytes));
     mWritesLine = false;

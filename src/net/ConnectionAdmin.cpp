@@ -21,10 +21,10 @@
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
-#include "osx/connectionOptions.h"
 #include "osx/osx.h"
-#include "osx/socketTransfer.h"
 #include "process/atFork.h"
+#include "sockets/connectionOptions.h"
+#include "sockets/socketTransfer.h"
 
 using osx::DiagnosticLine;
 using Clock = std::chrono::steady_clock;
@@ -507,7 +507,7 @@ void ConnectionAdmin::NewConnection_i(void* aSocket) {
     if (*lLink != nullptr) {
         return;
     }
-    *lLink = osx::allocate<Client>(aSocket);
+    *lLink = osx::allocate<Client>(aSocket).release();
     if (*lLink != nullptr) {
         mCount.fetch_add(1, std::memory_order_relaxed);
     }

@@ -7,8 +7,8 @@
 #include "ace/Message_Block.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
-#include "osx/RunningHere.h"
-#include "osx/startThread.h"
+#include "threads/RunningHere.h"
+#include "threads/startThread.h"
 
 namespace {
 
@@ -41,10 +41,12 @@ private:
 /// Not the activation queue's own `enqueue`, which goes on without the data block when only that
 /// could not be allocated, and crashes.
 ACE_Message_Block* messageBlockFor(ACE_Method_Request* aRequest) {
-    auto* const lBlock = osx::allocate<ACE_Message_Block>(
-        sizeof *aRequest,
-        static_cast<ACE_Message_Block::ACE_Message_Type>(ACE_Message_Block::MB_DATA), nullptr,
-        reinterpret_cast<const char*>(aRequest), nullptr, nullptr, aRequest->priority());
+    auto* const lBlock =
+        osx::allocate<ACE_Message_Block>(
+            sizeof *aRequest,
+            static_cast<ACE_Message_Block::ACE_Message_Type>(ACE_Message_Block::MB_DATA), nullptr,
+            reinterpret_cast<const char*>(aRequest), nullptr, nullptr, aRequest->priority())
+            .release();
     if (lBlock != nullptr && lBlock->data_block() == nullptr) {
         delete lBlock;
         errno = ENOMEM;
@@ -156,7 +158,7 @@ bool ActiveObject::queueStop() {
     if (mQueuedStop.load(std::memory_order_relaxed) != nullptr) {
         return true;
     }
-    auto* const lRequest = osx::allocate<StopRequest>(this);
+    auto* const lRequest = osx::allocate<StopRequest>(this).release();
     mQueuedStop.store(lRequest, std::memory_order_relaxed);  // before the thread can take it out
     const bool lQueued = lRequest != nullptr && insert(lRequest) != -1;
     if (!lQueued) {

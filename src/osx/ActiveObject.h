@@ -12,7 +12,7 @@
 #include "ace/Synch_Traits.h"
 #include "ace/Task_T.h"
 #include "base/osxExport.h"
-#include "osx/ThreadJoiner.h"
+#include "threads/ThreadJoiner.h"
 
 class StopRequest;
 

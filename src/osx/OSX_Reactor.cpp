@@ -10,15 +10,15 @@
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/standardDescriptors.h"
-#include "osx/ThreadJoiner.h"
-#include "osx/eventLoop.h"
 #include "osx/osx.h"
-#include "osx/startThread.h"
 #include "process/atEnd.h"
 #include "process/atFork.h"
 #include "process/parking.h"
 #include "reactor/LoopReactor.h"
 #include "reactor/TimerQueue.h"
+#include "reactor/processReactor.h"
+#include "threads/ThreadJoiner.h"
+#include "threads/startThread.h"
 
 namespace {
 
@@ -200,10 +200,10 @@ void OSX_Reactor::create() {
     const osx::StandardDescriptorsTaken lTaken;  // for what wakes the reactor
     mTimerQueue = osx::TimerQueue::take();
     if (mTimerQueue != nullptr && hasMemoryForReactor()) {
-        mImplementation = osx::allocate<osx::LoopReactor>(*mTimerQueue);
+        mImplementation = osx::allocate<osx::LoopReactor>(*mTimerQueue).release();
     }
     if (mImplementation != nullptr && mImplementation->usable()) {
-        mReactor = osx::allocate<ACE_Reactor>(mImplementation, false);
+        mReactor = osx::allocate<ACE_Reactor>(mImplementation, false).release();
     }
     if (mReactor == nullptr) {
         const int lErrno = errno;
@@ -250,13 +250,23 @@ void OSX_Reactor::initReactor() {
     }
 }
 
+ACE_Reactor* OSX_Reactor::ofProcess() {
+    if (osx::installedReactor() == nullptr) {
+        if (OSX_Reactor* lReactor =
+                ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance()) {
+            lReactor->initReactor();
+        }
+    }
+    return osx::installedReactor();
+}
+
 int OSX_Reactor::startReactor() {
     initReactor();
     return startExtraReactorThread();
 }
 
 int OSX_Reactor::startExtraReactorThread() {
-    OSX_ReactorThread* const lThread = osx::allocate<OSX_ReactorThread>();
+    OSX_ReactorThread* const lThread = osx::allocate<OSX_ReactorThread>().release();
     if (lThread != nullptr && lThread->init() == 0) {
         keepThread(lThread);
         return 0;

@@ -128,6 +128,10 @@ public:
     /// from a handler, ends after that handler and is freed by the next call.
     void stopAndDeleteReactorThreads();
 
+    /// Internal. @return the process-wide reactor, after installing the library's own if there was
+    /// none; null when memory is short.
+    OSX_HIDDEN static ACE_Reactor* ofProcess();
+
 private:
     class AcrossForks;
     static const osx::process::AtFork gThreadsAtFork;

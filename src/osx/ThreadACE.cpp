@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "osx/RunningHere.h"
+#include "threads/RunningHere.h"
 
 ThreadACE::ThreadACE(void (*aFunction)(void*), void* aArgument)
     : ACE_Task<ACE_MT_SYNCH>(nullptr, nullptr),

@@ -11,7 +11,7 @@
 #include "ace/Synch_Traits.h"
 #include "ace/Task_T.h"
 #include "base/osxExport.h"
-#include "osx/ThreadJoiner.h"
+#include "threads/ThreadJoiner.h"
 
 /// What a task handle of `osxBeginTask` points at. `activate(THR_NEW_LWP)` starts the thread, and
 /// once that has ended another one. What the function wrote, whoever has returned from `join()`

@@ -3,16 +3,13 @@
 #include "ace/Recursive_Thread_Mutex.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
+#include "base/moduleNames.h"
 #include "osx/osx.h"
 
 using osx::DiagnosticLine;
 
-namespace {
-constexpr char kModule[] = "osxACE.cpp";
-}
-
 unsigned int osxInitializeCriticalSection(osxCriticalSection_t* aSection) {
-    auto* const lMutex = osx::allocate<ACE_Recursive_Thread_Mutex>();
+    auto* const lMutex = osx::allocate<ACE_Recursive_Thread_Mutex>().release();
     if (lMutex == nullptr) {
         return OSX_ERR_CREATE_FAILED;
     }
@@ -24,7 +21,8 @@ unsigned int osxInitializeCriticalSection(osxCriticalSection_t* aSection) {
 
 void osxEnterCriticalSection(osxCriticalSection_t* aSection) {
     if (aSection->mMutex == nullptr) {
-        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxEnterCriticalSection: lMutex == 0  \n");
+        DiagnosticLine(osx::kOsxModule)
+            .failure(LM_DEBUG, "%t osxEnterCriticalSection: lMutex == 0  \n");
     } else {
         ::pthread_mutex_lock(&aSection->mMutex->lock());
     }
@@ -32,13 +30,15 @@ void osxEnterCriticalSection(osxCriticalSection_t* aSection) {
 
 void osxLeaveCriticalSection(osxCriticalSection_t* aSection) {
     if (aSection->mMutex == nullptr) {
-        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxLeaveCriticalSection: lMutex == 0  \n");
+        DiagnosticLine(osx::kOsxModule)
+            .failure(LM_DEBUG, "%t osxLeaveCriticalSection: lMutex == 0  \n");
     } else {
         ::pthread_mutex_unlock(&aSection->mMutex->lock());
     }
 }
 
 void osxDeleteCriticalSection(osxCriticalSection_t* aSection) {
-    delete DiagnosticLine(kModule).object<ACE_Recursive_Thread_Mutex>(
-        aSection->mMutex, LM_DEBUG, "%t osxDeleteCriticalSection: lMutex == 0  \n");
+    delete DiagnosticLine(osx::kOsxModule)
+        .object<ACE_Recursive_Thread_Mutex>(aSection->mMutex, LM_DEBUG,
+                                            "%t osxDeleteCriticalSection: lMutex == 0  \n");
 }

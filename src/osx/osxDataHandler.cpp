@@ -9,9 +9,8 @@
 #include "base/NoCancellation.h"
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
-#include "osx/eventLoop.h"
-#include "osx/peerWatch.h"
-#include "osx/portConnections.h"
+#include "osx/OSX_Reactor.h"
+#include "reactor/processReactor.h"
 
 using osx::DiagnosticLine;
 
@@ -25,16 +24,13 @@ osxHandlerCount osxDataHandler::mNrDestroyed;
 
 osxDataHandler::osxDataHandler(const ACE_SOCK_Stream& aStream, const ACE_INET_Addr& aPeer,
                                const osxPortCallbacks_t& aCallbacks)
-    : mPeer(aPeer),
+    : osx::PortConnection(&mStream, aStream.get_handle()),
+      mPeer(aPeer),
       mCallbacks(aCallbacks),
-      mDescriptor(aStream.get_handle()),
-      mEnding(false),
-      mClosed(false),
-      mIsWatched(false),
-      mNext(nullptr) {
-    mStream.set_handle(mDescriptor);
+      mClosed(false) {
+    mStream.set_handle(descriptor());
     add_reference();  // the handler's own, given up in handle_close
-    osx::enterConnection(*this);
+    enter();
     announce();
     const int lResult = registerWithReactor();
     if (lResult != 0) {
@@ -46,7 +42,7 @@ osxDataHandler::osxDataHandler(const ACE_SOCK_Stream& aStream, const ACE_INET_Ad
     DiagnosticLine(kModule).trace(
         3, "%t osxDataHandler::osxDataHandler: CTOR  mNrCreated[%d]  mNrDestroyed[%d] handle[%d]\n",
         mNrCreated.load(std::memory_order_relaxed), mNrDestroyed.load(std::memory_order_relaxed),
-        mDescriptor);
+        descriptor());
     if (lResult != 0) {
         osx::failAssertion("result == 0", kModule);
     }
@@ -61,7 +57,7 @@ osxDataHandler::~osxDataHandler() {
 }
 
 ACE_HANDLE osxDataHandler::get_handle() const {
-    return mDescriptor;
+    return descriptor();
 }
 
 int osxDataHandler::handle_input(ACE_HANDLE aHandle) {
@@ -88,7 +84,7 @@ osx::Served::Outcome osxDataHandler::serve(bool aToTheEnd) {
         lResult = isOver() ? -1 : receive(lCame);
     }
     if (lResult < 0 || isOver()) {
-        handle_close(mDescriptor, ACE_Event_Handler::READ_MASK);
+        handle_close(descriptor(), ACE_Event_Handler::READ_MASK);
         return kIdle;
     }
     const bool lMore = lCame == static_cast<ssize_t>(kChunkSize) || (aToTheEnd && lCame > 0);
@@ -99,24 +95,9 @@ bool osxDataHandler::wantsFreshLook() const {
     return mCallbacks.aDataAvailFnc != nullptr;
 }
 
-/// Called while the socket is certain not to be closed.
-void osxDataHandler::shutDown() {
-    mEnding = true;
-    if (!hasLostDescriptor()) {
-        ::shutdown(mDescriptor, SHUT_RDWR);
-    }
-}
-
-/// The same holds here.
-void osxDataHandler::shutDownIfPeerVanished() {
-    if (mIsWatched && !hasLostDescriptor() && osx::hasPeerVanished(mDescriptor)) {
-        ::shutdown(mDescriptor, SHUT_RDWR);
-    }
-}
-
 /// A callback may also have closed the stream itself.
 bool osxDataHandler::isOver() const {
-    return mEnding || mStream.get_handle() == ACE_INVALID_HANDLE;
+    return isEnded() || mStream.get_handle() == ACE_INVALID_HANDLE;
 }
 
 /// A descriptor that somebody closed behind the handler's back, and that is another connection's by
@@ -130,11 +111,12 @@ int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
     if (hasLostDescriptor()) {
         mStream.set_handle(ACE_INVALID_HANDLE);
     }
-    DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_close: handle = %d\n", mDescriptor);
+    DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_close: handle = %d\n",
+                                  descriptor());
     if (mCallbacks.aClosedConnectionFnc != nullptr) {
         mCallbacks.aClosedConnectionFnc(&mStream, mCallbacks.aUserData);
     }
-    osx::takeConnectionOut(*this);
+    takeOut();
     mStream.close();
     remove_reference();
     return 0;
@@ -142,7 +124,7 @@ int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
 
 void osxDataHandler::leaveReactor() {
     if (!leaveSet() && reactor() != nullptr && !isOfSet()) {
-        reactor()->remove_handler(mDescriptor, osx::kRemoveSilently);
+        reactor()->remove_handler(descriptor(), osx::kRemoveSilently);
     }
 }
 
@@ -163,17 +145,16 @@ void osxDataHandler::announce() {
 /// A callback that closed the socket has turned the client away: there is nothing to register.
 int osxDataHandler::registerWithReactor() {
     if (isOver()) {
-        handle_close(mDescriptor, ACE_Event_Handler::READ_MASK);
+        handle_close(descriptor(), ACE_Event_Handler::READ_MASK);
         return 0;
     }
-    reactor(osx::processReactor());
+    reactor(OSX_Reactor::ofProcess());
     if (reactor() == nullptr) {
         return -1;
     }
     removeStaleHandler();
-    mIsWatched = true;
-    osx::watchPeers(*reactor());
-    return reactor()->register_handler(mDescriptor, this, ACE_Event_Handler::READ_MASK);
+    watchPeer(*reactor());
+    return reactor()->register_handler(descriptor(), this, ACE_Event_Handler::READ_MASK);
 }
 
 /// The kernel has just given us the descriptor. A handler that another reactor still has for it
@@ -183,8 +164,8 @@ void osxDataHandler::removeStaleHandler() {
     if (osx::ownReactor() == reactor()) {
         return;
     }
-    if (ACE_Event_Handler* const lStale = reactor()->find_handler(mDescriptor)) {
-        reactor()->remove_handler(mDescriptor, ACE_Event_Handler::ALL_EVENTS_MASK);
+    if (ACE_Event_Handler* const lStale = reactor()->find_handler(descriptor())) {
+        reactor()->remove_handler(descriptor(), ACE_Event_Handler::ALL_EVENTS_MASK);
         lStale->remove_reference();
     }
 }
@@ -196,10 +177,10 @@ int osxDataHandler::receive(ssize_t& aCame) {
     }
     std::array<unsigned char, kChunkSize> lChunk;
     do {
-        aCame = ::recv(mDescriptor, lChunk.data(), lChunk.size(), MSG_DONTWAIT);
+        aCame = ::recv(descriptor(), lChunk.data(), lChunk.size(), MSG_DONTWAIT);
     } while (aCame == -1 && errno == EINTR);
     DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_input: handle = %d result=%d\n",
-                                  mDescriptor, aCame);
+                                  descriptor(), aCame);
     return received(lChunk.data(), aCame);
 }
 

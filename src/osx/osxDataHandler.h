@@ -13,7 +13,7 @@
 #include "ace/INET_Addr.h"
 #include "ace/SOCK_Stream.h"
 #include "osx/osx.h"
-#include "osx/osxEventHandler.h"
+#include "ports/PortConnection.h"
 
 /// The callbacks of a port and their datum; see `osxRegisterPort`.
 struct osxPortCallbacks_t {
@@ -44,27 +44,9 @@ public:
     using std::atomic<std::int32_t>::operator=;
 };
 
-class osxDataHandler;
-
-namespace osx {
-/// Adds a connection to those of all ports.
-/// @param aHandler its handler.
-void enterConnection(osxDataHandler& aHandler);
-/// Takes a connection out again, before its socket is closed.
-/// @param aHandler its handler.
-void takeConnectionOut(osxDataHandler& aHandler);
-/// Ends a connection, if it is a port's: its handler closes it.
-/// @param aSocket any socket.
-/// @return whether it is a port's.
-bool endConnection(const void* aSocket);
-/// Ends the connections whose peers have vanished.
-/// @return whether there are any connections.
-bool endVanishedConnections();
-}  // namespace osx
-
 /// The connection: reads, calls back, cleans up. Only the handler closes its socket: who calls
 /// `osxCloseSocket` on it shuts it down and has the handler do so.
-class OSX_EXPORT osxDataHandler : public osxEventHandler {
+class OSX_EXPORT osxDataHandler : public osx::PortConnection {
 public:
     static osxHandlerCount mNrCreated;    ///< Handlers made so far, for diagnostics.
     static osxHandlerCount mNrDestroyed;  ///< Handlers destroyed so far, for diagnostics.
@@ -111,14 +93,6 @@ public:
     bool wantsFreshLook() const override;
 
 private:
-    friend void osx::enterConnection(osxDataHandler& aHandler);
-    friend void osx::takeConnectionOut(osxDataHandler& aHandler);
-    friend bool osx::endConnection(const void* aSocket);
-    friend bool osx::endVanishedConnections();
-
-    const void* socket() const { return &mStream; }
-    void shutDown();
-    void shutDownIfPeerVanished();
     bool isOver() const;
     void announce();
     int registerWithReactor();
@@ -130,11 +104,7 @@ private:
     ACE_SOCK_Stream mStream;
     ACE_INET_Addr mPeer;
     osxPortCallbacks_t mCallbacks;
-    const ACE_HANDLE mDescriptor;
-    std::atomic<bool> mEnding;  ///< The application has closed it; the handler is about to.
-    std::atomic<bool> mClosed;
-    std::atomic<bool> mIsWatched;  ///< Whether its peer is looked after.
-    osxDataHandler* mNext;         ///< Of all ports' connections.
+    std::atomic<bool> mClosed;  ///< Set by the thread that closes it, of several at most one.
 };
 
 #endif

@@ -17,9 +17,10 @@
 #include "base/closeKeepingErrno.h"
 #include "base/diagnosticLine.h"
 #include "base/standardDescriptors.h"
-#include "osx/connectionOptions.h"
-#include "osx/eventLoop.h"
+#include "osx/OSX_Reactor.h"
 #include "process/atFork.h"
+#include "reactor/processReactor.h"
+#include "sockets/connectionOptions.h"
 
 using osx::DiagnosticLine;
 
@@ -53,8 +54,9 @@ ACE_HANDLE acceptOn(int aSocket, ACE_INET_Addr& aPeer) {
     ACE_HANDLE lConnection = ACE_INVALID_HANDLE;
     do {
         lConnection = osx::makeDescriptor([&] {
-            return ::accept4(aSocket, reinterpret_cast<sockaddr*>(&lPeer), &lLength, SOCK_CLOEXEC);
-        });
+                          return ::accept4(aSocket, reinterpret_cast<sockaddr*>(&lPeer), &lLength,
+                                           SOCK_CLOEXEC);
+                      }).release();
     } while (lConnection == ACE_INVALID_HANDLE && errno == EINTR);
     if (lConnection != ACE_INVALID_HANDLE) {
         aPeer.set(&lPeer, static_cast<int>(lLength));
@@ -229,8 +231,9 @@ int osxListenHandler::handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask) {
 }
 
 void osxListenHandler::openAcceptor() {
-    const int lSocket = osx::makeDescriptor(
-        [] { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
+    const int lSocket = osx::makeDescriptor([] {
+                            return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+                        }).release();
     if (lSocket == -1) {
         return;
     }
@@ -245,7 +248,7 @@ void osxListenHandler::openAcceptor() {
 }
 
 int osxListenHandler::registerWithReactor() {
-    reactor(osx::processReactor());
+    reactor(OSX_Reactor::ofProcess());
     if (reactor() == nullptr || mAcceptor.get_handle() == ACE_INVALID_HANDLE) {
         return -1;
     }
@@ -303,7 +306,8 @@ bool osxListenHandler::refuseWithSpare() {
 }
 
 void osxListenHandler::openSpare() {
-    mSpare = osx::makeDescriptor([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); });
+    mSpare =
+        osx::makeDescriptor([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }).release();
 }
 
 /// The port stays silent for a while. Keeps `errno`.
@@ -347,7 +351,7 @@ int osxListenHandler::begin(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) 
     DiagnosticLine(kModule).notice("Remote connection from: %s:%d\n", lHost.data(),
                                    aPeer.get_port_number());
     auto* const lDataHandler =
-        osx::allocate<osxDataHandler>(ACE_SOCK_Stream(aConnection), aPeer, mCallbacks);
+        osx::allocate<osxDataHandler>(ACE_SOCK_Stream(aConnection), aPeer, mCallbacks).release();
     if (lDataHandler == nullptr) {
         osx::closeKeepingErrno(aConnection);
         DiagnosticLine(kModule).failure(LM_ERROR,

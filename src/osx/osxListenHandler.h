@@ -15,7 +15,7 @@ class AtFork;
 }
 
 /// Accepts connections, each of which gets an `osxDataHandler`.
-class OSX_EXPORT osxListenHandler : public osxEventHandler {
+class OSX_EXPORT osxListenHandler : public osx::CountedHandler {
 public:
     /// Opens the port and registers it with the process-wide reactor. A port that cannot be opened
     /// or registered ends the process (with a line). See `osxRegisterPort` for the arguments.

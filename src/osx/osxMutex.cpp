@@ -7,13 +7,12 @@
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
+#include "base/moduleNames.h"
 #include "osx/osx.h"
 
 using osx::DiagnosticLine;
 
 namespace {
-
-constexpr char kModule[] = "osxACE.cpp";
 
 /// Taken for a time of day the limit is long past, which makes the call a try-lock. Apart, lest the
 /// common case pay for its variables.
@@ -37,7 +36,7 @@ unsigned int acquire(ACE_Thread_Mutex& aMutex) {
 }  // namespace
 
 unsigned int osxCreateMutex(void** aHandle, const char* aName) {
-    auto* const lMutex = osx::allocate<ACE_Thread_Mutex>(aName);
+    auto* const lMutex = osx::allocate<ACE_Thread_Mutex>(aName).release();
     if (lMutex == nullptr) {
         return OSX_ERR_CREATE_FAILED;
     }
@@ -47,7 +46,7 @@ unsigned int osxCreateMutex(void** aHandle, const char* aName) {
 
 unsigned int osxAcquireMutex(void* aHandle, osxWaitFlag_t aFlag, unsigned long aTimeOutMs) {
     if (aHandle == nullptr) {
-        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxAcquireMutex: lMutex == 0 \n");
+        DiagnosticLine(osx::kOsxModule).failure(LM_DEBUG, "%t osxAcquireMutex: lMutex == 0 \n");
         return OSX_ERR_MUTEX_INVALID;
     }
     auto& lMutex = *static_cast<ACE_Thread_Mutex*>(aHandle);
@@ -57,7 +56,7 @@ unsigned int osxAcquireMutex(void* aHandle, osxWaitFlag_t aFlag, unsigned long a
 
 unsigned int osxReleaseMutex(void* aHandle) {
     if (aHandle == nullptr) {
-        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxReleaseMutex: lMutex == 0 \n");
+        DiagnosticLine(osx::kOsxModule).failure(LM_DEBUG, "%t osxReleaseMutex: lMutex == 0 \n");
         return OSX_ERR_MUTEX_INVALID;
     }
     ::pthread_mutex_unlock(&static_cast<ACE_Thread_Mutex*>(aHandle)->lock());
@@ -65,7 +64,7 @@ unsigned int osxReleaseMutex(void* aHandle) {
 }
 
 unsigned int osxDeleteMutex(void* aHandle) {
-    delete DiagnosticLine(kModule).object<ACE_Thread_Mutex>(aHandle, LM_DEBUG,
-                                                            "%t osxDeleteMutex: lMutex == 0 \n");
+    delete DiagnosticLine(osx::kOsxModule)
+        .object<ACE_Thread_Mutex>(aHandle, LM_DEBUG, "%t osxDeleteMutex: lMutex == 0 \n");
     return OSX_OK;
 }

@@ -1,14 +1,14 @@
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
-#include "osx/eventLoop.h"
+#include "base/moduleNames.h"
+#include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
 #include "osx/osxListenHandler.h"
 
 using osx::DiagnosticLine;
 
 namespace {
-constexpr char kModule[] = "osxACE.cpp";
 constexpr auto kFailed = static_cast<unsigned long>(-1);
 }  // namespace
 
@@ -18,13 +18,15 @@ unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
                               osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData) {
     const osx::NoCancellation lGuard;
     osxListenHandler* lListener = nullptr;
-    if (osx::processReactor() != nullptr) {
+    if (OSX_Reactor::ofProcess() != nullptr) {
         lListener = osx::allocate<osxListenHandler>(aPortnumber, aNewConnectionFnc, aDataAvailFnc,
-                                                    aNewDataFnc, aClosedConnectionFnc, aUserData);
+                                                    aNewDataFnc, aClosedConnectionFnc, aUserData)
+                        .release();
     }
     if (lListener == nullptr) {
         errno = ENOMEM;
-        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxRegisterPort: losxListenHandler == 0 \n");
+        DiagnosticLine(osx::kOsxModule)
+            .failure(LM_DEBUG, "%t osxRegisterPort: losxListenHandler == 0 \n");
         return kFailed;
     }
     aPort = lListener;
@@ -32,8 +34,10 @@ unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
 }
 
 unsigned long osxUnregisterPort(void*& aPort) {
-    auto* const lListener = DiagnosticLine(kModule).object<osxListenHandler>(
-        aPort, LM_DEBUG, "%t osxUnregisterPort: losxListenHandler == 0 \n");
+    auto* const lListener =
+        DiagnosticLine(osx::kOsxModule)
+            .object<osxListenHandler>(aPort, LM_DEBUG,
+                                      "%t osxUnregisterPort: losxListenHandler == 0 \n");
     if (lListener == nullptr) {
         return kFailed;
     }

@@ -9,20 +9,20 @@
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
+#include "base/moduleNames.h"
 #include "osx/osx.h"
 
 using osx::DiagnosticLine;
 
 namespace {
 
-constexpr char kModule[] = "osxACE.cpp";
-
 /// @return the semaphore; null with `errno` set. It is unnamed in any case: a name would make it
 ///         the system's, shared with every other semaphore of that name and outliving the process.
 ACE_Semaphore* createSemaphore(int aStartCount, int aMaxCount) {
     std::unique_ptr<ACE_Semaphore> lSem(
         osx::allocate<ACE_Semaphore>(static_cast<unsigned int>(std::max(aStartCount, 0)),
-                                     USYNC_THREAD, nullptr, nullptr, aMaxCount));
+                                     USYNC_THREAD, nullptr, nullptr, aMaxCount)
+            .release());
     const bool lAllocated = lSem != nullptr && lSem->lock().sema_ != nullptr;
     if (!lAllocated || aStartCount < 0) {
         lSem.reset();
@@ -37,9 +37,9 @@ sem_t* posixSemaphore(void* aHandle) {
 
 void registerName(void* aHandle, const char* aName) {
     if (osxNameTableRegister(aHandle, aName)) {
-        DiagnosticLine(kModule).trace(1, "%t Semaphore name set to %s\n", aName);
+        DiagnosticLine(osx::kOsxModule).trace(1, "%t Semaphore name set to %s\n", aName);
     } else {
-        DiagnosticLine(kModule).trace(1, "%t We could not set the semaphore name\n");
+        DiagnosticLine(osx::kOsxModule).trace(1, "%t We could not set the semaphore name\n");
     }
 }
 
@@ -63,9 +63,10 @@ unsigned int osxCreateSemaphore(int aStartCount, int aMaxCount, void** aHandle, 
     const bool lNamed = aName != nullptr && *aName != '\0';
     auto* const lSem = createSemaphore(aStartCount, aMaxCount);
     if (lSem == nullptr) {
-        DiagnosticLine(kModule).failure(
-            LM_DEBUG, "%t osxCreateSemaphore: lSem == 0 iStartCount[%d] iMaxCount[%d] name[%s]\n",
-            aStartCount, aMaxCount, lNamed ? aName : "-");
+        DiagnosticLine(osx::kOsxModule)
+            .failure(LM_DEBUG,
+                     "%t osxCreateSemaphore: lSem == 0 iStartCount[%d] iMaxCount[%d] name[%s]\n",
+                     aStartCount, aMaxCount, lNamed ? aName : "-");
         return OSX_ERR_SEMAPHORE;
     }
     *aHandle = lSem;

@@ -12,23 +12,23 @@
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
+#include "base/moduleNames.h"
 #include "osx/osx.h"
-#include "osx/portConnections.h"
-#include "osx/socketConnect.h"
-#include "osx/socketTransfer.h"
+#include "ports/PortConnection.h"
+#include "sockets/socketConnect.h"
+#include "sockets/socketTransfer.h"
 
 using osx::DiagnosticLine;
 
 namespace {
 
-constexpr char kModule[] = "osxACE.cpp";
 constexpr auto kFailed = static_cast<unsigned long>(-1);
 constexpr std::chrono::milliseconds kConnectLimit(100);
 constexpr std::size_t kAddressSize = 16;
 constexpr std::size_t kHostnameSize = 1024;
 
 unsigned long unableToConnect() {
-    DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxOpenSocket: unable to connect \n");
+    DiagnosticLine(osx::kOsxModule).failure(LM_DEBUG, "%t osxOpenSocket: unable to connect \n");
     return kFailed;
 }
 
@@ -38,8 +38,8 @@ bool findOwnAddress(ACE_INET_Addr& aAddress, bool& aFound) {
     std::size_t lCount = 0;
     ACE_INET_Addr* lList = nullptr;
     if (ACE::get_ip_interfaces(lCount, lList) == -1) {
-        DiagnosticLine(kModule).failure(
-            LM_ERROR, "%t osxGetIpAddr: ACE_Sock_Connect::get_ip_interfaces failed. \n");
+        DiagnosticLine(osx::kOsxModule)
+            .failure(LM_ERROR, "%t osxGetIpAddr: ACE_Sock_Connect::get_ip_interfaces failed. \n");
         return false;
     }
     const std::unique_ptr<ACE_INET_Addr[]> lAddresses(lList);
@@ -64,8 +64,8 @@ bool findOwnAddress(ACE_INET_Addr& aAddress, bool& aFound) {
 }  // namespace
 
 void osx::tellUnsent(unsigned long aLen) {
-    DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n",
-                                    -1, aLen);
+    DiagnosticLine(osx::kOsxModule)
+        .failure(LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n", -1, aLen);
 }
 
 unsigned long osxStartupSockets() {
@@ -84,7 +84,7 @@ unsigned long osxGetLastNetworkError() {
 unsigned long osxOpenSocket(void*& aSocket, const char* aAddress) {
     std::unique_ptr<ACE_SOCK_Stream> lStream(osx::allocate<ACE_SOCK_Stream>());
     if (lStream == nullptr) {
-        DiagnosticLine(kModule).failure(LM_DEBUG, "%t osxOpenSocket: lSOCK_Stream == 0 \n");
+        DiagnosticLine(osx::kOsxModule).failure(LM_DEBUG, "%t osxOpenSocket: lSOCK_Stream == 0 \n");
         return kFailed;
     }
     ACE_INET_Addr lAddress;
@@ -113,8 +113,9 @@ void* osxConnectByNumber(unsigned long aIpAddr, unsigned short aPort) {
 }
 
 unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned long aLen) {
-    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
-        aSocket, LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
+    auto* const lStream =
+        DiagnosticLine(osx::kOsxModule)
+            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
     if (lStream == nullptr) {
         return kFailed;
     }
@@ -126,8 +127,9 @@ unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned long aLen)
 }
 
 unsigned long osxSocketSend(void* aSocket, const iovec* aVec, int aCount) {
-    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
-        aSocket, LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
+    auto* const lStream =
+        DiagnosticLine(osx::kOsxModule)
+            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
     if (lStream == nullptr) {
         return kFailed;
     }
@@ -137,8 +139,9 @@ unsigned long osxSocketSend(void* aSocket, const iovec* aVec, int aCount) {
 
 unsigned long osxSocketRecv(void* aSocket, void* aBuf, unsigned long aLen,
                             unsigned long& aReceived) {
-    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
-        aSocket, LM_DEBUG, "%t osxSocketRecv: lSOCK_Stream == 0 \n");
+    auto* const lStream =
+        DiagnosticLine(osx::kOsxModule)
+            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG, "%t osxSocketRecv: lSOCK_Stream == 0 \n");
     if (lStream == nullptr) {
         return kFailed;
     }
@@ -147,26 +150,29 @@ unsigned long osxSocketRecv(void* aSocket, void* aBuf, unsigned long aLen,
 }
 
 unsigned long osxCloseSocket(void* aSocket) {
-    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
-        aSocket, LM_DEBUG, "%t osxCloseSocket: lSOCK_Stream == 0 \n");
+    auto* const lStream =
+        DiagnosticLine(osx::kOsxModule)
+            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG, "%t osxCloseSocket: lSOCK_Stream == 0 \n");
     if (lStream == nullptr) {
         return kFailed;
     }
     const osx::NoCancellation lGuard;
-    if (!osx::endConnection(aSocket)) {
+    if (!osx::PortConnection::end(aSocket)) {
         lStream->close();
     }
     return 0;
 }
 
 unsigned long osxCloseSocketAndRelease(void*& aSocket) {
-    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
-        aSocket, LM_DEBUG, "%t osxCloseSocketAndRelease: lSOCK_Stream == 0 \n");
+    auto* const lStream =
+        DiagnosticLine(osx::kOsxModule)
+            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG,
+                                     "%t osxCloseSocketAndRelease: lSOCK_Stream == 0 \n");
     if (lStream == nullptr) {
         return kFailed;
     }
     const osx::NoCancellation lGuard;
-    if (!osx::endConnection(aSocket)) {
+    if (!osx::PortConnection::end(aSocket)) {
         lStream->close();
         delete lStream;
     }
@@ -175,14 +181,16 @@ unsigned long osxCloseSocketAndRelease(void*& aSocket) {
 }
 
 unsigned long osxGetPeername(void* aSocket, unsigned long& aIpAddr) {
-    auto* const lStream = DiagnosticLine(kModule).object<ACE_SOCK_Stream>(
-        aSocket, LM_ERROR, "%t osxGetPeername: lSOCK_Stream == 0 \n");
+    auto* const lStream =
+        DiagnosticLine(osx::kOsxModule)
+            .object<ACE_SOCK_Stream>(aSocket, LM_ERROR, "%t osxGetPeername: lSOCK_Stream == 0 \n");
     if (lStream == nullptr) {
         return kFailed;
     }
     ACE_INET_Addr lAddress;
     if (lStream->get_remote_addr(lAddress) == -1) {
-        DiagnosticLine(kModule).failure(LM_ERROR, "%t osxGetPeername: get_remote_addr failed \n");
+        DiagnosticLine(osx::kOsxModule)
+            .failure(LM_ERROR, "%t osxGetPeername: get_remote_addr failed \n");
         return kFailed;
     }
     aIpAddr = lAddress.get_ip_address();
@@ -224,7 +232,7 @@ unsigned long osxGetIpAddr(ACE_String_Base<char>& aText) {
 
 unsigned long osxGetHostname(char* aHost, unsigned long aLen) {
     if (aHost == nullptr) {
-        DiagnosticLine(kModule).failure(LM_ERROR, "%t osxGetHostname: aHost == 0 \n");
+        DiagnosticLine(osx::kOsxModule).failure(LM_ERROR, "%t osxGetHostname: aHost == 0 \n");
         return kFailed;
     }
     ACE_utsname lName;

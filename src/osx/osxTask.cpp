@@ -2,20 +2,17 @@
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
+#include "base/moduleNames.h"
 #include "osx/ThreadACE.h"
 #include "osx/osx.h"
-#include "osx/startThread.h"
+#include "threads/startThread.h"
 
 using osx::DiagnosticLine;
-
-namespace {
-constexpr char kModule[] = "osxACE.cpp";
-}  // namespace
 
 unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long, unsigned long, void* aArgument,
                           void** aHandle, const char* aName) {
     const osx::NoCancellation lGuard;
-    auto* const lThread = osx::allocate<ThreadACE>(aFunction, aArgument);
+    auto* const lThread = osx::allocate<ThreadACE>(aFunction, aArgument).release();
     if (lThread == nullptr) {
         return OSX_OK;
     }
@@ -29,8 +26,9 @@ unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long, unsigned long
 }
 
 int osxThreadWait(void* aHandle) {
-    auto* const lThread = DiagnosticLine(kModule).object<ThreadACE>(
-        aHandle, LM_ERROR, "%t osxThreadWait: lThread == 0  \n");
+    auto* const lThread =
+        DiagnosticLine(osx::kOsxModule)
+            .object<ThreadACE>(aHandle, LM_ERROR, "%t osxThreadWait: lThread == 0  \n");
     return lThread == nullptr ? -1 : lThread->join();
 }
 

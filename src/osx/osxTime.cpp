@@ -7,6 +7,7 @@
 #include "ace/OS_NS_time.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
+#include "base/moduleNames.h"
 #include "osx/osx.h"
 #include "process/atFork.h"
 
@@ -14,7 +15,6 @@ using osx::DiagnosticLine;
 
 namespace {
 
-constexpr char kModule[] = "osxACE.cpp";
 constexpr int kFirstYear = 1900;
 
 std::mutex gLocalTimeMutex;
@@ -84,8 +84,8 @@ unsigned int osxSetTime(unsigned int aHours, unsigned int aMinutes, unsigned int
     if (aWriteHardwareClock) {
         writeHardwareClock();
     }
-    DiagnosticLine(kModule).trace(
-        5, "%t osxSetTime: hrs[%d] min[%d] sec[%d] day[%d] mon[%d] yr[%d]  \n", aHours, aMinutes,
-        aSeconds, aDay, aMonth, aYear);
+    DiagnosticLine(osx::kOsxModule)
+        .trace(5, "%t osxSetTime: hrs[%d] min[%d] sec[%d] day[%d] mon[%d] yr[%d]  \n", aHours,
+               aMinutes, aSeconds, aDay, aMonth, aYear);
     return 0;
 }

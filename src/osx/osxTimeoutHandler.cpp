@@ -6,8 +6,9 @@
 #include "base/NoCancellation.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
-#include "osx/eventLoop.h"
+#include "osx/OSX_Reactor.h"
 #include "reactor/TimerQueue.h"
+#include "reactor/processReactor.h"
 
 namespace {
 constexpr char kModule[] = "osxTimeoutHandler.cpp";
@@ -22,7 +23,7 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
       mInterval(aIntervalMs),
       mTimerID(0),
       mQueue(nullptr),
-      mReactor(osx::processReactor()),
+      mReactor(OSX_Reactor::ofProcess()),
       mAsked(mReactor == nullptr ? kNotAtAll : kById) {
     const ACE_Time_Value lDelay = osx::toTimeValue(mDelay);
     const ACE_Time_Value lInterval = isPeriodic() ? lDelay : ACE_Time_Value::zero;

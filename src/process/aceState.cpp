@@ -157,7 +157,8 @@ bool reserveThread() noexcept {
     // The analyzer does not see that ACE's list owns what is added to it.
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks)
     while (lFree.size() < kSpare) {
-        std::unique_ptr<ACE_Thread_Descriptor> lDescriptor(allocate<ACE_Thread_Descriptor>());
+        std::unique_ptr<ACE_Thread_Descriptor> lDescriptor(
+            allocate<ACE_Thread_Descriptor>().release());
         if (lDescriptor == nullptr || !isWhole(*lDescriptor)) {
             errno = ENOMEM;
             return false;

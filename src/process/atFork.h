@@ -12,8 +12,6 @@
 #ifndef OSX_PROCESS_ATFORK_H
 #define OSX_PROCESS_ATFORK_H
 
-#include <mutex>
-
 namespace osx::process {
 
 /// Who holds a lock of one kind may take one of the kinds below it. Code of the application's runs
@@ -51,7 +49,7 @@ private:
 };
 
 /// The steps for a static mutex that is no more than locked and unlocked.
-template <std::mutex& aMutex>
+template <auto& aMutex>
 constexpr ForkSteps kKeepAcrossFork{[] { aMutex.lock(); }, [] { aMutex.unlock(); },
                                     [] { aMutex.unlock(); }};
 

@@ -192,7 +192,7 @@ void AcePoll::renewInChild() {
 /// nothing.
 void AcePoll::makeAnew() {
     const NoCancellation lGuard;
-    const int lFresh = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); });
+    const int lFresh = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); }).release();
     if (lFresh == -1) {
         return;
     }

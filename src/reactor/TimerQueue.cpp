@@ -259,7 +259,7 @@ TimerQueue::Node* TimerQueue::freeNode() {
         errno = ENOMEM;
         return nullptr;
     }
-    Node* const lNode = allocate<Node>();
+    Node* const lNode = allocate<Node>().release();
     if (lNode != nullptr) {
         lNode->set_timer_id(static_cast<long>(mNodes.size()));
         mNodes.push_back(lNode);

@@ -65,7 +65,7 @@ constexpr std::size_t kPrefixLength = sizeof "FlexVar_" - 1;  // what the lines 
 /// @return a new object; null with `errno` ENOMEM when memory is short, also for what it holds.
 template <class Value>
 Value* copyOf(const Value& aSource) noexcept {
-    return osx::allocate<Value>(aSource);
+    return osx::allocate<Value>(aSource).release();
 }
 
 /// @return whether bytes are missing: a `Blob` says nothing when memory is short.
@@ -74,7 +74,7 @@ bool lacksBytesOf(const Blob& aCopy, const Blob& aSource) noexcept {
 }
 
 Blob* copyOf(const Blob& aSource) noexcept {
-    Blob* lCopy = osx::allocate<Blob>(aSource);
+    Blob* lCopy = osx::allocate<Blob>(aSource).release();
     if (lCopy != nullptr && lacksBytesOf(*lCopy, aSource)) {
         delete lCopy;
         lCopy = nullptr;

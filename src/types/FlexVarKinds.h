@@ -10,11 +10,10 @@
 #include <type_traits>
 #include <utility>
 
+#include "base/moduleNames.h"
 #include "types/FlexVar.h"
 
 namespace osx {
-
-constexpr char kFlexVarModule[] = "FlexVar.cpp";
 
 /// @return the value that a kind without an object reads as.
 template <class Value>

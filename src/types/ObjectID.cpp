@@ -112,7 +112,7 @@ void ObjectID::generateObjectID() noexcept {
 
 const ACE_CString& ObjectID::toString() const noexcept {
     if (mText == nullptr) {
-        mText = osx::allocate<ACE_CString>();
+        mText = osx::allocate<ACE_CString>().release();
     }
     if (mText == nullptr) {
         return kNoText;

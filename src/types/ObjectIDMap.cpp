@@ -66,7 +66,7 @@ void ObjectIDMap::Pool::link(void* aPiece) noexcept {
 }
 
 void ObjectIDMap::Pool::addPage(std::size_t aSize) noexcept {
-    char* const lPage = osx::allocateBytes((kPairsOfAPage + 1) * aSize);
+    char* const lPage = osx::allocateBytes((kPairsOfAPage + 1) * aSize).release();
     if (lPage == nullptr) {
         return;
     }

@@ -101,7 +101,7 @@ void drawIdentity() {
 /// @return whether the generator can be used.
 bool prepare(Generator& aGenerator) {
     if (aGenerator.lock() == nullptr) {  // Its constructor ran out of memory.
-        aGenerator.lock(allocate<ACE_Thread_Mutex>(), true);
+        aGenerator.lock(allocate<ACE_Thread_Mutex>().release(), true);
     }
     if (aGenerator.lock() == nullptr) {
         return false;

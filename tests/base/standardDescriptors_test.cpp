@@ -38,8 +38,9 @@ bool holdsWithout(std::initializer_list<int> aClosed, Check aCheck) {
 
 TEST(StandardDescriptors, AreNotTakenByWhatIsMade) {
     const auto lCheck = [] {
-        const int lDescriptor = osx::makeDescriptor(openNull);
-        return lDescriptor > STDERR_FILENO && (::fcntl(lDescriptor, F_GETFD) & FD_CLOEXEC) != 0;
+        const osx::Descriptor lDescriptor = osx::makeDescriptor(openNull);
+        return lDescriptor.get() > STDERR_FILENO &&
+               (::fcntl(lDescriptor.get(), F_GETFD) & FD_CLOEXEC) != 0;
     };
     EXPECT_TRUE(holdsWithout({0}, lCheck));
     EXPECT_TRUE(holdsWithout({2}, lCheck));
@@ -48,8 +49,8 @@ TEST(StandardDescriptors, AreNotTakenByWhatIsMade) {
 
 TEST(StandardDescriptors, AreAsTheyWereAfterwards) {
     EXPECT_TRUE(holdsWithout({0, 2}, [] {
-        const int lDescriptor = osx::makeDescriptor(openNull);
-        return lDescriptor > STDERR_FILENO && !isOpen(0) && isOpen(1) && !isOpen(2);
+        const osx::Descriptor lDescriptor = osx::makeDescriptor(openNull);
+        return lDescriptor.get() > STDERR_FILENO && !isOpen(0) && isOpen(1) && !isOpen(2);
     }));
 }
 
@@ -78,11 +79,10 @@ TEST(StandardDescriptors, AreNotTakenByWhatThreadsMakeAtOnce) {
         const auto lMakeMany = [&lIsWell] {
             constexpr int kRounds = 20000;
             for (int lRound = 0; lRound < kRounds; ++lRound) {
-                const int lDescriptor = osx::makeDescriptor(openNull);
-                if (lDescriptor <= STDERR_FILENO) {
+                const osx::Descriptor lDescriptor = osx::makeDescriptor(openNull);
+                if (lDescriptor.get() <= STDERR_FILENO) {
                     lIsWell = false;
                 }
-                ::close(lDescriptor);
             }
         };
         std::thread lOther(lMakeMany);
@@ -95,9 +95,9 @@ TEST(StandardDescriptors, AreNotTakenByWhatThreadsMakeAtOnce) {
 TEST(StandardDescriptors, KeepTheErrorOfWhatFails) {
     EXPECT_TRUE(holdsWithout({2}, [] {
         errno = 0;
-        const int lDescriptor =
+        const osx::Descriptor lDescriptor =
             osx::makeDescriptor([] { return ::open("/nowhere/at/all", O_RDONLY | O_CLOEXEC); });
-        return lDescriptor == -1 && errno == ENOENT && !isOpen(2);
+        return !lDescriptor && errno == ENOENT && !isOpen(2);
     }));
 }
 
@@ -109,7 +109,7 @@ TEST(StandardDescriptors, AreNotTakenWhenNoOthersAreLeft) {
         }
         ::close(1);
         errno = 0;
-        return osx::makeDescriptor(openNull) == -1 && errno == EMFILE && !isOpen(1);
+        return !osx::makeDescriptor(openNull) && errno == EMFILE && !isOpen(1);
     }));
 }
 

@@ -1,0 +1,24 @@
+/// @file
+/// Doing something on the way out of a failure without hiding why it failed.
+#ifndef OSX_BASE_ERRNOKEEPER_H
+#define OSX_BASE_ERRNOKEEPER_H
+
+#include <cerrno>
+
+namespace osx {
+
+/// `errno` is afterwards what it was when the keeper was made.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() noexcept : mErrno(errno) {}
+    ~ErrnoKeeper() { errno = mErrno; }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+private:
+    const int mErrno;
+};
+
+}  // namespace osx
+
+#endif

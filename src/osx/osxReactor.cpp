@@ -1,0 +1,30 @@
+#include "ace/Reactor.h"
+#include "osx/osx.h"
+#include "process/parking.h"
+#include "reactor/processReactor.h"
+
+namespace {
+
+/// Called by the loop of `osxRunReactor` after each event. @return 0 to let the loop go on.
+int afterEvent(ACE_Reactor*) {
+    osx::process::InLoop::parkAtEnd();
+    return 0;
+}
+
+}  // namespace
+
+int osxRunReactor() {
+    ACE_Reactor* const lReactor = osx::installedReactor();
+    if (lReactor == nullptr) {
+        return 0;
+    }
+    const osx::process::InLoop lInLoop;
+    return lReactor->run_reactor_event_loop(&afterEvent);
+}
+
+int osxStopReactor() {
+    if (ACE_Reactor* const lReactor = osx::installedReactor()) {
+        lReactor->end_reactor_event_loop();
+    }
+    return 0;
+}

@@ -1,0 +1,16 @@
+/// @file
+/// The look at the peers of all ports' connections, every few seconds. Internal.
+#ifndef OSX_PORTS_PEERWATCH_H
+#define OSX_PORTS_PEERWATCH_H
+
+class ACE_Reactor;
+
+namespace osx {
+
+/// Has a reactor look after the peers of the ports' connections for as long as there are any. To be
+/// called for each new one.
+void watchPeers(ACE_Reactor& aReactor);
+
+}  // namespace osx
+
+#endif

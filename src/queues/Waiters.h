@@ -1,0 +1,66 @@
+/// @file
+/// Threads that wait for a change of something behind a lock.
+#ifndef OSX_QUEUES_WAITERS_H
+#define OSX_QUEUES_WAITERS_H
+
+#include <pthread.h>
+
+#include <ctime>
+
+namespace osx {
+
+/// A moment by a clock, which is CLOCK_MONOTONIC or CLOCK_REALTIME.
+struct Deadline {
+    clockid_t clock;
+    timespec time;
+};
+
+/// A condition variable that knows whether anybody waits, so that nobody is woken in vain, and that
+/// takes deadlines of either clock. Every call needs the lock.
+class Waiters {
+public:
+    Waiters() = default;
+    ~Waiters() { ::pthread_cond_destroy(&mCondition); }
+    Waiters(const Waiters&) = delete;
+    Waiters& operator=(const Waiters&) = delete;
+
+    /// Gives the lock away until the thread is woken; it may be woken without a cause.
+    /// @param aDeadline null for no limit.
+    /// @return 0; ETIMEDOUT, or EINVAL for a deadline that is no time.
+    int wait(pthread_mutex_t& aLock, const Deadline* aDeadline) {
+        const Counted lCounted(mCount);
+        return aDeadline == nullptr ? ::pthread_cond_wait(&mCondition, &aLock)
+                                    : ::pthread_cond_clockwait(&mCondition, &aLock,
+                                                               aDeadline->clock, &aDeadline->time);
+    }
+
+    bool areThere() const noexcept { return mCount != 0; }
+
+    void wakeOne() noexcept {
+        if (areThere()) {
+            ::pthread_cond_signal(&mCondition);
+        }
+    }
+
+    void wakeAll() noexcept { ::pthread_cond_broadcast(&mCondition); }
+
+private:
+    /// Counts a thread while it waits, also when it is cancelled there.
+    class Counted {
+    public:
+        explicit Counted(int& aCount) : mCount(aCount) { ++mCount; }
+        ~Counted() { --mCount; }
+        Counted(const Counted&) = delete;
+        Counted& operator=(const Counted&) = delete;
+
+    private:
+        int& mCount;
+    };
+
+    pthread_cond_t mCondition = PTHREAD_COND_INITIALIZER;
+    int mCount = 0;
+};
+
+}  // namespace osx
+
+#endif

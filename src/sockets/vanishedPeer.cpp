@@ -1,0 +1,21 @@
+#include "sockets/vanishedPeer.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
+namespace osx {
+
+bool hasPeerVanished(int aSocket) {
+    const int lErrno = errno;
+    tcp_info lInfo{};
+    socklen_t lLength = sizeof lInfo;
+    const bool lKnown = ::getsockopt(aSocket, IPPROTO_TCP, TCP_INFO, &lInfo, &lLength) == 0;
+    errno = lErrno;
+    return lKnown && lInfo.tcpi_retransmits + lInfo.tcpi_probes >= kUnansweredSends &&
+           lInfo.tcpi_last_ack_recv >= kVanishedAfterS * 1000U;
+}
+
+}  // namespace osx
