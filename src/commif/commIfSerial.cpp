@@ -21,8 +21,8 @@
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
-#include "base/standardDescriptors.h"
 #include "commif/channels.h"
+#include "commif/deviceHandle.h"
 #include "commif/osxComPort.h"
 
 using osx::DiagnosticLine;
@@ -45,9 +45,10 @@ enum Command : unsigned long {
     kGetDsr = 8
 };
 
-/// By descriptor, devices that were opened when there was no memory for a port object. They stay
-/// open until the descriptor is closed or opened anew. The thread that opens a descriptor writes,
-/// and the one that closes it or opens it anew takes the device out, only one of which may get it.
+/// By descriptor: devices that were opened when there was no memory for a port object. They stay
+/// open until the descriptor is closed or opened anew. The thread that opens a descriptor puts its
+/// device here; one that closes it, or opens it anew, takes the device out. They are atomic so that
+/// only one of two such threads gets the device.
 std::array<std::atomic<ACE_TTY_IO*>, COMMIF_MAX_DESC> gDevicesWithoutPort{};
 
 std::atomic<ACE_TTY_IO*>& deviceWithoutPort(const commIfDesc_t& aEntry) {
@@ -130,11 +131,8 @@ bool openDevice(ACE_TTY_IO& aDevice, const char* aName) {
     constexpr int kFlags = O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK;
     ACE_DEV_Connector lConnector;
     if (lConnector.connect(aDevice, ACE_DEV_Addr(aName), nullptr, ACE_Addr::sap_any, 0, kFlags,
-                           0) == -1) {
-        return false;
-    }
-    aDevice.set_handle(osx::aboveStandard(aDevice.get_handle()));
-    if (aDevice.get_handle() == ACE_INVALID_HANDLE) {
+                           0) == -1 ||
+        !osx::moveAboveStandard(aDevice)) {
         return false;
     }
     ACE::clr_flags(aDevice.get_handle(), O_NONBLOCK);

@@ -5,20 +5,17 @@
 
 #include "ace/FILE_Connector.h"
 #include "base/diagnosticLine.h"
-#include "base/standardDescriptors.h"
 #include "commif/channels.h"
+#include "commif/deviceHandle.h"
 
 namespace osx {
 
 bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) {
     constexpr int kPermissions = 0644;
     const ACE_FILE_Addr lAddress(aName == nullptr ? "" : aName);
-    if (ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
-                                     aFlags | O_CLOEXEC | O_NOCTTY, kPermissions) != 0) {
-        return false;
-    }
-    aFile.set_handle(aboveStandard(aFile.get_handle()));
-    return aFile.get_handle() != ACE_INVALID_HANDLE;
+    return ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
+                                        aFlags | O_CLOEXEC | O_NOCTTY, kPermissions) == 0 &&
+           moveAboveStandard(aFile);
 }
 
 bool findFileSize(ACE_FILE_IO& aFile, ACE_OFF_T& aSize) {

@@ -159,7 +159,12 @@ bool NonBlockingRead::isApplicationsChoice(int aHandle) {
 
 /// The time-out of a read, which runs anew for each piece of the data.
 ///
-///     idle --first wait--> running --time elapsed--> over;  each piece: back to idle
+/// | state    | what it means                    | moves to                                       |
+/// |----------|----------------------------------|------------------------------------------------|
+/// | kIdle    | no wait since the last piece     | kRunning, with the first wait                  |
+/// | kRunning | the deadline is set              | kIdle, with a piece; kOver, after the deadline |
+/// | kOver    | the time has elapsed; one read   | kIdle, with a piece                            |
+/// |          | is left                          |                                                |
 class PieceTimer {
 public:
     /// How a wait ended.
@@ -167,23 +172,22 @@ public:
 
     explicit PieceTimer(const ACE_Time_Value* aTimeout);
 
-    void startAnew() {
-        mIsRunning = false;
-        mIsOver = false;
-    }
-    /// Waits until there is something to read, or the time has elapsed. Then the caller is to read
-    /// once more, which counts as readable here: a terminal may keep back from `poll` what it gives
-    /// to a read.
+    void startAnew() { mState = State::kIdle; }
+
+    /// Waits until there is something to read, or the time has elapsed. When it has, the caller is
+    /// to read once more: a terminal may keep back from `poll` what it gives to a read.
+    /// @return `kReadable` when it is worth reading; `kFailed` with `errno`.
     Wait wait(int aHandle);
 
 private:
+    enum class State { kIdle, kRunning, kOver };
+
     timespec timeLeft();
 
     const bool mHasLimit;
     Clock::duration mLimit{};
-    Clock::time_point mDeadline;  ///< When it is running.
-    bool mIsRunning = false;      ///< Whether there was a wait since the last piece.
-    bool mIsOver = false;         ///< Whether the time has elapsed, and one read is left.
+    Clock::time_point mDeadline;
+    State mState = State::kIdle;
 };
 
 PieceTimer::PieceTimer(const ACE_Time_Value* aTimeout) : mHasLimit(aTimeout != nullptr) {
@@ -197,9 +201,9 @@ PieceTimer::PieceTimer(const ACE_Time_Value* aTimeout) : mHasLimit(aTimeout != n
 
 timespec PieceTimer::timeLeft() {
     const Clock::time_point lNow = Clock::now();
-    if (!mIsRunning) {
+    if (mState == State::kIdle) {
         mDeadline = lNow + mLimit;
-        mIsRunning = true;
+        mState = State::kRunning;
     }
     const auto lLeft = std::max(mDeadline - lNow, Clock::duration::zero());
     const auto lSeconds = std::chrono::duration_cast<std::chrono::seconds>(lLeft);
@@ -208,7 +212,7 @@ timespec PieceTimer::timeLeft() {
 }
 
 PieceTimer::Wait PieceTimer::wait(int aHandle) {
-    if (mIsOver) {
+    if (mState == State::kOver) {
         return Wait::kTimedOut;
     }
     const timespec lLeft = mHasLimit ? timeLeft() : timespec{};
@@ -216,7 +220,9 @@ PieceTimer::Wait PieceTimer::wait(int aHandle) {
     const int lReady = ::ppoll(&lPoll, 1, mHasLimit ? &lLeft : nullptr, nullptr);
     // It is over even if there is something to read: when other threads take each piece before this
     // one does, there always is.
-    mIsOver = mHasLimit && (lReady == 0 || (lLeft.tv_sec == 0 && lLeft.tv_nsec == 0));
+    if (mHasLimit && (lReady == 0 || (lLeft.tv_sec == 0 && lLeft.tv_nsec == 0))) {
+        mState = State::kOver;
+    }
     return lReady >= 0 ? Wait::kReadable : Wait::kFailed;
 }
 
