@@ -155,32 +155,40 @@ std::unique_ptr<osxComPort> createPort(std::unique_ptr<ACE_TTY_IO>& aDevice,
     return lPort;
 }
 
-/// Applies the line settings to the port of an entry. @return false, after a line, if that fails.
-bool applySettings(int aDesc, const commIfDesc_t& aEntry) {
-    const osxComPort* lPort = aEntry.info.serial.comPort;
+/// @return the device of an entry's port; null, after a line, if there is none.
+const ACE_TTY_IO* deviceToSet(int aDesc, const commIfDesc_t& aEntry) {
+    const osxComPort* const lPort = aEntry.info.serial.comPort;
     if (lPort == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t CommParamsSet: losxComPort == 0  fd[%d] \n", aDesc);
-        return false;
+        return nullptr;
     }
-    const ACE_TTY_IO* lComport = lPort->getACE_TTY_IO();
-    if (lComport == nullptr) {
+    const ACE_TTY_IO* const lDevice = lPort->getACE_TTY_IO();
+    if (lDevice == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t CommParamsSet: lComport == 0  fd[%d] \n", aDesc);
+    }
+    return lDevice;
+}
+
+/// Applies the line settings to the port of an entry. @return false, after a line, if that fails.
+bool applySettings(int aDesc, const commIfDesc_t& aEntry) {
+    const ACE_TTY_IO* const lDevice = deviceToSet(aDesc, aEntry);
+    if (lDevice == nullptr) {
         return false;
     }
     DiagnosticLine(kChannelModule)
         .trace(kSetUpLevel, "%t CommParamsSet: CommParamsSet start fd[%d] lComport[0x%x] \n", aDesc,
-               lComport);
+               lDevice);
     ACE_TTY_IO::Serial_Params lSettings = toLineSettings(aEntry.info.serial);
-    if (lComport->control(ACE_TTY_IO::SETPARAMS, &lSettings) == -1 || !makeTransparent(*lComport)) {
+    if (lDevice->control(ACE_TTY_IO::SETPARAMS, &lSettings) == -1 || !makeTransparent(*lDevice)) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t CommParamsSet: lComport->control fails  fd[%d] \n", aDesc);
         return false;
     }
     DiagnosticLine(kChannelModule)
         .trace(kSetUpLevel, "%t CommParamsSet: CommParamsSet done fd[%d] lComport[0x%x] \n", aDesc,
-               lComport);
+               lDevice);
     return true;
 }
 

@@ -66,15 +66,15 @@ public:
     static bool isApplicationsChoice(int aHandle) OSX_EXCLUDES(gMutex);
 
     /// A forked child has only the thread that forked, and so no reader.
-    static void forgetAll() OSX_REQUIRES(gMutex) { gFirst = nullptr; }
+    static void forgetAll() OSX_REQUIRES(gMutex) { mFirst = nullptr; }
 
 private:
     static std::uint64_t switchOf(int aHandle) OSX_REQUIRES(gMutex);
     bool isLastOfSwitch() const OSX_REQUIRES(gMutex);
     void makeBlocking() const OSX_REQUIRES(gMutex);
 
-    static NonBlockingRead* gFirst OSX_GUARDED_BY(gMutex);
-    static std::uint64_t gLatestSwitch OSX_GUARDED_BY(gMutex);
+    static NonBlockingRead* mFirst OSX_GUARDED_BY(gMutex);
+    static std::uint64_t mLatestSwitch OSX_GUARDED_BY(gMutex);
 
     const int mHandle;
     /// Names the switch from blocking to non-blocking that this read made, or found made: reads of
@@ -83,8 +83,8 @@ private:
     NonBlockingRead* mNext OSX_GUARDED_BY(gMutex) = nullptr;
 };
 
-NonBlockingRead* NonBlockingRead::gFirst = nullptr;
-std::uint64_t NonBlockingRead::gLatestSwitch = 0;
+NonBlockingRead* NonBlockingRead::mFirst = nullptr;
+std::uint64_t NonBlockingRead::mLatestSwitch = 0;
 
 void lockBeforeFork() OSX_ACQUIRE(gMutex) {
     gMutex.lock();
@@ -108,16 +108,16 @@ NonBlockingRead::NonBlockingRead(int aHandle) : mHandle(aHandle) {
     if (isNonBlocking(lFlags)) {
         mSwitch = switchOf(mHandle);
     } else if (lFlags != -1 && ::fcntl(mHandle, F_SETFL, lFlags | O_NONBLOCK) == 0) {
-        mSwitch = ++gLatestSwitch;
+        mSwitch = ++mLatestSwitch;
     }
-    mNext = gFirst;
-    gFirst = this;
+    mNext = mFirst;
+    mFirst = this;
 }
 
 NonBlockingRead::~NonBlockingRead() {
     const osx::ErrnoKeeper lErrno;
     const osx::MutexLock lLock(gMutex);
-    NonBlockingRead** lPlace = &gFirst;
+    NonBlockingRead** lPlace = &mFirst;
     while (*lPlace != this) {
         lPlace = &(*lPlace)->mNext;
     }
@@ -128,7 +128,7 @@ NonBlockingRead::~NonBlockingRead() {
 }
 
 std::uint64_t NonBlockingRead::switchOf(int aHandle) {
-    for (const NonBlockingRead* lRead = gFirst; lRead != nullptr; lRead = lRead->mNext) {
+    for (const NonBlockingRead* lRead = mFirst; lRead != nullptr; lRead = lRead->mNext) {
         if (lRead->mSwitch != 0 && isSameDevice(lRead->mHandle, aHandle)) {
             return lRead->mSwitch;
         }
@@ -137,7 +137,7 @@ std::uint64_t NonBlockingRead::switchOf(int aHandle) {
 }
 
 bool NonBlockingRead::isLastOfSwitch() const {
-    for (const NonBlockingRead* lOther = gFirst; lOther != nullptr; lOther = lOther->mNext) {
+    for (const NonBlockingRead* lOther = mFirst; lOther != nullptr; lOther = lOther->mNext) {
         if (lOther->mSwitch == mSwitch) {
             return false;
         }

@@ -62,8 +62,8 @@ void onAccepted(void* aSocket, void*& aUserData) {
 
 }  // namespace
 
-osx::Mutex ConnectionAdmin::gAliveMutex;
-ConnectionAdmin* ConnectionAdmin::gAlive = nullptr;
+osx::Mutex ConnectionAdmin::mAliveMutex;
+ConnectionAdmin* ConnectionAdmin::mAlive = nullptr;
 
 // --- callbacks and forks ----------------------------------------------------------------------
 
@@ -72,8 +72,8 @@ ConnectionAdmin* ConnectionAdmin::gAlive = nullptr;
 class ConnectionAdmin::Callback {
 public:
     explicit Callback(void* aUserData) {
-        const osx::MutexLock lGuard(gAliveMutex);
-        for (ConnectionAdmin* lAdmin = gAlive; lAdmin != nullptr; lAdmin = lAdmin->mNextAlive) {
+        const osx::MutexLock lGuard(mAliveMutex);
+        for (ConnectionAdmin* lAdmin = mAlive; lAdmin != nullptr; lAdmin = lAdmin->mNextAlive) {
             if (lAdmin == aUserData) {
                 mAdmin = lAdmin;
                 ++lAdmin->mCallbacks;
@@ -82,7 +82,7 @@ public:
     }
     ~Callback() {
         if (mAdmin != nullptr) {
-            const osx::MutexLock lGuard(gAliveMutex);
+            const osx::MutexLock lGuard(mAliveMutex);
             --mAdmin->mCallbacks;
             callbackEnded().wakeAll();
         }
@@ -100,23 +100,23 @@ private:
 /// Sees to it that in a child the lists are whole and no thread is sending.
 class ConnectionAdmin::AcrossForks {
 public:
-    static void lock() OSX_ACQUIRE(gAliveMutex) {
-        gAliveMutex.lock();
+    static void lock() OSX_ACQUIRE(mAliveMutex) {
+        mAliveMutex.lock();
         forEach(lockClients);
     }
-    static void unlock() OSX_RELEASE(gAliveMutex) {
+    static void unlock() OSX_RELEASE(mAliveMutex) {
         forEach(unlockClients);
-        gAliveMutex.unlock();
+        mAliveMutex.unlock();
     }
-    static void renew() OSX_RELEASE(gAliveMutex) {
+    static void renew() OSX_RELEASE(mAliveMutex) {
         forEach(dropOtherThreads);
         new (&callbackEnded()) osx::Condition;
         unlock();
     }
 
 private:
-    static void forEach(void (*aFunction)(ConnectionAdmin&)) OSX_REQUIRES(gAliveMutex) {
-        for (ConnectionAdmin* lAdmin = gAlive; lAdmin != nullptr; lAdmin = lAdmin->mNextAlive) {
+    static void forEach(void (*aFunction)(ConnectionAdmin&)) OSX_REQUIRES(mAliveMutex) {
+        for (ConnectionAdmin* lAdmin = mAlive; lAdmin != nullptr; lAdmin = lAdmin->mNextAlive) {
             aFunction(*lAdmin);
         }
     }
@@ -129,7 +129,7 @@ private:
     }
 
     /// Makes anew what other threads waited in, or held for long, and ends what they were doing.
-    static void dropOtherThreads(ConnectionAdmin& aAdmin) OSX_REQUIRES(gAliveMutex, aAdmin.mMutex) {
+    static void dropOtherThreads(ConnectionAdmin& aAdmin) OSX_REQUIRES(mAliveMutex, aAdmin.mMutex) {
         new (&aAdmin.mSendEnded) osx::Condition;
         new (&aAdmin.mBroadcastMutex) ACE_Recursive_Thread_Mutex;
         aAdmin.mCallbacks = 0;
@@ -161,9 +161,9 @@ ConnectionAdmin::ConnectionAdmin()
       mNewClientFnc(nullptr),
       mClosedClientFnc(nullptr),
       mClientData(nullptr) {
-    const osx::MutexLock lGuard(gAliveMutex);
-    mNextAlive = gAlive;
-    gAlive = this;
+    const osx::MutexLock lGuard(mAliveMutex);
+    mNextAlive = mAlive;
+    mAlive = this;
 }
 
 ConnectionAdmin::~ConnectionAdmin() {
@@ -174,14 +174,14 @@ ConnectionAdmin::~ConnectionAdmin() {
 
 /// Callbacks that come later do not find the object any more. Waits for those that have.
 void ConnectionAdmin::leaveAlive() {
-    const osx::MutexLock lLock(gAliveMutex);
-    ConnectionAdmin** lLink = &gAlive;
+    const osx::MutexLock lLock(mAliveMutex);
+    ConnectionAdmin** lLink = &mAlive;
     while (*lLink != this) {
         lLink = &(*lLink)->mNextAlive;
     }
     *lLink = mNextAlive;
     while (mCallbacks > 0) {
-        callbackEnded().wait(gAliveMutex);
+        callbackEnded().wait(mAliveMutex);
     }
 }
 

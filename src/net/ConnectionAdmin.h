@@ -125,13 +125,13 @@ private:
     void NewConnection_i(void* aSocket) OSX_EXCLUDES(mMutex);
     void ClosedConnection_i(void* aSocket) OSX_EXCLUDES(mMutex);
     std::unique_ptr<Client>& find(void* aSocket) OSX_REQUIRES(mMutex);
-    void leaveAlive() OSX_EXCLUDES(gAliveMutex);
+    void leaveAlive() OSX_EXCLUDES(mAliveMutex);
     bool keepsPort(long aPort);
     void forgetClients() OSX_EXCLUDES(mMutex);
 
     /// Guards the list of the objects that exist, and their counts of callbacks.
-    static osx::Mutex gAliveMutex;
-    static ConnectionAdmin* gAlive OSX_GUARDED_BY(gAliveMutex);
+    static osx::Mutex mAliveMutex;
+    static ConnectionAdmin* mAlive OSX_GUARDED_BY(mAliveMutex);
 
     /// The first client of a list, in the order in which they connected.
     std::unique_ptr<Client> mConnections OSX_GUARDED_BY(mMutex);
@@ -148,9 +148,9 @@ private:
     /// How many clients are in the list and not closing. The loop's threads change it, under
     /// `mMutex`; any thread may read it, without a lock.
     std::atomic<int> mCount;
-    ConnectionAdmin* mNextAlive OSX_GUARDED_BY(gAliveMutex);
+    ConnectionAdmin* mNextAlive OSX_GUARDED_BY(mAliveMutex);
     /// How many callbacks hold the object now.
-    int mCallbacks OSX_GUARDED_BY(gAliveMutex);
+    int mCallbacks OSX_GUARDED_BY(mAliveMutex);
     /// Which process, counted in forks, `init` was last called in.
     unsigned int mGeneration;
     /// Set before `init`, and only read from then on.
