@@ -10,11 +10,22 @@
 
 namespace osx {
 
-/// @return the entry of a descriptor, whether taken or not; null for a number outside the table.
-inline commIfDesc_t* descriptorEntry(int aDesc) noexcept {
+/// Performs a call on the entry of a descriptor, whether that is taken or not.
+/// @return the call's status; `COMMIF_ERR_BAD_DESCRIPTOR` for a number outside the table.
+template <class Call>
+int withEntry(int aDesc, Call aCall) {
     return static_cast<unsigned int>(aDesc) < static_cast<unsigned int>(COMMIF_MAX_DESC)
-               ? &commIfDesc[aDesc]
-               : nullptr;
+               ? aCall(commIfDesc[aDesc])
+               : COMMIF_ERR_BAD_DESCRIPTOR;
+}
+
+/// The same for an open, which also needs its parameters.
+/// @return `COMMIF_ERR_BAD_ARGUMENT` if these are missing.
+template <class Parameters, class Call>
+int withEntry(int aDesc, const Parameters* aParams, Call aCall) {
+    return withEntry(aDesc, [&](commIfDesc_t& aEntry) {
+        return aParams == nullptr ? COMMIF_ERR_BAD_ARGUMENT : aCall(aEntry, *aParams);
+    });
 }
 
 /// Stores a count, or the -1 of a failed call, where the caller wants it.
@@ -26,7 +37,8 @@ void storeCount(unsigned long* aRetCount, Count aCount) noexcept {
 }
 
 /// @name Read time-out
-/// One thread may replace it while another is about to read.
+/// One thread may replace it, by an ioctl, while another is about to read. The word is a plain one
+/// in the interface's table, so it is only touched atomically here.
 /// @{
 inline unsigned int loadReadTimeout(const unsigned int& aReadTimeout) noexcept {
     return __atomic_load_n(&aReadTimeout, __ATOMIC_RELAXED);
@@ -40,9 +52,9 @@ inline void storeReadTimeout(unsigned int& aReadTimeout, const void* aData) noex
 /// @}
 
 /// @name Closing in two steps
-/// A descriptor is free before its channel is closed, and another thread may take it at once. So
-/// closing first takes the object out of the entry, which then holds none, and then ends it without
-/// looking at the entry again. A channel's close function is the two steps in a row.
+/// `commIfClose` frees a descriptor before it closes the channel, and then another thread may take
+/// the descriptor at once. So closing first takes the object out of the entry, which then holds
+/// none, and then ends the object without looking at the entry again.
 /// @{
 void* takeSerialObject(commIfDesc_t& aEntry) noexcept;
 int closeSerialObject(int aDesc, void* aObject) noexcept;
@@ -53,12 +65,19 @@ int closeFileObject(int aDesc, void* aObject) noexcept;
 void* takeMsgObject(commIfDesc_t& aEntry) noexcept;
 int closeMsgObject(int aDesc, void* aObject) noexcept;
 
-/// Null for a channel of a kind that there is not.
+/// Null for a channel of an unknown kind.
 void* takeNetObject(commIfDesc_t& aEntry) noexcept;
 int closeNetObject(int aDesc, void* aObject) noexcept;
 
 void* takeVgaObject(commIfDesc_t& aEntry) noexcept;
 int closeVgaObject(int aDesc, void* aObject) noexcept;
+
+/// Both steps, for a channel's own close function.
+template <class TakeObject, class CloseObject>
+int closeChannel(int aDesc, TakeObject aTakeObject, CloseObject aCloseObject) {
+    return withEntry(
+        aDesc, [&](commIfDesc_t& aEntry) { return aCloseObject(aDesc, aTakeObject(aEntry)); });
+}
 /// @}
 
 }  // namespace osx

@@ -1,13 +1,18 @@
+// Directory listings, which use no descriptor, and the working directory.
+//
+// A listing opens its directory itself: ACE's class does not tell the descriptor, so that it could
+// be neither close-on-exec nor kept away from the numbers of standard input, output and error.
 #include <dirent.h>
 #include <fcntl.h>
 
 #include <cstring>
+#include <memory>
 
 #include "ace/Log_Category.h"
 #include "ace/OS_NS_unistd.h"
+#include "base/Descriptor.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
-#include "base/closeKeepingErrno.h"
 #include "base/diagnosticLine.h"
 #include "base/standardDescriptors.h"
 #include "commif/channels.h"
@@ -17,43 +22,39 @@ namespace {
 using osx::DiagnosticLine;
 using osx::kChannelModule;
 
-/// In place of ACE's own, whose descriptor cannot be had.
+struct CloseStream {
+    void operator()(DIR* aStream) const {
+        const osx::NoCancellation lGuard;
+        ::closedir(aStream);
+    }
+};
+using Stream = std::unique_ptr<DIR, CloseStream>;
+
+/// @return the stream of a directory; null, after ACE's line of it, if it cannot be opened.
+Stream openStream(const char* aName) {
+    osx::Descriptor lDescriptor = osx::makeDescriptor(
+        [aName] { return ::open(aName, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC); });
+    Stream lStream(lDescriptor ? ::fdopendir(lDescriptor.get()) : nullptr);
+    if (lStream != nullptr) {
+        static_cast<void>(lDescriptor.release());  // the stream's from now on
+        return lStream;
+    }
+    lDescriptor.reset();
+    ACELIB_ERROR((LM_ERROR, "%p\n", "ACE_Dirent::ACE_Dirent"));
+    return lStream;
+}
+
+/// What a listing's handle points at. A directory that cannot be opened has one, too, and no
+/// entries.
 class Directory {
 public:
-    explicit Directory(const char* aName);
-    ~Directory();
-    Directory(const Directory&) = delete;
-    Directory& operator=(const Directory&) = delete;
+    explicit Directory(const char* aName) : mStream(openStream(aName)) {}
 
-    const dirent* read() { return mStream == nullptr ? nullptr : ::readdir(mStream); }
+    const dirent* read() { return mStream == nullptr ? nullptr : ::readdir(mStream.get()); }
 
 private:
-    DIR* mStream = nullptr;
+    Stream mStream;
 };
-
-Directory::Directory(const char* aName) {
-    const int lDescriptor =
-        osx::makeDescriptor([aName] {
-            return ::open(aName, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
-        }).release();
-    if (lDescriptor != -1) {
-        mStream = ::fdopendir(lDescriptor);
-    }
-    if (mStream != nullptr) {
-        return;
-    }
-    if (lDescriptor != -1) {
-        osx::closeKeepingErrno(lDescriptor);
-    }
-    ACELIB_ERROR((LM_ERROR, "%p\n", "ACE_Dirent::ACE_Dirent"));
-}
-
-Directory::~Directory() {
-    const osx::NoCancellation lGuard;
-    if (mStream != nullptr) {
-        ::closedir(mStream);
-    }
-}
 
 int nextName(Directory& aDirectory, char* aName) {
     const dirent* lEntry = aDirectory.read();
@@ -69,17 +70,17 @@ int nextName(Directory& aDirectory, char* aName) {
 }  // namespace
 
 int commIfDirOpen(char* aDirectory, char* aFirstName, void** aHandle) {
-    auto* lDirent =
-        aHandle == nullptr
-            ? nullptr
-            : osx::allocate<Directory>(aDirectory == nullptr ? "/" : aDirectory).release();
-    if (lDirent == nullptr) {
+    auto lDirectory = aHandle == nullptr
+                          ? nullptr
+                          : osx::allocate<Directory>(aDirectory == nullptr ? "/" : aDirectory);
+    if (lDirectory == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t commIfDirOpen: lDirent == 0 aDirectory [%s] \n", aDirectory);
         return COMMIF_ERR_FILE_IO;
     }
-    *aHandle = lDirent;
-    return nextName(*lDirent, aFirstName);
+    const int lStatus = nextName(*lDirectory, aFirstName);
+    *aHandle = lDirectory.release();
+    return lStatus;
 }
 
 int commIfDirEntryGet(void* aHandle, char* aName) {

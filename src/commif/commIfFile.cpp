@@ -1,3 +1,7 @@
+// The file channel: an open file behind a descriptor.
+//
+// Writing to a regular file needs no guard against SIGPIPE, which would cost four system calls for
+// one; so the first write after an open finds out what kind of file it is.
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -8,7 +12,6 @@
 #include <memory>
 #include <utility>
 
-#include "ace/FILE_Connector.h"
 #include "ace/FILE_IO.h"
 #include "ace/OS_NS_unistd.h"
 #include "base/NoCancellation.h"
@@ -26,14 +29,13 @@ void* takeFileObject(commIfDesc_t& aEntry) noexcept {
 
 int closeFileObject(int aDesc, void* aObject) noexcept {
     const NoCancellation lGuard;
-    auto* lFile = DiagnosticLine(kChannelModule)
-                      .object<ACE_FILE_IO>(aObject, LM_DEBUG,
-                                           "%t commIfFileClose: lFile == 0 desc[%d]  \n", aDesc);
+    const std::unique_ptr<ACE_FILE_IO> lFile(static_cast<ACE_FILE_IO*>(aObject));
     if (lFile == nullptr) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_DEBUG, "%t commIfFileClose: lFile == 0 desc[%d]  \n", aDesc);
         return COMMIF_ERR_NO_DEVICE;
     }
     lFile->close();
-    delete lFile;
     return COMMIF_OK;
 }
 
@@ -63,8 +65,8 @@ int toOpenFlags(unsigned int aOpenMode) {
     return lFlags;
 }
 
-/// Fills the entry, which then holds no object: where pointers are 32 bits wide, the object's place
-/// is that of the last of the copied words.
+/// Fills the entry, which then holds no object. The object comes last: where pointers have 32 bits,
+/// it has the place of the last word that was copied.
 void copyParameters(commIfFileInfo_t& aInfo, const commIfFileParams_t& aParams) {
     std::memcpy(aInfo.fileName, aParams.fileName, sizeof aInfo.fileName);
     aInfo.openMode = aParams.openMode;
@@ -72,7 +74,7 @@ void copyParameters(commIfFileInfo_t& aInfo, const commIfFileParams_t& aParams) 
     aInfo.fileIo = nullptr;
 }
 
-/// A name that fills its field is complete without a terminator.
+/// The name of a file, terminated also where it fills its field.
 class FileName {
 public:
     explicit FileName(const commIfFileParams_t& aParams) {
@@ -110,9 +112,14 @@ int storeSize(ACE_FILE_IO& aFile, void* aData) {
                             : getFileSize(aFile, *static_cast<unsigned long*>(aData));
 }
 
-/// What a descriptor's file is, found by the first write after each open: who only reads does
-/// without. A regular file has no reader who could go, so that its writes never raise SIGPIPE.
+/// What a descriptor's file is. A regular file has no reader that could go away, so its writes
+/// never raise SIGPIPE.
+///
+///     kUnknown --first write--> kRegular or kOther;  each open: back to kUnknown
 enum class FileKind : unsigned char { kUnknown, kRegular, kOther };
+
+/// By descriptor. The thread that opens a descriptor writes its kind, and so does one that writes
+/// to it first; threads that write read it. They are atomic because several may write first.
 std::atomic<FileKind> gFileKinds[COMMIF_MAX_DESC];
 
 FileKind kindOf(int aDesc) {
@@ -130,8 +137,8 @@ FileKind findKind(const ACE_FILE_IO& aFile) {
                : FileKind::kOther;
 }
 
-/// To a pipe or a terminal, or to what is not known yet.
-[[gnu::noinline]] ssize_t sendWithCare(int aDesc, const ACE_FILE_IO& aFile,
+/// Writes to a pipe or a terminal, or where the kind is not known yet.
+[[gnu::noinline]] ssize_t writeGuarded(int aDesc, const ACE_FILE_IO& aFile,
                                        const unsigned char* aBuf, unsigned long aCount) {
     if (kindOf(aDesc) == FileKind::kUnknown) {
         setKind(aDesc, findKind(aFile));
@@ -144,7 +151,7 @@ bool isWhole(ssize_t aTransferred, unsigned long aCount) {
     return aTransferred >= 0 && static_cast<unsigned long>(aTransferred) == aCount;
 }
 
-// The lines stand apart, so that the way without one is short.
+// The lines are written by functions of their own, which keeps the usual path short.
 
 [[gnu::cold]] int shortRead(int aDesc, unsigned long aCount, ssize_t aRead) {
     DiagnosticLine(kChannelModule)
@@ -160,94 +167,83 @@ bool isWhole(ssize_t aTransferred, unsigned long aCount) {
     return COMMIF_ERR_FILE_IO;
 }
 
-}  // namespace
+/// Performs a call on the file behind a descriptor.
+/// @param aNoFile the line if there is none.
+template <class Call>
+int withFile(int aDesc, const char* aNoFile, Call aCall, int aLine = __builtin_LINE()) {
+    return osx::withEntry(aDesc, [&](const commIfDesc_t& aEntry) {
+        ACE_FILE_IO* const lFile = aEntry.info.file.fileIo;
+        if (lFile == nullptr) {
+            DiagnosticLine(kChannelModule, aLine).failure(LM_DEBUG, aNoFile, aDesc);
+            return COMMIF_ERR_NO_DEVICE;
+        }
+        return aCall(*lFile);
+    });
+}
 
-int commIfFileOpen(int aDesc, commIfFileParams_t* aParams) {
-    commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    if (aParams == nullptr) {
-        return COMMIF_ERR_BAD_ARGUMENT;
-    }
-    if (void* lFormer = osx::takeFileObject(*lEntry)) {
+int openInEntry(int aDesc, commIfDesc_t& aEntry, const commIfFileParams_t& aParams) {
+    if (void* lFormer = osx::takeFileObject(aEntry)) {
         osx::closeFileObject(aDesc, lFormer);
     }
-    copyParameters(lEntry->info.file, *aParams);
-    const FileName lName(*aParams);
-    std::unique_ptr<ACE_FILE_IO> lFile(osx::allocate<ACE_FILE_IO>());
-    if (lFile == nullptr || !osx::openFile(*lFile, lName.text(), toOpenFlags(aParams->openMode))) {
+    copyParameters(aEntry.info.file, aParams);
+    const FileName lName(aParams);
+    auto lFile = osx::allocate<ACE_FILE_IO>();
+    if (lFile == nullptr || !osx::openFile(*lFile, lName.text(), toOpenFlags(aParams.openMode))) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t commIfFileOpen: Unable to open file [%s]!  desc[%d]  \n",
                      lName.text(), aDesc);
         return COMMIF_ERR_FILE_OPEN;
     }
     setKind(aDesc, FileKind::kUnknown);
-    lEntry->info.file.fileIo = lFile.release();
+    aEntry.info.file.fileIo = lFile.release();
     return COMMIF_OK;
 }
 
+}  // namespace
+
+int commIfFileOpen(int aDesc, commIfFileParams_t* aParams) {
+    return osx::withEntry(aDesc, aParams,
+                          [aDesc](commIfDesc_t& aEntry, const commIfFileParams_t& aGiven) {
+                              return openInEntry(aDesc, aEntry, aGiven);
+                          });
+}
+
 int commIfFileRead(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigned long* aRetCount) {
-    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    const auto* lFile = DiagnosticLine(kChannelModule)
-                            .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
-                                                 "%t commIfFileRead: lFile == 0 fd[%d]  \n", aDesc);
-    if (lFile == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
-    }
-    const ssize_t lRead = lFile->recv(aBuf, aCount);
-    osx::storeCount(aRetCount, lRead);
-    return isWhole(lRead, aCount) ? COMMIF_OK : shortRead(aDesc, aCount, lRead);
+    return withFile(aDesc, "%t commIfFileRead: lFile == 0 fd[%d]  \n",
+                    [&](const ACE_FILE_IO& aFile) {
+                        const ssize_t lRead = aFile.recv(aBuf, aCount);
+                        osx::storeCount(aRetCount, lRead);
+                        return isWhole(lRead, aCount) ? COMMIF_OK : shortRead(aDesc, aCount, lRead);
+                    });
 }
 
 int commIfFileWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                     unsigned long* aRetCount) {
-    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    const auto* lFile =
-        DiagnosticLine(kChannelModule)
-            .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
-                                 "%t commIfFileWrite: lFile == 0 fd[%d]  \n", aDesc);
-    if (lFile == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
-    }
-    const ssize_t lWritten = kindOf(aDesc) == FileKind::kRegular
-                                 ? lFile->send(aBuf, aCount)
-                                 : sendWithCare(aDesc, *lFile, aBuf, aCount);
-    osx::storeCount(aRetCount, lWritten);
-    return isWhole(lWritten, aCount) ? COMMIF_OK : shortWrite(aDesc, aCount, lWritten);
+    return withFile(
+        aDesc, "%t commIfFileWrite: lFile == 0 fd[%d]  \n", [&](const ACE_FILE_IO& aFile) {
+            const ssize_t lWritten = kindOf(aDesc) == FileKind::kRegular
+                                         ? aFile.send(aBuf, aCount)
+                                         : writeGuarded(aDesc, aFile, aBuf, aCount);
+            osx::storeCount(aRetCount, lWritten);
+            return isWhole(lWritten, aCount) ? COMMIF_OK : shortWrite(aDesc, aCount, lWritten);
+        });
 }
 
 int commIfFileIoctl(int aDesc, unsigned long aCmd, void* aData) {
-    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    auto* lFile = DiagnosticLine(kChannelModule)
-                      .object<ACE_FILE_IO>(lEntry->info.file.fileIo, LM_DEBUG,
-                                           "%t commIfFileIoctl: lFile == 0 fd[%d]  \n", aDesc);
-    if (lFile == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
-    }
-    switch (aCmd) {
-        case kSeek:
-            return seek(*lFile, aData);
-        case kSync:
-            return sync(*lFile);
-        case kGetSize:
-            return storeSize(*lFile, aData);
-        default:
-            return COMMIF_ERR_BAD_IOCTL;
-    }
+    return withFile(aDesc, "%t commIfFileIoctl: lFile == 0 fd[%d]  \n", [&](ACE_FILE_IO& aFile) {
+        switch (aCmd) {
+            case kSeek:
+                return seek(aFile, aData);
+            case kSync:
+                return sync(aFile);
+            case kGetSize:
+                return storeSize(aFile, aData);
+            default:
+                return COMMIF_ERR_BAD_IOCTL;
+        }
+    });
 }
 
 int commIfFileClose(int aDesc) {
-    commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    return lEntry == nullptr ? COMMIF_ERR_BAD_DESCRIPTOR
-                             : osx::closeFileObject(aDesc, osx::takeFileObject(*lEntry));
+    return osx::closeChannel(aDesc, osx::takeFileObject, osx::closeFileObject);
 }

@@ -1,3 +1,4 @@
+// Utilities for files by name, which use no descriptor: size, rename, delete, copy.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -10,43 +11,16 @@
 #include "ace/FILE_IO.h"
 #include "base/NoCancellation.h"
 #include "base/diagnosticLine.h"
-#include "base/standardDescriptors.h"
 #include "base/writeSignals.h"
 #include "commif/channels.h"
 #include "commif/fileAccess.h"
-
-namespace osx {
-
-bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags) {
-    constexpr int kPermissions = 0644;
-    const ACE_FILE_Addr lAddress(aName == nullptr ? "" : aName);
-    if (ACE_FILE_Connector().connect(aFile, lAddress, nullptr, ACE_Addr::sap_any, 0,
-                                     aFlags | O_CLOEXEC | O_NOCTTY, kPermissions) != 0) {
-        return false;
-    }
-    aFile.set_handle(aboveStandard(aFile.get_handle()));
-    return aFile.get_handle() != ACE_INVALID_HANDLE;
-}
-
-bool findFileSize(ACE_FILE_IO& aFile, ACE_OFF_T& aSize) {
-    ACE_FILE_Info lInfo;
-    if (aFile.get_info(lInfo) != 0) {
-        DiagnosticLine(kChannelModule)
-            .failure(LM_DEBUG, "%t getFileSize: Unable to retrieve info from the file\n");
-        return false;
-    }
-    aSize = lInfo.size_;
-    return true;
-}
-
-}  // namespace osx
 
 namespace {
 
 using osx::DiagnosticLine;
 using osx::kChannelModule;
 
-/// A file that is closed at the end of its life, as ACE's own is not.
+/// Closes its file in the end, which ACE's class does not do.
 class OpenFile : public ACE_FILE_IO {
 public:
     OpenFile() = default;
@@ -59,15 +33,15 @@ public:
 };
 
 constexpr std::size_t kKernelsPiece = 65536;
-/// It lies on the stack of whoever calls, which may be a small one.
+/// Small, because it lies on the caller's stack.
 constexpr std::size_t kOwnPiece = 16384;
 
 std::size_t pieceOf(ACE_OFF_T aSize, std::size_t aMost) {
     return static_cast<std::size_t>(std::min(aSize, static_cast<ACE_OFF_T>(aMost)));
 }
 
-/// Has the kernel copy a number of bytes, in pieces, which stay in its caches.
-/// @return how many are left: all, where the files are not of a kind that it copies.
+/// Has the kernel copy a number of bytes, in pieces that stay in the processor's caches.
+/// @return how many bytes are left: all, if the kernel does not copy between files of these kinds.
 ACE_OFF_T copyInKernel(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination,
                        ACE_OFF_T aSize) {
     while (aSize > 0) {
@@ -82,8 +56,8 @@ ACE_OFF_T copyInKernel(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestinati
     return aSize;
 }
 
-/// Copies a number of bytes in pieces. It ends early when one of the files does not play along,
-/// which nobody is told.
+/// Copies a number of bytes in pieces. It ends early, without saying so, when a read or a write
+/// fails.
 void copyByReading(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, ACE_OFF_T aSize) {
     const osx::WriteSignalGuard lGuard;
     std::array<char, kOwnPiece> lPiece;
@@ -129,7 +103,7 @@ int commIfFileRename(const char* aCurrentName, const char* aNewName) {
 
 int commIfFileDelete(const char* aName) {
     ACE_FILE_IO lFile;
-    // Whatever has the name is opened without waiting for anything, a pipe's writer for one.
+    // Without waiting, as for the writer of a pipe that has this name.
     if (!osx::openFile(lFile, aName, O_RDONLY | O_NONBLOCK)) {
         return COMMIF_ERR_FILE_OPEN;
     }

@@ -1,3 +1,5 @@
+// The network channel: a connected socket of the application's behind a descriptor. The channel
+// never owns the socket; closing it only forgets the socket.
 #include <algorithm>
 
 #include "commif/channels.h"
@@ -6,7 +8,7 @@
 namespace osx {
 
 namespace {
-/// All that closing a network channel has to know of it.
+/// Closing looks at nothing but the kind. This stands for a channel of the kind that there is.
 char gKnownKind;
 }  // namespace
 
@@ -25,12 +27,13 @@ namespace {
 
 constexpr unsigned int kTextMode = 1;
 
-int networkError(unsigned long* aRetCount) {
+/// Stores a count of 0. @return the socket layer's last error, which is the call's status.
+int failedTransfer(unsigned long* aRetCount) {
     osx::storeCount(aRetCount, 0);
     return static_cast<int>(osxGetLastNetworkError());
 }
 
-/// Sends a text with CR LF for each LF. What cannot be sent is lost.
+/// Sends a text with CR LF for each LF. A failed send only writes its line.
 void sendText(void* aSocket, const unsigned char* aBuf, unsigned long aCount) {
     const unsigned char* const lEnd = aBuf + aCount;
     while (aBuf != lEnd) {
@@ -46,54 +49,62 @@ void sendText(void* aSocket, const unsigned char* aBuf, unsigned long aCount) {
     }
 }
 
+/// Reads a line and sends each byte back. The caller has filled the buffer with other bytes than
+/// NUL, up to a NUL at its end.
+void echoLine(void* aSocket, char* aBuf) {
+    unsigned long lReceived = 0;
+    do {
+        osxSocketRecv(aSocket, aBuf, 1, lReceived);
+        osxSocketSend(aSocket, aBuf, 1);
+        if (*aBuf == '\n') {
+            *aBuf = '\0';
+            osxSocketSend(aSocket, "\r", 1);
+            return;
+        }
+        ++aBuf;
+    } while (*aBuf != '\0');
+}
+
 }  // namespace
 
 int commIfNetOpen(int aDesc, commIfNetParams_t* aParams) {
-    commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    if (aParams == nullptr) {
-        return COMMIF_ERR_BAD_ARGUMENT;
-    }
-    commIfNetInfo_t& lInfo = lEntry->info.net;
-    static_cast<commIfNetParams_t&>(lInfo) = *aParams;
-    if (lInfo.netKind != COMMIF_NET_TCP) {
-        lInfo.socket = nullptr;
-        return COMMIF_ERR_NOT_IMPLEMENTED;
-    }
-    return COMMIF_OK;
+    return osx::withEntry(aDesc, aParams,
+                          [](commIfDesc_t& aEntry, const commIfNetParams_t& aGiven) {
+                              commIfNetInfo_t& lInfo = aEntry.info.net;
+                              static_cast<commIfNetParams_t&>(lInfo) = aGiven;
+                              if (lInfo.netKind != COMMIF_NET_TCP) {
+                                  lInfo.socket = nullptr;
+                                  return COMMIF_ERR_NOT_IMPLEMENTED;
+                              }
+                              return COMMIF_OK;
+                          });
 }
 
 int commIfNetRead(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigned long* aRetCount) {
-    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    unsigned long lReceived = 0;
-    if (osxSocketRecv(lEntry->info.net.socket, aBuf, aCount, lReceived) != 0) {
-        return networkError(aRetCount);
-    }
-    osx::storeCount(aRetCount, lReceived);
-    return COMMIF_OK;
+    return osx::withEntry(aDesc, [&](const commIfDesc_t& aEntry) {
+        unsigned long lReceived = 0;
+        if (osxSocketRecv(aEntry.info.net.socket, aBuf, aCount, lReceived) != 0) {
+            return failedTransfer(aRetCount);
+        }
+        osx::storeCount(aRetCount, lReceived);
+        return COMMIF_OK;
+    });
 }
 
 int commIfNetWrite(int aDesc, unsigned char* aBuf, unsigned long aCount, unsigned long* aRetCount) {
-    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    const commIfNetInfo_t& lInfo = lEntry->info.net;
-    if (lInfo.textMode == kTextMode) {
+    return osx::withEntry(aDesc, [&](const commIfDesc_t& aEntry) {
+        const commIfNetInfo_t& lInfo = aEntry.info.net;
+        if (lInfo.textMode == kTextMode) {
+            osx::storeCount(aRetCount, aCount);
+            sendText(lInfo.socket, aBuf, aCount);
+            return COMMIF_OK;
+        }
+        if (osxSocketSend(lInfo.socket, aBuf, aCount) != 0) {
+            return failedTransfer(aRetCount);
+        }
         osx::storeCount(aRetCount, aCount);
-        sendText(lInfo.socket, aBuf, aCount);
         return COMMIF_OK;
-    }
-    if (osxSocketSend(lInfo.socket, aBuf, aCount) != 0) {
-        return networkError(aRetCount);
-    }
-    osx::storeCount(aRetCount, aCount);
-    return COMMIF_OK;
+    });
 }
 
 int commIfNetIoctl(int, unsigned long, void*) {
@@ -101,27 +112,12 @@ int commIfNetIoctl(int, unsigned long, void*) {
 }
 
 int commIfNetClose(int aDesc) {
-    commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    return lEntry == nullptr ? COMMIF_ERR_BAD_DESCRIPTOR
-                             : osx::closeNetObject(aDesc, osx::takeNetObject(*lEntry));
+    return osx::closeChannel(aDesc, osx::takeNetObject, osx::closeNetObject);
 }
 
 int commifNetfgets(char* aBuf, int aDesc) {
-    const commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    void* const lSocket = lEntry->info.net.socket;
-    unsigned long lReceived = 0;
-    do {
-        osxSocketRecv(lSocket, aBuf, 1, lReceived);
-        osxSocketSend(lSocket, aBuf, 1);
-        if (*aBuf == '\n') {
-            *aBuf = '\0';
-            osxSocketSend(lSocket, "\r", 1);
-            break;
-        }
-        ++aBuf;
-    } while (*aBuf != '\0');
-    return 1;
+    return osx::withEntry(aDesc, [aBuf](const commIfDesc_t& aEntry) {
+        echoLine(aEntry.info.net.socket, aBuf);
+        return 1;
+    });
 }

@@ -1,3 +1,9 @@
+// The serial channel: a serial port behind a descriptor, with its line settings.
+//
+// ACE's class opens the device and sets the line. What it leaves as the device's last user had it,
+// or sets in a way that changes the data, is set here afterwards, so that every byte passes
+// unchanged. How long a read waits is for `osxComPort::recv_n` to say, never for the driver's
+// timer.
 #include <fcntl.h>
 #include <termios.h>
 
@@ -5,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "ace/ACE.h"
@@ -14,8 +21,8 @@
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
-#include "base/standardDescriptors.h"
 #include "commif/channels.h"
+#include "commif/deviceHandle.h"
 #include "commif/osxComPort.h"
 
 using osx::DiagnosticLine;
@@ -38,29 +45,31 @@ enum Command : unsigned long {
     kGetDsr = 8
 };
 
-/// Devices that were opened when memory did not suffice for a port object, by descriptor. They stay
-/// open until their descriptor is closed or opened anew.
+/// By descriptor: devices that were opened when there was no memory for a port object. They stay
+/// open until the descriptor is closed or opened anew. The thread that opens a descriptor puts its
+/// device here; one that closes it, or opens it anew, takes the device out. They are atomic so that
+/// only one of two such threads gets the device.
 std::array<std::atomic<ACE_TTY_IO*>, COMMIF_MAX_DESC> gDevicesWithoutPort{};
 
 std::atomic<ACE_TTY_IO*>& deviceWithoutPort(const commIfDesc_t& aEntry) {
     return gDevicesWithoutPort[static_cast<std::size_t>(&aEntry - commIfDesc)];
 }
 
-void closeDevice(ACE_TTY_IO* aDevice) {
-    if (aDevice != nullptr) {
-        aDevice->close();
-        delete aDevice;
+void closeDeviceWithoutPort(const commIfDesc_t& aEntry) {
+    const std::unique_ptr<ACE_TTY_IO> lDevice(deviceWithoutPort(aEntry).exchange(nullptr));
+    if (lDevice != nullptr) {
+        lDevice->close();
     }
 }
 
-/// The product wraps at 32 bits, and is meant to.
+/// Converts milliseconds. The product wraps at 32 bits, which is meant to be so.
 ACE_Time_Value toReadLimit(unsigned int aMilliseconds) {
     const std::uint32_t lMicroseconds = aMilliseconds * 1000U;
     return ACE_Time_Value(static_cast<time_t>(lMicroseconds / ACE_ONE_SECOND_IN_USECS),
                           static_cast<suseconds_t>(lMicroseconds % ACE_ONE_SECOND_IN_USECS));
 }
 
-/// For ACE the name alone decides whether there is parity.
+/// ACE decides by the name alone whether there is parity.
 const char* parityName(const commIfSerialParams_t& aParams) {
     static constexpr std::array<const char*, 4> kNames{"NONE", "ODD", "EVEN", "MARK"};
     if (aParams.parityEnable == 0) {
@@ -87,9 +96,9 @@ ACE_TTY_IO::Serial_Params toLineSettings(const commIfSerialParams_t& aParams) {
     return lSettings;
 }
 
-/// @return what ACE has set of its own accord. The rest of the settings is a former user's, who may
-/// have left anything, or bad for the data: PARMRK doubles each 0xFF, and marks a parity error with
-/// two more bytes.
+/// @return the settings that ACE has made and that are wanted. The rest is what the device's last
+/// user left, or changes the data: PARMRK doubles each 0xFF, and marks a parity error with two more
+/// bytes.
 termios withoutFormerSettings(const termios& aSet) {
     termios lClean{};
     lClean.c_iflag = aSet.c_iflag & (IGNBRK | ISTRIP | IXON | IXOFF);
@@ -100,7 +109,7 @@ termios withoutFormerSettings(const termios& aSet) {
     }
     lClean.c_cc[VSTART] = CSTART;
     lClean.c_cc[VSTOP] = CSTOP;
-    // A read returns with the first byte, so that the driver's timer never ends it.
+    // A read of the driver's returns with the first byte, and its timer never ends one.
     lClean.c_cc[VMIN] = 1;
     lClean.c_ispeed = aSet.c_ispeed;
     lClean.c_ospeed = aSet.c_ospeed;
@@ -122,57 +131,73 @@ bool openDevice(ACE_TTY_IO& aDevice, const char* aName) {
     constexpr int kFlags = O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK;
     ACE_DEV_Connector lConnector;
     if (lConnector.connect(aDevice, ACE_DEV_Addr(aName), nullptr, ACE_Addr::sap_any, 0, kFlags,
-                           0) == -1) {
-        return false;
-    }
-    aDevice.set_handle(osx::aboveStandard(aDevice.get_handle()));
-    if (aDevice.get_handle() == ACE_INVALID_HANDLE) {
+                           0) == -1 ||
+        !osx::moveAboveStandard(aDevice)) {
         return false;
     }
     ACE::clr_flags(aDevice.get_handle(), O_NONBLOCK);
     return true;
 }
 
-osxComPort* createPort(ACE_TTY_IO* aDevice, const commIfSerialParams_t& aParams) {
+/// @param aDevice becomes the port's, unless there is no memory for that.
+std::unique_ptr<osxComPort> createPort(std::unique_ptr<ACE_TTY_IO>& aDevice,
+                                       const commIfSerialParams_t& aParams) {
+    std::unique_ptr<osxComPort> lPort;
     if (aParams.rtsHalfDuplex != 0) {
-        return osx::allocate<osxComPortRTS_Ctrl>(aDevice, static_cast<int>(aParams.baudRate))
-            .release();
+        lPort =
+            osx::allocate<osxComPortRTS_Ctrl>(aDevice.get(), static_cast<int>(aParams.baudRate));
+    } else {
+        lPort = osx::allocate<osxComPort>(aDevice.get());
     }
-    return osx::allocate<osxComPort>(aDevice).release();
+    if (lPort != nullptr) {
+        static_cast<void>(aDevice.release());
+    }
+    return lPort;
 }
 
-bool CommParamsSet(int aDesc, const commIfDesc_t& aEntry) {
-    const osxComPort* lPort = aEntry.info.serial.comPort;
+/// @return the device of an entry's port; null, after a line, if there is none.
+const ACE_TTY_IO* deviceToSet(int aDesc, const commIfDesc_t& aEntry) {
+    const osxComPort* const lPort = aEntry.info.serial.comPort;
     if (lPort == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t CommParamsSet: losxComPort == 0  fd[%d] \n", aDesc);
-        return false;
+        return nullptr;
     }
-    const ACE_TTY_IO* lComport = lPort->getACE_TTY_IO();
-    if (lComport == nullptr) {
+    const ACE_TTY_IO* const lDevice = lPort->getACE_TTY_IO();
+    if (lDevice == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t CommParamsSet: lComport == 0  fd[%d] \n", aDesc);
+    }
+    return lDevice;
+}
+
+/// Applies the line settings to the port of an entry. @return false, after a line, if that fails.
+bool applySettings(int aDesc, const commIfDesc_t& aEntry) {
+    const ACE_TTY_IO* const lDevice = deviceToSet(aDesc, aEntry);
+    if (lDevice == nullptr) {
         return false;
     }
     DiagnosticLine(kChannelModule)
         .trace(kSetUpLevel, "%t CommParamsSet: CommParamsSet start fd[%d] lComport[0x%x] \n", aDesc,
-               lComport);
+               lDevice);
     ACE_TTY_IO::Serial_Params lSettings = toLineSettings(aEntry.info.serial);
-    if (lComport->control(ACE_TTY_IO::SETPARAMS, &lSettings) == -1 || !makeTransparent(*lComport)) {
+    if (lDevice->control(ACE_TTY_IO::SETPARAMS, &lSettings) == -1 || !makeTransparent(*lDevice)) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t CommParamsSet: lComport->control fails  fd[%d] \n", aDesc);
         return false;
     }
     DiagnosticLine(kChannelModule)
         .trace(kSetUpLevel, "%t CommParamsSet: CommParamsSet done fd[%d] lComport[0x%x] \n", aDesc,
-               lComport);
+               lDevice);
     return true;
 }
 
-/// Ends what the last open of this descriptor may have left: an open that failed at the settings
-/// leaves its port, which nobody closed if the descriptor came from the generic calls.
+/// Closes what the last open of this descriptor may have left. An open that fails at the settings
+/// leaves its port in the entry, and nobody closes that where the descriptor came from
+/// `commIfOpen`.
 void releaseLeftOvers(commIfDesc_t& aEntry) {
-    delete static_cast<osxComPort*>(osx::takeSerialObject(aEntry));
+    const std::unique_ptr<osxComPort> lFormer(
+        static_cast<osxComPort*>(osx::takeSerialObject(aEntry)));
 }
 
 int setUpPort(int aDesc, const commIfDesc_t& aEntry, const char* aName) {
@@ -181,7 +206,7 @@ int setUpPort(int aDesc, const commIfDesc_t& aEntry, const char* aName) {
         .trace(kSetUpLevel, "%t commIfSerialOpen: CommParamsSet [%s] fd[%d] lComport[0x%x] \n",
                aName, aDesc, lComport);
     int lResult = COMMIF_OK;
-    if (!CommParamsSet(aDesc, aEntry)) {
+    if (!applySettings(aDesc, aEntry)) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG,
                      "%t commIfSerialOpen: Unable to set the port settings for port [%s] fd[%d] \n",
@@ -194,33 +219,44 @@ int setUpPort(int aDesc, const commIfDesc_t& aEntry, const char* aName) {
     return lResult;
 }
 
-int attachPort(int aDesc, commIfDesc_t& aEntry, ACE_TTY_IO* aDevice, const char* aName) {
-    osxComPort* const lPort = createPort(aDevice, aEntry.info.serial);
+/// Puts a port for the device into the entry. Without memory for it the open succeeds all the same,
+/// and the device stays open.
+int attachPort(int aDesc, commIfDesc_t& aEntry, std::unique_ptr<ACE_TTY_IO> aDevice,
+               const char* aName) {
+    auto lPort = createPort(aDevice, aEntry.info.serial);
     if (lPort == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG,
                      "%t commIfSerialOpen: Unable to create an osxComPort for port [%s] fd[%d] \n",
                      aName, aDesc);
-        deviceWithoutPort(aEntry).store(aDevice);
+        deviceWithoutPort(aEntry).store(aDevice.release());
         return COMMIF_OK;
     }
     lPort->init();
-    aEntry.info.serial.comPort = lPort;
+    aEntry.info.serial.comPort = lPort.release();
     return setUpPort(aDesc, aEntry, aName);
 }
 
-/// @return the port of an entry; null, after a line, if it has none.
-osxComPort* portOf(const commIfDesc_t& aEntry, int aDesc, const char* aFormat,
-                   int aLine = __builtin_LINE()) {
-    return DiagnosticLine(kChannelModule, aLine)
-        .object<osxComPort>(aEntry.info.serial.comPort, LM_DEBUG, aFormat, aDesc);
+/// Performs a call on the port behind a descriptor.
+/// @param aNoPort the line if there is none.
+template <class Call>
+int withPort(int aDesc, const char* aNoPort, Call aCall, int aLine = __builtin_LINE()) {
+    return osx::withEntry(aDesc, [&](commIfDesc_t& aEntry) {
+        osxComPort* const lPort = aEntry.info.serial.comPort;
+        if (lPort == nullptr) {
+            DiagnosticLine(kChannelModule, aLine).failure(LM_DEBUG, aNoPort, aDesc);
+            return COMMIF_ERR_NO_DEVICE;
+        }
+        return aCall(aEntry.info.serial, *lPort);
+    });
 }
 
+/// Asks for the state of a modem line.
 int query(int (*aLine)(ACE_TTY_IO&, int&), ACE_TTY_IO& aDevice, int* aState) {
     return aState == nullptr ? COMMIF_ERR_BAD_ARGUMENT : aLine(aDevice, *aState);
 }
 
-int perform(commIfDesc_t& aEntry, ACE_TTY_IO& aDevice, unsigned long aCommand, void* aData) {
+int perform(commIfSerialInfo_t& aInfo, ACE_TTY_IO& aDevice, unsigned long aCommand, void* aData) {
     switch (aCommand) {
         case kClearRts:
             return clearRTS(aDevice);
@@ -233,7 +269,7 @@ int perform(commIfDesc_t& aEntry, ACE_TTY_IO& aDevice, unsigned long aCommand, v
         case kFlush:
             return flushPort(aDevice);
         case kReplaceReadTimeout:
-            osx::storeReadTimeout(aEntry.info.serial.readTimeout, aData);
+            osx::storeReadTimeout(aInfo.readTimeout, aData);
             return COMMIF_OK;
         case kGetDtr:
             return query(getDTR, aDevice, static_cast<int*>(aData));
@@ -244,123 +280,102 @@ int perform(commIfDesc_t& aEntry, ACE_TTY_IO& aDevice, unsigned long aCommand, v
     }
 }
 
+int openInEntry(int aDesc, commIfDesc_t& aEntry, const commIfSerialParams_t& aParams) {
+    const osx::NoCancellation lGuard;  // the device would be lost; nothing waits
+    releaseLeftOvers(aEntry);
+    static_cast<commIfSerialParams_t&>(aEntry.info.serial) = aParams;
+    char lName[kDeviceNameSize];
+    getComPortDevName(aParams.portNr, lName);
+
+    auto lDevice = osx::allocate<ACE_TTY_IO>();
+    if (lDevice == nullptr) {
+        return COMMIF_OK;
+    }
+    if (!openDevice(*lDevice, lName)) {
+        DiagnosticLine(kChannelModule)
+            .failure(LM_ERROR, "%t commIfSerialOpen: Unable to open port [%s] fd[%d]\n", lName,
+                     aDesc);
+        return COMMIF_ERR_NO_DEVICE;
+    }
+    return attachPort(aDesc, aEntry, std::move(lDevice), lName);
+}
+
 }  // namespace
 
 namespace osx {
 
 void* takeSerialObject(commIfDesc_t& aEntry) noexcept {
     const NoCancellation lGuard;
-    closeDevice(deviceWithoutPort(aEntry).exchange(nullptr));
+    closeDeviceWithoutPort(aEntry);
     return std::exchange(aEntry.info.serial.comPort, nullptr);
 }
 
 int closeSerialObject(int aDesc, void* aObject) noexcept {
     const NoCancellation lGuard;
-    if (aObject == nullptr) {
+    const std::unique_ptr<osxComPort> lPort(static_cast<osxComPort*>(aObject));
+    if (lPort == nullptr) {
         DiagnosticLine(kChannelModule)
             .failure(LM_DEBUG, "%t commIfSerialClose: lComport == 0  fd[%d] \n", aDesc);
         return COMMIF_ERR_NO_DEVICE;
     }
-    delete static_cast<osxComPort*>(aObject);
     return COMMIF_OK;
 }
 
 }  // namespace osx
 
 int commIfSerialOpen(int aDesc, commIfSerialParams_t* aParams) {
-    commIfDesc_t* const lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    if (aParams == nullptr) {
-        return COMMIF_ERR_BAD_ARGUMENT;
-    }
-    const osx::NoCancellation lGuard;  // the device would be lost; nothing waits
-    releaseLeftOvers(*lEntry);
-    static_cast<commIfSerialParams_t&>(lEntry->info.serial) = *aParams;
-    char lName[kDeviceNameSize];
-    getComPortDevName(aParams->portNr, lName);
-
-    ACE_TTY_IO* const lComport = osx::allocate<ACE_TTY_IO>().release();
-    if (lComport == nullptr) {
-        return COMMIF_OK;
-    }
-    if (!openDevice(*lComport, lName)) {
-        DiagnosticLine(kChannelModule)
-            .failure(LM_ERROR, "%t commIfSerialOpen: Unable to open port [%s] fd[%d]\n", lName,
-                     aDesc);
-        delete lComport;
-        return COMMIF_ERR_NO_DEVICE;
-    }
-    return attachPort(aDesc, *lEntry, lComport, lName);
+    return osx::withEntry(aDesc, aParams,
+                          [aDesc](commIfDesc_t& aEntry, const commIfSerialParams_t& aGiven) {
+                              return openInEntry(aDesc, aEntry, aGiven);
+                          });
 }
 
 int commIfSerialRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                      unsigned long* aRetCount) {
-    const commIfDesc_t* const lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    osxComPort* const lPort =
-        portOf(*lEntry, aDesc, "%t commIfSerialRead: losxComPort == 0  fd[%d] \n");
-    if (lPort == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
-    }
-    const unsigned int lMilliseconds = osx::loadReadTimeout(lEntry->info.serial.readTimeout);
-    const ACE_Time_Value lLimit = toReadLimit(lMilliseconds);
-    const auto lCount = static_cast<unsigned int>(aCount);
-    unsigned int lGot = 0;
-    const int lResult =
-        lPort->recv_n(aBuf, lCount, osx::isNoLimit(lMilliseconds) ? nullptr : &lLimit, &lGot);
-    osx::storeCount(aRetCount, lGot);
-    if (lGot != lCount) {
-        DiagnosticLine(kChannelModule)
-            .trace(kReadLevel, "%t commIfSerialRead: *retCount [%d] != Count[%d] \n", lGot, lCount);
-    }
-    return lResult;
+    const auto lRead = [&](const commIfSerialInfo_t& aInfo, osxComPort& aPort) {
+        const unsigned int lMilliseconds = osx::loadReadTimeout(aInfo.readTimeout);
+        const ACE_Time_Value lLimit = toReadLimit(lMilliseconds);
+        const auto lCount = static_cast<unsigned int>(aCount);
+        unsigned int lGot = 0;
+        const int lResult =
+            aPort.recv_n(aBuf, lCount, osx::isNoLimit(lMilliseconds) ? nullptr : &lLimit, &lGot);
+        osx::storeCount(aRetCount, lGot);
+        if (lGot != lCount) {
+            DiagnosticLine(kChannelModule)
+                .trace(kReadLevel, "%t commIfSerialRead: *retCount [%d] != Count[%d] \n", lGot,
+                       lCount);
+        }
+        return lResult;
+    };
+    return withPort(aDesc, "%t commIfSerialRead: losxComPort == 0  fd[%d] \n", lRead);
 }
 
 int commIfSerialWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                       unsigned long* aRetCount) {
-    const commIfDesc_t* const lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    const osxComPort* const lPort =
-        portOf(*lEntry, aDesc, "%t commIfSerialWrite: losxComPort == 0  fd[%d] \n");
-    if (lPort == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
-    }
-    const int lSent = lPort->send_n(aBuf, static_cast<unsigned int>(aCount));
-    osx::storeCount(aRetCount, lSent);
-    return COMMIF_OK;
+    const auto lWrite = [&](const commIfSerialInfo_t&, const osxComPort& aPort) {
+        osx::storeCount(aRetCount, aPort.send_n(aBuf, static_cast<unsigned int>(aCount)));
+        return COMMIF_OK;
+    };
+    return withPort(aDesc, "%t commIfSerialWrite: losxComPort == 0  fd[%d] \n", lWrite);
 }
 
 int commIfSerialIoctl(int aDesc, unsigned long aCmd, void* aData) {
-    commIfDesc_t* const lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    DiagnosticLine(kChannelModule)
-        .trace(kSetUpLevel, "%t commIfSerialIoctl: Start  fd[%d] cmd[%d] \n", aDesc, aCmd);
-    const osxComPort* const lPort =
-        portOf(*lEntry, aDesc, "%t commIfSerialIoctl: losxComPort == 0  fd[%d] \n");
-    if (lPort == nullptr) {
-        return COMMIF_ERR_NO_DEVICE;
-    }
-    ACE_TTY_IO* const lComport = lPort->getACE_TTY_IO();
-    if (lComport == nullptr) {
+    const auto lIoctl = [&](commIfSerialInfo_t& aInfo, const osxComPort& aPort) {
+        ACE_TTY_IO* const lDevice = aPort.getACE_TTY_IO();
+        if (lDevice == nullptr) {
+            DiagnosticLine(kChannelModule)
+                .failure(LM_DEBUG, "%t commIfSerialIoctl: lComport == 0  fd[%d] \n", aDesc);
+            return COMMIF_ERR_NO_DEVICE;
+        }
+        return perform(aInfo, *lDevice, aCmd, aData);
+    };
+    return osx::withEntry(aDesc, [&](const commIfDesc_t&) {
         DiagnosticLine(kChannelModule)
-            .failure(LM_DEBUG, "%t commIfSerialIoctl: lComport == 0  fd[%d] \n", aDesc);
-        return COMMIF_ERR_NO_DEVICE;
-    }
-    return perform(*lEntry, *lComport, aCmd, aData);
+            .trace(kSetUpLevel, "%t commIfSerialIoctl: Start  fd[%d] cmd[%d] \n", aDesc, aCmd);
+        return withPort(aDesc, "%t commIfSerialIoctl: losxComPort == 0  fd[%d] \n", lIoctl);
+    });
 }
 
 int commIfSerialClose(int aDesc) {
-    commIfDesc_t* const lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    return osx::closeSerialObject(aDesc, osx::takeSerialObject(*lEntry));
+    return osx::closeChannel(aDesc, osx::takeSerialObject, osx::closeSerialObject);
 }

@@ -1,7 +1,9 @@
+// The console channel: writing goes to the process's standard output, and nothing else is done. It
+// has no object, and looks at no descriptor.
 #include "base/diagnosticLine.h"
 #include "base/moduleNames.h"
 #include "commif/channels.h"
-#include "commif/console.h"
+#include "commif/commIfConsole.h"
 
 namespace osx {
 

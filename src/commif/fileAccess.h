@@ -7,13 +7,14 @@
 
 namespace osx {
 
+/// Opens a file, close-on-exec, and never as the controlling terminal. A new file gets 0644.
 /// @param aName null counts as an empty name, which cannot be opened.
-/// @param aFlags of the operating system. What is opened is close-on-exec and never becomes the
-///        controlling terminal. A new file gets 0644.
+/// @param aFlags those of `open`.
+/// @return whether it is open; `errno` if not.
 bool openFile(ACE_FILE_IO& aFile, const char* aName, int aFlags);
 
-/// @param[out] aSize also beyond what an `unsigned long` holds.
-/// @return whether it could be found; a line tells if not.
+/// @param[out] aSize may be more than an `unsigned long` holds.
+/// @return whether the size could be found; a line says so if not.
 bool findFileSize(ACE_FILE_IO& aFile, ACE_OFF_T& aSize);
 
 }  // namespace osx

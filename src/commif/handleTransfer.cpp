@@ -1,3 +1,10 @@
+// Whole transfers on a device's handle.
+//
+// A read with a time-out may not block: between `poll` and `read` another thread may take the data.
+// So the handle is non-blocking while such a read goes on. That is a flag of the open device and so
+// meets everybody who uses it: writers, and readers without a time-out, of this handle and of its
+// duplicates. They have to tell the library's doing, for which they wait, from the application's
+// choice, which they report.
 #include "commif/handleTransfer.h"
 
 #include <fcntl.h>
@@ -10,10 +17,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 
 #include "ace/Time_Value.h"
+#include "base/ErrnoKeeper.h"
+#include "base/Mutex.h"
 #include "process/atFork.h"
 
 namespace {
@@ -38,82 +46,98 @@ bool isSameDevice(int aHandle, int aOther) {
             lStatus.st_rdev == lOther.st_rdev);
 }
 
-/// While one lives, reads of a handle do not block. Whether they do is one matter for all who use
-/// the open device, by this handle or a duplicate; so what is the library's doing is listed, for
-/// other readers and writers to know. Nothing tells a duplicate from a device that was opened
-/// twice, but that the second one is still blocking when the first is not.
-class NonBlockingSpell {
-public:
-    explicit NonBlockingSpell(int aHandle);
-    ~NonBlockingSpell();
-    NonBlockingSpell(const NonBlockingSpell&) = delete;
-    NonBlockingSpell& operator=(const NonBlockingSpell&) = delete;
+/// Guards the list of non-blocking reads, and the flags of their handles.
+osx::Mutex gMutex;
 
-    /// @return whether the handle does not block, and that is not the library's doing.
-    static bool isOthersChoice(int aHandle);
+/// While one lives, reads of a handle do not block. All that live are in a list.
+///
+/// The first read of a device that blocks makes it non-blocking, and the last one of that device
+/// makes it blocking again. Handles of one open device share the flag. Nothing tells a duplicate
+/// from a device that was opened twice, except that the second one still blocks when the first does
+/// not.
+class NonBlockingRead {
+public:
+    explicit NonBlockingRead(int aHandle) OSX_EXCLUDES(gMutex);
+    ~NonBlockingRead() OSX_EXCLUDES(gMutex);
+    NonBlockingRead(const NonBlockingRead&) = delete;
+    NonBlockingRead& operator=(const NonBlockingRead&) = delete;
+
+    /// @return whether the application made the handle non-blocking.
+    static bool isApplicationsChoice(int aHandle) OSX_EXCLUDES(gMutex);
+
+    /// A forked child has only the thread that forked, and so no reader.
+    static void forgetAll() OSX_REQUIRES(gMutex) { mFirst = nullptr; }
 
 private:
-    static std::uint64_t switchOf(int aHandle);
-    bool isLastOfSwitch() const;
-    void restore() const;
+    static std::uint64_t switchOf(int aHandle) OSX_REQUIRES(gMutex);
+    bool isLastOfSwitch() const OSX_REQUIRES(gMutex);
+    void makeBlocking() const OSX_REQUIRES(gMutex);
+
+    static NonBlockingRead* mFirst OSX_GUARDED_BY(gMutex);
+    static std::uint64_t mLatestSwitch OSX_GUARDED_BY(gMutex);
 
     const int mHandle;
-    /// The spells of an open device that was blocking share a number; 0 where it was not.
-    std::uint64_t mSwitch = 0;
-    NonBlockingSpell* mNext = nullptr;
+    /// Names the switch from blocking to non-blocking that this read made, or found made: reads of
+    /// one open device share it. 0 where the application had made the device non-blocking.
+    std::uint64_t mSwitch OSX_GUARDED_BY(gMutex) = 0;
+    NonBlockingRead* mNext OSX_GUARDED_BY(gMutex) = nullptr;
 };
 
-/// Guards the list, and the handles' flags against each other's change.
-std::mutex gMutex;
-NonBlockingSpell* gFirst = nullptr;
-std::uint64_t gLatestSwitch = 0;
+NonBlockingRead* NonBlockingRead::mFirst = nullptr;
+std::uint64_t NonBlockingRead::mLatestSwitch = 0;
 
-/// A child has only the thread that forked, and so no reader.
-void forgetInChild() {
-    gFirst = nullptr;
+void lockBeforeFork() OSX_ACQUIRE(gMutex) {
+    gMutex.lock();
+}
+
+void unlockInParent() OSX_RELEASE(gMutex) {
+    gMutex.unlock();
+}
+
+void forgetInChild() OSX_RELEASE(gMutex) {
+    NonBlockingRead::forgetAll();
     gMutex.unlock();
 }
 
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
-                                   {[] { gMutex.lock(); }, [] { gMutex.unlock(); }, forgetInChild});
+                                   {lockBeforeFork, unlockInParent, forgetInChild});
 
-NonBlockingSpell::NonBlockingSpell(int aHandle) : mHandle(aHandle) {
-    const std::lock_guard<std::mutex> lLock(gMutex);
+NonBlockingRead::NonBlockingRead(int aHandle) : mHandle(aHandle) {
+    const osx::MutexLock lLock(gMutex);
     const int lFlags = ::fcntl(mHandle, F_GETFL);
     if (isNonBlocking(lFlags)) {
         mSwitch = switchOf(mHandle);
     } else if (lFlags != -1 && ::fcntl(mHandle, F_SETFL, lFlags | O_NONBLOCK) == 0) {
-        mSwitch = ++gLatestSwitch;
+        mSwitch = ++mLatestSwitch;
     }
-    mNext = gFirst;
-    gFirst = this;
+    mNext = mFirst;
+    mFirst = this;
 }
 
-NonBlockingSpell::~NonBlockingSpell() {
-    const int lErrno = errno;
-    const std::lock_guard<std::mutex> lLock(gMutex);
-    NonBlockingSpell** lPlace = &gFirst;
+NonBlockingRead::~NonBlockingRead() {
+    const osx::ErrnoKeeper lErrno;
+    const osx::MutexLock lLock(gMutex);
+    NonBlockingRead** lPlace = &mFirst;
     while (*lPlace != this) {
         lPlace = &(*lPlace)->mNext;
     }
     *lPlace = mNext;
     if (mSwitch != 0 && isLastOfSwitch()) {
-        restore();
+        makeBlocking();
     }
-    errno = lErrno;
 }
 
-std::uint64_t NonBlockingSpell::switchOf(int aHandle) {
-    for (const NonBlockingSpell* lSpell = gFirst; lSpell != nullptr; lSpell = lSpell->mNext) {
-        if (lSpell->mSwitch != 0 && isSameDevice(lSpell->mHandle, aHandle)) {
-            return lSpell->mSwitch;
+std::uint64_t NonBlockingRead::switchOf(int aHandle) {
+    for (const NonBlockingRead* lRead = mFirst; lRead != nullptr; lRead = lRead->mNext) {
+        if (lRead->mSwitch != 0 && isSameDevice(lRead->mHandle, aHandle)) {
+            return lRead->mSwitch;
         }
     }
     return 0;
 }
 
-bool NonBlockingSpell::isLastOfSwitch() const {
-    for (const NonBlockingSpell* lOther = gFirst; lOther != nullptr; lOther = lOther->mNext) {
+bool NonBlockingRead::isLastOfSwitch() const {
+    for (const NonBlockingRead* lOther = mFirst; lOther != nullptr; lOther = lOther->mNext) {
         if (lOther->mSwitch == mSwitch) {
             return false;
         }
@@ -121,44 +145,53 @@ bool NonBlockingSpell::isLastOfSwitch() const {
     return true;
 }
 
-void NonBlockingSpell::restore() const {
+void NonBlockingRead::makeBlocking() const {
     const int lFlags = ::fcntl(mHandle, F_GETFL);
     if (lFlags != -1) {
         ::fcntl(mHandle, F_SETFL, lFlags & ~O_NONBLOCK);
     }
 }
 
-bool NonBlockingSpell::isOthersChoice(int aHandle) {
-    const std::lock_guard<std::mutex> lLock(gMutex);
+bool NonBlockingRead::isApplicationsChoice(int aHandle) {
+    const osx::MutexLock lLock(gMutex);
     return switchOf(aHandle) == 0 && isNonBlocking(::fcntl(aHandle, F_GETFL));
 }
 
-/// How long to wait, at most, for each next piece.
+/// The time-out of a read, which runs anew for each piece of the data.
+///
+/// | state    | what it means                    | moves to                                       |
+/// |----------|----------------------------------|------------------------------------------------|
+/// | kIdle    | no wait since the last piece     | kRunning, with the first wait                  |
+/// | kRunning | the deadline is set              | kIdle, with a piece; kOver, after the deadline |
+/// | kOver    | the time has elapsed; one read   | kIdle, with a piece                            |
+/// |          | is left                          |                                                |
 class PieceTimer {
 public:
+    /// How a wait ended.
+    enum class Wait { kReadable, kTimedOut, kFailed };
+
     explicit PieceTimer(const ACE_Time_Value* aTimeout);
 
-    void startAnew() {
-        mIsRunning = false;
-        mIsOver = false;
-    }
-    /// Waits until there is something to read, or the time has elapsed, after which one more look
-    /// is due: a terminal may keep back from `poll` what it gives to a read.
-    /// @return false when that look was taken (ETIME), or a signal came (EINTR).
-    bool waitUntilReadable(int aHandle);
+    void startAnew() { mState = State::kIdle; }
+
+    /// Waits until there is something to read, or the time has elapsed. When it has, the caller is
+    /// to read once more: a terminal may keep back from `poll` what it gives to a read.
+    /// @return `kReadable` when it is worth reading; `kFailed` with `errno`.
+    Wait wait(int aHandle);
 
 private:
+    enum class State { kIdle, kRunning, kOver };
+
     timespec timeLeft();
 
     const bool mHasLimit;
     Clock::duration mLimit{};
     Clock::time_point mDeadline;
-    bool mIsRunning = false;
-    bool mIsOver = false;
+    State mState = State::kIdle;
 };
 
 PieceTimer::PieceTimer(const ACE_Time_Value* aTimeout) : mHasLimit(aTimeout != nullptr) {
-    constexpr std::chrono::seconds kLongest(1000000000);  // to which the clock can still add
+    constexpr std::chrono::seconds kLongest(1000000000);  // which the clock can still add
     if (mHasLimit) {
         const auto lSeconds =
             std::chrono::seconds(std::clamp<long long>(aTimeout->sec(), -1, kLongest.count()));
@@ -168,9 +201,9 @@ PieceTimer::PieceTimer(const ACE_Time_Value* aTimeout) : mHasLimit(aTimeout != n
 
 timespec PieceTimer::timeLeft() {
     const Clock::time_point lNow = Clock::now();
-    if (!mIsRunning) {
+    if (mState == State::kIdle) {
         mDeadline = lNow + mLimit;
-        mIsRunning = true;
+        mState = State::kRunning;
     }
     const auto lLeft = std::max(mDeadline - lNow, Clock::duration::zero());
     const auto lSeconds = std::chrono::duration_cast<std::chrono::seconds>(lLeft);
@@ -178,20 +211,23 @@ timespec PieceTimer::timeLeft() {
             static_cast<long>(std::chrono::nanoseconds(lLeft - lSeconds).count())};
 }
 
-bool PieceTimer::waitUntilReadable(int aHandle) {
-    if (mIsOver) {
-        errno = ETIME;
-        return false;
+PieceTimer::Wait PieceTimer::wait(int aHandle) {
+    if (mState == State::kOver) {
+        return Wait::kTimedOut;
     }
     const timespec lLeft = mHasLimit ? timeLeft() : timespec{};
     pollfd lPoll{aHandle, POLLIN, 0};
     const int lReady = ::ppoll(&lPoll, 1, mHasLimit ? &lLeft : nullptr, nullptr);
-    // When others take each piece, there is always one more to be seen coming.
-    mIsOver = mHasLimit && (lReady == 0 || (lLeft.tv_sec == 0 && lLeft.tv_nsec == 0));
-    return lReady >= 0;
+    // It is over even if there is something to read: when other threads take each piece before this
+    // one does, there always is.
+    if (mHasLimit && (lReady == 0 || (lLeft.tv_sec == 0 && lLeft.tv_nsec == 0))) {
+        mState = State::kOver;
+    }
+    return lReady >= 0 ? Wait::kReadable : Wait::kFailed;
 }
 
-/// Where VMIN is 0 a terminal reads as ended, too, when nothing has come yet.
+/// @return whether a read of 0 bytes means the end. On a terminal with VMIN 0 it only means that
+///         nothing has come yet.
 bool isAtEnd(int aHandle) {
     termios lSettings{};
     return ::tcgetattr(aHandle, &lSettings) != 0 || (lSettings.c_lflag & ICANON) != 0 ||
@@ -202,9 +238,10 @@ bool hasNothingYet(int aHandle, ssize_t aRead) {
     return aRead == 0 ? !isAtEnd(aHandle) : errno == EAGAIN;
 }
 
-/// Decides after a write that failed.
+/// @return whether a write that failed is worth another try. `errno` is the write's, or that of the
+///         wait for the handle.
 bool mayWriteOn(int aHandle, bool aIsUnderWay) {
-    if (errno == EAGAIN && !NonBlockingSpell::isOthersChoice(aHandle) &&
+    if (errno == EAGAIN && !NonBlockingRead::isApplicationsChoice(aHandle) &&
         waitUntilWritable(aHandle)) {
         return true;
     }
@@ -215,11 +252,11 @@ bool mayWriteOn(int aHandle, bool aIsUnderWay) {
 
 namespace osx {
 
-ssize_t readWhole(int aHandle, char* aBuffer, std::size_t aLength, const ACE_Time_Value* aTimeout,
+ReadEnd readWhole(int aHandle, char* aBuffer, std::size_t aLength, const ACE_Time_Value* aTimeout,
                   std::size_t& aReceived) {
-    std::optional<NonBlockingSpell> lSpell;
+    std::optional<NonBlockingRead> lNonBlocking;
     if (aTimeout != nullptr) {
-        lSpell.emplace(aHandle);
+        lNonBlocking.emplace(aHandle);
     }
     PieceTimer lTimer(aTimeout);
     for (aReceived = 0; aReceived < aLength;) {
@@ -228,12 +265,12 @@ ssize_t readWhole(int aHandle, char* aBuffer, std::size_t aLength, const ACE_Tim
             aReceived += static_cast<std::size_t>(lCount);
             lTimer.startAnew();
         } else if (!hasNothingYet(aHandle, lCount)) {
-            return lCount;
-        } else if (!lTimer.waitUntilReadable(aHandle)) {
-            return -1;
+            return lCount == 0 ? ReadEnd::kEndOfData : ReadEnd::kFailed;
+        } else if (const auto lWait = lTimer.wait(aHandle); lWait != PieceTimer::Wait::kReadable) {
+            return lWait == PieceTimer::Wait::kTimedOut ? ReadEnd::kTimedOut : ReadEnd::kFailed;
         }
     }
-    return static_cast<ssize_t>(aReceived);
+    return ReadEnd::kWhole;
 }
 
 ssize_t writeWhole(int aHandle, const char* aBuffer, std::size_t aLength) {

@@ -1,3 +1,4 @@
+// The serial-port driver: whole transfers on a device, the UART's counters, and the modem lines.
 #include "commif/osxComPort.h"
 
 #include <sched.h>
@@ -75,11 +76,10 @@ osxComPort::osxComPort(ACE_TTY_IO* aComport) : mComport(aComport) {
 osxComPort::~osxComPort() {
     const osx::NoCancellation lGuard;
     mComport->close();
-    delete mComport;
 }
 
 int osxComPort::send_n(const void* aBuffer, unsigned int aLength) const {
-    // The handle is the application's choice; a socket or a pipe raises SIGPIPE.
+    // The application may have given a socket or a pipe, which raises SIGPIPE.
     const osx::WriteSignalGuard lNoSignal;
     return static_cast<int>(
         osx::writeWhole(mComport->get_handle(), static_cast<const char*>(aBuffer), aLength));
@@ -97,15 +97,20 @@ int osxComPort::recv_n(void* aBuffer, unsigned int aLength, const ACE_Time_Value
                        unsigned int* aBytesTransferred) {
     checkUART();
     std::size_t lReceived = 0;
-    const ssize_t lResult = osx::readWhole(mComport->get_handle(), static_cast<char*>(aBuffer),
-                                           aLength, aTimeout, lReceived);
+    const osx::ReadEnd lEnd = osx::readWhole(mComport->get_handle(), static_cast<char*>(aBuffer),
+                                             aLength, aTimeout, lReceived);
     if (aBytesTransferred != nullptr) {
         *aBytesTransferred = static_cast<unsigned int>(lReceived);
     }
-    if (lResult != -1) {
-        return COMMIF_OK;
+    switch (lEnd) {
+        case osx::ReadEnd::kTimedOut:
+            errno = ETIME;
+            return COMMIF_ERR_TIMEOUT;
+        case osx::ReadEnd::kFailed:
+            return -1;
+        default:
+            return COMMIF_OK;
     }
-    return errno == ETIME ? COMMIF_ERR_TIMEOUT : -1;
 }
 
 void osxComPort::checkUART() {
@@ -128,7 +133,7 @@ void osxComPort::checkUART() {
 int osxComPort::getTx() const {
     serial_icounter_struct lCounters{};
     if (readCounters(*mComport, lCounters) != 0) {
-        // Operators' filters know the text of checkUART.
+        // The name in it is another function's, and stays: programs that filter logs know the text.
         DiagnosticLine(kModule).failure(LM_ERROR, "osxComPort::checkUART() ioctl failed \n");
         return 0;
     }
@@ -213,6 +218,6 @@ int flushPort(ACE_TTY_IO& aComport) {
 }
 
 int getComPortDevName(unsigned long aPort, char* aName) {
-    // A port's number has 32 bits, wherever a long has more.
+    // A port's number has 32 bits, also where a long has more.
     return std::sprintf(aName, "/dev/ttyS%u", static_cast<unsigned int>(aPort) - 1U);
 }

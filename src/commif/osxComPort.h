@@ -17,6 +17,8 @@
 
 #include <linux/serial.h>
 
+#include <memory>
+
 #include "base/osxExport.h"
 
 class ACE_Time_Value;
@@ -27,8 +29,7 @@ class OSX_EXPORT osxComPort {
 public:
     /// Takes over an open device, without touching it.
     /// @param aComport an open device, from now on the object's. Null ends the process with a
-    /// failed
-    ///        assertion, in every build.
+    ///        failed assertion, in every build.
     explicit osxComPort(ACE_TTY_IO* aComport);
 
     /// Closes and deletes the device.
@@ -54,7 +55,7 @@ public:
 
     /// Gives access to the device.
     /// @return the device; stays the object's.
-    ACE_TTY_IO* getACE_TTY_IO() const { return mComport; }
+    ACE_TTY_IO* getACE_TTY_IO() const { return mComport.get(); }
 
     /// Calls `checkUART`, then reads exactly `aLength` bytes.
     /// @param[out] aBuffer room for `aLength` bytes.
@@ -95,7 +96,8 @@ public:
     int setRTS(bool aOn) const;
 
 private:
-    ACE_TTY_IO* mComport;
+    std::unique_ptr<ACE_TTY_IO> mComport;
+    /// What the UART's counters were when they were last read.
     serial_icounter_struct mCounters{};
 };
 

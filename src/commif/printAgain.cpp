@@ -1,3 +1,5 @@
+// The second formatting of a text that may hold any conversions, and for which there are no
+// arguments. Conversions that could do harm are removed; the others find zeros.
 #include "commif/printAgain.h"
 
 #include <printf.h>
@@ -11,14 +13,14 @@
 
 namespace {
 
-/// All that a text of any length fetches. Even "%*Lf", which fetches most, takes no more than eight
+/// Enough zeros for a text of any length. Even "%*Lf", which takes most, takes no more than eight
 /// bytes for each of its characters.
 struct Zeros {
     std::array<long long, osx::kPrintedSize> mZeros;
 };
 
-/// One conversion, from its "%" to its last character, read as the system's formatting reads it: a
-/// wrong or unfinished one, too, ends where that goes on.
+/// One conversion, from its "%" to its last character, parsed as the C library does: also a wrong
+/// or unfinished one ends where the C library's parsing goes on.
 class Directive {
 public:
     explicit Directive(const char* aText) : mEnd(aText + 1) {
@@ -89,8 +91,8 @@ void removeHarmfulConversions(char* aFormat) {
     *aFormat = '\0';
 }
 
-/// @return whether the system would still store something, which takes conversions that are not
-/// known here: of a newer system, or the application's own.
+/// @return whether the C library would still store something. That takes a conversion that is not
+/// known here: one of a newer library, or the application's own.
 bool stores(const char* aFormat) {
     std::array<int, osx::kPrintedSize> lTypes;
     const std::size_t lCount = ::parse_printf_format(aFormat, lTypes.size(), lTypes.data());
@@ -101,9 +103,9 @@ bool stores(const char* aFormat) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-/// The first numbers, whole and floating, are looked for in registers of their own; all else that
-/// is fetched lies on the stack. So do the zeros: passed by value they are as good as so many
-/// arguments, which would be a call of 4 KB.
+/// The first integers and floating-point numbers are passed in registers, and all further arguments
+/// on the stack. So are the zeros, as a structure passed by value; single arguments would take a
+/// call of 4 KB of code.
 void printWithZeros(const char* aFormat) {
     ACE_OS::printf(aFormat, 0LL, 0LL, 0LL, 0LL, 0LL, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0,
                    Zeros{});

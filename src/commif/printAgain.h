@@ -8,9 +8,9 @@ namespace osx {
 /// Longest text that `printAgain` takes, with its terminator.
 constexpr int kPrintedSize = 1024;
 
-/// Prints a text on `stdout` as a format without arguments, in one piece. What its conversions
-/// fetch is zero or null; the rest is the system's affair. Conversions that would store something
-/// or choose their arguments by position print nothing.
+/// Prints a text on `stdout` as a format without arguments, in one piece. Its conversions get zero
+/// or null. Conversions that would store something, or choose their arguments by position, print
+/// nothing.
 /// @param aText is changed.
 void printAgain(char* aText);
 

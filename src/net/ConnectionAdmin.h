@@ -5,11 +5,10 @@
 #define OSX_NET_CONNECTIONADMIN_H
 
 #include <atomic>
-#include <condition_variable>
-#include <cstdint>
-#include <mutex>
+#include <memory>
 
 #include "ace/Recursive_Thread_Mutex.h"
+#include "base/Mutex.h"
 #include "base/osxExport.h"
 
 namespace osx::process {
@@ -123,27 +122,38 @@ private:
     class Broadcast;
     struct Failures;
 
-    void NewConnection_i(void* aSocket);
-    void ClosedConnection_i(void* aSocket);
-    Client** find(void* aSocket);
-    void leaveAlive();
-    bool takeOverPort(long aPort);
-    void forgetClients();
+    void NewConnection_i(void* aSocket) OSX_EXCLUDES(mMutex);
+    void ClosedConnection_i(void* aSocket) OSX_EXCLUDES(mMutex);
+    std::unique_ptr<Client>& find(void* aSocket) OSX_REQUIRES(mMutex);
+    void leaveAlive() OSX_EXCLUDES(mAliveMutex);
+    bool keepsPort(long aPort);
+    void forgetClients() OSX_EXCLUDES(mMutex);
 
-    /// A list in the order in which the clients came, guarded by `mMutex`.
-    Client* mConnections;
+    /// Guards the list of the objects that exist, and their counts of callbacks.
+    static osx::Mutex mAliveMutex;
+    static ConnectionAdmin* mAlive OSX_GUARDED_BY(mAliveMutex);
+
+    /// The first client of a list, in the order in which they connected.
+    std::unique_ptr<Client> mConnections OSX_GUARDED_BY(mMutex);
+    /// The port that `init` was last called with; 0 before.
     long mPortNumber;
+    /// The open port; null if none is.
     void* mSocketHandle;
     /// Held briefly, never during a send.
-    mutable std::mutex mMutex;
-    mutable std::condition_variable mSendEnded;
-    /// Keeps broadcasts apart.
+    mutable osx::Mutex mMutex;
+    /// Wakes connections that wait to close until the broadcast has let go of their client.
+    mutable osx::Condition mSendEnded;
+    /// Held for a whole broadcast, to keep others out.
     mutable ACE_Recursive_Thread_Mutex mBroadcastMutex;
+    /// How many clients are in the list and not closing. The loop's threads change it, under
+    /// `mMutex`; any thread may read it, without a lock.
     std::atomic<int> mCount;
-    ConnectionAdmin* mNextAlive;
-    int mCallbacks;
+    ConnectionAdmin* mNextAlive OSX_GUARDED_BY(mAliveMutex);
+    /// How many callbacks hold the object now.
+    int mCallbacks OSX_GUARDED_BY(mAliveMutex);
     /// Which process, counted in forks, `init` was last called in.
     unsigned int mGeneration;
+    /// Set before `init`, and only read from then on.
     ClientFnc mNewClientFnc;
     ClientFnc mClosedClientFnc;
     void* mClientData;

@@ -1,3 +1,9 @@
+// A message queue: ACE's list of blocks with a store of messages behind it.
+//
+// The library's own `send` and `receive` copy straight into the store and out of it, which takes a
+// fraction of the time that ACE needs for its three allocations a message. Whatever an application
+// does with ACE's operations goes through the functions that ACE lets a queue override, and turns
+// messages into blocks as far as it has to.
 #include "queues/MessageQueue.h"
 
 #include <algorithm>
@@ -6,7 +12,6 @@
 #include <ctime>
 #include <new>
 #include <optional>
-#include <utility>
 
 #include "ace/Malloc_Base.h"
 #include "ace/Notification_Strategy.h"
@@ -18,11 +23,15 @@ namespace osx {
 
 namespace {
 
-/// @return null with `errno` ENOMEM for want of memory, of which there is never half of what can be
-///         addressed: the sender's own bytes are there, too.
+int failWith(int aError) {
+    errno = aError;
+    return -1;
+}
+
+/// @return null for want of memory. No message can be as large as half of what can be addressed,
+///         because the sender's own bytes are there, too.
 MessageStore::OwnMemory copyOf(const void* aBytes, std::size_t aSize) {
     if (aSize >= PTRDIFF_MAX) {
-        errno = ENOMEM;
         return nullptr;
     }
     MessageStore::OwnMemory lCopy(allocateBytes(aSize));
@@ -32,28 +41,12 @@ MessageStore::OwnMemory copyOf(const void* aBytes, std::size_t aSize) {
     return lCopy;
 }
 
-/// @return an ordinary block, in the pieces in which ACE frees it; null with `errno` ENOMEM. ACE's
-///         own constructor would write a line, and under the queue's lock.
-ACE_Message_Block* blockOf(const MessageStore::Message& aMessage) {
-    ACE_Allocator* const lAllocator = ACE_Allocator::instance();
-    void* const lMemory = lAllocator->malloc(sizeof(ACE_Data_Block));
-    if (lMemory == nullptr) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    auto* const lData = new (lMemory) ACE_Data_Block(aMessage.size, ACE_Message_Block::MB_DATA,
-                                                     nullptr, lAllocator, nullptr, 0, lAllocator);
-    // ACE's allocator gives nothing for no bytes.
-    const bool lHasMemory = lData->base() != nullptr || aMessage.size == 0;
-    auto* const lBlock = lHasMemory ? allocate<ACE_Message_Block>(lData).release() : nullptr;
-    if (lBlock == nullptr) {
-        lData->release();
-        errno = ENOMEM;
-        return nullptr;
-    }
-    copyBytes(lBlock->wr_ptr(), aMessage.bytes, aMessage.size);
-    lBlock->wr_ptr(aMessage.size);
-    return lBlock;
+/// Copies as much of a message as there is room for.
+/// @return the number of bytes copied.
+std::size_t copyCut(void* aBuffer, std::size_t aMaxSize, const char* aBytes, std::size_t aSize) {
+    const std::size_t lCopied = std::min(aSize, aMaxSize);
+    copyBytes(aBuffer, aBytes, lCopied);
+    return lCopied;
 }
 
 Deadline deadlineIn(unsigned long aMilliseconds) {
@@ -79,117 +72,117 @@ std::optional<Deadline> deadlineAt(const ACE_Time_Value* aTime) {
 
 }  // namespace
 
-/// Holds the queue's lock, until it is released or its own end.
-class MessageQueue::Lock {
-public:
-    explicit Lock(ACE_Thread_Mutex& aMutex) : mMutex(&aMutex.lock()) {
-        ::pthread_mutex_lock(mMutex);
-    }
-    ~Lock() { release(); }
-    Lock(const Lock&) = delete;
-    Lock& operator=(const Lock&) = delete;
+MessageQueue::MessageQueue(std::size_t aSize) : Base(aSize, aSize, nullptr), mMutex(lock_) {}
 
-    void release() {
-        if (mMutex != nullptr) {
-            ::pthread_mutex_unlock(std::exchange(mMutex, nullptr));
-        }
-    }
-
-private:
-    pthread_mutex_t* mMutex;
-};
-
-MessageQueue::MessageQueue(std::size_t aSize) : Base(aSize, aSize, nullptr) {}
-
-// --- the calls of the library -----------------------------------------------------------------
+// --- send -------------------------------------------------------------------------------------
 
 int MessageQueue::send(const void* aBytes, std::size_t aSize) {
-    if (mStore.wantsOwnMemory(aSize)) {
-        return sendOwnMemory(aBytes, aSize);
+    return wantsOwnMemory(aSize) ? sendOwnMemory(aBytes, aSize) : sendInSegment(aBytes, aSize);
+}
+
+/// The store answers this without the lock, which clang does not know.
+inline bool MessageQueue::wantsOwnMemory(std::size_t aSize) const noexcept
+    OSX_NO_THREAD_SAFETY_ANALYSIS {
+    return mStore.wantsOwnMemory(aSize);
+}
+
+inline int MessageQueue::sendInSegment(const void* aBytes, std::size_t aSize) {
+    QueueLock lLock(mMutex);
+    if (const int lError = waitToEnqueue(); lError != 0) {
+        return failWith(lError);
     }
-    Lock lLock(lock_);
-    if (!mayEnqueue()) {
-        return -1;
+    if (!mStore.append(aBytes, aSize)) {
+        return failForMemory();
     }
-    return mStore.append(aBytes, aSize) ? announce(lLock, aSize) : outOfMemory();
+    const Sent lSent = countSent(aSize);
+    lLock.unlock();
+    return announce(lSent);
 }
 
 int MessageQueue::sendOwnMemory(const void* aBytes, std::size_t aSize) {
     // Freed also when the thread is cancelled while it waits for room.
     MessageStore::OwnMemory lCopy = copyOf(aBytes, aSize);
     if (lCopy == nullptr) {
-        return -1;
+        return failWith(ENOMEM);
     }
-    Lock lLock(lock_);
-    if (!mayEnqueue()) {
-        return -1;
+    QueueLock lLock(mMutex);
+    if (const int lError = waitToEnqueue(); lError != 0) {
+        return failWith(lError);
     }
-    return mStore.append(lCopy, aSize) ? announce(lLock, aSize) : outOfMemory();
+    if (!mStore.append(lCopy, aSize)) {
+        return failForMemory();
+    }
+    const Sent lSent = countSent(aSize);
+    lLock.unlock();
+    return announce(lSent);
 }
 
-/// Counts a message that has been stored and tells those whom it concerns.
-/// @return the number of messages queued.
-inline int MessageQueue::announce(Lock& aLock, std::size_t aSize) {
+/// Counts a message that has been stored, and wakes those whom it concerns.
+inline MessageQueue::Sent MessageQueue::countSent(std::size_t aSize) {
     cur_bytes_ += aSize;
     cur_length_ += aSize;
-    const std::size_t lCount = ++cur_count_;
-    wakeSender();
+    ++cur_count_;
+    wakeSenderIfRoom();
     mReceivers.wakeOne();
-    // Once the lock is free a receiver may delete the queue.
-    ACE_Notification_Strategy* const lStrategy = notification_strategy_;
-    aLock.release();
-    if (lStrategy != nullptr) {
-        lStrategy->notify();
-    }
-    return ACE_Utils::truncate_cast<int>(lCount);
+    return {cur_count_, notification_strategy_};
 }
+
+/// @return the number of messages queued.
+inline int MessageQueue::announce(const Sent& aSent) {
+    if (aSent.strategy != nullptr) {
+        aSent.strategy->notify();
+    }
+    return ACE_Utils::truncate_cast<int>(aSent.count);
+}
+
+// --- receive ----------------------------------------------------------------------------------
 
 bool MessageQueue::receive(void* aBuffer, std::size_t aMaxSize, unsigned long& aReceived,
                            unsigned long aTimeOutMs) {
-    Lock lLock(lock_);
-    if (!mayDequeue(aTimeOutMs)) {
+    QueueLock lLock(mMutex);
+    if (const int lError = waitToDequeue(aTimeOutMs); lError != 0) {
+        errno = lError;
         return false;
     }
     if (head_ != nullptr) {
-        aReceived = takeBlock(lLock, aBuffer, aMaxSize);
+        const Block lBlock = takeBlock();
+        lLock.unlock();
+        aReceived = copyCut(aBuffer, aMaxSize, lBlock->rd_ptr(), lBlock->length());
     } else if (mStore.frontHasOwnMemory()) {
-        aReceived = takeOwnMemory(lLock, aBuffer, aMaxSize);
+        MessageStore::OwnMemory lBytes;
+        const std::size_t lSize = takeOwnMemory(lBytes);
+        lLock.unlock();
+        aReceived = copyCut(aBuffer, aMaxSize, lBytes.get(), lSize);
     } else {
-        aReceived = takeSmall(aBuffer, aMaxSize);
+        aReceived = takeFromSegment(aBuffer, aMaxSize);
     }
     return true;
 }
 
-std::size_t MessageQueue::takeBlock(Lock& aLock, void* aBuffer, std::size_t aMaxSize) {
-    ACE_Message_Block* const lBlock = removeHead();
+MessageQueue::Block MessageQueue::takeBlock() {
+    Block lBlock = removeHead();
     wakeSenderAfterTaking();
-    aLock.release();
-    const std::size_t lCopied = std::min(lBlock->length(), aMaxSize);
-    copyBytes(aBuffer, lBlock->rd_ptr(), lCopied);
-    lBlock->release();
-    return lCopied;
+    return lBlock;
 }
 
-std::size_t MessageQueue::takeOwnMemory(Lock& aLock, void* aBuffer, std::size_t aMaxSize) {
-    MessageStore::OwnMemory lBytes;
-    const std::size_t lSize = mStore.take(lBytes);
+/// @return the message's size.
+std::size_t MessageQueue::takeOwnMemory(MessageStore::OwnMemory& aBytes) {
+    const std::size_t lSize = mStore.take(aBytes);
     uncount(lSize, lSize);
     wakeSenderAfterTaking();
-    aLock.release();
-    const std::size_t lCopied = std::min(lSize, aMaxSize);
-    copyBytes(aBuffer, lBytes.get(), lCopied);
-    return lCopied;
+    return lSize;
 }
 
-inline std::size_t MessageQueue::takeSmall(void* aBuffer, std::size_t aMaxSize) {
+/// @return the number of bytes copied.
+inline std::size_t MessageQueue::takeFromSegment(void* aBuffer, std::size_t aMaxSize) {
     const std::size_t lSize = mStore.take(aBuffer, aMaxSize);
     uncount(lSize, lSize);
     wakeSenderAfterTaking();
     return std::min(lSize, aMaxSize);
 }
 
-ACE_Message_Block* MessageQueue::removeHead() {
-    ACE_Message_Block* const lBlock = head_;
+MessageQueue::Block MessageQueue::removeHead() {
+    Block lBlock(head_);
     head_ = lBlock->next();
     if (head_ == nullptr) {
         tail_ = nullptr;
@@ -212,31 +205,29 @@ void MessageQueue::uncount(std::size_t aBytes, std::size_t aLength) {
 
 // --- waiting ----------------------------------------------------------------------------------
 
-bool MessageQueue::isDeactivated() const {
-    if (state_ != DEACTIVATED) {
-        return false;
+int MessageQueue::waitToEnqueue() {
+    if (state_ == DEACTIVATED) {
+        return ESHUTDOWN;
     }
-    errno = ESHUTDOWN;
-    return true;
+    return is_full_i() ? waitForRoom(nullptr) : 0;
 }
 
-bool MessageQueue::mayEnqueue() {
-    return !isDeactivated() && (!is_full_i() || waitForRoom(nullptr) == 0);
-}
-
-bool MessageQueue::mayDequeue(unsigned long aTimeOutMs) {
-    return !isDeactivated() && (!is_empty_i() || waitForMessage(aTimeOutMs) == 0);
+int MessageQueue::waitToDequeue(unsigned long aTimeOutMs) {
+    if (state_ == DEACTIVATED) {
+        return ESHUTDOWN;
+    }
+    return is_empty_i() ? waitForMessageMs(aTimeOutMs) : 0;
 }
 
 int MessageQueue::waitForRoom(const Deadline* aDeadline) {
-    return waitWhile([this] { return is_full_i(); }, mSenders, aDeadline);
+    return waitWhile(&MessageQueue::is_full_i, mSenders, aDeadline);
 }
 
 int MessageQueue::waitForMessage(const Deadline* aDeadline) {
-    return waitWhile([this] { return is_empty_i(); }, mReceivers, aDeadline);
+    return waitWhile(&MessageQueue::is_empty_i, mReceivers, aDeadline);
 }
 
-int MessageQueue::waitForMessage(unsigned long aTimeOutMs) {
+int MessageQueue::waitForMessageMs(unsigned long aTimeOutMs) {
     if (static_cast<std::uint32_t>(aTimeOutMs) == 0 || isNoLimit(aTimeOutMs)) {
         return waitForMessage(nullptr);
     }
@@ -244,25 +235,24 @@ int MessageQueue::waitForMessage(unsigned long aTimeOutMs) {
     return waitForMessage(&lDeadline);
 }
 
-template <class Condition>
-int MessageQueue::waitWhile(Condition aHolds, Waiters& aWaiters, const Deadline* aDeadline) {
+/// ACE's word for a time-out is EWOULDBLOCK.
+int MessageQueue::waitWhile(bool (MessageQueue::*aHolds)(), Waiters& aWaiters,
+                            const Deadline* aDeadline) {
     const unsigned int lDismissals = mDismissals;
-    while (aHolds()) {
-        const int lError = aWaiters.wait(lock_.lock(), aDeadline);
+    while ((this->*aHolds)()) {
+        const int lError = aWaiters.wait(mMutex, aDeadline);
         if (mDismissals != lDismissals) {
-            errno = ESHUTDOWN;
-            return -1;
+            return ESHUTDOWN;
         }
-        if (lError != 0 && aHolds()) {
-            errno = lError == ETIMEDOUT ? EWOULDBLOCK : lError;
-            return -1;
+        if (lError != 0 && (this->*aHolds)()) {
+            return lError == ETIMEDOUT ? EWOULDBLOCK : lError;
         }
     }
     return 0;
 }
 
-/// A sender that is woken and leaves room wakes the next one.
-void MessageQueue::wakeSender() {
+/// A receive wakes one sender only. If that one leaves room, it wakes the next.
+void MessageQueue::wakeSenderIfRoom() {
     if (mSenders.areThere() && !is_full_i()) {
         mSenders.wakeOne();
     }
@@ -274,7 +264,7 @@ void MessageQueue::wakeSenderAfterTaking() {
     }
 }
 
-void MessageQueue::wakeReceiver() {
+void MessageQueue::wakeReceiverIfMessage() {
     if (!is_empty_i()) {
         mReceivers.wakeOne();
     }
@@ -282,22 +272,49 @@ void MessageQueue::wakeReceiver() {
 
 // --- messages as blocks -----------------------------------------------------------------------
 
+/// Makes an ordinary block. It does so piece by piece, because ACE's own constructor would write a
+/// line when memory is short, and that with the queue's lock held. ACE frees the pieces.
+/// @return null for want of memory.
+MessageQueue::Block MessageQueue::toBlock(const MessageStore::Message& aMessage) {
+    ACE_Allocator* const lAllocator = ACE_Allocator::instance();
+    void* const lMemory = lAllocator->malloc(sizeof(ACE_Data_Block));
+    if (lMemory == nullptr) {
+        return nullptr;
+    }
+    DataBlock lData(new (lMemory) ACE_Data_Block(aMessage.size, ACE_Message_Block::MB_DATA, nullptr,
+                                                 lAllocator, nullptr, 0, lAllocator));
+    if (lData->base() == nullptr && aMessage.size != 0) {
+        return nullptr;
+    }
+    Block lBlock(allocate<ACE_Message_Block>(lData.get()).release());
+    if (lBlock == nullptr) {
+        return nullptr;
+    }
+    static_cast<void>(lData.release());  // the block's from now on
+    copyBytes(lBlock->wr_ptr(), aMessage.bytes, aMessage.size);
+    lBlock->wr_ptr(aMessage.size);
+    return lBlock;
+}
+
+/// Moves the first message of the store to the end of ACE's list.
+/// @return false for want of memory.
 bool MessageQueue::frontToBlock() {
-    ACE_Message_Block* const lBlock = blockOf(mStore.front());
+    Block lBlock = toBlock(mStore.front());
     if (lBlock == nullptr) {
         return false;
     }
     mStore.removeFront();
     lBlock->prev(tail_);
     if (tail_ == nullptr) {
-        head_ = lBlock;
+        head_ = lBlock.get();
     } else {
-        tail_->next(lBlock);
+        tail_->next(lBlock.get());
     }
-    tail_ = lBlock;
+    tail_ = lBlock.release();
     return true;
 }
 
+/// @return false for want of memory; messages that did not become blocks are still in the store.
 bool MessageQueue::storeToBlocks() {
     while (!mStore.isEmpty()) {
         if (!frontToBlock()) {
@@ -307,27 +324,28 @@ bool MessageQueue::storeToBlocks() {
     return true;
 }
 
-/// Whoever has been woken and does nothing for want of memory leaves it to the next one.
-int MessageQueue::outOfMemory() {
-    wakeSender();
-    wakeReceiver();
-    return -1;
+/// A thread that was woken, but cannot go on for want of memory, wakes the next one instead.
+/// @return -1 with `errno` ENOMEM.
+int MessageQueue::failForMemory() {
+    wakeSenderIfRoom();
+    wakeReceiverIfMessage();
+    return failWith(ENOMEM);
 }
 
 // --- ACE's operations -------------------------------------------------------------------------
 
 int MessageQueue::open(std::size_t aHighWaterMark, std::size_t aLowWaterMark,
                        ACE_Notification_Strategy* aStrategy) {
-    const Lock lLock(lock_);
+    const QueueLock lLock(mMutex);
     flush_i();
     return Base::open(aHighWaterMark, aLowWaterMark, aStrategy);
 }
 
-/// What a thread was woken for is still there when it has only looked.
+/// A thread that has only looked leaves the message that it was woken for, so it wakes the next.
 int MessageQueue::peek_dequeue_head(ACE_Message_Block*& aFirst, ACE_Time_Value* aDeadline) {
     const int lCount = Base::peek_dequeue_head(aFirst, aDeadline);
-    const Lock lLock(lock_);
-    wakeReceiver();
+    const QueueLock lLock(mMutex);
+    wakeReceiverIfMessage();
     return lCount;
 }
 
@@ -337,32 +355,32 @@ int MessageQueue::flush_i() {
         const std::size_t lSize = mStore.removeFront();
         uncount(lSize, lSize);
     }
-    wakeSender();
+    wakeSenderIfRoom();
     return lFlushed;
 }
 
 int MessageQueue::enqueue_i(ACE_Message_Block* aBlock) {
-    return storeToBlocks() ? Base::enqueue_i(aBlock) : outOfMemory();
+    return storeToBlocks() ? Base::enqueue_i(aBlock) : failForMemory();
 }
 
 int MessageQueue::enqueue_deadline_i(ACE_Message_Block* aBlock) {
-    return storeToBlocks() ? Base::enqueue_deadline_i(aBlock) : outOfMemory();
+    return storeToBlocks() ? Base::enqueue_deadline_i(aBlock) : failForMemory();
 }
 
 int MessageQueue::enqueue_tail_i(ACE_Message_Block* aBlock) {
-    return storeToBlocks() ? Base::enqueue_tail_i(aBlock) : outOfMemory();
+    return storeToBlocks() ? Base::enqueue_tail_i(aBlock) : failForMemory();
 }
 
 int MessageQueue::dequeue_prio_i(ACE_Message_Block*& aBlock) {
-    return storeToBlocks() ? Base::dequeue_prio_i(aBlock) : outOfMemory();
+    return storeToBlocks() ? Base::dequeue_prio_i(aBlock) : failForMemory();
 }
 
 int MessageQueue::dequeue_tail_i(ACE_Message_Block*& aBlock) {
-    return storeToBlocks() ? Base::dequeue_tail_i(aBlock) : outOfMemory();
+    return storeToBlocks() ? Base::dequeue_tail_i(aBlock) : failForMemory();
 }
 
 int MessageQueue::dequeue_deadline_i(ACE_Message_Block*& aBlock) {
-    return storeToBlocks() ? Base::dequeue_deadline_i(aBlock) : outOfMemory();
+    return storeToBlocks() ? Base::dequeue_deadline_i(aBlock) : failForMemory();
 }
 
 int MessageQueue::deactivate_i(int aPulse) {
@@ -377,16 +395,17 @@ int MessageQueue::deactivate_i(int aPulse) {
 
 int MessageQueue::wait_not_full_cond(ACE_Time_Value* aDeadline) {
     const auto lDeadline = deadlineAt(aDeadline);
-    return waitForRoom(lDeadline ? &*lDeadline : nullptr);
+    const int lError = waitForRoom(lDeadline ? &*lDeadline : nullptr);
+    return lError == 0 ? 0 : failWith(lError);
 }
 
-/// Afterwards there is a block at the head.
+/// ACE's operations that wait here take the block at the head, so there has to be one.
 int MessageQueue::wait_not_empty_cond(ACE_Time_Value* aDeadline) {
     const auto lDeadline = deadlineAt(aDeadline);
-    if (waitForMessage(lDeadline ? &*lDeadline : nullptr) == -1) {
-        return -1;
+    if (const int lError = waitForMessage(lDeadline ? &*lDeadline : nullptr); lError != 0) {
+        return failWith(lError);
     }
-    return head_ != nullptr || frontToBlock() ? 0 : outOfMemory();
+    return head_ != nullptr || frontToBlock() ? 0 : failForMemory();
 }
 
 int MessageQueue::signal_enqueue_waiters() {
@@ -394,9 +413,9 @@ int MessageQueue::signal_enqueue_waiters() {
     return 0;
 }
 
-/// Runs after each enqueue of ACE's, which may have been one of several blocks.
+/// ACE calls it after each of its enqueues, which may have brought a chain of several blocks.
 int MessageQueue::signal_dequeue_waiters() {
-    wakeSender();
+    wakeSenderIfRoom();
     if (cur_count_ > 1) {
         mReceivers.wakeAll();
     } else {

@@ -1,3 +1,5 @@
+// The parts of the message store that do not run for every message: new segments, and messages with
+// memory of their own. The others are in the header, so that they are inline in the queue.
 #include "queues/MessageStore.h"
 
 #include <utility>
@@ -16,8 +18,6 @@ MessageStore::~MessageStore() {
     while (!isEmpty()) {
         removeFront();
     }
-    delete mFirst;
-    delete mSpare;
 }
 
 bool MessageStore::append(OwnMemory& aBytes, std::size_t aSize) noexcept {
@@ -52,29 +52,28 @@ std::size_t MessageStore::removeFront() noexcept {
 }
 
 bool MessageStore::addSegment() noexcept {
-    Segment* const lSegment =
-        mSpare != nullptr ? std::exchange(mSpare, nullptr) : allocate<Segment>().release();
+    auto lSegment = mSpare != nullptr ? std::move(mSpare) : allocate<Segment>();
     if (lSegment == nullptr) {
         return false;
     }
-    lSegment->next = nullptr;
-    lSegment->end = lSegment->bytes;
+    Segment* const lAdded = lSegment.get();
+    lAdded->end = lAdded->bytes;
     if (mLast == nullptr) {
-        mFirst = lSegment;
-        mRead = lSegment->bytes;
+        mFirst = std::move(lSegment);
+        mRead = mFirst->bytes;
     } else {
-        mLast->next = lSegment;
+        mLast->next = std::move(lSegment);
         mIsLong.store(true, std::memory_order_relaxed);
     }
-    mLast = lSegment;
+    mLast = lAdded;
     return true;
 }
 
+/// The first segment becomes the spare one.
 void MessageStore::dropSegment() noexcept {
-    Segment* const lSegment = std::exchange(mFirst, mFirst->next);
+    mSpare = std::exchange(mFirst, std::move(mFirst->next));
     mRead = mFirst->bytes;
-    mIsLong.store(mFirst != mLast, std::memory_order_relaxed);
-    delete std::exchange(mSpare, lSegment);
+    mIsLong.store(mFirst.get() != mLast, std::memory_order_relaxed);
 }
 
 }  // namespace osx

@@ -1,5 +1,5 @@
 /// @file
-/// Where the bytes of queued messages lie.
+/// Memory for queued messages.
 #ifndef OSX_QUEUES_MESSAGESTORE_H
 #define OSX_QUEUES_MESSAGESTORE_H
 
@@ -11,14 +11,20 @@
 
 namespace osx {
 
-/// Where there are no bytes the pointers may be null. Not inline: a compiler that can tell how much
-/// there is at most copies by slow instructions instead of the C library's function.
+/// `memcpy`, but the pointers may be null where there are no bytes. It is not inline: a compiler
+/// that knows how many bytes there are at most uses string instructions, which are slower here than
+/// the C library's function.
 void copyBytes(void* aTo, const void* aFrom, std::size_t aSize) noexcept;
 
-/// Messages, first in, first out, one behind the other in segments of memory, so that a message
-/// costs no allocation of its own. A message may also have memory of its own, and only the pointer
-/// to it lies in the segment: that can be filled and emptied while nobody is kept from the store.
-/// Not locked, except for `wantsOwnMemory`.
+/// Messages, first in, first out. They lie one behind the other in segments of memory, so that a
+/// message needs no allocation. A message may also have memory of its own; then only the pointer to
+/// it lies in the segment. Such memory can be filled and emptied without the lock.
+///
+/// Every call needs the queue's lock, except for `wantsOwnMemory`.
+///
+///     mFirst                                   mLast
+///     [ read already | message | message ] --> [ message | message | free ]    mSpare: [ free ]
+///                    ^ mRead                                       ^ mLast->end
 class MessageStore {
 public:
     using OwnMemory = std::unique_ptr<char[]>;
@@ -33,30 +39,31 @@ public:
     MessageStore(const MessageStore&) = delete;
     MessageStore& operator=(const MessageStore&) = delete;
 
-    /// @return whether a message had better have memory of its own. So it is with every large one,
-    ///         and with a medium one while others wait: then there are other threads at work, and
-    ///         new segments, whose pages the system provides when they are written first.
+    /// @return whether a message should have memory of its own. A large one should, so that nobody
+    ///         waits for the lock while it is copied. So should a medium one while the store is
+    ///         longer than a segment: then other threads are at work, and the first write to the
+    ///         pages of a new segment takes long, because the system provides them only then.
     bool wantsOwnMemory(std::size_t aSize) const noexcept {
         return aSize >= kMedium && (aSize >= kLarge || mIsLong.load(std::memory_order_relaxed));
     }
 
     bool isEmpty() const noexcept { return mFirst == nullptr || mRead == mFirst->end; }
 
-    /// Copies a message that wants no memory of its own. @return false with `errno` ENOMEM.
+    /// Copies a message that wants no memory of its own. @return false for want of memory.
     bool append(const void* aBytes, std::size_t aSize) noexcept {
         return write({aSize, false}, aBytes, aSize);
     }
 
-    /// Takes a message over. @return false with `errno` ENOMEM; it stays the caller's then.
+    /// Takes a message over. @return false for want of memory; then it stays the caller's.
     bool append(OwnMemory& aBytes, std::size_t aSize) noexcept;
 
-    /// @return the first message. There has to be one, here and below.
+    /// @return the first message. This and the calls below need one to be there.
     Message front() const noexcept;
 
     bool frontHasOwnMemory() const noexcept { return readHeader().hasOwnMemory(); }
 
-    /// Takes the first message out, and copies as much of it as there is room for. It has no memory
-    /// of its own. @return its size.
+    /// Takes out the first message, which has no memory of its own, and copies as much of it as
+    /// there is room for. @return its size.
     std::size_t take(void* aBuffer, std::size_t aMaxSize) noexcept {
         const std::size_t lSize = readHeader().size();
         copyBytes(aBuffer, mRead + sizeof(Header), std::min(lSize, aMaxSize));
@@ -64,7 +71,7 @@ public:
         return lSize;
     }
 
-    /// Takes the first message out, with its memory. @return its size.
+    /// Takes out the first message, which has memory of its own. @return its size.
     std::size_t take(OwnMemory& aBytes) noexcept;
 
     /// Frees the first message. @return its size.
@@ -75,13 +82,13 @@ private:
     static constexpr std::size_t kLarge = 4096;
 
     struct Segment {
-        // Leaves the bytes as they are: the system need not provide what is never written.
+        // The bytes are left as they are: the system need not provide pages that are never written.
         Segment() noexcept : end(bytes) {}
 
-        Segment* next = nullptr;
+        std::unique_ptr<Segment> next;
+        /// Where the next message goes.
         char* end;
-        /// Moves the bytes behind a header to where an allocation of their own would begin: copying
-        /// is faster there.
+        /// Aligns the bytes behind a header as `malloc` would, which makes copying faster.
         std::size_t filler = 0;
         char bytes[16384 - 3 * sizeof(std::size_t)];
 
@@ -143,23 +150,25 @@ private:
     bool addSegment() noexcept;
     void dropSegment() noexcept;
 
-    /// The first segment has been read to its end. The last one is used again from its beginning,
-    /// which is in the processor's cache.
+    /// The first segment has been read to its end. If it is the only one it is used again from its
+    /// beginning, which is in the processor's cache.
     void leaveSegment() noexcept {
-        if (mFirst == mLast) {
+        if (mFirst.get() == mLast) {
             mRead = mFirst->end = mFirst->bytes;
         } else {
             dropSegment();
         }
     }
 
-    Segment* mFirst = nullptr;
+    std::unique_ptr<Segment> mFirst;
     Segment* mLast = nullptr;
+    /// The header of the first message, in `mFirst`; `mFirst->end` when there is none.
     const char* mRead = nullptr;
-    /// Kept for the next to be added, so that a queue of about a segment's length does not
-    /// allocate.
-    Segment* mSpare = nullptr;
-    /// Whether there is more than one segment.
+    /// The next segment to be added, so that a queue of about a segment's length does not allocate.
+    std::unique_ptr<Segment> mSpare;
+    /// Whether there is more than one segment. Written with the lock; senders read it without, to
+    /// decide where to copy a message before they lock. An answer that is out of date only costs
+    /// time.
     std::atomic<bool> mIsLong{false};
 };
 

@@ -1,11 +1,13 @@
 /// @file
-/// Threads that wait for a change of something behind a lock.
+/// Threads that wait for a change in a message queue.
 #ifndef OSX_QUEUES_WAITERS_H
 #define OSX_QUEUES_WAITERS_H
 
 #include <pthread.h>
 
 #include <ctime>
+
+#include "queues/QueueMutex.h"
 
 namespace osx {
 
@@ -16,7 +18,7 @@ struct Deadline {
 };
 
 /// A condition variable that knows whether anybody waits, so that nobody is woken in vain, and that
-/// takes deadlines of either clock. Every call needs the lock.
+/// takes deadlines of either clock. Every call needs the queue's lock.
 class Waiters {
 public:
     Waiters() = default;
@@ -24,13 +26,13 @@ public:
     Waiters(const Waiters&) = delete;
     Waiters& operator=(const Waiters&) = delete;
 
-    /// Gives the lock away until the thread is woken; it may be woken without a cause.
+    /// Releases the lock until the thread is woken. It may be woken without a cause.
     /// @param aDeadline null for no limit.
-    /// @return 0; ETIMEDOUT, or EINVAL for a deadline that is no time.
-    int wait(pthread_mutex_t& aLock, const Deadline* aDeadline) {
+    /// @return 0; ETIMEDOUT, or EINVAL for a deadline that is no valid time.
+    int wait(const QueueMutex& aMutex, const Deadline* aDeadline) OSX_REQUIRES(aMutex) {
         const Counted lCounted(mCount);
-        return aDeadline == nullptr ? ::pthread_cond_wait(&mCondition, &aLock)
-                                    : ::pthread_cond_clockwait(&mCondition, &aLock,
+        return aDeadline == nullptr ? ::pthread_cond_wait(&mCondition, &aMutex.native())
+                                    : ::pthread_cond_clockwait(&mCondition, &aMutex.native(),
                                                                aDeadline->clock, &aDeadline->time);
     }
 
@@ -45,7 +47,7 @@ public:
     void wakeAll() noexcept { ::pthread_cond_broadcast(&mCondition); }
 
 private:
-    /// Counts a thread while it waits, also when it is cancelled there.
+    /// Counts a thread while it waits. A thread that is cancelled there is uncounted as well.
     class Counted {
     public:
         explicit Counted(int& aCount) : mCount(aCount) { ++mCount; }
@@ -58,6 +60,7 @@ private:
     };
 
     pthread_cond_t mCondition = PTHREAD_COND_INITIALIZER;
+    /// Threads in `wait`, those included that have been woken and do not have the lock yet.
     int mCount = 0;
 };
 

@@ -1,3 +1,7 @@
+// The descriptor table, and the calls that dispatch to the channel behind a descriptor.
+//
+// The table has no lock. An entry is taken by an atomic exchange of its word `used`, so that two
+// threads never get the same descriptor; what else is in an entry belongs to whoever has taken it.
 #include <array>
 #include <cstdarg>
 #include <cstring>
@@ -11,6 +15,7 @@ commIfDesc_t commIfDesc[COMMIF_MAX_DESC];
 
 namespace {
 
+/// What the lines report: readers of logs know this name.
 constexpr char kModule[] = "commifApi.cpp";
 
 /// The operations of one device type.
@@ -61,7 +66,9 @@ const Channel* channelOf(unsigned int aDevType) {
     return aDevType >= eVGA && aDevType <= eMSG ? &kChannels[aDevType - eVGA] : nullptr;
 }
 
-/// The word stays a plain one, for whoever looks at the table; here it is only touched atomically.
+// `used` is a plain word in the interface's table, so it is only touched atomically here. Threads
+// that open write it to take the entry; the thread that closes, or whose open fails, to free it.
+
 bool isTaken(const commIfDesc_t& aEntry) {
     return __atomic_load_n(&aEntry.used, __ATOMIC_ACQUIRE) != 0;
 }
@@ -85,8 +92,8 @@ int claimLowestFree() {
     return -1;
 }
 
-/// A descriptor that is being opened: free again unless it is kept, also when the thread is
-/// cancelled on the way.
+/// A descriptor that is being opened. It is freed unless it is kept, also when the thread is
+/// cancelled while it opens the channel.
 class Claim {
 public:
     Claim() : mDesc(claimLowestFree()) {}
@@ -104,7 +111,7 @@ private:
     int mDesc;
 };
 
-int getNrOfActiveDescriptors() {
+int countTaken() {
     int lActive = 0;
     for (int lDesc = COMMIF_FIRST_DESC; lDesc < COMMIF_MAX_DESC; ++lDesc) {
         lActive += isTaken(commIfDesc[lDesc]) ? 1 : 0;
@@ -127,18 +134,17 @@ int openChannel(int aDesc, unsigned int aDevType, commIfDevParams_t* aParams,
 /// Performs an operation on the channel behind a descriptor, if there is one.
 template <class Operation>
 int dispatch(int aDesc, Operation aOperation) {
-    commIfDesc_t* lEntry = osx::descriptorEntry(aDesc);
-    if (lEntry == nullptr) {
-        return COMMIF_ERR_BAD_DESCRIPTOR;
-    }
-    if (!isTaken(*lEntry)) {
-        return COMMIF_ERR_NOT_OPEN;
-    }
-    const Channel* lChannel = channelOf(lEntry->info.devType);
-    return lChannel == nullptr ? COMMIF_ERR_BAD_DEVTYPE : aOperation(*lChannel, *lEntry);
+    return osx::withEntry(aDesc, [&](commIfDesc_t& aEntry) {
+        if (!isTaken(aEntry)) {
+            return COMMIF_ERR_NOT_OPEN;
+        }
+        const Channel* lChannel = channelOf(aEntry.info.devType);
+        return lChannel == nullptr ? COMMIF_ERR_BAD_DEVTYPE : aOperation(*lChannel, aEntry);
+    });
 }
 
-bool writeAll(int aDesc, const char* aText, unsigned long aLength) {
+/// @return whether all bytes were written.
+bool writeText(int aDesc, const char* aText, unsigned long aLength) {
     unsigned long lWritten = 0;
     const int lStatus = commIfWrite(
         aDesc, reinterpret_cast<unsigned char*>(const_cast<char*>(aText)), aLength, &lWritten);
@@ -156,7 +162,7 @@ int commIfOpen(int* aDesc, commIfDevParams_t* aParams, const char* aQueueName) {
     if (osx::isTraced(3)) {
         osx::DiagnosticLine(kModule).trace(
             3, "%t commIfOpen params->devType[%d] qname[%s] getNrOfActiveDescriptors [%d]\n",
-            lDevType, aQueueName, getNrOfActiveDescriptors());
+            lDevType, aQueueName, countTaken());
     }
     Claim lClaim;
     if (lClaim.desc() < 0) {
@@ -197,12 +203,12 @@ int commIfClose(int aDesc) {
 
 int commIffputc(int aCharacter, int aDesc) {
     const char lCharacter = static_cast<char>(aCharacter);
-    return writeAll(aDesc, &lCharacter, 1) ? 1 : -1;
+    return writeText(aDesc, &lCharacter, 1) ? 1 : -1;
 }
 
 int commIffputs(char* aText, int aDesc) {
     const std::size_t lLength = aText == nullptr ? 0 : std::strlen(aText);
-    return lLength < 1 || writeAll(aDesc, aText, lLength) ? 1 : -1;
+    return lLength < 1 || writeText(aDesc, aText, lLength) ? 1 : -1;
 }
 
 int commIffprintf(int aDesc, const char* aFormat, ...) {

@@ -1,3 +1,7 @@
+// The console functions, which use the process's standard input and output directly and not through
+// a descriptor. All but `commfprintf` write past the stream `stdout`.
+#include "commif/commIfConsole.h"
+
 #include <unistd.h>
 
 #include <array>
@@ -7,7 +11,6 @@
 
 #include "base/writeSignals.h"
 #include "commif/commif.h"
-#include "commif/console.h"
 #include "commif/formatText.h"
 #include "commif/printAgain.h"
 
@@ -22,7 +25,7 @@ ssize_t writeToConsole(const void* aData, std::size_t aLength) {
 
 namespace {
 
-/// Keeps other threads from a stream.
+/// Holds a stream's own lock, so that other threads' output does not come in between.
 class StreamLock {
 public:
     explicit StreamLock(FILE* aStream) : mStream(aStream) { ::flockfile(mStream); }
@@ -64,7 +67,7 @@ int commfprintf(int, const char* aFormat, ...) {
     const osx::WriteSignalGuard lGuard;
     const StreamLock lLock(stdout);
     osx::printAgain(lText.data());
-    // Nothing may stay behind that the end of the process would write without the guard.
+    // What stayed in the stream would be written at the end of the process, without the guard.
     std::fflush(stdout);
     return 1;
 }
