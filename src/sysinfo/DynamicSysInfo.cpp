@@ -1,7 +1,13 @@
+// The figures, in ACE's map under ACE's lock. What the kernel's files mean is in procFiles; here
+// they are read and kept. No line is written under the lock, because a log back end may ask for a
+// figure.
 #include "sysinfo/DynamicSysInfo.h"
 
-#include <cstdio>
-#include <memory>
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <new>
 #include <string>
 #include <string_view>
@@ -9,6 +15,7 @@
 #include <vector>
 
 #include "ace/Guard_T.h"
+#include "base/Descriptor.h"
 #include "base/diagnosticLine.h"
 #include "sysinfo/procFiles.h"
 
@@ -17,8 +24,8 @@ namespace {
 constexpr char kModule[] = "DynamicSysInfo.cpp";
 constexpr std::size_t kBuckets = 29;
 
-constexpr std::size_t kPiece = 4096;            // more than a file usually has
-constexpr std::size_t kMostOfAFile = 0x100000;  // more than any has
+constexpr std::size_t kPiece = 4096;            // most files have less
+constexpr std::size_t kMostOfAFile = 0x100000;  // all files have less
 
 #ifdef OSX_PROC_LAYOUT_CURRENT
 constexpr osx::ProcLayout kLayout = osx::ProcLayout::kCurrent;
@@ -26,40 +33,41 @@ constexpr osx::ProcLayout kLayout = osx::ProcLayout::kCurrent;
 constexpr osx::ProcLayout kLayout = osx::ProcLayout::kTarget;
 #endif
 
-struct CloseFile {
-    void operator()(FILE* aFile) const { std::fclose(aFile); }
-};
+/// The same as `read`, which a signal does not end.
+ssize_t readPiece(int aFile, char* aPiece) {
+    ssize_t lCount = 0;
+    do {
+        lCount = ::read(aFile, aPiece, kPiece);
+    } while (lCount == -1 && errno == EINTR);
+    return lCount;
+}
 
-/// @return what is in a file, in few pieces; nothing if it cannot be opened.
+/// @return what is in a file; nothing if it cannot be opened. By the system's calls: a standard
+///         stream leaves its descriptor to programs that are run meanwhile, and compilers hold that
+///         no thread is cancelled in `fopen`.
 std::string textOf(const char* aPath) {
     std::string lText;
-    // A standard file stream would leave its descriptor to the programs that are run meanwhile.
-    const std::unique_ptr<FILE, CloseFile> lFile(std::fopen(aPath, "re"));
-    if (lFile == nullptr) {
-        return lText;
-    }
-    std::setvbuf(lFile.get(), nullptr, _IONBF, 0);
+    const osx::Descriptor lFile(::open(aPath, O_RDONLY | O_CLOEXEC));
     char lPiece[kPiece];
-    std::size_t lCount = kPiece;
-    while (lCount == kPiece && lText.size() < kMostOfAFile) {
-        lCount = std::fread(lPiece, 1, kPiece, lFile.get());
-        lText.append(lPiece, lCount);
+    ssize_t lCount = lFile ? readPiece(lFile.get(), lPiece) : 0;
+    while (lCount > 0 && lText.size() < kMostOfAFile) {
+        lText.append(lPiece, static_cast<std::size_t>(lCount));
+        lCount = readPiece(lFile.get(), lPiece);
     }
     return lText;
 }
 
-/// Hands a file's text to a reader.
+/// Hands a file's text to a reader. Without memory, what was not read keeps its former value.
 template <class Reader>
 void readFile(const char* aPath, const Reader& aReader) {
     try {
         aReader(textOf(aPath));
     } catch (const std::bad_alloc&) {
-        // What was not read keeps its former value.
     }
 }
 
 /// @return a key that borrows the text, so that looking it up takes no memory.
-ACE_CString key(std::string_view aName) {
+ACE_CString borrowedKey(std::string_view aName) {
     return ACE_CString(aName.data(), aName.size(), nullptr, false);
 }
 
@@ -154,21 +162,20 @@ void DynamicSysInfo::dump() const {
     try {
         const ACE_Guard<ACE_Thread_Mutex> lGuard(mMap.mutex());
         lFigures.reserve(mMap.current_size());
-        // ACE's iterators need buckets.
+        // ACE's iterators fault on a map that got no memory for its buckets.
         for (auto lEntry = mMap.begin(); mMap.total_size() > 0 && lEntry != mMap.end(); ++lEntry) {
             lFigures.emplace_back(lEntry->key(), lEntry->item());
         }
     } catch (const std::bad_alloc&) {
         // Those that were copied are shown.
     }
-    // A log back end may come back to these figures, so their lock is free again.
     for (const auto& [lKey, lValue] : lFigures) {
         showFigure(lKey, lValue);
     }
 }
 
 void DynamicSysInfo::store(std::string_view aName, const FlexVar& aValue) {
-    const ACE_CString lKey = key(aName);
+    const ACE_CString lKey = borrowedKey(aName);
     const ACE_Guard<ACE_Thread_Mutex> lGuard(mMap.mutex());
     if (!lGuard.locked() || mMap.total_size() == 0) {
         return;
@@ -183,6 +190,6 @@ void DynamicSysInfo::store(std::string_view aName, const FlexVar& aValue) {
 
 FlexVar DynamicSysInfo::find(std::string_view aName) const {
     FlexVar lValue;
-    mMap.find(key(aName), lValue);
+    mMap.find(borrowedKey(aName), lValue);
     return lValue;
 }

@@ -111,7 +111,7 @@ private:
     /// @return a copy of a figure; of type none if there is none.
     FlexVar find(std::string_view aName) const;
 
-    mutable Table mMap;
+    mutable Table mMap;  ///< The figures by their names, locked by a mutex of its own.
 };
 
 #endif

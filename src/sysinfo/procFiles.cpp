@@ -1,3 +1,5 @@
+// What the kernel's process files hold. Texts are taken apart in place, as views: a refresh runs
+// often on a slow device, and a stream for each file took most of its time.
 #include "sysinfo/procFiles.h"
 
 #include <algorithm>
@@ -13,7 +15,7 @@
 namespace osx {
 namespace {
 
-/// More characters of a name, of a value or of a line do not count.
+/// As many characters of a name, of a value or of a line count.
 constexpr std::size_t kMost = 255;
 
 constexpr int kMemInfoSummaryLines = 3;
@@ -22,19 +24,21 @@ constexpr int kPartitionsHeadingLines = 2;
 constexpr int kPartitionsLines = 20;
 constexpr std::size_t kTargetBlocksColumn = 10;
 
-/// A text that is read from its front.
+/// What is left of a text that is read from its front.
 class Remainder {
 public:
     explicit Remainder(std::string_view aText) : mText(aText) {}
 
-    /// @return what stands before a character or the end, as far as it counts; that is taken off.
+    /// Takes off what stands before a character or the end, as far as it counts.
+    /// @return it.
     std::string_view takeUpTo(char aEnd) {
         const std::string_view lPart = mText.substr(0, std::min(mText.find(aEnd), kMost));
         mText.remove_prefix(lPart.size());
         return lPart;
     }
     void takeCharacter() { mText.remove_prefix(std::min<std::size_t>(1, mText.size())); }
-    /// Takes off what is left of a line, and its end. @return whether it has an end.
+    /// Takes off what is left of a line, and its end.
+    /// @return whether it has an end.
     bool takeLineEnd() {
         const std::size_t lEnd = mText.find('\n');
         mText.remove_prefix(lEnd == mText.npos ? mText.size() : lEnd + 1);
@@ -43,7 +47,7 @@ public:
     bool isAt(char aCharacter) const { return !mText.empty() && mText.front() == aCharacter; }
 
 private:
-    std::string_view mText;
+    std::string_view mText;  ///< Not read yet.
 };
 
 /// @return what stands before the first NUL.
@@ -60,11 +64,11 @@ bool isDigit(char aCharacter) {
 }
 
 /// @return the number that a text begins with, after blanks; 0 if it begins with none.
-std::int32_t number(std::string_view aText) {
+std::int32_t leadingNumber(std::string_view aText) {
     return readInteger(aText, kDecimal).number;
 }
 
-/// @return whether there is more to read; a line that is too long ends the reading.
+/// @return whether there is more to read: not after a line that is too long.
 bool skipLines(Remainder& aText, int aCount) {
     for (int lCount = 0; lCount < aCount; ++lCount) {
         aText.takeUpTo('\n');
@@ -76,12 +80,14 @@ bool skipLines(Remainder& aText, int aCount) {
     return true;
 }
 
-std::string_view findDisc(std::string_view aLine) {
+/// @return the line from the name of an ide disc or "sda" on; nothing if it has neither.
+std::string_view fromDisc(std::string_view aLine) {
     const std::size_t lIde = aLine.find("ide");
     const std::size_t lDisc = lIde != aLine.npos ? lIde : aLine.find("sda");
     return aLine.substr(std::min(lDisc, aLine.size()));
 }
 
+/// @return the line from the gap behind its first field on.
 std::string_view withoutField(std::string_view aText) {
     const auto* lField = std::find_if_not(aText.begin(), aText.end(), isGap);
     const auto* lEnd = std::find_if(lField, aText.end(), isGap);
@@ -90,15 +96,15 @@ std::string_view withoutField(std::string_view aText) {
 
 std::int32_t blocks(std::string_view aLine, ProcLayout aLayout) {
     if (aLayout == ProcLayout::kCurrent) {
-        return number(withoutField(withoutField(aLine)));
+        return leadingNumber(withoutField(withoutField(aLine)));
     }
-    return number(aLine.substr(std::min(aLine.size(), kTargetBlocksColumn)));
+    return leadingNumber(aLine.substr(std::min(aLine.size(), kTargetBlocksColumn)));
 }
 
 /// Takes a number without a sign off the front of a text, and the character that has to follow.
 /// @return whether both were there.
 template <class Number>
-bool take(std::string_view& aText, Number& aNumber, char aSeparator) {
+bool takeNumber(std::string_view& aText, Number& aNumber, char aSeparator) {
     const char* const lEnd = aText.data() + aText.size();
     const bool lIsNumber = !aText.empty() && isDigit(aText.front());
     const auto lRead = std::from_chars(aText.data(), lEnd, aNumber);
@@ -109,13 +115,14 @@ bool take(std::string_view& aText, Number& aNumber, char aSeparator) {
     return true;
 }
 
-/// @return the figures of a text that is just as kernels write it, without the cost of a stream.
+/// Reads a text that is just as kernels write it, without the cost of a stream.
+/// @return nothing if it is not.
 std::optional<LoadAverage> readRegularLoadAvg(std::string_view aText) {
     LoadAverage lLoad;
     const bool lIsRegular =
-        take(aText, lLoad.oneMinute, ' ') && take(aText, lLoad.fiveMinutes, ' ') &&
-        take(aText, lLoad.fifteenMinutes, ' ') && take(aText, lLoad.running, '/') &&
-        take(aText, lLoad.processes, ' ') && take(aText, lLoad.highestPid, '\n');
+        takeNumber(aText, lLoad.oneMinute, ' ') && takeNumber(aText, lLoad.fiveMinutes, ' ') &&
+        takeNumber(aText, lLoad.fifteenMinutes, ' ') && takeNumber(aText, lLoad.running, '/') &&
+        takeNumber(aText, lLoad.processes, ' ') && takeNumber(aText, lLoad.highestPid, '\n');
     return lIsRegular ? std::optional(lLoad) : std::nullopt;
 }
 
@@ -141,7 +148,7 @@ void readMemInfo(std::string_view aText, ProcLayout aLayout, const FigureSink& a
         lText.takeCharacter();  // The colon.
         const std::string_view lRest = lText.takeUpTo('\n');
         lHasMore = lText.takeLineEnd();
-        aSink(lName, number(lRest));
+        aSink(lName, leadingNumber(lRest));
     }
 }
 
@@ -167,7 +174,7 @@ void readPartitions(std::string_view aText, ProcLayout aLayout, const FigureSink
         const std::string_view lLine = untilNul(lText.takeUpTo('\n'));
         lHasMore = lText.isAt('\n');
         lText.takeCharacter();
-        const std::string_view lDisc = findDisc(lLine);
+        const std::string_view lDisc = fromDisc(lLine);
         if (!lDisc.empty()) {
             const auto* lEnd = std::find_if(lDisc.begin(), lDisc.end(), isGap);
             aSink(lDisc.substr(0, static_cast<std::size_t>(lEnd - lDisc.begin())),

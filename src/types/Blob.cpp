@@ -1,3 +1,5 @@
+// A buffer that may be owned or borrowed. Memory is `malloc`'s, because the interface lets callers
+// hand over and take away buffers of theirs.
 #include "types/Blob.h"
 
 #include <cerrno>

@@ -26,49 +26,61 @@ public:
     /// Takes the three values as they are; copies nothing.
     /// @param aData the bytes; may be null.
     /// @param aSize how many; only the low 32 bits count, as a signed number.
-    /// @param aOwner true hands the buffer over: the `Blob` frees it.
+    /// @param aOwner true hands the buffer over: the `Blob` frees it. False leaves it the caller's.
     Blob(unsigned char* aData, long aSize, bool aOwner) noexcept;
 
-    /// A deep copy that owns its buffer, whatever `aOther` does; of size 0 too.
+    /// Makes a deep copy, which owns its buffer, also one of no bytes.
+    /// @param aOther an owner or a borrower; it stays as it is.
     Blob(const Blob& aOther) noexcept;
 
-    /// `cleanup()`, then a deep copy as the copy constructor makes it. `aOther` may lie in this
-    /// object's buffer. Assigning an object to itself changes nothing.
+    /// `cleanup()`, then a deep copy as the copy constructor makes it.
+    /// @param aOther an owner or a borrower, also of bytes in this object's buffer; it stays as it
+    ///        is. This object changes nothing.
+    /// @return this object.
     Blob& operator=(const Blob& aOther) noexcept;
 
     /// `cleanup()`.
     ~Blob();
 
     /// `cleanup()`, then takes the three values as they are, as the constructor does.
-    /// @param aData not the buffer that this object owns already: that one is freed first.
+    /// @param aData the bytes; may be null. Not the buffer that this object owns already: that one
+    ///        is freed first.
+    /// @param aSize how many; only the low 32 bits count, as a signed number.
+    /// @param aOwner true hands the buffer over: the `Blob` frees it. False leaves it the caller's.
     void setData(unsigned char* aData, long aSize, bool aOwner) noexcept;
 
-    /// An owner frees its buffer and becomes an empty `Blob`. A borrower stays as it is, its
+    /// Makes an owner free its buffer and become an empty `Blob`. A borrower stays as it is, its
     /// pointer and size included.
     void cleanup() noexcept;
 
-    /// @return number of bytes, as it was given.
+    /// Tells how many bytes there are.
+    /// @return the size, as it was given.
     long getSize() const noexcept { return mSize; }
-    /// @return the bytes, still owned as before; may be null.
+
+    /// Finds the bytes.
+    /// @return the buffer, owned as before; may be null.
     unsigned char* getData() const noexcept { return mData; }
-    /// @return whether this object frees the bytes.
+
+    /// Tells who owns the bytes.
+    /// @return whether this object frees them.
     bool isOwner() const noexcept { return mOwner; }
 
+    /// Gets memory that a `Blob` may own.
     /// @param aSize number of bytes.
     /// @return a buffer from `malloc`, the caller's; null, with `errno` ENOMEM, if memory is short
     ///         or the size negative.
     static unsigned char* allocate(long aSize) noexcept;
 
-    /// Frees a buffer from `allocate` or `malloc` and sets the caller's pointer to null, which it
-    /// may already be.
+    /// Frees a buffer.
+    /// @param[in,out] aData a buffer from `allocate` or `malloc`, or null; null afterwards.
     static void deallocates(unsigned char*& aData) noexcept;
 
 private:
     void copyFrom(const Blob& aOther) noexcept;
 
-    std::int32_t mSize = 0;
-    unsigned char* mData = nullptr;
-    bool mOwner = false;
+    std::int32_t mSize = 0;          ///< As it was given; may be negative.
+    unsigned char* mData = nullptr;  ///< The bytes; may be null whatever the size.
+    bool mOwner = false;             ///< Whether the bytes are freed with this object.
 };
 
 #endif

@@ -1,16 +1,16 @@
+// The variant: construction, assignment, setters, getters, hash. What is computed in the header is
+// in FlexVarInline.h. What differs between the kinds is chosen by overloads, which `Kinds::visit`
+// reaches; so no list of the kinds stands here.
 #include "types/FlexVar.h"
 
-#include <cmath>
+#include <cstddef>
 #include <cstdint>
-#include <limits>
-#include <new>
 
 #include "base/NoCancellation.h"
-#include "base/allocate.h"
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
 #include "types/FlexVarKinds.h"
-#include "types/heldString.h"
+#include "types/heldObject.h"
 
 using osx::DiagnosticLine;
 using osx::kFlexVarModule;
@@ -19,7 +19,7 @@ const ACE_String_Base<char> FlexVar::mEmptyCString;
 const ACE_String_Base<wchar_t> FlexVar::mEmptyWString;
 const ACE_Date_Time FlexVar::mEmptyACE_Date_Time;
 const ObjectID FlexVar::mEmptyObjectID;
-// From the load on its text is there, and no print of any thread writes to it.
+// Printed when the library is loaded, so that no later print, of any thread, writes to it.
 [[maybe_unused]] static const ACE_CString& gTextOfEmpty = FlexVar::mEmptyObjectID.toString();
 const ACE_String_Base<char> FlexVar::mCStrBoolTrue("true");
 const ACE_String_Base<char> FlexVar::mCStrBoolFalse("false");
@@ -54,66 +54,8 @@ OSX_HIDDEN const Blob& emptyValue() noexcept {
 
 namespace {
 
-using osx::assign;
-using osx::copyOf;
-using osx::destroy;
-using osx::take;
-
 constexpr char kNoTypeName[] = "No FlexVar type";
 constexpr std::size_t kPrefixLength = sizeof "FlexVar_" - 1;  // what the lines leave out
-
-/// @return a new object; null with `errno` ENOMEM when memory is short, also for what it holds.
-template <class Value>
-Value* copyOf(const Value& aSource) noexcept {
-    return osx::allocate<Value>(aSource).release();
-}
-
-/// @return whether bytes are missing: a `Blob` says nothing when memory is short.
-bool lacksBytesOf(const Blob& aCopy, const Blob& aSource) noexcept {
-    return aSource.getData() != nullptr && aSource.getSize() > 0 && aCopy.getData() == nullptr;
-}
-
-Blob* copyOf(const Blob& aSource) noexcept {
-    Blob* lCopy = osx::allocate<Blob>(aSource).release();
-    if (lCopy != nullptr && lacksBytesOf(*lCopy, aSource)) {
-        delete lCopy;
-        lCopy = nullptr;
-        errno = ENOMEM;
-    }
-    return lCopy;
-}
-
-template <class Value>
-void destroy(Value* aValue) noexcept {
-    delete aValue;
-}
-
-/// Gives a held object another value.
-/// @return whether memory sufficed.
-template <class Value>
-bool assign(Value& aHeld, const Value& aValue) noexcept {
-    aHeld = aValue;
-    return true;
-}
-
-bool assign(Blob& aHeld, const Blob& aValue) noexcept {
-    aHeld = aValue;
-    return !lacksBytesOf(aHeld, aValue);
-}
-
-/// The same from an object that is given up.
-template <class Value>
-bool take(Value& aHeld, Value& aSource) noexcept {
-    return assign(aHeld, aSource);
-}
-bool take(Blob& aHeld, Blob& aSource) noexcept {
-    if (!aSource.isOwner()) {
-        return assign(aHeld, aSource);
-    }
-    aHeld.setData(aSource.getData(), aSource.getSize(), true);
-    new (&aSource) Blob;  // The bytes are the other's now.
-    return true;
-}
 
 template <class Value>
 unsigned int hashOf(Value aValue) noexcept {
@@ -123,8 +65,8 @@ unsigned int hashOf(Value aValue) noexcept {
 unsigned int hashOf(bool) noexcept {
     return 0;
 }
-/// The low 32 bits of `ACE::hash_pjw`, which are alike in both word sizes. That clears the highest
-/// four bits for each byte; here they fall out of the word with the next one.
+/// The low 32 bits of `ACE::hash_pjw`, which are alike in both word sizes, without its branch for
+/// each byte: it clears the highest four bits then, which here the next shift drops.
 unsigned int hashOfBytes(const char* aBytes, std::size_t aCount) noexcept {
     constexpr std::uint32_t kResult = 0x0FFFFFFF;
     std::uint32_t lHash = 0;
@@ -159,10 +101,9 @@ const char* FlexVar::Kinds::name(Type aType) noexcept {
 
 template <class Kind>
 void FlexVar::constructCopy(const typename Kind::Value& aValue) noexcept {
-    auto* const lCopy = copyOf(aValue);
-    if (lCopy != nullptr) {
+    if (auto lCopy = osx::copyOf(aValue)) {
         mType = Kind::kType;
-        Kind::member(mValue) = lCopy;
+        Kind::member(mValue) = lCopy.release();
     }
 }
 
@@ -196,6 +137,8 @@ void FlexVar::copyObjectOf(const FlexVar& aOther) noexcept {
     });
 }
 
+/// @return whether the held object can take the other's value: both are of one kind, and each has
+///         its object.
 bool FlexVar::keepsObjectFor(const FlexVar& aOther) const noexcept {
     return holdsObject() && mType == aOther.mType && mValue.mBits != 0 && aOther.mValue.mBits != 0;
 }
@@ -204,7 +147,7 @@ FlexVar& FlexVar::assignObjectOf(const FlexVar& aOther) noexcept {
     if (keepsObjectFor(aOther)) {
         Kinds::visit(mType, [&](auto aKind) {
             if constexpr (decltype(aKind)::kIsObject) {
-                assign(*aKind.member(mValue), *aKind.member(aOther.mValue));
+                osx::assign(*aKind.member(mValue), *aKind.member(aOther.mValue));
             }
         });
         return *this;
@@ -223,7 +166,7 @@ FlexVar& FlexVar::moveObjectOf(FlexVar& aOther) noexcept {
     }
     const bool lTaken = Kinds::visit(mType, false, [&](auto aKind) {
         if constexpr (decltype(aKind)::kIsObject) {
-            return take(*aKind.member(mValue), *aKind.member(aOther.mValue));
+            return osx::take(*aKind.member(mValue), *aKind.member(aOther.mValue));
         }
         return false;
     });
@@ -237,7 +180,7 @@ FlexVar& FlexVar::moveObjectOf(FlexVar& aOther) noexcept {
 void FlexVar::destroyObject() noexcept {
     Kinds::visit(mType, [&](auto aKind) {
         if constexpr (decltype(aKind)::kIsObject) {
-            destroy(aKind.member(mValue));
+            osx::destroy(aKind.member(mValue));
         }
     });
 }
@@ -276,14 +219,14 @@ void FlexVar::changeType(Type aType) noexcept {
 template <class Kind>
 bool FlexVar::setCopy(const typename Kind::Value& aValue) noexcept {
     if (mType == Kind::kType && Kind::member(mValue) != nullptr) {
-        return assign(*Kind::member(mValue), aValue);
+        return osx::assign(*Kind::member(mValue), aValue);
     }
-    auto* const lCopy = copyOf(aValue);
+    auto lCopy = osx::copyOf(aValue);
     if (lCopy == nullptr) {
         return false;
     }
     changeType(Kind::kType);
-    Kind::member(mValue) = lCopy;
+    Kind::member(mValue) = lCopy.release();
     return true;
 }
 
@@ -371,7 +314,8 @@ void FlexVar::reportMismatch(const char* aVerb, Type aWanted) const noexcept {
     });
 }
 
-// Programs that were built with the headers of 1.1.0 call these, which are inline now.
+// Programs that were built with the headers of 1.1.0 call these, which are inline now. Their
+// addresses, taken here, have the library keep them.
 template <class Result>
 using Getter = Result (FlexVar::*)() const noexcept;
 [[gnu::used]] const Getter<const ACE_String_Base<char>&> kGetCString = &FlexVar::getCString;
@@ -425,7 +369,7 @@ ACE_String_Base<char> FlexVar::getTypeName(Type aType) noexcept {
 }
 
 unsigned int FlexVar::hashOfOther() const noexcept {
-    if (mType == FlexVar_CString) {  // the one that keys of tables are
+    if (mType == FlexVar_CString) {  // the kind of most keys of tables comes first
         return hashOf(Kinds::CString::value(mValue));
     }
     return Kinds::visit(mType, 0U, [&](auto aKind) {

@@ -1,6 +1,6 @@
 // Equality, ordering and the checks of dates.
 #include <array>
-#include <cstring>
+#include <cstddef>
 
 #include "types/FlexVar.h"
 #include "types/FlexVarKinds.h"
@@ -19,13 +19,10 @@ template <class Value>
 bool areEqual(const Value& aLeft, const Value& aRight) noexcept {
     return aLeft == aRight;
 }
-/// As ACE's operator does, which is three calls away.
 template <class Character>
 bool areEqual(const ACE_String_Base<Character>& aLeft,
               const ACE_String_Base<Character>& aRight) noexcept {
-    return aLeft.length() == aRight.length() &&
-           std::memcmp(aLeft.fast_rep(), aRight.fast_rep(), aLeft.length() * sizeof(Character)) ==
-               0;
+    return osx::areEqualStrings(aLeft, aRight);
 }
 bool areEqual(const ACE_Date_Time& aLeft, const ACE_Date_Time& aRight) noexcept {
     return aLeft.year() == aRight.year() && aLeft.month() == aRight.month() &&
@@ -61,9 +58,6 @@ bool isLess(const ObjectID&, const ObjectID&) noexcept {
 bool FlexVar::isEqualTo(const FlexVar& aOther) const noexcept {
     if (this == &aOther) {
         return true;
-    }
-    if (mType == FlexVar_CString) {  // the kind most compared comes first
-        return areEqual(Kinds::CString::value(mValue), Kinds::CString::value(aOther.mValue));
     }
     return Kinds::visit(mType, false, [&](auto aKind) {
         return areEqual(aKind.value(mValue), aKind.value(aOther.mValue));

@@ -1,3 +1,6 @@
+// Identifiers as values and as texts. New ones come from `uuidSource`. Digits are written and read
+// by tables, because identifiers are printed and parsed far more often than anything else is done
+// with them; what `strtoul` takes beside digits is left to it.
 #include "types/ObjectID.h"
 
 #include <algorithm>
@@ -13,10 +16,8 @@ namespace {
 
 constexpr std::size_t kTextLength = 36;
 
-// Shown when memory for a cache is short.
+// Given where there is no memory for an identifier's text.
 const ACE_CString kNoText;
-
-// Text.
 
 constexpr char kDigits[] = "0123456789abcdef";
 constexpr std::size_t kByteValues = 256;
@@ -31,12 +32,24 @@ constexpr auto kDigitPairs = [] {
 }();
 
 /// Writes the four digits of a half word.
-void print(char* aText, std::uint32_t aHalf) {
+void printHalf(char* aText, std::uint32_t aHalf) {
     std::memcpy(aText, kDigitPairs[aHalf >> 8 & 0xFF].data(), 2);
     std::memcpy(aText + 2, kDigitPairs[aHalf & 0xFF].data(), 2);
 }
 
-/// The value of each digit, of either case; what is no digit has a bit beyond those of the values.
+/// Writes the digits of an identifier between the hyphens.
+void print(char* aText, const std::uint32_t (&aWords)[4]) {
+    printHalf(aText, aWords[0] >> 16);
+    printHalf(aText + 4, aWords[0]);
+    printHalf(aText + 9, aWords[1] >> 16);
+    printHalf(aText + 14, aWords[1]);
+    printHalf(aText + 19, aWords[2] >> 16);
+    printHalf(aText + 24, aWords[2]);
+    printHalf(aText + 28, aWords[3] >> 16);
+    printHalf(aText + 32, aWords[3]);
+}
+
+/// The value of each digit, of either case. What is no digit has a bit that no value has.
 constexpr unsigned char kNoDigit = 0x80;
 constexpr auto kDigitValues = [] {
     std::array<unsigned char, kByteValues> lValues{};
@@ -62,7 +75,7 @@ std::uint32_t parseOddField(const char* aField, std::size_t aLength) {
     return lEnd == lField + aLength ? static_cast<std::uint32_t>(lValue) : 0;
 }
 
-/// The same; only what is not all digits is left to the system's conversion.
+/// The same, by the table; what is not all digits is left to `strtoul`.
 template <std::size_t kLength>
 std::uint32_t parseField(const char* aField) {
     std::uint32_t lValue = 0;
@@ -80,11 +93,11 @@ std::uint32_t parseField(const char* aField) {
 const ObjectID ObjectID::mNull;
 bool ObjectID::mGeneratorInitialized = false;
 
-// From the load on its text is there, and no print of any thread writes to it.
+// Printed when the library is loaded, so that no later print, of any thread, writes to it.
 [[maybe_unused]] static const ACE_CString& gTextOfNull = ObjectID::mNull.toString();
 
 void ObjectID::deleteText() noexcept {
-    delete mText;
+    mText.reset();
 }
 
 void ObjectID::setEmpty() noexcept {
@@ -107,12 +120,12 @@ void ObjectID::setData(const unsigned char* aData, long aSize) noexcept {
 
 void ObjectID::generateObjectID() noexcept {
     setEmpty();
-    osx::makeUuid(mWords, mGeneratorInitialized);
+    osx::makeUuid(mWords, mGeneratorInitialized);  // without memory it stays all zero
 }
 
 const ACE_CString& ObjectID::toString() const noexcept {
     if (mText == nullptr) {
-        mText = osx::allocate<ACE_CString>().release();
+        mText = osx::allocate<ACE_CString>();
     }
     if (mText == nullptr) {
         return kNoText;
@@ -120,14 +133,7 @@ const ACE_CString& ObjectID::toString() const noexcept {
     if (mTextStale) {
         char lText[] = "........-....-....-....-............";
         static_assert(sizeof lText == kTextLength + 1);
-        print(lText, mWords[0] >> 16);
-        print(lText + 4, mWords[0]);
-        print(lText + 9, mWords[1] >> 16);
-        print(lText + 14, mWords[1]);
-        print(lText + 19, mWords[2] >> 16);
-        print(lText + 24, mWords[2]);
-        print(lText + 28, mWords[3] >> 16);
-        print(lText + 32, mWords[3]);
+        print(lText, mWords);
         mText->set(lText, kTextLength, true);
         // The string stays empty when it finds no memory; later it reuses its buffer.
         mTextStale = mText->length() != kTextLength;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 #include "ace/SString.h"
 #include "base/osxExport.h"
@@ -20,21 +21,26 @@
 /// | W2   | clock_seq_hi_and_reserved (upper 8), clock_seq_low | node bytes 0 and 1      |
 /// | W3   | node bytes 2 and 3                                 | node bytes 4 and 5      |
 ///
-/// Nothing throws. An `ObjectID` is a value for one thread at a time: `toString` writes a cache, so
-/// that even one constant object must not be printed by two threads at once, other than `mNull`.
-/// `generateObjectID` may run in any number of threads at once, each on an object of its own, and
-/// in a child that is forked meanwhile.
+/// Nothing throws. An `ObjectID` is a value for one thread at a time: `toString` keeps its text in
+/// the object, so two threads must not print the same one at once, not even a constant one other
+/// than `mNull`. `generateObjectID` may run in any number of threads at once, each on an object of
+/// its own, and in a child that is forked meanwhile.
 class OSX_EXPORT ObjectID {
 public:
     /// The all-zero identifier. Usable while other static objects are constructed, and printable by
     /// any number of threads.
     static const ObjectID mNull;
 
-    /// All zero; generates nothing.
+    /// Makes one that is all zero; generates nothing.
     constexpr ObjectID() noexcept = default;
+
     /// Copies the identifier, not the cached text.
+    /// @param aOther any identifier.
     ObjectID(const ObjectID& aOther) noexcept { copyWordsOf(aOther); }
+
     /// Copies the identifier, not the cached text.
+    /// @param aOther any identifier; this one changes nothing.
+    /// @return this object.
     ObjectID& operator=(const ObjectID& aOther) noexcept {
         if (this != &aOther) {
             copyWordsOf(aOther);
@@ -42,7 +48,9 @@ public:
         }
         return *this;
     }
-    // Exported by itself, since the library is built with its inline functions hidden.
+
+    // Exported by itself, since the library is built with its inline functions hidden. Few
+    // identifiers have a text: for those without one there is no call.
     OSX_EXPORT virtual ~ObjectID() {
         if (mText != nullptr) {
             deleteText();
@@ -51,24 +59,38 @@ public:
 
     /// Makes it all zero.
     void setEmpty() noexcept;
-    /// @return whether it is all zero.
+
+    /// Tells whether it is all zero.
+    /// @return whether it is.
     bool isEmpty() const noexcept { return (mWords[0] | mWords[1] | mWords[2] | mWords[3]) == 0; }
 
+    /// Tells how many bytes an identifier has.
     /// @return 16.
     long getSize() const noexcept { return kSize; }
-    /// @return the 16 bytes as stored, in the host's byte order within each word; they stay the
-    ///         object's.
+
+    /// Finds the 16 bytes, which are as stored: in the host's byte order within each word.
+    /// @return the bytes, which stay the object's.
     const unsigned char* getData() const noexcept;
+
     /// Takes 16 bytes as `getData` gives them.
-    /// @param aSize with anything but 16 the identifier becomes all zero and `aData` is not read.
-    ///        So it does with null data.
+    /// @param aData the bytes; may be this object's. With null the identifier becomes all zero.
+    /// @param aSize 16; with any other size the identifier becomes all zero, and `aData` is not
+    ///        read.
     void setData(const unsigned char* aData, long aSize) noexcept;
 
+    /// Compares with another identifier.
+    /// @param aOther any identifier.
+    /// @return whether all bytes are equal.
     bool operator==(const ObjectID& aOther) const noexcept {
         return std::memcmp(mWords, aOther.mWords, sizeof mWords) == 0;
     }
+
+    /// Compares with another identifier.
+    /// @param aOther any identifier.
+    /// @return whether a byte differs.
     bool operator!=(const ObjectID& aOther) const noexcept { return !(*this == aOther); }
 
+    /// Makes a number for hash tables.
     /// @return the first word, time_low.
     std::uint32_t hash() const noexcept { return mWords[0]; }
 
@@ -76,17 +98,17 @@ public:
     /// When memory for the process's generator is short (the first time only) it is all zero.
     void generateObjectID() noexcept;
 
-    /// @return the text, in lower-case hexadecimal digits grouped 8-4-4-4-12 by hyphens. It belongs
-    ///         to the object and changes with the next `toString` that follows a change. Empty when
-    ///         memory for it is short.
+    /// Renders the identifier, in lower-case hexadecimal digits grouped 8-4-4-4-12 by hyphens.
+    /// @return the text. It belongs to the object and changes with the next `toString` that
+    ///         follows a change. Empty when memory for it is short.
     const ACE_String_Base<char>& toString() const noexcept;
 
     /// Reads the text form. The separators may be any characters and the digits of either case.
     ///
-    /// A text that does not have 36 characters gives the all-zero identifier. Each of the groups,
-    /// the last one in two parts of 4 and 8 characters, is read on its own as `strtoul` reads base
-    /// 16, so that it may hold leading blanks, a sign or "0x" within its width. A group that is not
-    /// wholly a number stays zero while the others are taken.
+    /// Each of the groups, the last one in two parts of 4 and 8 characters, is read on its own as
+    /// `strtoul` reads base 16, so that it may hold leading blanks, a sign or "0x" within its
+    /// width. A group that is not wholly a number stays zero while the others are taken.
+    /// @param aText the text; one that does not have 36 characters gives the all-zero identifier.
     void setFromString(const ACE_String_Base<char>& aText) noexcept;
 
 private:
@@ -101,9 +123,10 @@ private:
         std::memcpy(mWords, aOther.mWords, sizeof mWords);
     }
 
-    std::uint32_t mWords[4] = {0, 0, 0, 0};
-    mutable ACE_String_Base<char>* mText = nullptr;
-    mutable bool mTextStale = true;
+    std::uint32_t mWords[4] = {0, 0, 0, 0};  ///< The identifier.
+    /// The text last made; null until one is asked for.
+    mutable std::unique_ptr<ACE_String_Base<char>> mText;
+    mutable bool mTextStale = true;  ///< Whether the identifier has changed since.
 };
 
 #endif

@@ -1,11 +1,20 @@
+// The table of identifiers. ACE's map owns the pairs, as it always did; they are found by an index
+// beside it, because ACE's number of buckets is fixed and it would search a large table pair by
+// pair. What a look-up costs is what it reads of memory that is in no cache: one place of the
+// index, and one pair.
 #include "types/ObjectIDMap.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <memory>
 #include <new>
+#include <utility>
 
-#include "ace/OS_Errno.h"
+#include "base/ErrnoKeeper.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 
@@ -15,13 +24,47 @@ constexpr char kModule[] = "ObjectIDMap.cpp";
 constexpr std::size_t kBuckets = 2999;
 constexpr std::size_t kPairsOfAPage = 63;
 constexpr unsigned int kUsualBits = 12;  // of a place's number, in an index that was allocated
+// From this size on an index does not fit what a processor keeps of the usual pages' addresses.
+constexpr std::size_t kLargeIndex = std::size_t{8} << 20;
 
-/// Holds the table's mutex. The way through ACE to the same calls took a third of a look-up.
-class Lock {
+/// A large index is read all over: with pages of the usual size most look-ups would wait for the
+/// page's address as well. A kernel that knows no larger ones refuses.
+void askForLargePages(void* aMemory, std::size_t aSize) noexcept {
+    const auto lPageSize = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto lStart = reinterpret_cast<std::uintptr_t>(aMemory);
+    const std::uintptr_t lBefore = (lPageSize - lStart % lPageSize) % lPageSize;
+    madvise(static_cast<char*>(aMemory) + lBefore, aSize - lBefore, MADV_HUGEPAGE);
+}
+
+/// @return an index of so many places, all without a pair; null if there is no memory.
+template <class Entry>
+std::unique_ptr<Entry*[]> makePlaces(std::size_t aCount) noexcept {
+    std::unique_ptr<Entry*[]> lPlaces(new (std::nothrow) Entry*[aCount]);
+    if (lPlaces != nullptr) {
+        if (aCount * sizeof(Entry*) >= kLargeIndex) {
+            askForLargePages(lPlaces.get(), aCount * sizeof(Entry*));
+        }
+        std::fill_n(lPlaces.get(), aCount, nullptr);
+    }
+    return lPlaces;
+}
+
+/// Apart, lest a look-up that succeeds keep registers for it.
+[[gnu::noinline, gnu::cold]] void reportUnknown(const ObjectID& aObjectID, std::size_t aCount) {
+    osx::DiagnosticLine(kModule).failure(LM_ERROR,
+                                         "ObjectIDMap::translate: failed, aObjectID[%s] size[%d]\n",
+                                         aObjectID.toString().c_str(), aCount);
+}
+
+}  // namespace
+
+/// Holds the table's mutex, which is ACE's. Calls the system itself: the way through ACE took a
+/// third of a look-up. To clang it always has the mutex; whether it does is to be asked.
+class OSX_SCOPED_CAPABILITY ObjectIDMap::Lock {
 public:
-    explicit Lock(ACE_Thread_Mutex& aMutex) noexcept
-        : mMutex(aMutex.lock()), mIsHeld(pthread_mutex_lock(&mMutex) == 0) {}
-    ~Lock() {
+    explicit Lock(Table& aTable) noexcept OSX_ACQUIRE(aTable)
+        : mMutex(aTable.mutex().lock()), mIsHeld(pthread_mutex_lock(&mMutex) == 0) {}
+    ~Lock() OSX_RELEASE() {
         if (mIsHeld) {
             pthread_mutex_unlock(&mMutex);
         }
@@ -34,15 +77,6 @@ private:
     ACE_thread_mutex_t& mMutex;
     const bool mIsHeld;
 };
-
-/// Apart, lest a look-up that succeeds keep registers for it.
-[[gnu::noinline, gnu::cold]] void reportUnknown(const ObjectID& aObjectID, std::size_t aCount) {
-    osx::DiagnosticLine(kModule).failure(LM_ERROR,
-                                         "ObjectIDMap::translate: failed, aObjectID[%s] size[%d]\n",
-                                         aObjectID.toString().c_str(), aCount);
-}
-
-}  // namespace
 
 // The memory of the pairs.
 
@@ -58,38 +92,33 @@ void* ObjectIDMap::Pool::malloc(std::size_t aSize) {
 }
 
 void ObjectIDMap::Pool::free(void* aPiece) {
-    link(aPiece);
+    addToFree(aPiece);
 }
 
-void ObjectIDMap::Pool::link(void* aPiece) noexcept {
+void ObjectIDMap::Pool::addToFree(void* aPiece) noexcept {
     mFree = new (aPiece) Link{mFree};
 }
 
 void ObjectIDMap::Pool::addPage(std::size_t aSize) noexcept {
-    char* const lPage = osx::allocateBytes((kPairsOfAPage + 1) * aSize).release();
+    std::unique_ptr<char[]> lPage = osx::allocateBytes((kPairsOfAPage + 1) * aSize);
     if (lPage == nullptr) {
         return;
     }
-    mPages = new (lPage) Link{mPages};
     for (std::size_t lPiece = kPairsOfAPage; lPiece > 0; --lPiece) {
-        link(lPage + lPiece * aSize);
+        addToFree(lPage.get() + lPiece * aSize);
     }
+    mPages = new (lPage.release()) Link{mPages};
 }
 
 void ObjectIDMap::Pool::releaseAll() noexcept {
     while (mPages != nullptr) {
-        char* const lPage = reinterpret_cast<char*>(mPages);
+        const std::unique_ptr<char[]> lPage(reinterpret_cast<char*>(mPages));
         mPages = mPages->next;
-        delete[] lPage;
     }
     mFree = nullptr;
 }
 
 // The table.
-
-ObjectIDMap::Table::~Table() {
-    releasePlaces();
-}
 
 /// Identifiers that were generated one after the other differ by multiples of few numbers; the
 /// factor, the golden ratio's, spreads those well.
@@ -98,8 +127,8 @@ inline ObjectIDMap::Map::ENTRY*& ObjectIDMap::Table::placeOf(std::uint32_t aHash
     return mPlaces[aHash * kSpread >> mShift];
 }
 
-/// @return the next pair of the same place; null after the last.
-ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::nextOf(const ENTRY& aEntry) noexcept {
+/// @return the next pair of the same place; null after the last. The list ends at its bucket.
+ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::nextOfPlace(const ENTRY& aEntry) noexcept {
     ENTRY* const lNext = aEntry.next_;
     const bool lIsPair = lNext < table() || lNext >= table() + total_size();
     return lIsPair && &placeOf(*lNext) == &placeOf(aEntry) ? lNext : nullptr;
@@ -108,28 +137,29 @@ ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::nextOf(const ENTRY& aEntry) noexcep
 /// Most pairs are the first of their place.
 inline ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::find(const ObjectID& aKey) noexcept {
     ENTRY* const lFirst = placeOf(aKey.hash());
-    return lFirst == nullptr || lFirst->ext_id_.areOf(aKey) ? lFirst : findBehind(*lFirst, aKey);
+    return lFirst == nullptr || lFirst->ext_id_.areThoseOf(aKey) ? lFirst
+                                                                 : findBehind(*lFirst, aKey);
 }
 
 ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::findBehind(const ENTRY& aFirst,
                                                         const ObjectID& aKey) noexcept {
-    ENTRY* lEntry = nextOf(aFirst);
-    while (lEntry != nullptr && !lEntry->ext_id_.areOf(aKey)) {
-        lEntry = nextOf(*lEntry);
+    ENTRY* lEntry = nextOfPlace(aFirst);
+    while (lEntry != nullptr && !lEntry->ext_id_.areThoseOf(aKey)) {
+        lEntry = nextOfPlace(*lEntry);
     }
     return lEntry;
 }
 
-void ObjectIDMap::Table::enter(const ObjectID& aKey, const ObjectID& aValue) noexcept {
+void ObjectIDMap::Table::addOrReplace(const ObjectID& aKey, const ObjectID& aValue) noexcept {
     if (ENTRY* const lEntry = find(aKey)) {
         lEntry->int_id_ = Words(aValue);
-    } else if (bind(aKey, aValue) && current_size() > places()) {
+    } else if (addNew(aKey, aValue) && current_size() > places()) {
         grow();
     }
 }
 
-/// ACE would search its bucket for the key: it gets the bucket empty.
-bool ObjectIDMap::Table::bind(const ObjectID& aKey, const ObjectID& aValue) noexcept {
+/// ACE would search the bucket for the key, pair by pair. So it is shown an empty one.
+bool ObjectIDMap::Table::addNew(const ObjectID& aKey, const ObjectID& aValue) noexcept {
     if (total_size() == 0) {  // ACE enters a pair even into a table without buckets.
         return false;
     }
@@ -142,13 +172,13 @@ bool ObjectIDMap::Table::bind(const ObjectID& aKey, const ObjectID& aValue) noex
     lBucket.next_ = lFirst;
     lBucket.prev_ = lLast;
     if (lIsBound) {
-        insert(*lEntry, lBucket);
+        linkIn(*lEntry, lBucket);
     }
     return lIsBound;
 }
 
 /// Puts a pair behind the first one of its place; into the bucket if there is none.
-void ObjectIDMap::Table::insert(ENTRY& aEntry, ENTRY& aBucket) noexcept {
+void ObjectIDMap::Table::linkIn(ENTRY& aEntry, ENTRY& aBucket) noexcept {
     ENTRY*& lFirst = placeOf(aEntry);
     ENTRY& lBefore = lFirst == nullptr ? aBucket : *lFirst;
     aEntry.next_ = lBefore.next_;
@@ -160,17 +190,17 @@ void ObjectIDMap::Table::insert(ENTRY& aEntry, ENTRY& aBucket) noexcept {
     }
 }
 
-void ObjectIDMap::Table::remove(const ObjectID& aKey) noexcept {
+bool ObjectIDMap::Table::remove(const ObjectID& aKey) noexcept {
     ENTRY* const lEntry = find(aKey);
     if (lEntry == nullptr) {
-        errno = ENOENT;
-        return;
+        return false;
     }
     ENTRY*& lFirst = placeOf(aKey.hash());
     if (lFirst == lEntry) {
-        lFirst = nextOf(*lEntry);
+        lFirst = nextOfPlace(*lEntry);
     }
     unbind_i(lEntry);
+    return true;
 }
 
 void ObjectIDMap::Table::removeAll() noexcept {
@@ -178,34 +208,27 @@ void ObjectIDMap::Table::removeAll() noexcept {
     std::fill_n(mPlaces, places(), nullptr);
 }
 
-/// Without memory for more places the pairs share those that there are.
+/// Doubles the index. Without memory for it, pairs share the places that there are.
 void ObjectIDMap::Table::grow() noexcept {
-    const ACE_Errno_Guard lKept(errno);  // the pair that is to be added is in
+    const osx::ErrnoKeeper lErrno;  // the pair that is to be added is in
     const unsigned int lBits = std::max(kUsualBits, kHashBits - mShift + 1);
-    ENTRY** const lPlaces = new (std::nothrow) ENTRY*[std::size_t(1) << lBits]();
-    if (lPlaces != nullptr) {
-        releasePlaces();
-        mPlaces = lPlaces;
+    if (auto lPlaces = makePlaces<ENTRY>(std::size_t(1) << lBits)) {
+        mManyPlaces = std::move(lPlaces);
+        mPlaces = mManyPlaces.get();
         mShift = kHashBits - lBits;
-        insertAllAgain();
+        linkAllInAgain();
     }
 }
 
-void ObjectIDMap::Table::insertAllAgain() noexcept {
+void ObjectIDMap::Table::linkAllInAgain() noexcept {
     for (ENTRY* lBucket = table(); lBucket != table() + total_size(); ++lBucket) {
         ENTRY* lEntry = lBucket->next_;
         lBucket->next_ = lBucket->prev_ = lBucket;
         while (lEntry != lBucket) {
             ENTRY& lMoved = *lEntry;
             lEntry = lEntry->next_;
-            insert(lMoved, *lBucket);
+            linkIn(lMoved, *lBucket);
         }
-    }
-}
-
-void ObjectIDMap::Table::releasePlaces() noexcept {
-    if (mPlaces != mFewPlaces) {
-        delete[] mPlaces;
     }
 }
 
@@ -218,16 +241,16 @@ ObjectIDMap::~ObjectIDMap() {
 }
 
 void ObjectIDMap::add(const ObjectID& aKey, const ObjectID& aValue) {
-    const Lock lLock(mMap.mutex());
+    const Lock lLock(mMap);
     if (lLock.isHeld()) {
-        mMap.enter(aKey, aValue);
+        mMap.addOrReplace(aKey, aValue);
     }
 }
 
 void ObjectIDMap::unregisterObjectID(const ObjectID& aKey) {
-    const Lock lLock(mMap.mutex());
-    if (lLock.isHeld()) {
-        mMap.remove(aKey);
+    const Lock lLock(mMap);
+    if (lLock.isHeld() && !mMap.remove(aKey)) {
+        errno = ENOENT;
     }
 }
 
@@ -237,7 +260,7 @@ void ObjectIDMap::translate(ObjectID& aObjectID) const {
     }
     std::size_t lCount = 0;
     {
-        const Lock lLock(mMap.mutex());
+        const Lock lLock(mMap);
         if (const Map::ENTRY* const lEntry = lLock.isHeld() ? mMap.find(aObjectID) : nullptr) {
             lEntry->int_id_.copyTo(aObjectID);
             return;
@@ -249,7 +272,7 @@ void ObjectIDMap::translate(ObjectID& aObjectID) const {
 }
 
 void ObjectIDMap::clear() {
-    const Lock lLock(mMap.mutex());
+    const Lock lLock(mMap);
     if (lLock.isHeld()) {
         mMap.removeAll();
         mPool.releaseAll();

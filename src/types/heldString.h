@@ -1,8 +1,10 @@
 /// @file
 /// The strings that a `FlexVar` holds: a string and its characters, made in one piece of memory.
 ///
-/// To ACE the characters are lent ones: who copies such a string copies them, and when it outgrows
-/// them they stay where they are. A string that was made elsewhere may be held as well.
+/// One piece instead of two halves the allocations, and leaves one failure instead of two; ACE's
+/// strings would not report the second. ACE takes the characters for lent ones: a copy of such a
+/// string copies them, and when a longer text comes it gets memory of its own, and they lie idle. A
+/// string that was made elsewhere may be held as well.
 #ifndef OSX_TYPES_HELDSTRING_H
 #define OSX_TYPES_HELDSTRING_H
 
@@ -10,6 +12,7 @@
 #include <cstddef>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <new>
 
 #include "ace/Malloc_Base.h"
@@ -18,7 +21,7 @@
 
 namespace osx {
 
-/// The fields of ACE's strings, as members of any string.
+/// Gives access to the protected fields of any of ACE's strings.
 template <class Character>
 struct StringFields : ACE_String_Base<Character> {
     static constexpr auto kText = &StringFields::rep_;
@@ -33,7 +36,7 @@ Character* placeBehind(ACE_String_Base<Character>& aString) noexcept {
     return reinterpret_cast<Character*>(&aString + 1);
 }
 
-/// The text may lie in the string, whose room has to suffice.
+/// Writes a text into a string's room, which has to suffice. The text may lie there already.
 template <class Character>
 void fill(ACE_String_Base<Character>& aString, const Character* aText,
           std::size_t aLength) noexcept {
@@ -44,8 +47,8 @@ void fill(ACE_String_Base<Character>& aString, const Character* aText,
     aString.*Fields::kLength = aLength;
 }
 
-/// The same with what a writer puts there.
-/// @param aWrite writes from the place that it is given on, and gives back the end of that.
+/// Has a function write a text into a string's room, which has to suffice.
+/// @param aWrite is given the place to begin at, and returns the end of what it wrote.
 template <class Character, class Writer>
 void fill(ACE_String_Base<Character>& aString, Writer aWrite) noexcept {
     using Fields = StringFields<Character>;
@@ -55,7 +58,7 @@ void fill(ACE_String_Base<Character>& aString, Writer aWrite) noexcept {
     aString.*Fields::kLength = static_cast<std::size_t>(lEnd - lRoom);
 }
 
-/// Gives a new string memory of its own, which is then to be filled.
+/// Gives a new string memory of its own, to be filled next.
 /// @return whether there was some; `errno` is ENOMEM and the string empty if not.
 template <class Character>
 bool giveRoom(ACE_String_Base<Character>& aString, std::size_t aRoom) noexcept {
@@ -71,27 +74,44 @@ bool giveRoom(ACE_String_Base<Character>& aString, std::size_t aRoom) noexcept {
     return true;
 }
 
-/// @return a new string; null with `errno` ENOMEM when memory is short.
+/// `delete` would name the size of the type, which is not that of a string with its characters
+/// behind it.
 template <class Character>
-ACE_String_Base<Character>* copyOf(const ACE_String_Base<Character>& aSource) noexcept {
+void destroy(ACE_String_Base<Character>* aString) noexcept {
+    if (aString != nullptr) {
+        aString->~ACE_String_Base();
+        ::operator delete(aString);
+    }
+}
+
+struct DestroyString {
+    template <class Character>
+    void operator()(ACE_String_Base<Character>* aString) const noexcept {
+        destroy(aString);
+    }
+};
+
+/// @return a copy with its characters behind it; null with `errno` ENOMEM when memory is short.
+template <class Character>
+std::unique_ptr<ACE_String_Base<Character>, DestroyString> copyOf(
+    const ACE_String_Base<Character>& aSource) noexcept {
     using String = ACE_String_Base<Character>;
     using Fields = StringFields<Character>;
     const std::size_t lRoom = aSource.length() + 1;
-    void* const lPlace = allocateMemory(sizeof(String) + lRoom * sizeof(Character));
-    if (lPlace == nullptr) {
-        return nullptr;
+    std::unique_ptr<String, DestroyString> lCopy;
+    if (void* const lPlace = allocateMemory(sizeof(String) + lRoom * sizeof(Character))) {
+        lCopy.reset(new (lPlace) String());
+        (*lCopy).*Fields::kText = placeBehind(*lCopy);
+        (*lCopy).*Fields::kRoom = lRoom;
+        fill(*lCopy, aSource.fast_rep(), aSource.length());
     }
-    auto* const lCopy = new (lPlace) String();
-    lCopy->*Fields::kText = placeBehind(*lCopy);
-    lCopy->*Fields::kRoom = lRoom;
-    fill(*lCopy, aSource.fast_rep(), aSource.length());
     return lCopy;
 }
 
-/// @return whether a text may be written over the one that the string has: not so over characters
-///         that somebody else lends it.
+/// @return whether a text may be written over the one that the string has. Characters that
+///         somebody else lends to the string must stay as they are.
 template <class Character>
-bool hasRoomFor(ACE_String_Base<Character>& aString, std::size_t aLength) noexcept {
+bool mayOverwrite(ACE_String_Base<Character>& aString, std::size_t aLength) noexcept {
     using Fields = StringFields<Character>;
     const bool lIsOwn = aString.*Fields::kOwnsText || aString.fast_rep() == placeBehind(aString);
     return lIsOwn && aLength < aString.*Fields::kRoom;
@@ -103,15 +123,15 @@ template <class Character>
 bool assign(ACE_String_Base<Character>& aString,
             const ACE_String_Base<Character>& aSource) noexcept {
     const std::size_t lLength = aSource.length();
-    if (hasRoomFor(aString, lLength)) {
+    if (mayOverwrite(aString, lLength)) {
         fill(aString, aSource.fast_rep(), lLength);
         return true;
     }
-    // ACE's copy constructor would take the source's allocator, which may be gone before the copy.
-    // No text is that long; without the look compilers warn of what ACE would do to one.
+    // No text is that long; without the test compilers warn of what ACE would do to one.
     if (lLength >= std::numeric_limits<std::ptrdiff_t>::max() / sizeof(Character)) {
         return false;
     }
+    // ACE's copy constructor would take the source's allocator, which may be gone before the copy.
     ACE_String_Base<Character> lCopy(aSource.fast_rep(), lLength);
     if (lCopy.length() != lLength) {
         return false;
@@ -120,7 +140,7 @@ bool assign(ACE_String_Base<Character>& aString,
     return true;
 }
 
-/// The same from a string that is given up: characters of its own are taken over, unless they are
+/// The same from a string that is given up: characters that it owns are taken over, unless they are
 /// another allocator's.
 template <class Character>
 bool take(ACE_String_Base<Character>& aString, ACE_String_Base<Character>& aSource) noexcept {
@@ -131,15 +151,6 @@ bool take(ACE_String_Base<Character>& aString, ACE_String_Base<Character>& aSour
     }
     aString.swap(aSource);
     return true;
-}
-
-/// With its characters behind it a string's size is not that of its type.
-template <class Character>
-void destroy(ACE_String_Base<Character>* aString) noexcept {
-    if (aString != nullptr) {
-        aString->~ACE_String_Base();
-        ::operator delete(aString);
-    }
 }
 
 }  // namespace osx

@@ -1,3 +1,6 @@
+// New UUIDs are ACE's generator's, so that they are what a program would get from ACE. What the
+// generator lacks is added here: a lock around all of its state, and what tells this process's
+// identifiers from those of other processes, devices and runs of the clock.
 #include "types/uuidSource.h"
 
 #include <sys/random.h>
@@ -8,13 +11,13 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
-#include <mutex>
 #include <optional>
 
 #include "ace/OS_NS_netdb.h"
 #include "ace/Singleton.h"
 #include "ace/Thread_Mutex.h"
 #include "ace/UUID.h"
+#include "base/Mutex.h"
 #include "base/NeverDestroyed.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
@@ -34,22 +37,24 @@ constexpr unsigned int kSequenceStride = 0x100;
 
 /// What tells this process's identifiers from those of others.
 struct Identity {
-    pid_t process = 0;  // 0 as long as none is drawn
-    unsigned int sequence = 0;
-    std::uint64_t latestTime = 0;
-    ACE_Utils::UUID_Node node;
+    bool isDrawn = false;          ///< Each process draws its own, a forked child a new one.
+    unsigned int sequence = 0;     ///< Is added to ACE's clock sequence: random, then moved on.
+    std::uint64_t latestTime = 0;  ///< Of the latest UUID, to notice a clock that was set back.
+    ACE_Utils::UUID_Node node;     ///< The network card's address, or random.
 };
 
-// Guards all below, and ACE's generator: that locks neither its initialisation nor all its state.
-std::mutex gMutex;
-Identity gIdentity;
+/// Also guards ACE's generator, which locks neither its initialisation nor all of its state.
+Mutex gMutex;
+Identity gIdentity OSX_GUARDED_BY(gMutex);
+/// The generator that was prepared; ACE may have put another in its place.
+const Generator* gPrepared OSX_GUARDED_BY(gMutex) = nullptr;
 
 std::uint64_t randomBits() {
     std::uint64_t lBits = 0;
     if (getrandom(&lBits, sizeof lBits, GRND_NONBLOCK) == sizeof lBits) {
         return lBits;
     }
-    // A kernel without a filled pool, or an old one.
+    // The kernel's pool is not filled yet, or the kernel is too old to have the call.
     const auto lWallClock = std::chrono::system_clock::now().time_since_epoch().count();
     const auto lUptime = std::chrono::steady_clock::now().time_since_epoch().count();
     lBits = static_cast<std::uint64_t>(lWallClock) ^ static_cast<std::uint64_t>(lUptime) << 20 ^
@@ -71,34 +76,30 @@ void chooseNode(unsigned char* aAddress) {
     std::copy(std::begin(lCard.node), std::end(lCard.node), aAddress);
 }
 
-// A fork waits until no thread generates: the child would find the mutex taken for ever, and what
-// it guards half changed. The child has no identity until it draws its own.
-void beforeFork() {
+// A fork waits until no thread generates: else the child could find the mutex locked for ever, and
+// what it guards half changed. The child has no identity until it draws its own.
+void beforeFork() OSX_ACQUIRE(gMutex) {
     gMutex.lock();
 }
-void afterForkInParent() {
+void afterForkInParent() OSX_RELEASE(gMutex) {
     gMutex.unlock();
 }
-void afterForkInChild() {
-    gIdentity.process = 0;
+void afterForkInChild() OSX_RELEASE(gMutex) {
+    gIdentity.isDrawn = false;
     gMutex.unlock();
 }
 
 const process::AtFork gAtFork(process::ForkOrder::kLeaf,
                               {beforeFork, afterForkInParent, afterForkInChild});
 
-bool hasIdentity() {
-    return gIdentity.process != 0;
-}
-
-void drawIdentity() {
+void drawIdentity() OSX_REQUIRES(gMutex) {
     const NoCancellation lWhole;  // it opens, reads and closes
-    gIdentity.process = getpid();
+    gIdentity.isDrawn = true;
     gIdentity.sequence = static_cast<unsigned int>(randomBits()) & kSequenceMask;
     chooseNode(gIdentity.node.node_ID());
 }
 
-/// @return whether the generator can be used.
+/// @return whether the generator has a lock, which it allocates, and is initialised.
 bool prepare(Generator& aGenerator) {
     if (aGenerator.lock() == nullptr) {  // Its constructor ran out of memory.
         aGenerator.lock(allocate<ACE_Thread_Mutex>().release(), true);
@@ -110,22 +111,21 @@ bool prepare(Generator& aGenerator) {
     return true;
 }
 
-/// @return ACE's generator, ready for use; null when memory is short. It is asked for each time,
-///         as ACE destroys it at the process's end, and then makes another.
-Generator* readyGenerator(bool& aInitialized) {
-    static const Generator* lReady = nullptr;
+/// @return ACE's generator, ready for use; null when memory is short. ACE is asked for it each
+///         time, because it destroys it at the process's end, and then makes another.
+Generator* readyGenerator(bool& aInitialized) OSX_REQUIRES(gMutex) {
     std::optional<NoCancellation> lWhole;
     if (!aInitialized) {  // Its first use opens and closes.
         lWhole.emplace();
     }
     Generator* const lGenerator = ACE_Singleton<Generator, ACE_Thread_Mutex>::instance();
-    if (lGenerator == lReady || lGenerator == nullptr) {
+    if (lGenerator == gPrepared || lGenerator == nullptr) {
         return lGenerator;
     }
     if (!prepare(*lGenerator)) {
         return nullptr;
     }
-    lReady = lGenerator;
+    gPrepared = lGenerator;
     aInitialized = true;
     return lGenerator;
 }
@@ -135,22 +135,22 @@ std::uint64_t timeOf(const Uuid& aUuid) {
            static_cast<std::uint64_t>(aUuid.time_mid()) << 32 | aUuid.time_low();
 }
 
-/// @return the UUID's clock sequence, moved to where this process's begins.
-unsigned int sequenceOf(const Uuid& aUuid) {
+/// @return the UUID's clock sequence, with this process's added.
+unsigned int sequenceOf(const Uuid& aUuid) OSX_REQUIRES(gMutex) {
     const std::uint64_t lTime = timeOf(aUuid);
     if (lTime < gIdentity.latestTime) {
         gIdentity.sequence += kSequenceStride;
     }
     gIdentity.latestTime = lTime;
-    // ACE has just written the two bytes one by one. Read at once, as a compiler would, they are
-    // not to be had before both have left the processor's store buffer.
+    // ACE has just written the two bytes one by one. A compiler would read them by one load, which
+    // would have to wait until both have left the processor's store buffer.
     unsigned int lHigh = aUuid.clock_seq_hi_and_reserved();
     asm("" : "+r"(lHigh));
     return ((lHigh << 8 | aUuid.clock_seq_low()) + gIdentity.sequence) & kSequenceMask;
 }
 
-void copyWords(const Uuid& aUuid, std::uint32_t (&aWords)[4]) {
-    if (!hasIdentity()) {
+void copyWords(const Uuid& aUuid, std::uint32_t (&aWords)[4]) OSX_REQUIRES(gMutex) {
+    if (!gIdentity.isDrawn) {
         drawIdentity();
     }
     const unsigned char* const lNode = gIdentity.node.node_ID();
@@ -164,9 +164,9 @@ void copyWords(const Uuid& aUuid, std::uint32_t (&aWords)[4]) {
 }  // namespace
 
 bool makeUuid(std::uint32_t (&aWords)[4], bool& aInitialized) noexcept {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    static const NeverDestroyed<Uuid> lKept;  // a new one would make two strings
-    Generator* lGenerator = readyGenerator(aInitialized);
+    const MutexLock lGuard(gMutex);
+    static const NeverDestroyed<Uuid> lKept;  // a new one for each call would make two strings
+    Generator* const lGenerator = readyGenerator(aInitialized);
     if (lGenerator == nullptr) {
         return false;
     }

@@ -9,9 +9,9 @@ namespace osx {
 
 /// Makes a UUID of version 1 with variant bits 0. Any number of threads may call it at once.
 ///
-/// ACE's generator tells one process, one device and one run of the clock from another by the
-/// network card and the microsecond alone. Here the clock sequence starts at random in each process
-/// (a forked one included) and moves on when the wall clock was set back, and a device without a
+/// ACE's generator tells processes, devices and runs of the clock apart by the network card's
+/// address and the microsecond alone. Here the clock sequence starts at random in each process (a
+/// forked one included) and moves on when the wall clock was set back, and a device without a
 /// network card has a random node.
 ///
 /// @param[in,out] aInitialized whether ACE's generator was initialised; set by the first call.

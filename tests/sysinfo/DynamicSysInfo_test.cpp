@@ -4,14 +4,18 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/sysinfo.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
+#include <cstdarg>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "kernelFiles.h"
@@ -24,40 +28,44 @@
 namespace {
 
 using testing::UnorderedElementsAre;
-using Files = std::map<std::string, std::string>;
+using Files = std::map<std::string, std::string, std::less<>>;  // looked up without memory
 
 const Files* gFiles = nullptr;
 std::atomic<int> gInheritable{0};
 
-FILE* openReal(const char* aPath, const char* aMode) {
-    using Open = FILE* (*)(const char*, const char*);
-    static const Open lOpen = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "fopen64"));
-    return lOpen(aPath, aMode);
+int openReal(const char* aPath, int aFlags, mode_t aMode) {
+    using Open = int (*)(const char*, int, ...);
+    static const Open lOpen = reinterpret_cast<Open>(dlsym(RTLD_NEXT, "open64"));
+    return lOpen(aPath, aFlags, aMode);
 }
 
-FILE* openMadeUp(const char* aPath) {
-    const auto lFound = gFiles->find(aPath);
+int openMadeUp(const char* aPath) {
+    const auto lFound = gFiles->find(std::string_view(aPath));
     if (lFound == gFiles->end()) {
         errno = ENOENT;
-        return nullptr;
+        return -1;
     }
-    FILE* lFile = std::tmpfile();
-    std::fwrite(lFound->second.data(), 1, lFound->second.size(), lFile);
-    std::rewind(lFile);
+    const int lFile = memfd_create("made up", MFD_CLOEXEC);
+    const auto lSize = static_cast<ssize_t>(lFound->second.size());
+    EXPECT_EQ(lSize, ::pwrite(lFile, lFound->second.data(), lFound->second.size(), 0));
     return lFile;
 }
 
 }  // namespace
 
 /// The program's own: hands the library the made-up files while there are any.
-extern "C" __attribute__((visibility("default"))) FILE* fopen(const char* aPath,
-                                                              const char* aMode) {
+extern "C" __attribute__((visibility("default"))) int open(const char* aPath, int aFlags, ...) {
+    va_list lArguments;
+    va_start(lArguments, aFlags);
+    const bool lCreates = (aFlags & O_CREAT) != 0 || (aFlags & O_TMPFILE) == O_TMPFILE;
+    const mode_t lMode = lCreates ? va_arg(lArguments, mode_t) : 0;
+    va_end(lArguments);
     const bool lIsKernels = std::strncmp(aPath, "/proc/", 6) == 0;
     if (lIsKernels && gFiles != nullptr) {
         return openMadeUp(aPath);
     }
-    FILE* lFile = openReal(aPath, aMode);
-    if (lIsKernels && lFile != nullptr && (fcntl(fileno(lFile), F_GETFD) & FD_CLOEXEC) == 0) {
+    const int lFile = openReal(aPath, aFlags, lMode);
+    if (lIsKernels && lFile != -1 && (fcntl(lFile, F_GETFD) & FD_CLOEXEC) == 0) {
         ++gInheritable;
     }
     return lFile;
