@@ -38,6 +38,9 @@ private:
 BoundedFormat::BoundedFormat(const char* aFormat, std::size_t aTextLength) noexcept
     : mText(aFormat) {
     constexpr std::size_t kLongestLine = ACE_Log_Record::MAXLOGMSGLEN - 1;
+    if (aTextLength <= kLongestLine / 2) {
+        return;
+    }
     constexpr std::size_t kLongestOther = 32;
     constexpr std::size_t kLongestPrecision = 5;  // "." and four digits
     count(aFormat);
