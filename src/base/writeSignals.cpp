@@ -1,3 +1,7 @@
+// A write can raise SIGPIPE or SIGXFSZ, which end a process that does not handle them. A library
+// may not change a signal's disposition. So the signals are blocked for the calling thread, and one
+// that a write has raised is taken back before they are unblocked. That takes four system calls,
+// which are spared where no signal can come.
 #include "base/writeSignals.h"
 
 #include <sys/resource.h>
@@ -16,9 +20,9 @@ namespace {
 
 constexpr int kSignals[] = {SIGPIPE, SIGXFSZ};
 
-/// `getrlimit`, which every line to a log file waits for. The C library's asks by `prlimit64`, which
-/// checks what one process may know of another and takes more than twice the time. In 32 bits the
-/// plain system call hides limits beyond 4 GB.
+/// `getrlimit`, before every line of a log file. The C library's uses the system call `prlimit64`,
+/// which also checks the rights of one process over another, and takes twice as long. In 32 bits
+/// the plain system call does not tell limits beyond 4 GB.
 bool getLimit(int aResource, rlimit& aLimit) noexcept {
 #if defined(__LP64__) && defined(SYS_getrlimit)
     return ::syscall(SYS_getrlimit, aResource, &aLimit) == 0;
