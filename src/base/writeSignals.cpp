@@ -20,20 +20,17 @@ namespace {
 
 constexpr int kSignals[] = {SIGPIPE, SIGXFSZ};
 
-/// `getrlimit`, before every line of a log file. The C library's uses the system call `prlimit64`,
-/// which also checks the rights of one process over another, and takes twice as long. In 32 bits
-/// the plain system call does not tell limits beyond 4 GB.
-bool getLimit(int aResource, rlimit& aLimit) noexcept {
-#if defined(__LP64__) && defined(SYS_getrlimit)
-    return ::syscall(SYS_getrlimit, aResource, &aLimit) == 0;
-#else
-    return ::getrlimit(static_cast<__rlimit_resource_t>(aResource), &aLimit) == 0;
-#endif
-}
-
+/// Asked before every line of a log file. The C library's `getrlimit` uses the system call
+/// `prlimit64`, which also checks the rights of one process over another, and takes twice as long.
+/// In 32 bits the plain system call does not tell limits beyond 4 GB.
 bool isFileSizeLimited() noexcept {
     rlimit lLimit{};
-    return getLimit(RLIMIT_FSIZE, lLimit) && lLimit.rlim_cur != RLIM_INFINITY;
+#if defined(__LP64__) && defined(SYS_getrlimit)
+    const bool lIsTold = ::syscall(SYS_getrlimit, RLIMIT_FSIZE, &lLimit) == 0;
+#else
+    const bool lIsTold = ::getrlimit(RLIMIT_FSIZE, &lLimit) == 0;
+#endif
+    return lIsTold && lLimit.rlim_cur != RLIM_INFINITY;
 }
 
 }  // namespace
