@@ -20,13 +20,12 @@ namespace osx {
 /// kernel took in part the rest is kept here, so that the line is finished even when the ring
 /// overwrites it.
 ///
-/// | state      | told by                    | next                                               |
-/// |------------|----------------------------|----------------------------------------------------|
-/// | up to date | not `isBehind`             | a line in the ring: behind                         |
-/// | behind     | `isBehind` and `mayTake`   | `give`: up to date, behind still, or waiting       |
-/// | waiting    | `isBehind`, not `mayTake`  | the kernel has room again (`roomMade`): behind     |
-/// | over       | `isOver`                   | it is sent nothing more; removed with its connection
-/// |
+/// | state      | told by                   | next                                             |
+/// |------------|---------------------------|--------------------------------------------------|
+/// | up to date | not `isBehind`            | a line is put into the ring: behind              |
+/// | behind     | `isBehind` and `mayTake`  | `give`: up to date, behind still, or waiting     |
+/// | waiting    | `isBehind`, not `mayTake` | the kernel has room again (`roomMade`): behind   |
+/// | over       | `isOver`                  | none: it is sent nothing more                    |
 ///
 /// A failed send, `leave` and `cut` lead to "over". Apart from that a client owes while it has not
 /// acknowledged all, and `look` is to be called once a second.
@@ -110,12 +109,12 @@ private:
 
     const void* const mSocket;
     const int mDescriptor;
-    LineRing::Number mNext = 0;     ///< The next line that it needs from the ring.
-    bool mMayTake = true;           ///< The kernel took the last send whole, or has told of room.
-    bool mOver = false;             ///< It is sent nothing more.
-    bool mOwes = false;             ///< It had not acknowledged all at the last look.
-    std::int64_t mSent = 0;         ///< How many bytes the kernel has taken.
-    std::int64_t mTaken = 0;        ///< How many of them were acknowledged at the last look.
+    LineRing::Number mNext = 0;  ///< The next line that it needs from the ring.
+    bool mMayTake = true;        ///< The kernel took the last send whole, or has told of room.
+    bool mOver = false;          ///< It is sent nothing more.
+    bool mOwes = false;          ///< It has been sent something since the last look, or owed then.
+    std::int64_t mSent = 0;      ///< How many bytes the kernel has taken.
+    std::int64_t mTaken = 0;     ///< How many of them were acknowledged at the last look.
     Clock::time_point mProgress{};  ///< While it owes: when it last acknowledged some.
     std::size_t mWindow = 0;        ///< The largest receive window that it has been seen to have.
     /// @name What is sent before the next line

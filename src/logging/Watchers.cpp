@@ -58,9 +58,9 @@ int millisecondsUntil(Watchers::Clock::time_point aTime, Watchers::Clock::time_p
 
 }  // namespace
 
-Mutex Watchers::gMutex;
-const process::AtFork Watchers::gAtFork(process::ForkOrder::kLeaf,
-                                        process::kKeepAcrossFork<gMutex>);
+Mutex Watchers::mMutex;
+const process::AtFork Watchers::kAtFork(process::ForkOrder::kLeaf,
+                                        process::kKeepAcrossFork<mMutex>);
 
 /// What the serving thread found when it went round all clients.
 struct Watchers::Round {
@@ -99,7 +99,7 @@ void Watchers::add(const void* aSocket, int aDescriptor) {
         ::shutdown(aDescriptor, SHUT_RDWR);
         return;
     }
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     Link& lLink = linkTo(aSocket);
     if (lLink != nullptr) {
         return;
@@ -112,7 +112,7 @@ void Watchers::add(const void* aSocket, int aDescriptor) {
 }
 
 void Watchers::remove(const void* aSocket, int aDescriptor) {
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     Link& lLink = linkTo(aSocket);
     if (lLink == nullptr) {
         return;
@@ -129,7 +129,7 @@ void Watchers::remove(const void* aSocket, int aDescriptor) {
 }
 
 void Watchers::removeAll() {
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     while (mFirst != nullptr) {
         takeOut(mFirst);
     }
@@ -167,7 +167,7 @@ void Watchers::destroyGone() {
 // --- the beginning and the end ---
 
 bool Watchers::begin(LineRing& aRing) {
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     if (mGeneration != process::generation()) {
         forgetParent();
     }
@@ -188,7 +188,7 @@ bool Watchers::begin(LineRing& aRing) {
 }
 
 void Watchers::abandon() {
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     destroyGone();
     mIsServed = false;
     mEnded.wakeAll();
@@ -229,7 +229,7 @@ void Watchers::wake() const {
 }
 
 void Watchers::end(const ServingGrace& aGrace) {
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     if (!isServedHere()) {
         return;
     }
@@ -243,9 +243,9 @@ void Watchers::end(const ServingGrace& aGrace) {
 void Watchers::waitForEnd(milliseconds aLimit) {
     const Clock::time_point lEnd = Clock::now() + aLimit;
     milliseconds lInLine{0};
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     while (mIsServed && lInLine < kLineLimit && Clock::now() < lEnd) {
-        mEnded.waitFor(gMutex, kLineLook);
+        mEnded.waitFor(mMutex, kLineLook);
         lInLine = mWritesLine ? lInLine + kLineLook : milliseconds(0);
     }
 }
@@ -270,7 +270,7 @@ Watchers::Round Watchers::turn() {
         look(lRound.mNow);
     }
     lRound.mEnd = lRound.mNeeded = mRing->end();
-    ReleasableMutexLock lLock(gMutex);
+    ReleasableMutexLock lLock(mMutex);
     destroyGone();
     lRound.mIsEnding = mIsEnding;
     lRound.mIsOverdue = mIsEnding && lRound.mNow >= mDeadline;
@@ -304,7 +304,7 @@ void Watchers::reportFailed(std::size_t aBytes) {
 /// Looks how much the clients have acknowledged, and gives up those that take nothing.
 void Watchers::look(Clock::time_point aNow) {
     const LineRing::Number lEnd = mRing->end();
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     for (Watcher* lWatcher = mFirst.get(); lWatcher != nullptr;
          lWatcher = lWatcher->mNextWatcher.get()) {
         if (lWatcher->mGone || !lWatcher->owes()) {
@@ -329,7 +329,7 @@ void Watchers::giveUp(Watcher& aWatcher) const {
 
 /// The time was up before these had all lines.
 void Watchers::giveUpUnfinished() {
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     for (Watcher* lWatcher = mFirst.get(); lWatcher != nullptr;
          lWatcher = lWatcher->mNextWatcher.get()) {
         if (!lWatcher->mGone && !lWatcher->isOver() && lWatcher->isBehind(mTarget)) {
@@ -368,7 +368,7 @@ void Watchers::wait(int aTimeoutMs) {
 
 /// If the descriptor has become another client's meanwhile, a send to that one is tried in vain.
 void Watchers::noteRoomAt(int aDescriptor) {
-    const MutexLock lLock(gMutex);
+    const MutexLock lLock(mMutex);
     for (Watcher* lWatcher = mFirst.get(); lWatcher != nullptr;
          lWatcher = lWatcher->mNextWatcher.get()) {
         if (lWatcher->descriptor() == aDescriptor && !lWatcher->mGone) {
