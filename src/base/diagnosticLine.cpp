@@ -1,3 +1,6 @@
+// ACE writes the line. Around that stands what keeps a line from doing harm: without memory ACE
+// would use a null pointer, a long text would cost the line its end, a reader that is gone or a
+// full file would raise a signal, and a back end of the application's may throw.
 #include "base/diagnosticLine.h"
 
 #include <cxxabi.h>
@@ -18,79 +21,91 @@ namespace osx {
 
 namespace {
 
-/// A line's format in which no text can push the end of the line out of what ACE holds of it.
+constexpr std::size_t kLongestLine = ACE_Log_Record::MAXLOGMSGLEN - 1;
+
+/// The format of a line, with its texts limited ("%s" becomes "%.1234s") if they are long. ACE
+/// would cut the line at its end, and so the newline and the numbers behind the text.
 class BoundedFormat {
 public:
-    BoundedFormat(const char* aFormat, std::size_t aTextLength) noexcept;
+    /// @param aTextLength the length of the texts that are to be put in.
+    BoundedFormat(const char* aFormat, std::size_t aTextLength) noexcept : mText(aFormat) {
+        if (aTextLength > kShortTexts) {
+            limitTexts(aTextLength);
+        }
+    }
     const char* text() const noexcept { return mText; }
 
 private:
-    void count(const char* aFormat) noexcept;
-    void rewrite(const char* aFormat, std::size_t aLongestText) noexcept;
+    /// Texts that always fit: no format takes the other half of a line for the rest.
+    static constexpr std::size_t kShortTexts = kLongestLine / 2;
 
-    const char* mText;
-    std::array<char, 512> mRewritten;
-    std::size_t mTexts = 0;
-    std::size_t mOthers = 0;
+    void limitTexts(std::size_t aTextLength) noexcept;
+    void countConversions() noexcept;
+    void rewrite(std::size_t aLongestText) noexcept;
+
+    const char* mText;                 ///< The format as it was, or `mRewritten`.
+    std::array<char, 512> mRewritten;  ///< Not filled unless it is needed.
+    std::size_t mTexts = 0;            ///< How many "%s" there are,
+    std::size_t mOthers = 0;           ///< and how many other conversions.
 };
 
-/// @param aTextLength of the texts to be put in, which seldom need to be cut.
-BoundedFormat::BoundedFormat(const char* aFormat, std::size_t aTextLength) noexcept
-    : mText(aFormat) {
-    constexpr std::size_t kLongestLine = ACE_Log_Record::MAXLOGMSGLEN - 1;
+/// Leaves a format as it is if there is no room at all, in the line or for the format.
+void BoundedFormat::limitTexts(std::size_t aTextLength) noexcept {
     constexpr std::size_t kLongestOther = 32;
     constexpr std::size_t kLongestPrecision = 5;  // "." and four digits
-    count(aFormat);
-    const std::size_t lLength = std::strlen(aFormat);
+    countConversions();
+    const std::size_t lLength = std::strlen(mText);
     const std::size_t lTaken = lLength + mOthers * kLongestOther;
     if (lTaken + aTextLength > kLongestLine && mTexts > 0 && lTaken < kLongestLine &&
         lLength + mTexts * kLongestPrecision < mRewritten.size()) {
-        rewrite(aFormat, (kLongestLine - lTaken) / mTexts);
+        rewrite((kLongestLine - lTaken) / mTexts);
         mText = mRewritten.data();
     }
 }
 
-void BoundedFormat::count(const char* aFormat) noexcept {
-    while ((aFormat = std::strchr(aFormat, '%')) != nullptr && *++aFormat != '\0') {
-        mTexts += *aFormat == 's' ? 1 : 0;
-        mOthers += *aFormat == 's' ? 0 : 1;
-        ++aFormat;
+void BoundedFormat::countConversions() noexcept {
+    const char* lNext = mText;
+    while ((lNext = std::strchr(lNext, '%')) != nullptr && *++lNext != '\0') {
+        mTexts += *lNext == 's' ? 1 : 0;
+        mOthers += *lNext == 's' ? 0 : 1;
+        ++lNext;
     }
 }
 
-void BoundedFormat::rewrite(const char* aFormat, std::size_t aLongestText) noexcept {
+void BoundedFormat::rewrite(std::size_t aLongestText) noexcept {
     char* lEnd = mRewritten.data();
-    for (bool lIsConversion = false; *aFormat != '\0'; ++aFormat) {
-        if (lIsConversion && *aFormat == 's') {
+    bool lIsConversion = false;
+    for (const char* lNext = mText; *lNext != '\0'; ++lNext) {
+        if (lIsConversion && *lNext == 's') {
             lEnd += std::snprintf(lEnd, 6, ".%u", static_cast<unsigned int>(aLongestText));
         }
-        lIsConversion = *aFormat == '%' && !lIsConversion;
-        *lEnd++ = *aFormat;
+        lIsConversion = *lNext == '%' && !lIsConversion;
+        *lEnd++ = *lNext;
     }
     *lEnd = '\0';
 }
 
-/// Without memory for its text ACE hands a line on as a null pointer.
+/// If ACE has no memory for a line's text, it hands a null pointer to its back ends.
 bool isThereMemoryForALine() noexcept {
-    constexpr std::size_t kMostLines = 1024;
-    void* const lMemory = ::operator new(kMostLines, std::nothrow);
+    constexpr std::size_t kEnoughForMostLines = 1024;
+    void* const lMemory = ::operator new(kEnoughForMostLines, std::nothrow);
     ::operator delete(lMemory);
     return lMemory != nullptr;
 }
 
-/// @return null when this thread has no memory for lines.
+/// @return ACE's log of the calling thread; null if there is no memory for it or for a line.
 ACE_Log_Msg* logOfThisThread() {
     ACE_Log_Msg* const lLog = isThereMemoryForALine() ? ACE_Log_Msg::instance() : nullptr;
     return lLog == nullptr || lLog->msg() == nullptr ? nullptr : lLog;
 }
 
-/// A back end of the application's may throw, and standard error may have lost its reader. A thread
-/// that is cancelled goes on unwinding; to the sanitizer there is no object behind that exception.
+/// Lets only the unwinding of a cancelled thread out. (The sanitizer takes that exception, which
+/// has no object, for a null pointer.)
 __attribute__((no_sanitize("null"), noinline)) void log(ACE_Log_Msg& aLog, const char* aFormat,
                                                         ACE_Log_Priority aPriority,
                                                         va_list aArguments) {
-    // Asked first, as it takes no lock: at the end of the process ACE's is destroyed, and nobody
-    // comes that far any more.
+    // Asked first, without ACE's lock. At the end of the process that lock is destroyed, and all
+    // priorities are switched off before.
     if (aLog.log_priority_enabled(aPriority) == 0) {
         return;
     }
@@ -106,7 +121,7 @@ __attribute__((no_sanitize("null"), noinline)) void log(ACE_Log_Msg& aLog, const
     }
 }
 
-/// Who calls it is cold, so that whoever leads there is compiled for size; this itself is not.
+/// Its caller is marked cold, so that the code that leads there is compiled for size. This is not.
 [[gnu::hot, gnu::noinline]] void logFormat(ACE_Log_Priority aPriority, std::size_t aTextLength,
                                            const char* aFormat, va_list aArguments,
                                            const char* aModule, int aLine, int aStatus,

@@ -25,16 +25,15 @@ inline bool isTraced(unsigned int aLevel) noexcept {
 /// Construct it where the line is due, so that it records that source line, and call one of its
 /// operations. `errno` is the same afterwards as before.
 ///
-/// A line never ends the process, whatever becomes of it: not when standard error has lost its
-/// reader or a file may not grow, nor when there is no memory, nor when a back end of the
-/// application's throws. It is then lost.
+/// A line never ends the process. It is lost when standard error has no reader any more, a file may
+/// not grow, memory is short, or a back end of the application's throws.
 ///
-/// Writing may be a cancellation point: where a cancelled thread must not be unwound, as in a
+/// Writing may be a cancellation point. Where a cancelled thread must not be unwound, as in a
 /// destructor, hold a `NoCancellation`.
 ///
 /// Formats are those of `ACE_Log_Msg::log`, not those of `printf`. Integers and pointers are handed
-/// over as 32 bits in both word sizes, so that "%d" and "%x" always fit.
-/// A text ("%s") that is too long for the line is cut, so that the line still has its end.
+/// over as 32 bits in both word sizes, so that "%d" and "%x" always fit. A text ("%s") that is too
+/// long for the line is cut, so that the rest of the line is still there.
 class DiagnosticLine {
 public:
     /// @param aModule name of the source module, with extension; a literal.
@@ -106,14 +105,14 @@ private:
         return 0;
     }
 
-    /// By value: a line whose address nobody has costs nothing where it is not written. Cold: what
-    /// leads here is compiled for size.
+    /// `aLine` comes by value: with its address taken, a line would cost something even where it is
+    /// not written. Cold, so that what leads here is compiled for size.
     [[gnu::cold]] static void write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int aStatus,
                                     std::size_t aTextLength, const char* aFormat, ...);
 
     const char* mModule;
-    int mLine;
-    int mErrno;
+    int mLine;   ///< In the source.
+    int mErrno;  ///< What it was when the line was due, which is what the line tells.
 };
 
 }  // namespace osx

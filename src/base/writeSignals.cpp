@@ -1,7 +1,13 @@
+// A write can raise SIGPIPE or SIGXFSZ, which end a process that does not handle them. A library
+// may not change a signal's disposition. So the signals are blocked for the calling thread, and one
+// that a write has raised is taken back before they are unblocked. That takes four system calls,
+// which are spared where no signal can come.
 #include "base/writeSignals.h"
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <ctime>
 
@@ -14,9 +20,17 @@ namespace {
 
 constexpr int kSignals[] = {SIGPIPE, SIGXFSZ};
 
+/// Asked before every line of a log file. The C library's `getrlimit` uses the system call
+/// `prlimit64`, which also checks the rights of one process over another, and takes twice as long.
+/// In 32 bits the plain system call does not tell limits beyond 4 GB.
 bool isFileSizeLimited() noexcept {
     rlimit lLimit{};
-    return ::getrlimit(RLIMIT_FSIZE, &lLimit) == 0 && lLimit.rlim_cur != RLIM_INFINITY;
+#if defined(__LP64__) && defined(SYS_getrlimit)
+    const bool lIsTold = ::syscall(SYS_getrlimit, RLIMIT_FSIZE, &lLimit) == 0;
+#else
+    const bool lIsTold = ::getrlimit(RLIMIT_FSIZE, &lLimit) == 0;
+#endif
+    return lIsTold && lLimit.rlim_cur != RLIM_INFINITY;
 }
 
 }  // namespace

@@ -9,10 +9,10 @@
 
 namespace osx {
 
-/// While one lives, what the calling thread writes to a pipe without a reader fails with EPIPE, and
-/// what would make a file longer than the process may have it fails with EFBIG; no SIGPIPE or
-/// SIGXFSZ comes of it. Neither other threads nor the signals' dispositions notice; such a signal
-/// that was pending before stays so. `errno` is left as it is.
+/// While one lives, a write by the calling thread raises no SIGPIPE or SIGXFSZ: without a reader it
+/// fails with EPIPE, and beyond the process's limit for files with EFBIG. Other threads are not
+/// affected, the signals' dispositions do not change, and such a signal that was pending before
+/// stays pending. Keeps `errno`.
 class WriteSignalGuard {
 public:
     WriteSignalGuard() noexcept;
@@ -22,13 +22,13 @@ public:
 
 private:
     sigset_t mFormerMask;
-    sigset_t mOwn;  ///< Those that were not pending before.
+    sigset_t mOwn;  ///< The signals that were not pending before, which are to be taken back.
 };
 
-/// @return whether a write to a descriptor could raise one of the signals as things stand.
+/// @return whether a write to a descriptor could raise one of these signals now.
 bool mayRaiseWriteSignal(int aDescriptor) noexcept;
 
-/// The same of what is open there, told by its mode.
+/// @return whether a write to a file of this mode (its `st_mode`) could raise one now.
 bool mayRaiseWriteSignalTo(mode_t aMode) noexcept;
 
 }  // namespace osx

@@ -1,3 +1,6 @@
+// Two rings: one of bytes, with the texts, and one of entries, which say where each line's text is.
+// Texts follow one another in the memory in the order of their numbers, with one jump back to the
+// front. A new line therefore only ever overwrites the oldest ones.
 #include "logging/LineRing.h"
 
 #include <algorithm>
@@ -12,7 +15,8 @@ LineRing::Number LineRing::Chunk::lineAt(std::size_t aPlace) const {
     return mFirst + static_cast<Number>(lNext - lStarts) - 1;
 }
 
-/// The memory is not touched before it is used: most programs never use all of it.
+/// The arrays are left uninitialised, so that the system provides their pages when they are used:
+/// most programs never use all of them.
 LineRing::LineRing(std::size_t aMaxLines, std::size_t aMaxBytes)
     : mMaxLines(aMaxLines),
       mMaxBytes(aMaxBytes),
@@ -20,15 +24,15 @@ LineRing::LineRing(std::size_t aMaxLines, std::size_t aMaxBytes)
       mLines(new Line[aMaxLines]) {}
 
 bool LineRing::put(const char* aText, std::size_t aLength) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
     if (aLength == 0) {
         return false;
     }
+    const MutexLock lLock(mMutex);
     for (; aLength > kMaxLine; aLength -= kMaxLine, aText += kMaxLine) {
         putLine(aText, kMaxLine);
     }
     putLine(aText, aLength);
-    return std::exchange(mReaderRests, false);
+    return std::exchange(mWakeIsWanted, false);
 }
 
 void LineRing::putLine(const char* aText, std::size_t aLength) {
@@ -39,41 +43,40 @@ void LineRing::putLine(const char* aText, std::size_t aLength) {
     mPlace += aLength;
 }
 
-/// Takes the oldest lines out where the next one goes. They follow one another in the memory as in
-/// time, so what lies between that place and the end of the memory, if anything, is the oldest.
 void LineRing::makeRoom(std::size_t aLength) {
-    if (mFirst == mEnd) {
+    const bool lIsEmpty = mFirst == mEnd;
+    const bool lIsFull = mEnd - mFirst == mMaxLines;
+    if (lIsEmpty) {
         mPlace = 0;
-    } else if (mEnd - mFirst == mMaxLines) {
+    } else if (lIsFull) {
         ++mFirst;
     }
-    if (aLength > mMaxBytes - mPlace) {
-        while (oldestLiesIn(mPlace, mMaxBytes - mPlace)) {
-            ++mFirst;
-        }
+    const std::size_t lLeft = mMaxBytes - mPlace;
+    if (aLength > lLeft) {
+        overwriteOldestIn(mPlace, lLeft);
         mPlace = 0;
     }
-    while (oldestLiesIn(mPlace, aLength)) {
-        ++mFirst;
-    }
+    overwriteOldestIn(mPlace, aLength);
 }
 
-bool LineRing::oldestLiesIn(std::size_t aPlace, std::size_t aLength) const {
-    if (mFirst == mEnd) {
-        return false;
+/// Whatever begins behind the place where the next line goes is the oldest.
+void LineRing::overwriteOldestIn(std::size_t aPlace, std::size_t aLength) {
+    for (; mFirst != mEnd; ++mFirst) {
+        const std::size_t lOldest = at(mFirst).mPlace;
+        if (lOldest < aPlace || lOldest - aPlace >= aLength) {
+            return;
+        }
     }
-    const std::size_t lOldest = at(mFirst).mPlace;
-    return lOldest >= aPlace && lOldest - aPlace < aLength;
 }
 
 LineRing::Number LineRing::end() const {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const MutexLock lLock(mMutex);
     return mEnd;
 }
 
-/// As far as they lie one behind the other.
+/// A chunk ends before the jump back to the front, so that it is copied in one piece.
 void LineRing::copy(Number aLine, Chunk& aChunk) const {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const MutexLock lLock(mMutex);
     const Number lFirst = aLine < mFirst ? mFirst + (mEnd - mFirst) / 2 : aLine;
     std::size_t lBytes = 0;
     std::size_t lCount = 0;
@@ -95,14 +98,14 @@ void LineRing::copy(Number aLine, Chunk& aChunk) const {
 }
 
 void LineRing::release(Number aLine) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const MutexLock lLock(mMutex);
     mFirst = std::max(mFirst, std::min(aLine, mEnd));
 }
 
-bool LineRing::restAt(Number aEnd) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    mReaderRests = mEnd == aEnd;
-    return mReaderRests;
+bool LineRing::askForWake(Number aEnd) {
+    const MutexLock lLock(mMutex);
+    mWakeIsWanted = mEnd == aEnd;
+    return mWakeIsWanted;
 }
 
 }  // namespace osx

@@ -1,7 +1,11 @@
+// ACE writes a line to its back ends first and then to the output stream of the thread that logs.
+// So a back end of our own, called for each line, gives the log file to threads that have no stream
+// yet. What is installed in ACE here stays for good: threads and the application may hold on to it.
 #include "logging/LogFile.h"
 
 #include <atomic>
 #include <ios>
+#include <memory>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Msg_Backend.h"
@@ -13,6 +17,7 @@ namespace osx {
 
 namespace {
 
+/// The stream of a log file.
 class LogStream : public std::ostream {
 public:
     LogStream() : std::ostream(nullptr) { rdbuf(&mBuffer); }
@@ -23,19 +28,20 @@ public:
         }
     }
 
-    /// Threads may still write to a log file that another one has replaced: none is ever closed.
-    /// Whoever looks for leaks finds them all behind the latest one.
-    void keep(const std::ostream* aFormer) noexcept { mFormer = aFormer; }
+    /// Threads may still write to a log file that this one replaces, so none is ever destroyed.
+    void replace(const std::ostream* aFormer) noexcept { mFormer = aFormer; }
 
 private:
     LogFileBuffer mBuffer;
-    const std::ostream* mFormer = nullptr;
+    [[maybe_unused]] const std::ostream* mFormer = nullptr;  ///< For leak checkers to find.
 };
 
+/// The latest log file; null without one. Written by `LogInit`, read by every thread that logs.
 std::atomic<std::ostream*> gLogFile{nullptr};
 
-/// Hands lines on to the back end that was installed before. Never destroyed, and for good in front
-/// of that one: an application that took it for its own predecessor may put it back at any time.
+/// Gives the log file to threads that log, and hands their lines on to the back end that was
+/// installed before. Never destroyed: the application may have kept it as the back end to put back
+/// later.
 class LogFileBackend : public ACE_Log_Msg_Backend {
 public:
     LogFileBackend(ACE_Log_Msg_Backend* aNext, const LogFileBackend* aOlder)
@@ -51,35 +57,40 @@ public:
 
 private:
     ACE_Log_Msg_Backend* const mNext;
-    [[maybe_unused]] const LogFileBackend* const mOlder;  ///< Lets a leak checker find them all.
+    [[maybe_unused]] const LogFileBackend* const mOlder;  ///< For leak checkers to find.
 };
 
+/// The latest one. Guarded by ACE's log lock.
 LogFileBackend* gLogFileBackend = nullptr;
 
-void installIn(ACE_Log_Msg& aLog) noexcept {
+/// @return whether one of these is ACE's back end now.
+bool installBackend() noexcept {
     ACE_Log_Msg_Backend* const lInstalled = ACE_Log_Msg::msg_backend();
-    if (lInstalled == nullptr || lInstalled != gLogFileBackend) {
-        auto* const lBackend = allocate<LogFileBackend>(lInstalled, gLogFileBackend).release();
-        if (lBackend == nullptr) {
-            return;
-        }
-        gLogFileBackend = lBackend;
-        ACE_Log_Msg::msg_backend(lBackend);
+    if (lInstalled != nullptr && lInstalled == gLogFileBackend) {
+        return true;
     }
-    aLog.set_flags(ACE_Log_Msg::CUSTOM);
+    auto lBackend = allocate<LogFileBackend>(lInstalled, gLogFileBackend);
+    if (lBackend == nullptr) {
+        return false;
+    }
+    gLogFileBackend = lBackend.release();
+    ACE_Log_Msg::msg_backend(gLogFileBackend);
+    return true;
 }
 
 }  // namespace
 
 std::ostream* openLogFile(const char* aName) noexcept {
     const NoCancellation lGuard;
-    auto* const lStream = allocate<LogStream>().release();
-    if (lStream != nullptr) {
-        lStream->open(aName);
-        lStream->keep(gLogFile.load(std::memory_order_acquire));
-        gLogFile.store(lStream, std::memory_order_release);
+    auto lStream = allocate<LogStream>();
+    if (lStream == nullptr) {
+        return nullptr;
     }
-    return lStream;
+    lStream->open(aName);
+    lStream->replace(gLogFile.load(std::memory_order_acquire));
+    std::ostream* const lLogFile = lStream.release();
+    gLogFile.store(lLogFile, std::memory_order_release);
+    return lLogFile;
 }
 
 void giveLogFileToThread() noexcept {
@@ -96,7 +107,9 @@ void giveLogFileToThread() noexcept {
 void installLogFileBackend() noexcept {
     ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
     lLog->acquire();
-    installIn(*lLog);
+    if (installBackend()) {
+        lLog->set_flags(ACE_Log_Msg::CUSTOM);
+    }
     lLog->release();
 }
 

@@ -1,3 +1,6 @@
+// A log must not fail its program: whatever becomes of the file, the stream stays good, and what
+// could not be written is counted instead. Log rotation is noticed without its help: once a second
+// the name is compared with the file that is open.
 #include "logging/LogFileBuffer.h"
 
 #include <fcntl.h>
@@ -13,8 +16,8 @@
 #include <optional>
 #include <utility>
 
+#include "base/ErrnoKeeper.h"
 #include "base/NoCancellation.h"
-#include "base/closeKeepingErrno.h"
 #include "base/standardDescriptors.h"
 #include "base/writeSignals.h"
 
@@ -22,16 +25,14 @@ namespace osx {
 
 namespace {
 
-int openToAppend(const char* aName, int aFlags) noexcept {
+Descriptor openToAppend(const char* aName, int aFlags) noexcept {
     constexpr mode_t kMode = 0666;
     return makeDescriptor([aName, aFlags] {
-               return ::open(aName, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | aFlags,
-                             kMode);
-           })
-        .release();
+        return ::open(aName, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY | aFlags, kMode);
+    });
 }
 
-/// The monotonic clock, as exact as is cheap.
+/// The monotonic clock, in whole seconds, by its cheap variant.
 std::time_t seconds() noexcept {
     timespec lNow{};
     ::clock_gettime(CLOCK_MONOTONIC_COARSE, &lNow);
@@ -46,7 +47,7 @@ LogFileBuffer::LogFileBuffer() {
 
 bool LogFileBuffer::open(const char* aName) noexcept {
     mDescriptor = openToAppend(aName, O_TRUNC);
-    if (mDescriptor == -1) {
+    if (!mDescriptor) {
         return false;
     }
     rememberFile();
@@ -60,6 +61,7 @@ bool LogFileBuffer::open(const char* aName) noexcept {
     return true;
 }
 
+/// With its directory, as the program may change to another one.
 void LogFileBuffer::rememberName(const char* aName) {
     std::array<char, PATH_MAX> lDirectory{};
     if (*aName == '/') {
@@ -72,7 +74,7 @@ void LogFileBuffer::rememberName(const char* aName) {
 
 void LogFileBuffer::rememberFile() noexcept {
     struct stat lStatus{};
-    ::fstat(mDescriptor, &lStatus);
+    ::fstat(mDescriptor.get(), &lStatus);
     mDevice = lStatus.st_dev;
     mInode = lStatus.st_ino;
     mMode = lStatus.st_mode;
@@ -93,15 +95,14 @@ int LogFileBuffer::sync() {
     return 0;
 }
 
-/// A cancelled thread would leave the stream failed for all of them.
+/// No cancellation meanwhile: it would leave the stream failed, for all threads.
 void LogFileBuffer::flushText() noexcept {
     const auto lLength = static_cast<std::size_t>(pptr() - pbase());
-    if (lLength != 0 && mDescriptor != -1) {
+    if (lLength != 0 && mDescriptor) {
         const NoCancellation lGuard;
-        const int lErrno = errno;
-        lookAfterFile();
+        const ErrnoKeeper lErrno;
+        followName();
         write(pbase(), lLength);
-        errno = lErrno;
     }
     setp(mText.data(), mText.data() + mText.size());
 }
@@ -111,80 +112,91 @@ void LogFileBuffer::write(const char* aText, std::size_t aLength) noexcept {
     if (mayRaiseWriteSignalTo(mMode)) {
         lGuard.emplace();
     }
-    if ((mMissing != 0 && !tellMissing()) || !writeAll(aText, aLength)) {
-        countMissing(aText, aLength);
+    int lError = mMissing == 0 ? 0 : tellMissing();
+    if (lError == 0) {
+        lError = writeAll(aText, aLength);
+    }
+    if (lError != 0) {
+        countMissing(aText, aLength, lError);
     }
 }
 
-bool LogFileBuffer::writeAll(const char* aText, std::size_t aLength) noexcept {
+/// @return 0, or the error of the write that failed.
+int LogFileBuffer::writeAll(const char* aText, std::size_t aLength) noexcept {
     while (aLength > 0) {
-        const ssize_t lWritten = ::write(mDescriptor, aText, aLength);
+        const ssize_t lWritten = ::write(mDescriptor.get(), aText, aLength);
         if (lWritten > 0) {
             aText += lWritten;
             aLength -= static_cast<std::size_t>(lWritten);
             mIsWithinLine = aText[-1] != '\n';
-        } else if (lWritten == 0 || errno != EINTR) {
-            return false;
+        } else if (lWritten == 0) {
+            return EIO;
+        } else if (errno != EINTR) {
+            return errno;
         }
     }
-    return true;
+    return 0;
 }
 
-/// In the middle of a line that could not be written to its end it begins a new one.
-bool LogFileBuffer::tellMissing() noexcept {
+/// Begins a new line, should the last one have been written in part.
+/// @return 0, or the error of the write that failed; then the lines are still missing.
+int LogFileBuffer::tellMissing() noexcept {
     std::array<char, 200> lText{};
     const int lLength =
         std::snprintf(lText.data(), lText.size(), "%sLogFile: %lu lines are missing here: %s\n",
-                      mIsWithinLine ? "\n" : "", mMissing, std::strerror(mError));
-    const bool lTold = writeAll(lText.data(), static_cast<std::size_t>(lLength));
-    if (lTold) {
+                      mIsWithinLine ? "\n" : "", mMissing, std::strerror(mFirstError));
+    const int lError = writeAll(lText.data(), static_cast<std::size_t>(lLength));
+    if (lError == 0) {
         mMissing = 0;
     }
-    return lTold;
+    return lError;
 }
 
-void LogFileBuffer::countMissing(const char* aText, std::size_t aLength) noexcept {
+void LogFileBuffer::countMissing(const char* aText, std::size_t aLength, int aError) noexcept {
     if (mMissing == 0) {
-        mError = errno;
+        mFirstError = aError;
     }
     const auto lEnds = std::count(aText, aText + aLength, '\n');
     mMissing += static_cast<unsigned long>(lEnds) + (aText[aLength - 1] == '\n' ? 0 : 1);
 }
 
-/// Another file under the name, made by whoever rotates the logs or by nobody yet, is taken; what
-/// is no file is not.
-void LogFileBuffer::lookAfterFile() noexcept {
+/// Once a second: goes on in another file if there is one under the name, made by whoever rotates
+/// the logs, or none at all. What is no regular file is left alone.
+void LogFileBuffer::followName() noexcept {
     const std::time_t lNow = mName.empty() ? mLookedAt : seconds();
     if (std::exchange(mLookedAt, lNow) == lNow) {
         return;
     }
     struct stat lNamed{};
     const bool lExists = ::stat(mName.c_str(), &lNamed) == 0;
-    const bool lIsSame = lExists && lNamed.st_dev == mDevice && lNamed.st_ino == mInode;
-    const bool lMayBeTaken = lExists ? S_ISREG(lNamed.st_mode) : errno == ENOENT;
-    if (lMayBeTaken && (!lIsSame || !isStillOpen())) {
+    const bool lIsLost = !lExists && errno == ENOENT;
+    const bool lIsSame = lExists && isFile(lNamed) && isStillOpen();
+    if (lIsLost || (lExists && S_ISREG(lNamed.st_mode) && !lIsSame)) {
         openAnew();
     }
 }
 
-/// The application may have closed the descriptor, as a daemon closes all, and another file have
-/// it.
-bool LogFileBuffer::isStillOpen() const noexcept {
-    struct stat lStatus{};
-    return ::fstat(mDescriptor, &lStatus) == 0 && lStatus.st_dev == mDevice &&
-           lStatus.st_ino == mInode;
+bool LogFileBuffer::isFile(const struct stat& aStatus) const noexcept {
+    return aStatus.st_dev == mDevice && aStatus.st_ino == mInode;
 }
 
-/// Without a file under the name the lines go on to where the former one is now.
+/// The application may have closed the descriptor, as a program does that becomes a daemon, and the
+/// number may be another file's by now.
+bool LogFileBuffer::isStillOpen() const noexcept {
+    struct stat lStatus{};
+    return ::fstat(mDescriptor.get(), &lStatus) == 0 && isFile(lStatus);
+}
+
+/// If that fails, the lines go on to the former file, wherever that is now.
 void LogFileBuffer::openAnew() noexcept {
-    const int lDescriptor = openToAppend(mName.c_str(), 0);
-    if (lDescriptor == -1) {
+    Descriptor lDescriptor = openToAppend(mName.c_str(), 0);
+    if (!lDescriptor) {
         return;
     }
-    if (isStillOpen()) {
-        ::close(mDescriptor);
+    if (!isStillOpen()) {
+        static_cast<void>(mDescriptor.release());  // it is not ours to close
     }
-    mDescriptor = lDescriptor;
+    mDescriptor = std::move(lDescriptor);
     mIsWithinLine = false;
     rememberFile();
 }

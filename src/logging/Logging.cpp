@@ -1,3 +1,6 @@
+// The set-up is a walk over the options, each with a function of its own, and then the network
+// part. ACE's flags and back ends are process-wide, but the output stream is the calling thread's
+// only; how other threads get the log file is LogFile's affair.
 #include "logging/Logging.h"
 
 #include <syslog.h>
@@ -5,18 +8,18 @@
 #include <array>
 #include <atomic>
 #include <cstdio>
-#include <cstring>
+#include <string_view>
 
 #include "ace/ACE.h"
 #include "ace/Log_Msg.h"
 #include "ace/OS_NS_stdlib.h"
 #include "base/NeverDestroyed.h"
 #include "base/diagnosticLine.h"
+#include "base/integerText.h"
 #include "base/standardDescriptors.h"
 #include "logging/LogFile.h"
 #include "logging/RedirectService.h"
 #include "logging/commandLine.h"
-#include "logging/decimalNumber.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
 #include "process/atEnd.h"
@@ -30,10 +33,12 @@ constexpr char kModule[] = "Logging.cpp";
 constexpr char kProgramName[] = "ZR";
 constexpr char kLoggerKey[] = "ZR";
 
+/// Set by the application, read by `startLoggingServer`, possibly on another thread.
 std::atomic<long> gDebugLevelPortNumber{12311};
+/// The option "-stderr" of the present `LogInit`.
 bool gStandardErrorWanted = false;
 
-/// From load to exit. Other threads may log, and its clients leave, after that: its memory stays.
+/// Never destroyed: other threads may log, and clients disconnect, while the process exits.
 const osx::NeverDestroyed<RedirectService> gRedirectService;
 
 void endService() {
@@ -41,27 +46,32 @@ void endService() {
 }
 const osx::process::AtEnd gAtEnd(osx::process::EndStep::kServices, endService);
 
-/// The debug-level port stays open, and a child has it from its parent.
+/// The debug-level port. It stays open until the process ends, and a forked child inherits it.
 struct LevelPort {
-    void* mHandle = nullptr;
+    void* mHandle = nullptr;  ///< Null before it is opened.
     long mNumber = 0;
-    unsigned int mGeneration = 0;
+    unsigned int mGeneration = 0;  ///< The process, counted in forks, that uses it.
 };
 LevelPort gLevelPort;
 
-/// Bound anew, the port would be found in use as long as the process, or its parent, has it.
-/// @return whether the process has the port that it wants.
-bool takeOverLevelPort() {
+/// Keeps the port that is open, if its number is the wanted one: opened again, it would be in use.
+/// A child that wants another number leaves its parent's port to the parent.
+/// @return whether the port has been kept.
+bool keepLevelPort() {
     if (gLevelPort.mHandle == nullptr) {
         return false;
     }
-    const bool lIsForked = gLevelPort.mGeneration != osx::process::generation();
+    const bool lIsParents = gLevelPort.mGeneration != osx::process::generation();
     gLevelPort.mGeneration = osx::process::generation();
-    const bool lWanted = gLevelPort.mNumber == gDebugLevelPortNumber;
-    if (lIsForked && !lWanted) {
+    const bool lIsWanted = gLevelPort.mNumber == gDebugLevelPortNumber;
+    if (lIsParents && !lIsWanted) {
         osxUnregisterPort(gLevelPort.mHandle);
     }
-    return lWanted;
+    return lIsWanted;
+}
+
+std::int32_t decimalNumber(std::string_view aText) {
+    return osx::readInteger(aText, osx::kDecimal).number;
 }
 
 void switchDebugOn(const char* /*aValue*/) {
@@ -74,7 +84,7 @@ void setDebugLevel(const char* aValue) {
             LM_ERROR, "%t LogInit -DebugLevel has no value, the level stays [%d]\n", getLogLevel());
         return;
     }
-    setLogLevel(static_cast<unsigned int>(osx::decimalNumber(aValue, std::strlen(aValue))));
+    setLogLevel(static_cast<unsigned int>(decimalNumber(aValue)));
 }
 
 void setRedirectPort(const char* aValue) {
@@ -83,7 +93,7 @@ void setRedirectPort(const char* aValue) {
                                         "%t LogInit -RedirectPort has no value, the port stays\n");
         return;
     }
-    getRedirectService()->setPortNumber(osx::decimalNumber(aValue, std::strlen(aValue)));
+    getRedirectService()->setPortNumber(decimalNumber(aValue));
 }
 
 void logToFile(const char* aName) {
@@ -99,7 +109,8 @@ void logToFile(const char* aName) {
     osx::installLogFileBackend();
 }
 
-/// The C library would connect to the system log by the first line only.
+/// Connects to the system log at once. The C library would do so with the first line, and its
+/// descriptor could then be one of the standard three.
 void openWithSystemLog(ACE_Log_Msg& aLog, unsigned long aFlags) {
     aLog.open(kProgramName, aFlags, kLoggerKey);
     const osx::StandardDescriptorsTaken lTaken;
@@ -112,9 +123,9 @@ void logToSystemLog(const char* /*aValue*/) {
     lLog->clr_flags(ACE_Log_Msg::STDERR | ACE_Log_Msg::LOGGER);
     lLog->set_flags(ACE_Log_Msg::SYSLOG);
     if (ACE_Log_Msg::msg_backend() == nullptr) {
-        // ACE does not check that there is one for the flag CUSTOM.
         osx::installLogFileBackend();
     }
+    // With the flag CUSTOM and no back end, ACE would call a null pointer.
     const u_long lCustom = ACE_Log_Msg::msg_backend() == nullptr ? 0 : ACE_Log_Msg::CUSTOM;
     openWithSystemLog(*lLog, ACE_Log_Msg::SYSLOG | lCustom);
 }
@@ -137,8 +148,9 @@ constexpr std::array<osx::CommandLineOption, 7> kOptions{
      {"-help", false, help},
      {"-RedirectPort", true, setRedirectPort}}};
 
-/// Reopening without SYSLOG would silence a system log that an option asked for, though its flag
-/// stays. The flags end up as if it had not been named and no logging daemon been found at the key.
+/// `open` without SYSLOG would silence a system log that an option has asked for, even though its
+/// flag stays set. With SYSLOG it sets LOGGER, though there may be no logging daemon, and does not
+/// switch STDERR on: both are put right.
 void openNetworkBackend(ACE_Log_Msg& aLog) {
     unsigned long lFlags = ACE_Log_Msg::LOGGER | ACE_Log_Msg::CUSTOM;
     if (gStandardErrorWanted) {
@@ -191,7 +203,7 @@ RedirectService* getRedirectService() {
 }
 
 void startLoggingServer() {
-    if (takeOverLevelPort()) {
+    if (keepLevelPort()) {
         return;
     }
     void* lPort = nullptr;
@@ -221,10 +233,10 @@ void NewLogLevelData(void* /*aSocket*/, void*& /*aUserData*/, unsigned char* aDa
     if (aData == nullptr || aLength == 0) {
         return;
     }
-    const auto lLevel = static_cast<unsigned int>(
-        osx::decimalNumber(reinterpret_cast<const char*>(aData), aLength));
+    const std::string_view lText(reinterpret_cast<const char*>(aData), aLength);
+    const auto lLevel = static_cast<unsigned int>(decimalNumber(lText));
     setLogLevel(lLevel);
-    // Of this very level, which another client may have changed again.
+    // Not `trace`: the line of this level is due even if another client has lowered it meanwhile.
     if (ACE::debug()) {
         DiagnosticLine(kModule).notice("%t NewLogLevelData set the debug level to [%d]\n", lLevel);
     }

@@ -1,8 +1,12 @@
+// ACE calls the back end under its log lock. So the thread that logs only copies the line into a
+// ring; the active object's thread runs one long request, `Watchers::serve`, which sends the lines.
+// The port and its connections are a ConnectionAdmin's, whose own sending is used only while that
+// thread does not run. See docs/redirect-service.md for the decisions.
 #include "logging/RedirectService.h"
 
-#include <condition_variable>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
@@ -28,65 +32,72 @@ constexpr auto kNoLimit = std::chrono::hours(24 * 365);
 constexpr osx::ServingGrace kAtDeinit{kNoLimit, kNoLimit, true};
 constexpr osx::ServingGrace kAtShutdown{milliseconds(RedirectService::kStalledAtExitMs),
                                         milliseconds(RedirectService::kServedAtExitMs), true};
-/// What the kernel has taken it goes on sending when the process has gone.
+/// No connection is cut: the kernel goes on sending what it has taken when the process has gone.
 constexpr osx::ServingGrace kAtExit{kAtShutdown.mPatience, kAtShutdown.mLimit, false};
 constexpr milliseconds kParkLimit{1000};
 
 static_assert(osx::Watcher::kPatience == milliseconds(RedirectService::kStalledClientMs));
 
-/// Whether the calling thread serves clients, and so writes lines about the sending.
+/// Whether the calling thread is one that sends to clients. Its own lines are not sent to them.
 thread_local bool gServing = false;
 
-/// Guards the passing of a service to the process that it finds itself in.
-std::mutex gGenerationMutex;
+/// Guards the claiming of a service by a forked child. The service's own mutex cannot: in the
+/// child, a thread that does not exist may hold it.
+osx::Mutex gGenerationMutex;
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
                                    osx::process::kKeepAcrossFork<gGenerationMutex>);
 
-/// @param aRequest may be null, for want of memory.
-bool insertOrDelete(ActiveObject& aObject, ACE_Method_Request* aRequest) {
-    const bool lInserted = aRequest != nullptr && aObject.insert(aRequest) != -1;
-    if (!lInserted) {
-        delete aRequest;
+/// @param aRequest null, for want of memory, is not inserted.
+/// @return whether it was; then it is the active object's.
+bool insert(ActiveObject& aObject, std::unique_ptr<ACE_Method_Request> aRequest) {
+    if (aRequest == nullptr || aObject.insert(aRequest.get()) == -1) {
+        return false;
     }
-    return lInserted;
+    static_cast<void>(aRequest.release());
+    return true;
 }
 
 }  // namespace
 
-/// The thread and what it takes lines from.
+/// The thread that sends, and the lines for it.
 struct RedirectService::Worker {
     ActiveObject mActiveObject;
-    /// Made by the first start, and kept: threads may be putting lines in.
+    /// Made by the first start, and kept: threads may still be putting lines in after a stop.
     std::unique_ptr<osx::LineRing> mLines;
-    /// That of the process this one was forked from: its thread is not here, so it can be neither
-    /// used nor destroyed.
+    /// The worker of the parent process, if there is one. Its thread is not in this process, so it
+    /// can be neither used nor destroyed; here leak checkers find it.
     [[maybe_unused]] const Worker* mFormer = nullptr;
 };
 
-/// Something that one thread waits for and another makes happen.
+/// Something that one thread waits for and another makes happen, once.
 class RedirectService::Event {
 public:
     void happen() {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
+        const osx::MutexLock lLock(mMutex);
         mHappened = true;
-        mChanged.notify_all();
+        mChanged.wakeAll();
     }
     void wait() {
-        std::unique_lock<std::mutex> lLock(mMutex);
-        mChanged.wait(lLock, [this] { return mHappened; });
+        const osx::MutexLock lLock(mMutex);
+        while (!mHappened) {
+            mChanged.wait(mMutex);
+        }
     }
-    bool waitFor(std::chrono::milliseconds aLimit) {
-        std::unique_lock<std::mutex> lLock(mMutex);
-        return mChanged.wait_for(lLock, aLimit, [this] { return mHappened; });
+    /// Waits, but not for longer than a limit.
+    void waitFor(milliseconds aLimit) {
+        const auto lEnd = std::chrono::steady_clock::now() + aLimit;
+        const osx::MutexLock lLock(mMutex);
+        while (!mHappened && mChanged.waitUntil(mMutex, lEnd)) {
+        }
     }
 
 private:
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    bool mHappened = false;
+    osx::Mutex mMutex;
+    osx::Condition mChanged;
+    bool mHappened OSX_GUARDED_BY(mMutex) = false;
 };
 
-/// Tells that the worker thread has come to it.
+/// A request that tells when the worker thread has come to it.
 class RedirectService::Milestone : public ACE_Method_Request {
 public:
     explicit Milestone(Event& aEvent) : mEvent(aEvent) {}
@@ -99,7 +110,7 @@ private:
     Event& mEvent;
 };
 
-/// Parks the worker thread at the end of the process.
+/// A request that parks the worker thread at the end of the process.
 class RedirectService::LastRequest : public ACE_Method_Request {
 public:
     static Event& come() {
@@ -111,7 +122,7 @@ public:
     }
 };
 
-/// Has the worker thread serve the clients until the end.
+/// The request with which the worker thread serves the clients, until the end is asked for.
 class RedirectService::Serving : public ACE_Method_Request {
 public:
     explicit Serving(osx::Watchers& aWatchers) : mWatchers(aWatchers) {}
@@ -127,8 +138,8 @@ private:
 };
 
 RedirectService::RedirectService()
-    : mWorker(osx::allocate<Worker>().release()),
-      mWatchers(osx::allocate<osx::Watchers>().release()),
+    : mWorker(osx::allocate<Worker>()),
+      mWatchers(osx::allocate<osx::Watchers>()),
       mPortNumber(kDefaultPort),
       mOpenedPort(0),
       mOpenedByParent(false),
@@ -146,25 +157,24 @@ void RedirectService::setPortNumber(long aPort) {
     mPortNumber = aPort;
 }
 
-std::unique_lock<std::mutex> RedirectService::lockLife() {
-    {
-        const std::lock_guard<std::mutex> lGuard(gGenerationMutex);
-        if (mGeneration != osx::process::generation()) {
-            leaveToParent();
-            mGeneration = osx::process::generation();
-        }
+/// Makes the service this process's own, if it comes from a parent. Call it before locking.
+void RedirectService::claimForProcess() {
+    const osx::MutexLock lLock(gGenerationMutex);
+    if (mGeneration != osx::process::generation()) {
+        leaveToParent();
+        mGeneration = osx::process::generation();
     }
-    return std::unique_lock<std::mutex>(mLifeMutex);
 }
 
-/// A thread that is not here may have held any lock of the former worker.
-void RedirectService::leaveToParent() {
-    new (&mLifeMutex) std::mutex;
+/// A thread that is not in this process may have held any lock of the service and of its worker. As
+/// the mutex is made anew here, nobody can hold it, and clang cannot know.
+OSX_NO_THREAD_SAFETY_ANALYSIS void RedirectService::leaveToParent() {
+    new (&mLifeMutex) osx::Mutex;
     mWanted = mRunning || mWanted;
     mRunning = false;
     mOpenedByParent = true;
     const Worker* const lFormer = mWorker.release();
-    mWorker.reset(osx::allocate<Worker>().release());
+    mWorker = osx::allocate<Worker>();
     if (mWorker != nullptr) {
         mWorker->mFormer = lFormer;
     }
@@ -175,13 +185,15 @@ void RedirectService::onNewClient(void* aService, void* aSocket) {
     if (lService.mWatchers != nullptr) {
         lService.mWatchers->add(aSocket, static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle());
     }
-    if (lService.mGeneration == osx::process::generation() && !lService.mWanted) {
-        return;
+    if (lService.mGeneration != osx::process::generation() || lService.mWanted) {
+        reportStart(lService.startIfWanted());
     }
-    std::unique_lock<std::mutex> lLock = lService.lockLife();
-    const int lResult = lService.mWanted ? lService.start() : 0;
-    lLock.unlock();
-    reportStart(lResult);
+}
+
+int RedirectService::startIfWanted() {
+    claimForProcess();
+    const osx::MutexLock lLock(mLifeMutex);
+    return mWanted ? start() : 0;
 }
 
 void RedirectService::onClosedClient(void* aService, void* aSocket) {
@@ -192,15 +204,21 @@ void RedirectService::onClosedClient(void* aService, void* aSocket) {
 }
 
 int RedirectService::init() {
-    std::unique_lock<std::mutex> lLock = lockLife();
-    leaveClientsOfOtherPort();
-    const int lResult = start();
-    mConnectionAdmin.init(mPortNumber);
-    lLock.unlock();
+    claimForProcess();
+    const int lResult = startAndListen();
     reportStart(lResult);
     return lResult;
 }
 
+int RedirectService::startAndListen() {
+    const osx::MutexLock lLock(mLifeMutex);
+    leaveClientsOfOtherPort();
+    const int lResult = start();
+    mConnectionAdmin.init(mPortNumber);
+    return lResult;
+}
+
+/// Without the lock, as a back end of the application's may be slow.
 void RedirectService::reportStart(int aResult) {
     if (aResult == -1) {
         osx::DiagnosticLine(kModule).failure(
@@ -208,7 +226,7 @@ void RedirectService::reportStart(int aResult) {
     }
 }
 
-/// A child that opens a port of its own leaves the other one, and its clients, to the parent.
+/// A child that opens a port of its own leaves the parent's port and its clients to the parent.
 void RedirectService::leaveClientsOfOtherPort() {
     if (mOpenedByParent && mOpenedPort != mPortNumber && mWatchers != nullptr) {
         mWatchers->removeAll();
@@ -219,11 +237,12 @@ void RedirectService::leaveClientsOfOtherPort() {
 
 int RedirectService::start() {
     mWanted = false;
-    int lResult = mWorker == nullptr || mWatchers == nullptr ? -1 : mWorker->mActiveObject.init();
-    if (lResult != -1 && !mRunning && !gServing && !startServing()) {
-        lResult = -1;
+    if (mWorker == nullptr || mWatchers == nullptr) {
+        return -1;
     }
-    return lResult;
+    const int lResult = mWorker->mActiveObject.init();
+    const bool lNeedsServing = lResult != -1 && !mRunning && !gServing;
+    return lNeedsServing && !startServing() ? -1 : lResult;
 }
 
 bool RedirectService::startServing() {
@@ -231,16 +250,15 @@ bool RedirectService::startServing() {
     if (!insertMilestone(lStarted)) {
         return false;
     }
-    // A stop that comes before the worker's loop would leave it running.
+    // A stop that comes before the thread is in its loop would be ignored.
     lStarted.wait();
     if (mWorker->mLines == nullptr) {
-        mWorker->mLines.reset(
-            osx::allocate<osx::LineRing>(kMaxQueuedLines, kMaxQueuedBytes).release());
+        mWorker->mLines = osx::allocate<osx::LineRing>(kMaxQueuedLines, kMaxQueuedBytes);
     }
     if (mWorker->mLines == nullptr || !mWatchers->begin(*mWorker->mLines)) {
         return false;
     }
-    mRunning = insertOrDelete(mWorker->mActiveObject, osx::allocate<Serving>(*mWatchers).release());
+    mRunning = insert(mWorker->mActiveObject, osx::allocate<Serving>(*mWatchers));
     if (!mRunning) {
         mWatchers->abandon();
     }
@@ -248,18 +266,20 @@ bool RedirectService::startServing() {
 }
 
 bool RedirectService::insertMilestone(Event& aEvent) {
-    return insertOrDelete(mWorker->mActiveObject, osx::allocate<Milestone>(aEvent).release());
+    return insert(mWorker->mActiveObject, osx::allocate<Milestone>(aEvent));
 }
 
 int RedirectService::deinit() {
-    const std::unique_lock<std::mutex> lLock = lockLife();
+    claimForProcess();
+    const osx::MutexLock lLock(mLifeMutex);
     stopWorker(kAtDeinit);
     mConnectionAdmin.deinit();
     return 0;
 }
 
 void RedirectService::shutdown() {
-    const std::unique_lock<std::mutex> lLock = lockLife();
+    claimForProcess();
+    const osx::MutexLock lLock(mLifeMutex);
     uninstall();
     stopWorker(kAtShutdown);
 }
@@ -277,7 +297,7 @@ void RedirectService::uninstall() {
     lLog->release();
 }
 
-/// @return whether the calling thread has to see to it that the worker comes to its end.
+/// @return whether the caller has to stop the worker's thread: it ran, and is not the caller.
 bool RedirectService::tellToStop(const osx::ServingGrace& aGrace) {
     mWanted = false;
     if (!mRunning.exchange(false)) {
@@ -293,19 +313,27 @@ void RedirectService::stopWorker(const osx::ServingGrace& aGrace) {
     }
 }
 
-/// The worker may be waiting for what this thread holds, and another thread may be stopping it.
+/// Nothing here waits without a limit: the worker may be waiting for something that this thread
+/// holds, and another thread may be in `deinit`, with the lock.
 void RedirectService::endWithProcess() {
     if (mGeneration != osx::process::generation() || mWatchers == nullptr || gServing) {
         return;
     }
-    const std::unique_lock<std::mutex> lLock(mLifeMutex, std::try_to_lock);
-    const bool lEndsIt = mRunning.exchange(false);
-    if (lLock.owns_lock() && !lEndsIt) {
+    if (!mLifeMutex.tryLock()) {
+        mRunning = false;
+        endServing(false);
         return;
     }
+    if (mRunning.exchange(false)) {
+        endServing(true);
+    }
+    mLifeMutex.unlock();
+}
+
+/// @param aMayPark whether the worker's thread is to be parked, as nobody else is about to end it.
+void RedirectService::endServing(bool aMayPark) {
     mWatchers->end(kAtExit);
-    const bool lParks = lLock.owns_lock() && insertOrDelete(mWorker->mActiveObject,
-                                                            osx::allocate<LastRequest>().release());
+    const bool lParks = aMayPark && insert(mWorker->mActiveObject, osx::allocate<LastRequest>());
     mWatchers->waitForEnd(kAtExit.mLimit + kParkLimit);
     if (lParks) {
         LastRequest::come().waitFor(kParkLimit);
@@ -347,7 +375,7 @@ bool RedirectService::put(const char* aText, std::size_t aLength) {
 
 int RedirectService::send_i(const ACE_String_Base<char>& aText) {
     if (!put(aText.c_str(), aText.length())) {
-        // The bytes are only read; the interface of sending does not say so.
+        // `send` only reads the bytes, though its type does not say so.
         auto* const lBytes = reinterpret_cast<unsigned char*>(const_cast<char*>(aText.c_str()));
         mConnectionAdmin.send(aText.length(), lBytes);
     }

@@ -8,11 +8,11 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 
 #include "ace/Log_Msg_Backend.h"
 #include "ace/Method_Request.h"
 #include "ace/SString.h"
+#include "base/Mutex.h"
 #include "base/osxExport.h"
 #include "net/ConnectionAdmin.h"
 
@@ -131,33 +131,46 @@ private:
 
     static void onNewClient(void* aService, void* aSocket);
     static void onClosedClient(void* aService, void* aSocket);
-    std::unique_lock<std::mutex> lockLife();
+    void claimForProcess() OSX_EXCLUDES(mLifeMutex);
     void leaveToParent();
-    void leaveClientsOfOtherPort();
-    int start();
+    void leaveClientsOfOtherPort() OSX_REQUIRES(mLifeMutex);
+    int startIfWanted() OSX_EXCLUDES(mLifeMutex);
+    int startAndListen() OSX_EXCLUDES(mLifeMutex);
+    int start() OSX_REQUIRES(mLifeMutex);
     static void reportStart(int aResult);
-    bool startServing();
-    bool insertMilestone(Event& aEvent);
+    bool startServing() OSX_REQUIRES(mLifeMutex);
+    bool insertMilestone(Event& aEvent) OSX_REQUIRES(mLifeMutex);
     bool put(const char* aText, std::size_t aLength);
     void uninstall();
-    bool tellToStop(const osx::ServingGrace& aGrace);
-    void stopWorker(const osx::ServingGrace& aGrace);
+    bool tellToStop(const osx::ServingGrace& aGrace) OSX_REQUIRES(mLifeMutex);
+    void stopWorker(const osx::ServingGrace& aGrace) OSX_REQUIRES(mLifeMutex);
+    void endServing(bool aMayPark);
 
-    /// Null if there was no memory for it; then nothing runs.
+    // A service is idle until `init`, running until `deinit`, `shutdown` or the end of the process,
+    // and then idle again. In a forked child it is idle from the start: "claimed" by the first of
+    // these calls or by the first client, and, if the parent's was running, started by that client.
+
+    /// Made by the constructor, and anew in a forked child. Threads that put lines use it without a
+    /// lock, while `mRunning`. Null if there was no memory for it; then nothing ever runs.
     std::unique_ptr<Worker> mWorker;
-    std::unique_ptr<osx::Watchers> mWatchers;
+    /// The clients. Null if there was no memory for it; then nothing ever runs.
+    const std::unique_ptr<osx::Watchers> mWatchers;
     ConnectionAdmin mConnectionAdmin;
-    long mPortNumber;
-    /// That of the latest `init`; and whether it was in another process.
-    long mOpenedPort;
-    bool mOpenedByParent;
 
     /// Keeps `init`, `deinit` and the end apart.
-    std::mutex mLifeMutex;
+    osx::Mutex mLifeMutex;
+    long mPortNumber;                                 ///< For the next `init`.
+    long mOpenedPort OSX_GUARDED_BY(mLifeMutex);      ///< That of the latest `init`,
+    bool mOpenedByParent OSX_GUARDED_BY(mLifeMutex);  ///< which was in another process.
+
+    /// The worker takes lines. Written with the lock, and at the end of the process; read by
+    /// threads that put lines.
     std::atomic<bool> mRunning;
-    /// Which process, counted in forks, the worker and the mutex belong to.
+    /// The process, counted in forks, that the worker and the mutex belong to. Written by the first
+    /// thread that claims the service in a child; read by threads that put lines.
     std::atomic<unsigned int> mGeneration;
-    /// Whether lines are to be sent as soon as a client of this process comes.
+    /// In a child, until it is started: the parent's was running, so the first client starts it.
+    /// Written with the lock; read by threads that accept clients.
     std::atomic<bool> mWanted;
 };
 

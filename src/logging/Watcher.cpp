@@ -1,3 +1,7 @@
+// Whether a slow client is alive is told by its acknowledgements alone. TCP_USER_TIMEOUT would also
+// count the time in which a client reads but its kernel does not yet open the window. Kernels open
+// it in steps that depend on how the segments arrived; so lines go out in small segments of their
+// own.
 #include "logging/Watcher.h"
 
 #include <linux/sockios.h>
@@ -17,57 +21,74 @@ namespace osx {
 
 namespace {
 
-/// The kernel doubles it. What a client is behind with stands in the ring, once for all of them,
-/// and not in megabytes of the kernel's for each.
+/// For SO_SNDBUF, which the kernel doubles. Small: the ring keeps the lines of slow clients once
+/// for all of them, and the kernel need not keep megabytes for each.
 constexpr int kSendBuffer = 65536;
 
-/// What is sent as one segment, and how many of them at once.
+/// The size of a segment, and how many are sent by one system call.
 constexpr std::size_t kSegment = 2048;
 constexpr std::size_t kMaxSegments = LineRing::Chunk::kMaxBytes / kSegment;
 
-/// A client with a full buffer opens its window again when a sixteenth of it is free, and no less
-/// than some segments; the window seen may have been smaller than the buffer.
+/// A client with a full receive buffer opens its window again when a sixteenth of the buffer is
+/// free, and at least as much as the kernel had joined on arrival, up to 17 segments. The window we
+/// have seen may be smaller than the buffer, so that the share is taken as a twelfth.
 constexpr std::size_t kWindowShare = 12;
 constexpr std::size_t kJoined = 17 * kSegment;
 
-/// @return how many bytes are on their way, sent or not; 0 if that cannot be told.
-int queuedAt(int aSocket) {
+/// @return how many bytes of the socket are not acknowledged, sent or not; 0 if that is not known.
+int unacknowledged(int aSocket) {
     int lBytes = 0;
     return ::ioctl(aSocket, SIOCOUTQ, &lBytes) == 0 ? lBytes : 0;
 }
 
-/// Sends without waiting, in segments of a limited size: a client's kernel joins some that arrive,
-/// and makes room only when the program has read all of what was joined.
-/// @param aSize at most `kMaxSegments` segments. @param[out] aTaken how many bytes went out.
-/// @return false with `errno` if none did.
-bool sendInSegments(int aSocket, const char* aText, std::size_t aSize, std::size_t& aTaken) {
+struct SendResult {
+    std::size_t mTaken;  ///< How many bytes the kernel took.
+    int mError;          ///< The error if it took none; otherwise 0.
+};
+
+/// Sends without waiting, in small segments: a client's kernel joins some that arrive, and makes
+/// room only when the program has read all of what was joined.
+/// @param aSize at most `kMaxSegments` segments.
+SendResult sendInSegments(int aSocket, const char* aText, std::size_t aSize) {
     std::array<iovec, kMaxSegments> lParts;
     std::array<mmsghdr, kMaxSegments> lSegments{};
     unsigned int lCount = 0;
     for (std::size_t lPlace = 0; lPlace < aSize; lPlace += kSegment, ++lCount) {
-        // The bytes are only read.
+        // sendmmsg only reads the bytes.
         lParts[lCount] = {const_cast<char*>(aText) + lPlace, std::min(kSegment, aSize - lPlace)};
         lSegments[lCount].msg_hdr.msg_iov = &lParts[lCount];
         lSegments[lCount].msg_hdr.msg_iovlen = 1;
     }
     const int lSent =
         ::sendmmsg(aSocket, lSegments.data(), lCount, MSG_DONTWAIT | MSG_NOSIGNAL | MSG_EOR);
-    for (int lSegment = 0; lSegment < lSent; ++lSegment) {
-        aTaken += lSegments[static_cast<std::size_t>(lSegment)].msg_len;
+    if (lSent <= 0) {
+        return {0, errno};
     }
-    return lSent > 0;
+    std::size_t lTaken = 0;
+    for (int lSegment = 0; lSegment < lSent; ++lSegment) {
+        lTaken += lSegments[static_cast<std::size_t>(lSegment)].msg_len;
+    }
+    return {lTaken, 0};
 }
 
-bool isOfTheMoment(int aErrno) {
-    return aErrno == EAGAIN || aErrno == EWOULDBLOCK || aErrno == EINTR || aErrno == ENOBUFS ||
-           aErrno == ENOMEM;
+/// @return whether the connection has failed; otherwise it may take more later.
+bool isFatal(int aError) {
+    switch (aError) {
+        case 0:
+        case EAGAIN:
+        case EINTR:
+        case ENOBUFS:
+        case ENOMEM:
+            return false;
+        default:
+            return true;
+    }
 }
 
 }  // namespace
 
-/// The kernel's own limit on bytes that are not acknowledged would count the time too in which a
-/// client reads but has not made room enough. It need not gather small sends: lines are sent
-/// together as it is.
+/// The port's connections have a TCP_USER_TIMEOUT, which would end slow readers. TCP_NODELAY, as
+/// lines are already sent together.
 Watcher::Watcher(const void* aSocket, int aDescriptor)
     : mSocket(aSocket), mDescriptor(aDescriptor) {
     setOption(mDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, 0);
@@ -80,7 +101,7 @@ void Watcher::begin(LineRing::Number aNext) {
     mRestSize = 0;
     mMayTake = true;
     mOwes = false;
-    mTaken = mSent - queuedAt(mDescriptor);
+    mTaken = mSent - unacknowledged(mDescriptor);
 }
 
 std::size_t Watcher::give(const LineRing& aRing, LineRing::Chunk& aChunk, Clock::time_point aNow) {
@@ -97,42 +118,38 @@ std::size_t Watcher::give(const LineRing& aRing, LineRing::Chunk& aChunk, Clock:
     const std::int64_t lBefore = mSent;
     const std::size_t lFailed = mRestSize != 0 ? giveRest() : giveLines(aChunk);
     if (lBefore + static_cast<std::int64_t>(kSegment) < mSent) {
-        noteWindow();  // now that it may be large, as much is on its way
+        noteWindow();  // kernels open the window as data flows
     }
     return lFailed;
 }
 
 std::size_t Watcher::giveRest() {
-    std::size_t lFailed = 0;
-    const std::size_t lSent = send(mRest.data() + mRestPlace, mRestSize, lFailed);
+    const std::size_t lSize = mRestSize;
+    const std::size_t lSent = send(mRest.data() + mRestPlace, lSize);
     mRestPlace += lSent;
     mRestSize -= lSent;
-    return lFailed;
+    return mOver ? lSize : 0;
 }
 
 std::size_t Watcher::giveLines(const LineRing::Chunk& aChunk) {
-    std::size_t lFailed = 0;
     const std::size_t lStart = aChunk.startOf(mNext);
-    const std::size_t lEnd =
-        lStart + send(aChunk.text() + lStart, aChunk.startOf(aChunk.end()) - lStart, lFailed);
+    const std::size_t lSize = aChunk.startOf(aChunk.end()) - lStart;
+    const std::size_t lEnd = lStart + send(aChunk.text() + lStart, lSize);
     mNext = aChunk.lineAt(lEnd);
     if (aChunk.startOf(mNext) != lEnd) {
         ++mNext;
         keepRest(aChunk.text() + lEnd, aChunk.startOf(mNext) - lEnd);
     }
-    return lFailed;
+    return mOver ? lSize : 0;
 }
 
-/// @return how many bytes the kernel took.
-std::size_t Watcher::send(const char* aText, std::size_t aSize, std::size_t& aFailed) {
-    std::size_t lTaken = 0;
-    if (!sendInSegments(mDescriptor, aText, aSize, lTaken) && !isOfTheMoment(errno)) {
-        mOver = true;
-        aFailed = aSize;
-    }
-    mMayTake = lTaken == aSize;
-    mSent += static_cast<std::int64_t>(lTaken);
-    return lTaken;
+/// @return how many bytes the kernel took. If the connection has failed, the client is over.
+std::size_t Watcher::send(const char* aText, std::size_t aSize) {
+    const SendResult lResult = sendInSegments(mDescriptor, aText, aSize);
+    mOver = mOver || isFatal(lResult.mError);
+    mMayTake = lResult.mTaken == aSize;
+    mSent += static_cast<std::int64_t>(lResult.mTaken);
+    return lResult.mTaken;
 }
 
 void Watcher::tellMissed(LineRing::Number aCount) {
@@ -150,7 +167,7 @@ void Watcher::keepRest(const char* aText, std::size_t aSize) {
     mRestSize = aSize;
 }
 
-/// Kernels that do not tell leave it 0.
+/// Kernels before 5.4 do not tell the window, which then stays 0.
 void Watcher::noteWindow() {
     tcp_info lInfo{};
     socklen_t lLength = sizeof lInfo;
@@ -160,15 +177,15 @@ void Watcher::noteWindow() {
 }
 
 Watcher::Clock::duration Watcher::look(LineRing::Number aEnd, Clock::time_point aNow) {
-    const int lQueued = queuedAt(mDescriptor);
-    const std::int64_t lTaken = mSent - lQueued;
+    const int lOwed = unacknowledged(mDescriptor);
+    const std::int64_t lTaken = mSent - lOwed;
     if (lTaken > mTaken) {
         mProgress = aNow;
     }
     mTaken = lTaken;
-    mOwes = lQueued != 0 || isBehind(aEnd);
+    mOwes = lOwed != 0 || isBehind(aEnd);
     noteWindow();
-    mMayTake = true;  // should the kernel have had no memory to tell of room
+    mMayTake = true;  // a kernel without memory does not tell of room; so it is tried again
     return mOwes ? aNow - mProgress : Clock::duration::zero();
 }
 
@@ -177,7 +194,7 @@ std::chrono::milliseconds Watcher::patience() const {
     return std::max(kPatience, std::chrono::milliseconds(lReading));
 }
 
-/// With a reset, so that what it does not take leaves the kernel, too.
+/// By a reset, so that the kernel does not keep what the client does not take.
 void Watcher::cut() {
     constexpr linger kReset{1, 0};
     ::setsockopt(mDescriptor, SOL_SOCKET, SO_LINGER, &kReset, sizeof kReset);

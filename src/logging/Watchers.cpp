@@ -1,19 +1,21 @@
+// The serving thread goes round all clients, giving each at most a chunk of lines, until nobody can
+// take more; then it waits. Threads that log do not wake it while it is busy or pauses: it asks to
+// be woken only before a longer sleep. See docs/redirect-service.md for the decisions.
 #include "logging/Watchers.h"
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <new>
+#include <utility>
 
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/moduleNames.h"
 #include "base/standardDescriptors.h"
-#include "process/atFork.h"
 
 namespace osx {
 
@@ -21,25 +23,22 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// How long the serving thread sleeps before it asks to be woken: lines mostly come in bursts, and
-/// waking it costs the thread that logs more than anything else.
+/// How long the serving thread pauses before it asks to be woken. Lines come in bursts, and for the
+/// thread that logs nothing costs as much as waking another one.
 constexpr int kPauseMs = 1;
 
-/// How often it is looked how far the clients have come, and how often at the end.
+/// How often the serving thread looks how much the clients have acknowledged.
 constexpr milliseconds kLookInterval{1000};
 constexpr milliseconds kLookIntervalAtEnd{200};
 
 constexpr std::size_t kEventsAtOnce = 64;
 
-/// How long the writing of one line may take at the end of the process.
+/// At the end of the process: how long the serving thread may be seen writing a line, without a
+/// break, until it counts as hanging in it; and how often it is looked at.
 constexpr milliseconds kLineLimit{1000};
 constexpr milliseconds kLineLook{20};
 
 constexpr auto kNever = Watchers::Clock::time_point::max();
-
-/// Guards the clients of all services, of which a program has one.
-std::mutex gMutex;
-const process::AtFork gAtFork(process::ForkOrder::kLeaf, process::kKeepAcrossFork<gMutex>);
 
 void addToPoll(int aPoll, int aDescriptor, std::uint32_t aEvents) {
     epoll_event lEvent{};
@@ -48,14 +47,8 @@ void addToPoll(int aPoll, int aDescriptor, std::uint32_t aEvents) {
     ::epoll_ctl(aPoll, EPOLL_CTL_ADD, aDescriptor, &lEvent);
 }
 
-void closeAndForget(int& aDescriptor) {
-    if (aDescriptor != -1) {
-        ::close(aDescriptor);
-        aDescriptor = -1;
-    }
-}
-
-int untilMs(Watchers::Clock::time_point aTime, Watchers::Clock::time_point aNow) {
+/// @return the time-out of a poll until then, rounded up.
+int millisecondsUntil(Watchers::Clock::time_point aTime, Watchers::Clock::time_point aNow) {
     if (aTime == kNever) {
         return -1;
     }
@@ -65,18 +58,22 @@ int untilMs(Watchers::Clock::time_point aTime, Watchers::Clock::time_point aNow)
 
 }  // namespace
 
+Mutex Watchers::mMutex;
+const process::AtFork Watchers::kAtFork(process::ForkOrder::kLeaf,
+                                        process::kKeepAcrossFork<mMutex>);
+
 /// What the serving thread found when it went round all clients.
 struct Watchers::Round {
     Clock::time_point mNow = Clock::now();
-    LineRing::Number mEnd = 0;     ///< Of the lines.
-    LineRing::Number mNeeded = 0;  ///< The first line that somebody has not got.
-    bool mGave = false;            ///< Somebody was given something,
-    bool mMore = false;            ///< or could be, at once.
-    bool mTakers = false;          ///< Somebody could take the next line.
-    bool mOwing = false;
-    bool mIsEnding = false;
-    bool mIsOverdue = false;
-    bool mUnfinished = false;  ///< Somebody has not got all that is still sent.
+    LineRing::Number mEnd = 0;     ///< The number of the next line, when the round began.
+    LineRing::Number mNeeded = 0;  ///< The first line that a client still needs.
+    bool mGave = false;            ///< Some client was sent something.
+    bool mMore = false;            ///< Some client can be sent more at once.
+    bool mTakers = false;          ///< Some client's kernel has room for a next line.
+    bool mOwing = false;           ///< Some client has not acknowledged all.
+    bool mIsEnding = false;        ///< The end has been asked for,
+    bool mIsOverdue = false;       ///< and the time for it is up.
+    bool mUnfinished = false;      ///< Some client has not been sent all that is still sent.
 
     bool isLast() const { return mIsOverdue || (mIsEnding && !mUnfinished); }
     void note(const Watcher& aWatcher, LineRing::Number aTarget) {
@@ -92,86 +89,75 @@ Watchers::Watchers() : mGeneration(process::generation()) {}
 
 Watchers::~Watchers() {
     removeAll();
-    closeDescriptors();
 }
 
 // --- clients ---
 
 void Watchers::add(const void* aSocket, int aDescriptor) {
-    auto* const lWatcher = allocate<Watcher>(aSocket, aDescriptor).release();
+    Link lWatcher = allocate<Watcher>(aSocket, aDescriptor);
     if (lWatcher == nullptr) {
         ::shutdown(aDescriptor, SHUT_RDWR);
         return;
     }
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    if (*find(aSocket) != nullptr) {
-        delete lWatcher;
+    const MutexLock lLock(mMutex);
+    Link& lLink = linkTo(aSocket);
+    if (lLink != nullptr) {
         return;
     }
-    append(lWatcher);
+    lLink = std::move(lWatcher);
     if (isServedHere()) {
-        lWatcher->begin(mRing->end());
-        enter(*lWatcher);
-        wake();  // while nobody can take anything the serving thread asks for no lines
+        startServing(*lLink);
+        wake();  // with no client that can take anything the serving thread sleeps through lines
     }
 }
 
 void Watchers::remove(const void* aSocket, int aDescriptor) {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    Watcher** const lLink = find(aSocket);
-    if (*lLink == nullptr) {
+    const MutexLock lLock(mMutex);
+    Link& lLink = linkTo(aSocket);
+    if (lLink == nullptr) {
         return;
     }
-    if (mGeneration == process::generation() && mPoll != -1 &&
-        (*lLink)->descriptor() == aDescriptor) {
-        ::epoll_ctl(mPoll, EPOLL_CTL_DEL, aDescriptor, nullptr);
+    const bool lPollIsOwn = mPoll && mGeneration == process::generation();
+    if (lPollIsOwn && lLink->descriptor() == aDescriptor) {
+        ::epoll_ctl(mPoll.get(), EPOLL_CTL_DEL, aDescriptor, nullptr);
     }
     if (isServedHere()) {
-        (*lLink)->mGone = true;
+        lLink->mGone = true;
     } else {
         takeOut(lLink);
     }
 }
 
 void Watchers::removeAll() {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
+    const MutexLock lLock(mMutex);
     while (mFirst != nullptr) {
-        takeOut(&mFirst);
+        takeOut(mFirst);
     }
 }
 
-/// @return the link to the client of a socket; if there is none, the last link, which holds null.
-Watcher** Watchers::find(const void* aSocket) {
-    Watcher** lLink = &mFirst;
+/// @return the link to the client of a socket; the last link, which is null, if there is none.
+Watchers::Link& Watchers::linkTo(const void* aSocket) {
+    Link* lLink = &mFirst;
     while (*lLink != nullptr && ((*lLink)->mGone || (*lLink)->socket() != aSocket)) {
         lLink = &(*lLink)->mNextWatcher;
     }
-    return lLink;
+    return *lLink;
 }
 
-void Watchers::append(Watcher* aWatcher) {
-    Watcher** lLink = &mFirst;
-    while (*lLink != nullptr) {
-        lLink = &(*lLink)->mNextWatcher;
-    }
-    *lLink = aWatcher;
+/// A client that cannot be entered into the poll is tried again after each look.
+void Watchers::startServing(Watcher& aWatcher) {
+    aWatcher.begin(mRing->end());
+    addToPoll(mPoll.get(), aWatcher.descriptor(), EPOLLOUT);
 }
 
-/// One that cannot be entered is tried again with each look.
-void Watchers::enter(const Watcher& aWatcher) const {
-    addToPoll(mPoll, aWatcher.descriptor(), EPOLLOUT);
+void Watchers::takeOut(Link& aLink) {
+    aLink = std::move(aLink->mNextWatcher);
 }
 
-void Watchers::takeOut(Watcher** aLink) {
-    const Watcher* const lWatcher = *aLink;
-    *aLink = lWatcher->mNextWatcher;
-    delete lWatcher;
-}
-
-void Watchers::dropGone() {
-    for (Watcher** lLink = &mFirst; *lLink != nullptr;) {
+void Watchers::destroyGone() {
+    for (Link* lLink = &mFirst; *lLink != nullptr;) {
         if ((*lLink)->mGone) {
-            takeOut(lLink);
+            takeOut(*lLink);
         } else {
             lLink = &(*lLink)->mNextWatcher;
         }
@@ -181,67 +167,69 @@ void Watchers::dropGone() {
 // --- the beginning and the end ---
 
 bool Watchers::begin(LineRing& aRing) {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    if (!makeDescriptors()) {
+    const MutexLock lLock(mMutex);
+    if (mGeneration != process::generation()) {
+        forgetParent();
+    }
+    if (!mWake && !makeDescriptors()) {
         return false;
     }
-    dropGone();
+    destroyGone();
     mRing = &aRing;
     mIsServed = true;
     mIsEnding = false;
     mTarget = 0;
     mNextLook = kNever;
-    for (Watcher* lWatcher = mFirst; lWatcher != nullptr; lWatcher = lWatcher->mNextWatcher) {
-        lWatcher->begin(aRing.end());
-        enter(*lWatcher);
+    for (Watcher* lWatcher = mFirst.get(); lWatcher != nullptr;
+         lWatcher = lWatcher->mNextWatcher.get()) {
+        startServing(*lWatcher);
     }
     return true;
 }
 
 void Watchers::abandon() {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    dropGone();
+    const MutexLock lLock(mMutex);
+    destroyGone();
     mIsServed = false;
-    mEnded.notify_all();
+    mEnded.wakeAll();
 }
 
-/// A child's are copies of its parent's, and what is done with the poll by one is done for both.
+/// A child shares the parent's poll: what one of them changed there would be changed for both. A
+/// thread of the parent's may have been waiting for the end, or writing a line.
+void Watchers::forgetParent() {
+    closeDescriptors();
+    new (&mEnded) Condition;
+    mWritesLine = false;
+    mGeneration = process::generation();
+}
+
 bool Watchers::makeDescriptors() {
-    if (mGeneration != process::generation()) {
-        closeDescriptors();
-        new (&mEnded) std::condition_variable;
-        mWritesLine = false;
-        mGeneration = process::generation();
-    }
-    if (mWake != -1) {
-        return true;
-    }
-    mPoll = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); }).release();
-    mWake = makeDescriptor([] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); }).release();
-    if (mPoll == -1 || mWake == -1) {
+    mPoll = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); });
+    mWake = makeDescriptor([] { return ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK); });
+    if (!mPoll || !mWake) {
         closeDescriptors();
         return false;
     }
-    addToPoll(mPoll, mWake, EPOLLIN);
+    addToPoll(mPoll.get(), mWake.get(), EPOLLIN);
     return true;
 }
 
 void Watchers::closeDescriptors() {
-    closeAndForget(mPoll);
-    closeAndForget(mWake);
+    mPoll.reset();
+    mWake.reset();
 }
 
-/// The former process may have been forked while its thread served.
+/// A child has the flag from its parent, but not the serving thread.
 bool Watchers::isServedHere() const {
     return mIsServed && mGeneration == process::generation();
 }
 
 void Watchers::wake() const {
-    ::eventfd_write(mWake, 1);
+    ::eventfd_write(mWake.get(), 1);
 }
 
 void Watchers::end(const ServingGrace& aGrace) {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
+    const MutexLock lLock(mMutex);
     if (!isServedHere()) {
         return;
     }
@@ -255,9 +243,9 @@ void Watchers::end(const ServingGrace& aGrace) {
 void Watchers::waitForEnd(milliseconds aLimit) {
     const Clock::time_point lEnd = Clock::now() + aLimit;
     milliseconds lInLine{0};
-    std::unique_lock<std::mutex> lLock(gMutex);
+    const MutexLock lLock(mMutex);
     while (mIsServed && lInLine < kLineLimit && Clock::now() < lEnd) {
-        mEnded.wait_for(lLock, kLineLook);
+        mEnded.waitFor(mMutex, kLineLook);
         lInLine = mWritesLine ? lInLine + kLineLook : milliseconds(0);
     }
 }
@@ -274,20 +262,28 @@ void Watchers::serve() {
     abandon();
 }
 
-/// Gives each client that can take something a chunk at most.
+/// Goes round all clients once. Whoever closes a connection waits for one send at most, so the lock
+/// is given up after each.
 Watchers::Round Watchers::turn() {
     Round lRound;
     if (lRound.mNow >= mNextLook) {
         look(lRound.mNow);
     }
     lRound.mEnd = lRound.mNeeded = mRing->end();
-    std::unique_lock<std::mutex> lLock(gMutex);
-    dropGone();
+    ReleasableMutexLock lLock(mMutex);
+    destroyGone();
     lRound.mIsEnding = mIsEnding;
     lRound.mIsOverdue = mIsEnding && lRound.mNow >= mDeadline;
-    for (Watcher* lWatcher = mFirst; lWatcher != nullptr; lWatcher = lWatcher->mNextWatcher) {
+    for (Watcher* lWatcher = mFirst.get(); lWatcher != nullptr;
+         lWatcher = lWatcher->mNextWatcher.get()) {
         if (!lWatcher->mGone && lWatcher->mayTake() && lWatcher->isBehind(lRound.mEnd)) {
-            give(*lWatcher, lRound, lLock);
+            const std::size_t lFailed = lWatcher->give(*mRing, mChunk, lRound.mNow);
+            lRound.mGave = true;
+            lLock.unlock();
+            if (lFailed != 0) {
+                reportFailed(lFailed);
+            }
+            lLock.lock();
         }
         if (!lWatcher->mGone && !lWatcher->isOver()) {
             lRound.note(*lWatcher, mTarget);
@@ -296,18 +292,7 @@ Watchers::Round Watchers::turn() {
     return lRound;
 }
 
-/// Who closes a connection waits for one send at most.
-void Watchers::give(Watcher& aWatcher, Round& aRound, std::unique_lock<std::mutex>& aLock) {
-    const std::size_t lFailed = aWatcher.give(*mRing, mChunk, aRound.mNow);
-    aRound.mGave = true;
-    aLock.unlock();
-    if (lFailed != 0) {
-        reportFailed(lFailed);
-    }
-    aLock.lock();
-}
-
-/// The line that a failed send of sockets has.
+/// The line that `osxSocketSend` would write.
 void Watchers::reportFailed(std::size_t aBytes) {
     mWritesLine = true;
     DiagnosticLine(kOsxModule)
@@ -316,11 +301,12 @@ void Watchers::reportFailed(std::size_t aBytes) {
     mWritesLine = false;
 }
 
-/// Looks how far the clients have come, and gives those up that take nothing.
+/// Looks how much the clients have acknowledged, and gives up those that take nothing.
 void Watchers::look(Clock::time_point aNow) {
     const LineRing::Number lEnd = mRing->end();
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    for (Watcher* lWatcher = mFirst; lWatcher != nullptr; lWatcher = lWatcher->mNextWatcher) {
+    const MutexLock lLock(mMutex);
+    for (Watcher* lWatcher = mFirst.get(); lWatcher != nullptr;
+         lWatcher = lWatcher->mNextWatcher.get()) {
         if (lWatcher->mGone || !lWatcher->owes()) {
             continue;
         }
@@ -341,17 +327,19 @@ void Watchers::giveUp(Watcher& aWatcher) const {
     }
 }
 
-/// Those that the end of the time has left with a line that is begun, too.
+/// The time was up before these had all lines.
 void Watchers::giveUpUnfinished() {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    for (Watcher* lWatcher = mFirst; lWatcher != nullptr; lWatcher = lWatcher->mNextWatcher) {
+    const MutexLock lLock(mMutex);
+    for (Watcher* lWatcher = mFirst.get(); lWatcher != nullptr;
+         lWatcher = lWatcher->mNextWatcher.get()) {
         if (!lWatcher->mGone && !lWatcher->isOver() && lWatcher->isBehind(mTarget)) {
             giveUp(*lWatcher);
         }
     }
 }
 
-/// @return how long to wait for room at a client, or for the next line.
+/// @return how long to wait for room at a client or for the next line, in milliseconds; -1 for no
+///         limit.
 int Watchers::timeout(const Round& aRound) {
     if (aRound.mIsEnding) {
         mNextLook = std::min(mNextLook, aRound.mNow + kLookIntervalAtEnd);
@@ -365,22 +353,24 @@ int Watchers::timeout(const Round& aRound) {
     if (aRound.mGave) {
         return kPauseMs;
     }
-    const bool lMayRest = !aRound.mTakers || mRing->restAt(aRound.mEnd);
-    return lMayRest ? untilMs(mNextLook, Clock::now()) : 0;
+    // Without a client that can take a line, lines need not wake the thread.
+    const bool lMaySleep = !aRound.mTakers || mRing->askForWake(aRound.mEnd);
+    return lMaySleep ? millisecondsUntil(mNextLook, Clock::now()) : 0;
 }
 
 void Watchers::wait(int aTimeoutMs) {
     std::array<epoll_event, kEventsAtOnce> lEvents;
-    const int lCount = ::epoll_wait(mPoll, lEvents.data(), kEventsAtOnce, aTimeoutMs);
+    const int lCount = ::epoll_wait(mPoll.get(), lEvents.data(), kEventsAtOnce, aTimeoutMs);
     for (int lEvent = 0; lEvent < lCount; ++lEvent) {
         noteRoomAt(lEvents[static_cast<std::size_t>(lEvent)].data.fd);
     }
 }
 
-/// Should the descriptor be another client's by now, that one is tried in vain at worst.
+/// If the descriptor has become another client's meanwhile, a send to that one is tried in vain.
 void Watchers::noteRoomAt(int aDescriptor) {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    for (Watcher* lWatcher = mFirst; lWatcher != nullptr; lWatcher = lWatcher->mNextWatcher) {
+    const MutexLock lLock(mMutex);
+    for (Watcher* lWatcher = mFirst.get(); lWatcher != nullptr;
+         lWatcher = lWatcher->mNextWatcher.get()) {
         if (lWatcher->descriptor() == aDescriptor && !lWatcher->mGone) {
             lWatcher->roomMade();
         }

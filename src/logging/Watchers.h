@@ -5,35 +5,43 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
-#include <mutex>
+#include <memory>
 
+#include "base/Descriptor.h"
+#include "base/Mutex.h"
 #include "logging/LineRing.h"
 #include "logging/Watcher.h"
+#include "process/atFork.h"
 
 namespace osx {
 
 /// How long clients are served after the end has been asked for.
 struct ServingGrace {
-    std::chrono::milliseconds mPatience;  ///< A client that takes nothing for so long is left,
-    std::chrono::milliseconds mLimit;     ///< and all are when this has passed.
-    bool mCuts;                           ///< Whether the connections of those left are ended.
+    std::chrono::milliseconds mPatience;  ///< How long a client may acknowledge nothing.
+    std::chrono::milliseconds mLimit;     ///< How long clients are served in all.
+    bool mCuts;  ///< Whether the connections of clients that are given up are ended.
 };
 
-/// One thread, in `serve`, gives each client the lines of a ring as fast as that client takes them.
-/// It waits for whichever can take some next, and for none in particular: no client costs another
-/// one anything.
+/// The clients, and the loop of the thread that sends to them, "the serving thread". It sends to
+/// every client that its kernel has room for, and waits in one poll for all the others. So no
+/// client holds up another one.
 ///
-/// One lock, held for one send at most, guards the clients. Who closes a connection takes its
-/// client out first, under that lock; so no descriptor is used that may be another's. A forked
-/// child has the clients, too, but nobody serves them there until `begin`.
+/// | state      | told by                         | next                                        |
+/// |------------|---------------------------------|---------------------------------------------|
+/// | not served | not `isServedHere`              | `begin`: served                             |
+/// | served     | `isServedHere`, not `mIsEnding` | `end`: ending; `abandon`: not served        |
+/// | ending     | `isServedHere` and `mIsEnding`  | each client has its lines: not served       |
+///
+/// The serving thread holds the lock during a send. Whoever closes a connection removes its client
+/// first, under that lock. So no send goes to a descriptor that has become another's. A forked
+/// child has copies of the clients, but they are not served there until `begin`.
 class Watchers {
 public:
     using Clock = Watcher::Clock;
 
     Watchers();
-    /// Nobody serves. The connections stay.
+    /// Call it when nobody serves. The connections stay open.
     ~Watchers();
     Watchers(const Watchers&) = delete;
     Watchers& operator=(const Watchers&) = delete;
@@ -42,80 +50,90 @@ public:
     /// Any thread may call.
     /// @{
 
-    /// A client gets all lines from now on. Without memory its connection is ended.
-    void add(const void* aSocket, int aDescriptor);
-    /// @param aDescriptor what it has now, should somebody have closed the one it had.
-    void remove(const void* aSocket, int aDescriptor);
-    void removeAll();
+    /// Sends a client all lines from now on. When memory is short, its connection is ended.
+    void add(const void* aSocket, int aDescriptor) OSX_EXCLUDES(mMutex);
+    /// @param aDescriptor what the socket has now: the application may have closed the one it had.
+    void remove(const void* aSocket, int aDescriptor) OSX_EXCLUDES(mMutex);
+    void removeAll() OSX_EXCLUDES(mMutex);
     /// @}
 
     /// @name Serving
     /// @{
 
-    /// Makes ready for `serve`: the clients get the lines from now on.
-    /// @param aRing what is put into it from now on goes to the clients.
-    /// @return false, without descriptors for the waiting.
-    bool begin(LineRing& aRing);
-    /// After `begin`, when `serve` is not called after all.
-    void abandon();
+    /// Prepares `serve`: from now on clients are sent what is put into a ring.
+    /// @return false if there are no descriptors for the waiting.
+    bool begin(LineRing& aRing) OSX_EXCLUDES(mMutex);
+    /// Undoes `begin`, when there is no thread for `serve` after all.
+    void abandon() OSX_EXCLUDES(mMutex);
 
-    /// Serves until the end. Writes lines about connections that fail.
-    void serve();
+    /// Serves until the end. Writes a line when a connection fails.
+    void serve() OSX_EXCLUDES(mMutex);
 
-    /// To be called when a line is put into a ring whose reader rests.
+    /// Call it when `LineRing::put` says that its reader wants to be woken. Any thread.
     void wake() const;
 
-    /// Has `serve` return once each client has what has been put into the ring until now, or has
-    /// been given up. May be called again, with another grace.
-    void end(const ServingGrace& aGrace);
+    /// Lets `serve` return once each client has been sent what is in the ring now, or has been
+    /// given up. May be called again, with another grace.
+    void end(const ServingGrace& aGrace) OSX_EXCLUDES(mMutex);
 
-    /// Waits for that, but not for a thread that is kept from going on by the writing of a line.
-    void waitForEnd(std::chrono::milliseconds aLimit);
+    /// Waits until `serve` has come to its end. Gives up after a limit, and earlier when the
+    /// serving thread hangs in the writing of a line.
+    void waitForEnd(std::chrono::milliseconds aLimit) OSX_EXCLUDES(mMutex);
     /// @}
 
 private:
     struct Round;
+    using Link = std::unique_ptr<Watcher>;
 
-    bool makeDescriptors();
+    /// One for the clients of all services (a program has one service), so that it can be static
+    /// and kept across forks.
+    static Mutex mMutex;
+    static const process::AtFork kAtFork;
+
+    bool makeDescriptors() OSX_REQUIRES(mMutex);
     void closeDescriptors();
-    bool isServedHere() const;
-    Watcher** find(const void* aSocket);
-    void append(Watcher* aWatcher);
-    void enter(const Watcher& aWatcher) const;
-    void takeOut(Watcher** aLink);
-    void dropGone();
-    Round turn();
-    void give(Watcher& aWatcher, Round& aRound, std::unique_lock<std::mutex>& aLock);
-    void reportFailed(std::size_t aBytes);
-    void look(Clock::time_point aNow);
-    void giveUp(Watcher& aWatcher) const;
-    void giveUpUnfinished();
+    void forgetParent() OSX_REQUIRES(mMutex);
+    bool isServedHere() const OSX_REQUIRES(mMutex);
+    Link& linkTo(const void* aSocket) OSX_REQUIRES(mMutex);
+    void startServing(Watcher& aWatcher) OSX_REQUIRES(mMutex);
+    static void takeOut(Link& aLink);
+    void destroyGone() OSX_REQUIRES(mMutex);
+    Round turn() OSX_EXCLUDES(mMutex);
+    void reportFailed(std::size_t aBytes) OSX_EXCLUDES(mMutex);
+    void look(Clock::time_point aNow) OSX_EXCLUDES(mMutex);
+    void giveUp(Watcher& aWatcher) const OSX_REQUIRES(mMutex);
+    void giveUpUnfinished() OSX_EXCLUDES(mMutex);
     int timeout(const Round& aRound);
-    void wait(int aTimeoutMs);
-    void noteRoomAt(int aDescriptor);
+    void wait(int aTimeoutMs) OSX_EXCLUDES(mMutex);
+    void noteRoomAt(int aDescriptor) OSX_EXCLUDES(mMutex);
 
-    /// Which process, counted in forks, the descriptors and the service belong to.
+    /// The process, counted in forks, that the descriptors and the service belong to. Written by
+    /// `begin`, read by every thread that adds or removes a client.
     std::atomic<unsigned int> mGeneration;
-    int mPoll = -1;
-    int mWake = -1;
-
-    /// @name Guarded
+    /// @name Made by the first `begin`, before anybody uses them, and kept
     /// @{
-    Watcher* mFirst = nullptr;
-    LineRing* mRing = nullptr;
-    bool mIsServed = false;  ///< Then only `serve` destroys clients.
-    bool mIsEnding = false;
-    ServingGrace mGrace{};
-    Clock::time_point mDeadline;
-    LineRing::Number mTarget = 0;  ///< Lines below it are still sent.
-    std::condition_variable mEnded;
+    Descriptor mPoll;  ///< Tells the serving thread of room at clients, and of `mWake`.
+    Descriptor mWake;  ///< An eventfd.
     /// @}
+    /// Set by `begin`, before the serving thread runs.
+    LineRing* mRing = nullptr;
+
+    Link mFirst OSX_GUARDED_BY(mMutex);  ///< The clients, the oldest first.
+    /// `serve` runs, or is about to. Then only the serving thread destroys clients.
+    bool mIsServed OSX_GUARDED_BY(mMutex) = false;
+    bool mIsEnding OSX_GUARDED_BY(mMutex) = false;
+    ServingGrace mGrace OSX_GUARDED_BY(mMutex){};        ///< While ending.
+    Clock::time_point mDeadline OSX_GUARDED_BY(mMutex);  ///< While ending: when the time is up.
+    /// While ending: lines below this number are still sent.
+    LineRing::Number mTarget OSX_GUARDED_BY(mMutex) = 0;
+    Condition mEnded;  ///< Told when `mIsServed` becomes false.
 
     /// @name Of the serving thread
     /// @{
-    LineRing::Chunk mChunk;
-    Clock::time_point mNextLook;
+    LineRing::Chunk mChunk;       ///< The lines that were copied out of the ring last.
+    Clock::time_point mNextLook;  ///< When to look next how much clients have acknowledged.
     /// @}
+    /// The serving thread writes it around a line of its own; `waitForEnd` reads it.
     std::atomic<bool> mWritesLine{false};
 };
 

@@ -1,9 +1,11 @@
+// The walk over the arguments and their moving to the front are ACE_Arg_Shifter's.
 #include "logging/commandLine.h"
 
 #include <strings.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <new>
 
 #include "ace/Arg_Shifter.h"
@@ -44,13 +46,13 @@ void applyOptions(int& aNumber, char** aArguments, const CommandLineOption* aOpt
     if (aNumber <= 0 || aArguments == nullptr) {
         return;
     }
-    // The shifter takes this array over; it would not survive failing to allocate it by itself.
-    auto** const lCopy = new (std::nothrow) char*[static_cast<std::size_t>(aNumber)];
+    // Made here, as the shifter itself would crash if it could not allocate it.
+    std::unique_ptr<char*[]> lCopy(new (std::nothrow) char*[static_cast<std::size_t>(aNumber)]);
     if (lCopy == nullptr) {
         errno = ENOMEM;
         return;
     }
-    ArgShifter lShifter(aNumber, aArguments, lCopy);
+    ArgShifter lShifter(aNumber, aArguments, lCopy.release());
     while (lShifter.is_anything_left() != 0) {
         const auto* const lOption = findOption(lShifter.get_current(), aOptions, aNumberOfOptions);
         if (lOption == nullptr) {

@@ -17,8 +17,8 @@ struct CommandLineOption {
 };
 
 /// Applies the options in a command line, from first to last. The other arguments are moved to the
-/// front, in their order, and `aNumber` becomes their number; options, and the argument that
-/// follows each option that takes a value, be it one or not, go to the end.
+/// front, in their order, and `aNumber` becomes their number. Options go to the end, and with an
+/// option that takes a value the argument that follows it, even if that was no value.
 ///
 /// When memory is short, `errno` is ENOMEM, and nothing is applied or moved.
 void applyOptions(int& aNumber, char** aArguments, const CommandLineOption* aOptions,

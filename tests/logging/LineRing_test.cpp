@@ -79,7 +79,7 @@ TEST(LineRing, HandsOutWhatCameInOrder) {
 
 TEST(LineRing, TakesAnEmptyTextForNoLine) {
     LineRing lRing(8, kBytes);
-    lRing.restAt(0);
+    lRing.askForWake(0);
     EXPECT_FALSE(put(lRing, ""));
     EXPECT_EQ(0U, lRing.end());
 }
@@ -169,9 +169,9 @@ TEST(LineRing, BeginsAnewAtItsFrontOnceNothingIsKept) {
 TEST(LineRing, WakesTheReaderOnceAndOnlyOneThatRests) {
     LineRing lRing(8, kBytes);
     EXPECT_FALSE(put(lRing, "nobody rests"));
-    EXPECT_FALSE(lRing.restAt(0));
+    EXPECT_FALSE(lRing.askForWake(0));
     EXPECT_FALSE(put(lRing, "it has seen the end too early"));
-    EXPECT_TRUE(lRing.restAt(2));
+    EXPECT_TRUE(lRing.askForWake(2));
     EXPECT_TRUE(put(lRing, "this one wakes"));
     EXPECT_FALSE(put(lRing, "this one need not"));
 }
