@@ -14,6 +14,7 @@ import statistics
 import subprocess
 import time
 
+from freeport import free_port
 from report import i386
 from report.rounds import ROUNDS, failed, merge, result, rounds
 
@@ -202,12 +203,6 @@ class Server:
     def end(self):
         self.process.kill()
         self.process.wait()
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 def each(used, count, what):

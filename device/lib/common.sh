@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What every command of this folder shares: places, messages, retries and the cache.
+# What every command of this folder shares: places, messages and the cache.
 # shellcheck disable=SC2034  # used by those that read this file
 
 [ -z "${source_dir:-}" ] || return 0
@@ -7,7 +7,9 @@ source_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 device_dir=$source_dir/device
 cache_dir=${OSX_DEVICE_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/osx}
 readonly source_dir device_dir cache_dir
-readonly attempts=4
+
+# shellcheck source-path=SCRIPTDIR source=../../tools/shared.sh
+. "$source_dir/tools/shared.sh"
 
 say() {
     echo "== $*"
@@ -31,17 +33,6 @@ require_commands() {
             return
         fi
     done
-}
-
-# Downloads fail now and then; what failed once mostly works the next time.
-retry() {
-    local attempt
-    for ((attempt = 1; attempt <= attempts; ++attempt)); do
-        "$@" && return 0
-        echo "attempt $attempt of $attempts failed: $1" >&2
-        sleep $((attempt * 3))
-    done
-    return 1
 }
 
 # fingerprint FILE... -- FUNCTION...: one word that changes with what these files and functions hold.

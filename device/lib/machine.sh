@@ -8,14 +8,6 @@
 readonly board_memory=256
 readonly board_port=7000
 
-# free_port: a TCP port of this machine that is free at the moment.
-free_port() {
-    python3 -c 'import socket
-with socket.socket() as s:
-    s.bind(("127.0.0.1", 0))
-    print(s.getsockname()[1])'
-}
-
 # run_machine DIR HOST_PORT LIMIT: runs the board until it powers off, for LIMIT seconds at most (0
 # for no limit), with DIR/disc as second disc and the console on standard input and output.
 # HOST_PORT of this machine leads to the board's port. ttyS1 and ttyS2 are joined; ttyS3 is the

@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr int kLimitMs = 30000;
-
 std::mutex gMutex;
 std::map<std::string, std::string, std::less<>> gRedirections;
 
@@ -106,9 +104,8 @@ void SerialLine::send(const std::string& aData) const {
 std::string SerialLine::receive(std::size_t aLength) const {
     std::string lData;
     while (lData.size() < aLength) {
-        pollfd lPoll{mFarEnd.get(), POLLIN, 0};
         std::array<char, 4096> lBuffer{};
-        if (::poll(&lPoll, 1, kLimitMs) != 1) {
+        if (!test::waitForInput(mFarEnd.get())) {
             break;
         }
         const ssize_t lCount =

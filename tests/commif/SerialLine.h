@@ -35,7 +35,7 @@ public:
     /// @return whether the near end is open somewhere.
     bool isOpen() const;
     /// Closes the far end, which hangs up the near end.
-    void hangUp() { mFarEnd.close(); }
+    void hangUp() { mFarEnd.reset(); }
 
 private:
     Descriptor mFarEnd;

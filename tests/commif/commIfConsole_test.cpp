@@ -43,8 +43,8 @@ struct Pipe {
         reader = test::Descriptor(lEnds[0]);
         writer = test::Descriptor(lEnds[1]);
     }
-    test::Descriptor reader{-1};
-    test::Descriptor writer{-1};
+    test::Descriptor reader;
+    test::Descriptor writer;
 };
 
 bool isPipeSignalPending() {
@@ -200,7 +200,7 @@ TEST(Console, GetcReadsSignedBytes) {
 TEST(Console, GetcGivesZeroAtTheEnd) {
     Pipe lPipe;
     const test::Redirection lInput(STDIN_FILENO, lPipe.reader.get());
-    lPipe.writer.close();
+    lPipe.writer.reset();
     EXPECT_EQ(0, commfgetc(0));
 }
 
@@ -348,7 +348,7 @@ TEST(Console, PrintfOfNothingPrintsNothing) {
 
 TEST(Console, AReaderThatHasGoneEndsNothing) {
     Pipe lPipe;
-    lPipe.reader.close();
+    lPipe.reader.reset();
     std::fflush(stdout);
     {
         const test::Redirection lOutput(STDOUT_FILENO, lPipe.writer.get());

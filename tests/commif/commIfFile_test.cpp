@@ -371,7 +371,7 @@ TEST(FileWrite, ToAPipeWithoutReaderEndsNothing) {
     test::Descriptor lReader(::open(lDir.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     const Channel lChannel(fileParams(lDir.path("pipe"), kWrite));
     ASSERT_EQ(0, lChannel.status());
-    lReader.close();
+    lReader.reset();
     EXPECT_EQ(COMMIF_ERR_FILE_IO, writeTo(lChannel, "text"));
     EXPECT_EQ(EPIPE, lLog.lines().back().errnum);
 }
@@ -384,7 +384,7 @@ TEST(FileWrite, KeepsSignalsBackForAsLongAsThePipeIsOpen) {
     const Channel lChannel(fileParams(lDir.path("pipe"), kWrite));
     EXPECT_EQ(COMMIF_OK, writeTo(lChannel, "text"));
     EXPECT_EQ(COMMIF_OK, writeTo(lChannel, "text"));
-    lReader.close();
+    lReader.reset();
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(COMMIF_ERR_FILE_IO, writeTo(lChannel, "text"));
         EXPECT_EQ(EPIPE, lLog.lines().back().errnum);
@@ -417,7 +417,7 @@ TEST(FileWrite, KnowsAPipeThatFollowsARegularFileOnItsDescriptor) {
         test::Descriptor lReader(
             ::open(lDir.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         ASSERT_EQ(COMMIF_OK, commIfFileOpen(9, &lPipe.file));
-        lReader.close();
+        lReader.reset();
         EXPECT_EQ(COMMIF_ERR_FILE_IO, commIfFileWrite(9, gBuffer, 4, nullptr));
         EXPECT_EQ(EPIPE, lLog.lines().back().errnum);
         EXPECT_EQ(COMMIF_OK, commIfFileClose(9));

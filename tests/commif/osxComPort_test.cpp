@@ -31,6 +31,7 @@
 #include "commif/commif.h"
 #include "support/Interrupter.h"
 #include "support/LogCapture.h"
+#include "support/times.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -134,14 +135,14 @@ public:
             const int lSent = mPort->send_n("abc", 3);
             return std::pair(lSent, errno);
         });
-        if (lResult.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
-            mReader.close();
+        if (lResult.wait_for(test::kLimit) != std::future_status::ready) {
+            mReader.reset();
         }
         return lResult.get();
     }
 
 private:
-    test::Descriptor mReader{-1};
+    test::Descriptor mReader;
     std::unique_ptr<osxComPort> mPort;
 };
 
@@ -512,7 +513,7 @@ TEST_F(ComPortRead, EndsInTimeThoughOthersTakeAllThatComes) {
     const auto lStart = steady_clock::now();
     std::future<int> lResult =
         std::async(std::launch::async, [this] { return readFor(4000, milliseconds(120)); });
-    if (lResult.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+    if (lResult.wait_for(test::kLimit) != std::future_status::ready) {
         ADD_FAILURE() << "waits on";
         mLine.hangUp();
     }
@@ -888,8 +889,7 @@ TEST_F(ModemLines, MayBeRefused) {
 
 TEST_F(ModemLines, FlushAsksInAWayThatFlushesNothing) {
     mLine.send("abc");
-    pollfd lPoll{mDevice.get_handle(), POLLIN, 0};
-    ASSERT_EQ(1, ::poll(&lPoll, 1, 30000));
+    ASSERT_TRUE(test::waitForInput(mDevice.get_handle()));
     EXPECT_EQ(0, flushPort(mDevice));
     ASSERT_EQ(1U, mDriver.count(TCFLSH));
     EXPECT_GT(mDriver.requests()[0].argument, static_cast<std::uintptr_t>(TCIOFLUSH));

@@ -1,30 +1,15 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <fstream>
-#include <sstream>
-#include <thread>
+#include <string>
 
 #include "support/Program.h"
 #include "support/TcpPeer.h"
+#include "support/files.h"
 
 namespace {
 
 std::string contents(const std::string& aFile) {
-    std::ostringstream lText;
-    lText << std::ifstream(SOURCE_FOLDER + ("/" + aFile)).rdbuf();
-    return lText.str();
-}
-
-test::TcpPeer connectWithin30Seconds(unsigned short aPort) {
-    for (int lTry = 0; lTry < 3000; ++lTry) {
-        test::TcpPeer lPeer = test::TcpPeer::connect(aPort);
-        if (lPeer.connected()) {
-            return lPeer;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return test::TcpPeer();
+    return test::contentsOf(SOURCE_FOLDER + ("/" + aFile));
 }
 
 }  // namespace
@@ -38,9 +23,8 @@ TEST(FirstProgram, StandsInTheReadmeAsItIsCompiled) {
 TEST(FirstProgram, GreetsAndEchoes) {
     const unsigned short lPort = test::freePort();
     const test::Program lProgram({FIRST_PROGRAM, std::to_string(lPort)});
-    test::TcpPeer lClient = connectWithin30Seconds(lPort);
+    test::TcpPeer lClient = test::TcpPeer::connectOnceItListens(lPort);
     ASSERT_TRUE(lClient.connected());
     EXPECT_EQ("hello\n", lClient.receive(6));
-    lClient.send("and again");
-    EXPECT_EQ("and again", lClient.receive(9));
+    EXPECT_TRUE(lClient.isEchoed("and again"));
 }

@@ -5,17 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <sstream>
-#include <thread>
 
 #include "nmea/Sentence.h"
 #include "support/Program.h"
 #include "support/TcpPeer.h"
-#include "support/waitUntil.h"
+#include "support/files.h"
 
 namespace {
 
@@ -95,12 +92,6 @@ protected:
     std::unique_ptr<Program> mInstrument;
     std::unique_ptr<Program> mGateway;
 };
-
-std::string contents(const std::string& aFile) {
-    std::ostringstream lText;
-    lText << std::ifstream(aFile).rdbuf();
-    return lText.str();
-}
 
 /// Looks at a sentence about the system.
 testing::AssertionResult tellsOfRealMemory(const std::string& aSentence) {
@@ -192,7 +183,7 @@ TEST_F(Gateway, RecordsSentencesAndReportsTheSystemAsItIs) {
     lRead += lClient.receiveUntil("\n");
     EXPECT_TRUE(tellsOfRealMemory(lRead.substr(lRead.find("$PGWS"))));
     expectCleanStop(SIGINT);
-    std::istringstream lLines(contents(lRecord));
+    std::istringstream lLines(test::contentsOf(lRecord));
     int lCount = 0;
     for (std::string lLine; std::getline(lLines, lLine); ++lCount) {
         EXPECT_TRUE(nmea::isValid(lLine)) << lLine;
@@ -265,11 +256,8 @@ TEST_F(Gateway, ServesAndStopsThoughNobodyReadsItsOutput) {
     std::vector<std::string> lCommand = gatewayCommand();
     lCommand.insert(lCommand.begin(), {"/bin/sh", "-c", "exec \"$@\" >" + lPipe.name(), "gateway"});
     mGateway = std::make_unique<Program>(lCommand);
-    TcpPeer lClient;
-    ASSERT_TRUE(test::waitUntil([&] {
-        lClient = TcpPeer::connect(mPort);
-        return lClient.connected();
-    }));
+    TcpPeer lClient = TcpPeer::connectOnceItListens(mPort);
+    ASSERT_TRUE(lClient.connected());
     EXPECT_EQ(60, readSentences(lClient, 60));
     expectCleanStop();
 }

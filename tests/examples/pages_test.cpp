@@ -2,20 +2,16 @@
 // compiled, and does what the page says.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "support/Program.h"
 #include "support/TcpPeer.h"
-#include "support/waitUntil.h"
+#include "support/files.h"
 
 namespace {
 
 std::string contents(const std::string& aFile) {
-    std::ostringstream lText;
-    lText << std::ifstream(SOURCE_FOLDER + ("/" + aFile)).rdbuf();
-    return lText.str();
+    return test::contentsOf(SOURCE_FOLDER + ("/" + aFile));
 }
 
 std::string program(const std::string& aName) {
@@ -50,12 +46,9 @@ TEST(PageProgram, OfTimersTicksThreeTimes) {
 
 TEST(PageProgram, OfPortsCountsWhatEachClientSends) {
     const unsigned short lPort = test::freePort();
-    const test::Program lProgram({program("ports"), std::to_string(lPort)});
-    test::TcpPeer lClient;
-    ASSERT_TRUE(test::waitUntil([&] {
-        lClient = test::TcpPeer::connect(lPort);
-        return lClient.connected();
-    }));
+    test::Program lProgram({program("ports"), std::to_string(lPort)});
+    test::TcpPeer lClient = test::TcpPeer::connectOnceItListens(lPort);
+    ASSERT_TRUE(lClient.connected());
     lClient.send("seventeen letters");
     lClient.close();
     EXPECT_TRUE(lProgram.waitForOutput("17 bytes\n"));

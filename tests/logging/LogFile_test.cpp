@@ -28,6 +28,7 @@
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
 #include "support/cancellation.h"
+#include "support/files.h"
 #include "support/inChild.h"
 #include "support/waitUntil.h"
 
@@ -52,8 +53,7 @@ protected:
     }
 
     std::string contents(const std::string& aName = "log.txt") const {
-        std::ifstream lFile(path(aName));
-        return {std::istreambuf_iterator<char>(lFile), std::istreambuf_iterator<char>()};
+        return test::contentsOf(path(aName));
     }
 
     std::string mDirectory;

@@ -14,7 +14,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -23,23 +22,20 @@
 #include "ace/ACE.h"
 #include "ace/Log_Msg.h"
 #include "logging/Arguments.h"
-#include "logging/Program.h"
 #include "rsyslogConfigurations.h"
+#include "support/Program.h"
 #include "support/TcpPeer.h"
+#include "support/files.h"
 #include "support/waitUntil.h"
 
 using test::Arguments;
+using test::contentsOf;
 using test::Program;
 using testing::ContainsRegex;
 
 namespace {
 
 constexpr char kSystemSocket[] = "/dev/log";
-
-std::string contentsOf(const std::string& aPath) {
-    std::ifstream lFile(aPath);
-    return {std::istreambuf_iterator<char>(lFile), std::istreambuf_iterator<char>()};
-}
 
 /// Puts another text in place of the only occurrence of one.
 void substitute(std::string& aText, const std::string& aOld, const std::string& aNew) {
@@ -143,7 +139,7 @@ protected:
         substitute(lConfiguration, "6514", std::to_string(aPort));
         substitute(lConfiguration, "/var/log/devices.log", path("devices.log"));
         mCollector = startDaemon("collector", lConfiguration);
-        ASSERT_TRUE(test::waitUntil([aPort] { return test::TcpPeer::connect(aPort).connected(); }));
+        ASSERT_TRUE(test::TcpPeer::connectOnceItListens(aPort).connected());
     }
 
     void startDevice(unsigned short aCollectorPort) {

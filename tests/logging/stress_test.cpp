@@ -32,9 +32,10 @@
 #include "ace/Log_Msg.h"
 #include "logging/Arguments.h"
 #include "logging/Logging.h"
-#include "logging/Program.h"
 #include "logging/RedirectService.h"
 #include "osx/osx.h"
+#include "support/Port.h"
+#include "support/Program.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
 #include "support/longForm.h"
@@ -255,19 +256,14 @@ bool logUntilRead(Reader& aReader, const char* aText) {
         seconds(60));
 }
 
-/// An echoing port on the same reactor.
-void echo(void* aSocket, void*&, unsigned char* aData, unsigned long aLength) {
-    osxSocketSend(aSocket, aData, aLength);
-}
-
-/// @return the longest time that the port took to answer, while clients of another one come and go.
+/// @return the longest time that an echoing port took to answer, while clients of another one come
+/// and go.
 milliseconds worstAnswer(TcpPeer& aEcho, unsigned short aBusyPort, const std::atomic<bool>& aGoOn) {
     milliseconds lWorst{0};
     while (aGoOn) {
         const auto lStart = steady_clock::now();
         const TcpPeer lComing = TcpPeer::connect(aBusyPort);
-        aEcho.send("ping");
-        EXPECT_EQ("ping", aEcho.receive(4));
+        EXPECT_TRUE(aEcho.isEchoed("ping"));
         lWorst = std::max(lWorst,
                           std::chrono::duration_cast<milliseconds>(steady_clock::now() - lStart));
         std::this_thread::sleep_for(milliseconds(20));
@@ -289,11 +285,8 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     constexpr int kLines = 100000;
     constexpr milliseconds kGivenUp(RedirectService::kStalledClientMs);
     start();
-    const unsigned short lEchoPort = test::freePort();
-    void* lEchoHandle = nullptr;
-    ASSERT_EQ(0U,
-              osxRegisterPort(lEchoHandle, lEchoPort, nullptr, nullptr, echo, nullptr, nullptr));
-    TcpPeer lEcho = TcpPeer::connect(lEchoPort);
+    const test::Port lEchoPort(test::kEcho);
+    TcpPeer lEcho = lEchoPort.connect();
     Reader lReader(connectWatcher());
     const milliseconds lUsual = leastTimeToLog(kLines);
     ASSERT_TRUE(logUntilRead(lReader, "all read"));
@@ -310,7 +303,6 @@ TEST_F(Stress, AClientThatNeverReadsHarmsNeitherTheLoggersNorTheReactor) {
     lGoOn = false;
     lProbe.join();
     EXPECT_GT(kGivenUp * 4 / 5, lWorst);
-    EXPECT_EQ(0U, osxUnregisterPort(lEchoHandle));
 }
 
 namespace {
@@ -621,11 +613,8 @@ public:
     }
     /// A client that the program knows of.
     TcpPeer connect() const {
-        TcpPeer lClient;
-        EXPECT_TRUE(test::waitUntil([&] {
-            lClient = TcpPeer::connect(mPort, kSmallBuffer);
-            return lClient.connected();
-        }));
+        TcpPeer lClient = TcpPeer::connectOnceItListens(mPort, kSmallBuffer);
+        EXPECT_TRUE(lClient.connected());
         lClient.receiveUntil("a line\n");
         return lClient;
     }

@@ -64,18 +64,14 @@ protected:
     /// @param aSegment of its connection, in bytes: the smaller, the less the kernel holds for it.
     TcpPeer connectClientWithSmallWindow(int aSegment = 0) {
         const int lBefore = mAdmin.getNrOfConnections();
-        TcpPeer lClient(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        test::Descriptor lSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const int lSmall = 8192;
-        ::setsockopt(lClient.descriptor(), SOL_SOCKET, SO_RCVBUF, &lSmall, sizeof lSmall);
+        ::setsockopt(lSocket.get(), SOL_SOCKET, SO_RCVBUF, &lSmall, sizeof lSmall);
         if (aSegment != 0) {
-            ::setsockopt(lClient.descriptor(), IPPROTO_TCP, TCP_MAXSEG, &aSegment, sizeof aSegment);
+            ::setsockopt(lSocket.get(), IPPROTO_TCP, TCP_MAXSEG, &aSegment, sizeof aSegment);
         }
-        sockaddr_in lAddress{};
-        lAddress.sin_family = AF_INET;
-        lAddress.sin_port = htons(mPort);
-        lAddress.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(0, ::connect(lClient.descriptor(), reinterpret_cast<const sockaddr*>(&lAddress),
-                               sizeof lAddress));
+        TcpPeer lClient = TcpPeer::connectWith(std::move(lSocket), mPort);
+        EXPECT_TRUE(lClient.connected());
         EXPECT_TRUE(test::waitUntil([&] { return mAdmin.getNrOfConnections() > lBefore; }));
         return lClient;
     }

@@ -12,6 +12,7 @@
 
 #include "support/FailingAllocator.h"
 #include "support/cancellation.h"
+#include "support/times.h"
 #include "support/waitUntil.h"
 
 using testing::ElementsAre;
@@ -354,9 +355,9 @@ TEST(ActiveObject, WhoseRoutineTheApplicationCalledItselfIsWaitedForByStop) {
     lRunning.get_future().wait();
     std::promise<void> lReturned;
     auto lIsEarly = std::async(std::launch::async, [&] {
-        const auto lStatus = lReturned.get_future().wait_for(std::chrono::milliseconds(50));
+        const bool lEarly = !test::isStillWaiting(lReturned.get_future());
         lRelease.set_value();
-        return lStatus == std::future_status::ready;
+        return lEarly;
     });
     lObject.stop();
     lReturned.set_value();

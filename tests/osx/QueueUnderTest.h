@@ -14,6 +14,7 @@
 #include "ace/Message_Queue_T.h"
 #include "ace/Synch_Traits.h"
 #include "osx/osx.h"
+#include "support/times.h"
 
 namespace test {
 
@@ -60,10 +61,6 @@ public:
 private:
     void* mHandle = nullptr;
 };
-
-inline bool isBlocked(const std::future<long>& aSender) {
-    return aSender.wait_for(std::chrono::milliseconds(50)) == std::future_status::timeout;
-}
 
 inline std::future<long> sendElsewhere(Queue& aQueue, const std::string& aText) {
     return std::async(std::launch::async, [&aQueue, aText] { return aQueue.send(aText); });

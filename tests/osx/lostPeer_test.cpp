@@ -26,8 +26,8 @@
 #include "osx/observation.h"
 #include "osx/osx.h"
 #include "support/LogCapture.h"
+#include "support/Port.h"
 #include "support/RunningReactor.h"
-#include "support/TcpPeer.h"
 #include "support/inChild.h"
 #include "support/waitUntil.h"
 
@@ -36,6 +36,9 @@ using test::TcpPeer;
 namespace {
 
 constexpr auto kFailed = static_cast<unsigned long>(-1);
+/// The reactor looks after its peers every 10 s; on a busy machine it comes late.
+constexpr std::chrono::seconds kLookIsDue(100);
+constexpr std::chrono::seconds kLongLook(1);
 
 /// What the kernel is made to tell of every connection, to spare the tests the time it takes.
 struct alignas(8) Answers {
@@ -45,7 +48,7 @@ struct alignas(8) Answers {
 };
 std::atomic<Answers> gAnswers{Answers{}};
 std::atomic<int> gLooks{0};
-/// Whether a look lasts until it is told, or for a second.
+/// Whether a look lasts until it is told, or for that long.
 std::atomic<bool> gLooksLong{false};
 test::Counter gLongLooks;
 test::Counter gLetGo;
@@ -64,7 +67,7 @@ extern "C" OSX_EXPORT int getsockopt(int aSocket, int aLevel, int aName, void* a
         ++gLooks;
         if (gLooksLong) {
             gLongLooks.add();
-            gLetGo.waitFor(1, std::chrono::seconds(1));
+            gLetGo.waitFor(1, kLongLook);
         }
     }
     return lResult;
@@ -144,27 +147,21 @@ struct Watched {
 /// A port whose connections are watched.
 class WatchedPort {
 public:
-    WatchedPort() {
-        EXPECT_EQ(0UL,
-                  osxRegisterPort(mPort, mNumber, opened, nullptr, nullptr, closed, &mWatched));
-    }
+    WatchedPort() = default;
     /// The peer has closed by now; the connection's last callback comes before what it uses goes.
-    ~WatchedPort() {
-        EXPECT_TRUE(mWatched.closed.waitFor(1));
-        osxUnregisterPort(mPort);
-    }
+    ~WatchedPort() { EXPECT_TRUE(mWatched.closed.waitFor(1)); }
     WatchedPort(const WatchedPort&) = delete;
     WatchedPort& operator=(const WatchedPort&) = delete;
 
     /// @return a peer whose connection has been accepted.
     TcpPeer connect() {
-        TcpPeer lPeer = TcpPeer::connect(mNumber);
+        TcpPeer lPeer = mPort.connect();
         EXPECT_TRUE(mWatched.opened.waitFor(1));
         return lPeer;
     }
     /// The same where no other thread runs the loop.
     TcpPeer connectServing() {
-        TcpPeer lPeer = TcpPeer::connect(mNumber);
+        TcpPeer lPeer = mPort.connect();
         serveUntil(mWatched.opened);
         return lPeer;
     }
@@ -185,8 +182,7 @@ private:
     static void closed(void*, void*& aWatched) { static_cast<Watched*>(aWatched)->closed.add(); }
 
     Watched mWatched;
-    const unsigned short mNumber = test::freePort();
-    void* mPort = nullptr;
+    test::Port mPort{{&opened, nullptr, nullptr, &closed}, &mWatched};
 };
 
 }  // namespace
@@ -273,14 +269,13 @@ TEST(LostPeer, EndsASendThatHasNoRoom) {
     osxCloseSocketAndRelease(lSocket);
 }
 
-/// The look of the reactor is due within 10 s.
 TEST(LostPeer, EndsAPortsConnectionThoughBytesAreOnTheirWay) {
     const test::LogCapture lLog;
     const test::RunningReactor lReactor;
     WatchedPort lPort;
     const TcpPeer lPeer = lPort.connect();
     gAnswers = Answers{true, 7, 50000};
-    EXPECT_TRUE(lPort.closed().waitFor(1, std::chrono::seconds(100)));
+    EXPECT_TRUE(lPort.closed().waitFor(1, kLookIsDue));
     gAnswers = Answers{};
 }
 
@@ -306,7 +301,7 @@ TEST(LostPeer, EndsAPortsConnectionWhateverItsDescriptor) {
     const TcpPeer lPeer = lPort.connect();
     EXPECT_GE(lPort.descriptor(), lMany);
     gAnswers = Answers{true, 7, 50000};
-    EXPECT_TRUE(lPort.closed().waitFor(1, std::chrono::seconds(100)));
+    EXPECT_TRUE(lPort.closed().waitFor(1, kLookIsDue));
     gAnswers = Answers{};
 }
 
@@ -318,7 +313,7 @@ TEST(LostPeer, OfAConnectionOfAChildThatWasForkedDuringALookIsLookedFor) {
     const TcpPeer lPeer = lPort.connect();
     gLooksLong = true;
     gAnswers = Answers{true, 0, 0};
-    ASSERT_TRUE(gLongLooks.waitFor(1, std::chrono::seconds(100)));
+    ASSERT_TRUE(gLongLooks.waitFor(1, kLookIsDue));
     EXPECT_TRUE(test::inChild([] {
         gLooksLong = false;
         WatchedPort lOwn;

@@ -12,8 +12,9 @@
 #include "osx/osx.h"
 #include "osx/osxDataHandler.h"
 #include "support/LogCapture.h"
+#include "support/Port.h"
 #include "support/RunningReactor.h"
-#include "support/TcpPeer.h"
+#include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
@@ -75,9 +76,7 @@ void opened(void*, void*& aUserData) {
 void closed(void*, void*& aUserData) {
     ++static_cast<Connections*>(aUserData)->closed;
 }
-void echo(void* aSocket, void*&, unsigned char* aData, unsigned long aLength) {
-    osxSocketSend(aSocket, aData, aLength);
-}
+constexpr test::PortCallbacks kCountingEcho{&opened, nullptr, &test::echo, &closed};
 
 /// Connects, is echoed and goes, in one way or the other.
 void exerciseConnections(unsigned short aPort, Clock::time_point aUntil,
@@ -87,7 +86,7 @@ void exerciseConnections(unsigned short aPort, Clock::time_point aUntil,
         if (!lPeer.connected()) {
             continue;
         }
-        if (lRound % 3 != 0 && lPeer.send("echo") && lPeer.receive(4) == "echo") {
+        if (lRound % 3 != 0 && lPeer.isEchoed("echo")) {
             ++aEchoes;
         }
         if (lRound % 2 == 0) {
@@ -99,24 +98,16 @@ void exerciseConnections(unsigned short aPort, Clock::time_point aUntil,
 /// Opens and closes a port of its own with a client knocking at it.
 void exercisePorts(unsigned short aPort, Clock::time_point aUntil, Connections& aConnections) {
     while (Clock::now() < aUntil) {
-        void* lPort = nullptr;
-        ASSERT_EQ(0UL,
-                  osxRegisterPort(lPort, aPort, &opened, nullptr, &echo, &closed, &aConnections));
-        test::TcpPeer lPeer = test::TcpPeer::connect(aPort);
-        EXPECT_EQ(0UL, osxUnregisterPort(lPort));
+        const test::Port lPort(kCountingEcho, &aConnections, aPort);
+        const test::TcpPeer lPeer = lPort.connect();
     }
 }
 
 bool waitUntilAllAreClosed(const Connections& aConnections) {
-    const auto lLimit = Clock::now() + std::chrono::seconds(30);
-    while (aConnections.opened != aConnections.closed ||
-           osxDataHandler::mNrCreated != osxDataHandler::mNrDestroyed) {
-        if (Clock::now() > lLimit) {
-            return false;
-        }
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    return true;
+    return test::waitUntil([&] {
+        return aConnections.opened == aConnections.closed &&
+               osxDataHandler::mNrCreated == osxDataHandler::mNrDestroyed;
+    });
 }
 
 }  // namespace
@@ -134,11 +125,8 @@ TEST(Stress, TimersFromManyThreads) {
 TEST(Stress, TimersConnectionsAndPortsTogether) {
     const test::LogCapture lLog;
     Connections lConnections;
-    const unsigned short lStable = test::freePort();
+    test::Port lStable(kCountingEcho, &lConnections);
     const unsigned short lChanging = test::freePort();
-    void* lPort = nullptr;
-    ASSERT_EQ(0UL,
-              osxRegisterPort(lPort, lStable, &opened, nullptr, &echo, &closed, &lConnections));
     {
         const test::RunningReactor lLoop(kLoopThreads);
         const auto lUntil = Clock::now() + kTime;
@@ -146,13 +134,13 @@ TEST(Stress, TimersConnectionsAndPortsTogether) {
         std::atomic<int> lEchoes{0};
         std::vector<std::thread> lThreads;
         lThreads.emplace_back([&] { exerciseTimers(3, lUntil, lCalls); });
-        lThreads.emplace_back([&] { exerciseConnections(lStable, lUntil, lEchoes); });
-        lThreads.emplace_back([&] { exerciseConnections(lStable, lUntil, lEchoes); });
+        lThreads.emplace_back([&] { exerciseConnections(lStable.number(), lUntil, lEchoes); });
+        lThreads.emplace_back([&] { exerciseConnections(lStable.number(), lUntil, lEchoes); });
         lThreads.emplace_back([&] { exercisePorts(lChanging, lUntil, lConnections); });
         for (std::thread& lThread : lThreads) {
             lThread.join();
         }
-        EXPECT_EQ(0UL, osxUnregisterPort(lPort));
+        EXPECT_EQ(0UL, osxUnregisterPort(lStable.handle()));
         EXPECT_TRUE(waitUntilAllAreClosed(lConnections));
         EXPECT_GT(lCalls, 0U);
         EXPECT_GT(lEchoes, 0);
@@ -167,7 +155,7 @@ TEST(Stress, ThreadsComeAndGoUnderLoad) {
     std::thread lTimers([&] { exerciseTimers(4, lUntil, lCalls); });
     while (Clock::now() < lUntil) {
         const test::RunningReactor lLoop(kLoopThreads);
-        std::this_thread::sleep_for(milliseconds(5));
+        std::this_thread::sleep_for(test::kInterval);
     }
     lTimers.join();
     EXPECT_GT(lCalls, 0U);

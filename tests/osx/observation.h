@@ -9,6 +9,8 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "support/times.h"
+
 namespace test {
 
 /// A number that threads raise and others wait for.
@@ -24,7 +26,7 @@ public:
         return mCount;
     }
     /// @return whether the number was reached within the limit.
-    bool waitFor(int aCount, std::chrono::milliseconds aLimit = std::chrono::seconds(30)) const {
+    bool waitFor(int aCount, std::chrono::milliseconds aLimit = kLimit) const {
         std::unique_lock<std::mutex> lLock(mMutex);
         return mChanged.wait_for(lLock, aLimit, [&] { return mCount >= aCount; });
     }

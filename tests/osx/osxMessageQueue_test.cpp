@@ -26,7 +26,7 @@
 #include "support/logMatchers.h"
 
 using std::chrono::milliseconds;
-using test::isBlocked;
+using test::isStillWaiting;
 using test::Queue;
 using test::Received;
 using test::sendElsewhere;
@@ -114,7 +114,7 @@ TEST(MessageQueue, TakesOneMessageOfAnySizeAndThenHoldsTheNextSender) {
     Queue lQueue(10);
     EXPECT_EQ(1, lQueue.send(std::string(50, 'x')));
     auto lSender = sendElsewhere(lQueue, "next");
-    EXPECT_TRUE(isBlocked(lSender));
+    EXPECT_TRUE(isStillWaiting(lSender));
     EXPECT_EQ(50U, lQueue.receive().size);
     EXPECT_EQ(1, lSender.get());
     EXPECT_EQ("next", lQueue.receive().text);
@@ -125,7 +125,7 @@ TEST(MessageQueue, IsFullAtExactlyItsSize) {
     EXPECT_EQ(1, lQueue.send("123456789"));
     EXPECT_EQ(2, lQueue.send("0"));
     auto lSender = sendElsewhere(lQueue, "");
-    EXPECT_TRUE(isBlocked(lSender));
+    EXPECT_TRUE(isStillWaiting(lSender));
     lQueue.receive();
     EXPECT_EQ(2, lSender.get());
 }
@@ -137,7 +137,7 @@ TEST(MessageQueue, LetsEverySenderGoOnThatOneReceiveMadeRoomFor) {
     for (int lCount = 0; lCount < 5; ++lCount) {
         lSenders.push_back(sendElsewhere(lQueue, "y"));
     }
-    EXPECT_TRUE(isBlocked(lSenders.back()));
+    EXPECT_TRUE(isStillWaiting(lSenders.back()));
     lQueue.receive();
     for (auto& lSender : lSenders) {
         EXPECT_LT(0, lSender.get());
@@ -150,8 +150,8 @@ TEST(MessageQueue, FlushDiscardsEverythingAndLetsEverySenderGoOn) {
     lQueue.send("7890");
     auto lFirst = sendElsewhere(lQueue, "a");
     auto lSecond = sendElsewhere(lQueue, "a");
-    EXPECT_TRUE(isBlocked(lFirst));
-    EXPECT_TRUE(isBlocked(lSecond));
+    EXPECT_TRUE(isStillWaiting(lFirst));
+    EXPECT_TRUE(isStillWaiting(lSecond));
     EXPECT_EQ(OSX_OK, osxMsgQueueFlush(lQueue.handle()));
     EXPECT_EQ(3, lFirst.get() + lSecond.get());
     EXPECT_EQ("a", lQueue.receive().text);
@@ -232,7 +232,7 @@ TEST(MessageQueue, ReceiveWaitsWithoutLimitForZeroAndForNoLimit) {
         Queue lQueue;
         auto lReceiver =
             std::async(std::launch::async, [&] { return lQueue.receive(10, lTimeOut); });
-        EXPECT_EQ(std::future_status::timeout, lReceiver.wait_for(milliseconds(50)));
+        EXPECT_TRUE(isStillWaiting(lReceiver));
         lQueue.send("late");
         EXPECT_EQ("late", lReceiver.get().text);
     }
@@ -243,7 +243,7 @@ TEST(MessageQueue, ReceiveWithALongTimeOutWaitsForTheMessage) {
         Queue lQueue;
         auto lReceiver =
             std::async(std::launch::async, [&] { return lQueue.receive(10, lTimeOut); });
-        EXPECT_EQ(std::future_status::timeout, lReceiver.wait_for(milliseconds(20)));
+        EXPECT_TRUE(isStillWaiting(lReceiver));
         lQueue.send("late");
         EXPECT_EQ("late", lReceiver.get().text);
     }
@@ -344,7 +344,7 @@ TEST(MessageQueue, DeactivationWakesEverybodyWhoWaits) {
             std::async(std::launch::async, [&] { return lEmpty.receiveStatus(0); }));
         lSenders.push_back(sendElsewhere(lFull, "y"));
     }
-    EXPECT_TRUE(isBlocked(lSenders.back()));
+    EXPECT_TRUE(isStillWaiting(lSenders.back()));
     lEmpty.ace().deactivate();
     lFull.ace().deactivate();
     for (auto& lReceiver : lReceivers) {
@@ -358,7 +358,7 @@ TEST(MessageQueue, DeactivationWakesEverybodyWhoWaits) {
 TEST(MessageQueue, TheCallsAndAcesOwnOperationsWakeEachOther) {
     Queue lQueue(1);
     auto lReceiver = std::async(std::launch::async, [&] { return lQueue.receive(); });
-    EXPECT_EQ(std::future_status::timeout, lReceiver.wait_for(milliseconds(20)));
+    EXPECT_TRUE(isStillWaiting(lReceiver));
     auto* const lSent = new ACE_Message_Block(3);
     lSent->copy("ace", 3);
     EXPECT_EQ(1, lQueue.ace().enqueue(lSent));
@@ -367,7 +367,7 @@ TEST(MessageQueue, TheCallsAndAcesOwnOperationsWakeEachOther) {
 
     lQueue.send("osx");
     auto lSender = sendElsewhere(lQueue, "y");
-    EXPECT_TRUE(isBlocked(lSender));
+    EXPECT_TRUE(isStillWaiting(lSender));
     ACE_Message_Block* lTaken = nullptr;
     EXPECT_NE(-1, lQueue.ace().dequeue(lTaken));
     EXPECT_EQ("osx", std::string(lTaken->rd_ptr(), lTaken->length()));

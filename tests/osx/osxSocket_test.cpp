@@ -26,6 +26,7 @@
 #include "support/LogCapture.h"
 #include "support/TcpPeer.h"
 #include "support/cancellation.h"
+#include "support/times.h"
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
@@ -34,7 +35,6 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr milliseconds kSlack(20000);  ///< For a busy machine; the kernel would wait for minutes.
 constexpr auto kFailed = static_cast<unsigned long>(-1);
 constexpr std::size_t kMuch = 8UL * 1024 * 1024;  ///< More than the buffers of a connection hold.
 
@@ -175,7 +175,7 @@ TEST(Socket, OpenIsRefusedWhereNobodyListens) {
     void* lSocket = &lMark;
     const auto lStart = Clock::now();
     EXPECT_EQ(kFailed, osxOpenSocket(lSocket, "127.0.0.1:1"));
-    EXPECT_LT(Clock::now() - lStart, kSlack);
+    EXPECT_LT(Clock::now() - lStart, test::kSlack);
     EXPECT_EQ(&lMark, lSocket);
     expectOneLine(lLog, "%t osxOpenSocket: unable to connect \n", LM_DEBUG);
     EXPECT_EQ(ECONNREFUSED, lLog.lines()[0].errnum);
@@ -199,7 +199,7 @@ TEST(Socket, OpenGivesUpAfterATenthOfASecond) {
     const auto lStart = Clock::now();
     EXPECT_EQ(kFailed, osxOpenSocket(lSocket, lListener.address().c_str()));
     EXPECT_GE(Clock::now() - lStart, milliseconds(99));
-    EXPECT_LT(Clock::now() - lStart, milliseconds(100) + kSlack);
+    EXPECT_LT(Clock::now() - lStart, milliseconds(100) + test::kSlack);
     expectOneLine(lLog, "%t osxOpenSocket: unable to connect \n", LM_DEBUG);
     EXPECT_EQ(ETIME, lLog.lines()[0].errnum);
 }

@@ -17,6 +17,7 @@
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/cancellation.h"
+#include "support/times.h"
 #include "support/waitUntil.h"
 
 using testing::ElementsAre;
@@ -84,8 +85,7 @@ class GateKeeper {
 public:
     explicit GateKeeper(Gate& aGate)
         : mKeeper(std::async(std::launch::async, [this, &aGate] {
-              const bool lEarly = mReturned.get_future().wait_for(std::chrono::milliseconds(50)) ==
-                                  std::future_status::ready;
+              const bool lEarly = !test::isStillWaiting(mReturned.get_future());
               aGate.open.set_value();
               return lEarly;
           })) {}
@@ -214,7 +214,7 @@ TEST(ThreadWait, WaitsForTheEnd) {
     void* const lTask = begin(&Gate::pass, &lGate);
     auto lWaiter = std::async(std::launch::async, osxThreadWait, lTask);
     lGate.entered.get_future().wait();
-    EXPECT_EQ(std::future_status::timeout, lWaiter.wait_for(std::chrono::milliseconds(50)));
+    EXPECT_TRUE(test::isStillWaiting(lWaiter));
     lGate.open.set_value();
     EXPECT_EQ(0, lWaiter.get());
     EXPECT_TRUE(lGate.done);
@@ -373,7 +373,7 @@ TEST(EndOtherTask, WaitsForTheEnd) {
     void* const lTask = begin(&Gate::pass, &lGate);
     lGate.entered.get_future().wait();
     auto lEnder = std::async(std::launch::async, osxEndOtherTask, lTask);
-    EXPECT_EQ(std::future_status::timeout, lEnder.wait_for(std::chrono::milliseconds(50)));
+    EXPECT_TRUE(test::isStillWaiting(lEnder));
     lGate.open.set_value();
     EXPECT_EQ(OSX_OK, lEnder.get());
     EXPECT_TRUE(lGate.done);

@@ -20,8 +20,10 @@
 #include "support/RunningReactor.h"
 #include "support/cancellation.h"
 #include "support/logMatchers.h"
+#include "support/serving.h"
 
 using std::chrono::milliseconds;
+using test::elapsedSince;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Clock = std::chrono::steady_clock;
@@ -35,16 +37,6 @@ constexpr char kNotScheduled[] =
 
 /// Long enough for a wrong timer to show itself.
 constexpr milliseconds kQuiet(150);
-
-milliseconds elapsedSince(Clock::time_point aStart) {
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - aStart);
-}
-
-/// Serves events on the test's own thread for a while.
-void serveFor(milliseconds aTime) {
-    ACE_Time_Value lTime(aTime);
-    ACE_Reactor::instance()->run_reactor_event_loop(lTime);
-}
 
 }  // namespace
 
@@ -100,7 +92,7 @@ TEST(Timer, NothingFiresWithoutALoop) {
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
     EXPECT_FALSE(lCounter.waitFor(1, kQuiet));
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(1, lCounter.value());
     osxDestroyTimer(lTimer);
 }
@@ -146,9 +138,7 @@ TEST(Timer, CancellingOneThatHasFiredLeavesThoseThatGotItsIdAlone) {
     test::Counter lCounter;
     for (int lIndex = 0; lIndex < kTimers; ++lIndex) {
         lFired.push_back(osxCreateTimer(&test::count, &lCounter, 0, 0));
-        while (lCounter.value() <= lIndex) {
-            serveFor(milliseconds(1));
-        }
+        ASSERT_TRUE(test::serveUntil([&] { return lCounter.value() > lIndex; }));
     }
     std::vector<void*> lPending;
     for (int lIndex = 0; lIndex < kTimers; ++lIndex) {
@@ -186,7 +176,7 @@ TEST(Timer, NullHandlesWriteOneErrorLineEach) {
 TEST(Timer, WithoutAFunctionFiringWritesALine) {
     const test::LogCapture lLog;
     void* lTimer = osxCreateTimer(nullptr, nullptr, 0, 0);
-    serveFor(milliseconds(20));
+    test::serve();
     osxDestroyTimer(lTimer);
     EXPECT_THAT(lLog.texts(), ElementsAre("%t osxTimeoutHandler::handle_timeout: mFnc == 0\n"));
     EXPECT_EQ(LM_ERROR, lLog.lines()[0].priority);
@@ -228,7 +218,7 @@ TEST(Timer, ThatCannotBeScheduledIsStillATimer) {
         EXPECT_EQ(-1, lLog.lines()[0].status);
         EXPECT_EQ("osxTimeoutHandler.cpp", lLog.lines()[0].module);
         EXPECT_EQ(0, osxCancelTimer(lTimer));
-        serveFor(milliseconds(10));
+        test::serve();
         EXPECT_EQ(0, lCounter.value());
         osxDestroyTimer(lTimer);
     }
@@ -411,9 +401,7 @@ TEST(Timer, OfADerivedClassCallsTheOverride) {
         test::Counter lOverridden;
         test::Counter lFunction;
         const OwnKindOfTimer lTimer(lOverridden, lFunction, 1);
-        while (lOverridden.value() < 2) {
-            serveFor(milliseconds(1));
-        }
+        EXPECT_TRUE(test::serveUntil([&] { return lOverridden.value() >= 2; }));
         EXPECT_EQ(0, lFunction.value());
     });
 }
@@ -423,7 +411,7 @@ TEST(Timer, IsCancelledByTheReactorAsAHandler) {
         test::Counter lCounter;
         osxTimeoutHandler lTimer(&test::count, &lCounter, 1, 1);
         EXPECT_EQ(1, ACE_Reactor::instance()->cancel_timer(&lTimer));
-        serveFor(milliseconds(20));
+        test::serve();
         EXPECT_EQ(0, lCounter.value());
         EXPECT_EQ(0, lTimer.cancel());
     });
@@ -454,7 +442,7 @@ TEST(Timer, OfAnotherReactorIsStoppedThoughItsHandlerWasCalledByHand) {
         osxTimeoutHandler lTimer(&test::count, &lCounter, 1, 0);
         lTimer.handle_timeout(ACE_Time_Value::zero, &lByHand);
     }
-    serveFor(milliseconds(20));
+    test::serve();
     ACE_Reactor::instance(lFormer);
     EXPECT_EQ(1, lByHand.value());
     EXPECT_EQ(0, lCounter.value());
@@ -465,7 +453,7 @@ TEST(Timer, OfAnotherReactorMayBeDestroyedAfterThatOneWhenItHasFired) {
     auto lReactor = std::make_unique<ACE_Reactor>();
     ACE_Reactor* const lFormer = ACE_Reactor::instance(lReactor.get());
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 0, 0);
-    serveFor(milliseconds(20));
+    test::serve();
     ACE_Reactor::instance(lFormer);
     lReactor.reset();
     EXPECT_EQ(1, lCounter.value());
@@ -479,9 +467,7 @@ TEST(Timer, OutlivesTheLibrarysReactorItWasMadeOn) {
     lReactor->initReactor();
     void* lFired = osxCreateTimer(&test::count, &lCounter, 0, 0);
     void* lPending = osxCreateTimer(&test::count, &lCounter, 3600000, 1);
-    while (lCounter.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    ASSERT_TRUE(test::serveUntil([&] { return lCounter.value() != 0; }));
     lReactor.reset();
     for (void*& lTimer : {std::ref(lFired), std::ref(lPending)}) {
         EXPECT_EQ(0, osxCancelTimer(lTimer));

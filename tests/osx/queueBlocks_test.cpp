@@ -21,7 +21,7 @@
 
 using std::chrono::milliseconds;
 using test::AceQueue;
-using test::isBlocked;
+using test::isStillWaiting;
 using test::Queue;
 using test::Received;
 using test::sendElsewhere;
@@ -228,7 +228,7 @@ TEST(MessageQueueBlocks, ThatComeAsOneChainWakeEveryReceiver) {
     for (int lCount = 0; lCount < kReceivers; ++lCount) {
         lReceivers.push_back(std::async(std::launch::async, [&] { return lQueue.receive(); }));
     }
-    EXPECT_EQ(std::future_status::timeout, lReceivers.back().wait_for(milliseconds(50)));
+    EXPECT_TRUE(isStillWaiting(lReceivers.back()));
     ACE_Message_Block* const lChain = blockOf("x");
     lChain->next(blockOf("x"));
     lChain->next()->next(blockOf("x"));
@@ -262,9 +262,9 @@ TEST(MessageQueueBlocks, WaitForTheLowWaterMarkWhenItIsLower) {
     lQueue.send("12345");
     lQueue.send("67890");
     auto lSender = sendElsewhere(lQueue, "next");
-    EXPECT_TRUE(isBlocked(lSender));
+    EXPECT_TRUE(isStillWaiting(lSender));
     lQueue.receive();
-    EXPECT_TRUE(isBlocked(lSender));
+    EXPECT_TRUE(isStillWaiting(lSender));
     lQueue.receive();
     EXPECT_EQ(1, lSender.get());
 }
@@ -289,13 +289,13 @@ TEST(MessageQueueBlocks, AndMessagesAreToldToTheNotificationStrategy) {
 TEST(MessageQueueBlocks, OfAPulsedQueueAreWaitedForAsBefore) {
     Queue lQueue;
     auto lSentAway = std::async(std::launch::async, [&] { return lQueue.receiveStatus(0); });
-    EXPECT_EQ(std::future_status::timeout, lSentAway.wait_for(milliseconds(50)));
+    EXPECT_TRUE(isStillWaiting(lSentAway));
     lQueue.ace().pulse();
     EXPECT_EQ(OSX_ERR_QUEUE_RECV, lSentAway.get());
     EXPECT_EQ(ACE_Message_Queue_Base::PULSED, lQueue.ace().state());
 
     auto lReceived = std::async(std::launch::async, [&] { return lQueue.receive(); });
-    EXPECT_EQ(std::future_status::timeout, lReceived.wait_for(milliseconds(50)));
+    EXPECT_TRUE(isStillWaiting(lReceived));
     lQueue.send("x");
     EXPECT_EQ("x", lReceived.get().text);
 }
@@ -303,7 +303,7 @@ TEST(MessageQueueBlocks, OfAPulsedQueueAreWaitedForAsBefore) {
 TEST(MessageQueueBlocks, AreNoLongerWaitedForThoughTheQueueWasActivatedAtOnce) {
     Queue lQueue;
     auto lStatus = std::async(std::launch::async, [&] { return lQueue.receiveStatus(0); });
-    EXPECT_EQ(std::future_status::timeout, lStatus.wait_for(milliseconds(50)));
+    EXPECT_TRUE(isStillWaiting(lStatus));
     lQueue.ace().deactivate();
     lQueue.ace().activate();
     EXPECT_EQ(OSX_ERR_QUEUE_RECV, lStatus.get());

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "logging/Program.h"
+#include "support/Program.h"
 #include "support/TcpPeer.h"
 #include "support/longForm.h"
 

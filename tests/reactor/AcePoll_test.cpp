@@ -20,6 +20,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/inChild.h"
+#include "support/serving.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -37,18 +38,9 @@ ACE_Reactor& reactor() {
     return test::installedReactor();
 }
 
-/// Serves what there is, on the test's own thread.
-void serveFor(milliseconds aTime) {
-    const auto lEnd = std::chrono::steady_clock::now() + aTime;
-    do {
-        ACE_Time_Value lLimit(0, 1000);
-        reactor().handle_events(lLimit);
-    } while (std::chrono::steady_clock::now() < lEnd);
-}
-
 /// @return whether the loop sleeps rather than going round and round.
 bool sleeps() {
-    serveFor(milliseconds(20));
+    test::serve();
     const std::clock_t lBefore = std::clock();
     ACE_Time_Value lLimit(0, 300000);
     reactor().handle_events(lLimit);
@@ -124,9 +116,7 @@ struct MovedNumber {
 };
 
 void serveUntilItEnds(const Handler& aHandler) {
-    while (aHandler.mEnds.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    ASSERT_TRUE(test::serveUntil([&] { return aHandler.mEnds.value() != 0; }));
 }
 
 }  // namespace
@@ -138,9 +128,8 @@ TEST(ApplicationsHandler, OfARegularFileIsCalledAsOftenAsTheLoopCan) {
     ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
     ASSERT_EQ(0, reactor().register_handler(&lOther, kReading));
     lOther.give();
-    while (lHandler.mInputs.value() < 5 || lOther.mCalls.value() < 1) {
-        serveFor(milliseconds(1));
-    }
+    ASSERT_TRUE(test::serveUntil(
+        [&] { return lHandler.mInputs.value() >= 5 && lOther.mCalls.value() >= 1; }));
     EXPECT_EQ(0, reactor().suspend_handler(&lHandler));
     EXPECT_TRUE(sleeps());
     EXPECT_EQ(0, reactor().resume_handler(&lHandler));
@@ -257,9 +246,7 @@ TEST(ApplicationsHandler, IsNotTakenWithoutADescriptorForTheFirst) {
     test::refusePolls(false);
     EXPECT_EQ(0, reactor().register_handler(&lHandler, kReading));
     lHandler.give();
-    while (lHandler.mCalls.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    EXPECT_TRUE(test::serveUntil([&] { return lHandler.mCalls.value() != 0; }));
     EXPECT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
 }
 
@@ -310,11 +297,11 @@ TEST(ApplicationsHandler, ThatIsSaidToBeReadyIsCalled) {
 TEST(ApplicationsHandler, IsPendingWorkWhileItHasSomething) {
     PipeHandler lHandler;
     ASSERT_EQ(0, reactor().register_handler(&lHandler, kReading));
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(0, reactor().work_pending(ACE_Time_Value(0, 1000)));
     lHandler.give();
     EXPECT_EQ(1, reactor().work_pending(ACE_Time_Value(30)));
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(1, lHandler.mCalls.value());
     EXPECT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
 }
@@ -351,7 +338,7 @@ TEST(ApplicationsHandler, ThatBlocksHoldsNobodyElseUpWhileAThreadIsFree) {
     lOther.give();
     EXPECT_TRUE(lOther.mCalls.waitFor(1));
     TcpPeer lPeer = lPort.connect();
-    EXPECT_TRUE(EchoPort::echoes(lPeer));
+    EXPECT_TRUE(lPeer.isEchoed());
     void* lTimer = osxCreateTimer(&test::count, &lOther.mCalls, 1, 0);
     EXPECT_TRUE(lOther.mCalls.waitFor(2));
     osxDestroyTimer(lTimer);
@@ -370,10 +357,7 @@ public:
     explicit LoopingAtItsEnd(PipeHandler& aOther) : mOther(aOther) {}
     int handle_close(ACE_HANDLE, ACE_Reactor_Mask) override {
         mOther.give();
-        EXPECT_TRUE(test::waitUntil([this] {
-            serveFor(milliseconds(1));
-            return mOther.mCalls.value() == 1;
-        }));
+        EXPECT_TRUE(test::serveUntil([this] { return mOther.mCalls.value() == 1; }));
         return 0;
     }
 
@@ -433,14 +417,9 @@ TEST(ApplicationsHandler, IsNotifiedInAChildThoughItsParentHadNotificationsLeft)
     EXPECT_TRUE(test::inChild([&] {
         Handler lOwn(-1);
         reactor().notify(&lOwn, ACE_Event_Handler::EXCEPT_MASK);
-        while (lOwn.mExceptions.value() == 0) {
-            serveFor(milliseconds(1));
-        }
-        return true;
+        return test::serveUntil([&] { return lOwn.mExceptions.value() != 0; });
     }));
-    while (lHandler.mExceptions.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    EXPECT_TRUE(test::serveUntil([&] { return lHandler.mExceptions.value() != 0; }));
 }
 
 TEST(ApplicationsHandler, ThatIsSuspendedStaysSoInAChild) {
@@ -449,13 +428,10 @@ TEST(ApplicationsHandler, ThatIsSuspendedStaysSoInAChild) {
     ASSERT_EQ(0, reactor().suspend_handler(&lHandler));
     lHandler.give();
     EXPECT_TRUE(test::inChild([&] {
-        serveFor(milliseconds(50));
+        test::serve();
         const bool lWasCalled = lHandler.mCalls.value() != 0;
         reactor().resume_handler(&lHandler);
-        while (lHandler.mCalls.value() == 0) {
-            serveFor(milliseconds(1));
-        }
-        return !lWasCalled;
+        return test::serveUntil([&] { return lHandler.mCalls.value() != 0; }) && !lWasCalled;
     }));
     EXPECT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
 }
@@ -469,15 +445,11 @@ TEST(ApplicationsHandler, OfAChildIsServedThereAndLeavesItsParentsAlone) {
             return false;
         }
         lOwn.give();
-        while (lOwn.mCalls.value() == 0) {
-            serveFor(milliseconds(1));
-        }
-        return reactor().remove_handler(&lHandler, kSilently) == 0 &&
+        return test::serveUntil([&] { return lOwn.mCalls.value() != 0; }) &&
+               reactor().remove_handler(&lHandler, kSilently) == 0 &&
                reactor().remove_handler(&lOwn, kSilently) == 0;
     }));
     lHandler.give();
-    while (lHandler.mCalls.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    EXPECT_TRUE(test::serveUntil([&] { return lHandler.mCalls.value() != 0; }));
     EXPECT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
 }

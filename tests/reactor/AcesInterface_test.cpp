@@ -19,6 +19,7 @@
 #include "reactor/EchoPort.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
+#include "support/serving.h"
 
 using std::chrono::milliseconds;
 using test::Counter;
@@ -30,12 +31,6 @@ namespace {
 
 ACE_Reactor& reactor() {
     return test::installedReactor();
-}
-
-/// Serves what there is, on the test's own thread, for a while.
-void serveFor(milliseconds aTime) {
-    ACE_Time_Value lTime(aTime);
-    reactor().run_reactor_event_loop(lTime);
 }
 
 /// Serves one event: of a descriptor that stays ready there is always one more.
@@ -106,7 +101,7 @@ TEST(AcesInterface, CallsForReadingAndWritingAndWakesUpForWritingOnDemand) {
     Handler lHandler;
     ASSERT_EQ(0, reactor().register_handler(&lHandler, ACE_Event_Handler::READ_MASK));
     lHandler.give();
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(1, lHandler.mInputs.value());
     EXPECT_EQ(0, lHandler.mOutputs.value());
     EXPECT_EQ(0, reactor().schedule_wakeup(&lHandler, ACE_Event_Handler::WRITE_MASK) & 0);
@@ -115,7 +110,7 @@ TEST(AcesInterface, CallsForReadingAndWritingAndWakesUpForWritingOnDemand) {
     EXPECT_LE(1, lHandler.mOutputs.value());
     reactor().cancel_wakeup(&lHandler, ACE_Event_Handler::WRITE_MASK);
     const int lBefore = lHandler.mOutputs.value();
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(lBefore, lHandler.mOutputs.value());
     EXPECT_EQ(0, reactor().remove_handler(&lHandler, kSilently));
     EXPECT_EQ(0, lHandler.mCloses.value());
@@ -181,7 +176,7 @@ TEST(AcesInterface, DropsPendingNotificationsOfAHandler) {
     Handler lHandler;
     reactor().notify(&lHandler, ACE_Event_Handler::READ_MASK);
     EXPECT_EQ(1, reactor().purge_pending_notifications(&lHandler));
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(0, lHandler.mInputs.value());
 }
 
@@ -190,11 +185,11 @@ TEST(AcesInterface, ClosesAHandlerThatReturnsMinusOneAndCallsAgainOneThatReturns
     lHandler.mResults = 3;
     ASSERT_EQ(0, reactor().register_handler(&lHandler, ACE_Event_Handler::READ_MASK));
     lHandler.give();
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(4, lHandler.mInputs.value());
     lHandler.mResult = -1;
     lHandler.give();
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(1, lHandler.mCloses.value());
     EXPECT_EQ(ACE_Event_Handler::READ_MASK, lHandler.mClosedMask);
     EXPECT_EQ(nullptr, reactor().find_handler(lHandler.get_handle()));
@@ -207,10 +202,10 @@ TEST(AcesInterface, SuspendsAndResumesAnApplicationsHandlers) {
         const int lBefore = lHandler.mInputs.value();
         EXPECT_EQ(0, lAll ? reactor().suspend_handlers() : reactor().suspend_handler(&lHandler));
         lHandler.give();
-        serveFor(milliseconds(20));
+        test::serve();
         EXPECT_EQ(lBefore, lHandler.mInputs.value());
         EXPECT_EQ(0, lAll ? reactor().resume_handlers() : reactor().resume_handler(&lHandler));
-        serveFor(milliseconds(20));
+        test::serve();
         EXPECT_EQ(lBefore + 1, lHandler.mInputs.value());
     }
     reactor().remove_handler(&lHandler, kSilently);
@@ -224,10 +219,10 @@ TEST(AcesInterface, LetsAHandlerResumeItself) {
     ASSERT_EQ(0, reactor().register_handler(&lHandler, ACE_Event_Handler::READ_MASK));
     lHandler.give();
     lHandler.give();
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(1, lHandler.mInputs.value());
     EXPECT_EQ(0, reactor().resume_handler(&lHandler));
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(2, lHandler.mInputs.value());
     reactor().remove_handler(&lHandler, kSilently);
 }
@@ -249,7 +244,7 @@ TEST(AcesInterface, KeepsCountedHandlersWhileItHasThem) {
     EXPECT_NE(-1, lOnce);
     reactor().notify(lHandler, ACE_Event_Handler::READ_MASK);
     lHandler->remove_reference();
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(1, lHandler->mInputs.value());
     EXPECT_EQ(1, lHandler->mTimeouts.value());
     const int lHandle = lHandler->get_handle();
@@ -277,7 +272,7 @@ TEST(AcesInterface, TakesHandlersThatCallbacksRegister) {
     lFirst.give();
     lFirst.give();
     lSecond.give();
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(1, lFirst.mInputs.value());
     EXPECT_EQ(1, lSecond.mInputs.value());
     EXPECT_EQ(0, reactor().remove_handler(&lSecond, kSilently));
@@ -311,11 +306,11 @@ TEST(AcesInterface, SeesWhatConnectionsHaveAsPendingWork) {
     EchoPort lPort;
     TcpPeer lPeer = lPort.connect();
     EXPECT_EQ(1, lReactor.work_pending(ACE_Time_Value(30)));
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(0, lReactor.work_pending());
     lPeer.send("x");
     EXPECT_EQ(1, lReactor.work_pending(ACE_Time_Value(30)));
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(0, lReactor.work_pending());
     void* lTimer = osxCreateTimer(&test::count, nullptr, 5, 0);
     EXPECT_EQ(1, lReactor.work_pending(ACE_Time_Value(30)));
@@ -327,7 +322,7 @@ TEST(AcesInterface, FindsSuspendsAndRemovesConnections) {
     ACE_Reactor& lReactor = reactor();
     EchoPort lPort;
     TcpPeer lPeer = lPort.connect();
-    serveFor(milliseconds(20));
+    test::serve();
     const int lDescriptor = lPort.mLastDescriptor;
     ACE_Event_Handler* const lFound = lReactor.find_handler(lDescriptor);
     ASSERT_NE(nullptr, lFound);
@@ -348,12 +343,12 @@ TEST(AcesInterface, FindsSuspendsAndRemovesConnections) {
                     : lReactor.cancel_wakeup(lDescriptor, ACE_Event_Handler::READ_MASK);
         EXPECT_EQ(-1, lReactor.handler(lDescriptor, ACE_Event_Handler::READ_MASK));
         lPeer.send("x");
-        serveFor(milliseconds(20));
+        test::serve();
         EXPECT_EQ(lBefore, lPort.mBytes);
         lWay == 0   ? lReactor.resume_handler(lDescriptor)
         : lWay == 1 ? lReactor.resume_handlers()
                     : lReactor.schedule_wakeup(lDescriptor, ACE_Event_Handler::READ_MASK);
-        serveFor(milliseconds(20));
+        test::serve();
         EXPECT_EQ(lBefore + 1, lPort.mBytes);
     }
     EXPECT_EQ(0, lReactor.remove_handler(lDescriptor, ACE_Event_Handler::READ_MASK));
@@ -407,15 +402,11 @@ TEST(AcesInterface, ServesTimersOfAQueueOfTheApplications) {
     Handler lHandler;
     const long lTimerID = lReactor.schedule_timer(&lHandler, nullptr, ACE_Time_Value(0, 1000),
                                                   ACE_Time_Value(0, 1000));
-    while (lHandler.mTimeouts.value() < 3) {
-        serveFor(milliseconds(1));
-    }
+    ASSERT_TRUE(test::serveUntil([&] { return lHandler.mTimeouts.value() >= 3; }));
     EXPECT_EQ(1, lReactor.cancel_timer(lTimerID));
     Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 0);
-    while (lCounter.value() == 0) {
-        serveFor(milliseconds(1));
-    }
+    ASSERT_TRUE(test::serveUntil([&] { return lCounter.value() != 0; }));
     osxDestroyTimer(lTimer);
     lReactor.timer_queue(lFormer);
 }
@@ -441,7 +432,7 @@ TEST_P(AcesInterfaceOnThreads, LosesNothingWhenHandlersComeAndGoUnderLoad) {
         lClients.emplace_back([&] {
             TcpPeer lPeer = lPort.connect();
             while (!lDone) {
-                EXPECT_TRUE(EchoPort::echoes(lPeer));
+                EXPECT_TRUE(lPeer.isEchoed());
                 ++lEchoes;
             }
         });

@@ -22,17 +22,13 @@
 #include "reactor/PollModel.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
+#include "support/serving.h"
 
 using std::chrono::milliseconds;
 using test::EchoPort;
 using test::TcpPeer;
 
 namespace {
-
-void serveFor(milliseconds aTime) {
-    ACE_Time_Value lTime(aTime);
-    ACE_Reactor::instance()->run_reactor_event_loop(lTime);
-}
 
 /// Raises the limit on descriptors. @return how many connections with both ends here it allows for,
 /// up to a number.
@@ -146,19 +142,19 @@ TEST_P(ConnectionsOnThreads, AreServedWhileCallbacksBlockAsLongAsOneThreadIsFree
     std::vector<TcpPeer> lPeers;
     for (int lPeer = 0; lPeer < 20; ++lPeer) {
         lPeers.push_back(lPort.connect());
-        EXPECT_TRUE(EchoPort::echoes(lPeers.back()));
+        EXPECT_TRUE(lPeers.back().isEchoed());
     }
     std::vector<TcpPeer> lBlocking;
     for (int lOne = 0; lOne < lBlocked; ++lOne) {
         lBlocking.push_back(lPort.connect());
         lBlocking.back().send("b");
         for (TcpPeer& lPeer : lPeers) {
-            EXPECT_TRUE(EchoPort::echoes(lPeer));
+            EXPECT_TRUE(lPeer.isEchoed());
         }
     }
     EXPECT_TRUE(lPort.mBlocked.waitFor(lBlocked));
     for (TcpPeer& lPeer : lPeers) {
-        EXPECT_TRUE(EchoPort::echoes(lPeer));
+        EXPECT_TRUE(lPeer.isEchoed());
     }
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1);
@@ -179,9 +175,7 @@ TEST(Connections, AreServedByALaterThreadThoughAnEarlierOneIsHeldUpWithTheirEven
     std::vector<TcpPeer> lPeers;
     for (int lPeer = 0; lPeer < kPeers; ++lPeer) {
         lPeers.push_back(lPort.connect());
-        while (lPort.mOpened.value() <= lPeer) {
-            serveFor(milliseconds(1));
-        }
+        ASSERT_TRUE(test::serveUntil([&] { return lPort.mOpened.value() > lPeer; }));
     }
     for (TcpPeer& lPeer : lPeers) {
         lPeer.send(&lPeer == &lPeers.front() ? "b" : "x");
@@ -207,7 +201,7 @@ TEST(Connections, OfAnyNumberAreServedByOneThread) {
     std::vector<TcpPeer> lPeers;
     for (int lPeer = 0; lPeer < lNumber; ++lPeer) {
         lPeers.push_back(lPort.connect());
-        ASSERT_TRUE(EchoPort::echoes(lPeers.back())) << lPeer;
+        ASSERT_TRUE(lPeers.back().isEchoed()) << lPeer;
     }
     for (TcpPeer& lPeer : lPeers) {
         ASSERT_TRUE(lPeer.send("x"));
@@ -226,7 +220,7 @@ TEST(Connections, IdleWakeNoThreadMoreThanFourTimesASecond) {
     void* lTimer = osxCreateTimer(&test::count, nullptr, 3600000, 0);
     const test::RunningReactor lLoop(kThreads);
     TcpPeer lPeer = lPort.connect();
-    ASSERT_TRUE(EchoPort::echoes(lPeer));
+    ASSERT_TRUE(lPeer.isEchoed());
     const auto lStart = std::chrono::steady_clock::now();
     const long lBefore = sleeps();
     std::this_thread::sleep_for(std::chrono::seconds(2));
@@ -246,7 +240,7 @@ TEST(ConnectionClosedByTheApplication, LeavesTheBytesOfOthersToThem) {
     test::RunningReactor::reactor().initReactor();
     EchoPort lPort;
     TcpPeer lPeer = lPort.connect();
-    serveFor(milliseconds(20));
+    test::serve();
     ASSERT_EQ(1, lPort.mOpened.value());
     EXPECT_EQ(0UL, osxCloseSocket(lPort.mLast));
     test::TcpListener lListener;
@@ -254,7 +248,7 @@ TEST(ConnectionClosedByTheApplication, LeavesTheBytesOfOthersToThem) {
     ASSERT_EQ(0UL, osxOpenSocket(lSocket, lListener.address().c_str()));
     TcpPeer lOther = lListener.accept();
     lOther.send("mine");
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(0, lPort.mBytes);
     if (lPort.mBytes == 0) {
         char lText[4] = {};
@@ -273,7 +267,7 @@ TEST(ConnectionClosedByTheApplication, EndsForItsPeerThoughTheLoopIsIdle) {
     std::future<int> lLoop = std::async(std::launch::async, &osxRunReactor);
     for (int lRound = 0; lRound < 20; ++lRound) {
         TcpPeer lPeer = lPort.connect();
-        EXPECT_TRUE(EchoPort::echoes(lPeer));
+        EXPECT_TRUE(lPeer.isEchoed());
         void* lSocket = lPort.mLast;
         EXPECT_EQ(0UL,
                   lRound % 2 == 0 ? osxCloseSocket(lSocket) : osxCloseSocketAndRelease(lSocket));
@@ -290,15 +284,15 @@ TEST(ConnectionClosedByTheApplication, EndsAlsoWhenItsPeerHasEndedFirstAndItIsSu
     test::RunningReactor::reactor().initReactor();
     EchoPort lPort;
     TcpPeer lPeer = lPort.connect();
-    serveFor(milliseconds(20));
+    test::serve();
     ASSERT_EQ(1, lPort.mOpened.value());
     ACE_Reactor::instance()->suspend_handler(lPort.mLastDescriptor.load());
     lPeer.close();
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(0, lPort.mClosed.value());
     osxCloseSocket(lPort.mLast);
     ACE_Reactor::instance()->resume_handler(lPort.mLastDescriptor.load());
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(1, lPort.mClosed.value());
 }
 
@@ -309,10 +303,10 @@ TEST(ConnectionClosedByTheApplication, OnAReactorOfAcesEndsToo) {
     {
         EchoPort lPort;
         TcpPeer lPeer = lPort.connect();
-        serveFor(milliseconds(20));
+        test::serve();
         ASSERT_EQ(1, lPort.mOpened.value());
         osxCloseSocket(lPort.mLast);
-        serveFor(milliseconds(20));
+        test::serve();
         EXPECT_TRUE(lPeer.waitForClose());
         EXPECT_EQ(1, lPort.mClosed.value());
     }
@@ -325,16 +319,16 @@ TEST(ConnectionClosedByTheApplication, BehindTheLibrarysBackEndsWhenItsDescripto
     test::RunningReactor::reactor().initReactor();
     EchoPort lPort;
     TcpPeer lFirst = lPort.connect();
-    serveFor(milliseconds(20));
+    test::serve();
     ASSERT_EQ(1, lPort.mOpened.value());
     TcpPeer lSecond = lPort.connect();
     const int lDescriptor = lPort.mLastDescriptor;
     ::close(lDescriptor);
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ(lDescriptor, lPort.mLastDescriptor);
     EXPECT_EQ(1, lPort.mClosed.value());
     lSecond.send("x");
-    serveFor(milliseconds(20));
+    test::serve();
     EXPECT_EQ("x", lSecond.receive(1));
 }
 
@@ -344,7 +338,7 @@ TEST(Connections, FindOutThatTheirPeerHasVanished) {
     EchoPort lPort;
     const test::RunningReactor lLoop;
     TcpPeer lPeer = lPort.connect();
-    ASSERT_TRUE(EchoPort::echoes(lPeer));
+    ASSERT_TRUE(lPeer.isEchoed());
     const int lSocket = lPort.mLastDescriptor;
     EXPECT_NE(0, optionOf(lSocket, SOL_SOCKET, SO_KEEPALIVE));
     EXPECT_GE(kWithinS, optionOf(lSocket, IPPROTO_TCP, TCP_KEEPIDLE) +
@@ -363,7 +357,7 @@ TEST(Connections, AreAcceptedByAPortThatTheKernelHasNoMemoryForTheFirstTimes) {
         lListener->get_handle(), ACE_Event_Handler::ALL_EVENTS_MASK | ACE_Event_Handler::DONT_CALL);
     lListener->handle_timeout(ACE_Time_Value::zero, nullptr);
     TcpPeer lPeer = lPort.connect();
-    EXPECT_TRUE(EchoPort::echoes(lPeer));
+    EXPECT_TRUE(lPeer.isEchoed());
     EXPECT_EQ(0, test::refusalsLeft());
 }
 
@@ -390,7 +384,7 @@ TEST(Connections, PortsAndTimersOfAProcessStayWhenItsChildGivesThemUp) {
     {
         const test::RunningReactor lLoop(2);
         TcpPeer lPeer = lPort->connect();
-        ASSERT_TRUE(EchoPort::echoes(lPeer));
+        ASSERT_TRUE(lPeer.isEchoed());
         const int lConnection = lPort->mLastDescriptor;
         for (int lRound = 0; lRound < 20; ++lRound) {
             const pid_t lChild = ::fork();
@@ -400,9 +394,9 @@ TEST(Connections, PortsAndTimersOfAProcessStayWhenItsChildGivesThemUp) {
             int lStatus = -1;
             EXPECT_EQ(lChild, ::waitpid(lChild, &lStatus, 0));
             EXPECT_EQ(0, lStatus);
-            EXPECT_TRUE(EchoPort::echoes(lPeer));
+            EXPECT_TRUE(lPeer.isEchoed());
             TcpPeer lNew = lPort->connect();
-            EXPECT_TRUE(EchoPort::echoes(lNew));
+            EXPECT_TRUE(lNew.isEchoed());
         }
         const int lBefore = lCounter.value();
         EXPECT_TRUE(lCounter.waitFor(lBefore + 2));
@@ -421,7 +415,7 @@ TEST(Connections, AreServedWithTimersByTheChildOfAFork) {
     if (lChild == 0) {
         test::RunningReactor::reactor().startReactor();
         TcpPeer lPeer = lPort.connect();
-        const bool lRight = EchoPort::echoes(lPeer) && lCounter.waitFor(3);
+        const bool lRight = lPeer.isEchoed() && lCounter.waitFor(3);
         test::RunningReactor::reactor().stopAndDeleteReactorThreads();
         ::_exit(lRight ? 0 : 1);
     }

@@ -12,7 +12,7 @@
 #include "ace/SOCK_Stream.h"
 #include "osx/observation.h"
 #include "osx/osx.h"
-#include "support/TcpPeer.h"
+#include "support/Port.h"
 
 namespace test {
 
@@ -20,18 +20,9 @@ namespace test {
 /// until `letGo`.
 class EchoPort {
 public:
-    EchoPort() : mNumber(freePort()) {
-        EXPECT_EQ(0UL, osxRegisterPort(mPort, mNumber, &onNew, nullptr, &onData, &onClosed, this));
-    }
-    ~EchoPort() { osxUnregisterPort(mPort); }
-    EchoPort(const EchoPort&) = delete;
-    EchoPort& operator=(const EchoPort&) = delete;
-
-    TcpPeer connect() const { return TcpPeer::connect(mNumber); }
-    /// @return whether a connection is echoed to.
-    static bool echoes(TcpPeer& aPeer) { return aPeer.send("x") && aPeer.receive(1) == "x"; }
+    TcpPeer connect() const { return mPort.connect(); }
     void letGo() { mLetGo.add(); }
-    void* handle() const { return mPort; }
+    void* handle() { return mPort.handle(); }
 
     /// The connection made last, and its descriptor.
     std::atomic<void*> mLast{nullptr};
@@ -105,9 +96,8 @@ private:
         lPort.mClosed.add();
     }
 
-    unsigned short mNumber;
-    void* mPort = nullptr;
     Counter mLetGo;
+    Port mPort{{&onNew, nullptr, &onData, &onClosed}, this};
 };
 
 }  // namespace test

@@ -24,6 +24,7 @@
 #include "reactor/PollModel.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
+#include "support/Port.h"
 #include "support/RunningReactor.h"
 #include "support/inChild.h"
 #include "support/waitUntil.h"
@@ -69,7 +70,7 @@ TEST(ForkedChild, IsAloneInItsLoopThoughItsParentWasNot) {
     EchoPort lPort;
     const test::RunningReactor lLoop(3);
     TcpPeer lPeer = lPort.connect();
-    ASSERT_TRUE(EchoPort::echoes(lPeer));
+    ASSERT_TRUE(lPeer.isEchoed());
     EXPECT_TRUE(test::inChild([] {
         ACE_Time_Value lLimit(0, 1000);
         ACE_Reactor::instance()->handle_events(lLimit);
@@ -167,10 +168,10 @@ TEST(ForkedChild, HasAPortThatAnotherThreadWasClosingWholeOrNotAtAll) {
             const std::lock_guard<std::mutex> lGuard(lPicking);
             return test::freePort();
         }();
-        void* lPort = nullptr;
-        osxRegisterPort(lPort, lNumber, &greet, nullptr, nullptr, nullptr, nullptr);
-        lOpen = lNumber;
-        osxUnregisterPort(lPort);
+        {
+            const test::Port lPort({&greet}, nullptr, lNumber);
+            lOpen = lNumber;
+        }
         lOpen = 0;
     });
     for (int lRound = 0; lRound < kRounds; ++lRound) {
@@ -248,19 +249,15 @@ namespace {
 /// waits until another connection has been served. The child ends with the next byte.
 class ForkingPort {
 public:
-    ForkingPort() : mNumber(test::freePort()) {
-        EXPECT_EQ(0, ::pipe(mStarted.data()));
-        osxRegisterPort(mPort, mNumber, nullptr, nullptr, &onData, nullptr, this);
-    }
+    ForkingPort() { EXPECT_EQ(0, ::pipe(mStarted.data())); }
     ~ForkingPort() {
-        osxUnregisterPort(mPort);
         ::close(mStarted[0]);
         ::close(mStarted[1]);
     }
     ForkingPort(const ForkingPort&) = delete;
     ForkingPort& operator=(const ForkingPort&) = delete;
 
-    TcpPeer connect() const { return TcpPeer::connect(mNumber); }
+    TcpPeer connect() const { return mPort.connect(); }
     void waitUntilTheChildHasALoop() const {
         char lByte = 0;
         EXPECT_EQ(1, ::read(mStarted[0], &lByte, 1));
@@ -299,11 +296,10 @@ private:
         mChildEnded.add();
     }
 
-    unsigned short mNumber;
-    void* mPort = nullptr;
     std::array<int, 2> mStarted{};
     std::atomic<bool> mInside{false};
     Counter mOther;
+    test::Port mPort{{nullptr, nullptr, &onData}, this};
 };
 
 }  // namespace
@@ -421,23 +417,19 @@ TEST(Fork, LetsAHandlerThatIsBeingClosedRegisterAPort) {
 
 TEST(Fork, LetsAHandlerThatIsBeingClosedUnregisterAPort) {
     const test::LogCapture lLog;
-    void* lPort = nullptr;
-    osxRegisterPort(lPort, test::freePort(), nullptr, nullptr, nullptr, nullptr, nullptr);
-    forkWhileTokenIsHeld([&] { EXPECT_EQ(0UL, osxUnregisterPort(lPort)); });
+    test::Port lPort;
+    forkWhileTokenIsHeld([&] { EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle())); });
 }
 
 TEST(Fork, LetsThePortThatIsGivenUpMeanwhileBeClosed) {
     const test::LogCapture lLog;
-    void* lPort = nullptr;
-    const unsigned short lNumber = test::freePort();
-    osxRegisterPort(lPort, lNumber, nullptr, nullptr, nullptr, nullptr, nullptr);
-    const ACE_HANDLE lHandle = static_cast<osxListenHandler*>(lPort)->get_handle();
+    test::Port lPort;
+    const ACE_HANDLE lHandle = static_cast<osxListenHandler*>(lPort.handle())->get_handle();
     forkWhileTokenIsHeld([lHandle] {
         EXPECT_EQ(0,
                   test::installedReactor().remove_handler(lHandle, ACE_Event_Handler::ACCEPT_MASK));
     });
-    EXPECT_FALSE(TcpPeer::connect(lNumber).connected());
-    osxUnregisterPort(lPort);
+    EXPECT_FALSE(lPort.connect().connected());
 }
 
 TEST(Fork, LetsALogBackendMakeTimers) {
@@ -449,9 +441,8 @@ TEST(Fork, LetsALogBackendMakeTimers) {
 }
 
 TEST(Fork, LetsALogBackendUnregisterAPort) {
-    void* lPort = nullptr;
-    osxRegisterPort(lPort, test::freePort(), nullptr, nullptr, nullptr, nullptr, nullptr);
-    forkWhileLogIsHeld([&] { EXPECT_EQ(0UL, osxUnregisterPort(lPort)); });
+    test::Port lPort;
+    forkWhileLogIsHeld([&] { EXPECT_EQ(0UL, osxUnregisterPort(lPort.handle())); });
 }
 
 /// The longer ACE's list of notifications, the longer it is locked to be looked through.

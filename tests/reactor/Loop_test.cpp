@@ -32,9 +32,11 @@
 #include "reactor/PollModel.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
+#include "support/Port.h"
 #include "support/RunningReactor.h"
 #include "support/cancellation.h"
 #include "support/inChild.h"
+#include "support/serving.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -173,11 +175,9 @@ TEST(Loop, GetsAThreadByACallbackWhileAnotherThreadForks) {
     const test::LogCapture lLog;
     const test::RunningReactor lLoop;
     ForkedBeside lBeside;
-    void* lPort = nullptr;
-    const unsigned short lNumber = test::freePort();
-    osxRegisterPort(lPort, lNumber, &ForkedBeside::onNew, nullptr, nullptr, &ForkedBeside::onClosed,
-                    &lBeside);
-    const TcpPeer lPeer = TcpPeer::connect(lNumber);
+    const test::Port lPort({&ForkedBeside::onNew, nullptr, nullptr, &ForkedBeside::onClosed},
+                           &lBeside);
+    const TcpPeer lPeer = lPort.connect();
     ASSERT_TRUE(lBeside.opened.waitFor(1));
     std::thread lForker([&] { lBeside.fork(); });
     ASSERT_TRUE(test::waitUntil([&] { return lBeside.forker != 0; }));
@@ -185,7 +185,6 @@ TEST(Loop, GetsAThreadByACallbackWhileAnotherThreadForks) {
                                             ACE_Event_Handler::ALL_EVENTS_MASK);
     EXPECT_TRUE(lBeside.closed.waitFor(1));
     lForker.join();
-    osxUnregisterPort(lPort);
     ::alarm(0);
 }
 
@@ -285,7 +284,7 @@ TEST_P(IdleProcess, WakesNoThreadMoreThanItsSlicesNeed) {
         }
         const TcpPeer lWatcher = TcpPeer::connect(lRedirectPort);
         TcpPeer lPeer = lPort.connect();
-        ASSERT_TRUE(EchoPort::echoes(lPeer));
+        ASSERT_TRUE(lPeer.isEchoed());
 
         std::vector<std::string> lOwn = otherThreads();
         for (const std::string& lThread : lThreads) {
@@ -413,24 +412,19 @@ TEST(CancelledLoopThread, LeavesTheApplicationsHandlersToTheOthers) {
 
 namespace {
 
-void serveFor(milliseconds aTime) {
-    ACE_Time_Value lTime(aTime);
-    ACE_Reactor::instance()->run_reactor_event_loop(lTime);
-}
-
 /// @return whether a suspended connection that is closed ends no sooner than it is resumed.
 void expectCloseOnResume() {
     EchoPort lPort;
     TcpPeer lPeer = lPort.connect();
-    serveFor(milliseconds(50));
+    test::serve();
     ASSERT_EQ(1, lPort.mOpened.value());
     ACE_Reactor::instance()->suspend_handler(lPort.mLastDescriptor.load());
     osxCloseSocket(lPort.mLast);
     EXPECT_TRUE(lPeer.waitForClose());
-    serveFor(milliseconds(50));
+    test::serve();
     EXPECT_EQ(0, lPort.mClosed.value());
     ACE_Reactor::instance()->resume_handler(lPort.mLastDescriptor.load());
-    serveFor(milliseconds(50));
+    test::serve();
     EXPECT_EQ(1, lPort.mClosed.value());
 }
 

@@ -24,6 +24,7 @@
 #include "osx/osx.h"
 #include "reactor/PipeHandler.h"
 #include "support/LogCapture.h"
+#include "support/Port.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
 #include "support/longForm.h"
@@ -46,16 +47,10 @@ int descriptorOf(void* aSocket) {
 class StressPort {
 public:
     /// @param aReadsItself whether a data-available callback reads.
-    explicit StressPort(bool aReadsItself) : mNumber(test::freePort()) {
-        EXPECT_EQ(0UL,
-                  osxRegisterPort(mPort, mNumber, &onNew, aReadsItself ? &onAvailable : nullptr,
-                                  &onData, &onClosed, this));
-    }
-    ~StressPort() { osxUnregisterPort(mPort); }
-    StressPort(const StressPort&) = delete;
-    StressPort& operator=(const StressPort&) = delete;
+    explicit StressPort(bool aReadsItself)
+        : mPort({&onNew, aReadsItself ? &onAvailable : nullptr, &onData, &onClosed}, this) {}
 
-    TcpPeer connect() const { return TcpPeer::connect(mNumber); }
+    TcpPeer connect() const { return mPort.connect(); }
 
     /// Does something with one of the connections, which cannot end meanwhile.
     template <class Work>
@@ -135,10 +130,9 @@ private:
         delete lSession;
     }
 
-    const unsigned short mNumber;
-    void* mPort = nullptr;
     std::mutex mMutex;
     std::vector<void*> mLive;
+    test::Port mPort;
 };
 
 // --- what the threads do, one round at a time ---

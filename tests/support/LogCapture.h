@@ -12,6 +12,7 @@
 
 #include "ace/Log_Priority.h"
 #include "support/InstalledBackend.h"
+#include "support/times.h"
 
 namespace test {
 
@@ -42,7 +43,7 @@ public:
 
     /// Waits until that many lines contain a text. @return whether they came in time.
     bool waitForContaining(const std::string& aPart, std::size_t aCount = 1,
-                           std::chrono::seconds aLimit = std::chrono::seconds(30)) const;
+                           std::chrono::seconds aLimit = kLimit) const;
 
     void clear();
 

@@ -1,86 +1,115 @@
 #include "support/Program.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <fstream>
-#include <sstream>
-#include <thread>
+#include <array>
+#include <filesystem>
+
+#include "support/times.h"
 
 namespace test {
 
 namespace {
 
-constexpr auto kPause = std::chrono::milliseconds(10);
-constexpr int kPauses = 3000;  // 30 s
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
 
-[[noreturn]] void execute(const std::vector<std::string>& aCommand, int aOutput) {
+/// How long a read waits before the limit, or the program's end, is looked at again.
+constexpr milliseconds kLookForOutput{100};
+constexpr milliseconds kLookForEnd{10};
+
+[[noreturn]] void execute(std::vector<std::string>& aCommand, int aInput, int aOutput) {
+    std::vector<char*> lPointers;
+    for (std::string& lArgument : aCommand) {
+        lPointers.push_back(lArgument.data());
+    }
+    lPointers.push_back(nullptr);
+    ::dup2(aInput, STDIN_FILENO);
     ::dup2(aOutput, STDOUT_FILENO);
     ::dup2(aOutput, STDERR_FILENO);
-    std::vector<char*> lArguments;
-    for (const std::string& lArgument : aCommand) {
-        lArguments.push_back(const_cast<char*>(lArgument.c_str()));
-    }
-    lArguments.push_back(nullptr);
-    ::execv(lArguments[0], lArguments.data());
+    ::execv(lPointers.front(), lPointers.data());
     ::_exit(127);
 }
 
 }  // namespace
 
-Program::Program(const std::vector<std::string>& aCommand) {
-    char lName[] = "/tmp/osx-program-XXXXXX";
-    const int lOutput = ::mkostemp(lName, O_CLOEXEC);
-    mOutputFile = lName;
-    mPid = ::fork();
-    if (mPid == 0) {
-        execute(aCommand, lOutput);
+Program::Program(std::vector<std::string> aCommand) {
+    std::array<int, 2> lInput{};
+    std::array<int, 2> lOutput{};
+    if (::pipe2(lInput.data(), O_CLOEXEC) != 0 || ::pipe2(lOutput.data(), O_CLOEXEC) != 0) {
+        return;
     }
-    ::close(lOutput);
+    mProcess = ::fork();
+    if (mProcess == 0) {
+        execute(aCommand, lInput[0], lOutput[1]);
+    }
+    ::close(lInput[0]);
+    ::close(lOutput[1]);
+    mInput = Descriptor(lInput[1]);
+    mOutputPipe = Descriptor(lOutput[0]);
 }
 
 Program::~Program() {
-    if (mPid > 0) {
+    if (mProcess > 0) {
         signal(SIGKILL);
         wait();
     }
-    ::unlink(mOutputFile.c_str());
 }
 
-bool Program::waitForOutput(const std::string& aText) const {
-    for (int lTry = 0; lTry < kPauses; ++lTry) {
-        if (output().find(aText) != std::string::npos) {
-            return true;
-        }
-        std::this_thread::sleep_for(kPause);
+std::string Program::beside(const std::string& aName) {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / aName;
+}
+
+bool Program::readSome(milliseconds aLimit) {
+    pollfd lPoll{mOutputPipe.get(), POLLIN, 0};
+    if (::poll(&lPoll, 1, static_cast<int>(aLimit.count())) <= 0) {
+        return false;
     }
-    return false;
+    std::array<char, 65536> lChunk{};
+    const ssize_t lCount = ::read(mOutputPipe.get(), lChunk.data(), lChunk.size());
+    if (lCount > 0) {
+        mOutput.append(lChunk.data(), static_cast<std::size_t>(lCount));
+    }
+    return lCount > 0;
 }
 
-std::string Program::output() const {
-    std::ostringstream lText;
-    lText << std::ifstream(mOutputFile).rdbuf();
-    return lText.str();
+bool Program::waitForOutput(const std::string& aText) {
+    const auto lLimit = Clock::now() + kLimit;
+    while (mOutput.find(aText) == std::string::npos) {
+        if (Clock::now() > lLimit) {
+            return false;
+        }
+        readSome(kLookForOutput);
+    }
+    return true;
+}
+
+const std::string& Program::output() {
+    while (readSome(milliseconds::zero())) {
+    }
+    return mOutput;
 }
 
 void Program::signal(int aSignal) const {
-    ::kill(mPid, aSignal);
+    ::kill(mProcess, aSignal);
 }
 
-int Program::wait() {
+int Program::wait(std::chrono::seconds aLimit) {
+    const auto lLimit = Clock::now() + aLimit;
     int lStatus = 0;
-    for (int lTry = 0; ::waitpid(mPid, &lStatus, WNOHANG) == 0; ++lTry) {
-        if (lTry == kPauses) {
+    while (::waitpid(mProcess, &lStatus, WNOHANG) == 0) {
+        if (Clock::now() > lLimit) {
             signal(SIGKILL);
         }
-        std::this_thread::sleep_for(kPause);
+        readSome(kLookForEnd);
     }
-    mPid = -1;
-    return WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : 128 + WTERMSIG(lStatus);
+    output();
+    mProcess = -1;
+    return WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : -WTERMSIG(lStatus);
 }
 
 }  // namespace test

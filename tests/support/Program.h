@@ -1,43 +1,55 @@
 /// @file
-/// A program run beside the test.
+/// A program that runs beside the test, in a process of its own.
 #ifndef OSX_TESTS_SUPPORT_PROGRAM_H
 #define OSX_TESTS_SUPPORT_PROGRAM_H
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
+#include "support/TcpPeer.h"
+
 namespace test {
 
-/// Runs from construction on; killed at the end of its life if it still runs.
+/// Runs from construction on. Its standard output and standard error are one pipe, which is read
+/// only in the calls below: a program that writes much meanwhile waits for its reader.
 class Program {
 public:
     /// @param aCommand the program's path and its arguments.
-    explicit Program(const std::vector<std::string>& aCommand);
+    explicit Program(std::vector<std::string> aCommand);
+    /// Kills it if it still runs.
     ~Program();
-
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    /// Waits until the program has written a text. @return whether it did within 30 s.
-    bool waitForOutput(const std::string& aText) const;
+    /// @return the path of a program that was built beside the running one.
+    static std::string beside(const std::string& aName);
 
-    /// @return what it has written so far, to standard output and standard error.
-    std::string output() const;
+    /// Reads its output up to a text, for up to 30 s. @return whether that came.
+    bool waitForOutput(const std::string& aText);
 
-    /// Sends a signal.
+    /// @return all that it has written so far.
+    const std::string& output();
+
+    /// Ends its standard input.
+    void endInput() { mInput.reset(); }
+
+    /// Sends it a signal.
     void signal(int aSignal) const;
 
-    /// Waits for its end, up to 30 s, after which it is killed.
-    /// @return its exit status, or 128 and the signal that ended it.
-    int wait();
-
-    pid_t pid() const { return mPid; }
+    /// Waits until it has ended; kills it if it has not within a limit.
+    /// @return its exit status; minus the number of the signal that ended it.
+    int wait(std::chrono::seconds aLimit = std::chrono::seconds(60));
 
 private:
-    std::string mOutputFile;
-    pid_t mPid = -1;
+    bool readSome(std::chrono::milliseconds aLimit);
+
+    pid_t mProcess = -1;     ///< -1 once it has ended, or if it could not be started.
+    Descriptor mInput;       ///< Writes to its standard input.
+    Descriptor mOutputPipe;  ///< Reads what it writes.
+    std::string mOutput;     ///< What was read of that.
 };
 
 }  // namespace test

@@ -11,11 +11,12 @@
 #include <array>
 #include <utility>
 
+#include "support/times.h"
+#include "support/waitUntil.h"
+
 namespace test {
 
 namespace {
-
-constexpr int kLimitMs = 30000;
 
 sockaddr_in loopback(unsigned short aPort) {
     sockaddr_in lAddress{};
@@ -27,11 +28,6 @@ sockaddr_in loopback(unsigned short aPort) {
 
 const sockaddr* generic(const sockaddr_in& aAddress) {
     return reinterpret_cast<const sockaddr*>(&aAddress);
-}
-
-bool readable(int aDescriptor) {
-    pollfd lPoll{aDescriptor, POLLIN, 0};
-    return ::poll(&lPoll, 1, kLimitMs) == 1;
 }
 
 unsigned short portOf(int aDescriptor) {
@@ -61,6 +57,12 @@ Descriptor bindToFreePort() {
 
 }  // namespace
 
+bool waitForInput(int aDescriptor) {
+    constexpr auto kLimitMs = static_cast<int>(std::chrono::milliseconds(kLimit).count());
+    pollfd lPoll{aDescriptor, POLLIN, 0};
+    return ::poll(&lPoll, 1, kLimitMs) == 1;
+}
+
 bool sendsWithoutDelay(int aDescriptor) {
     int lOn = 0;
     socklen_t lLength = sizeof lOn;
@@ -87,34 +89,29 @@ int otherEndOf(int aDescriptor) {
     return -1;
 }
 
-Descriptor& Descriptor::operator=(Descriptor&& aOther) noexcept {
-    if (this != &aOther) {
-        close();
-        mDescriptor = aOther.release();
-    }
-    return *this;
-}
-
-int Descriptor::release() {
-    return std::exchange(mDescriptor, -1);
-}
-
-void Descriptor::close() {
-    if (mDescriptor >= 0) {
-        ::close(release());
-    }
-}
-
 TcpPeer TcpPeer::connect(unsigned short aPort, int aReceiveBuffer) {
     Descriptor lSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (aReceiveBuffer != 0) {
         ::setsockopt(lSocket.get(), SOL_SOCKET, SO_RCVBUF, &aReceiveBuffer, sizeof aReceiveBuffer);
     }
+    return connectWith(std::move(lSocket), aPort);
+}
+
+TcpPeer TcpPeer::connectWith(Descriptor aSocket, unsigned short aPort) {
     const sockaddr_in lAddress = loopback(aPort);
-    if (::connect(lSocket.get(), generic(lAddress), sizeof lAddress) != 0) {
+    if (::connect(aSocket.get(), generic(lAddress), sizeof lAddress) != 0) {
         return TcpPeer();
     }
-    return TcpPeer(lSocket.release());
+    return TcpPeer(std::move(aSocket));
+}
+
+TcpPeer TcpPeer::connectOnceItListens(unsigned short aPort, int aReceiveBuffer) {
+    TcpPeer lPeer;
+    waitUntil([&] {
+        lPeer = connect(aPort, aReceiveBuffer);
+        return lPeer.connected();
+    });
+    return lPeer;
 }
 
 bool TcpPeer::send(const std::string& aData) {
@@ -133,7 +130,7 @@ bool TcpPeer::send(const std::string& aData) {
 std::string TcpPeer::receive(std::size_t aLength) {
     std::string lData;
     std::array<char, 65536> lChunk{};
-    while (lData.size() < aLength && readable(mSocket.get())) {
+    while (lData.size() < aLength && waitForInput(mSocket.get())) {
         const std::size_t lWanted = std::min(lChunk.size(), aLength - lData.size());
         const ssize_t lCount = ::recv(mSocket.get(), lChunk.data(), lWanted, 0);
         if (lCount <= 0) {
@@ -147,7 +144,7 @@ std::string TcpPeer::receive(std::size_t aLength) {
 std::string TcpPeer::receiveUntil(const std::string& aText) {
     std::string lData;
     std::array<char, 4096> lChunk{};
-    while (lData.find(aText) == std::string::npos && readable(mSocket.get())) {
+    while (lData.find(aText) == std::string::npos && waitForInput(mSocket.get())) {
         const ssize_t lCount = ::recv(mSocket.get(), lChunk.data(), lChunk.size(), 0);
         if (lCount <= 0) {
             break;
@@ -159,7 +156,7 @@ std::string TcpPeer::receiveUntil(const std::string& aText) {
 
 bool TcpPeer::waitForClose() {
     std::array<char, 4096> lChunk{};
-    while (readable(mSocket.get())) {
+    while (waitForInput(mSocket.get())) {
         if (::recv(mSocket.get(), lChunk.data(), lChunk.size(), 0) <= 0) {
             return true;
         }
@@ -170,7 +167,7 @@ bool TcpPeer::waitForClose() {
 void TcpPeer::reset() {
     const linger lHard{1, 0};
     ::setsockopt(mSocket.get(), SOL_SOCKET, SO_LINGER, &lHard, sizeof lHard);
-    mSocket.close();
+    mSocket.reset();
 }
 
 TcpListener::TcpListener(int aBacklog) : mSocket(bindToFreePort()), mPort(portOf(mSocket.get())) {
@@ -178,10 +175,10 @@ TcpListener::TcpListener(int aBacklog) : mSocket(bindToFreePort()), mPort(portOf
 }
 
 TcpPeer TcpListener::accept() {
-    if (!readable(mSocket.get())) {
+    if (!waitForInput(mSocket.get())) {
         return TcpPeer();
     }
-    return TcpPeer(::accept4(mSocket.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    return TcpPeer(Descriptor(::accept4(mSocket.get(), nullptr, nullptr, SOCK_CLOEXEC)));
 }
 
 }  // namespace test

@@ -6,11 +6,17 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
+
+#include "base/Descriptor.h"
 
 namespace test {
 
 /// @return a TCP port of the loopback interface that was free a moment ago.
 unsigned short freePort();
+
+/// Waits for something to read, or the end of it. @return whether that came within 30 s.
+bool waitForInput(int aDescriptor);
 
 /// @return whether a TCP socket sends small pieces at once.
 bool sendsWithoutDelay(int aDescriptor);
@@ -19,30 +25,23 @@ bool sendsWithoutDelay(int aDescriptor);
 /// none is.
 int otherEndOf(int aDescriptor);
 
-/// A descriptor that is closed at the end of its life.
-class Descriptor {
-public:
-    explicit Descriptor(int aDescriptor = -1) : mDescriptor(aDescriptor) {}
-    ~Descriptor() { close(); }
-    Descriptor(Descriptor&& aOther) noexcept : mDescriptor(aOther.release()) {}
-    Descriptor& operator=(Descriptor&& aOther) noexcept;
-    int get() const { return mDescriptor; }
-    int release();
-    void close();
-
-private:
-    int mDescriptor;
-};
+using osx::Descriptor;
 
 /// A connected stream with a limit of 30 s on whatever it waits for.
 class TcpPeer {
 public:
     TcpPeer() = default;
-    explicit TcpPeer(int aDescriptor) : mSocket(aDescriptor) {}
+    explicit TcpPeer(Descriptor aSocket) : mSocket(std::move(aSocket)) {}
 
     /// Connects to a port of the loopback interface.
     /// @param aReceiveBuffer in bytes; 0 for the kernel's choice. @return a peer; see `connected`.
     static TcpPeer connect(unsigned short aPort, int aReceiveBuffer = 0);
+
+    /// The same with a socket that was made before, with options of its own.
+    static TcpPeer connectWith(Descriptor aSocket, unsigned short aPort);
+
+    /// The same, for up to 30 s, with a program that may not listen yet.
+    static TcpPeer connectOnceItListens(unsigned short aPort, int aReceiveBuffer = 0);
 
     bool connected() const { return mSocket.get() >= 0; }
     int descriptor() const { return mSocket.get(); }
@@ -54,6 +53,11 @@ public:
     /// passed.
     std::string receive(std::size_t aLength);
 
+    /// @return whether a text comes back.
+    bool isEchoed(const std::string& aText = "x") {
+        return send(aText) && receive(aText.size()) == aText;
+    }
+
     /// Reads until a text has come. @return all read so far, including what follows the text.
     std::string receiveUntil(const std::string& aText);
 
@@ -61,7 +65,7 @@ public:
     bool waitForClose();
 
     /// Closes in the ordinary way.
-    void close() { mSocket.close(); }
+    void close() { mSocket.reset(); }
 
     /// Closes with a reset, as a crashed peer does.
     void reset();

@@ -7,11 +7,13 @@
 #include <chrono>
 #include <thread>
 
+#include "support/times.h"
+
 namespace test {
 
 /// Asks until a condition holds, for up to a limit. @return whether it held.
 template <class Condition>
-bool waitUntil(Condition aCondition, std::chrono::milliseconds aLimit = std::chrono::seconds(30)) {
+bool waitUntil(Condition aCondition, std::chrono::milliseconds aLimit = kLimit) {
     const auto lEnd = std::chrono::steady_clock::now() + aLimit;
     while (!aCondition()) {
         if (std::chrono::steady_clock::now() > lEnd) {
