@@ -12,6 +12,8 @@
 #ifndef OSX_PROCESS_ATFORK_H
 #define OSX_PROCESS_ATFORK_H
 
+#include "base/threadAnnotations.h"
+
 namespace osx::process {
 
 /// Who holds a lock of one kind may take one of the kinds below it. Code of the application's runs
@@ -48,10 +50,12 @@ private:
     const AtFork* const mFormer;
 };
 
-/// The steps for a static mutex that is no more than locked and unlocked.
+/// The steps for a static mutex that is no more than locked and unlocked. Clang does not see which
+/// lock a template's argument is.
 template <auto& aMutex>
-constexpr ForkSteps kKeepAcrossFork{[] { aMutex.lock(); }, [] { aMutex.unlock(); },
-                                    [] { aMutex.unlock(); }};
+constexpr ForkSteps kKeepAcrossFork{[]() OSX_NO_THREAD_SAFETY_ANALYSIS { aMutex.lock(); },
+                                    []() OSX_NO_THREAD_SAFETY_ANALYSIS { aMutex.unlock(); },
+                                    []() OSX_NO_THREAD_SAFETY_ANALYSIS { aMutex.unlock(); }};
 
 /// @return how many forks lie between this process and the one that loaded the library.
 unsigned int generation() noexcept;
