@@ -99,8 +99,8 @@ private:
 
     ACE_INET_Addr mLocalAddress;
 
-    /// The socket that listens. It is closed with the lock held, and used with the lock held by who
-    /// may meet somebody who closes it.
+    /// The socket that listens. It is closed with the lock held. Whoever may meet a thread that
+    /// closes it uses it with the lock held, too.
     ACE_SOCK_Acceptor mAcceptor;
 
     const osxPortCallbacks_t mCallbacks;

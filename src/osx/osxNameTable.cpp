@@ -26,7 +26,7 @@ constexpr char kModule[] = "osxNameTable.cpp";
 
 using NameTable = std::array<NameTableEntry, OSX_NAME_TABLE_SIZE>;
 
-// None has a destructor to run: threads may still use the table while the process ends.
+// Nothing here has a destructor to run: threads may still use the table while the process ends.
 osx::Mutex gMutex;
 NameTable gTable OSX_GUARDED_BY(gMutex);
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
@@ -35,7 +35,7 @@ const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
 bool gInitialized OSX_GUARDED_BY(gMutex) = false;
 /// All entries before it have an empty name, none after it that is used.
 NameTableEntry* gFirstNamed OSX_GUARDED_BY(gMutex) = gTable.end();
-/// Whether there may be free entries after it.
+/// Whether there may be free entries after `gFirstNamed`.
 bool gHasGaps OSX_GUARDED_BY(gMutex) = false;
 /// Whether a used entry may have an empty name, and stand among the free ones.
 bool gHasNameless OSX_GUARDED_BY(gMutex) = false;
