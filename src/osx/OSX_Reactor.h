@@ -84,12 +84,12 @@ private:
     void rest();
     bool waitUntilEnded();
 
-    // |                        | mStop | mEnded | mSelf      |
-    // |------------------------|-------|--------|------------|
-    // | no run                 | false | true   | none       |
-    // | started, no step yet   | false | false  | none       | after `init`
-    // | running                | false | false  | the thread | from the first step of `svc`
-    // | stopped, not ended yet | true  | false  | either     | after `stopRunning`
+    // | state                  | mStop | mEnded | mSelf      | entered by             |
+    // |------------------------|-------|--------|------------|------------------------|
+    // | no run                 | false | true   | none       | the last step of `svc` |
+    // | started, no step yet   | false | false  | none       | `init`                 |
+    // | running                | false | false  | the thread | the first step of `svc`|
+    // | to end                 | true  | false  | either     | `stopRunning`          |
 
     osx::Mutex mMutex;
     osx::Condition mChanged;  ///< `mStop` has been set, or `mEnded`.

@@ -66,7 +66,8 @@ private:
         }
     }
 
-    bool mHasEnded = false;  ///< Whether `gIsTimed` may by now be of another timer.
+    bool mHasEnded =
+        false;  ///< Whether this timer has cleared `gIsTimed`: it may be another's now.
 };
 
 /// Without memory nobody looks until the next connection comes.
