@@ -1,3 +1,7 @@
+// An active object: its queue, its thread, and how the thread is stopped.
+//
+// The queue is ACE's activation queue, into which a stop goes as one more request. When there is no
+// memory for that request, the stop closes the queue instead, which ends the thread as well.
 #include "osx/ActiveObject.h"
 
 #include <cerrno>
@@ -12,7 +16,8 @@
 
 namespace {
 
-/// Set while the routine runs, however it ends: a request may be cancelled, or end the thread.
+/// The flag is set while the routine runs. It is cleared however that ends: a request may be
+/// cancelled, or end the thread.
 class RunningFlag {
 public:
     explicit RunningFlag(std::atomic<int>& aFlag) : mFlag(aFlag) { set(1); }
@@ -25,8 +30,7 @@ private:
     std::atomic<int>& mFlag;
 };
 
-/// However the routine ends, the queue then takes requests again, though a stop for want of memory
-/// has closed it.
+/// Opens the queue when the routine has ended: a stop without memory has closed it.
 class QueueOpener {
 public:
     explicit QueueOpener(ACE_Activation_Queue& aQueue) : mQueue(aQueue) {}
@@ -38,21 +42,25 @@ private:
     ACE_Activation_Queue& mQueue;
 };
 
-/// Not the activation queue's own `enqueue`, which goes on without the data block when only that
-/// could not be allocated, and crashes.
-ACE_Message_Block* messageBlockFor(ACE_Method_Request* aRequest) {
-    auto* const lBlock =
-        osx::allocate<ACE_Message_Block>(
-            sizeof *aRequest,
-            static_cast<ACE_Message_Block::ACE_Message_Type>(ACE_Message_Block::MB_DATA), nullptr,
-            reinterpret_cast<const char*>(aRequest), nullptr, nullptr, aRequest->priority())
-            .release();
+/// Done here because the activation queue's own `enqueue` crashes when it has no memory for a
+/// message's data block.
+/// @return null with `errno` ENOMEM when memory is short.
+std::unique_ptr<ACE_Message_Block> messageBlockFor(ACE_Method_Request* aRequest) {
+    auto lBlock = osx::allocate<ACE_Message_Block>(
+        sizeof *aRequest,
+        static_cast<ACE_Message_Block::ACE_Message_Type>(ACE_Message_Block::MB_DATA), nullptr,
+        reinterpret_cast<const char*>(aRequest), nullptr, nullptr, aRequest->priority());
     if (lBlock != nullptr && lBlock->data_block() == nullptr) {
-        delete lBlock;
+        lBlock.reset();
         errno = ENOMEM;
-        return nullptr;
     }
     return lBlock;
+}
+
+/// @return the result of a call on an object that got no memory for its queue.
+int failWithoutQueue() {
+    errno = ENOMEM;
+    return -1;
 }
 
 }  // namespace
@@ -81,55 +89,54 @@ ActiveObject::~ActiveObject() {
 
 int ActiveObject::init() {
     if (!hasQueue()) {
-        return -1;
+        return failWithoutQueue();
     }
-    const std::lock_guard<std::mutex> lGuard(mStartMutex);
+    const osx::MutexLock lLock(mStartMutex);
     if (thr_count() == 0 && mRunning.load(std::memory_order_relaxed) == 0) {
         forgetStop();
     }
     return osx::startThread(*this);
 }
 
-/// What stopped the former thread may have come before a stop that was queued, which would end the
-/// next one. While somebody still waits for that stop, it holds for the next thread.
+/// A thread may end otherwise while a stop is queued for it, which would then end the next thread.
+/// But if somebody still waits for that stop, it holds for the next thread.
 void ActiveObject::forgetStop() {
-    const std::unique_lock<std::mutex> lLock(mStopMutex, std::try_to_lock);
-    if (!lLock.owns_lock()) {
+    if (!mStopMutex.tryLock()) {
         return;
     }
     if (StopRequest* const lStop = mQueuedStop.exchange(nullptr)) {
         lStop->mObject = nullptr;
     }
     mQueue.queue()->activate();
+    mStopMutex.unlock();
 }
 
-/// @return whether there was memory for a queue when the object was made; ENOMEM if not.
-bool ActiveObject::hasQueue() {
-    if (mQueue.queue() == nullptr) {
-        errno = ENOMEM;
-        return false;
-    }
-    return true;
+/// @return whether there was memory for a queue when the object was made.
+bool ActiveObject::hasQueue() const {
+    return mQueue.queue() != nullptr;
 }
 
 int ActiveObject::insert(ACE_Method_Request* aRequest) {
-    if (aRequest == nullptr || !hasQueue()) {
+    if (aRequest == nullptr) {
         return -1;
     }
-    ACE_Message_Block* const lBlock = messageBlockFor(aRequest);
+    if (!hasQueue()) {
+        return failWithoutQueue();
+    }
+    std::unique_ptr<ACE_Message_Block> lBlock = messageBlockFor(aRequest);
     if (lBlock == nullptr) {
         return -1;
     }
-    const int lResult = mQueue.queue()->enqueue_prio(lBlock);
-    if (lResult == -1) {
-        lBlock->release();
+    const int lResult = mQueue.queue()->enqueue_prio(lBlock.get());
+    if (lResult != -1) {
+        static_cast<void>(lBlock.release());
     }
     return lResult;
 }
 
 int ActiveObject::svc() {
     if (!hasQueue()) {
-        return -1;
+        return failWithoutQueue();
     }
     const osx::RunningHere lRunning(this);
     const RunningFlag lFlag(mRunning);
@@ -152,36 +159,40 @@ void ActiveObject::noteDequeued(const ACE_Method_Request* aRequest) {
     }
 }
 
-/// @return whether a stop is in the queue.
+/// Queues a stop, unless there is one. @return whether one is in the queue.
 bool ActiveObject::queueStop() {
-    const std::lock_guard<std::mutex> lGuard(mStartMutex);
+    const osx::MutexLock lLock(mStartMutex);
     if (mQueuedStop.load(std::memory_order_relaxed) != nullptr) {
         return true;
     }
-    auto* const lRequest = osx::allocate<StopRequest>(this).release();
-    mQueuedStop.store(lRequest, std::memory_order_relaxed);  // before the thread can take it out
-    const bool lQueued = lRequest != nullptr && insert(lRequest) != -1;
-    if (!lQueued) {
-        mQueuedStop.store(nullptr, std::memory_order_relaxed);
-        delete lRequest;
+    std::unique_ptr<StopRequest> lRequest = osx::allocate<StopRequest>(this);
+    mQueuedStop.store(lRequest.get(), std::memory_order_relaxed);  // the thread may be quick
+    if (lRequest != nullptr && insert(lRequest.get()) != -1) {
+        static_cast<void>(lRequest.release());
+        return true;
     }
-    return lQueued;
+    mQueuedStop.store(nullptr, std::memory_order_relaxed);
+    return false;
 }
 
-void ActiveObject::stop() {
-    // ACE would join the thread once for each waiter, which is undefined.
-    std::unique_lock<std::mutex> lLock(mStopMutex, std::defer_lock);
-    const bool lOwnThread = osx::RunningHere::isCaller(this);
-    if (!lOwnThread) {
-        lLock.lock();
-    }
+/// @return whether the thread was in its loop, and so will end.
+bool ActiveObject::requestStop() {
     if (mRunning.load(std::memory_order_relaxed) == 0) {
-        return;
+        return false;
     }
     if (!queueStop()) {
         mQueue.queue()->deactivate();
     }
-    if (!lOwnThread) {
+    return true;
+}
+
+void ActiveObject::stop() {
+    if (osx::RunningHere::isCaller(this)) {
+        requestStop();
+        return;
+    }
+    const osx::MutexLock lLock(mStopMutex);
+    if (requestStop()) {
         mJoiner.join(*this);
         mQueue.queue()->activate();
     }

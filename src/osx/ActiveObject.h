@@ -5,12 +5,12 @@
 #define OSX_OSX_ACTIVEOBJECT_H
 
 #include <atomic>
-#include <mutex>
 
 #include "ace/Activation_Queue.h"
 #include "ace/Method_Request.h"
 #include "ace/Synch_Traits.h"
 #include "ace/Task_T.h"
+#include "base/Mutex.h"
 #include "base/osxExport.h"
 #include "threads/ThreadJoiner.h"
 
@@ -70,17 +70,29 @@ public:
 private:
     friend class StopRequest;
 
-    bool hasQueue();
-    void forgetStop();
+    bool hasQueue() const;
+    void forgetStop() OSX_REQUIRES(mStartMutex) OSX_EXCLUDES(mStopMutex);
     void noteDequeued(const ACE_Method_Request* aRequest);
-    bool queueStop();
+    bool requestStop() OSX_EXCLUDES(mStartMutex);
+    bool queueStop() OSX_EXCLUDES(mStartMutex);
+
+    // The locks keep operations apart; what they share with the thread is atomic.
+
+    /// Held by a `stop()` until the thread has ended. Taken before the other.
+    osx::Mutex mStopMutex;
+    /// Held while the thread is started, and while a stop is queued.
+    osx::Mutex mStartMutex;
 
     ACE_Activation_Queue mQueue;
+
+    /// Whether the thread is in its loop. The thread sets and clears it; a stop reads it.
     std::atomic<int> mRunning;
-    std::mutex mStopMutex;   ///< Held by a thread that waits for the end, too.
-    std::mutex mStartMutex;  ///< Keeps starts, and the queueing of stops, apart.
-    /// The request of `stop()` that is in the queue: there is never a second one.
+
+    /// The request of `stop()` that is in the queue: there is never a second one. A stop sets it,
+    /// the thread clears it when it takes the request out, and a start does where no thread is left
+    /// to do so.
     std::atomic<StopRequest*> mQueuedStop;
+
     osx::ThreadJoiner mJoiner;
 };
 
@@ -100,7 +112,7 @@ public:
 private:
     friend class ActiveObject;
 
-    ActiveObject* mObject;
+    ActiveObject* mObject;  ///< What to stop; null for nothing.
 };
 
 #endif

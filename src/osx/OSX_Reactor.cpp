@@ -1,11 +1,17 @@
+// The process-wide reactor: made, installed, kept across forks, and the list of its threads.
+//
+// The library's reactor is `LoopReactor` with a timer queue of its own; `ACE_Reactor` is what ACE
+// and the application see of it. It is installed when the first timer or port needs a reactor, or
+// when the application says so.
 #include "osx/OSX_Reactor.h"
 
-#include <cerrno>
-#include <chrono>
+#include <atomic>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "ace/Reactor.h"
+#include "base/ErrnoKeeper.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
@@ -13,30 +19,26 @@
 #include "osx/osx.h"
 #include "process/atEnd.h"
 #include "process/atFork.h"
-#include "process/parking.h"
 #include "reactor/LoopReactor.h"
 #include "reactor/TimerQueue.h"
 #include "reactor/processReactor.h"
-#include "threads/ThreadJoiner.h"
-#include "threads/startThread.h"
 
 namespace {
 
 constexpr char kModule[] = "OSX_Reactor.cpp";
-constexpr std::chrono::milliseconds kSlice(250);
-/// How often a thread that is being stopped is woken, should another one have taken its wake-up.
-constexpr std::chrono::milliseconds kWakeInterval(20);
 
-/// ACE does not survive every failed allocation in its reactor's construction. So nothing of it is
-/// begun without as much memory as it takes.
+/// ACE does not survive every failed allocation while it constructs its reactor. So the
+/// construction begins only if there is enough memory for all of it.
 bool hasMemoryForReactor() {
     constexpr std::size_t kEnough = std::size_t{256} * 1024;
-    const std::unique_ptr<char[]> lMemory(osx::allocateBytes(kEnough));
+    // Not by `new`, which a compiler may leave out where nothing is done with the memory.
+    void* const lMemory = osx::allocateMemory(kEnough);
+    ::operator delete(lMemory);
     return lMemory != nullptr;
 }
 
-/// When memory is short ACE installs the reactor all the same, only does not enter it with what it
-/// ends at the end of the process.
+/// When memory is short ACE throws after it has installed the reactor. It only has not noted that
+/// it must close it at the end of the process.
 void install(ACE_Reactor& aReactor) {
     try {
         ACE_Reactor::instance(&aReactor, false);
@@ -44,140 +46,60 @@ void install(ACE_Reactor& aReactor) {
     }
 }
 
-/// The one that has been installed, as long as it exists.
+/// The object that was installed last, as long as it exists. Set by any thread that installs one,
+/// and read by a thread that forks.
 std::atomic<OSX_Reactor*> gInstalled{nullptr};
 
 }  // namespace
 
 template class ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>;
 
-OSX_ReactorThread::OSX_ReactorThread() : mNext(nullptr), mStop(false), mEnded(true) {}
-
-OSX_ReactorThread::~OSX_ReactorThread() = default;
-
-/// The new thread's first step waits for the mutex, and so finds what is set here.
-int OSX_ReactorThread::init() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    const int lResult = osx::startThread(*this);
-    if (lResult == 0) {
-        mEnded = false;
-    }
-    return lResult;
-}
-
-/// From the thread's first step to its last, though a callback ends it or it is cancelled.
-class OSX_ReactorThread::Running {
-public:
-    explicit Running(OSX_ReactorThread& aThread) : mThread(aThread) { mThread.begin(); }
-    ~Running() { mThread.end(); }
-    Running(const Running&) = delete;
-    Running& operator=(const Running&) = delete;
-
-private:
-    OSX_ReactorThread& mThread;
-};
-
-int OSX_ReactorThread::svc() {
-    const osx::process::InLoop lInLoop;
-    const Running lRunning(*this);
-    while (!mStop) {
-        if (!osx::serveOneEvent(kSlice)) {
-            rest();
-        }
-    }
-    return 0;
-}
-
-void OSX_ReactorThread::begin() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    mSelf = std::this_thread::get_id();
-    mEnded = false;
-}
-
-void OSX_ReactorThread::end() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    mSelf = std::thread::id();
-    mStop = false;
-    mEnded = true;
-    mChanged.notify_all();
-}
-
-void OSX_ReactorThread::stopRunning() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    mStop = !mEnded;
-    mChanged.notify_all();
-}
-
-bool OSX_ReactorThread::stopAndWait() {
-    stopRunning();
-    if (isCaller()) {
-        return false;
-    }
-    while (!waitUntilEnded()) {
-        osx::wake(osx::installedReactor());
-    }
-    osx::ThreadJoiner().join(*this);
-    return true;
-}
-
-bool OSX_ReactorThread::isCaller() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    return mSelf == std::this_thread::get_id();
-}
-
-/// A slice with nothing to wait on, so that the thread does not burn the processor.
-void OSX_ReactorThread::rest() {
-    std::unique_lock<std::mutex> lLock(mMutex);
-    mChanged.wait_for(lLock, kSlice, [this] { return mStop.load(); });
-}
-
-bool OSX_ReactorThread::waitUntilEnded() {
-    std::unique_lock<std::mutex> lLock(mMutex);
-    return mChanged.wait_for(lLock, kWakeInterval, [this] { return mEnded; });
-}
-
-/// Handlers and timers are whole in a child, and nobody is in a loop. The reactor's locks come
-/// first: a callback that is made with its token may ask for a thread.
+/// What a fork does with the reactor. In the child its handlers and timers are whole, and nobody is
+/// in a loop.
+///
+/// There are two steps: the reactor's token and the list of threads first, as a callback that is
+/// made with the token may ask for a thread; the reactor's own locks last. Clang cannot follow
+/// locks that one step takes and another gives back.
 class OSX_Reactor::AcrossForks {
 public:
-    static void lockThreads() {
+    static void lockThreads() OSX_NO_THREAD_SAFETY_ANALYSIS {
         mLocked = gInstalled;
         if (mLocked != nullptr) {
             mLocked->mImplementation->lockTokenForFork();
             mLocked->mMutex.lock();
         }
     }
-    static void unlockThreads() {
+    static void unlockThreads() OSX_NO_THREAD_SAFETY_ANALYSIS {
         if (mLocked != nullptr) {
             mLocked->mMutex.unlock();
             mLocked->mImplementation->unlockTokenAfterFork();
         }
     }
-    static void forgetThreads() {
+    static void forgetThreads() OSX_NO_THREAD_SAFETY_ANALYSIS {
         if (mLocked != nullptr) {
-            // They can be neither joined nor destroyed here.
-            mLocked->mThreads = nullptr;
+            mLocked->mThreads.forgetAll();  // they can be neither joined nor destroyed here
             mLocked->mMutex.unlock();
         }
     }
-    static void lockLoop() {
+    static void lockLoop() OSX_NO_THREAD_SAFETY_ANALYSIS {
         if (mLocked != nullptr) {
             mLocked->mImplementation->lockForFork();
         }
     }
-    static void unlockLoop() {
+    static void unlockLoop() OSX_NO_THREAD_SAFETY_ANALYSIS {
         if (mLocked != nullptr) {
             mLocked->mImplementation->unlockAfterFork();
         }
     }
-    static void renewLoop() {
+    static void renewLoop() OSX_NO_THREAD_SAFETY_ANALYSIS {
         if (mLocked != nullptr) {
             mLocked->mImplementation->renewInChild();
         }
     }
 
 private:
-    /// Of the thread that forks: another one may install a reactor meanwhile, and fork itself.
+    /// The reactor whose locks the calling thread has taken for its fork. Another thread may
+    /// install another reactor meanwhile, and fork itself.
     static inline thread_local OSX_Reactor* mLocked = nullptr;
 };
 
@@ -189,38 +111,41 @@ const osx::process::AtFork OSX_Reactor::gLoopAtFork(osx::process::ForkOrder::kLo
                                                     {AcrossForks::lockLoop, AcrossForks::unlockLoop,
                                                      AcrossForks::renewLoop});
 
-OSX_Reactor::OSX_Reactor()
-    : mImplementation(nullptr), mReactor(nullptr), mThreads(nullptr), mTimerQueue(nullptr) {
+void OSX_Reactor::GiveBack::operator()(osx::TimerQueue* aQueue) const {
+    osx::TimerQueue::giveBack(aQueue);
+}
+
+OSX_Reactor::OSX_Reactor() {
     create();
+}
+
+/// Leaves either all three parts, or none and `errno` as the contract of the class promises.
+void OSX_Reactor::create() {
+    const osx::StandardDescriptorsTaken lTaken;  // for what wakes the reactor
+    createParts();
+    if (mReactor == nullptr) {
+        const osx::ErrnoKeeper lKeeper;
+        discard();
+    }
 }
 
 /// ACE's reactor cannot say that its construction failed but by not being initialised; it is then
 /// good for nothing.
-void OSX_Reactor::create() {
-    const osx::StandardDescriptorsTaken lTaken;  // for what wakes the reactor
-    mTimerQueue = osx::TimerQueue::take();
+void OSX_Reactor::createParts() {
+    mTimerQueue.reset(osx::TimerQueue::take());
     if (mTimerQueue != nullptr && hasMemoryForReactor()) {
-        mImplementation = osx::allocate<osx::LoopReactor>(*mTimerQueue).release();
+        mImplementation = osx::allocate<osx::LoopReactor>(*mTimerQueue);
     }
     if (mImplementation != nullptr && mImplementation->usable()) {
-        mReactor = osx::allocate<ACE_Reactor>(mImplementation, false).release();
-    }
-    if (mReactor == nullptr) {
-        const int lErrno = errno;
-        discard();
-        errno = lErrno;
+        constexpr bool kDeletesImplementation = false;
+        mReactor = osx::allocate<ACE_Reactor>(mImplementation.get(), kDeletesImplementation);
     }
 }
 
 void OSX_Reactor::discard() {
-    delete mReactor;
-    delete mImplementation;
-    if (mTimerQueue != nullptr) {
-        osx::TimerQueue::giveBack(mTimerQueue);
-    }
-    mReactor = nullptr;
-    mImplementation = nullptr;
-    mTimerQueue = nullptr;
+    mReactor.reset();
+    mImplementation.reset();
+    mTimerQueue.reset();
 }
 
 OSX_Reactor::~OSX_Reactor() {
@@ -228,10 +153,10 @@ OSX_Reactor::~OSX_Reactor() {
     stopAndDeleteReactorThreads();
     OSX_Reactor* lThis = this;
     gInstalled.compare_exchange_strong(lThis, nullptr);
-    if (mReactor != nullptr && osx::ownReactor() == mReactor) {
+    if (mReactor != nullptr && osx::ownReactor() == mReactor.get()) {
         osx::setOwnReactor(nullptr, nullptr, nullptr);
     }
-    if (mReactor != nullptr && osx::installedReactor() == mReactor) {
+    if (mReactor != nullptr && osx::installedReactor() == mReactor.get()) {
         ACE_Reactor::instance(nullptr, false);
     }
     discard();
@@ -239,13 +164,13 @@ OSX_Reactor::~OSX_Reactor() {
 
 void OSX_Reactor::initReactor() {
     osx::process::expectEnd();
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const osx::MutexLock lLock(mMutex);
     if (mReactor == nullptr) {
         create();
     }
     if (mReactor != nullptr) {
         gInstalled = this;
-        osx::setOwnReactor(mReactor, mImplementation, mTimerQueue);
+        osx::setOwnReactor(mReactor.get(), mImplementation.get(), mTimerQueue.get());
         install(*mReactor);
     }
 }
@@ -266,14 +191,13 @@ int OSX_Reactor::startReactor() {
 }
 
 int OSX_Reactor::startExtraReactorThread() {
-    OSX_ReactorThread* const lThread = osx::allocate<OSX_ReactorThread>().release();
+    auto lThread = osx::allocate<OSX_ReactorThread>();
     if (lThread != nullptr && lThread->init() == 0) {
-        keepThread(lThread);
+        keepThread(std::move(lThread));
         return 0;
     }
     osx::DiagnosticLine(kModule).failure(
         LM_ERROR, "%t OSX_Reactor::startExtraReactorThread: unable to start a reactor thread\n");
-    delete lThread;
     return 0;
 }
 
@@ -281,41 +205,35 @@ int OSX_Reactor::stopReactor() {
     return osxStopReactor();
 }
 
+/// A thread that calls this itself is put back: it can be neither waited for nor freed here.
 void OSX_Reactor::stopAndDeleteReactorThreads() {
     const osx::NoCancellation lGuard;  // a thread taken out would be lost
     markThreadsStopped();
-    OSX_ReactorThread* lSelf = nullptr;
-    while (OSX_ReactorThread* const lThread = takeThread()) {
-        if (lThread->stopAndWait()) {
-            delete lThread;
-        } else {
-            lSelf = lThread;
+    std::unique_ptr<OSX_ReactorThread> lSelf;
+    while (auto lThread = takeThread()) {
+        if (!lThread->stopAndWait()) {
+            lSelf = std::move(lThread);
         }
     }
     if (lSelf != nullptr) {
-        keepThread(lSelf);
+        keepThread(std::move(lSelf));
     }
 }
 
 /// All at once, so that several threads take no longer to end than one.
 void OSX_Reactor::markThreadsStopped() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    for (OSX_ReactorThread* lThread = mThreads; lThread != nullptr; lThread = lThread->mNext) {
-        lThread->stopRunning();
+    const osx::MutexLock lLock(mMutex);
+    for (OSX_ReactorThread& lThread : mThreads) {
+        lThread.stopRunning();
     }
 }
 
-OSX_ReactorThread* OSX_Reactor::takeThread() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    OSX_ReactorThread* const lThread = mThreads;
-    if (lThread != nullptr) {
-        mThreads = lThread->mNext;
-    }
-    return lThread;
+std::unique_ptr<OSX_ReactorThread> OSX_Reactor::takeThread() {
+    const osx::MutexLock lLock(mMutex);
+    return std::unique_ptr<OSX_ReactorThread>(mThreads.takeLatest());
 }
 
-void OSX_Reactor::keepThread(OSX_ReactorThread* aThread) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    aThread->mNext = mThreads;
-    mThreads = aThread;
+void OSX_Reactor::keepThread(std::unique_ptr<OSX_ReactorThread> aThread) {
+    const osx::MutexLock lLock(mMutex);
+    mThreads.add(*aThread.release());
 }

@@ -20,13 +20,14 @@
 #define OSX_OSX_OSX_REACTOR_H
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <memory>
 #include <thread>
 
 #include "ace/Singleton.h"
 #include "ace/Task.h"
 #include "ace/Thread_Mutex.h"
+#include "base/IntrusiveList.h"
+#include "base/Mutex.h"
 #include "base/osxExport.h"
 
 class ACE_Reactor;
@@ -40,7 +41,8 @@ class AtFork;
 }  // namespace osx
 
 /// One thread that runs the event loop. Any thread may call any operation but the destructor.
-class OSX_EXPORT OSX_ReactorThread : public ACE_Task<ACE_MT_SYNCH> {
+class OSX_EXPORT OSX_ReactorThread : public ACE_Task<ACE_MT_SYNCH>,
+                                     public osx::Listed<OSX_ReactorThread> {
 public:
     /// Starts nothing.
     OSX_ReactorThread();
@@ -74,7 +76,6 @@ public:
     bool stopAndWait();
 
 private:
-    friend class OSX_Reactor;
     class Running;
 
     void begin();
@@ -83,12 +84,25 @@ private:
     void rest();
     bool waitUntilEnded();
 
-    OSX_ReactorThread* mNext;  ///< Of the threads of an `OSX_Reactor`.
-    std::atomic<bool> mStop;   ///< Used up when the run that it ends has ended.
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    std::thread::id mSelf;
-    bool mEnded;  ///< Set while there is no run: from `init` on, or from a direct call of `svc`.
+    // | state                  | mStop | mEnded | mSelf      | entered by             |
+    // |------------------------|-------|--------|------------|------------------------|
+    // | no run                 | false | true   | none       | the last step of `svc` |
+    // | started, no step yet   | false | false  | none       | `init`                 |
+    // | running                | false | false  | the thread | the first step of `svc`|
+    // | to end                 | true  | false  | either     | `stopRunning`          |
+
+    osx::Mutex mMutex;
+    osx::Condition mChanged;  ///< `mStop` has been set, or `mEnded`.
+
+    /// Whether the run is to end. Written with the lock held; the run reads it without, before each
+    /// event.
+    std::atomic<bool> mStop;
+
+    /// Whether there is no run: there is one from `init` on, or from a direct call of `svc`.
+    bool mEnded OSX_GUARDED_BY(mMutex);
+
+    /// The thread that runs, by which a stop from one of its own callbacks is recognised.
+    std::thread::id mSelf OSX_GUARDED_BY(mMutex);
 };
 
 /// The reactor and its threads.
@@ -137,17 +151,30 @@ private:
     static const osx::process::AtFork gThreadsAtFork;
     static const osx::process::AtFork gLoopAtFork;
 
-    void create();
-    void discard();
-    void markThreadsStopped();
-    OSX_ReactorThread* takeThread();
-    void keepThread(OSX_ReactorThread* aThread);
+    struct GiveBack {
+        void operator()(osx::TimerQueue* aQueue) const;
+    };
 
-    osx::LoopReactor* mImplementation;
-    ACE_Reactor* mReactor;
-    OSX_ReactorThread* mThreads;
-    osx::TimerQueue* mTimerQueue;
-    std::mutex mMutex;
+    void create() OSX_REQUIRES(mMutex);
+    void createParts() OSX_REQUIRES(mMutex);
+    void discard() OSX_REQUIRES(mMutex);
+    void markThreadsStopped();
+    std::unique_ptr<OSX_ReactorThread> takeThread();
+    void keepThread(std::unique_ptr<OSX_ReactorThread> aThread);
+
+    osx::Mutex mMutex;
+
+    // The three parts of the reactor. All are there, or none.
+
+    /// Is given back, not destroyed: timers may outlive the reactor.
+    std::unique_ptr<osx::TimerQueue, GiveBack> mTimerQueue OSX_GUARDED_BY(mMutex);
+    /// Uses the timer queue.
+    std::unique_ptr<osx::LoopReactor> mImplementation OSX_GUARDED_BY(mMutex);
+    /// What the process sees of the implementation.
+    std::unique_ptr<ACE_Reactor> mReactor OSX_GUARDED_BY(mMutex);
+
+    /// The threads, which are this object's: in this list, or taken out to be stopped.
+    osx::IntrusiveList<OSX_ReactorThread> mThreads OSX_GUARDED_BY(mMutex);
 };
 
 /// The one instance of the process lives in the library, whoever asks for it.

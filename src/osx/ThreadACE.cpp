@@ -1,3 +1,4 @@
+// A task. What is hard about waiting for one is in `ThreadJoiner`.
 #include "osx/ThreadACE.h"
 
 #include <cerrno>

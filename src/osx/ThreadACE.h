@@ -45,6 +45,7 @@ public:
 private:
     void (*mFunction)(void*);
     void* mArgument;
+    /// The latest thread, which writes it; any other may read it. 0 until the first one runs.
     std::atomic<pthread_t> mThreadID;
     osx::ThreadJoiner mJoiner;
 };

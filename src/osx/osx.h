@@ -199,7 +199,8 @@ OSX_EXPORT unsigned int osxDeleteSemaphore(void* aHandle);
 
 /// What a critical section is to its owner.
 struct osxCriticalSection_t {
-    ACE_Recursive_Thread_Mutex* mMutex = nullptr;  ///< The lock; null until initialised.
+    /// The lock; null until initialised. It is not set back to null when the lock is freed.
+    ACE_Recursive_Thread_Mutex* mMutex = nullptr;
 };
 
 /// Allocates the lock of a critical section.

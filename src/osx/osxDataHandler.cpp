@@ -1,3 +1,8 @@
+// One connection of a port.
+//
+// A handler is served on one thread at a time. But its connection may be ended on any thread: by
+// the peer, by a callback, by the application, or by another reactor. So a flag tells who closes
+// it.
 #include "osx/osxDataHandler.h"
 
 #include <sys/socket.h>
@@ -75,8 +80,8 @@ int osxDataHandler::handle_input(ACE_HANDLE aHandle) {
     return lResult;
 }
 
-/// A read that came short has emptied the socket, and what comes later is told of. Only the end of
-/// the stream, which may have been told of before, is not told of again.
+/// A read that came short has emptied the socket, and the reactor tells of what comes later. Only
+/// the end of the stream, of which it may have told before, it does not tell again.
 osx::Served::Outcome osxDataHandler::serve(bool aToTheEnd) {
     ssize_t lCame = 0;
     int lResult = 1;
@@ -95,13 +100,14 @@ bool osxDataHandler::wantsFreshLook() const {
     return mCallbacks.aDataAvailFnc != nullptr;
 }
 
-/// A callback may also have closed the stream itself.
+/// A callback may also have closed the stream itself, by ACE's interface.
 bool osxDataHandler::isOver() const {
     return isEnded() || mStream.get_handle() == ACE_INVALID_HANDLE;
 }
 
-/// A descriptor that somebody closed behind the handler's back, and that is another connection's by
-/// now, is left to that one. Nobody would do the rest for a thread that is cancelled here.
+/// If somebody closed the descriptor behind the handler's back, it may be another connection's by
+/// now, and is not closed here. A thread that is cancelled finishes this first, as nobody else
+/// would.
 int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
     const osx::NoCancellation lGuard;
     if (mClosed.exchange(true)) {
@@ -170,7 +176,9 @@ void osxDataHandler::removeStaleHandler() {
     }
 }
 
-/// @param[out] aCame what a read of the handler's own came to.
+/// Lets the callback read, or reads once.
+/// @param[out] aCame what a read of the handler's own returned.
+/// @return the callback's result, or whether to keep the connection (0) or not (-1).
 int osxDataHandler::receive(ssize_t& aCame) {
     if (mCallbacks.aDataAvailFnc != nullptr) {
         return static_cast<int>(mCallbacks.aDataAvailFnc(&mStream, mCallbacks.aUserData));
@@ -181,11 +189,13 @@ int osxDataHandler::receive(ssize_t& aCame) {
     } while (aCame == -1 && errno == EINTR);
     DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_input: handle = %d result=%d\n",
                                   descriptor(), aCame);
-    return received(lChunk.data(), aCame);
+    return deliver(lChunk.data(), aCame);
 }
 
-/// @param aResult of the read. @return whether to keep the connection (0) or not (-1).
-int osxDataHandler::received(unsigned char* aData, ssize_t aResult) {
+/// Hands over what came.
+/// @param aResult what the read returned, with its `errno`.
+/// @return whether to keep the connection (0) or not (-1).
+int osxDataHandler::deliver(unsigned char* aData, ssize_t aResult) {
     if (aResult == 0) {
         DiagnosticLine(kModule).notice("Connection closed\n");
         return -1;

@@ -24,7 +24,7 @@ struct osxPortCallbacks_t {
     void* aUserData;                                ///< Where each connection's copy starts.
 };
 
-/// A number that threads count without a lock. A copy holds the number as it was.
+/// A number that several threads count up, without a lock. A copy holds the number as it was.
 class osxHandlerCount : public std::atomic<std::int32_t> {
 public:
     /// Starts at 0.
@@ -99,12 +99,15 @@ private:
     void removeStaleHandler();
     void leaveReactor();
     int receive(ssize_t& aCame);
-    int received(unsigned char* aData, ssize_t aResult);
+    int deliver(unsigned char* aData, ssize_t aResult);
 
-    ACE_SOCK_Stream mStream;
+    ACE_SOCK_Stream mStream;  ///< Its address is the socket's handle; it is closed last of all.
     ACE_INET_Addr mPeer;
-    osxPortCallbacks_t mCallbacks;
-    std::atomic<bool> mClosed;  ///< Set by the thread that closes it, of several at most one.
+    osxPortCallbacks_t mCallbacks;  ///< With this connection's own user datum.
+
+    /// Whether a thread has begun to close the connection. Each of several that would close it sets
+    /// this, and only the first goes on.
+    std::atomic<bool> mClosed;
 };
 
 #endif

@@ -1,3 +1,4 @@
+// The host's hardware address, the library's version, and the byte order of doubles.
 #include <algorithm>
 #include <array>
 #include <cstdio>

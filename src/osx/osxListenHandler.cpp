@@ -1,3 +1,9 @@
+// A port that listens.
+//
+// The difficulty is a shortage of descriptors. A connection that cannot be accepted stays in the
+// kernel's queue, and the reactor finds the port readable for ever. So the port keeps a spare
+// descriptor, by which it takes such a connection from the queue and refuses it. If even that
+// fails, it leaves the reactor for a pause.
 #include "osx/osxListenHandler.h"
 
 #include <fcntl.h>
@@ -14,7 +20,6 @@
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/assertion.h"
-#include "base/closeKeepingErrno.h"
 #include "base/diagnosticLine.h"
 #include "base/standardDescriptors.h"
 #include "osx/OSX_Reactor.h"
@@ -28,7 +33,7 @@ namespace {
 
 constexpr char kModule[] = "osxListenHandler.cpp";
 constexpr int kBacklog = 5;
-constexpr std::chrono::seconds kReportInterval(1);
+constexpr std::chrono::seconds kReportInterval(1);  // of failed accepts
 
 ACE_Time_Value pauseTime() {
     return ACE_Time_Value(0, 100000);
@@ -48,46 +53,69 @@ bool listenOn(int aSocket, const ACE_INET_Addr& aAddress) {
            ::listen(aSocket, kBacklog) == 0;
 }
 
-ACE_HANDLE acceptOn(int aSocket, ACE_INET_Addr& aPeer) {
-    sockaddr_in lPeer{};
-    socklen_t lLength = sizeof lPeer;
-    ACE_HANDLE lConnection = ACE_INVALID_HANDLE;
-    do {
-        lConnection = osx::makeDescriptor([&] {
-                          return ::accept4(aSocket, reinterpret_cast<sockaddr*>(&lPeer), &lLength,
-                                           SOCK_CLOEXEC);
-                      }).release();
-    } while (lConnection == ACE_INVALID_HANDLE && errno == EINTR);
-    if (lConnection != ACE_INVALID_HANDLE) {
-        aPeer.set(&lPeer, static_cast<int>(lLength));
-    }
-    return lConnection;
+osx::Descriptor openSpare() {
+    return osx::makeDescriptor([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); });
 }
 
-std::mutex gPortsMutex;
-osxListenHandler* gPorts = nullptr;
+osx::Mutex gPortsMutex;
+/// Every port of the process, for its forks.
+osx::IntrusiveList<osxListenHandler> gPorts OSX_GUARDED_BY(gPortsMutex);
 
 }  // namespace
 
-/// A child may close a port that a thread of its parent's was accepting on.
+/// What came of an accept.
+struct osxListenHandler::Accepted {
+    osx::Descriptor connection;  ///< None if there was none to accept, or it was refused.
+    ACE_INET_Addr peer;          ///< Of the connection.
+    int error = 0;               ///< Why there is no connection; EWOULDBLOCK if none was waiting.
+    bool isStuck = false;        ///< Whether one still waits, and could not even be refused.
+
+    static Accepted failure(int aError) {
+        Accepted lAccepted;
+        lAccepted.error = aError;
+        return lAccepted;
+    }
+    static Accepted from(int aSocket);
+};
+
+/// Accepts the next connection of a socket that listens.
+osxListenHandler::Accepted osxListenHandler::Accepted::from(int aSocket) {
+    Accepted lAccepted;
+    sockaddr_in lPeer{};
+    socklen_t lLength = sizeof lPeer;
+    do {
+        lAccepted.connection = osx::makeDescriptor([&] {
+            return ::accept4(aSocket, reinterpret_cast<sockaddr*>(&lPeer), &lLength, SOCK_CLOEXEC);
+        });
+    } while (!lAccepted.connection && errno == EINTR);
+    if (lAccepted.connection) {
+        lAccepted.peer.set(&lPeer, static_cast<int>(lLength));
+    } else {
+        lAccepted.error = errno;
+    }
+    return lAccepted;
+}
+
+/// A child may close a port that a thread of its parent's was accepting on. Clang cannot follow the
+/// locks of a list.
 class osxListenHandler::AcrossForks {
 public:
-    static void lock() {
+    static void lock() OSX_NO_THREAD_SAFETY_ANALYSIS {
         gPortsMutex.lock();
-        for (osxListenHandler* lPort = gPorts; lPort != nullptr; lPort = lPort->mNextPort) {
-            lPort->mMutex.lock();
+        for (osxListenHandler& lPort : gPorts) {
+            lPort.mMutex.lock();
         }
     }
-    static void unlock() {
-        for (osxListenHandler* lPort = gPorts; lPort != nullptr; lPort = lPort->mNextPort) {
-            lPort->mMutex.unlock();
+    static void unlock() OSX_NO_THREAD_SAFETY_ANALYSIS {
+        for (osxListenHandler& lPort : gPorts) {
+            lPort.mMutex.unlock();
         }
         gPortsMutex.unlock();
     }
-    static void unlockInChild() {
-        for (osxListenHandler* lPort = gPorts; lPort != nullptr; lPort = lPort->mNextPort) {
-            lPort->mMutex.unlock();
-            lPort->finishClosing();
+    static void unlockInChild() OSX_NO_THREAD_SAFETY_ANALYSIS {
+        for (osxListenHandler& lPort : gPorts) {
+            lPort.mMutex.unlock();
+            lPort.finishClosing();
         }
         gPortsMutex.unlock();
     }
@@ -103,10 +131,9 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
                                    osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData)
     : mLocalAddress(static_cast<unsigned short>(aPortnumber)),
       mCallbacks{aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc, aUserData},
-      mClosed(false),
-      mSpare(ACE_INVALID_HANDLE),
-      mNextPort(nullptr) {
+      mClosed(false) {
     openAcceptor();
+    mSpare = openSpare();
     DiagnosticLine(kModule).trace(
         9,
         "%t osxListenHandler::osxListenHandler: aPortnumber [%d] aNewConnectionFnc[0x%x] "
@@ -130,31 +157,27 @@ osxListenHandler::~osxListenHandler() {
 }
 
 void osxListenHandler::enterPorts() {
-    const std::lock_guard<std::mutex> lGuard(gPortsMutex);
-    mNextPort = gPorts;
-    gPorts = this;
+    const osx::MutexLock lLock(gPortsMutex);
+    gPorts.add(*this);
 }
 
 void osxListenHandler::leavePorts() {
-    const std::lock_guard<std::mutex> lGuard(gPortsMutex);
-    osxListenHandler** lLink = &gPorts;
-    while (*lLink != this) {
-        lLink = &(*lLink)->mNextPort;
-    }
-    *lLink = mNextPort;
+    const osx::MutexLock lLock(gPortsMutex);
+    gPorts.remove(*this);
 }
 
 void osxListenHandler::close() {
     if (beginToClose()) {
         leaveReactor();
         reactor()->cancel_timer(this, osx::kDontCallHandleClose);
-        const std::lock_guard<std::mutex> lGuard(mMutex);  // no fork comes in the midst of it
+        const osx::MutexLock lLock(mMutex);  // no fork comes in the midst of it
         closeAcceptor();
     }
 }
 
 /// In a child: the thread that was closing the port is not there, and clients would wait in it.
 void osxListenHandler::finishClosing() {
+    const osx::MutexLock lLock(mMutex);
     if (mClosed && mAcceptor.get_handle() != ACE_INVALID_HANDLE && isOfSet()) {
         leaveSet();
         closeAcceptor();
@@ -163,7 +186,7 @@ void osxListenHandler::finishClosing() {
 
 /// @return whether it is the caller who closes the port. From then on no thread uses the acceptor.
 bool osxListenHandler::beginToClose() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const osx::MutexLock lLock(mMutex);
     return !std::exchange(mClosed, true);
 }
 
@@ -174,25 +197,22 @@ ACE_HANDLE osxListenHandler::get_handle() const {
 /// Nobody would see to a connection that a cancelled thread has accepted.
 int osxListenHandler::handle_input(ACE_HANDLE) {
     const osx::NoCancellation lGuard;
-    ACE_INET_Addr lPeer;
-    const ACE_HANDLE lConnection = acceptConnection(lPeer);
-    if (lConnection == ACE_INVALID_HANDLE) {
-        reportFailedAccept();
+    Accepted lAccepted = acceptConnection();
+    if (!lAccepted.connection) {
+        reportFailedAccept(lAccepted.error);
         return 0;
     }
-    return begin(lConnection, lPeer);
+    return begin(std::move(lAccepted));
 }
 
 osx::Served::Outcome osxListenHandler::serve(bool) {
     const osx::NoCancellation lGuard;
-    ACE_INET_Addr lPeer;
-    const ACE_HANDLE lConnection = acceptConnection(lPeer);
-    if (lConnection == ACE_INVALID_HANDLE) {
-        const bool lNoneWaits = errno == EWOULDBLOCK;
-        reportFailedAccept();
-        return lNoneWaits ? kIdle : kBusy;
+    Accepted lAccepted = acceptConnection();
+    if (!lAccepted.connection) {
+        reportFailedAccept(lAccepted.error);
+        return lAccepted.error == EWOULDBLOCK ? kIdle : kBusy;
     }
-    if (begin(lConnection, lPeer) == -1) {
+    if (begin(std::move(lAccepted)) == -1) {
         leaveReactor();
         handle_close(get_handle(), ACE_Event_Handler::ACCEPT_MASK);
     }
@@ -209,10 +229,11 @@ void osxListenHandler::leaveReactor() {
     }
 }
 
+/// The pause is over.
 int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
     const osx::NoCancellation lGuard;
     const ACE_Guard<ACE_Lock> lReactorsLock(reactor()->lock());
-    const std::lock_guard<std::mutex> lLock(mMutex);
+    const osx::MutexLock lLock(mMutex);
     if (!mClosed && reactor()->register_handler(mAcceptor.get_handle(), this,
                                                 ACE_Event_Handler::ACCEPT_MASK) == -1) {
         reactor()->schedule_timer(this, nullptr, pauseTime());  // the shortage lasts
@@ -223,28 +244,22 @@ int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
 int osxListenHandler::handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask) {
     DiagnosticLine(kModule).trace(9, "%t osxListenHandler::handle_close: handle = %d\n", aHandle);
     // In one step: who unregisters the port at the same time finds it closed.
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const osx::MutexLock lLock(mMutex);
     if (!std::exchange(mClosed, true)) {
         closeAcceptor();
     }
     return 0;
 }
 
+/// Without a socket the registration fails, which ends the process.
 void osxListenHandler::openAcceptor() {
-    const int lSocket = osx::makeDescriptor([] {
-                            return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-                        }).release();
-    if (lSocket == -1) {
-        return;
+    osx::Descriptor lSocket = osx::makeDescriptor(
+        [] { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
+    if (lSocket && listenOn(lSocket.get(), mLocalAddress)) {
+        // Accepted connections have the options of the socket that they were accepted on.
+        osx::prepareConnection(lSocket.get());
+        mAcceptor.set_handle(lSocket.release());
     }
-    if (!listenOn(lSocket, mLocalAddress)) {
-        osx::closeKeepingErrno(lSocket);
-        return;
-    }
-    // Accepted connections have the options of the socket that they were accepted on.
-    osx::prepareConnection(lSocket);
-    mAcceptor.set_handle(lSocket);
-    openSpare();
 }
 
 int osxListenHandler::registerWithReactor() {
@@ -256,87 +271,64 @@ int osxListenHandler::registerWithReactor() {
                                        ACE_Event_Handler::ACCEPT_MASK);
 }
 
-/// @return the next connection; none, with `errno`, when there is none or it had to be refused.
-ACE_HANDLE osxListenHandler::acceptConnection(ACE_INET_Addr& aPeer) {
-    bool lHasToPause = false;
-    const ACE_HANDLE lConnection = acceptOrRefuse(aPeer, lHasToPause);
-    if (lHasToPause) {
+osxListenHandler::Accepted osxListenHandler::acceptConnection() {
+    Accepted lAccepted = acceptOrRefuse();
+    if (lAccepted.isStuck) {
         pause();
     }
-    return lConnection;
+    return lAccepted;
 }
 
-ACE_HANDLE osxListenHandler::acceptOrRefuse(ACE_INET_Addr& aPeer, bool& aHasToPause) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+osxListenHandler::Accepted osxListenHandler::acceptOrRefuse() {
+    const osx::MutexLock lLock(mMutex);
     if (mClosed) {
-        errno = EWOULDBLOCK;
-        return ACE_INVALID_HANDLE;
+        return Accepted::failure(EWOULDBLOCK);
     }
-    const ACE_HANDLE lConnection = acceptOn(mAcceptor.get_handle(), aPeer);
-    if (lConnection == ACE_INVALID_HANDLE) {
-        aHasToPause = isShortage(errno) && !refuseWithSpare();
-        return ACE_INVALID_HANDLE;
+    Accepted lAccepted = Accepted::from(mAcceptor.get_handle());
+    if (!lAccepted.connection) {
+        lAccepted.isStuck = isShortage(lAccepted.error) && !refuseWithSpare();
+    } else if (static_cast<std::size_t>(lAccepted.connection.get()) >=
+               osx::descriptorLimit(*reactor())) {
+        return Accepted::failure(EMFILE);
     }
-    if (static_cast<std::size_t>(lConnection) >= osx::descriptorLimit(*reactor())) {
-        ::close(lConnection);
-        errno = EMFILE;
-        return ACE_INVALID_HANDLE;
-    }
-    return lConnection;
+    return lAccepted;
 }
 
 /// Takes the waiting connection, which would keep the port readable, with the descriptor kept for
-/// this, and closes it. Keeps `errno`. @return whether that helped.
+/// this, and closes it. @return whether that helped.
 bool osxListenHandler::refuseWithSpare() {
-    const int lError = errno;
     bool lRefused = false;
-    if (mSpare != ACE_INVALID_HANDLE) {
-        ::close(mSpare);
-        mSpare = ACE_INVALID_HANDLE;
-        ACE_INET_Addr lPeer;
-        const ACE_HANDLE lConnection = acceptOn(mAcceptor.get_handle(), lPeer);
-        if (lConnection != ACE_INVALID_HANDLE) {
-            ::close(lConnection);
-            lRefused = true;
-        }
+    if (mSpare) {
+        mSpare.reset();
+        lRefused = static_cast<bool>(Accepted::from(mAcceptor.get_handle()).connection);
     }
-    openSpare();
-    errno = lError;
+    mSpare = openSpare();
     return lRefused;
 }
 
-void osxListenHandler::openSpare() {
-    mSpare =
-        osx::makeDescriptor([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }).release();
-}
-
-/// The port stays silent for a while. Keeps `errno`.
+/// The port stays silent for a while.
 void osxListenHandler::pause() {
-    const int lError = errno;
-    {
-        const ACE_Guard<ACE_Lock> lReactorsLock(reactor()->lock());
-        const std::lock_guard<std::mutex> lGuard(mMutex);
-        if (!mClosed && reactor()->schedule_timer(this, nullptr, pauseTime()) != -1) {
-            leaveReactor();
-        }
+    const ACE_Guard<ACE_Lock> lReactorsLock(reactor()->lock());
+    const osx::MutexLock lLock(mMutex);
+    if (!mClosed && reactor()->schedule_timer(this, nullptr, pauseTime()) != -1) {
+        leaveReactor();
     }
-    errno = lError;
 }
 
-void osxListenHandler::reportFailedAccept() {
-    const DiagnosticLine lLine(kModule);
-    const int lError = errno;
-    if (lError != EWOULDBLOCK && mayReport()) {
-        lLine.failure(LM_ERROR,
-                      "%t osxListenHandler::handle_input: Unable to accept incoming socket "
-                      "::errno[%d]\n",
-                      lError);
+void osxListenHandler::reportFailedAccept(int aError) {
+    if (aError == EWOULDBLOCK || !mayReport()) {
+        return;
     }
+    errno = aError;
+    DiagnosticLine(kModule).failure(
+        LM_ERROR,
+        "%t osxListenHandler::handle_input: Unable to accept incoming socket ::errno[%d]\n",
+        aError);
 }
 
 /// Failed accepts may come at any rate; their lines do not.
 bool osxListenHandler::mayReport() {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const osx::MutexLock lLock(mMutex);
     const Clock::time_point lNow = Clock::now();
     if (lNow < mNextReport) {
         return false;
@@ -345,31 +337,31 @@ bool osxListenHandler::mayReport() {
     return true;
 }
 
-int osxListenHandler::begin(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer) {
+/// Gives a connection its handler. @return 0; -1, and the connection is closed, if there is no
+/// memory for one.
+int osxListenHandler::begin(Accepted aAccepted) {
     std::array<char, 16> lHost{};
-    aPeer.get_host_addr(lHost.data(), static_cast<int>(lHost.size()));
+    aAccepted.peer.get_host_addr(lHost.data(), static_cast<int>(lHost.size()));
     DiagnosticLine(kModule).notice("Remote connection from: %s:%d\n", lHost.data(),
-                                   aPeer.get_port_number());
-    auto* const lDataHandler =
-        osx::allocate<osxDataHandler>(ACE_SOCK_Stream(aConnection), aPeer, mCallbacks).release();
-    if (lDataHandler == nullptr) {
-        osx::closeKeepingErrno(aConnection);
+                                   aAccepted.peer.get_port_number());
+    osx::Descriptor& lConnection = aAccepted.connection;
+    auto lHandler = osx::allocate<osxDataHandler>(ACE_SOCK_Stream(lConnection.get()),
+                                                  aAccepted.peer, mCallbacks);
+    if (lHandler == nullptr) {
+        lConnection.reset();
         DiagnosticLine(kModule).failure(LM_ERROR,
                                         "%t osxListenHandler::handle_input: no memory for a "
                                         "connection, closing port [%d]\n",
                                         mLocalAddress.get_port_number());
         return -1;
     }
-    lDataHandler->remove_reference();
-    DiagnosticLine(kModule).trace(9, "%t osxListenHandler::handle_input: handle = %d\n",
-                                  aConnection);
+    const ACE_HANDLE lNumber = lConnection.release();  // the handler's, which may have closed it
+    lHandler.release()->remove_reference();
+    DiagnosticLine(kModule).trace(9, "%t osxListenHandler::handle_input: handle = %d\n", lNumber);
     return 0;
 }
 
 void osxListenHandler::closeAcceptor() {
     mAcceptor.close();
-    if (mSpare != ACE_INVALID_HANDLE) {
-        ::close(mSpare);
-        mSpare = ACE_INVALID_HANDLE;
-    }
+    mSpare.reset();
 }

@@ -4,10 +4,12 @@
 #define OSX_OSX_OSXLISTENHANDLER_H
 
 #include <chrono>
-#include <mutex>
 
 #include "ace/INET_Addr.h"
 #include "ace/SOCK_Acceptor.h"
+#include "base/Descriptor.h"
+#include "base/IntrusiveList.h"
+#include "base/Mutex.h"
 #include "osx/osxDataHandler.h"
 
 namespace osx::process {
@@ -15,7 +17,8 @@ class AtFork;
 }
 
 /// Accepts connections, each of which gets an `osxDataHandler`.
-class OSX_EXPORT osxListenHandler : public osx::CountedHandler {
+class OSX_EXPORT osxListenHandler : public osx::CountedHandler,
+                                    public osx::Listed<osxListenHandler> {
 public:
     /// Opens the port and registers it with the process-wide reactor. A port that cannot be opened
     /// or registered ends the process (with a line). See `osxRegisterPort` for the arguments.
@@ -75,6 +78,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
     class AcrossForks;
+    struct Accepted;
     static const osx::process::AtFork gAtFork;
 
     void openAcceptor();
@@ -83,28 +87,37 @@ private:
     int registerWithReactor();
     bool beginToClose();
     void finishClosing();
-    ACE_HANDLE acceptConnection(ACE_INET_Addr& aPeer);
-    ACE_HANDLE acceptOrRefuse(ACE_INET_Addr& aPeer, bool& aHasToPause);
-    bool refuseWithSpare();
-    void openSpare();
+    Accepted acceptConnection();
+    Accepted acceptOrRefuse();
+    bool refuseWithSpare() OSX_REQUIRES(mMutex);
     void pause();
-    void reportFailedAccept();
+    void reportFailedAccept(int aError);
     bool mayReport();
-    int begin(ACE_HANDLE aConnection, const ACE_INET_Addr& aPeer);
+    int begin(Accepted aAccepted);
     void leaveReactor();
-    void closeAcceptor();
+    void closeAcceptor() OSX_REQUIRES(mMutex);
 
     ACE_INET_Addr mLocalAddress;
+
+    /// The socket that listens. It is closed with the lock held. Whoever may meet a thread that
+    /// closes it uses it with the lock held, too.
     ACE_SOCK_Acceptor mAcceptor;
+
     const osxPortCallbacks_t mCallbacks;
 
     /// Keeps the acceptor from being closed under a thread that uses it. Who needs the reactor's
     /// lock, too, takes that first: the reactor closes handlers with it.
-    std::mutex mMutex;
-    bool mClosed;
-    ACE_HANDLE mSpare;  ///< A descriptor to fall back on when the process has none left.
-    Clock::time_point mNextReport;
-    osxListenHandler* mNextPort;  ///< Of all ports.
+    osx::Mutex mMutex;
+
+    /// Whether somebody has begun to close the port, or has closed it: nobody accepts any more.
+    bool mClosed OSX_GUARDED_BY(mMutex);
+
+    /// Given up for a moment when the process has no descriptor left: by it a connection is taken
+    /// from the kernel's queue, and refused. None if it could not be opened again.
+    osx::Descriptor mSpare OSX_GUARDED_BY(mMutex);
+
+    /// No line about a failed accept is written before.
+    Clock::time_point mNextReport OSX_GUARDED_BY(mMutex);
 };
 
 #endif

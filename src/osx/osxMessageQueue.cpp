@@ -1,4 +1,7 @@
+// The calls of message queues. A queue's handle points at a `MessageQueue`.
 #include <algorithm>
+#include <cerrno>
+#include <memory>
 
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
@@ -14,15 +17,15 @@ unsigned int osxMsgQueueInit(unsigned long aSize, long aMaxMessages, void** aHan
                              const char* aQueueName) {
     const osx::NoCancellation lGuard;
     const char* const lName = aQueueName == nullptr ? "" : aQueueName;
-    auto* const lQueue = osx::allocate<MessageQueue>(aSize).release();
+    std::unique_ptr<MessageQueue> lQueue = osx::allocate<MessageQueue>(aSize);
     if (lQueue == nullptr) {
         DiagnosticLine(osx::kQueueModule)
             .failure(LM_DEBUG, "%t osxMsgQueueInit: lQueue == 0  size[%d] maxMsgs[%d] qname[%s] \n",
                      aSize, aMaxMessages, lName);
         return ENOMEM;
     }
-    *aHandle = lQueue;
-    if (!osxNameTableRegister(lQueue, lName)) {
+    *aHandle = lQueue.release();
+    if (!osxNameTableRegister(*aHandle, lName)) {
         DiagnosticLine(osx::kQueueModule).failure(LM_ERROR, "We could not set the queue name.\n");
     }
     return OSX_OK;
@@ -62,16 +65,19 @@ unsigned int osxMsgRecv(void* aQueue, void* aBuffer, unsigned long aMaxSize,
 }
 
 unsigned int osxMsgQueueFlush(void* aQueue) {
-    if (auto* const lQueue =
-            DiagnosticLine(osx::kQueueModule)
-                .object<MessageQueue>(aQueue, LM_DEBUG, "%t osxMsgQueueFlush: lQueue == 0  \n")) {
-        lQueue->flush();
+    if (aQueue == nullptr) {
+        DiagnosticLine(osx::kQueueModule).failure(LM_DEBUG, "%t osxMsgQueueFlush: lQueue == 0  \n");
+        return OSX_OK;
     }
+    static_cast<MessageQueue*>(aQueue)->flush();
     return OSX_OK;
 }
 
 unsigned int osxMsgQueueDelete(void* aQueue) {
-    delete DiagnosticLine(osx::kQueueModule)
-        .object<MessageQueue>(aQueue, LM_DEBUG, "%t osxMsgQueueDelete: lQueue == 0  \n");
+    if (aQueue == nullptr) {
+        DiagnosticLine(osx::kQueueModule)
+            .failure(LM_DEBUG, "%t osxMsgQueueDelete: lQueue == 0  \n");
+    }
+    delete static_cast<MessageQueue*>(aQueue);
     return OSX_OK;
 }

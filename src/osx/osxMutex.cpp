@@ -1,6 +1,8 @@
+// The calls of mutexes. A mutex's handle points at an `ACE_Thread_Mutex`.
 #include <pthread.h>
 
 #include <cerrno>
+#include <memory>
 
 #include "ace/OS_NS_Thread.h"
 #include "ace/Thread_Mutex.h"
@@ -14,8 +16,8 @@ using osx::DiagnosticLine;
 
 namespace {
 
-/// Taken for a time of day the limit is long past, which makes the call a try-lock. Apart, lest the
-/// common case pay for its variables.
+/// A try-lock: the system takes the limit for a time of day, which is long past. It is a function
+/// of its own so that the common case does not pay for its variables.
 [[gnu::noinline]] unsigned int acquireBy(ACE_Thread_Mutex& aMutex, unsigned long aTimeOutMs) {
     if (ACE_OS::mutex_lock(&aMutex.lock(), osx::toTimeValue(aTimeOutMs)) == 0) {
         return OSX_OK;
@@ -23,7 +25,7 @@ namespace {
     return errno == ETIME ? OSX_ERR_TIMEOUT : OSX_ERR_MUTEX_ACQUIRE;
 }
 
-/// The C library's own call: through ACE's, locking and unlocking cost a quarter more.
+/// By the C library's own call: through ACE's, locking and unlocking cost a quarter more.
 unsigned int acquire(ACE_Thread_Mutex& aMutex) {
     const int lError = ::pthread_mutex_lock(&aMutex.lock());
     if (lError == 0) {
@@ -36,11 +38,11 @@ unsigned int acquire(ACE_Thread_Mutex& aMutex) {
 }  // namespace
 
 unsigned int osxCreateMutex(void** aHandle, const char* aName) {
-    auto* const lMutex = osx::allocate<ACE_Thread_Mutex>(aName).release();
+    std::unique_ptr<ACE_Thread_Mutex> lMutex = osx::allocate<ACE_Thread_Mutex>(aName);
     if (lMutex == nullptr) {
         return OSX_ERR_CREATE_FAILED;
     }
-    *aHandle = lMutex;
+    *aHandle = lMutex.release();
     return OSX_OK;
 }
 
@@ -64,7 +66,9 @@ unsigned int osxReleaseMutex(void* aHandle) {
 }
 
 unsigned int osxDeleteMutex(void* aHandle) {
-    delete DiagnosticLine(osx::kOsxModule)
-        .object<ACE_Thread_Mutex>(aHandle, LM_DEBUG, "%t osxDeleteMutex: lMutex == 0 \n");
+    if (aHandle == nullptr) {
+        DiagnosticLine(osx::kOsxModule).failure(LM_DEBUG, "%t osxDeleteMutex: lMutex == 0 \n");
+    }
+    delete static_cast<ACE_Thread_Mutex*>(aHandle);
     return OSX_OK;
 }

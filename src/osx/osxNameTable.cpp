@@ -1,11 +1,19 @@
+// The table of names.
+//
+// It is an array that the application may read as if it were sorted anew by each registration. As
+// sorting costs most, it is not done: free entries have empty names and so stand at the front, and
+// a new entry is moved to its place among the named ones behind them.
+//
+//     | free, and used ones without a name | named, sorted; gaps where entries were cleared |
+//                                            ^ gFirstNamed
 #include <strings.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 
+#include "base/Mutex.h"
 #include "base/diagnosticLine.h"
 #include "osx/osx.h"
 #include "process/atFork.h"
@@ -18,20 +26,19 @@ constexpr char kModule[] = "osxNameTable.cpp";
 
 using NameTable = std::array<NameTableEntry, OSX_NAME_TABLE_SIZE>;
 
-// None has a destructor to run: threads may still use the table while the process ends.
-NameTable gTable;
-std::mutex gMutex;
+// Nothing here has a destructor to run: threads may still use the table while the process ends.
+osx::Mutex gMutex;
+NameTable gTable OSX_GUARDED_BY(gMutex);
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
                                    osx::process::kKeepAcrossFork<gMutex>);
-bool gInitialized = false;
+/// Whether the table has been cleared once, as the first registration does.
+bool gInitialized OSX_GUARDED_BY(gMutex) = false;
 /// All entries before it have an empty name, none after it that is used.
-NameTableEntry* gFirstNamed = gTable.end();
-/// Whether there may be free entries after it.
-bool gHasGaps = false;
+NameTableEntry* gFirstNamed OSX_GUARDED_BY(gMutex) = gTable.end();
+/// Whether there may be free entries after `gFirstNamed`.
+bool gHasGaps OSX_GUARDED_BY(gMutex) = false;
 /// Whether a used entry may have an empty name, and stand among the free ones.
-bool gHasNameless = false;
-
-using Guard = std::lock_guard<std::mutex>;
+bool gHasNameless OSX_GUARDED_BY(gMutex) = false;
 
 bool isUsed(const NameTableEntry& aEntry) {
     return aEntry.handle != nullptr;
@@ -45,7 +52,7 @@ bool precedes(const NameTableEntry& aLeft, const NameTableEntry& aRight) {
     return cmp_names(&aLeft, &aRight) < 0;
 }
 
-void clearTable() {
+void clearTable() OSX_REQUIRES(gMutex) {
     gTable = {};
     gInitialized = true;
     gFirstNamed = gTable.end();
@@ -53,8 +60,8 @@ void clearTable() {
     gHasNameless = false;
 }
 
-/// @return the first entry of a handle; null if there is none. Null finds a free entry.
-NameTableEntry* findEntry(const void* aHandle) {
+/// @return the first entry of a handle; null if there is none. A null handle finds a free entry.
+NameTableEntry* findEntry(const void* aHandle) OSX_REQUIRES(gMutex) {
     auto* const lEntry = std::find_if(
         aHandle == nullptr || gHasNameless ? gTable.begin() : gFirstNamed, gTable.end(),
         [aHandle](const NameTableEntry& aEntry) { return aEntry.handle == aHandle; });
@@ -70,7 +77,7 @@ NameTableEntry makeEntry(void* aHandle, const char* aName) {
 }
 
 /// Moves the named entries to the end, in the order they have.
-void closeGaps() {
+void closeGaps() OSX_REQUIRES(gMutex) {
     auto* lTarget = gTable.end();
     for (auto* lEntry = gTable.end(); lEntry != gFirstNamed;) {
         --lEntry;
@@ -83,7 +90,9 @@ void closeGaps() {
     gHasGaps = false;
 }
 
-void moveToItsPlace(NameTableEntry* aEntry) {
+/// Moves a new entry from among the free ones to its place among the named ones: before those of
+/// the same name.
+void moveToItsPlace(NameTableEntry* aEntry) OSX_REQUIRES(gMutex) {
     const NameTableEntry lEntry = *aEntry;
     if (gHasNameless) {
         std::move(aEntry + 1, gFirstNamed, aEntry);
@@ -96,9 +105,9 @@ void moveToItsPlace(NameTableEntry* aEntry) {
     --gFirstNamed;
 }
 
-/// What sorting the table anew gives when the new entry stands before all named ones: it comes
-/// before those of the same name.
-void putInOrder(NameTableEntry* aEntry) {
+/// Gives the same order as sorting the table anew.
+/// @param aEntry the new entry, which stands before all named ones.
+void putInOrder(NameTableEntry* aEntry) OSX_REQUIRES(gMutex) {
     if (gHasGaps) {
         closeGaps();
     }
@@ -109,7 +118,7 @@ void putInOrder(NameTableEntry* aEntry) {
     }
 }
 
-void sort() {
+void sort() OSX_REQUIRES(gMutex) {
     std::qsort(gTable.data(), gTable.size(), sizeof(NameTableEntry), cmp_names);
     gFirstNamed = std::find_if(gTable.begin(), gTable.end(), isNamed);
     gHasNameless = std::any_of(gTable.begin(), gFirstNamed, isUsed);
@@ -118,7 +127,7 @@ void sort() {
 
 /// @return false when the table is full.
 bool store(const NameTableEntry& aEntry) {
-    const Guard lGuard(gMutex);
+    const osx::MutexLock lLock(gMutex);
     if (!gInitialized) {
         clearTable();
     }
@@ -135,7 +144,7 @@ bool store(const NameTableEntry& aEntry) {
     return true;
 }
 
-void clearEntry(NameTableEntry& aEntry) {
+void clearEntry(NameTableEntry& aEntry) OSX_REQUIRES(gMutex) {
     if (&aEntry == gFirstNamed) {
         ++gFirstNamed;
     } else if (isNamed(aEntry)) {
@@ -149,7 +158,7 @@ int countUsed(const NameTable& aTable) {
 }
 
 NameTable copyOfTable() {
-    const Guard lGuard(gMutex);
+    const osx::MutexLock lLock(gMutex);
     return gTable;
 }
 
@@ -161,7 +170,7 @@ int cmp_names(const void* aLeft, const void* aRight) {
 }
 
 void osxNameTableInit() {
-    const Guard lGuard(gMutex);
+    const osx::MutexLock lLock(gMutex);
     clearTable();
 }
 
@@ -177,7 +186,7 @@ bool osxNameTableRegister(void* aHandle, const char* aName) {
 }
 
 bool osxNameTableUnRegister(void* aHandle) {
-    const Guard lGuard(gMutex);
+    const osx::MutexLock lLock(gMutex);
     NameTableEntry* const lEntry = findEntry(aHandle);
     if (lEntry == nullptr) {
         return false;
@@ -187,13 +196,13 @@ bool osxNameTableUnRegister(void* aHandle) {
 }
 
 const char* osxNameTableGetName(void* aHandle) {
-    const Guard lGuard(gMutex);
+    const osx::MutexLock lLock(gMutex);
     const NameTableEntry* const lEntry = findEntry(aHandle);
     return lEntry == nullptr ? "name not found" : lEntry->name;
 }
 
 int osxNameTableCount() {
-    const Guard lGuard(gMutex);
+    const osx::MutexLock lLock(gMutex);
     return countUsed(gTable);
 }
 

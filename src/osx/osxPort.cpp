@@ -1,3 +1,8 @@
+// The calls of ports. A port's handle points at an `osxListenHandler`, which counts its references:
+// the handle is one of them.
+#include <cerrno>
+#include <memory>
+
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
@@ -17,11 +22,10 @@ unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
                               osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
                               osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData) {
     const osx::NoCancellation lGuard;
-    osxListenHandler* lListener = nullptr;
+    std::unique_ptr<osxListenHandler> lListener;
     if (OSX_Reactor::ofProcess() != nullptr) {
         lListener = osx::allocate<osxListenHandler>(aPortnumber, aNewConnectionFnc, aDataAvailFnc,
-                                                    aNewDataFnc, aClosedConnectionFnc, aUserData)
-                        .release();
+                                                    aNewDataFnc, aClosedConnectionFnc, aUserData);
     }
     if (lListener == nullptr) {
         errno = ENOMEM;
@@ -29,19 +33,18 @@ unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
             .failure(LM_DEBUG, "%t osxRegisterPort: losxListenHandler == 0 \n");
         return kFailed;
     }
-    aPort = lListener;
+    aPort = lListener.release();
     return 0;
 }
 
 unsigned long osxUnregisterPort(void*& aPort) {
-    auto* const lListener =
+    if (aPort == nullptr) {
         DiagnosticLine(osx::kOsxModule)
-            .object<osxListenHandler>(aPort, LM_DEBUG,
-                                      "%t osxUnregisterPort: losxListenHandler == 0 \n");
-    if (lListener == nullptr) {
+            .failure(LM_DEBUG, "%t osxUnregisterPort: losxListenHandler == 0 \n");
         return kFailed;
     }
     const osx::NoCancellation lGuard;
+    auto* const lListener = static_cast<osxListenHandler*>(aPort);
     lListener->close();
     lListener->remove_reference();
     aPort = nullptr;

@@ -1,3 +1,4 @@
+// Running and ending the event loop of whatever reactor is installed.
 #include "ace/Reactor.h"
 #include "osx/osx.h"
 #include "process/parking.h"
@@ -5,7 +6,8 @@
 
 namespace {
 
-/// Called by the loop of `osxRunReactor` after each event. @return 0 to let the loop go on.
+/// Called by the loop of `osxRunReactor` after each event: at the end of the process the thread
+/// parks here. @return 0 to let the loop go on.
 int afterEvent(ACE_Reactor*) {
     osx::process::InLoop::parkAtEnd();
     return 0;

@@ -1,3 +1,4 @@
+// The calls of semaphores. A semaphore's handle points at an `ACE_Semaphore`.
 #include <semaphore.h>
 
 #include <algorithm>
@@ -16,19 +17,16 @@ using osx::DiagnosticLine;
 
 namespace {
 
-/// @return the semaphore; null with `errno` set. It is unnamed in any case: a name would make it
-///         the system's, shared with every other semaphore of that name and outliving the process.
-ACE_Semaphore* createSemaphore(int aStartCount, int aMaxCount) {
-    std::unique_ptr<ACE_Semaphore> lSem(
-        osx::allocate<ACE_Semaphore>(static_cast<unsigned int>(std::max(aStartCount, 0)),
-                                     USYNC_THREAD, nullptr, nullptr, aMaxCount)
-            .release());
-    const bool lAllocated = lSem != nullptr && lSem->lock().sema_ != nullptr;
-    if (!lAllocated || aStartCount < 0) {
+/// @return null when memory is short. The semaphore is unnamed in any case: a name would make it
+/// the
+///         system's, shared with every other semaphore of that name and outliving the process.
+std::unique_ptr<ACE_Semaphore> createSemaphore(int aStartCount, int aMaxCount) {
+    auto lSem = osx::allocate<ACE_Semaphore>(static_cast<unsigned int>(std::max(aStartCount, 0)),
+                                             USYNC_THREAD, nullptr, nullptr, aMaxCount);
+    if (lSem != nullptr && lSem->lock().sema_ == nullptr) {
         lSem.reset();
-        errno = lAllocated ? EINVAL : ENOMEM;
     }
-    return lSem.release();
+    return lSem;
 }
 
 sem_t* posixSemaphore(void* aHandle) {
@@ -43,11 +41,12 @@ void registerName(void* aHandle, const char* aName) {
     }
 }
 
+/// @return 0; -1 with `errno`, as of the calls of the C library.
 int waitFor(sem_t* aSemaphore, osxWaitFlag_t aFlag, unsigned long aTimeOutMs) {
     if (aFlag == OSX_WAIT_INFINITE || osx::isNoLimit(aTimeOutMs)) {
         return ::sem_wait(aSemaphore);
     }
-    // Taken for a time of day this is long past, so a count of 0 expires at once.
+    // The system takes this for a time of day, which is long past: a count of 0 expires at once.
     const timespec lDeadline = osx::toTimeValue(aTimeOutMs);
     const int lResult = ::sem_timedwait(aSemaphore, &lDeadline);
     if (lResult != 0 && errno == ETIMEDOUT) {
@@ -61,17 +60,18 @@ int waitFor(sem_t* aSemaphore, osxWaitFlag_t aFlag, unsigned long aTimeOutMs) {
 unsigned int osxCreateSemaphore(int aStartCount, int aMaxCount, void** aHandle, const char* aName) {
     const osx::NoCancellation lGuard;
     const bool lNamed = aName != nullptr && *aName != '\0';
-    auto* const lSem = createSemaphore(aStartCount, aMaxCount);
-    if (lSem == nullptr) {
+    std::unique_ptr<ACE_Semaphore> lSem = createSemaphore(aStartCount, aMaxCount);
+    if (lSem == nullptr || aStartCount < 0) {
+        errno = lSem == nullptr ? ENOMEM : EINVAL;
         DiagnosticLine(osx::kOsxModule)
             .failure(LM_DEBUG,
                      "%t osxCreateSemaphore: lSem == 0 iStartCount[%d] iMaxCount[%d] name[%s]\n",
                      aStartCount, aMaxCount, lNamed ? aName : "-");
         return OSX_ERR_SEMAPHORE;
     }
-    *aHandle = lSem;
+    *aHandle = lSem.release();
     if (lNamed) {
-        registerName(lSem, aName);
+        registerName(*aHandle, aName);
     }
     return OSX_OK;
 }

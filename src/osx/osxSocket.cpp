@@ -1,8 +1,14 @@
+// The calls of sockets.
+//
+// A socket's handle points at an `ACE_SOCK_Stream`. That of a connection of a port is a part of its
+// handler, which closes and frees it: such a socket is only told to end.
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <optional>
 
 #include "ace/INET_Addr.h"
 #include "ace/OS_NS_sys_socket.h"
@@ -27,46 +33,57 @@ constexpr std::chrono::milliseconds kConnectLimit(100);
 constexpr std::size_t kAddressSize = 16;
 constexpr std::size_t kHostnameSize = 1024;
 
-unsigned long unableToConnect() {
-    DiagnosticLine(osx::kOsxModule).failure(LM_DEBUG, "%t osxOpenSocket: unable to connect \n");
+/// Writes a failure line. @return the result of a call that failed.
+unsigned long failed(ACE_Log_Priority aPriority, const char* aText, int aLine = __builtin_LINE()) {
+    DiagnosticLine(osx::kOsxModule, aLine).failure(aPriority, aText);
     return kFailed;
 }
 
-/// @param[out] aFound whether there is an address at all.
-/// @return whether the addresses could be listed; a line tells if not.
-bool findOwnAddress(ACE_INET_Addr& aAddress, bool& aFound) {
-    std::size_t lCount = 0;
-    ACE_INET_Addr* lList = nullptr;
-    if (ACE::get_ip_interfaces(lCount, lList) == -1) {
-        DiagnosticLine(osx::kOsxModule)
-            .failure(LM_ERROR, "%t osxGetIpAddr: ACE_Sock_Connect::get_ip_interfaces failed. \n");
-        return false;
-    }
-    const std::unique_ptr<ACE_INET_Addr[]> lAddresses(lList);
-    aFound = false;
-    for (std::size_t lIndex = 0; lIndex < lCount; ++lIndex) {
-        const ACE_INET_Addr& lAddress = lAddresses[lIndex];
+ACE_SOCK_Stream& streamOf(void* aSocket) {
+    return *static_cast<ACE_SOCK_Stream*>(aSocket);
+}
+
+unsigned long unableToConnect(int aError) {
+    errno = aError;
+    return failed(LM_DEBUG, "%t osxOpenSocket: unable to connect \n");
+}
+
+/// @return the first IPv4 address that is not 127.0.0.1, or else the first one, if there is any.
+std::optional<ACE_INET_Addr> chooseAddress(const ACE_INET_Addr* aList, std::size_t aCount) {
+    std::optional<ACE_INET_Addr> lChosen;
+    for (std::size_t lIndex = 0; lIndex < aCount; ++lIndex) {
+        const ACE_INET_Addr& lAddress = aList[lIndex];
         if (lAddress.get_type() != AF_INET) {
             continue;
         }
-        const bool lIsLoopback = lAddress.get_ip_address() == INADDR_LOOPBACK;
-        if (!aFound || !lIsLoopback) {
-            aAddress = lAddress;
-            aFound = true;
+        if (lAddress.get_ip_address() != INADDR_LOOPBACK) {
+            return lAddress;
         }
-        if (!lIsLoopback) {
-            break;
+        if (!lChosen) {
+            lChosen = lAddress;
         }
     }
-    return true;
+    return lChosen;
+}
+
+/// Finds the machine's own address.
+/// @param aStore called with the address, unless there is none.
+/// @return the result of the call: a failure if the addresses cannot be listed.
+template <class Store>
+unsigned long findOwnAddress(Store aStore) {
+    std::size_t lCount = 0;
+    ACE_INET_Addr* lList = nullptr;
+    if (ACE::get_ip_interfaces(lCount, lList) == -1) {
+        return failed(LM_ERROR, "%t osxGetIpAddr: ACE_Sock_Connect::get_ip_interfaces failed. \n");
+    }
+    const std::unique_ptr<ACE_INET_Addr[]> lAddresses(lList);
+    if (const std::optional<ACE_INET_Addr> lAddress = chooseAddress(lList, lCount)) {
+        aStore(*lAddress);
+    }
+    return 0;
 }
 
 }  // namespace
-
-void osx::tellUnsent(unsigned long aLen) {
-    DiagnosticLine(osx::kOsxModule)
-        .failure(LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n", -1, aLen);
-}
 
 unsigned long osxStartupSockets() {
     ACE_OS::socket_init(1, 1);
@@ -82,20 +99,19 @@ unsigned long osxGetLastNetworkError() {
 }
 
 unsigned long osxOpenSocket(void*& aSocket, const char* aAddress) {
-    std::unique_ptr<ACE_SOCK_Stream> lStream(osx::allocate<ACE_SOCK_Stream>());
+    std::unique_ptr<ACE_SOCK_Stream> lStream = osx::allocate<ACE_SOCK_Stream>();
     if (lStream == nullptr) {
-        DiagnosticLine(osx::kOsxModule).failure(LM_DEBUG, "%t osxOpenSocket: lSOCK_Stream == 0 \n");
-        return kFailed;
+        return failed(LM_DEBUG, "%t osxOpenSocket: lSOCK_Stream == 0 \n");
     }
     ACE_INET_Addr lAddress;
-    if (!osx::parseAddress(aAddress, lAddress)) {
-        return unableToConnect();
+    if (const int lError = osx::parseAddress(aAddress, lAddress)) {
+        return unableToConnect(lError);
     }
-    const ACE_HANDLE lHandle = osx::connectSocket(lAddress, kConnectLimit);
-    if (lHandle == ACE_INVALID_HANDLE) {
-        return unableToConnect();
+    osx::Connected lConnected = osx::connectSocket(lAddress, kConnectLimit);
+    if (!lConnected.socket) {
+        return unableToConnect(lConnected.error);
     }
-    lStream->set_handle(lHandle);
+    lStream->set_handle(lConnected.socket.release());
     aSocket = lStream.release();
     return 0;
 }
@@ -113,13 +129,11 @@ void* osxConnectByNumber(unsigned long aIpAddr, unsigned short aPort) {
 }
 
 unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned long aLen) {
-    auto* const lStream =
-        DiagnosticLine(osx::kOsxModule)
-            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
-    if (lStream == nullptr) {
-        return kFailed;
+    if (aSocket == nullptr) {
+        return failed(LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
     }
-    if (osx::sendAll(lStream->get_handle(), aBuf, aLen) == -1) {
+    if (const int lError = osx::sendAll(streamOf(aSocket).get_handle(), aBuf, aLen)) {
+        errno = lError;
         osx::tellUnsent(aLen);
         return kFailed;
     }
@@ -127,98 +141,72 @@ unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned long aLen)
 }
 
 unsigned long osxSocketSend(void* aSocket, const iovec* aVec, int aCount) {
-    auto* const lStream =
-        DiagnosticLine(osx::kOsxModule)
-            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
-    if (lStream == nullptr) {
-        return kFailed;
+    if (aSocket == nullptr) {
+        return failed(LM_DEBUG, "%t osxSocketSend: lSOCK_Stream == 0 \n");
     }
-    osx::sendAll(lStream->get_handle(), aVec, aCount);
+    if (const int lError = osx::sendAll(streamOf(aSocket).get_handle(), aVec, aCount)) {
+        errno = lError;  // the only sign: the result does not tell
+    }
     return 0;
 }
 
 unsigned long osxSocketRecv(void* aSocket, void* aBuf, unsigned long aLen,
                             unsigned long& aReceived) {
-    auto* const lStream =
-        DiagnosticLine(osx::kOsxModule)
-            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG, "%t osxSocketRecv: lSOCK_Stream == 0 \n");
-    if (lStream == nullptr) {
-        return kFailed;
+    if (aSocket == nullptr) {
+        return failed(LM_DEBUG, "%t osxSocketRecv: lSOCK_Stream == 0 \n");
     }
-    aReceived = static_cast<unsigned long>(osx::receiveAll(lStream->get_handle(), aBuf, aLen));
+    const osx::Received lCame = osx::receiveAll(streamOf(aSocket).get_handle(), aBuf, aLen);
+    if (lCame.error != 0) {
+        errno = lCame.error;
+    }
+    aReceived = static_cast<unsigned long>(lCame.length);
     return aReceived == aLen ? 0 : kFailed;
 }
 
 unsigned long osxCloseSocket(void* aSocket) {
-    auto* const lStream =
-        DiagnosticLine(osx::kOsxModule)
-            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG, "%t osxCloseSocket: lSOCK_Stream == 0 \n");
-    if (lStream == nullptr) {
-        return kFailed;
+    if (aSocket == nullptr) {
+        return failed(LM_DEBUG, "%t osxCloseSocket: lSOCK_Stream == 0 \n");
     }
     const osx::NoCancellation lGuard;
     if (!osx::PortConnection::end(aSocket)) {
-        lStream->close();
+        streamOf(aSocket).close();
     }
     return 0;
 }
 
 unsigned long osxCloseSocketAndRelease(void*& aSocket) {
-    auto* const lStream =
-        DiagnosticLine(osx::kOsxModule)
-            .object<ACE_SOCK_Stream>(aSocket, LM_DEBUG,
-                                     "%t osxCloseSocketAndRelease: lSOCK_Stream == 0 \n");
-    if (lStream == nullptr) {
-        return kFailed;
+    if (aSocket == nullptr) {
+        return failed(LM_DEBUG, "%t osxCloseSocketAndRelease: lSOCK_Stream == 0 \n");
     }
     const osx::NoCancellation lGuard;
     if (!osx::PortConnection::end(aSocket)) {
+        const std::unique_ptr<ACE_SOCK_Stream> lStream(&streamOf(aSocket));
         lStream->close();
-        delete lStream;
     }
     aSocket = nullptr;
     return 0;
 }
 
 unsigned long osxGetPeername(void* aSocket, unsigned long& aIpAddr) {
-    auto* const lStream =
-        DiagnosticLine(osx::kOsxModule)
-            .object<ACE_SOCK_Stream>(aSocket, LM_ERROR, "%t osxGetPeername: lSOCK_Stream == 0 \n");
-    if (lStream == nullptr) {
-        return kFailed;
+    if (aSocket == nullptr) {
+        return failed(LM_ERROR, "%t osxGetPeername: lSOCK_Stream == 0 \n");
     }
     ACE_INET_Addr lAddress;
-    if (lStream->get_remote_addr(lAddress) == -1) {
-        DiagnosticLine(osx::kOsxModule)
-            .failure(LM_ERROR, "%t osxGetPeername: get_remote_addr failed \n");
-        return kFailed;
+    if (streamOf(aSocket).get_remote_addr(lAddress) == -1) {
+        return failed(LM_ERROR, "%t osxGetPeername: get_remote_addr failed \n");
     }
     aIpAddr = lAddress.get_ip_address();
     return 0;
 }
 
 unsigned long osxGetIpAddr(unsigned long& aIpAddr) {
-    ACE_INET_Addr lAddress;
-    bool lFound = false;
-    if (!findOwnAddress(lAddress, lFound)) {
-        return kFailed;
-    }
-    if (lFound) {
-        aIpAddr = lAddress.get_ip_address();
-    }
-    return 0;
+    return findOwnAddress(
+        [&aIpAddr](const ACE_INET_Addr& aAddress) { aIpAddr = aAddress.get_ip_address(); });
 }
 
 unsigned long osxGetIpAddr(char* aText) {
-    ACE_INET_Addr lAddress;
-    bool lFound = false;
-    if (!findOwnAddress(lAddress, lFound)) {
-        return kFailed;
-    }
-    if (lFound) {
-        lAddress.get_host_addr(aText, kAddressSize);
-    }
-    return 0;
+    return findOwnAddress(
+        [aText](const ACE_INET_Addr& aAddress) { aAddress.get_host_addr(aText, kAddressSize); });
 }
 
 unsigned long osxGetIpAddr(ACE_String_Base<char>& aText) {
@@ -232,8 +220,7 @@ unsigned long osxGetIpAddr(ACE_String_Base<char>& aText) {
 
 unsigned long osxGetHostname(char* aHost, unsigned long aLen) {
     if (aHost == nullptr) {
-        DiagnosticLine(osx::kOsxModule).failure(LM_ERROR, "%t osxGetHostname: aHost == 0 \n");
-        return kFailed;
+        return failed(LM_ERROR, "%t osxGetHostname: aHost == 0 \n");
     }
     ACE_utsname lName;
     if (aLen > 0 && ACE_OS::uname(&lName) != -1) {

@@ -1,3 +1,6 @@
+// The calls of tasks. A task's handle points at a `ThreadACE`.
+#include <memory>
+
 #include "ace/Thread_Manager.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
@@ -12,24 +15,21 @@ using osx::DiagnosticLine;
 unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long, unsigned long, void* aArgument,
                           void** aHandle, const char* aName) {
     const osx::NoCancellation lGuard;
-    auto* const lThread = osx::allocate<ThreadACE>(aFunction, aArgument).release();
-    if (lThread == nullptr) {
+    std::unique_ptr<ThreadACE> lThread = osx::allocate<ThreadACE>(aFunction, aArgument);
+    if (lThread == nullptr || osx::startThread(*lThread) != 0) {
         return OSX_OK;
     }
-    if (osx::startThread(*lThread) != 0) {
-        delete lThread;
-        return OSX_OK;
-    }
-    *aHandle = lThread;
-    osxNameTableRegister(lThread, aName);
+    *aHandle = lThread.release();
+    osxNameTableRegister(*aHandle, aName);
     return OSX_OK;
 }
 
 int osxThreadWait(void* aHandle) {
-    auto* const lThread =
-        DiagnosticLine(osx::kOsxModule)
-            .object<ThreadACE>(aHandle, LM_ERROR, "%t osxThreadWait: lThread == 0  \n");
-    return lThread == nullptr ? -1 : lThread->join();
+    if (aHandle == nullptr) {
+        DiagnosticLine(osx::kOsxModule).failure(LM_ERROR, "%t osxThreadWait: lThread == 0  \n");
+        return -1;
+    }
+    return static_cast<ThreadACE*>(aHandle)->join();
 }
 
 unsigned int osxEndOtherTask(void* aHandle) {

@@ -1,10 +1,11 @@
+// Sleeping, and the wall clock.
 #include <sys/time.h>
 
 #include <cstdlib>
 #include <ctime>
-#include <mutex>
 
 #include "ace/OS_NS_time.h"
+#include "base/Mutex.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
 #include "base/moduleNames.h"
@@ -17,13 +18,14 @@ namespace {
 
 constexpr int kFirstYear = 1900;
 
-std::mutex gLocalTimeMutex;
+/// Guards the result of `localtime`, which the C library keeps in a place of its own.
+osx::Mutex gLocalTimeMutex;
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
                                    osx::process::kKeepAcrossFork<gLocalTimeMutex>);
 
 /// @return whether the local time could be computed.
 bool readLocalTime(tm& aTime) {
-    const std::lock_guard<std::mutex> lGuard(gLocalTimeMutex);
+    const osx::MutexLock lLock(gLocalTimeMutex);
     const time_t lNow = ::time(nullptr);
     const tm* const lTime = ::localtime(&lNow);
     if (lTime == nullptr) {
@@ -33,7 +35,7 @@ bool readLocalTime(tm& aTime) {
     return true;
 }
 
-/// Keeps the microseconds. Without the privilege, or with a time that cannot be, nothing changes.
+/// Keeps the microseconds. Without the privilege, or with an impossible time, nothing changes.
 void setWallClock(time_t aSeconds) {
     timeval lTime{};
     ::gettimeofday(&lTime, nullptr);

@@ -1,3 +1,8 @@
+// A timer, on the library's own reactor or on another one.
+//
+// The library's timer queue compares ids with handlers, and waits for calls that are under way: a
+// timer there asks it directly. Another reactor, which the application has installed, knows ids
+// only, and gives them to new timers. So a timer there remembers by what it may still be asked for.
 #include "osx/osxTimeoutHandler.h"
 
 #include <cstdint>
@@ -25,14 +30,9 @@ osxTimeoutHandler::osxTimeoutHandler(void (*aFunction)(const void*), void* aArgu
       mQueue(nullptr),
       mReactor(OSX_Reactor::ofProcess()),
       mAsked(mReactor == nullptr ? kNotAtAll : kById) {
-    const ACE_Time_Value lDelay = osx::toTimeValue(mDelay);
-    const ACE_Time_Value lInterval = isPeriodic() ? lDelay : ACE_Time_Value::zero;
     mQueue = osx::ownTimerQueue(mReactor);
-    const long lTimerID = mReactor == nullptr ? kNotScheduled
-                          : mQueue != nullptr ? startOnOwnReactor(aArgument, lDelay, lInterval)
-                                              : startOnOtherReactor(aArgument, lDelay, lInterval);
-    mTimerID = lTimerID;
-    if (lTimerID == kNotScheduled) {
+    mTimerID = start(aArgument);
+    if (mTimerID == kNotScheduled) {
         osx::DiagnosticLine(kModule).failure(
             LM_ERROR,
             "%t osxTimeoutHandler::osxTimeoutHandler: Unable to schedule_timer with the reactor\n");
@@ -47,11 +47,22 @@ osxTimeoutHandler::~osxTimeoutHandler() {
         stop();
     }
     if (mReactor != osx::installedReactor()) {
-        reactor(nullptr);  // which may have gone: the base would ask it to drop notifications
+        reactor(nullptr);  // it may have gone, and the base would ask it to drop notifications
     }
 }
 
-/// What `ACE_Reactor::schedule_timer` does on the library's own reactor.
+/// @return the timer's id, or `kNotScheduled`.
+long osxTimeoutHandler::start(void* aArgument) {
+    if (mReactor == nullptr) {
+        return kNotScheduled;
+    }
+    const ACE_Time_Value lDelay = osx::toTimeValue(mDelay);
+    const ACE_Time_Value lInterval = isPeriodic() ? lDelay : ACE_Time_Value::zero;
+    return mQueue != nullptr ? startOnOwnReactor(aArgument, lDelay, lInterval)
+                             : startOnOtherReactor(aArgument, lDelay, lInterval);
+}
+
+/// Does what `ACE_Reactor::schedule_timer` does on the library's own reactor.
 long osxTimeoutHandler::startOnOwnReactor(void* aArgument, const ACE_Time_Value& aDelay,
                                           const ACE_Time_Value& aInterval) {
     reactor(mReactor);
@@ -104,7 +115,7 @@ int osxTimeoutHandler::stop() {
 
 int osxTimeoutHandler::stopOnOtherReactor() {
     if (mAsked == kByHandler) {
-        // It was called, by whomever. The reactor may have gone since, unless it is still in use.
+        // The timer has fired. The reactor may have gone since, unless it is the installed one.
         return mReactor == osx::installedReactor()
                    ? mReactor->cancel_timer(this, osx::kDontCallHandleClose)
                    : 0;

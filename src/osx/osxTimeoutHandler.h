@@ -58,11 +58,15 @@ public:
     int cancel();
 
 private:
-    /// What a reactor that is not the library's may be asked: the id of a timer that has fired for
-    /// the last time may be another's by now.
-    enum Asked { kById, kByHandler, kNotAtAll };
+    /// By what a reactor that is not the library's can be asked to cancel the timer.
+    enum Asked {
+        kById,       ///< From the start on: the id is this timer's.
+        kByHandler,  ///< From a one-shot timer's call on: its id may be another timer's by now.
+        kNotAtAll    ///< Never scheduled, cancelled, or closed by the reactor.
+    };
 
     bool isPeriodic() const;
+    long start(void* aArgument);
     long startOnOwnReactor(void* aArgument, const ACE_Time_Value& aDelay,
                            const ACE_Time_Value& aInterval);
     long startOnOtherReactor(void* aArgument, const ACE_Time_Value& aDelay,
@@ -70,12 +74,15 @@ private:
     int stop();
     int stopOnOtherReactor();
 
-    void (*mFnc)(const void*);
-    long mDelay;
-    long mInterval;
-    long mTimerID;
-    osx::TimerQueue* mQueue;  ///< The library's; null for a timer of another reactor.
-    ACE_Reactor* mReactor;    ///< The one that the timer was made on.
+    void (*mFnc)(const void*);  ///< What to call; null for a line only.
+    long mDelay;                ///< Milliseconds; the period, too.
+    long mInterval;             ///< 0 for one call, any other value for a periodic timer.
+    long mTimerID;              ///< In the queue, or on the other reactor; -1 if not scheduled.
+    osx::TimerQueue* mQueue;    ///< The library's; null for a timer of another reactor.
+    ACE_Reactor* mReactor;      ///< The one that the timer was made on; null if there was none.
+
+    /// Not used where the timer is the library's queue's. A thread that runs the reactor's loop
+    /// writes it, when the timer fires, and any that cancels the timer; a cancellation reads it.
     std::atomic<Asked> mAsked;
 };
 

@@ -1,3 +1,4 @@
+// The calls of timers. A timer's handle points at an `osxTimeoutHandler`.
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/moduleNames.h"
@@ -10,18 +11,19 @@ void* osxCreateTimer(void (*aFunction)(const void*), void* aArgument, long aDela
 }
 
 int osxCancelTimer(void* aHandle) {
-    auto* const lTimeoutHandler =
+    if (aHandle == nullptr) {
         osx::DiagnosticLine(osx::kOsxModule)
-            .object<osxTimeoutHandler>(aHandle, LM_ERROR,
-                                       "%t osxCancelTimer: lTimeoutHandler==0. \n");
-    return lTimeoutHandler == nullptr ? -1 : lTimeoutHandler->cancel();
+            .failure(LM_ERROR, "%t osxCancelTimer: lTimeoutHandler==0. \n");
+        return -1;
+    }
+    return static_cast<osxTimeoutHandler*>(aHandle)->cancel();
 }
 
 void osxDestroyTimer(void*& aHandle) {
-    auto* const lTimeoutHandler =
+    if (aHandle == nullptr) {
         osx::DiagnosticLine(osx::kOsxModule)
-            .object<osxTimeoutHandler>(aHandle, LM_ERROR,
-                                       "%t osxDestroyTimer: lTimeoutHandler==0. \n");
-    delete lTimeoutHandler;
+            .failure(LM_ERROR, "%t osxDestroyTimer: lTimeoutHandler==0. \n");
+    }
+    delete static_cast<osxTimeoutHandler*>(aHandle);
     aHandle = nullptr;
 }

@@ -1,3 +1,8 @@
+// All connections of all ports, found by the handles of their sockets.
+//
+// The application may hand any socket to `osxCloseSocket`, one that it opened itself or a port's,
+// and every close has to tell them apart. So the handles are kept in a hash table. It is an array
+// of lists through the connections themselves, which needs no memory and never grows.
 #include "ports/PortConnection.h"
 
 #include <sys/socket.h>
@@ -5,8 +10,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 
+#include "base/Mutex.h"
 #include "ports/peerWatch.h"
 #include "process/atFork.h"
 #include "sockets/vanishedPeer.h"
@@ -15,17 +20,17 @@ namespace osx {
 
 namespace {
 
-/// A few for each list with as many connections as a small device ever has.
+/// A list so has few connections, even with as many as a small device ever has.
 constexpr std::size_t kLists = 1024;
 
-/// Neither has a destructor to run: connections may end while the process exits.
-std::mutex gMutex;
-std::array<PortConnection*, kLists> gLists{};
-std::size_t gConnections = 0;
+// None has a destructor to run: connections may end while the process exits.
+Mutex gMutex;
+std::array<IntrusiveList<PortConnection>, kLists> gLists OSX_GUARDED_BY(gMutex){};
+std::size_t gConnections OSX_GUARDED_BY(gMutex) = 0;
 
 const process::AtFork gAtFork(process::ForkOrder::kLeaf, process::kKeepAcrossFork<gMutex>);
 
-PortConnection*& listOf(const void* aSocket) {
+IntrusiveList<PortConnection>& listOf(const void* aSocket) OSX_REQUIRES(gMutex) {
     constexpr std::uintptr_t kGranule = 16;  // in which memory is handed out
     const std::uintptr_t lNumber = reinterpret_cast<std::uintptr_t>(aSocket) / kGranule;
     return gLists[static_cast<std::size_t>(lNumber ^ lNumber / kLists) % kLists];
@@ -34,29 +39,19 @@ PortConnection*& listOf(const void* aSocket) {
 }  // namespace
 
 PortConnection::PortConnection(const void* aSocket, ACE_HANDLE aDescriptor)
-    : mSocket(aSocket),
-      mDescriptor(aDescriptor),
-      mEnded(false),
-      mIsWatched(false),
-      mNext(nullptr) {}
+    : mSocket(aSocket), mDescriptor(aDescriptor), mEnded(false), mIsWatched(false) {}
 
 PortConnection::~PortConnection() = default;
 
 void PortConnection::enter() {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    PortConnection*& lFirst = listOf(mSocket);
-    mNext = lFirst;
-    lFirst = this;
+    const MutexLock lLock(gMutex);
+    listOf(mSocket).add(*this);
     ++gConnections;
 }
 
 void PortConnection::takeOut() {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
-    PortConnection** lLink = &listOf(mSocket);
-    while (*lLink != this) {
-        lLink = &(*lLink)->mNext;
-    }
-    *lLink = mNext;
+    const MutexLock lLock(gMutex);
+    listOf(mSocket).remove(*this);
     --gConnections;
 }
 
@@ -65,54 +60,58 @@ void PortConnection::watchPeer(ACE_Reactor& aReactor) {
     watchPeers(aReactor);
 }
 
-/// With the lock held, so that the descriptor is still the connection's.
+/// To be called with the lock held: so the connection is still in its list, and its descriptor not
+/// closed.
 void PortConnection::shutDown() {
     if (!hasLostDescriptor()) {
         ::shutdown(mDescriptor, SHUT_RDWR);
     }
 }
 
-/// With the lock held, as above.
+/// To be called with the lock held, as above.
 bool PortConnection::isPeerGone() const {
     return mIsWatched && !hasLostDescriptor() && hasPeerVanished(mDescriptor);
 }
 
-bool PortConnection::end(const void* aSocket) {
-    ACE_Event_Handler_var lReference;
-    PortConnection* lConnection = nullptr;
-    {
-        const std::lock_guard<std::mutex> lGuard(gMutex);
-        lConnection = listOf(aSocket);
-        while (lConnection != nullptr && lConnection->mSocket != aSocket) {
-            lConnection = lConnection->mNext;
+/// @return the connection with a reference of the caller's, marked as ended and shut down; null if
+///         the handle is none of a port's connections.
+PortConnection* PortConnection::markEnded(const void* aSocket) {
+    const MutexLock lLock(gMutex);
+    for (PortConnection& lConnection : listOf(aSocket)) {
+        if (lConnection.mSocket == aSocket) {
+            lConnection.mEnded = true;
+            lConnection.shutDown();
+            lConnection.add_reference();
+            return &lConnection;
         }
-        if (lConnection == nullptr) {
-            return false;
-        }
-        lConnection->mEnded = true;
-        lConnection->shutDown();
-        lConnection->add_reference();
-        lReference.reset(lConnection);
     }
+    return nullptr;
+}
+
+bool PortConnection::end(const void* aSocket) {
+    PortConnection* const lConnection = markEnded(aSocket);
+    if (lConnection == nullptr) {
+        return false;
+    }
+    const ACE_Event_Handler_var lReference(lConnection);
     lConnection->askToBeServed();
     return true;
 }
 
-/// Connections come and go between two lists.
-bool PortConnection::endVanished() {
-    for (PortConnection* const& lFirst : gLists) {
-        const std::lock_guard<std::mutex> lGuard(gMutex);
-        for (PortConnection* lEach = lFirst; lEach != nullptr; lEach = lEach->mNext) {
-            if (lEach->isPeerGone()) {
-                lEach->shutDown();
+/// The lock is given up after each list, so that connections can come and go meanwhile.
+void PortConnection::endVanished() {
+    for (std::size_t lIndex = 0; lIndex < kLists; ++lIndex) {
+        const MutexLock lLock(gMutex);
+        for (PortConnection& lConnection : gLists[lIndex]) {
+            if (lConnection.isPeerGone()) {
+                lConnection.shutDown();
             }
         }
     }
-    return areThere();
 }
 
 bool PortConnection::areThere() {
-    const std::lock_guard<std::mutex> lGuard(gMutex);
+    const MutexLock lLock(gMutex);
     return gConnections != 0;
 }
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 
+#include "base/IntrusiveList.h"
 #include "base/osxExport.h"
 #include "reactor/CountedHandler.h"
 
@@ -13,12 +14,12 @@ class ACE_Reactor;
 
 namespace osx {
 
-/// One connection. A socket's handle is all that the application has of it, so it is known by that
-/// handle, from `enter` until `takeOut`.
+/// One connection. The application has nothing of it but its socket's handle, by which it is found
+/// from `enter` until `takeOut`.
 ///
 /// Only the connection itself closes its socket, on the thread that serves it. Others shut it down:
 /// the reactor then finds it readable, and its end is served like that of a peer that closed.
-class OSX_EXPORT PortConnection : public CountedHandler {
+class OSX_EXPORT PortConnection : public CountedHandler, public Listed<PortConnection> {
 public:
     ~PortConnection() override;
 
@@ -30,12 +31,11 @@ public:
     /// @return whether it is that of a port's connection.
     OSX_HIDDEN static bool end(const void* aSocket);
 
-    /// Shuts down those whose peers have vanished, so that whoever waits for them or is registered
-    /// for them learns that they ended.
-    /// @return whether there are any connections.
-    OSX_HIDDEN static bool endVanished();
+    /// Shuts down the connections whose peers have vanished. Whoever waits for one of them, or is
+    /// registered for it, so learns that it ended.
+    OSX_HIDDEN static void endVanished();
 
-    /// @return whether there are any connections.
+    /// @return whether any port has a connection.
     OSX_HIDDEN static bool areThere();
 
 protected:
@@ -43,11 +43,11 @@ protected:
     /// @param aDescriptor its descriptor.
     PortConnection(const void* aSocket, ACE_HANDLE aDescriptor);
 
-    /// Makes it known.
+    /// Lets it be found by its socket's handle.
     OSX_HIDDEN void enter();
-    /// Makes it unknown; to be called before its socket is closed.
+    /// Lets it be found no more; to be called before its socket is closed.
     OSX_HIDDEN void takeOut();
-    /// Has its peer looked after, on a reactor, until it is taken out.
+    /// Has a reactor look, every few seconds, whether its peer has vanished, until `takeOut`.
     OSX_HIDDEN void watchPeer(ACE_Reactor& aReactor);
 
     /// @return the descriptor, also once the connection has ended.
@@ -56,14 +56,20 @@ protected:
     OSX_HIDDEN bool isEnded() const { return mEnded; }
 
 private:
+    OSX_HIDDEN static PortConnection* markEnded(const void* aSocket);
     OSX_HIDDEN void shutDown();
     OSX_HIDDEN bool isPeerGone() const;
 
-    const void* const mSocket;
-    const ACE_HANDLE mDescriptor;
-    std::atomic<bool> mEnded;      ///< Set by the thread that ends it, read by the one that serves.
-    std::atomic<bool> mIsWatched;  ///< Set by the thread that made it, read by who looks at peers.
-    PortConnection* mNext;         ///< Of the same list of connections.
+    const void* const mSocket;     ///< The handle that the application has; only compared.
+    const ACE_HANDLE mDescriptor;  ///< Closed by the class derived from this one.
+
+    /// Whether the application has ended it: set by a thread of the application's, and read by the
+    /// one that serves the connection.
+    std::atomic<bool> mEnded;
+
+    /// Whether its peer is looked at: set by the thread that made the connection, and read by the
+    /// one that looks at peers. A client that is turned away at once is never watched.
+    std::atomic<bool> mIsWatched;
 };
 
 }  // namespace osx

@@ -1,9 +1,14 @@
+// Looking, every few seconds, whether peers of the ports' connections have vanished.
+//
+// The reactor learns of a peer that closes, but not of one whose cable was cut: the kernel goes on
+// sending for a quarter of an hour. So a periodic timer of the reactor looks at all connections, as
+// long as there are any.
 #include "ports/peerWatch.h"
 
 #include <atomic>
-#include <mutex>
 
 #include "ace/Reactor.h"
+#include "base/Mutex.h"
 #include "base/allocate.h"
 #include "ports/PortConnection.h"
 #include "process/atFork.h"
@@ -13,17 +18,18 @@
 
 namespace {
 
-/// Whether a timer runs, at each end of which the connections are looked at. In a child it does if
-/// it did in its parent: who starts it is waited for.
+/// Whether the timer runs. Set by the thread that starts it, of several at most one, and cleared by
+/// the one on which it ends. In a child of the process the timer runs if it did in the parent.
 std::atomic<bool> gIsTimed{false};
-std::mutex gMutex;
+
+/// Held while the timer is started, so that no fork comes between the flag and the timer.
+osx::Mutex gStartMutex;
 
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kPorts,
-                                   osx::process::kKeepAcrossFork<gMutex>);
+                                   osx::process::kKeepAcrossFork<gStartMutex>);
 
-/// What the reactor calls as long as there are connections. A fork during a call leaves the child
-/// the next ones, as the timer is a periodic one. Each timer has its own, which goes with the
-/// reactor if need be.
+/// What the timer calls. Each timer has its own, which goes with the reactor if need be. The timer
+/// is a periodic one: when a process forks during a call, its child has the next ones.
 class Look : public osx::CountedHandler {
 public:
     ~Look() override { end(); }
@@ -34,8 +40,10 @@ public:
     bool wantsFreshLook() const override { return false; }
     /// @}
 
+    /// A connection that came just before the flag was cleared has not started a timer: hence the
+    /// second look.
     int handle_timeout(const ACE_Time_Value&, const void*) override {
-        if (!mHasEnded && osx::PortConnection::endVanished()) {
+        if (!mHasEnded && areAnyLeft()) {
             return 0;
         }
         end();
@@ -46,6 +54,11 @@ public:
     }
 
 private:
+    static bool areAnyLeft() {
+        osx::PortConnection::endVanished();
+        return osx::PortConnection::areThere();
+    }
+
     void end() {
         if (!mHasEnded) {
             mHasEnded = true;
@@ -53,35 +66,42 @@ private:
         }
     }
 
-    bool mHasEnded = false;
+    bool mHasEnded =
+        false;  ///< Whether this timer has cleared `gIsTimed`: it may be another's now.
 };
+
+/// Without memory nobody looks until the next connection comes.
+void startTimer(ACE_Reactor& aReactor) {
+    if (gIsTimed.exchange(true)) {
+        return;
+    }
+    Look* const lLook = osx::allocate<Look>().release();  // it counts its own references
+    if (lLook == nullptr) {
+        gIsTimed = false;
+        return;
+    }
+    const ACE_Time_Value lInterval(osx::kLookIntervalS);
+    aReactor.schedule_timer(lLook, nullptr, lInterval, lInterval);
+    lLook->remove_reference();
+}
 
 }  // namespace
 
 namespace osx {
 
-/// Without memory nobody looks until the next connection comes.
+/// An application's own timer queue has a lock of its own. A thread that has that lock may wait for
+/// the log's, which a fork takes before ours: with ours held too, the three would wait for each
+/// other.
 void watchPeers(ACE_Reactor& aReactor) {
     if (gIsTimed) {
         return;
     }
-    // A timer queue of the application's has a lock of its own, which a thread may have that waits
-    // for the log's; a fork takes ours behind that.
-    std::unique_lock<std::mutex> lLock(gMutex, std::defer_lock);
-    if (ownTimerQueue(&aReactor) != nullptr) {
-        lLock.lock();
-    }
-    if (gIsTimed.exchange(true)) {
+    if (ownTimerQueue(&aReactor) == nullptr) {
+        startTimer(aReactor);
         return;
     }
-    Look* const lLook = allocate<Look>().release();
-    if (lLook == nullptr) {
-        gIsTimed = false;
-        return;
-    }
-    const ACE_Time_Value lInterval(kLookIntervalS);
-    aReactor.schedule_timer(lLook, nullptr, lInterval, lInterval);
-    lLook->remove_reference();
+    const MutexLock lLock(gStartMutex);
+    startTimer(aReactor);
 }
 
 }  // namespace osx

@@ -1,3 +1,5 @@
+// The options of a TCP connection. One that the kernel refuses is done without: the connection
+// serves all the same.
 #include "sockets/connectionOptions.h"
 
 #include <netinet/in.h>
@@ -5,20 +7,19 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 
-#include <cerrno>
-
+#include "base/ErrnoKeeper.h"
 #include "sockets/vanishedPeer.h"
 
 namespace {
 
 template <class Value>
 void set(int aSocket, int aLevel, int aName, const Value& aValue) {
-    const int lErrno = errno;
+    const osx::ErrnoKeeper lKeeper;
     ::setsockopt(aSocket, aLevel, aName, &aValue, sizeof aValue);
-    errno = lErrno;
 }
 
-/// So that a transfer that waits can look after its peer; it then waits on.
+/// A transfer that waits returns after this time, looks whether its peer is still there, and waits
+/// on.
 void limitWaits(int aSocket) {
     const timeval lLimit{osx::kLookIntervalS, 0};
     set(aSocket, SOL_SOCKET, SO_RCVTIMEO, lLimit);

@@ -1,11 +1,12 @@
 /// @file
-/// What the kernel is asked to do for a TCP connection. Internal. Nothing here changes `errno`.
+/// What the kernel is asked to do for a TCP connection. Internal. Nothing here changes `errno`, and
+/// a refusal is not reported.
 #ifndef OSX_SOCKETS_CONNECTIONOPTIONS_H
 #define OSX_SOCKETS_CONNECTIONOPTIONS_H
 
 namespace osx {
 
-/// How a silent peer is asked whether it is still there. One that vanished without a word is
+/// How the kernel asks a silent peer whether it is still there. One that vanished without a word is
 /// noticed after `idleS` and `probes` times `intervalS`.
 struct KeepAlive {
     int idleS;      ///< Silence before the first question.
@@ -19,11 +20,12 @@ constexpr KeepAlive kKeepAlive{20, 10, 3};
 /// Sets an option of a socket to a number.
 void setOption(int aSocket, int aLevel, int aName, int aValue);
 
-/// Has the kernel look after a silent peer.
+/// Has the kernel ask a silent peer whether it is still there.
 void keepAlive(int aSocket, const KeepAlive& aKeepAlive);
 
-/// What every connection gets, made or accepted: the kernel looks after its peer, and sends what it
-/// is given at once, not holding small pieces back until the peer has acknowledged earlier ones.
+/// Sets what every connection gets, made or accepted. The kernel asks a silent peer whether it is
+/// still there, sends small pieces at once instead of holding them back until the peer has
+/// acknowledged earlier ones, and lets no transfer wait for longer than `kLookIntervalS`.
 void prepareConnection(int aSocket);
 
 }  // namespace osx

@@ -1,3 +1,8 @@
+// Connecting within a time.
+//
+// Not by ACE's connector, which lets another thread's child have the socket: it is not
+// close-on-exec from the start. The socket does not block while it connects, and blocks afterwards,
+// as every socket of the interface does.
 #include "sockets/socketConnect.h"
 
 #include <fcntl.h>
@@ -9,10 +14,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "ace/INET_Addr.h"
 #include "base/NoCancellation.h"
-#include "base/closeKeepingErrno.h"
 #include "base/standardDescriptors.h"
 #include "sockets/connectionOptions.h"
 
@@ -20,18 +25,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// @return 0 unless the text is a decimal number from 1 to 65535.
-unsigned short parsePort(const char* aText) {
+/// @return whether the text is a decimal number from 1 to 65535.
+bool isPort(const char* aText) {
     constexpr unsigned long kMaxPort = 65535;
     if (std::isdigit(static_cast<unsigned char>(*aText)) == 0) {
-        return 0;
+        return false;
     }
     char* lEnd = nullptr;
     const unsigned long lPort = std::strtoul(aText, &lEnd, 10);
-    return *lEnd != '\0' || lPort > kMaxPort ? 0 : static_cast<unsigned short>(lPort);
+    return *lEnd == '\0' && lPort >= 1 && lPort <= kMaxPort;
 }
 
 /// @param aError what ACE leaves in `errno`: mostly a code of the look-up's own, a negative number.
+/// @return an error number.
 int errnoOfLookup(int aError) {
     switch (aError) {
         case EAI_AGAIN:
@@ -43,40 +49,41 @@ int errnoOfLookup(int aError) {
     }
 }
 
-/// Waits for a connection that is being made. @return whether something came of it.
-bool waitForOutcome(int aSocket, Clock::time_point aDeadline) {
+/// Waits for a connection that is being made. @return 0 when it came about or failed, else an error
+///         number.
+int waitForOutcome(int aSocket, Clock::time_point aDeadline) {
     for (;;) {
         const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(aDeadline - Clock::now());
         pollfd lPoll{aSocket, POLLOUT, 0};
         const int lReady =
             ::poll(&lPoll, 1, lLeft.count() < 0 ? 0 : static_cast<int>(lLeft.count()));
         if (lReady == 0) {
-            errno = ETIME;
+            return ETIME;
         }
-        if (lReady != -1 || errno != EINTR) {
-            return lReady == 1;
+        if (lReady == 1 || errno != EINTR) {
+            return lReady == 1 ? 0 : errno;
         }
     }
 }
 
-/// @return whether the connection came about; its error is left in `errno`.
-bool outcome(int aSocket) {
+/// @return 0 if the connection came about, else why not.
+int outcome(int aSocket) {
     int lError = 0;
     socklen_t lLength = sizeof lError;
-    if (::getsockopt(aSocket, SOL_SOCKET, SO_ERROR, &lError, &lLength) == -1) {
-        return false;
-    }
-    errno = lError;
-    return lError == 0;
+    return ::getsockopt(aSocket, SOL_SOCKET, SO_ERROR, &lError, &lLength) == -1 ? errno : lError;
 }
 
-bool connectWithin(int aSocket, const ACE_INET_Addr& aAddress, Clock::time_point aDeadline) {
+/// @return 0, or an error number; as of the functions below.
+int connectWithin(int aSocket, const ACE_INET_Addr& aAddress, Clock::time_point aDeadline) {
     const auto* const lAddress = static_cast<const sockaddr*>(aAddress.get_addr());
     if (::connect(aSocket, lAddress, static_cast<socklen_t>(aAddress.get_size())) == 0) {
-        return true;
+        return 0;
     }
-    return (errno == EINPROGRESS || errno == EINTR) && waitForOutcome(aSocket, aDeadline) &&
-           outcome(aSocket);
+    if (errno != EINPROGRESS && errno != EINTR) {
+        return errno;
+    }
+    const int lError = waitForOutcome(aSocket, aDeadline);
+    return lError != 0 ? lError : outcome(aSocket);
 }
 
 /// A port of this machine that nobody listens on may be the one that the kernel gives to the
@@ -89,18 +96,18 @@ bool isConnectedToItself(int aSocket, const ACE_INET_Addr& aAddress) {
            ACE_INET_Addr(&lLocal, static_cast<int>(lLength)) == aAddress;
 }
 
-bool makeBlocking(int aSocket) {
+int makeBlocking(int aSocket) {
     const int lFlags = ::fcntl(aSocket, F_GETFL);
-    return lFlags != -1 && ::fcntl(aSocket, F_SETFL, lFlags & ~O_NONBLOCK) != -1;
+    const bool lDone = lFlags != -1 && ::fcntl(aSocket, F_SETFL, lFlags & ~O_NONBLOCK) != -1;
+    return lDone ? 0 : errno;
 }
 
-bool establish(int aSocket, const ACE_INET_Addr& aAddress, Clock::time_point aDeadline) {
-    if (!connectWithin(aSocket, aAddress, aDeadline)) {
-        return false;
+int establish(int aSocket, const ACE_INET_Addr& aAddress, Clock::time_point aDeadline) {
+    if (const int lError = connectWithin(aSocket, aAddress, aDeadline)) {
+        return lError;
     }
     if (isConnectedToItself(aSocket, aAddress)) {
-        errno = ECONNREFUSED;
-        return false;
+        return ECONNREFUSED;
     }
     osx::prepareConnection(aSocket);
     return makeBlocking(aSocket);
@@ -110,32 +117,31 @@ bool establish(int aSocket, const ACE_INET_Addr& aAddress, Clock::time_point aDe
 
 namespace osx {
 
-bool parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
+int parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
     const char* const lColon = aText == nullptr ? nullptr : std::strrchr(aText, ':');
-    if (lColon == nullptr || lColon == aText || parsePort(lColon + 1) == 0) {
-        errno = EINVAL;
-        return false;
+    if (lColon == nullptr || lColon == aText || !isPort(lColon + 1)) {
+        return EINVAL;
     }
     ACE_INET_Addr lAddress;
     if (lAddress.set(aText, AF_INET) == -1 || lAddress.get_type() != AF_INET) {
-        errno = errnoOfLookup(errno);
-        return false;
+        return errnoOfLookup(errno);
     }
     aAddress = lAddress;
-    return true;
+    return 0;
 }
 
-int connectSocket(const ACE_INET_Addr& aAddress, std::chrono::milliseconds aLimit) {
+Connected connectSocket(const ACE_INET_Addr& aAddress, std::chrono::milliseconds aLimit) {
     const NoCancellation lGuard;  // the socket would be lost; the time is limited
     const Clock::time_point lDeadline = Clock::now() + aLimit;
-    const int lSocket = makeDescriptor([] {
-                            return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-                        }).release();
-    if (lSocket != -1 && !establish(lSocket, aAddress, lDeadline)) {
-        closeKeepingErrno(lSocket);
-        return -1;
+    Descriptor lSocket = makeDescriptor(
+        [] { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0); });
+    if (!lSocket) {
+        return {Descriptor(), errno};
     }
-    return lSocket;
+    if (const int lError = establish(lSocket.get(), aAddress, lDeadline)) {
+        return {Descriptor(), lError};
+    }
+    return {std::move(lSocket), 0};
 }
 
 }  // namespace osx

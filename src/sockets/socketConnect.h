@@ -5,18 +5,26 @@
 
 #include <chrono>
 
+#include "base/Descriptor.h"
+
 class ACE_INET_Addr;
 
 namespace osx {
 
 /// Reads "host:port", looking the host up if need be.
-/// @return false with `errno`, and with `aAddress` as it was, if the text is null or no address;
-///         ENOENT if the host is not known.
-bool parseAddress(const char* aText, ACE_INET_Addr& aAddress);
+/// @param[out] aAddress as it was, unless 0 is returned.
+/// @return 0, or an error number: EINVAL if the text is null or no address, ENOENT if the host is
+///         not known.
+[[nodiscard]] int parseAddress(const char* aText, ACE_INET_Addr& aAddress);
 
-/// @return a connected, blocking, close-on-exec socket; -1 with `errno` on failure (ETIME when the
-///         limit passed).
-int connectSocket(const ACE_INET_Addr& aAddress, std::chrono::milliseconds aLimit);
+/// A connection, or why there is none.
+struct Connected {
+    Descriptor socket;  ///< Blocking and close-on-exec.
+    int error;          ///< 0, or an error number: ETIME when the limit passed.
+};
+
+/// Connects within a time. No cancellation point.
+Connected connectSocket(const ACE_INET_Addr& aAddress, std::chrono::milliseconds aLimit);
 
 }  // namespace osx
 

@@ -1,3 +1,7 @@
+// Whole transfers on a socket.
+//
+// A connection has a limit of `kLookIntervalS` for one wait of the kernel's. A transfer that meets
+// it looks whether the peer has vanished, which the kernel would notice much later, and waits on.
 #include "sockets/socketTransfer.h"
 
 #include <fcntl.h>
@@ -8,6 +12,8 @@
 #include <array>
 #include <cerrno>
 
+#include "base/diagnosticLine.h"
+#include "base/moduleNames.h"
 #include "sockets/vanishedPeer.h"
 
 namespace {
@@ -15,7 +21,7 @@ namespace {
 /// Buffers handed to the kernel at once; vectors of any length go out in several turns.
 constexpr int kBuffersPerTurn = 64;
 
-/// For as long as nobody need look after the peer.
+/// Waits, no longer than until the next look at the peer.
 void waitUntilReady(int aSocket, short aEvents) {
     pollfd lPoll{aSocket, aEvents, 0};
     ::poll(&lPoll, 1, osx::kLookIntervalS * 1000);
@@ -26,21 +32,24 @@ bool isNonBlocking(int aSocket) {
     return lFlags != -1 && (lFlags & O_NONBLOCK) != 0;
 }
 
-/// @return whether a transfer that just failed is worth another try: the limit that a connection
-///         has for one wait ends it, for a look at the peer. The wait is the next try's own, unless
-///         the application made the socket non-blocking.
-bool mayGoOn(int aSocket, short aEvents) {
-    if (errno == EWOULDBLOCK || errno == EAGAIN) {
-        if (osx::hasPeerVanished(aSocket)) {
-            errno = ETIMEDOUT;
-            return false;
-        }
-        if (isNonBlocking(aSocket)) {
-            waitUntilReady(aSocket, aEvents);
-        }
-        return true;
+/// What a transfer that failed does before it is tried again. It waits only where the application
+/// has made the socket non-blocking; else the next try waits.
+/// @param aError why it failed.
+/// @return 0 to try again, else the error with which the transfer ends.
+int prepareNextTry(int aSocket, short aEvents, int aError) {
+    if (aError == EINTR) {
+        return 0;
     }
-    return errno == EINTR;
+    if (aError != EWOULDBLOCK && aError != EAGAIN) {
+        return aError;
+    }
+    if (osx::hasPeerVanished(aSocket)) {
+        return ETIMEDOUT;
+    }
+    if (isNonBlocking(aSocket)) {
+        waitUntilReady(aSocket, aEvents);
+    }
+    return 0;
 }
 
 ssize_t sendOnce(int aSocket, const iovec* aVec, std::size_t aCount) {
@@ -71,74 +80,82 @@ void advance(iovec*& aVec, std::size_t& aCount, std::size_t aSent) {
     }
 }
 
-/// Goes on, with a copy of the buffers that advances, after a send of `aSent` bytes; -1 if that
-/// failed.
-/// @return whether all bytes went out.
-bool sendRest(int aSocket, const iovec* aVec, std::size_t aCount, ssize_t aSent) {
+/// Goes on after a first send that did not take all.
+/// @param aVec not changed: a copy of it advances.
+/// @param aSent what that send returned.
+/// @return 0 when all bytes went out, else an error number.
+int sendRest(int aSocket, const iovec* aVec, std::size_t aCount, ssize_t aSent) {
     std::array<iovec, kBuffersPerTurn> lCopy;
     std::copy_n(aVec, aCount, lCopy.begin());
     iovec* lVec = lCopy.data();
-    while (aSent != -1 || mayGoOn(aSocket, POLLOUT)) {
-        if (aSent != -1) {
+    for (;;) {
+        if (aSent == -1) {
+            if (const int lError = prepareNextTry(aSocket, POLLOUT, errno)) {
+                return lError;
+            }
+        } else {
             advance(lVec, aCount, static_cast<std::size_t>(aSent));
         }
         if (aCount == 0) {
-            return true;
+            return 0;
         }
         aSent = sendOnce(aSocket, lVec, aCount);
     }
-    return false;
 }
 
 }  // namespace
 
 namespace osx {
 
-ssize_t sendAll(int aSocket, const void* aData, std::size_t aLength) {
+int sendAll(int aSocket, const void* aData, std::size_t aLength) {
     const char* const lData = static_cast<const char*>(aData);
     std::size_t lDone = 0;
     while (lDone < aLength) {
         const ssize_t lSent = ::send(aSocket, lData + lDone, aLength - lDone, MSG_NOSIGNAL);
         if (lSent >= 0) {
             lDone += static_cast<std::size_t>(lSent);
-        } else if (!mayGoOn(aSocket, POLLOUT)) {
-            return -1;
+        } else if (const int lError = prepareNextTry(aSocket, POLLOUT, errno)) {
+            return lError;
         }
     }
-    return static_cast<ssize_t>(lDone);
+    return 0;
 }
 
-ssize_t sendAll(int aSocket, const iovec* aVec, int aCount) {
-    std::size_t lTotal = 0;
+int sendAll(int aSocket, const iovec* aVec, int aCount) {
     for (int lDone = 0; lDone < aCount; lDone += kBuffersPerTurn) {
         const iovec* const lTurn = aVec + lDone;
         const auto lCount = static_cast<std::size_t>(std::min(kBuffersPerTurn, aCount - lDone));
-        const std::size_t lLength = totalLength(lTurn, lCount);
         const ssize_t lSent = sendOnce(aSocket, lTurn, lCount);
-        if (static_cast<std::size_t>(lSent) != lLength &&
-            !sendRest(aSocket, lTurn, lCount, lSent)) {
-            return -1;
+        if (static_cast<std::size_t>(lSent) == totalLength(lTurn, lCount)) {
+            continue;
         }
-        lTotal += lLength;
+        if (const int lError = sendRest(aSocket, lTurn, lCount, lSent)) {
+            return lError;
+        }
     }
-    return static_cast<ssize_t>(lTotal);
+    return 0;
 }
 
-ssize_t receiveAll(int aSocket, void* aData, std::size_t aLength) {
+Received receiveAll(int aSocket, void* aData, std::size_t aLength) {
     char* const lData = static_cast<char*>(aData);
     std::size_t lDone = 0;
     while (lDone < aLength) {
         const ssize_t lCame = ::recv(aSocket, lData + lDone, aLength - lDone, 0);
         if (lCame == 0) {
-            return 0;
+            return {0, 0};
         }
         if (lCame > 0) {
             lDone += static_cast<std::size_t>(lCame);
-        } else if (!mayGoOn(aSocket, POLLIN)) {
-            return -1;
+        } else if (const int lError = prepareNextTry(aSocket, POLLIN, errno)) {
+            return {-1, lError};
         }
     }
-    return static_cast<ssize_t>(lDone);
+    return {static_cast<ssize_t>(lDone), 0};
+}
+
+void tellUnsent(unsigned long aLen) {
+    DiagnosticLine(kOsxModule)
+        .failure(LM_DEBUG, "%t osxSocketSend: lNrOfBytesSend[%d] != aLen[%d] \n", -1, aLen);
 }
 
 }  // namespace osx

@@ -1,6 +1,6 @@
 /// @file
-/// Whole transfers on a socket, without SIGPIPE, going on after a signal and waiting where the
-/// socket would block. Internal.
+/// Transfers of a given number of bytes on a socket. They go on after a signal, wait where the
+/// socket would block, also one that was made non-blocking, and raise no SIGPIPE. Internal.
 #ifndef OSX_SOCKETS_SOCKETTRANSFER_H
 #define OSX_SOCKETS_SOCKETTRANSFER_H
 
@@ -11,17 +11,22 @@
 
 namespace osx {
 
-/// @return `aLength` when all bytes went out, -1 on an error.
-ssize_t sendAll(int aSocket, const void* aData, std::size_t aLength);
+/// @return 0 when all bytes went out, else an error number.
+[[nodiscard]] int sendAll(int aSocket, const void* aData, std::size_t aLength);
 
-/// @param aVec left as it is. @return the number of bytes when all went out, -1 on an error.
-ssize_t sendAll(int aSocket, const iovec* aVec, int aCount);
+/// @param aVec left as it is.
+/// @return 0 when all bytes went out, else an error number.
+[[nodiscard]] int sendAll(int aSocket, const iovec* aVec, int aCount);
 
-/// @return `aLength` when all bytes came, 0 when the peer closed first, -1 on an error.
-ssize_t receiveAll(int aSocket, void* aData, std::size_t aLength);
+/// What came of receiving.
+struct Received {
+    ssize_t length;  ///< All that was asked for; 0 when the peer closed first, -1 on an error.
+    int error;       ///< 0, or an error number.
+};
 
-/// Writes the line of `osxSocketSend` that the bytes did not all go out, with the `errno` of the
-/// moment.
+Received receiveAll(int aSocket, void* aData, std::size_t aLength);
+
+/// Writes the line of `osxSocketSend` that not all bytes went out, with the `errno` of the moment.
 void tellUnsent(unsigned long aLen);
 
 }  // namespace osx

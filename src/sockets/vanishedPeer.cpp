@@ -4,16 +4,15 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include <cerrno>
+#include "base/ErrnoKeeper.h"
 
 namespace osx {
 
 bool hasPeerVanished(int aSocket) {
-    const int lErrno = errno;
+    const ErrnoKeeper lKeeper;
     tcp_info lInfo{};
     socklen_t lLength = sizeof lInfo;
     const bool lKnown = ::getsockopt(aSocket, IPPROTO_TCP, TCP_INFO, &lInfo, &lLength) == 0;
-    errno = lErrno;
     return lKnown && lInfo.tcpi_retransmits + lInfo.tcpi_probes >= kUnansweredSends &&
            lInfo.tcpi_last_ack_recv >= kVanishedAfterS * 1000U;
 }

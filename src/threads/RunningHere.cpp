@@ -1,10 +1,12 @@
+// Whose routines the calling thread is in.
 #include "threads/RunningHere.h"
 
 namespace osx {
 
 namespace {
+/// The latest note of this thread; null where it runs no routine.
 thread_local const RunningHere* gInnermost = nullptr;
-}
+}  // namespace
 
 RunningHere::RunningHere(const void* aObject) : mObject(aObject), mOuter(gInnermost) {
     gInnermost = this;

@@ -1,3 +1,9 @@
+// How the threads of a task are joined.
+//
+// ACE's thread manager has two lists: of the threads that run, and of those that have ended and
+// that nobody has joined. `ACE_Task_Base::wait()` takes memory for a copy of both, forgets a thread
+// before it has joined it, and joins it once for each waiter, which is undefined. So this joins the
+// running threads one by one, by their ids. For those that have ended there is only ACE's own way.
 #include "threads/ThreadJoiner.h"
 
 #include "ace/Thread_Manager.h"
@@ -5,79 +11,99 @@
 
 namespace {
 
-/// For a task whose threads do not say that they begin.
+/// Assumed of a task whose threads do not call `beginThread`.
 constexpr unsigned int kMostThreads = 31;
 
 }  // namespace
 
 namespace osx {
 
-ThreadJoiner::ThreadJoiner() : mBegun(), mLatest(pthread_t{}) {}
+ThreadJoiner::ThreadJoiner() : mBeingJoined(), mLastJoined(pthread_t{}) {}
 
 void ThreadJoiner::beginThread() {
     pthread_t lThread = ::pthread_self();
-    mLatest.compare_exchange_strong(lThread, pthread_t{});
+    mLastJoined.compare_exchange_strong(lThread, pthread_t{});
     ++mNumberBegun;
 }
 
 void ThreadJoiner::join(ACE_Task_Base& aTask) {
-    // ACE would join a thread once for each waiter, which is undefined.
-    const std::lock_guard<std::mutex> lGuard(mMutex);
-    const unsigned int lBegun = mNumberBegun;
-    finishBegun();
-    if (ACE_Thread_Manager* const lManager = aTask.thr_mgr()) {
-        joinRunning(*lManager, aTask);
-        if (joinEnded(*lManager, aTask)) {
-            mNumberJoined = lBegun;
-        }
+    const MutexLock lLock(mMutex);
+    finishCancelledJoin();
+    ACE_Thread_Manager* const lManager = aTask.thr_mgr();
+    if (lManager == nullptr || hasJoinedAll(aTask)) {
+        return;
+    }
+    joinRunning(*lManager, aTask);
+    if (!hasJoinedAll(aTask)) {
+        joinEnded(*lManager, aTask);
     }
 }
 
-/// ACE has forgotten the thread, as it takes for joined what somebody has begun to join.
-void ThreadJoiner::finishBegun() {
-    if (mBegun != pthread_t{}) {
-        ::pthread_join(mBegun, nullptr);
-        mLatest = mBegun;
-        mBegun = pthread_t{};
+/// @return true only if no thread is left; asking ACE for one costs more.
+bool ThreadJoiner::hasJoinedAll(ACE_Task_Base& aTask) const {
+    const unsigned int lBegun = mNumberBegun;
+    return lBegun != 0 && lBegun == mNumberJoined && aTask.thr_count() == 0;
+}
+
+/// ACE forgets a thread as soon as somebody has begun to join it, so it cannot be asked for this
+/// one.
+void ThreadJoiner::finishCancelledJoin() {
+    if (mBeingJoined != pthread_t{}) {
+        ::pthread_join(mBeingJoined, nullptr);
+        noteJoined(mBeingJoined);
+        mBeingJoined = pthread_t{};
     }
+}
+
+void ThreadJoiner::noteJoined(pthread_t aThread) {
+    mLastJoined = aThread;
+    ++mNumberJoined;
 }
 
 /// @return false if there is no such thread to be joined.
 bool ThreadJoiner::joinThread(ACE_Thread_Manager& aManager, pthread_t aThread) {
-    mBegun = aThread;
+    mBeingJoined = aThread;
     const bool lJoined = aManager.join(aThread) == 0;
-    mBegun = pthread_t{};
+    mBeingJoined = pthread_t{};
     if (lJoined) {
-        mLatest = aThread;
+        noteJoined(aThread);
     }
     return lJoined;
 }
 
-/// One at a time, as ACE's own way takes memory for all of them. It ends at a detached one.
+/// Stops at a detached thread, which cannot be joined.
 void ThreadJoiner::joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
     pthread_t lThread{};
-    while (aManager.thread_list(&aTask, &lThread, 1) == 1 && joinThread(aManager, lThread)) {
+    while (!hasJoinedAll(aTask) && aManager.thread_list(&aTask, &lThread, 1) == 1 &&
+           joinThread(aManager, lThread)) {
     }
 }
 
-/// What ended before anybody waited. When memory is short, ACE knows of the latest of these only.
-/// ACE looks at all threads of the process each time, and passes over the one behind each that it
-/// takes, so that half of them are left.
-/// @return whether none is left.
-bool ThreadJoiner::joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
-    const NoCancellation lGuard;  // ACE would lose its memory, and what it has not joined yet
+/// Joins the threads that ended before anybody waited.
+///
+/// ACE's `wait_task` takes them out of its list, but passes over the one behind each that it takes.
+/// So each call leaves half of them. When there is no memory for it, the thread that ended last is
+/// the only one whose id is known.
+void ThreadJoiner::joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
+    const NoCancellation lGuard;  // ACE would lose its memory, and the threads it has taken out
     const unsigned int lBegun = mNumberBegun;
     bool lAll = true;
-    for (unsigned int lLeft = lBegun == 0 ? kMostThreads : lBegun - mNumberJoined; lLeft != 0;
-         lLeft /= 2) {
+    for (unsigned int lLeft = mostThreadsLeft(); lLeft != 0; lLeft /= 2) {
         if (aManager.wait_task(&aTask) == 0) {
-            mLatest = aTask.last_thread();
-        } else if (aTask.last_thread() != mLatest) {
+            mLastJoined = aTask.last_thread();
+        } else if (aTask.last_thread() != mLastJoined) {
             joinThread(aManager, aTask.last_thread());
             lAll = false;
         }
     }
-    return lAll;
+    if (lAll) {
+        mNumberJoined = lBegun;
+    }
+}
+
+unsigned int ThreadJoiner::mostThreadsLeft() const {
+    const unsigned int lBegun = mNumberBegun;
+    return lBegun > mNumberJoined ? lBegun - mNumberJoined : kMostThreads;
 }
 
 }  // namespace osx

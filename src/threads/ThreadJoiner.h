@@ -7,9 +7,9 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <mutex>
 
 #include "ace/Task.h"
+#include "base/Mutex.h"
 #include "base/osxExport.h"
 
 class ACE_Thread_Manager;
@@ -34,17 +34,28 @@ public:
     void beginThread();
 
 private:
-    void finishBegun();
-    bool joinThread(ACE_Thread_Manager& aManager, pthread_t aThread);
-    void joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask);
-    bool joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask);
+    bool hasJoinedAll(ACE_Task_Base& aTask) const OSX_REQUIRES(mMutex);
+    void finishCancelledJoin() OSX_REQUIRES(mMutex);
+    void noteJoined(pthread_t aThread) OSX_REQUIRES(mMutex);
+    bool joinThread(ACE_Thread_Manager& aManager, pthread_t aThread) OSX_REQUIRES(mMutex);
+    void joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) OSX_REQUIRES(mMutex);
+    void joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) OSX_REQUIRES(mMutex);
+    unsigned int mostThreadsLeft() const OSX_REQUIRES(mMutex);
 
-    std::mutex mMutex;
-    pthread_t mBegun;  ///< What a waiter that was cancelled has left to be joined; 0 for none.
-    /// The last one joined, whose id may be another task's thread's by now; 0 for none.
-    std::atomic<pthread_t> mLatest;
+    Mutex mMutex;  ///< Held by the one thread that waits; others wait for the lock.
+
+    /// The thread that is being joined; 0 for none. Still set where a waiter was cancelled.
+    pthread_t mBeingJoined OSX_GUARDED_BY(mMutex);
+
+    /// The thread joined last; 0 for none. A waiter writes it. A new thread of the task that has
+    /// got the same id sets it back to 0, so that it is joined, too.
+    std::atomic<pthread_t> mLastJoined;
+
+    /// How many threads have called `beginThread`. They write it, a waiter reads it.
     std::atomic<unsigned int> mNumberBegun{0};
-    unsigned int mNumberJoined = 0;  ///< At least, of those.
+
+    /// At least so many of these have been joined.
+    unsigned int mNumberJoined OSX_GUARDED_BY(mMutex) = 0;
 };
 
 }  // namespace osx
