@@ -56,6 +56,25 @@ std::int64_t timeReached() {
     return lTime.tv_sec * kMicrosecondsPerSecond + lTime.tv_nsec / 1000;
 }
 
+/// The microsecond that has not yet begun: nothing that is due at a time after it comes early.
+/// The parts are carried here, because ACE normalises each time that it makes in a call.
+ACE_Time_Value timeAfter(const ACE_Time_Value& aDelay) {
+    const timespec lNow = clockTime();
+    time_t lSeconds = lNow.tv_sec + aDelay.sec();
+    std::int64_t lMicroseconds = (lNow.tv_nsec + 999) / 1000 + aDelay.usec();
+    if (lMicroseconds >= kMicrosecondsPerSecond) {
+        lMicroseconds -= kMicrosecondsPerSecond;
+        ++lSeconds;
+    } else if (lMicroseconds < 0) {
+        lMicroseconds += kMicrosecondsPerSecond;
+        --lSeconds;
+    }
+    ACE_Time_Value lTime;
+    lTime.sec(lSeconds);
+    lTime.usec(static_cast<suseconds_t>(lMicroseconds));
+    return lTime;
+}
+
 bool isCounted(ACE_Event_Handler& aHandler) {
     return aHandler.reference_counting_policy().value() ==
            ACE_Event_Handler::Reference_Counting_Policy::ENABLED;
@@ -306,7 +325,7 @@ long TimerQueue::schedule(ACE_Event_Handler* const& aHandler, const void* aAct,
 
 long TimerQueue::start(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aDelay,
                        const ACE_Time_Value& aInterval) {
-    return schedule(aHandler, aAct, gettimeofday() + aDelay, aInterval);
+    return schedule(aHandler, aAct, timeAfter(aDelay), aInterval);
 }
 
 int TimerQueue::stop(const ACE_Event_Handler& aHandler, long aTimerID) {
@@ -330,9 +349,12 @@ int TimerQueue::stopLocked(const ACE_Event_Handler& aHandler, long aTimerID) {
 void TimerQueue::retire(const ACE_Event_Handler& aHandler, long aTimerID) {
     Lock lLock(mMutex);
     stopLocked(aHandler, aTimerID);
-    if (mCalls == nullptr || !isCalledElsewhere(aHandler, true)) {
-        return;
+    if (mCalls != nullptr && isCalledElsewhere(aHandler, true)) {
+        awaitCall(lLock, aHandler);
     }
+}
+
+void TimerQueue::awaitCall(Lock& lLock, const ACE_Event_Handler& aHandler) {
     const NoCancellation lGuard;  // a destructor waits here
     const auto lNow = std::chrono::steady_clock::now();
     ++mWaiting;
@@ -586,10 +608,8 @@ int TimerQueue::close() {
     return 0;
 }
 
-/// Rounded up, so that nothing that is due at a time after it comes early.
 ACE_Time_Value TimerQueue::gettimeofday() {
-    const timespec lTime = clockTime();
-    return ACE_Time_Value(lTime.tv_sec, static_cast<suseconds_t>((lTime.tv_nsec + 999) / 1000));
+    return timeAfter(ACE_Time_Value::zero);
 }
 
 /// The clock is not anybody's to choose.

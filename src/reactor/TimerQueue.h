@@ -29,7 +29,7 @@ class LoopTimer;
 /// Each call of a handler that is under way, or about to be made, is noted under the same lock. So
 /// a handler can be destroyed at any time: `retire` takes its timer out, calls off a call that has
 /// not begun, and waits for one that has.
-class TimerQueue : public ACE_Timer_Queue {
+class TimerQueue final : public ACE_Timer_Queue {
 public:
     /// A queue for a reactor. It is never destroyed, so that a timer may ask long after its reactor
     /// has gone; one that was given back is used again. @return null when memory is short.
@@ -133,6 +133,7 @@ private:
     void forget(Call& aCall);
     void callOff(const ACE_Event_Handler& aHandler);
     bool isCalledElsewhere(const ACE_Event_Handler& aHandler, bool aAlsoReleased) const;
+    [[gnu::cold]] void awaitCall(Lock& aLock, const ACE_Event_Handler& aHandler);
     void tellWaiting();
 
     mutable std::mutex mMutex;
