@@ -12,6 +12,8 @@
 #ifndef OSX_PROCESS_ATFORK_H
 #define OSX_PROCESS_ATFORK_H
 
+#include "base/threadAnnotations.h"
+
 namespace osx::process {
 
 /// Who holds a lock of one kind may take one of the kinds below it. Code of the application's runs
@@ -48,10 +50,20 @@ private:
     const AtFork* const mFormer;
 };
 
+/// Clang cannot follow a lock that one function takes and another one gives back.
+template <auto& aMutex>
+void lockForFork() OSX_NO_THREAD_SAFETY_ANALYSIS {
+    aMutex.lock();
+}
+template <auto& aMutex>
+void unlockAfterFork() OSX_NO_THREAD_SAFETY_ANALYSIS {
+    aMutex.unlock();
+}
+
 /// The steps for a static mutex that is no more than locked and unlocked.
 template <auto& aMutex>
-constexpr ForkSteps kKeepAcrossFork{[] { aMutex.lock(); }, [] { aMutex.unlock(); },
-                                    [] { aMutex.unlock(); }};
+constexpr ForkSteps kKeepAcrossFork{lockForFork<aMutex>, unlockAfterFork<aMutex>,
+                                    unlockAfterFork<aMutex>};
 
 /// @return how many forks lie between this process and the one that loaded the library.
 unsigned int generation() noexcept;
