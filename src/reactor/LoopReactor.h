@@ -33,9 +33,9 @@ namespace osx {
 /// The loop runs until it is ended (`deactivate`), and again after ACE's `reset_event_loop`. Once
 /// the reactor is closed it has no handlers and no timers, and takes none.
 ///
-/// The class has a source for each of its subjects: this file's for its making, its end and its
-/// timers, `LoopServing` for the waiting and serving, `LoopHandlers` for ACE's interface of
-/// handlers, `LoopFork` for the fork of the process.
+/// The class has a source for each of its subjects. `LoopReactor.cpp` makes and closes it and has
+/// its timers, `LoopServing.cpp` waits and serves, `LoopHandlers.cpp` is ACE's interface of
+/// handlers, and `LoopFork.cpp` is for the fork of the process.
 class LoopReactor : public UncancelledReactor {
 public:
     explicit LoopReactor(TimerQueue& aTimers);
