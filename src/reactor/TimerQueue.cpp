@@ -29,6 +29,18 @@ bool isCounted(ACE_Event_Handler& aHandler) {
            ACE_Event_Handler::Reference_Counting_Policy::ENABLED;
 }
 
+/// Ends what a handler has to do with timers that have been taken out. One that is not counted may
+/// destroy itself in `handle_close`.
+void letGo(ACE_Event_Handler& aHandler, std::size_t aTimers, int aDontCallHandleClose) {
+    const std::size_t lReferences = isCounted(aHandler) ? aTimers : 0;
+    if (aDontCallHandleClose == 0) {
+        aHandler.handle_close(ACE_INVALID_HANDLE, ACE_Event_Handler::TIMER_MASK);
+    }
+    for (std::size_t lReference = 0; lReference < lReferences; ++lReference) {
+        aHandler.remove_reference();
+    }
+}
+
 }  // namespace
 
 /// In the order of the heap. It takes no lock: as with ACE's queues, whoever iterates sees to it
@@ -58,6 +70,7 @@ TimerQueue* TimerQueue::take() {
             return lQueue;
         }
     }
+    // Not by `allocate`: nobody but this class makes a queue.
     try {
         if (auto* const lQueue = new (std::nothrow) TimerQueue) {
             return lQueue;
@@ -323,14 +336,8 @@ std::size_t TimerQueue::takeAll(const ACE_Event_Handler& aHandler) {
 
 int TimerQueue::cancel(ACE_Event_Handler* const& aHandler, int aDontCallHandleClose) {
     ACE_Event_Handler* const lHandler = aHandler;
-    const bool lIsCounted = isCounted(*lHandler);
     const std::size_t lTaken = takeAll(*lHandler);
-    if (aDontCallHandleClose == 0) {
-        lHandler->handle_close(ACE_INVALID_HANDLE, ACE_Event_Handler::TIMER_MASK);
-    }
-    for (std::size_t lReference = 0; lIsCounted && lReference < lTaken; ++lReference) {
-        lHandler->remove_reference();
-    }
+    letGo(*lHandler, lTaken, aDontCallHandleClose);
     return static_cast<int>(lTaken);
 }
 
@@ -348,13 +355,7 @@ int TimerQueue::cancel(long aTimerID, const void** aAct, int aDontCallHandleClos
             *aAct = lNode->get_act();
         }
     }
-    const bool lIsCounted = isCounted(*lHandler);
-    if (aDontCallHandleClose == 0) {
-        lHandler->handle_close(ACE_INVALID_HANDLE, ACE_Event_Handler::TIMER_MASK);
-    }
-    if (lIsCounted) {
-        lHandler->remove_reference();
-    }
+    letGo(*lHandler, 1, aDontCallHandleClose);
     return 1;
 }
 

@@ -29,7 +29,8 @@ class LoopTimer;
 class TimerQueue final : public ACE_Timer_Queue {
 public:
     /// A queue for a reactor. It is never destroyed, so that a timer may ask long after its reactor
-    /// has gone; one that was given back is used again. @return null when memory is short.
+    /// has gone; one that was given back is used again. @return null (`errno` ENOMEM) when memory
+    /// is short.
     static TimerQueue* take();
     /// Closes a queue that `take` gave.
     static void giveBack(TimerQueue* aQueue);
