@@ -1,3 +1,6 @@
+// The end of the process, from its first step to what becomes of ACE. Everything here runs on the
+// thread that ends the process, while others may still run, and so waits for no lock and joins
+// nobody.
 #include "process/atEnd.h"
 
 #include <stdlib.h>
@@ -17,20 +20,24 @@ namespace osx::process {
 
 namespace {
 
-constexpr std::size_t kSteps = 2;
+constexpr std::size_t kSteps = static_cast<std::size_t>(EndStep::kServices) + 1;
 constexpr int kUnknown = -1;
 
-/// Filled by static objects of other files, before any constructor of this one would run.
+/// By `EndStep`. Filled by static objects of other files, while the process has one thread, and
+/// perhaps before a constructor of this file would run.
 std::array<void (*)(), kSteps> gSteps{};
 
+/// Whether the handler that notes the status is registered. Any thread may be the one to do it.
 std::atomic<bool> gExpected{false};
+/// The status, once the process ends. Written and read by the thread that ends it; atomic because
+/// the program may, wrongly, call `exit` on two threads.
 std::atomic<int> gStatus{kUnknown};
 
 void noteStatus(int aStatus, void* /*aArgument*/) {
     gStatus = aStatus & 0xff;
 }
 
-/// What is left to do without the destructors that are left.
+/// Does without the destructors that are left.
 [[noreturn]] void endHere() {
     std::cout.flush();
     std::clog.flush();

@@ -1,16 +1,16 @@
 /// @file
 /// The end of the process: one list of what is done, in its order.
 ///
-/// It begins when `exit` has run the program's own handlers and destroyed its static objects, and
-/// before the library's and ACE's are. Other threads may be running, anywhere.
+/// It begins when `exit` has run the program's own handlers and destroyed its static objects,
+/// before those of the library and ACE are destroyed. Other threads may be running, anywhere.
 ///
 /// 1. `kLoops`: the threads that run the event loop park, so that no callback begins any more.
-/// 2. `kServices`: what the services still have to say is said, and their threads park. After the
-///    loops, which may have given them something to say.
+/// 2. `kServices`: the services send what they have left, and their threads park. This comes after
+///    the loops, whose callbacks may have given them something to send.
 /// 3. ACE. If all other threads are parked, it is torn down as in a program without the library,
 ///    with all that was registered with its object manager. If others run, no further line gets
 ///    into its logging, and its managers are kept. At the very end ACE frees its log lock all the
-///    same: unless the others can be seen to have left its logging, the process ends here, with its
+///    same. So unless the others are seen to have left its logging, the process ends here, with its
 ///    status, and nothing more is destroyed.
 ///
 /// Nothing is joined: a thread that is waited for may itself wait for what the ending thread holds,
@@ -31,7 +31,7 @@ public:
     AtEnd(EndStep aStep, void (*aFunction)()) noexcept;
 };
 
-/// Announces threads, so that the exit status is known at the end. To be called before the first is
+/// Has the exit status noted when the process ends. To be called before the first thread is
 /// started; any number of times.
 void expectEnd() noexcept;
 

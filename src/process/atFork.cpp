@@ -1,3 +1,5 @@
+// The list of the steps before and after a fork, in the order of `ForkOrder` before it and in the
+// reverse order after it.
 #include "process/atFork.h"
 
 #include <pthread.h>
@@ -12,42 +14,45 @@ namespace osx::process {
 
 namespace {
 
-constexpr std::size_t kOrders = 5;
+constexpr std::size_t kOrders = static_cast<std::size_t>(ForkOrder::kLeaf) + 1;
 
-/// Filled by static objects of other files, before any constructor of this one would run.
+/// By `ForkOrder`, the steps that were registered last. Filled by static objects of other files,
+/// while the process has one thread, and perhaps before a constructor of this file would run.
 std::array<const AtFork*, kOrders> gLatest{};
+
+/// Written in a child, while it has one thread; read by any thread.
 std::atomic<unsigned int> gGeneration{0};
 
-void call(void (*aStep)()) {
-    if (aStep != nullptr) {
-        aStep();
+using Step = void (*ForkSteps::*)();
+
+void callOfOneOrder(const AtFork* aLatest, Step aStep) {
+    for (const AtFork* lEntry = aLatest; lEntry != nullptr; lEntry = lEntry->former()) {
+        if (void (*const lFunction)() = lEntry->steps().*aStep) {
+            lFunction();
+        }
+    }
+}
+
+void callFromTheLast(Step aStep) {
+    for (auto lLatest = gLatest.rbegin(); lLatest != gLatest.rend(); ++lLatest) {
+        callOfOneOrder(*lLatest, aStep);
     }
 }
 
 void prepare() {
-    for (const AtFork* lEntry : gLatest) {
-        for (; lEntry != nullptr; lEntry = lEntry->former()) {
-            call(lEntry->steps().prepare);
-        }
+    for (const AtFork* lLatest : gLatest) {
+        callOfOneOrder(lLatest, &ForkSteps::prepare);
     }
 }
 
 void parent() {
-    for (auto lOrder = gLatest.rbegin(); lOrder != gLatest.rend(); ++lOrder) {
-        for (const AtFork* lEntry = *lOrder; lEntry != nullptr; lEntry = lEntry->former()) {
-            call(lEntry->steps().parent);
-        }
-    }
+    callFromTheLast(&ForkSteps::parent);
 }
 
 void child() {
     ++gGeneration;
     forgetParking();
-    for (auto lOrder = gLatest.rbegin(); lOrder != gLatest.rend(); ++lOrder) {
-        for (const AtFork* lEntry = *lOrder; lEntry != nullptr; lEntry = lEntry->former()) {
-            call(lEntry->steps().child);
-        }
-    }
+    callFromTheLast(&ForkSteps::child);
 }
 
 [[gnu::constructor]] void watchForks() {

@@ -1,3 +1,5 @@
+// Threads that the library does not know can be neither parked nor joined. The kernel's files show
+// what they do: `/proc/self/task` has a folder for each.
 #include "process/otherThreads.h"
 
 #include <dirent.h>
@@ -16,6 +18,8 @@
 #include <string_view>
 #include <thread>
 
+#include "base/Descriptor.h"
+
 namespace osx::process {
 
 namespace {
@@ -24,8 +28,9 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using std::chrono::steady_clock;
 
+/// Processor time that a thread gets in which it must have left what it was doing.
 constexpr milliseconds kEnough{10};
-constexpr milliseconds kPause{5};
+constexpr milliseconds kPause{5};  ///< Between two looks.
 constexpr std::chrono::seconds kLimit{1};
 
 /// Calls a function with the id of each thread of the process but the calling one. @return whether
@@ -59,16 +64,15 @@ nanoseconds processorTime(pid_t aThread) {
 std::string_view readFigures(pid_t aThread, std::array<char, 128>& aBuffer) {
     std::array<char, 40> lName{};
     std::snprintf(lName.data(), lName.size(), "/proc/self/task/%d/stat", aThread);
-    const int lFile = ::open(lName.data(), O_RDONLY | O_CLOEXEC);
-    if (lFile == -1) {
+    const Descriptor lFile(::open(lName.data(), O_RDONLY | O_CLOEXEC));
+    if (!lFile) {
         return {};
     }
-    const ssize_t lLength = ::read(lFile, aBuffer.data(), aBuffer.size());
-    ::close(lFile);
+    const ssize_t lLength = ::read(lFile.get(), aBuffer.data(), aBuffer.size());
     return {aBuffer.data(), lLength < 0 ? 0 : static_cast<std::size_t>(lLength)};
 }
 
-/// A thread that has ended sleeps well.
+/// A thread that has ended meanwhile counts as asleep.
 bool sleeps(pid_t aThread) {
     std::array<char, 128> lBuffer;
     const std::string_view lText = readFigures(aThread, lBuffer);
@@ -77,13 +81,15 @@ bool sleeps(pid_t aThread) {
     return lName == std::string_view::npos || lText.substr(lName + 2, 1) != "R";
 }
 
-/// What has been seen of the other threads.
+/// What has been seen of the other threads so far. A thread has settled if it slept at two looks
+/// and did not run in between, or has had the processor for long enough since the first look.
 class OtherThreads {
 public:
     /// Looks at them once more. @return whether all have settled.
-    bool settled() {
+    bool lookAgain() {
         bool lSettled = true;
-        mSeen = forEachOtherThread([&](pid_t aThread) { lSettled = settled(aThread) && lSettled; });
+        mSeen =
+            forEachOtherThread([&](pid_t aThread) { lSettled = lookAgainAt(aThread) && lSettled; });
         return lSettled;
     }
 
@@ -91,12 +97,14 @@ public:
     bool seen() const { return mSeen; }
 
 private:
+    /// The thread's processor time at the first look and at the latest one.
     struct Times {
         nanoseconds first;
         nanoseconds last;
     };
 
-    bool settled(pid_t aThread) {
+    /// @return whether the thread has settled.
+    bool lookAgainAt(pid_t aThread) {
         const bool lSleeps = sleeps(aThread);
         const nanoseconds lNow = processorTime(aThread);
         const auto [lEntry, lIsNew] = mTimes.try_emplace(aThread, Times{lNow, lNow});
@@ -124,10 +132,10 @@ bool settleOtherThreads() noexcept {
     const auto lEnd = steady_clock::now() + kLimit;
     try {
         OtherThreads lOthers;
-        bool lSettled = lOthers.settled();
+        bool lSettled = lOthers.lookAgain();
         while (!lSettled && lOthers.seen() && steady_clock::now() < lEnd) {
             std::this_thread::sleep_for(kPause);
-            lSettled = lOthers.settled();
+            lSettled = lOthers.lookAgain();
         }
         return lSettled && lOthers.seen();
     } catch (const std::exception&) {

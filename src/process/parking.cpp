@@ -1,3 +1,5 @@
+// A thread that runs an event loop cannot be joined at the end of the process: it may wait for what
+// the ending thread holds. It is brought to a place where it holds nothing, and stays there.
 #include "process/parking.h"
 
 #include <signal.h>
@@ -9,13 +11,17 @@ namespace osx::process {
 
 namespace {
 
+/// Whether the process ends. Written by the thread that ends it, read by those in a loop.
 std::atomic<bool> gEnding{false};
+/// Threads in a loop that have not parked. Each counts itself; the thread that ends the process
+/// reads.
 std::atomic<int> gInLoop{0};
+/// Threads that have parked. The same.
 std::atomic<int> gParked{0};
-thread_local int gLoopsHere = 0;
-thread_local bool gEndsProcess = false;
+thread_local int gLoopsHere = 0;         ///< Loops that the thread is in, one within the other.
+thread_local bool gEndsProcess = false;  ///< Whether it is the thread that ends the process.
 
-/// The handlers of the application may use what is destroyed.
+/// Signal handlers of the application may use what is about to be destroyed.
 void takeNoSignals() {
     sigset_t lAll;
     ::sigfillset(&lAll);

@@ -5,7 +5,8 @@
 
 namespace osx::process {
 
-/// A thread that is in an event loop, for as long as the object lives. Loops may nest.
+/// Counts the calling thread as one in an event loop, for as long as the object lives. Loops may
+/// nest.
 class InLoop {
 public:
     InLoop();
@@ -13,25 +14,26 @@ public:
     InLoop(const InLoop&) = delete;
     InLoop& operator=(const InLoop&) = delete;
 
-    /// To be called by the loop where the thread holds nothing. Does not return once the process
-    /// ends, but on the thread that ends it.
+    /// To be called by the loop where the thread holds nothing. Once the process ends it does not
+    /// return, except on the thread that ends it.
     static void parkAtEnd();
 };
 
-/// Holds the calling thread for good, where it touches nothing that is going to be destroyed.
-/// @param aAnnounce called when the thread counts as parked.
+/// Holds the calling thread for good, with all signals blocked.
+/// @param aAnnounce is called when the thread counts as parked.
 [[noreturn]] void park(void (*aAnnounce)() = nullptr);
 
-/// Begins the end of the process, on the thread that ends it: the others park as they come by.
+/// Begins the end of the process, on the thread that ends it: the others park at their next call of
+/// `parkAtEnd`.
 void startParking();
 
 /// @return the number of threads in an event loop that have not parked, but for the calling one.
 int threadsToPark();
 
-/// @return the number of threads that have.
+/// @return the number of threads that have parked.
 int threadsParked();
 
-/// A forked child has none of the other threads.
+/// In the child of a fork, which has none of the other threads.
 void forgetParking();
 
 }  // namespace osx::process

@@ -1,8 +1,9 @@
+// The application's handlers are ACE's to serve. The loop must not sleep in ACE's `select`, where
+// nothing of its own would wake it; so it watches the same descriptors in a poll. Where the two
+// differ, `select` is right: the poll may tell too much, and never too little.
 #include "reactor/AcePoll.h"
 
-#include <unistd.h>
-
-#include <cerrno>
+#include <utility>
 
 #include "base/NoCancellation.h"
 #include "base/standardDescriptors.h"
@@ -31,23 +32,21 @@ AcePoll::AcePoll(const ACE_Select_Reactor_Handle_Set& aAces, const ServedSet& aS
                  int aAlwaysWritable)
     : mAces(aAces), mSet(aSet), mAlwaysWritable(aAlwaysWritable) {}
 
-AcePoll::~AcePoll() {
-    close();
-}
-
 bool AcePoll::open() {
-    if (mPoll == -1) {
+    if (!mPoll) {
         makeAnew();
     }
-    return mPoll != -1;
+    return static_cast<bool>(mPoll);
 }
 
 void AcePoll::close() {
-    if (mPoll != -1) {
-        ::close(mPoll);
-        mPoll = -1;
-    }
+    closePoll();
     mWatched.fill(kNothing);
+}
+
+void AcePoll::closePoll() {
+    mNumber = Descriptor::kNone;
+    mPoll.reset();
 }
 
 bool AcePoll::has(std::size_t aHandle) const {
@@ -59,7 +58,7 @@ std::uint32_t AcePoll::eventsOf(unsigned int aWatched) {
            ((aWatched & kExcept) != 0 ? EPOLLPRI : 0U) | ((aWatched & kCalmed) != 0 ? EPOLLET : 0U);
 }
 
-/// A poll tells of an end and of errors whether one waits for them or not.
+/// A poll tells of an end and of errors whether one asks for them or not.
 bool AcePoll::wouldSelectTell(std::uint32_t aEvents, unsigned int aWatched) {
     return (aEvents & eventsOf(aWatched & kWanted)) != 0 ||
            ((aWatched & kRead) != 0 && (aEvents & kEnds) != 0) ||
@@ -77,7 +76,7 @@ bool AcePoll::hasLost(ACE_HANDLE aHandle) const {
     if (aHandle < 0 || !has(lHandle) || (mWatched[lHandle] & kUnpollable) != 0) {
         return false;
     }
-    return control(mPoll, EPOLL_CTL_MOD, aHandle, eventsOf(mWatched[lHandle]), aHandle) != 0;
+    return control(mPoll.get(), EPOLL_CTL_MOD, aHandle, eventsOf(mWatched[lHandle]), aHandle) != 0;
 }
 
 void AcePoll::check() {
@@ -109,12 +108,12 @@ void AcePoll::set(ACE_HANDLE aHandle, unsigned int aWanted) {
         return;
     }
     lWatched = static_cast<std::uint8_t>(aWanted);
-    if (mPoll == -1) {
+    if (!mPoll) {
         return;
     }
     if (lFormer != kNothing && (lFormer & kUnpollable) == 0) {
         const int lOperation = aWanted == kNothing ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
-        if (control(mPoll, lOperation, aHandle, eventsOf(aWanted), aHandle) != 0) {
+        if (control(mPoll.get(), lOperation, aHandle, eventsOf(aWanted), aHandle) != 0) {
             makeAnew();
         }
         return;
@@ -129,7 +128,7 @@ void AcePoll::set(ACE_HANDLE aHandle, unsigned int aWanted) {
 
 void AcePoll::add(ACE_HANDLE aHandle) {
     std::uint8_t& lWatched = mWatched[static_cast<std::size_t>(aHandle)];
-    if (control(mPoll, EPOLL_CTL_ADD, aHandle, eventsOf(lWatched), aHandle) != 0) {
+    if (control(mPoll.get(), EPOLL_CTL_ADD, aHandle, eventsOf(lWatched), aHandle) != 0) {
         lWatched |= kUnpollable;
         countUnpollable(1);
     }
@@ -139,28 +138,28 @@ void AcePoll::countUnpollable(int aMore) {
     const bool lHadAny = mUnpollable != 0;
     mUnpollable += aMore;
     if ((mUnpollable != 0) != lHadAny) {
-        control(mPoll, lHadAny ? EPOLL_CTL_DEL : EPOLL_CTL_ADD, mAlwaysWritable, EPOLLOUT,
+        control(mPoll.get(), lHadAny ? EPOLL_CTL_DEL : EPOLL_CTL_ADD, mAlwaysWritable, EPOLLOUT,
                 kNoHandle);
     }
 }
 
 void AcePoll::arm() const {
-    if (mPoll != -1) {
-        mSet.tellAgainTagged(mPoll, ServedSet::kAces, EPOLLIN | EPOLLONESHOT);
+    const int lPoll = mNumber;
+    if (lPoll != Descriptor::kNone) {
+        mSet.tellAgainTagged(lPoll, ServedSet::kAces, EPOLLIN | EPOLLONESHOT);
     }
 }
 
 void AcePoll::calm() {
     constexpr int kEvents = 16;
     std::array<epoll_event, kEvents> lEvents;
-    const int lCount = mPoll == -1 ? 0 : ::epoll_wait(mPoll, lEvents.data(), kEvents, 0);
+    const int lCount = !mPoll ? 0 : ::epoll_wait(mPoll.get(), lEvents.data(), kEvents, 0);
     for (int lIndex = 0; lIndex < lCount; ++lIndex) {
         calm(lEvents[static_cast<std::size_t>(lIndex)]);
     }
 }
 
-/// What `select` does not tell of is told of once for each change from here on: without that the
-/// loop would never sleep. ACE may have changed its sets by a way of its own meanwhile.
+/// ACE may have changed its sets without telling, so that the sets are looked at again first.
 void AcePoll::calm(const epoll_event& aEvent) {
     const int lHandle = aEvent.data.fd;
     if (lHandle == kNoHandle) {
@@ -176,30 +175,29 @@ void AcePoll::calm(const epoll_event& aEvent) {
     if (lWatched != kNothing && (lWatched & kUnpollable) == 0 &&
         wouldSelectTell(aEvent.events, lWatched) == lIsCalmed) {
         lWatched = static_cast<std::uint8_t>(lWatched ^ kCalmed);
-        control(mPoll, EPOLL_CTL_MOD, lHandle, eventsOf(lWatched), lHandle);
+        control(mPoll.get(), EPOLL_CTL_MOD, lHandle, eventsOf(lWatched), lHandle);
     }
 }
 
 void AcePoll::renewInChild() {
-    if (mPoll != -1) {
-        ::close(mPoll);
-        mPoll = -1;
+    if (mPoll) {
+        closePoll();
         makeAnew();
     }
 }
 
-/// Without a fresh poll the one there is stays: what it has in excess costs time, and loses
-/// nothing.
+/// Without a fresh poll the former one stays: what it has in excess costs time, and loses nothing.
 void AcePoll::makeAnew() {
     const NoCancellation lGuard;
-    const int lFresh = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); }).release();
-    if (lFresh == -1) {
+    Descriptor lFresh = makeDescriptor([] { return ::epoll_create1(EPOLL_CLOEXEC); });
+    if (!lFresh) {
         return;
     }
-    if (mPoll == -1) {
-        mPoll = lFresh;
+    if (!mPoll) {
+        mPoll = std::move(lFresh);
+        mNumber = mPoll.get();
     } else {
-        replaceDescriptor(mPoll, lFresh);
+        replaceDescriptor(mPoll, std::move(lFresh));
     }
     mUnpollable = 0;
     for (std::size_t lHandle = 0; lHandle < mWatched.size(); ++lHandle) {
@@ -208,9 +206,8 @@ void AcePoll::makeAnew() {
             add(static_cast<ACE_HANDLE>(lHandle));
         }
     }
-    if (mSet.addTagged(mPoll, ServedSet::kAces, EPOLLIN | EPOLLONESHOT) != 0) {
-        ::close(mPoll);
-        mPoll = -1;
+    if (mSet.addTagged(mPoll.get(), ServedSet::kAces, EPOLLIN | EPOLLONESHOT) != 0) {
+        closePoll();
     }
 }
 

@@ -1,3 +1,4 @@
+// Counting references to handlers, for ACE and for the library.
 #include "reactor/CountedHandler.h"
 
 namespace osx {

@@ -7,17 +7,20 @@
 
 #include <atomic>
 #include <chrono>
-#include <mutex>
+#include <ctime>
+#include <limits>
+#include <memory>
 
+#include "base/Descriptor.h"
+#include "base/Mutex.h"
 #include "reactor/AcePoll.h"
 #include "reactor/LoopTimer.h"
 #include "reactor/ReadyQueue.h"
 #include "reactor/ServedSet.h"
+#include "reactor/TimerQueue.h"
 #include "reactor/UncancelledReactor.h"
 
 namespace osx {
-
-class TimerQueue;
 
 /// ACE's thread-pool reactor, which serves the library's own handlers, `Served`, in a way of its
 /// own: without ACE's limit on descriptors, and without a token that threads hand on.
@@ -26,6 +29,13 @@ class TimerQueue;
 /// the timers' (`LoopTimer`), ACE's notification pipe, a descriptor that wakes a sleeper, and, once
 /// the application has handlers of its own, one that stands for all of theirs (`AcePoll`). Those
 /// are served by ACE, with the token. Nobody sleeps with it.
+///
+/// The loop runs until it is ended (`deactivate`), and again after ACE's `reset_event_loop`. Once
+/// the reactor is closed it has no handlers and no timers, and takes none.
+///
+/// The class has a source for each of its subjects. `LoopReactor.cpp` makes and closes it and has
+/// its timers, `LoopServing.cpp` waits and serves, `LoopHandlers.cpp` is ACE's interface of
+/// handlers, and `LoopFork.cpp` is for the fork of the process.
 class LoopReactor : public UncancelledReactor {
 public:
     explicit LoopReactor(TimerQueue& aTimers);
@@ -100,16 +110,25 @@ private:
     LoopReactor(TimerQueue& aTimers, TimerQueue* aNone);
 
     /// What a wait came to.
-    enum Waited { kServed, kNothing, kFailed };
+    enum Waited {
+        kServed,
+        kNothing,      ///< The time is up, or the thread was woken for nothing that it could serve.
+        kInterrupted,  ///< By a signal.
+        kFailed        ///< `errno` says why, as ACE's `handle_events` promises.
+    };
+
+    static constexpr time_t kNever = std::numeric_limits<time_t>::max();
 
     void makeToken();
     bool setUp();
     bool fillPoll() const;
-    void checkNumbers();
-    void setAlarmOfOtherQueue();
-    int attempt(int aLimitMs, Waited& aWaited);
-    bool serveReady(Waited& aWaited);
+    static Descriptor makeWakeUp();
+
+    static int resultOf(Waited aWaited);
+    Waited attempt(int aLimitMs);
+    void prepareToWait();
     int wait(epoll_event* aEvents, int aLimitMs);
+    bool serveReady(Waited& aWaited);
     Waited serveAll(epoll_event* aEvents, int aCount);
     Waited serve(const epoll_event& aEvent);
     bool serveTimer();
@@ -118,22 +137,57 @@ private:
     void wakeOne() const;
     void passOn() const;
 
+    void setAlarmOfOtherQueue();
+    void askOtherQueue() OSX_REQUIRES(mAlarm);
+    void closeQueue(ACE_Timer_Queue& aQueue);
+    template <class Call>
+    int withTokenUnlessOwn(const ACE_Timer_Queue& aQueue, Call aCall);
+
+    void checkNumbers();
+    int registerServed(ACE_HANDLE aHandle, Served& aServed);
+    int registerAces(ACE_HANDLE aHandle, ACE_Event_Handler* aHandler, ACE_Reactor_Mask aMask);
+    void resumeServedByOthers();
+
+    /// The library's timers.
     TimerQueue& mTimers;
-    std::atomic<ACE_Timer_Queue*> mQueue;  ///< `mTimers`, or one of the application's.
-    TimerQueue* const mNone;  ///< What ACE takes for its queue: the loop has timers served.
+    /// Who has the timers: `mTimers`, one of the application's, or none once the reactor is closed.
+    /// Written by whoever installs a queue, read by any thread.
+    std::atomic<ACE_Timer_Queue*> mQueue;
+    /// Stays empty. ACE takes it for its queue, and so has no timer to call: the loop calls them.
+    const std::unique_ptr<TimerQueue, TimerQueue::GiveBack> mNone;
+
     ServedSet mSet;
     LoopTimer mTimer;
-    std::mutex mAlarm;  ///< Of `setAlarmOfOtherQueue`: what is asked last is set last.
-    const int mWake;
+    /// Held by the thread that sets the alarm for a queue of the application's. Nobody waits for
+    /// it: the thread may have the queue's lock, for which the holder waits.
+    Mutex mAlarm;
+    /// How often the alarm was to be set. Any thread counts; the holder of `mAlarm` sees whether
+    /// another one came in vain.
+    std::atomic<unsigned int> mAlarmsAsked;
+    /// An event counter, in the poll edge-triggered: written to, it wakes one sleeper.
+    Descriptor mWake;
     AcePoll mAces;
-    std::atomic<time_t> mNextCheck;  ///< Of the numbers in `mAces`; kNever until it has some.
-    ACE_Handle_Set mInCall;  ///< With the token: those that ACE has suspended for their callbacks.
+    /// The second from which on a loop thread looks whether the numbers in `mAces` are still of the
+    /// same files; kNever until there are any. Written and read by loop threads, and by whoever
+    /// registers a handler.
+    std::atomic<time_t> mNextCheck;
+    /// The handlers that ACE has suspended for their callbacks. With ACE's token.
+    ACE_Handle_Set mInCall;
     ReadyQueue mReady;
-    std::atomic<int> mSleepers;     ///< Threads that wait in the poll, or are about to.
-    std::atomic<int> mInside;       ///< Threads in `attempt`.
-    unsigned int mForks;            ///< Forks that made this process's reactor what it is.
-    std::atomic<bool> mEnded;       ///< ACE's own mark is a plain word, and is read with the token.
-    std::atomic<bool> mHasToEnrol;  ///< In the child of a fork, until it runs the loop.
+    /// Loop threads that wait in the poll, or are about to: whoever leaves work looks whether there
+    /// is one to wake.
+    std::atomic<int> mSleepers;
+    /// Loop threads in `attempt`: one that is alone there takes many events at once.
+    std::atomic<int> mInside;
+    /// The forks that lie between this reactor's making and this process. Written in a child only,
+    /// while it has one thread.
+    unsigned int mForks;
+    /// Whether the loop has been ended. Written by `deactivate`, read by loop threads: ACE's own
+    /// mark is a plain word, which is read with the token.
+    std::atomic<bool> mEnded;
+    /// In the child of a fork: its poll has no handlers until a thread runs the loop. Written by
+    /// the fork, and by the loop thread that enrols them.
+    std::atomic<bool> mHasToEnrol;
     bool mClosed;
 };
 

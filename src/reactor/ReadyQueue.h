@@ -8,7 +8,8 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
-#include <mutex>
+
+#include "base/Mutex.h"
 
 namespace osx {
 
@@ -18,45 +19,50 @@ class ReadyQueue {
 public:
     static constexpr int kSize = 64;
 
-    bool empty() const { return mLeft.load() == 0; }
+    bool empty() const { return mCount.load() == 0; }
 
     /// @return whether there was one.
     bool take(epoll_event& aEvent) {
         if (empty()) {
             return false;
         }
-        const std::lock_guard<std::mutex> lGuard(mMutex);
-        const int lLeft = mLeft.load();
-        if (lLeft == 0) {
+        const MutexLock lLock(mMutex);
+        const int lCount = mCount.load();
+        if (lCount == 0) {
             return false;
         }
-        aEvent = mEvents[static_cast<std::size_t>(lLeft - 1)];
-        mLeft.store(lLeft - 1);
+        aEvent = mEvents[static_cast<std::size_t>(lCount - 1)];
+        mCount.store(lCount - 1);
         return true;
     }
 
     /// Adds events, as many as there is room for, the first of which comes out first.
     /// @return how many there was no room for: the last ones.
     int add(const epoll_event* aEvents, int aCount) {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
-        const int lLeft = mLeft.load();
-        const int lAdded = aCount < kSize - lLeft ? aCount : kSize - lLeft;
+        const MutexLock lLock(mMutex);
+        const int lCount = mCount.load();
+        const int lAdded = aCount < kSize - lCount ? aCount : kSize - lCount;
         for (int lEvent = 0; lEvent < lAdded; ++lEvent) {
-            mEvents[static_cast<std::size_t>(lLeft + lAdded - 1 - lEvent)] = aEvents[lEvent];
+            mEvents[static_cast<std::size_t>(lCount + lAdded - 1 - lEvent)] = aEvents[lEvent];
         }
-        mLeft.store(lLeft + lAdded);
+        mCount.store(lCount + lAdded);
         return aCount - lAdded;
     }
 
-    std::mutex& mutex() { return mMutex; }
+    /// For who forks, and holds it meanwhile.
+    Mutex& mutex() OSX_RETURN_CAPABILITY(mMutex) { return mMutex; }
 
-    /// In the child of a fork: they are its parent's. With the lock held.
-    void forget() { mLeft = 0; }
+    /// In the child of a fork: the events are its parent's.
+    void forget() OSX_REQUIRES(mMutex) { mCount = 0; }
 
 private:
-    std::mutex mMutex;
-    std::array<epoll_event, kSize> mEvents{};
-    std::atomic<int> mLeft{0};
+    Mutex mMutex;
+    /// The next one to serve is the last.
+    std::array<epoll_event, kSize> mEvents OSX_GUARDED_BY(mMutex){};
+    /// Written with the lock, and read without it, to see whether there is anything. Sequentially
+    /// consistent: who leaves an event counts it and then looks for sleepers, and who goes to sleep
+    /// counts itself and then looks here, so that one of them sees the other.
+    std::atomic<int> mCount{0};
 };
 
 }  // namespace osx

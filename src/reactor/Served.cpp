@@ -1,3 +1,4 @@
+// Handlers and the set that has them. A handler may be asked to leave the set on any thread.
 #include "reactor/Served.h"
 
 #include "reactor/ServedSet.h"

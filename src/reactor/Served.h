@@ -36,29 +36,35 @@ public:
 protected:
     Served();
 
-    /// Leaves the set, if it is in one. @return whether it was, or is no longer because of another
-    /// thread.
+    /// Leaves the set, if it is in one. @return whether this call took it out.
     bool leaveSet();
 
-    /// @return whether it is a set that has the handler, or had it at last.
+    /// @return whether the handler is, or was, in a set of the library's, and not in ACE's.
     bool isOfSet() const { return mGeneration != 0; }
 
     /// Has `serve` called soon, whatever the descriptor has.
     void askToBeServed();
 
-    /// @return whether the descriptor has been given to somebody else, who has it now.
+    /// @return whether the descriptor was closed by somebody else, and another handler has its
+    /// number
+    ///         now.
     bool hasLostDescriptor() const;
 
 private:
     friend class ServedSet;
 
-    /// What somebody who took the handler out of the set, while it was being served, left to the
-    /// one who served it.
+    /// What is to be done with a handler that was taken out of the set, by the thread that serves
+    /// it if there is one.
     enum Left { kNothing, kToClose, kToCloseWithoutDescriptor };
 
+    /// The set that has the handler; null for none. Written with the set's lock, read by whoever
+    /// wants the handler to leave.
     std::atomic<ServedSet*> mSet{nullptr};
+    /// The descriptor, and the generation under which the set knows it. Written before the set has
+    /// the handler; 0 when it never had it.
     ACE_HANDLE mHandle = ACE_INVALID_HANDLE;
     std::uint32_t mGeneration = 0;
+    /// A `Left`. Written with the set's lock, read by the thread that serves.
     std::atomic<int> mLeft{kNothing};
 };
 

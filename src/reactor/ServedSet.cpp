@@ -1,7 +1,8 @@
+// The fast path of the loop, from an event to the handler's `serve`: one atomic exchange before it
+// and one after it, and no lock. All else takes the lock of the set.
 #include "reactor/ServedSet.h"
 
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <utility>
@@ -21,7 +22,7 @@ constexpr std::uint64_t kEnded = 8;  ///< The other side has ended: it stays so.
 constexpr std::uint64_t kSuspended = 16;
 constexpr unsigned int kGenerationShift = 32;
 
-/// Portions that one gets before it is the others' turn.
+/// Portions of a handler's work before it is the others' turn.
 constexpr int kPortions = 16;
 
 std::uint32_t generationOf(std::uint64_t aWord) {
@@ -39,6 +40,7 @@ bool is(std::uint64_t aWord, std::uint64_t aState) {
 }  // namespace
 
 ServedSet::ServedSet() : mPoll(::epoll_create1(EPOLL_CLOEXEC)) {
+    const MutexLock lLock(mMutex);
     makeSlot(0);
 }
 
@@ -49,27 +51,24 @@ ServedSet::~ServedSet() {
             ::munmap(lChunk.load(), sizeof(Chunk));
         }
     }
-    if (mPoll != -1) {
-        ::close(mPoll);
-    }
 }
 
 bool ServedSet::usable() const {
-    return mPoll != -1 && slot(0) != nullptr;
+    return mPoll && slot(0) != nullptr;
 }
 
 int ServedSet::addTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const {
     epoll_event lEvent{};
     lEvent.events = aEvents;
     lEvent.data.u64 = aTag;
-    return ::epoll_ctl(mPoll, EPOLL_CTL_ADD, aDescriptor, &lEvent);
+    return ::epoll_ctl(mPoll.get(), EPOLL_CTL_ADD, aDescriptor, &lEvent);
 }
 
 void ServedSet::tellAgainTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const {
     epoll_event lEvent{};
     lEvent.events = aEvents;
     lEvent.data.u64 = aTag;
-    ::epoll_ctl(mPoll, EPOLL_CTL_MOD, aDescriptor, &lEvent);
+    ::epoll_ctl(mPoll.get(), EPOLL_CTL_MOD, aDescriptor, &lEvent);
 }
 
 ServedSet::Slot* ServedSet::slot(ACE_HANDLE aHandle) const {
@@ -81,6 +80,7 @@ ServedSet::Slot* ServedSet::slot(ACE_HANDLE aHandle) const {
     return lChunk == nullptr ? nullptr : &lChunk->slots[lIndex % kChunk];
 }
 
+/// @return null (`errno`, as `add` promises it) if there can be none.
 ServedSet::Slot* ServedSet::makeSlot(ACE_HANDLE aHandle) {
     const auto lIndex = static_cast<std::size_t>(aHandle);
     if (aHandle < 0 || lIndex >= kDescriptors) {
@@ -119,45 +119,50 @@ int ServedSet::tell(int aOperation, ACE_HANDLE aHandle, Word aWord, const Served
     if (!is(aWord, kSuspended)) {
         lEvent.events |= EPOLLIN | EPOLLRDHUP;
     }
-    return ::epoll_ctl(mPoll, aOperation, aHandle, &lEvent);
+    return ::epoll_ctl(mPoll.get(), aOperation, aHandle, &lEvent);
 }
 
-/// The slot is ready before the kernel knows of it: an event may come at once, on another thread.
 int ServedSet::add(ACE_HANDLE aHandle, Served& aHandler) {
     while (takeOut(aHandle, nullptr, Served::kToCloseWithoutDescriptor)) {
     }
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const MutexLock lLock(mMutex);
     Slot* const lSlot = makeSlot(aHandle);
     if (lSlot == nullptr || mClosed) {
         errno = mClosed ? ESHUTDOWN : errno;
         return -1;
     }
-    const std::uint32_t lGeneration = generationOf(lSlot->word.load()) + 1;
+    return enter(aHandle, *lSlot, aHandler);
+}
+
+/// The slot is ready before the kernel knows of it: an event may come at once, on another thread.
+int ServedSet::enter(ACE_HANDLE aHandle, Slot& aSlot, Served& aHandler) {
+    const std::uint32_t lGeneration = generationOf(aSlot.word.load()) + 1;
     aHandler.add_reference();
     aHandler.mHandle = aHandle;
     aHandler.mGeneration = lGeneration;
     aHandler.mLeft = Served::kNothing;
     aHandler.mSet = this;
     mFreshLooks += aHandler.wantsFreshLook() ? 1 : 0;
-    lSlot->handler.store(&aHandler, std::memory_order_release);
+    aSlot.handler.store(&aHandler, std::memory_order_release);
     const Word lWord = withGeneration(lGeneration) | kPresent;
-    lSlot->word.store(lWord, std::memory_order_release);
+    aSlot.word.store(lWord, std::memory_order_release);
     if (tell(EPOLL_CTL_ADD, aHandle, lWord, aHandler) == 0) {
         return 0;
     }
-    lSlot->word.store(withGeneration(lGeneration), std::memory_order_release);
+    aSlot.word.store(withGeneration(lGeneration), std::memory_order_release);
     mFreshLooks -= aHandler.wantsFreshLook() ? 1 : 0;
     aHandler.mSet = nullptr;
     aHandler.remove_reference();
     return -1;
 }
 
-/// @param aOnly if given, the handler that must be there.
-/// @param aLeft what is left to whoever serves it; if nobody does, it is done here.
+/// @param aOnly if given, the handler that is to be taken out, and no other.
+/// @param aLeft what is left to the thread that serves it; if none does, it is done here.
+/// @return whether a handler was taken out.
 bool ServedSet::takeOut(ACE_HANDLE aHandle, const Served* aOnly, int aLeft) {
     Served* lHandler = nullptr;
     {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
+        const MutexLock lLock(mMutex);
         Slot* const lSlot = slot(aHandle);
         if (lSlot == nullptr || !is(lSlot->word.load(), kPresent)) {
             return false;
@@ -166,7 +171,7 @@ bool ServedSet::takeOut(ACE_HANDLE aHandle, const Served* aOnly, int aLeft) {
         if (aOnly != nullptr && lHandler != aOnly) {
             return false;
         }
-        ::epoll_ctl(mPoll, EPOLL_CTL_DEL, aHandle, nullptr);
+        ::epoll_ctl(mPoll.get(), EPOLL_CTL_DEL, aHandle, nullptr);
         mFreshLooks -= lHandler->wantsFreshLook() ? 1 : 0;
         lHandler->mLeft = aLeft;
         lHandler->mSet = nullptr;
@@ -193,7 +198,7 @@ void ServedSet::rouse(const Served& aHandler) {
 }
 
 Served* ServedSet::find(ACE_HANDLE aHandle) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const MutexLock lLock(mMutex);
     if (!has(aHandle)) {
         return nullptr;
     }
@@ -208,7 +213,7 @@ bool ServedSet::has(ACE_HANDLE aHandle) const {
 }
 
 bool ServedSet::suspend(ACE_HANDLE aHandle, bool aSuspend) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const MutexLock lLock(mMutex);
     if (!has(aHandle)) {
         return false;
     }
@@ -231,7 +236,7 @@ void ServedSet::suspendAll(bool aSuspend) {
 
 void ServedSet::enrolAll() {
     forEachPresent([this](ACE_HANDLE aHandle) {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
+        const MutexLock lLock(mMutex);
         if (has(aHandle)) {
             const Slot& lSlot = *slot(aHandle);
             tell(EPOLL_CTL_ADD, aHandle, lSlot.word.load(), *lSlot.handler.load());
@@ -241,7 +246,7 @@ void ServedSet::enrolAll() {
 
 void ServedSet::close() {
     {
-        const std::lock_guard<std::mutex> lGuard(mMutex);
+        const MutexLock lLock(mMutex);
         mClosed = true;
     }
     forEachPresent([this](ACE_HANDLE aHandle) { remove(aHandle, true); });
@@ -249,7 +254,7 @@ void ServedSet::close() {
 
 // --- serving ---
 
-/// What a thread is serving, from the event on; servings nest where a callback runs the loop.
+/// What a thread is serving, from the event on. Servings nest where a callback runs the loop.
 class ServedSet::Serving {
 public:
     Serving(ServedSet& aSet, Slot& aSlot, ACE_HANDLE aHandle, std::uint32_t aGeneration,
@@ -261,7 +266,7 @@ public:
           mHandler(aHandler),
           mWantsFreshLook(aHandler.wantsFreshLook()),
           mOuter(std::exchange(mInnermost, this)) {}
-    /// A callback may end its thread; the handler then goes on with the others.
+    /// A callback may end its thread; other threads serve the handler then.
     ~Serving() {
         mInnermost = mOuter;
         if (!mEnded) {
@@ -292,7 +297,7 @@ private:
 
 thread_local const ServedSet::Serving* ServedSet::Serving::mInnermost = nullptr;
 
-/// One that wants a fresh look never goes on by itself: the kernel looks.
+/// A handler that wants a fresh look never goes on by itself: the kernel looks whether it is ready.
 void ServedSet::Serving::run() {
     Rest lRest = kGoOn;
     for (int lPortion = 1; lRest == kGoOn; ++lPortion) {
@@ -334,7 +339,7 @@ bool ServedSet::serve(const epoll_event& aEvent) {
 }
 
 void ServedSet::renewInChild() {
-    replaceDescriptor(mPoll, ::epoll_create1(EPOLL_CLOEXEC));
+    replaceDescriptor(mPoll, Descriptor(::epoll_create1(EPOLL_CLOEXEC)));
     forEachPresent([this](ACE_HANDLE aHandle) {
         Slot& lSlot = *slot(aHandle);
         if (!Serving::isCallers(lSlot)) {
@@ -343,8 +348,11 @@ void ServedSet::renewInChild() {
     });
 }
 
-/// The handler is read before the word is changed: that the word was the same then, generation
-/// included, shows that the handler is this generation's.
+/// Makes a thread the one that serves, or notes the event for the one that does.
+///
+/// The handler is read before the word is changed: if the word, with its generation, was still the
+/// same then, the handler is the one of this generation.
+/// @return whether the caller serves.
 bool ServedSet::begin(Slot& aSlot, std::uint32_t aGeneration, std::uint32_t aEvents,
                       Served*& aHandler) {
     const Word lEnd = (aEvents & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0 ? kEnded : 0;
@@ -361,7 +369,7 @@ bool ServedSet::begin(Slot& aSlot, std::uint32_t aGeneration, std::uint32_t aEve
     }
 }
 
-/// Ends the serving unless it is to go on. From then on the handler is not the server's any more.
+/// Ends the serving, unless it is to go on. Once it has ended another thread may serve the handler.
 ServedSet::Rest ServedSet::end(Slot& aSlot, std::uint32_t aGeneration, bool aBusy, bool aMayGoOn) {
     Word lWord = aSlot.word.load(std::memory_order_acquire);
     while (generationOf(lWord) == aGeneration) {
@@ -375,7 +383,7 @@ ServedSet::Rest ServedSet::end(Slot& aSlot, std::uint32_t aGeneration, bool aBus
     return kTakenOut;
 }
 
-/// Does what was left to the one who served, whose the last reference is.
+/// Does what was asked for when the handler was taken out, and gives up the set's reference.
 void ServedSet::finish(Served& aHandler, ACE_HANDLE aHandle) {
     if (aHandler.mLeft != Served::kNothing) {
         aHandler.handle_close(aHandle, ACE_Event_Handler::READ_MASK);
@@ -384,7 +392,7 @@ void ServedSet::finish(Served& aHandler, ACE_HANDLE aHandle) {
 }
 
 void ServedSet::tellAgain(ACE_HANDLE aHandle, std::uint32_t aGeneration) {
-    const std::lock_guard<std::mutex> lGuard(mMutex);
+    const MutexLock lLock(mMutex);
     Slot* const lSlot = slot(aHandle);
     const Word lWord = lSlot->word.load();
     if (generationOf(lWord) == aGeneration && is(lWord, kPresent)) {

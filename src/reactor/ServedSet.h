@@ -9,9 +9,10 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 
 #include "ace/Event_Handler.h"
+#include "base/Descriptor.h"
+#include "base/Mutex.h"
 
 namespace osx {
 
@@ -20,20 +21,21 @@ class Served;
 /// Descriptors, each with a handler, that any number of threads serve.
 ///
 /// A descriptor has a slot, which is never freed, with one word: the generation of what is
-/// registered there, and its state. An event carries descriptor and generation, so that one that
-/// comes late, for something that has been taken out, is known by its generation. Who takes an
-/// event changes the word from idle to being served; an event that comes while it is being served
-/// leaves a note in the word, and the one who serves goes round again.
+/// registered there, and its state. An event carries descriptor and generation, so that an event
+/// that comes late, for a handler that has been taken out, is known by its generation. The thread
+/// that takes an event changes the word from idle to being served. If another event comes while
+/// the handler is being served, that is noted in the word, and the serving thread goes round again.
 ///
 ///     absent --add--> idle --event--> being served --nothing more--> idle
 ///        ^              |                  |  ^------ event: again ---+
 ///        +---remove-----+------remove------+
 ///
-/// Adding, taking out, suspending and resuming happen under a lock; serving takes none. Who takes
-/// out what is being served leaves the set's reference to the handler to the one who serves it.
+/// Adding, taking out, suspending and resuming happen under a lock; serving takes none. If a
+/// handler is taken out while it is being served, the serving thread gets the set's reference to
+/// it, and closes it if that was asked for.
 ///
-/// Events are told once, and a portion of the work is done at a time: who has done enough of them
-/// asks the kernel to tell the event again, so that others have their turn first.
+/// The kernel tells an event once. The work is done in portions; after some of them the thread asks
+/// the kernel to tell the event again, so that the others have their turn first.
 class ServedSet {
 public:
     /// Descriptors from this one on cannot be held.
@@ -52,7 +54,7 @@ public:
     bool usable() const;
 
     /// @return the event poll's descriptor; -1 when there is none.
-    int descriptor() const { return mPoll; }
+    int descriptor() const { return mPoll.get(); }
 
     /// Adds a descriptor that is no handler's. @param aEvents as of epoll_ctl. @return 0; -1.
     int addTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const;
@@ -91,18 +93,19 @@ public:
     /// The child gets an event poll of its own, in which nothing is told until `enrolAll`: what it
     /// takes out does not go from its parent's.
     /// @{
-    std::mutex& mutex() { return mMutex; }
-    /// With the lock held. What other threads were serving is idle; what the calling one is
-    /// serving, because its callback has forked, is served by nobody else until that returns.
-    void renewInChild();
-    void enrolAll();
+    Mutex& mutex() OSX_RETURN_CAPABILITY(mMutex) { return mMutex; }
+    /// What other threads were serving is idle; what the calling one is serving, because its
+    /// callback has forked, is served by nobody else until that returns.
+    void renewInChild() OSX_REQUIRES(mMutex);
+    void enrolAll() OSX_EXCLUDES(mMutex);
     /// @}
 
     /// Closes all handlers, and takes no more.
     void close();
 
-    /// @return whether a handler has to be ready still when it is served: no event may be taken in
-    ///         advance.
+    /// @return whether there is a handler whose descriptor others may read. No event may be taken
+    /// in
+    ///         advance then: the descriptor has to be ready still when the handler is served.
     bool wantsFreshLook() const { return mFreshLooks.load(std::memory_order_relaxed) != 0; }
 
     /// Serves a handler's event.
@@ -111,6 +114,9 @@ public:
 
 private:
     using Word = std::uint64_t;
+    /// Any thread that serves reads and changes the word; a handler is added, suspended or taken
+    /// out with the lock. The handler is written with the lock, before the word that shows it, and
+    /// stays for as long as the word has the same generation.
     struct Slot {
         std::atomic<Word> word;
         std::atomic<Served*> handler;
@@ -120,11 +126,18 @@ private:
     struct Chunk {
         std::array<Slot, kChunk> slots;
     };
-    enum Rest { kDone, kGoOn, kTellAgain, kTakenOut };
+    /// What is left to do after a portion.
+    enum Rest {
+        kDone,
+        kGoOn,       ///< The next portion.
+        kTellAgain,  ///< More, when the others have had their turn.
+        kTakenOut    ///< To close the handler, if that was asked for, and to let it go.
+    };
     class Serving;
 
     Slot* slot(ACE_HANDLE aHandle) const;
-    Slot* makeSlot(ACE_HANDLE aHandle);
+    Slot* makeSlot(ACE_HANDLE aHandle) OSX_REQUIRES(mMutex);
+    int enter(ACE_HANDLE aHandle, Slot& aSlot, Served& aHandler) OSX_REQUIRES(mMutex);
     template <class Function>
     void forEachPresent(Function aFunction);
     int tell(int aOperation, ACE_HANDLE aHandle, Word aWord, const Served& aHandler) const;
@@ -135,11 +148,14 @@ private:
     static Rest end(Slot& aSlot, std::uint32_t aGeneration, bool aBusy, bool aMayGoOn);
     static void finish(Served& aHandler, ACE_HANDLE aHandle);
 
-    const int mPoll;
-    std::mutex mMutex;
+    Descriptor mPoll;
+    Mutex mMutex;
+    /// The slots, by descriptor. Made with the lock when they are first needed, read by any thread,
+    /// and never freed before the set.
     std::array<std::atomic<Chunk*>, kDescriptors / kChunk> mChunks{};
+    /// How many handlers want a fresh look. Written with the lock, read by loop threads.
     std::atomic<int> mFreshLooks{0};
-    bool mClosed = false;
+    bool mClosed OSX_GUARDED_BY(mMutex) = false;
 };
 
 }  // namespace osx

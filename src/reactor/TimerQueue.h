@@ -3,50 +3,51 @@
 #ifndef OSX_REACTOR_TIMERQUEUE_H
 #define OSX_REACTOR_TIMERQUEUE_H
 
-#include <atomic>
-#include <condition_variable>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "ace/Event_Handler.h"
 #include "ace/Timer_Queue.h"
 #include "ace/Timer_Queue_Iterator.h"
+#include "base/Mutex.h"
+#include "reactor/TimerCalls.h"
+#include "reactor/TimerHeap.h"
 
 namespace osx {
 
 class LoopTimer;
 
-/// Timers by a clock that nobody sets, behind ACE's interface.
+/// Timers by the monotonic clock, behind ACE's interface.
 ///
-/// Pending timers stand in a heap of four branches, by the time at which they are due and, where
-/// that is the same, in the order in which they were made. Each knows its place in it, and each id
-/// the timer that has it, so that one is taken out without a search. One lock guards all; no
-/// handler is called with it held.
+/// Pending timers stand in a `TimerHeap`. Each id leads to its timer, so that one is taken out
+/// without a search. One lock guards all; no handler is called with it held.
 ///
-/// Each call of a handler that is under way, or about to be made, is noted under the same lock. So
-/// a handler can be destroyed at any time: `retire` takes its timer out, calls off a call that has
-/// not begun, and waits for one that has.
-class TimerQueue : public ACE_Timer_Queue {
+/// Each call of a handler that is under way, or about to be made, is noted under the same lock
+/// (`TimerCalls`). So a handler can be destroyed at any time: `retire` takes its timer out, calls
+/// off a call that has not begun, and waits for one that has.
+class TimerQueue final : public ACE_Timer_Queue {
 public:
     /// A queue for a reactor. It is never destroyed, so that a timer may ask long after its reactor
-    /// has gone; one that was given back is used again. @return null when memory is short.
+    /// has gone; one that was given back is used again. @return null (`errno` ENOMEM) when memory
+    /// is short.
     static TimerQueue* take();
     /// Closes a queue that `take` gave.
     static void giveBack(TimerQueue* aQueue);
+    /// For an owner.
+    struct GiveBack {
+        void operator()(TimerQueue* aQueue) const { giveBack(aQueue); }
+    };
 
-    /// Has the loop woken by a timer of the kernel's, which is set anew whenever the first timer is
-    /// due earlier than it, and when one has expired; null to have it no more.
+    /// Has the loop woken by a timer of the kernel's. It is set anew whenever a timer becomes the
+    /// first one, and when one has expired. Null to set none any more.
     void wakeWith(const LoopTimer* aAlarm);
 
     /// @name The fork of the process
     /// @{
-    std::mutex& mutex() { return mMutex; }
-    /// In the child, with the lock held: sets the alarm, and forgets the calls of threads that it
-    /// does not have.
-    void beginAnew();
+    Mutex& mutex() OSX_RETURN_CAPABILITY(mMutex) { return mMutex; }
+    /// In the child: sets the alarm, and forgets the calls of threads that it does not have.
+    void beginAnew() OSX_REQUIRES(mMutex);
     /// @}
 
     TimerQueue(const TimerQueue&) = delete;
@@ -63,12 +64,12 @@ public:
     /// timer of another handler is left alone. @return the number of timers taken out.
     int stop(const ACE_Event_Handler& aHandler, long aTimerID);
 
-    /// The same for a handler that is about to be destroyed: waits for a call that has begun on
-    /// another thread until it has ended, for at most 250 ms. Only one that may still need the
-    /// handler itself is waited for longer, up to 2 s.
+    /// The same for a handler that is about to be destroyed: waits until a call that has begun on
+    /// another thread has ended, for at most 250 ms. If the call may still need the handler itself,
+    /// it waits up to 2 s.
     void retire(const ACE_Event_Handler& aHandler, long aTimerID);
 
-    /// Said by a handler that is being called: nothing of it will be used any more.
+    /// Said by a handler that is being called: this call will use nothing of it any more.
     static void release(const ACE_Event_Handler& aHandler);
     /// @}
 
@@ -97,56 +98,38 @@ public:
     /// @}
 
 private:
-    struct Node;
-    struct Call;
     class Iterator;
-    using Microseconds = std::int64_t;
-    using Lock = std::unique_lock<std::mutex>;
-
-    /// A place in the heap: the time is kept beside the node, which need not be looked at.
-    struct Pending {
-        Microseconds time;
-        Node* node;
-    };
 
     TimerQueue();
     ~TimerQueue() override;
 
-    static bool isBefore(const Pending& aOne, const Pending& aOther);
-    void put(std::size_t aPlace, const Pending& aPending);
-    void riseFrom(std::size_t aPlace, const Pending& aPending);
-    void sinkFrom(std::size_t aPlace, const Pending& aPending);
-    void insert(Node* aNode);
-    void takeOut(std::size_t aPlace);
+    void setAlarm() OSX_REQUIRES(mMutex);
+    TimerNode* freeNode() OSX_REQUIRES(mMutex);
+    TimerNode* makeNode() OSX_REQUIRES(mMutex);
+    void setFree(TimerNode* aNode) OSX_REQUIRES(mMutex);
+    void takeOut(TimerNode* aNode) OSX_REQUIRES(mMutex);
+    TimerNode* pending(long aTimerID) const OSX_REQUIRES(mMutex);
+    int stopLocked(const ACE_Event_Handler& aHandler, long aTimerID) OSX_REQUIRES(mMutex);
+    std::size_t takeAll(const ACE_Event_Handler& aHandler) OSX_EXCLUDES(mMutex);
 
-    void setAlarm();
-    Node* freeNode();
-    void setFree(Node* aNode);
-    Node* pending(long aTimerID) const;
-    int stopLocked(const ACE_Event_Handler& aHandler, long aTimerID);
-    std::size_t takeAll(const ACE_Event_Handler& aHandler);
+    bool takeExpired(Microseconds aNow, TimerCall& aCall) OSX_REQUIRES(mMutex);
+    bool expireNext(Microseconds aNow, ACE_Command_Base* aBeforeTheCall) OSX_EXCLUDES(mMutex);
+    void perform(TimerCall& aCall, const ACE_Time_Value& aNow) OSX_EXCLUDES(mMutex);
 
-    bool takeExpired(Microseconds aNow, Call& aCall);
-    bool expireNext(Microseconds aNow, ACE_Command_Base* aBeforeTheCall);
-    void perform(Call& aCall, const ACE_Time_Value& aNow);
-    void note(Call& aCall);
-    void forget(Call& aCall);
-    void callOff(const ACE_Event_Handler& aHandler);
-    bool isCalledElsewhere(const ACE_Event_Handler& aHandler, bool aAlsoReleased) const;
-    void tellWaiting();
-
-    mutable std::mutex mMutex;
-    std::condition_variable mCallEnded;
-    std::vector<Pending> mHeap;
-    std::vector<Node*> mNodes;  ///< By id. Never freed: an id stays its node's.
-    Node* mFree;
-    std::uint32_t mTurn;
-    Call* mCalls;
-    std::atomic<int> mWaiting;  ///< Threads that wait for a call to end.
-    std::unique_ptr<Iterator> mIterator;
+    mutable Mutex mMutex;
+    TimerHeap mHeap OSX_GUARDED_BY(mMutex);
+    /// By id. Never freed: an id stays its node's.
+    std::vector<TimerNode*> mNodes OSX_GUARDED_BY(mMutex);
+    /// The first of the nodes whose ids are nobody's.
+    TimerNode* mFree OSX_GUARDED_BY(mMutex);
+    TimerCalls mCalls OSX_GUARDED_BY(mMutex);
+    const std::unique_ptr<Iterator> mIterator;
+    /// What `calculate_timeout` without a place for its result points at.
     ACE_Time_Value mTimeout;
-    const LoopTimer* mAlarm;
-    Microseconds mAlarmTime;  ///< When the alarm comes next, or earlier.
+    const LoopTimer* mAlarm OSX_GUARDED_BY(mMutex);
+    /// When the alarm comes next, or earlier.
+    Microseconds mAlarmTime OSX_GUARDED_BY(mMutex);
+    /// While the queue is in no use: the next such one. With the lock of these.
     TimerQueue* mNextUnused;
 };
 

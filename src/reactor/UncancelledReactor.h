@@ -3,17 +3,40 @@
 #ifndef OSX_REACTOR_UNCANCELLEDREACTOR_H
 #define OSX_REACTOR_UNCANCELLEDREACTOR_H
 
+#include "ace/Lock_Adapter_T.h"
 #include "ace/TP_Reactor.h"
 #include "base/NoCancellation.h"
 
 namespace osx {
 
-/// ACE's thread-pool reactor, whose callers are not cancelled while they wait for its token: ACE
-/// would keep the place of one in the token's queue, on a stack that is gone, and nobody who comes
-/// later would get the token.
+/// ACE's lock of the token, for those that take it themselves.
+class UncancelledLock : public ACE_Lock_Adapter<ACE_Select_Reactor_Token> {
+public:
+    using Adapter = ACE_Lock_Adapter<ACE_Select_Reactor_Token>;
+    using Adapter::Adapter;
+
+    int acquire() override {
+        const NoCancellation lGuard;
+        return Adapter::acquire();
+    }
+    int acquire_read() override {
+        const NoCancellation lGuard;
+        return Adapter::acquire_read();
+    }
+    int acquire_write() override {
+        const NoCancellation lGuard;
+        return Adapter::acquire_write();
+    }
+};
+
+/// ACE's thread-pool reactor, whose callers are not cancelled while they wait for its token. ACE
+/// would keep the place of a cancelled one in the token's queue, on a stack that is gone, and
+/// nobody who comes later would get the token.
 class UncancelledReactor : public ACE_TP_Reactor {
 public:
     using ACE_TP_Reactor::ACE_TP_Reactor;
+    UncancelledReactor(const UncancelledReactor&) = delete;
+    UncancelledReactor& operator=(const UncancelledReactor&) = delete;
 
     /// @name ACE's interface, as far as it takes the token
     /// @{
@@ -103,7 +126,40 @@ public:
         const NoCancellation lGuard;
         return ACE_TP_Reactor::close();
     }
+
+    bool initialized() override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::initialized();
+    }
+    bool restart() override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::restart();
+    }
+    bool restart(bool aRestart) override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::restart(aRestart);
+    }
+    int requeue_position() override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::requeue_position();
+    }
+    void requeue_position(int aPosition) override {
+        const NoCancellation lGuard;
+        ACE_TP_Reactor::requeue_position(aPosition);
+    }
+    int max_notify_iterations() override {
+        const NoCancellation lGuard;
+        return ACE_TP_Reactor::max_notify_iterations();
+    }
+    void max_notify_iterations(int aIterations) override {
+        const NoCancellation lGuard;
+        ACE_TP_Reactor::max_notify_iterations(aIterations);
+    }
+    ACE_Lock& lock() override { return mLock; }
     /// @}
+
+private:
+    UncancelledLock mLock{token_};
 };
 
 }  // namespace osx

@@ -1,3 +1,6 @@
+// Which reactor the process has. ACE keeps that in a plain pointer, and its accessor makes a
+// reactor where there is none; so the library looks for itself, and notes its own reactor beside
+// it.
 #include "reactor/processReactor.h"
 
 #include <atomic>
@@ -19,10 +22,13 @@ public:
     static ACE_Reactor* current() { return reactor_; }
 };
 
+/// The library's own reactor, its loop and its timers. Written by the thread that installs it or
+/// destroys it, the reactor last; read by any thread.
 std::atomic<ACE_Reactor*> gOwnReactor{nullptr};
 std::atomic<osx::LoopReactor*> gOwnLoop{nullptr};
 std::atomic<osx::TimerQueue*> gOwnTimerQueue{nullptr};
-/// One that is inside a callback for longer is not waited for.
+
+/// A thread that is in a callback for longer than these 50 ms is not waited for.
 void parkLoops() {
     constexpr int kSteps = 50;
     for (int lStep = 0; lStep < kSteps && osx::process::threadsToPark() != 0; ++lStep) {
@@ -30,6 +36,7 @@ void parkLoops() {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
+
 const osx::process::AtEnd gAtEnd(osx::process::EndStep::kLoops, parkLoops);
 
 int serveOneOf(ACE_Reactor& aReactor, std::chrono::milliseconds aLimit) {

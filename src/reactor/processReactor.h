@@ -26,8 +26,8 @@ constexpr int kDontCallHandleClose = 1;                                 ///< For
 ///         installed one. `ACE_Reactor::instance()` would make one.
 ACE_Reactor* installedReactor();
 
-/// Makes the library's own reactor known, with the parts of it that are used directly, and to the
-/// clean-up at exit, which has to wake its threads; null when it goes.
+/// Notes the library's own reactor, which is being installed, and the parts of it that are used
+/// without ACE. The end of the process wakes its threads. Null when it is destroyed.
 void setOwnReactor(ACE_Reactor* aReactor, LoopReactor* aLoop, TimerQueue* aTimerQueue);
 
 /// @return the library's own reactor if it has been installed.
@@ -43,7 +43,7 @@ TimerQueue* ownTimerQueue(ACE_Reactor* aReactor);
 /// @return false when there was nothing to wait on: no reactor, or one that has been stopped.
 bool serveOneEvent(std::chrono::milliseconds aLimit);
 
-/// Makes a thread that waits for events of a reactor look up. Never blocks.
+/// Wakes a thread that waits for events of a reactor. Never blocks.
 void wake(ACE_Reactor* aReactor);
 
 }  // namespace osx

@@ -1,6 +1,7 @@
 // All of ACE on the library's reactor, beside the library's own connections.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -170,6 +171,30 @@ TEST(AcesInterface, NotifiesHandlersOnALoopThread) {
     EXPECT_TRUE(lHandler.mInputs.waitFor(200));
     EXPECT_TRUE(lHandler.mOutputs.waitFor(200));
     EXPECT_TRUE(lHandler.mExceptions.waitFor(200));
+}
+
+TEST(AcesInterface, TakesRoomForNotificationsWithTheFirst) {
+    Handler lHandler;
+    ACE_Reactor& lReactor = reactor();
+    const auto lBefore = ::mallinfo2().uordblks;
+    if (lBefore == 0) {
+        GTEST_SKIP() << "the memory is not the C library's";
+    }
+    EXPECT_EQ(0, lReactor.notify(&lHandler));
+    EXPECT_LE(1024 * sizeof(ACE_Notification_Buffer), ::mallinfo2().uordblks - lBefore);
+    EXPECT_EQ(1, lReactor.purge_pending_notifications(&lHandler));
+}
+
+TEST(AcesInterface, KeepsThousandsOfNotifications) {
+    constexpr int kMany = 3000;
+    Handler lHandler;
+    for (int lCount = 0; lCount < kMany; ++lCount) {
+        ASSERT_EQ(0, reactor().notify(&lHandler));
+    }
+    for (int lRound = 0; lRound < 2 * kMany && lHandler.mExceptions.value() < kMany; ++lRound) {
+        serveOne();
+    }
+    EXPECT_EQ(kMany, lHandler.mExceptions.value());
 }
 
 TEST(AcesInterface, DropsPendingNotificationsOfAHandler) {

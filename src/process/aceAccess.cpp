@@ -1,0 +1,52 @@
+// Two ways into a class of ACE's: a derived class may name what is protected, and an explicit
+// instantiation of a template what is private.
+#include "process/aceAccess.h"
+
+namespace osx::process {
+
+namespace {
+
+class ThreadManagerAccess : public ACE_Thread_Manager {
+public:
+    static auto& lock() { return ACE_Thread_Manager::instance()->*(&ThreadManagerAccess::lock_); }
+    static auto& freeDescriptors() {
+        return ACE_Thread_Manager::instance()->*(&ThreadManagerAccess::thread_desc_freelist_);
+    }
+};
+
+template <class Member, Member aMember>
+struct DescriptorAccess {
+    friend bool hasLock(const ACE_Thread_Descriptor& aDescriptor) {
+        return aDescriptor.*aMember != nullptr;
+    }
+};
+bool hasLock(const ACE_Thread_Descriptor& aDescriptor);
+template struct DescriptorAccess<ACE_DEFAULT_THREAD_MANAGER_LOCK * ACE_Thread_Descriptor::*,
+                                 &ACE_Thread_Descriptor::sync_>;
+
+u_long& flagsOfLogging();
+template <u_long& aFlags>
+struct FlagsAccess {
+    friend u_long& flagsOfLogging() { return aFlags; }
+};
+template struct FlagsAccess<ACE_Log_Msg::flags_>;
+
+}  // namespace
+
+ACE_Thread_Mutex& lockOfThreads() {
+    return ThreadManagerAccess::lock();
+}
+
+ACE_Locked_Free_List<ACE_Thread_Descriptor, ACE_SYNCH_MUTEX>& spareThreadDescriptors() {
+    return ThreadManagerAccess::freeDescriptors();
+}
+
+bool isWhole(const ACE_Thread_Descriptor& aDescriptor) {
+    return hasLock(aDescriptor);
+}
+
+u_long& logFlags() {
+    return flagsOfLogging();
+}
+
+}  // namespace osx::process

@@ -1,0 +1,27 @@
+/// @file
+/// What ACE keeps for a process and does not show. Internal.
+#ifndef OSX_PROCESS_ACEACCESS_H
+#define OSX_PROCESS_ACEACCESS_H
+
+#include "ace/Free_List.h"
+#include "ace/Log_Msg.h"
+#include "ace/Thread_Manager.h"
+
+namespace osx::process {
+
+/// The lock of ACE's list of threads.
+ACE_Thread_Mutex& lockOfThreads();
+
+/// The descriptors that ACE has in store for threads to come.
+ACE_Locked_Free_List<ACE_Thread_Descriptor, ACE_SYNCH_MUTEX>& spareThreadDescriptors();
+
+/// @return whether the construction of a descriptor had the memory that it needed.
+bool isWhole(const ACE_Thread_Descriptor& aDescriptor);
+
+/// The flags of ACE's logging. ACE changes them under its log lock, which another thread may hold
+/// for ever, if its output is stalled.
+u_long& logFlags();
+
+}  // namespace osx::process
+
+#endif
