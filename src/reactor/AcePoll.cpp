@@ -49,8 +49,12 @@ void AcePoll::closePoll() {
     mPoll.reset();
 }
 
-bool AcePoll::has(std::size_t aHandle) const {
-    return aHandle < mWatched.size() && mWatched[aHandle] != kNothing;
+bool AcePoll::canHold(ACE_HANDLE aHandle) {
+    return aHandle >= 0 && aHandle < FD_SETSIZE;
+}
+
+bool AcePoll::isInPoll(unsigned int aWatched) {
+    return aWatched != kNothing && (aWatched & kUnpollable) == 0;
 }
 
 std::uint32_t AcePoll::eventsOf(unsigned int aWatched) {
@@ -72,17 +76,17 @@ unsigned int AcePoll::wantedOf(ACE_HANDLE aHandle) const {
 }
 
 bool AcePoll::hasLost(ACE_HANDLE aHandle) const {
-    const auto lHandle = static_cast<std::size_t>(aHandle);
-    if (aHandle < 0 || !has(lHandle) || (mWatched[lHandle] & kUnpollable) != 0) {
+    if (!canHold(aHandle)) {
         return false;
     }
-    return control(mPoll.get(), EPOLL_CTL_MOD, aHandle, eventsOf(mWatched[lHandle]), aHandle) != 0;
+    const std::uint8_t lWatched = mWatched[static_cast<std::size_t>(aHandle)];
+    return isInPoll(lWatched) &&
+           control(mPoll.get(), EPOLL_CTL_MOD, aHandle, eventsOf(lWatched), aHandle) != 0;
 }
 
 void AcePoll::check() {
     for (std::size_t lHandle = 0; lHandle < mWatched.size(); ++lHandle) {
-        if (has(lHandle) &&
-            ((mWatched[lHandle] & kUnpollable) != 0 || hasLost(static_cast<ACE_HANDLE>(lHandle)))) {
+        if ((mWatched[lHandle] & kUnpollable) != 0 || hasLost(static_cast<ACE_HANDLE>(lHandle))) {
             makeAnew();
             return;
         }
@@ -90,13 +94,13 @@ void AcePoll::check() {
 }
 
 void AcePoll::watch(ACE_HANDLE aHandle) {
-    if (aHandle >= 0 && static_cast<std::size_t>(aHandle) < mWatched.size()) {
+    if (canHold(aHandle)) {
         set(aHandle, wantedOf(aHandle));
     }
 }
 
 void AcePoll::forget(ACE_HANDLE aHandle) {
-    if (aHandle >= 0 && static_cast<std::size_t>(aHandle) < mWatched.size()) {
+    if (canHold(aHandle)) {
         set(aHandle, kNothing);
     }
 }
@@ -111,11 +115,8 @@ void AcePoll::set(ACE_HANDLE aHandle, unsigned int aWanted) {
     if (!mPoll) {
         return;
     }
-    if (lFormer != kNothing && (lFormer & kUnpollable) == 0) {
-        const int lOperation = aWanted == kNothing ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
-        if (control(mPoll.get(), lOperation, aHandle, eventsOf(aWanted), aHandle) != 0) {
-            makeAnew();
-        }
+    if (isInPoll(lFormer)) {
+        change(aHandle, aWanted);
         return;
     }
     if (lFormer != kNothing) {
@@ -123,6 +124,13 @@ void AcePoll::set(ACE_HANDLE aHandle, unsigned int aWanted) {
     }
     if (aWanted != kNothing) {
         add(aHandle);
+    }
+}
+
+void AcePoll::change(ACE_HANDLE aHandle, unsigned int aWanted) {
+    const int lOperation = aWanted == kNothing ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
+    if (control(mPoll.get(), lOperation, aHandle, eventsOf(aWanted), aHandle) != 0) {
+        makeAnew();
     }
 }
 
@@ -172,8 +180,7 @@ void AcePoll::calm(const epoll_event& aEvent) {
     }
     watch(lHandle);
     const bool lIsCalmed = (lWatched & kCalmed) != 0;
-    if (lWatched != kNothing && (lWatched & kUnpollable) == 0 &&
-        wouldSelectTell(aEvent.events, lWatched) == lIsCalmed) {
+    if (isInPoll(lWatched) && wouldSelectTell(aEvent.events, lWatched) == lIsCalmed) {
         lWatched = static_cast<std::uint8_t>(lWatched ^ kCalmed);
         control(mPoll.get(), EPOLL_CTL_MOD, lHandle, eventsOf(lWatched), lHandle);
     }
@@ -201,7 +208,7 @@ void AcePoll::makeAnew() {
     }
     mUnpollable = 0;
     for (std::size_t lHandle = 0; lHandle < mWatched.size(); ++lHandle) {
-        if (has(lHandle)) {
+        if (mWatched[lHandle] != kNothing) {
             mWatched[lHandle] &= kWanted;
             add(static_cast<ACE_HANDLE>(lHandle));
         }

@@ -81,10 +81,12 @@ private:
     /// written to. From then on it tells once for each change.
     static constexpr std::uint8_t kCalmed = 16;
 
-    bool has(std::size_t aHandle) const;
+    static bool canHold(ACE_HANDLE aHandle);
+    static bool isInPoll(unsigned int aWatched);
     unsigned int wantedOf(ACE_HANDLE aHandle) const;
     void set(ACE_HANDLE aHandle, unsigned int aWanted);
     void add(ACE_HANDLE aHandle);
+    void change(ACE_HANDLE aHandle, unsigned int aWanted);
     void calm(const epoll_event& aEvent);
     void countUnpollable(int aMore);
     void makeAnew();
