@@ -1,4 +1,4 @@
-// A task. What is hard about waiting for one is in `ThreadJoiner`.
+// A task: it notes its thread, and runs the function. `ThreadJoiner` does the waiting.
 #include "osx/ThreadACE.h"
 
 #include <cerrno>

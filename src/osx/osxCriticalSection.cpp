@@ -1,5 +1,5 @@
-// The calls of critical sections. The application's structure has a pointer to the lock, and is
-// valid in the state that it has after its own construction: without a lock.
+// The calls of critical sections. The application's structure points at the lock. One that was not
+// initialised holds null, which each call reports.
 #include <pthread.h>
 
 #include <memory>

@@ -85,6 +85,7 @@ int osxTimeoutHandler::handle_timeout(const ACE_Time_Value&, const void* aAct) {
         mAsked = kByHandler;
     }
     osx::TimerQueue::release(*this);
+    // From here on nothing of this object is used: the function may destroy it.
     if (lFunction == nullptr) {
         osx::DiagnosticLine(kModule).failure(LM_ERROR,
                                              "%t osxTimeoutHandler::handle_timeout: mFnc == 0\n");
