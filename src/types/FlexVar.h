@@ -43,7 +43,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string_view>
 
 #include "ace/Date_Time.h"
 #include "ace/SString.h"
@@ -475,11 +474,13 @@ public:
     void dump() const noexcept;
 
 private:
-    // What is not OSX_HIDDEN here and has no body in FlexVarInline.h is in the library, and called
-    // from programs, by what is inline.
+    // Bodies are in FlexVarInline.h, or in the library. What is in the library and not OSX_HIDDEN
+    // is called from programs, by what is inline.
 
     /// The list of the kinds; everything that differs between them follows from it.
     struct OSX_HIDDEN Kinds;
+    /// Reads texts; in FlexVarParsing.cpp.
+    struct OSX_HIDDEN Parser;
 
     /// The value: one of the inline kinds or the owning pointer. What a kind leaves free is zero.
     union Slot {
@@ -512,7 +513,7 @@ private:
     bool areWords(const FlexVar& aOther) const noexcept;
     bool areDoubles(const FlexVar& aOther) const noexcept;
     bool areCStrings(const FlexVar& aOther) const noexcept;
-    bool isOrReports(Type aType) const noexcept;
+    bool checkType(Type aType) const noexcept;
     void reportMismatch(const char* aVerb, Type aWanted) const noexcept;
 
     // The slot.
@@ -526,7 +527,8 @@ private:
     void changeType(Type aType) noexcept;
     OSX_HIDDEN static void traceChange(Type aFrom, Type aTo) noexcept;
     template <class Object>
-    const Object& object(Type aType, Object* Slot::* aMember, const Object& aEmpty) const noexcept;
+    const Object& heldOrEmpty(Type aType, Object* Slot::* aMember,
+                              const Object& aEmpty) const noexcept;
     template <class Member, class Result>
     int copyOut(Type aType, Member Slot::* aMember, Result& aResult) const noexcept;
 
@@ -560,23 +562,11 @@ private:
     template <class Operation>
     OSX_HIDDEN FlexVar& step(Operation aOperation) noexcept;
 
-    // Text. The bool is whether memory sufficed.
+    // Text. `setText` tells whether memory sufficed.
     OSX_HIDDEN bool setText(const ACE_String_Base<char>& aText) noexcept;
     OSX_HIDDEN bool setText(const ACE_String_Base<wchar_t>& aText) noexcept;
     template <class Kind>
     OSX_HIDDEN FlexVar& append(const typename Kind::Value& aText) noexcept;
-    template <class Character>
-    OSX_HIDDEN long setValueFromAnyString(const ACE_String_Base<Character>& aText) noexcept;
-    template <class Character>
-    OSX_HIDDEN long setBoolFromString(const ACE_String_Base<Character>& aText) noexcept;
-    template <class Character>
-    OSX_HIDDEN long setDateFromString(const ACE_String_Base<Character>& aText) noexcept;
-    template <class Kind, class Character>
-    OSX_HIDDEN long setTextFromString(const ACE_String_Base<Character>& aText) noexcept;
-    template <class Character>
-    OSX_HIDDEN long setObjectIDFromString(const ACE_String_Base<Character>& aText) noexcept;
-    template <class Kind>
-    OSX_HIDDEN void setQuoted(std::string_view aText) noexcept;
 
     Type mType;   ///< The kind.
     Slot mValue;  ///< Zero for type none.

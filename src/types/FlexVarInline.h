@@ -112,7 +112,7 @@ FlexVar& FlexVar::setInline(Type aType, Member aValue) noexcept {
 }
 
 /// @return whether it is of that kind; if not, a getter's line was written.
-inline bool FlexVar::isOrReports(Type aType) const noexcept {
+inline bool FlexVar::checkType(Type aType) const noexcept {
     if (mType == aType) {
         return true;
     }
@@ -122,9 +122,9 @@ inline bool FlexVar::isOrReports(Type aType) const noexcept {
 
 /// @return the held object; the empty one for another kind and for a kind without an object.
 template <class Object>
-const Object& FlexVar::object(Type aType, Object* Slot::* aMember,
-                              const Object& aEmpty) const noexcept {
-    return isOrReports(aType) && mValue.*aMember != nullptr ? *(mValue.*aMember) : aEmpty;
+const Object& FlexVar::heldOrEmpty(Type aType, Object* Slot::* aMember,
+                                   const Object& aEmpty) const noexcept {
+    return checkType(aType) && mValue.*aMember != nullptr ? *(mValue.*aMember) : aEmpty;
 }
 
 template <class Member, class Result>
@@ -265,52 +265,52 @@ inline FlexVar& FlexVar::setDouble(double aValue) noexcept {
 // Getters.
 
 inline bool FlexVar::getBool() const noexcept {
-    return isOrReports(FlexVar_Bool) && mValue.mBool;
+    return checkType(FlexVar_Bool) && mValue.mBool;
 }
 inline char FlexVar::getChar() const noexcept {
-    return isOrReports(FlexVar_Char) ? mValue.mChar : '\0';
+    return checkType(FlexVar_Char) ? mValue.mChar : '\0';
 }
 inline unsigned char FlexVar::getUChar() const noexcept {
-    return isOrReports(FlexVar_UChar) ? mValue.mUChar : static_cast<unsigned char>(0);
+    return checkType(FlexVar_UChar) ? mValue.mUChar : static_cast<unsigned char>(0);
 }
 inline short FlexVar::getShort() const noexcept {
-    return isOrReports(FlexVar_Short) ? mValue.mShort : static_cast<short>(0);
+    return checkType(FlexVar_Short) ? mValue.mShort : static_cast<short>(0);
 }
 inline unsigned short FlexVar::getUShort() const noexcept {
-    return isOrReports(FlexVar_UShort) ? mValue.mUShort : static_cast<unsigned short>(0);
+    return checkType(FlexVar_UShort) ? mValue.mUShort : static_cast<unsigned short>(0);
 }
 inline int FlexVar::getInt() const noexcept {
-    return isOrReports(FlexVar_Int) ? mValue.mInt : 0;
+    return checkType(FlexVar_Int) ? mValue.mInt : 0;
 }
 inline unsigned int FlexVar::getUInt() const noexcept {
-    return isOrReports(FlexVar_UInt) ? mValue.mUInt : 0U;
+    return checkType(FlexVar_UInt) ? mValue.mUInt : 0U;
 }
 inline long FlexVar::getLong() const noexcept {
-    return isOrReports(FlexVar_Long) ? mValue.mLong : 0L;
+    return checkType(FlexVar_Long) ? mValue.mLong : 0L;
 }
 inline unsigned long FlexVar::getULong() const noexcept {
-    return isOrReports(FlexVar_ULong) ? mValue.mULong : 0UL;
+    return checkType(FlexVar_ULong) ? mValue.mULong : 0UL;
 }
 inline float FlexVar::getFloat() const noexcept {
-    return isOrReports(FlexVar_Float) ? mValue.mFloat : 0.0F;
+    return checkType(FlexVar_Float) ? mValue.mFloat : 0.0F;
 }
 inline double FlexVar::getDouble() const noexcept {
-    return isOrReports(FlexVar_Double) ? mValue.mDouble : 0.0;
+    return checkType(FlexVar_Double) ? mValue.mDouble : 0.0;
 }
 inline const ACE_String_Base<char>& FlexVar::getCString() const noexcept {
-    return object(FlexVar_CString, &Slot::mCString, mEmptyCString);
+    return heldOrEmpty(FlexVar_CString, &Slot::mCString, mEmptyCString);
 }
 inline const ACE_String_Base<wchar_t>& FlexVar::getWString() const noexcept {
-    return object(FlexVar_WString, &Slot::mWString, mEmptyWString);
+    return heldOrEmpty(FlexVar_WString, &Slot::mWString, mEmptyWString);
 }
 inline const ACE_Date_Time& FlexVar::getDateTime() const noexcept {
-    return object(FlexVar_DateTime, &Slot::mDateTime, mEmptyACE_Date_Time);
+    return heldOrEmpty(FlexVar_DateTime, &Slot::mDateTime, mEmptyACE_Date_Time);
 }
 inline const ObjectID& FlexVar::getObjectID() const noexcept {
-    return object(FlexVar_ObjectID, &Slot::mObjectID, mEmptyObjectID);
+    return heldOrEmpty(FlexVar_ObjectID, &Slot::mObjectID, mEmptyObjectID);
 }
 inline Blob* FlexVar::getBlob() const noexcept {
-    return isOrReports(FlexVar_Blob) ? mValue.mBlob : nullptr;
+    return checkType(FlexVar_Blob) ? mValue.mBlob : nullptr;
 }
 
 inline int FlexVar::getBool(bool& aValue) const noexcept {

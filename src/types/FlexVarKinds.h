@@ -91,9 +91,6 @@ struct FlexVar::Kinds {
         return aNone;
     }
 
-    /// @return the enumerator's name; "No FlexVar type" for type none and any number above 16.
-    static const char* name(Type aType) noexcept;
-
     /// The same for a visitor without a result.
     template <class Visitor>
     static void visit(Type aType, Visitor&& aVisitor) noexcept {
@@ -103,6 +100,9 @@ struct FlexVar::Kinds {
             },
             all());
     }
+
+    /// @return the enumerator's name; "No FlexVar type" for type none and any number above 16.
+    static const char* name(Type aType) noexcept;
 };
 
 #endif

@@ -142,37 +142,111 @@ std::string_view upToQuote(std::string_view aText, std::size_t aStart) noexcept 
 
 }  // namespace
 
-template <class Character>
-long FlexVar::setDateFromString(const ACE_String_Base<Character>& aText) noexcept {
-    ACE_Date_Time lDate(0);
-    long lResult = 0;
-    for (const DateField& lField : kDateFields) {
-        const long lNumber = numberIn(lField, aText);
-        if (lNumber >= lField.lowest && lNumber <= lField.highest) {
-            (lDate.*lField.store)(lNumber);
-        } else {
-            lResult = -1;
+/// Gives a `FlexVar` the value that a text stands for. Each of the parsers of a kind returns 0, or
+/// -1 if the text is not of that kind or memory is short.
+struct FlexVar::Parser {
+    FlexVar& var;
+
+    template <class Number, class Character>
+    static long toNumber(const ACE_String_Base<Character>& aText, Number& aNumber) noexcept {
+        Number lNumber = 0;
+        if (!parseNumber(aText, lNumber)) {
+            return -1;
+        }
+        aNumber = lNumber;
+        return 0;
+    }
+
+    /// The date is set although a field is out of range.
+    template <class Character>
+    long toDate(const ACE_String_Base<Character>& aText) const noexcept {
+        ACE_Date_Time lDate(0);
+        long lResult = 0;
+        for (const DateField& lField : kDateFields) {
+            const long lNumber = numberIn(lField, aText);
+            if (lNumber >= lField.lowest && lNumber <= lField.highest) {
+                (lDate.*lField.store)(lNumber);
+            } else {
+                lResult = -1;
+            }
+        }
+        var.setDateTime(lDate);
+        return lResult;
+    }
+
+    template <class Character>
+    long toBool(const ACE_String_Base<Character>& aText) const noexcept {
+        for (const bool lValue : {false, true}) {
+            if (aText == wordFor(lValue, Character())) {
+                var.setBool(lValue);
+                return 0;
+            }
+        }
+        return -1;
+    }
+
+    template <class Kind, class Character>
+    long toString(const ACE_String_Base<Character>& aText) const noexcept {
+        typename Kind::Value lRoom;
+        const typename Kind::Value* const lText = osx::asText(aText, lRoom);
+        return lText != nullptr && var.setText(*lText) ? 0 : -1;
+    }
+
+    template <class Character>
+    long toObjectID(const ACE_String_Base<Character>& aText) const noexcept {
+        CString lRoom;
+        const CString* const lText = osx::asText(aText, lRoom);
+        if (lText == nullptr) {
+            return -1;
+        }
+        ObjectID lIdentifier;
+        lIdentifier.setFromString(*lText);
+        var.setObjectID(lIdentifier);
+        return 0;
+    }
+
+    /// Reads a text as a value of the kind that is held.
+    template <class Character>
+    long toHeldKind(const ACE_String_Base<Character>& aText) const noexcept {
+        if (aText.empty()) {
+            return 0;
+        }
+        switch (var.mType) {
+            case FlexVar_Bool:
+                return toBool(aText);
+            case FlexVar_CString:
+                return toString<Kinds::CString>(aText);
+            case FlexVar_WString:
+                return toString<Kinds::WString>(aText);
+            case FlexVar_ObjectID:
+                return toObjectID(aText);
+            default:
+                break;
+        }
+        using String = ACE_String_Base<Character>;
+        return var.setValueFromStringCommon<String, Character>(aText) == 0 ? 0 : -1;
+    }
+
+    /// Makes it a string of a part of a text; leaves it as it is when memory is short.
+    template <class Kind>
+    void toQuoted(std::string_view aPart) const noexcept {
+        typename Kind::Value lText;
+        if (osx::convert(aPart.data(), aPart.size(), lText)) {
+            var.setText(lText);
         }
     }
-    setDateTime(lDate);
-    return lResult;
-}
+};
 
 template <class String, class Character>
 long FlexVar::setValueFromStringCommon(const String& aText) noexcept {
     constexpr long kNeither = 1;
     if (isDate()) {
-        return setDateFromString<Character>(aText);
+        return Parser{*this}.toDate(aText);
     }
     return Kinds::visit(mType, kNeither, [&](auto aKind) {
         using Kind = decltype(aKind);
         if constexpr (Kind::kIsNumeric) {
-            typename Kind::Value lNumber = 0;
-            if (!parseNumber(aText, lNumber)) {
-                return -1L;
-            }
-            Kind::member(mValue) = lNumber;
-            return 0L;
+            return Parser::toNumber(aText, Kind::member(mValue));
         } else {
             return kNeither;
         }
@@ -183,75 +257,25 @@ template OSX_EXPORT long FlexVar::setValueFromStringCommon<ACE_String_Base<char>
 template OSX_EXPORT long FlexVar::setValueFromStringCommon<ACE_String_Base<wchar_t>, wchar_t>(
     const ACE_String_Base<wchar_t>&) noexcept;
 
-template <class Character>
-long FlexVar::setBoolFromString(const ACE_String_Base<Character>& aText) noexcept {
-    for (const bool lValue : {false, true}) {
-        if (aText == wordFor(lValue, Character())) {
-            setBool(lValue);
-            return 0;
-        }
-    }
-    return -1;
-}
-
-template <class Kind, class Character>
-long FlexVar::setTextFromString(const ACE_String_Base<Character>& aText) noexcept {
-    typename Kind::Value lRoom;
-    const typename Kind::Value* const lText = osx::asText(aText, lRoom);
-    return lText != nullptr && setText(*lText) ? 0 : -1;
-}
-
-template <class Character>
-long FlexVar::setObjectIDFromString(const ACE_String_Base<Character>& aText) noexcept {
-    ACE_String_Base<char> lRoom;
-    const ACE_String_Base<char>* const lText = osx::asText(aText, lRoom);
-    if (lText == nullptr) {
-        return -1;
-    }
-    ObjectID lIdentifier;
-    lIdentifier.setFromString(*lText);
-    setObjectID(lIdentifier);
-    return 0;
-}
-
-template <class Character>
-long FlexVar::setValueFromAnyString(const ACE_String_Base<Character>& aText) noexcept {
-    if (aText.empty()) {
-        return 0;
-    }
-    switch (mType) {
-        case FlexVar_Bool:
-            return setBoolFromString(aText);
-        case FlexVar_CString:
-            return setTextFromString<Kinds::CString>(aText);
-        case FlexVar_WString:
-            return setTextFromString<Kinds::WString>(aText);
-        case FlexVar_ObjectID:
-            return setObjectIDFromString(aText);
-        default:
-            break;
-    }
-    const long lResult = setValueFromStringCommon<ACE_String_Base<Character>, Character>(aText);
-    return lResult == 0 ? 0 : -1;
-}
-
 long FlexVar::setValueFromString(const ACE_String_Base<char>& aText) noexcept {
-    return setValueFromAnyString(aText);
+    return Parser{*this}.toHeldKind(aText);
 }
 
 long FlexVar::setValueFromString(const ACE_String_Base<wchar_t>& aText) noexcept {
-    return setValueFromAnyString(aText);
+    return Parser{*this}.toHeldKind(aText);
 }
 
 void FlexVar::setTypeAndValue(const ACE_String_Base<char>& aText) noexcept {
     constexpr std::string_view kWideMark = "L\"";
     const std::string_view lText = view(aText);
     const auto lHas = [&](std::string_view aMark) { return lText.find(aMark) != lText.npos; };
+    const Parser lParser{*this};
 
     if (lHas(kWideMark)) {
-        setQuoted<Kinds::WString>(upToQuote(lText, lText.find(kWideMark) + kWideMark.size()));
+        const std::size_t lStart = lText.find(kWideMark) + kWideMark.size();
+        lParser.toQuoted<Kinds::WString>(upToQuote(lText, lStart));
     } else if (lHas("\"")) {
-        setQuoted<Kinds::CString>(upToQuote(lText, lText.find('"') + 1));
+        lParser.toQuoted<Kinds::CString>(upToQuote(lText, lText.find('"') + 1));
     } else if (lHas(".")) {
         const Terminated<char> lNumber(lText);
         if (lNumber.get() != nullptr) {
@@ -261,13 +285,5 @@ void FlexVar::setTypeAndValue(const ACE_String_Base<char>& aText) noexcept {
         setBool(lHas("true"));
     } else {
         setLong(osx::readInteger(lText, osx::kDecimal).number);
-    }
-}
-
-template <class Kind>
-void FlexVar::setQuoted(std::string_view aText) noexcept {
-    typename Kind::Value lText;
-    if (osx::convert(aText.data(), aText.size(), lText)) {
-        setText(lText);
     }
 }
