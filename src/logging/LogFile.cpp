@@ -40,8 +40,7 @@ private:
 std::atomic<std::ostream*> gLogFile{nullptr};
 
 /// Gives the log file to threads that log, and hands their lines on to the back end that was
-/// installed before. Never destroyed: the application may have kept it as the back end to put back
-/// later.
+/// installed before. Never destroyed: the application may have kept it, to install it again later.
 class LogFileBackend : public ACE_Log_Msg_Backend {
 public:
     LogFileBackend(ACE_Log_Msg_Backend* aNext, const LogFileBackend* aOlder)
@@ -82,15 +81,14 @@ bool installBackend() noexcept {
 
 std::ostream* openLogFile(const char* aName) noexcept {
     const NoCancellation lGuard;
-    auto lStream = allocate<LogStream>();
+    std::unique_ptr<LogStream> lStream = allocate<LogStream>();
     if (lStream == nullptr) {
         return nullptr;
     }
     lStream->open(aName);
     lStream->replace(gLogFile.load(std::memory_order_acquire));
-    std::ostream* const lLogFile = lStream.release();
-    gLogFile.store(lLogFile, std::memory_order_release);
-    return lLogFile;
+    gLogFile.store(lStream.get(), std::memory_order_release);
+    return lStream.release();
 }
 
 void giveLogFileToThread() noexcept {

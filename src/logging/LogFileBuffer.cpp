@@ -170,13 +170,13 @@ void LogFileBuffer::followName() noexcept {
     struct stat lNamed{};
     const bool lExists = ::stat(mName.c_str(), &lNamed) == 0;
     const bool lIsLost = !lExists && errno == ENOENT;
-    const bool lIsSame = lExists && isFile(lNamed) && isStillOpen();
+    const bool lIsSame = lExists && isTheOpenFile(lNamed) && isStillOpen();
     if (lIsLost || (lExists && S_ISREG(lNamed.st_mode) && !lIsSame)) {
         openAnew();
     }
 }
 
-bool LogFileBuffer::isFile(const struct stat& aStatus) const noexcept {
+bool LogFileBuffer::isTheOpenFile(const struct stat& aStatus) const noexcept {
     return aStatus.st_dev == mDevice && aStatus.st_ino == mInode;
 }
 
@@ -184,7 +184,7 @@ bool LogFileBuffer::isFile(const struct stat& aStatus) const noexcept {
 /// number may be another file's by now.
 bool LogFileBuffer::isStillOpen() const noexcept {
     struct stat lStatus{};
-    return ::fstat(mDescriptor.get(), &lStatus) == 0 && isFile(lStatus);
+    return ::fstat(mDescriptor.get(), &lStatus) == 0 && isTheOpenFile(lStatus);
 }
 
 /// If that fails, the lines go on to the former file, wherever that is now.

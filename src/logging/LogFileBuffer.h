@@ -47,7 +47,7 @@ private:
     void rememberName(const char* aName);
     void rememberFile() noexcept;
     void followName() noexcept;
-    bool isFile(const struct stat& aStatus) const noexcept;
+    bool isTheOpenFile(const struct stat& aStatus) const noexcept;
     bool isStillOpen() const noexcept;
     void openAnew() noexcept;
 

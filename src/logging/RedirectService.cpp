@@ -28,12 +28,14 @@ namespace {
 
 constexpr char kModule[] = "RedirectService.cpp";
 
+/// With no limit of its own, a client's patience is the usual one (`Watcher::patience`).
 constexpr auto kNoLimit = std::chrono::hours(24 * 365);
 constexpr osx::ServingGrace kAtDeinit{kNoLimit, kNoLimit, true};
 constexpr osx::ServingGrace kAtShutdown{milliseconds(RedirectService::kStalledAtExitMs),
                                         milliseconds(RedirectService::kServedAtExitMs), true};
 /// No connection is cut: the kernel goes on sending what it has taken when the process has gone.
 constexpr osx::ServingGrace kAtExit{kAtShutdown.mPatience, kAtShutdown.mLimit, false};
+/// How long the end of the process waits for the worker thread to be parked.
 constexpr milliseconds kParkLimit{1000};
 
 static_assert(osx::Watcher::kPatience == milliseconds(RedirectService::kStalledClientMs));
@@ -166,8 +168,9 @@ void RedirectService::claimForProcess() {
     }
 }
 
-/// A thread that is not in this process may have held any lock of the service and of its worker. As
-/// the mutex is made anew here, nobody can hold it, and clang cannot know.
+/// Threads of the parent, which this process does not have, may have held any lock of the service
+/// and of its worker. So the worker is left alone, and the mutex is made anew, which clang cannot
+/// follow.
 OSX_NO_THREAD_SAFETY_ANALYSIS void RedirectService::leaveToParent() {
     new (&mLifeMutex) osx::Mutex;
     mWanted = mRunning || mWanted;
