@@ -1,9 +1,12 @@
 #include "commif/SerialLine.h"
 
+#include "support/waitUntil.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <termios.h>
 #include <unistd.h>
@@ -121,6 +124,12 @@ std::string SerialLine::receive(std::size_t aLength) const {
 bool SerialLine::isOpen() const {
     pollfd lPoll{mFarEnd.get(), POLLIN, 0};
     return ::poll(&lPoll, 1, 0) == 0 || (lPoll.revents & POLLHUP) == 0;
+}
+
+void awaitInput(int aNearEnd, int aLength) {
+    int lThere = 0;
+    EXPECT_TRUE(
+        waitUntil([&] { return ::ioctl(aNearEnd, FIONREAD, &lThere) == 0 && lThere >= aLength; }));
 }
 
 int openDescriptors() {

@@ -3,11 +3,15 @@
 #ifndef OSX_TESTS_COMMIF_SERIALLINE_H
 #define OSX_TESTS_COMMIF_SERIALLINE_H
 
+#include <chrono>
 #include <string>
 
 #include "support/TcpPeer.h"
 
 namespace test {
+
+/// The driver's own timer counts in tenths of a second.
+inline constexpr std::chrono::milliseconds kLongerThanATenth{150};
 
 /// The line's far end is the test's; its near end is to be found at "/dev/ttyS" and a number that
 /// no other process uses: through a link where that may be made, else by leading this process's
@@ -43,6 +47,9 @@ private:
     unsigned int mNumber;
     bool mLinked;
 };
+
+/// Waits until so many bytes can be read, as the driver hands them on by a thread of its own.
+void awaitInput(int aNearEnd, int aLength);
 
 /// @return how many descriptors this process has open.
 int openDescriptors();

@@ -25,6 +25,7 @@
 #include "support/inChild.h"
 #include "support/logMatchers.h"
 #include "support/longForm.h"
+#include "support/times.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -39,7 +40,6 @@ constexpr int kDesc = 7;
 constexpr unsigned int kNoLimit = 0xFFFFFFFFU;
 constexpr unsigned long kReplaceReadTimeout = 6;
 constexpr unsigned long kHalfDuplexRequest = test::SerialDriverModel::kHalfDuplexRequest;
-constexpr milliseconds kAtOnce(20000);
 
 using Bytes = std::initializer_list<unsigned char>;
 
@@ -560,7 +560,7 @@ TEST_F(SerialRead, WaitsForAllBytes) {
     std::thread lSender([this] {
         for (const char* lPart : {"a", "bc", "d"}) {
             mLine.send(lPart);
-            std::this_thread::sleep_for(milliseconds(20));
+            std::this_thread::sleep_for(test::kInterval);
         }
     });
     EXPECT_EQ(COMMIF_OK, read(4));
@@ -568,39 +568,35 @@ TEST_F(SerialRead, WaitsForAllBytes) {
     lSender.join();
 }
 
-TEST_F(SerialRead, EndsInTimeWithWhatCame) {
-    // Neither below nor above what the driver's own timer can do does that timer matter.
-    for (const unsigned int lTimeout : {1U, 50U, 99U, 100U, 250U}) {
-        mParams.readTimeout = lTimeout;
-        ASSERT_EQ(COMMIF_OK, open());
-        mLine.send("abc");
-        const auto lStart = steady_clock::now();
-        EXPECT_EQ(10011, read(5));
-        EXPECT_GE(steady_clock::now() - lStart, milliseconds(lTimeout));
-        EXPECT_EQ(3U, mGot);
-        EXPECT_EQ("abc", mBuffer);
-    }
-}
+/// A read time-out in milliseconds. Whether it is below or above what the driver's own timer can do
+/// does not matter.
+class SerialTimeOut : public SerialChannel, public testing::WithParamInterface<unsigned int> {};
+INSTANTIATE_TEST_SUITE_P(Of, SerialTimeOut, testing::Values(0, 1, 50, 99, 100, 250),
+                         testing::PrintToStringParamName());
 
-TEST_F(SerialRead, DoesNotWaitWithoutTime) {
-    mParams.readTimeout = 0;
+TEST_P(SerialTimeOut, EndsAReadInTimeWithWhatCame) {
+    mParams.readTimeout = GetParam();
     ASSERT_EQ(COMMIF_OK, open());
+    const auto lStart = steady_clock::now();
     EXPECT_EQ(10011, read(1));
     EXPECT_EQ(0U, mGot);
     mLine.send("abc");
-    EXPECT_EQ(10011, read(4));
+    test::awaitInput(handle(), 3);
+    EXPECT_EQ(10011, read(5));
     EXPECT_EQ("abc", mBuffer);
+    EXPECT_GE(steady_clock::now() - lStart, 2 * milliseconds(GetParam()));
 }
 
 TEST_F(SerialRead, WaitsAsLongAsItTakes) {
     // 25600 ms is where the driver's own timer starts from nothing again.
     for (const unsigned int lTimeout : {kNoLimit, 25600U, 51200U}) {
         mParams.readTimeout = lTimeout;
+        SCOPED_TRACE(lTimeout);
         ASSERT_EQ(COMMIF_OK, open());
         std::thread lSender([this] {
-            std::this_thread::sleep_for(milliseconds(150));
+            std::this_thread::sleep_for(test::kLongerThanATenth);
             mLine.send("a");
-            std::this_thread::sleep_for(milliseconds(150));
+            std::this_thread::sleep_for(test::kLongerThanATenth);
             mLine.send("b");
         });
         EXPECT_EQ(COMMIF_OK, read(2));
@@ -616,7 +612,7 @@ TEST_F(SerialRead, FollowsEachNewTimeOut) {
 
     EXPECT_EQ(COMMIF_OK, setReadTimeout(kNoLimit));
     std::thread lSender([this] {
-        std::this_thread::sleep_for(milliseconds(300));
+        std::this_thread::sleep_for(test::kLongerThanATenth);
         mLine.send("a");
     });
     EXPECT_EQ(COMMIF_OK, read(1));
@@ -625,13 +621,14 @@ TEST_F(SerialRead, FollowsEachNewTimeOut) {
     EXPECT_EQ(COMMIF_OK, setReadTimeout(0));
     const auto lStart = steady_clock::now();
     EXPECT_EQ(10011, read(1));
-    EXPECT_LT(steady_clock::now() - lStart, kAtOnce);
+    EXPECT_LT(steady_clock::now() - lStart, test::kSlack);
 
-    EXPECT_EQ(COMMIF_OK, setReadTimeout(250));
-    EXPECT_EQ(250U, commIfDesc[kDesc].info.serial.readTimeout);
+    constexpr milliseconds kTimeOut(250);
+    EXPECT_EQ(COMMIF_OK, setReadTimeout(kTimeOut.count()));
+    EXPECT_EQ(kTimeOut.count(), commIfDesc[kDesc].info.serial.readTimeout);
     const auto lThen = steady_clock::now();
     EXPECT_EQ(10011, read(1));
-    EXPECT_GE(steady_clock::now() - lThen, milliseconds(250));
+    EXPECT_GE(steady_clock::now() - lThen, kTimeOut);
 }
 
 TEST_F(SerialRead, BecomesBoundedAfterAnOpenWithoutLimit) {
@@ -649,7 +646,7 @@ TEST_F(SerialRead, CountsItsTimeIn32Bits) {
     ASSERT_EQ(COMMIF_OK, open());
     const auto lStart = steady_clock::now();
     EXPECT_EQ(10011, read(1));
-    EXPECT_LT(steady_clock::now() - lStart, kAtOnce);
+    EXPECT_LT(steady_clock::now() - lStart, test::kSlack);
 }
 
 TEST_F(SerialRead, TracesThatBytesAreMissing) {
@@ -949,15 +946,16 @@ TEST(SerialThreads, ReadersOfOnePortEachEndInTime) {
             EXPECT_EQ(COMMIF_OK, commIfClose(lDesc));
         });
     }
+    constexpr milliseconds kPace(1);
     for (int lRound = 0; lRound < 300; ++lRound) {
         lLine.send("x");
-        std::this_thread::sleep_for(milliseconds(1));
+        std::this_thread::sleep_for(kPace);
     }
     lDone = true;
     EXPECT_TRUE(test::waitUntil([&] { return lRunning == 0; }));
     while (lRunning != 0) {
         lLine.send("x");
-        std::this_thread::sleep_for(milliseconds(10));
+        std::this_thread::sleep_for(kPace);
     }
     for (std::thread& lReader : lReaders) {
         lReader.join();

@@ -45,7 +45,7 @@ namespace {
 
 constexpr unsigned long kHalfDuplexRequest = test::SerialDriverModel::kHalfDuplexRequest;
 constexpr char kCheckFailed[] = "osxComPort::checkUART() ioctl failed \n";
-constexpr milliseconds kAtOnce(20000);
+constexpr milliseconds kShortly(1);
 
 std::atomic<int> gYields{0};
 
@@ -79,11 +79,7 @@ protected:
         return read(aLength, &lTimeout);
     }
     int handle() const { return mPort.getACE_TTY_IO()->get_handle(); }
-    void awaitInput(int aLength) const {
-        int lThere = 0;
-        EXPECT_TRUE(test::waitUntil(
-            [&] { return ::ioctl(handle(), FIONREAD, &lThere) == 0 && lThere >= aLength; }));
-    }
+    void awaitInput(int aLength) const { test::awaitInput(handle(), aLength); }
     /// Sets what the driver itself waits for: so many bytes, so many tenths of a second.
     void setDriverWait(cc_t aBytes, cc_t aTenths) const {
         termios lSettings{};
@@ -338,9 +334,9 @@ TEST_F(ComPort, SwitchesRtsAlone) {
 
 TEST_F(ComPortRead, ReadsWhatIsThere) {
     mLine.send("abcdef");
-    EXPECT_EQ(COMMIF_OK, readFor(4, milliseconds(30000)));
+    EXPECT_EQ(COMMIF_OK, readFor(4, test::kLimit));
     EXPECT_EQ("abcd", mBuffer);
-    EXPECT_EQ(COMMIF_OK, readFor(2, milliseconds(30000)));
+    EXPECT_EQ(COMMIF_OK, readFor(2, test::kLimit));
     EXPECT_EQ("ef", mBuffer);
 }
 
@@ -349,7 +345,7 @@ TEST_F(ComPortRead, WaitsUntilAllHasCome) {
         std::thread lSender([this] {
             for (const char* lPart : {"ab", "c", "def"}) {
                 mLine.send(lPart);
-                std::this_thread::sleep_for(milliseconds(20));
+                std::this_thread::sleep_for(test::kInterval);
             }
         });
         const ACE_Time_Value lLimit(60);
@@ -359,35 +355,33 @@ TEST_F(ComPortRead, WaitsUntilAllHasCome) {
     }
 }
 
-TEST_F(ComPortRead, EndsInTimeWithWhatCame) {
-    mLine.send("abc");
-    const auto lStart = steady_clock::now();
-    EXPECT_EQ(10011, readFor(5, milliseconds(120)));
-    EXPECT_GE(steady_clock::now() - lStart, milliseconds(120));
-    EXPECT_EQ("abc", mBuffer);
-}
+/// A read with a time-out, in milliseconds: one that is over gives what is there at once.
+class ComPortTimeOut : public ComPort, public testing::WithParamInterface<int> {};
+INSTANTIATE_TEST_SUITE_P(Of, ComPortTimeOut, testing::Values(-1500, 0, 1, 120));
 
-TEST_F(ComPortRead, DoesNotWaitWithoutTime) {
+TEST_P(ComPortTimeOut, EndsAReadInTimeWithWhatCame) {
+    const milliseconds lTimeOut(GetParam());
     const auto lStart = steady_clock::now();
-    EXPECT_EQ(10011, readFor(1, milliseconds(0)));
+    EXPECT_EQ(10011, readFor(1, lTimeOut));
     EXPECT_EQ(0U, mGot);
     mLine.send("abc");
-    EXPECT_EQ(10011, readFor(4, milliseconds(0)));
+    awaitInput(3);
+    EXPECT_EQ(10011, readFor(5, lTimeOut));
     EXPECT_EQ("abc", mBuffer);
-    mLine.send("abc");
-    EXPECT_EQ(COMMIF_OK, readFor(3, milliseconds(0)));
-    EXPECT_LT(steady_clock::now() - lStart, kAtOnce);
+    EXPECT_GE(steady_clock::now() - lStart, 2 * lTimeOut);
+    EXPECT_LT(steady_clock::now() - lStart, test::kSlack);
 }
 
-TEST_F(ComPortRead, TakesATimeBeforeNowForNone) {
+TEST_P(ComPortTimeOut, LetsAReadTakeWhatIsThere) {
     mLine.send("abc");
-    EXPECT_EQ(10011, readFor(4, milliseconds(-1500)));
+    awaitInput(3);
+    EXPECT_EQ(COMMIF_OK, readFor(3, milliseconds(GetParam())));
     EXPECT_EQ("abc", mBuffer);
 }
 
 TEST_F(ComPortRead, ReadsNothingAtOnce) {
     EXPECT_EQ(COMMIF_OK, read(0, nullptr));
-    EXPECT_EQ(COMMIF_OK, readFor(0, milliseconds(30000)));
+    EXPECT_EQ(COMMIF_OK, readFor(0, test::kLimit));
     EXPECT_EQ(0U, mGot);
 }
 
@@ -463,9 +457,9 @@ TEST_F(ComPortRead, WaitsByItsOwnTimeOutAlone) {
     // The driver would end a read without data at once, or after a tenth of a second.
     for (const cc_t lTenths : {cc_t{0}, cc_t{1}}) {
         setDriverWait(0, lTenths);
-        EXPECT_EQ(10011, readFor(1, milliseconds(150)));
+        EXPECT_EQ(10011, readFor(1, test::kLongerThanATenth));
         std::thread lSender([this] {
-            std::this_thread::sleep_for(milliseconds(150));
+            std::this_thread::sleep_for(test::kLongerThanATenth);
             mLine.send("a");
         });
         EXPECT_EQ(COMMIF_OK, read(1, nullptr));
@@ -479,11 +473,11 @@ TEST_F(ComPortRead, TakesWhatIsThereWhereTheDriverWaitsForMore) {
         setDriverWait(5, lTenths);
         mLine.send("abc");
         awaitInput(3);
-        EXPECT_EQ(COMMIF_OK, readFor(3, milliseconds(30000)));
+        EXPECT_EQ(COMMIF_OK, readFor(3, test::kLimit));
         EXPECT_EQ("abc", mBuffer);
         mLine.send("de");
         awaitInput(2);
-        EXPECT_EQ(10011, readFor(3, milliseconds(120)));
+        EXPECT_EQ(10011, readFor(3, test::kLongerThanATenth));
         EXPECT_EQ("de", mBuffer);
     }
 }
@@ -496,7 +490,7 @@ TEST_F(ComPortRead, TakesInTheEndWhatTheDriverKeptBack) {
             mLine.send("abc");
         }
     };
-    EXPECT_EQ(COMMIF_OK, readFor(3, milliseconds(500)));
+    EXPECT_EQ(COMMIF_OK, readFor(3, test::kToMeasure));
     EXPECT_EQ("abc", mBuffer);
     gBeforeWait = nullptr;
 }
@@ -512,24 +506,24 @@ TEST_F(ComPortRead, EndsInTimeThoughOthersTakeAllThatComes) {
     };
     const auto lStart = steady_clock::now();
     std::future<int> lResult =
-        std::async(std::launch::async, [this] { return readFor(4000, milliseconds(120)); });
+        std::async(std::launch::async, [this] { return readFor(4000, test::kLongerThanATenth); });
     if (lResult.wait_for(test::kLimit) != std::future_status::ready) {
         ADD_FAILURE() << "waits on";
         mLine.hangUp();
     }
     EXPECT_EQ(10011, lResult.get());
-    EXPECT_GE(steady_clock::now() - lStart, milliseconds(120));
+    EXPECT_GE(steady_clock::now() - lStart, test::kLongerThanATenth);
     gBeforeWait = gAfterWait = nullptr;
 }
 
 TEST_F(ComPortRead, LeavesTheHandleAsItWas) {
-    EXPECT_EQ(10011, readFor(1, milliseconds(1)));
+    EXPECT_EQ(10011, readFor(1, kShortly));
     EXPECT_TRUE(isBlocking());
     mLine.send("a");
-    EXPECT_EQ(COMMIF_OK, readFor(1, milliseconds(30000)));
+    EXPECT_EQ(COMMIF_OK, readFor(1, test::kLimit));
     EXPECT_TRUE(isBlocking());
     ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR | O_NONBLOCK));
-    EXPECT_EQ(10011, readFor(1, milliseconds(1)));
+    EXPECT_EQ(10011, readFor(1, kShortly));
     EXPECT_FALSE(isBlocking());
 }
 
@@ -580,7 +574,7 @@ TEST_F(ComPortRead, KeepsItsTimeOutWhenOneOnADuplicateEnds) {
             awaitInput(1);
         }
     };
-    EXPECT_EQ(COMMIF_OK, readFor(1, milliseconds(1)));
+    EXPECT_EQ(COMMIF_OK, readFor(1, kShortly));
     EXPECT_TRUE(lStaysNonBlocking);
     EXPECT_TRUE(isBlocking());
     gBeforeWait = gAfterWait = nullptr;
@@ -607,7 +601,7 @@ TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenItsThreadIsCancelled) {
     EXPECT_EQ(0, ::pthread_join(lReader, nullptr));
     EXPECT_TRUE(isBlocking());
     gBeforeWait = nullptr;
-    EXPECT_EQ(10011, readFor(1, milliseconds(1)));
+    EXPECT_EQ(10011, readFor(1, kShortly));
 }
 
 TEST_F(ComPortRead, LeavesTheHandleBlockingForAWriterOnAnotherThread) {
@@ -617,7 +611,7 @@ TEST_F(ComPortRead, LeavesTheHandleBlockingForAWriterOnAnotherThread) {
     std::atomic<bool> lDone{false};
     std::thread lReader([&] {
         while (!lDone) {
-            readFor(1, milliseconds(5));
+            readFor(1, kShortly);
         }
     });
     const std::string lData(kLength, 'x');
@@ -699,7 +693,7 @@ TEST_F(ComPortWrite, IsCalledOffByASignalWhileAReadHasTheHandle) {
             lReads.set_value();
         }
     };
-    std::thread lReader([this] { EXPECT_EQ(COMMIF_OK, readFor(1, milliseconds(60000))); });
+    std::thread lReader([this] { EXPECT_EQ(COMMIF_OK, readFor(1, 2 * test::kLimit)); });
     lReads.get_future().wait();
     {
         const test::Interrupter lInterrupter;
@@ -818,10 +812,11 @@ TEST_F(HalfDuplexPort, TracesOnlyFromItsLevelOn) {
 }
 
 TEST_F(HalfDuplexPort, SeesThatAllWasSent) {
+    constexpr milliseconds kFiveLooks(50);
     const auto lStart = steady_clock::now();
     EXPECT_FALSE(mPort.DetectNotAllBytesWereSent());
-    EXPECT_GE(steady_clock::now() - lStart, milliseconds(50));
-    EXPECT_LT(steady_clock::now() - lStart, kAtOnce);
+    EXPECT_GE(steady_clock::now() - lStart, kFiveLooks);
+    EXPECT_LT(steady_clock::now() - lStart, test::kSlack);
     EXPECT_EQ(5U, mDriver.count(TIOCSERGETLSR));
 }
 

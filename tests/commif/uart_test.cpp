@@ -12,6 +12,7 @@
 #include "commif/commif.h"
 #include "commif/osxComPort.h"
 #include "support/LogCapture.h"
+#include "support/times.h"
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
@@ -187,11 +188,11 @@ TEST(Uart, TellsWhetherAllWasSent) {
 TEST(Uart, EndsAReadInTimeWithWhatCame) {
     const Port lNear(kNearPort, {});
     const Port lFar(kFarPort, {});
-    EXPECT_EQ(COMMIF_OK, lFar.command(6, reinterpret_cast<void*>(500)));
+    EXPECT_EQ(COMMIF_OK, lFar.command(6, reinterpret_cast<void*>(test::kToMeasure.count())));
     lNear.write("abc");
     const auto lStart = steady_clock::now();
     EXPECT_EQ("abc", lFar.read(5, COMMIF_ERR_TIMEOUT));
-    EXPECT_GE(steady_clock::now() - lStart, milliseconds(500));
+    EXPECT_GE(steady_clock::now() - lStart, test::kToMeasure);
     EXPECT_EQ(COMMIF_OK, lFar.command(6, nullptr));
     EXPECT_EQ("", lFar.read(1, COMMIF_ERR_TIMEOUT));
 }
@@ -200,9 +201,10 @@ TEST(Uart, WaitsWithoutLimit) {
     const Port lNear(kNearPort, {});
     const Port lFar(kFarPort, {});
     EXPECT_EQ(COMMIF_OK, lFar.command(6, reinterpret_cast<void*>(0xFFFFFFFFUL)));
-    std::thread lWriter([&lNear] {
+    constexpr milliseconds kApart(200);  // longer than the driver's own timer waits
+    std::thread lWriter([&lNear, kApart] {
         for (const char* lPart : {"a", "bc", "d"}) {
-            std::this_thread::sleep_for(milliseconds(200));
+            std::this_thread::sleep_for(kApart);
             lNear.write(lPart);
         }
     });

@@ -166,7 +166,7 @@ TEST_F(Stress, FiftyClientsResetAtOnceLeaveTheLogQuietAndTheMemoryAsItWas) {
     std::uintmax_t lSize = 0;
     EXPECT_TRUE(test::waitUntil([&] {
         const auto lNow = std::filesystem::file_size(logFile());
-        std::this_thread::sleep_for(milliseconds(500));
+        std::this_thread::sleep_for(test::kToMeasure);
         return lNow == std::exchange(lSize, lNow);
     }));
     EXPECT_GT(kMaxGrowth, residentBytes() - std::min(lBefore, residentBytes()));
@@ -266,7 +266,7 @@ milliseconds worstAnswer(TcpPeer& aEcho, unsigned short aBusyPort, const std::at
         EXPECT_TRUE(aEcho.isEchoed("ping"));
         lWorst = std::max(lWorst,
                           std::chrono::duration_cast<milliseconds>(steady_clock::now() - lStart));
-        std::this_thread::sleep_for(milliseconds(20));
+        std::this_thread::sleep_for(test::kInterval);
     }
     return lWorst;
 }
@@ -471,7 +471,7 @@ public:
                     ::recv(mPeers[lClient].descriptor(), &lByte, 1, MSG_DONTWAIT);
                 }
                 for (int lPart = 0; lPart < 50 && !mStopping; ++lPart) {
-                    std::this_thread::sleep_for(milliseconds(20));
+                    std::this_thread::sleep_for(test::kInterval);
                 }
             }
         });
@@ -570,7 +570,7 @@ bool readAtPace(const TcpPeer& aPeer, long aBytesASecond, const std::string& aTe
         const auto lTime = std::chrono::duration<double>(steady_clock::now() - lStart);
         const long lDue = static_cast<long>(lTime.count() * static_cast<double>(aBytesASecond));
         if (lDue <= lRead) {
-            std::this_thread::sleep_for(milliseconds(20));
+            std::this_thread::sleep_for(test::kInterval);
             continue;
         }
         const auto lMost = std::min(lChunk.size(), static_cast<std::size_t>(lDue - lRead));
@@ -870,9 +870,10 @@ TEST_F(Stress, BadInputToTheRedirectPortChangesNothing) {
     TcpPeer lPeer = connectWatcher();
     ASSERT_TRUE(lPeer.send("9\n"));
     ASSERT_TRUE(lPeer.send(randomBytes(1024U * 1024U)));
+    constexpr milliseconds kApart(5);  // mostly read one by one
     for (const char lByte : {'1', '2', '3'}) {
         ASSERT_TRUE(lPeer.send(std::string(1, lByte)));
-        std::this_thread::sleep_for(milliseconds(5));
+        std::this_thread::sleep_for(kApart);
     }
     EXPECT_TRUE(logUntilRead(lPeer, "still served"));
     const TcpPeer lHalfOpen = TcpPeer::connect(mRedirectPort);

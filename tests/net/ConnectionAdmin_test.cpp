@@ -25,6 +25,7 @@
 #include "support/TcpPeer.h"
 #include "support/cancellation.h"
 #include "support/inChild.h"
+#include "support/times.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -90,7 +91,7 @@ protected:
         int lLast = -1;
         ASSERT_TRUE(test::waitUntil([&] {
             const int lQueued = queued(aClient);
-            std::this_thread::sleep_for(milliseconds(50));
+            std::this_thread::sleep_for(test::kAWhile);
             return lQueued > 0 && lQueued == std::exchange(lLast, lQueued);
         }));
     }
@@ -419,11 +420,13 @@ TEST_F(ConnectionAdminPort, EndsAClientThatTakesNothing) {
 TEST_F(ConnectionAdminPort, KeepsAClientThatIsOnlySlow) {
     const TcpPeer lSlow = connectClientWithSmallWindow();
     std::thread lSender = startStalledSend();
-    const auto lEnd = steady_clock::now() + std::chrono::seconds(15);
+    // Ten kilobytes a second, for longer than a client that takes nothing is kept.
+    constexpr milliseconds kBetweenReads(100);
+    const auto lEnd = steady_clock::now() + milliseconds(ConnectionAdmin::kStalledClientMs) * 3 / 2;
     std::array<char, 1000> lChunk{};
     while (steady_clock::now() < lEnd) {
         ASSERT_LT(0, ::recv(lSlow.descriptor(), lChunk.data(), lChunk.size(), 0));
-        std::this_thread::sleep_for(milliseconds(100));
+        std::this_thread::sleep_for(kBetweenReads);
     }
     EXPECT_TRUE(mSending);
     ::shutdown(lSlow.descriptor(), SHUT_RDWR);

@@ -43,8 +43,7 @@ public:
     }
     bool waitForDeleted(std::size_t aCount) const {
         std::unique_lock<std::mutex> lLock(mMutex);
-        return mChanged.wait_for(lLock, std::chrono::seconds(60),
-                                 [&] { return mDeleted.size() >= aCount; });
+        return mChanged.wait_for(lLock, test::kLimit, [&] { return mDeleted.size() >= aCount; });
     }
 
 private:

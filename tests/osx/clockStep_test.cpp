@@ -17,8 +17,6 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr time_t kYear = 365 * 24 * 3600;
-/// What a timer may be early by, as the kernel's clock and the timer's round differently.
-constexpr milliseconds kRounding(1);
 
 /// The clock is set at the worst moment, while the loops wait, and stays as it is set.
 class StepOfTheClock : public testing::TestWithParam<time_t> {
@@ -51,7 +49,7 @@ TEST_P(StepOfTheClock, NeitherFiresNorStallsATimer) {
     const test::RunningReactor lLoop(2);
     step();
     EXPECT_TRUE(lSoon.waitFor(1));
-    EXPECT_GE(elapsedSince(lStart), kDelay - kRounding);
+    EXPECT_GE(elapsedSince(lStart), kDelay - test::kRounding);
     EXPECT_LT(elapsedSince(lStart), kDelay + test::kSlack);
     EXPECT_TRUE(lPeriods.waitFor(5));
     const int lCalls = lPeriods.value();
@@ -70,7 +68,7 @@ TEST_P(StepOfTheClock, LeavesTimersMadeAfterItAlone) {
     constexpr milliseconds kDelay(50);
     void* lTimer = osxCreateTimer(&test::count, &lSoon, kDelay.count(), 0);
     EXPECT_TRUE(lSoon.waitFor(1));
-    EXPECT_GE(elapsedSince(lStart), kDelay - kRounding);
+    EXPECT_GE(elapsedSince(lStart), kDelay - test::kRounding);
     EXPECT_LT(elapsedSince(lStart), kDelay + test::kSlack);
     osxDestroyTimer(lTimer);
 }

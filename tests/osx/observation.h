@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 
 #include "support/times.h"
 
@@ -42,6 +43,9 @@ inline void count(const void* aCounter) {
     const_cast<Counter*>(static_cast<const Counter*>(aCounter))->add();
 }
 
+/// What `osxDestroyTimer` waits for a callback at most.
+inline constexpr std::chrono::milliseconds kDestroyWaits{250};
+
 /// @return what the process has used of the processor so far.
 inline double processorSeconds() {
     rusage lUsage{};
@@ -50,6 +54,13 @@ inline double processorSeconds() {
         return static_cast<double>(aTime.tv_sec) + static_cast<double>(aTime.tv_usec) * 1e-6;
     };
     return lSeconds(lUsage.ru_utime) + lSeconds(lUsage.ru_stime);
+}
+
+/// Watches the process for a while. @return whether it leaves most of the processor alone.
+inline bool isIdle() {
+    const double lBefore = processorSeconds();
+    std::this_thread::sleep_for(kToMeasure);
+    return processorSeconds() - lBefore < std::chrono::duration<double>(kToMeasure).count() / 2;
 }
 
 }  // namespace test

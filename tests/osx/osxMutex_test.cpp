@@ -9,7 +9,6 @@
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/logMatchers.h"
-#include "support/times.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -47,16 +46,6 @@ unsigned int acquireElsewhere(Mutex& aMutex, osxWaitFlag_t aFlag, unsigned long 
         .get();
 }
 
-void expectWaitsForRelease(osxWaitFlag_t aFlag, unsigned long aTimeOutMs) {
-    Mutex lMutex;
-    ASSERT_EQ(OSX_OK, lMutex.acquire());
-    auto lWaiter =
-        std::async(std::launch::async, acquireElsewhere, std::ref(lMutex), aFlag, aTimeOutMs);
-    EXPECT_TRUE(test::isStillWaiting(lWaiter));
-    lMutex.release();
-    EXPECT_EQ(OSX_OK, lWaiter.get());
-}
-
 }  // namespace
 
 TEST(Mutex, IsFreeAtFirstAndAfterARelease) {
@@ -81,25 +70,6 @@ TEST(Mutex, HandleIsAnAceMutex) {
     osxDeleteMutex(lHandle);
 }
 
-TEST(Mutex, TimedAcquireOfAFreeOneSucceeds) {
-    Mutex lMutex;
-    for (const unsigned long lTimeOut : {0UL, 1UL, 500UL, 3600000UL, 0xFFFFFFFFUL}) {
-        EXPECT_EQ(OSX_OK, lMutex.acquire(OSX_WAIT_TIMED, lTimeOut));
-        lMutex.release();
-    }
-}
-
-TEST(Mutex, TimedAcquireOfAHeldOneFailsAtOnceWhateverTheTimeOut) {
-    Mutex lMutex;
-    ASSERT_EQ(OSX_OK, lMutex.acquire());
-    const auto lBegin = std::chrono::steady_clock::now();
-    for (const unsigned long lTimeOut : {0UL, 1UL, 500UL, 3600000UL, 0xFFFFFFFEUL}) {
-        EXPECT_EQ(OSX_ERR_TIMEOUT, acquireElsewhere(lMutex, OSX_WAIT_TIMED, lTimeOut));
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - lBegin, std::chrono::minutes(1));
-    lMutex.release();
-}
-
 TEST(Mutex, TimedAcquireByItsHolderFails) {
     Mutex lMutex;
     ASSERT_EQ(OSX_OK, lMutex.acquire());
@@ -113,15 +83,6 @@ TEST(Mutex, AnyFlagButZeroIsTimed) {
     const int lOther = 3;
     EXPECT_EQ(OSX_ERR_TIMEOUT, lMutex.acquire(static_cast<osxWaitFlag_t>(lOther), 500));
     lMutex.release();
-}
-
-TEST(Mutex, AcquireWithoutLimitWaitsForTheRelease) {
-    expectWaitsForRelease(OSX_WAIT_INFINITE, 1);
-}
-
-TEST(Mutex, TimedAcquireWithoutLimitWaitsForTheRelease) {
-    expectWaitsForRelease(OSX_WAIT_TIMED, OSX_INFINITE_TIMEOUT);
-    expectWaitsForRelease(OSX_WAIT_TIMED, ~0UL);
 }
 
 TEST(Mutex, OtherFailuresHaveACodeOfTheirOwn) {

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <climits>
 #include <csignal>
-#include <future>
 #include <string>
 #include <thread>
 
@@ -15,7 +14,6 @@
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/cancellation.h"
-#include "support/times.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -50,15 +48,6 @@ void fillNameTable() {
     }
 }
 
-void expectWaitsForRelease(osxWaitFlag_t aFlag, unsigned long aTimeOutMs) {
-    Semaphore lSemaphore(0);
-    auto lWaiter =
-        std::async(std::launch::async, [&] { return lSemaphore.acquire(aFlag, aTimeOutMs); });
-    EXPECT_TRUE(test::isStillWaiting(lWaiter));
-    lSemaphore.release();
-    EXPECT_EQ(OSX_OK, lWaiter.get());
-}
-
 /// While one lives, SIGUSR1 interrupts what waits.
 class InterruptingSignal {
 public:
@@ -90,29 +79,6 @@ TEST(Semaphore, HandleIsAnAceSemaphore) {
     Semaphore lSemaphore(0);
     static_cast<ACE_Semaphore*>(lSemaphore.handle())->release();
     EXPECT_EQ(OSX_OK, lSemaphore.tryAcquire());
-}
-
-TEST(Semaphore, TimedAcquireFailsAtOnceWhateverTheTimeOut) {
-    Semaphore lSemaphore(0);
-    const auto lBegin = std::chrono::steady_clock::now();
-    for (const unsigned long lTimeOut : {0UL, 1UL, 500UL, 3600000UL, 0xFFFFFFFEUL}) {
-        EXPECT_EQ(OSX_ERR_TIMEOUT, lSemaphore.acquire(OSX_WAIT_TIMED, lTimeOut));
-        EXPECT_EQ(ETIME, errno);
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - lBegin, std::chrono::minutes(1));
-}
-
-TEST(Semaphore, TimedAcquireOfAPositiveCountSucceeds) {
-    Semaphore lSemaphore(5);
-    for (const unsigned long lTimeOut : {0UL, 1UL, 500UL, 3600000UL, 0xFFFFFFFFUL}) {
-        EXPECT_EQ(OSX_OK, lSemaphore.acquire(OSX_WAIT_TIMED, lTimeOut));
-    }
-}
-
-TEST(Semaphore, AcquireWithoutLimitWaitsForARelease) {
-    expectWaitsForRelease(OSX_WAIT_INFINITE, 1);
-    expectWaitsForRelease(OSX_WAIT_TIMED, OSX_INFINITE_TIMEOUT);
-    expectWaitsForRelease(OSX_WAIT_TIMED, ~0UL);
 }
 
 TEST(Semaphore, AWaitThatASignalInterruptsHasACodeOfItsOwn) {

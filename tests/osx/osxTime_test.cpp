@@ -163,6 +163,7 @@ TEST(Sleep, MayLastHoursAndWeeks) {
 
 TEST(Sleep, ReallySleeps) {
     const auto lBegin = std::chrono::steady_clock::now();
-    osxSleep(20);
-    EXPECT_GE(std::chrono::steady_clock::now() - lBegin, std::chrono::milliseconds(20));
+    constexpr std::chrono::milliseconds kSleep(20);
+    osxSleep(kSleep.count());
+    EXPECT_GE(std::chrono::steady_clock::now() - lBegin, kSleep);
 }

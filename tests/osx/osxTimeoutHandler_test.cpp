@@ -44,11 +44,12 @@ TEST(Timer, FiresOnceAfterItsDelayWithItsArgument) {
     const test::RunningReactor lLoop;
     test::Counter lCounter;
     const auto lStart = Clock::now();
-    void* lTimer = osxCreateTimer(&test::count, &lCounter, 100, 0);
+    constexpr milliseconds kDelay(100);
+    void* lTimer = osxCreateTimer(&test::count, &lCounter, kDelay.count(), 0);
     ASSERT_NE(nullptr, lTimer);
     EXPECT_TRUE(lCounter.waitFor(1));
-    EXPECT_GE(elapsedSince(lStart), milliseconds(99));
-    EXPECT_FALSE(lCounter.waitFor(2, milliseconds(250)));
+    EXPECT_GE(elapsedSince(lStart), kDelay - test::kRounding);
+    EXPECT_FALSE(lCounter.waitFor(2, 2 * kDelay));
     osxDestroyTimer(lTimer);
 }
 
@@ -57,9 +58,10 @@ TEST(Timer, AnyIntervalRepeatsTheDelay) {
     for (const long lInterval : {1L, 3600000L, -1L}) {
         test::Counter lCounter;
         const auto lStart = Clock::now();
-        void* lTimer = osxCreateTimer(&test::count, &lCounter, 50, lInterval);
+        constexpr milliseconds kDelay(50);
+        void* lTimer = osxCreateTimer(&test::count, &lCounter, kDelay.count(), lInterval);
         EXPECT_TRUE(lCounter.waitFor(3)) << lInterval;
-        EXPECT_GE(elapsedSince(lStart), milliseconds(149)) << lInterval;
+        EXPECT_GE(elapsedSince(lStart), 3 * kDelay - test::kRounding) << lInterval;
         osxDestroyTimer(lTimer);
     }
 }
@@ -71,7 +73,7 @@ TEST(Timer, ADelayOfNothingFiresAtTheNextPassOnce) {
             test::Counter lCounter;
             void* lTimer = osxCreateTimer(&test::count, &lCounter, lDelay, lInterval);
             EXPECT_TRUE(lCounter.waitFor(1));
-            EXPECT_FALSE(lCounter.waitFor(2, milliseconds(30))) << lDelay << ' ' << lInterval;
+            EXPECT_FALSE(lCounter.waitFor(2, test::kAWhile)) << lDelay << ' ' << lInterval;
             osxDestroyTimer(lTimer);
         }
     }
@@ -82,7 +84,7 @@ TEST(Timer, LongDelaysDoNotOverflow) {
     for (const long lDelay : {3600000L, 2147484L, 4294968L, static_cast<long>(INT_MAX)}) {
         test::Counter lCounter;
         void* lTimer = osxCreateTimer(&test::count, &lCounter, lDelay, 0);
-        EXPECT_FALSE(lCounter.waitFor(1, milliseconds(50))) << lDelay;
+        EXPECT_FALSE(lCounter.waitFor(1, test::kAWhile)) << lDelay;
         EXPECT_EQ(1, osxCancelTimer(lTimer));
         osxDestroyTimer(lTimer);
     }
@@ -254,7 +256,7 @@ TEST(Timer, ACallbackMayDestroyItsOwnTimer) {
         SelfDestroying lSelf;
         createSelfDestroying(lSelf, lInterval);
         EXPECT_TRUE(lSelf.destroyed.waitFor(1));
-        EXPECT_FALSE(lSelf.destroyed.waitFor(2, milliseconds(30)));
+        EXPECT_FALSE(lSelf.destroyed.waitFor(2, test::kAWhile));
         EXPECT_EQ(nullptr, lSelf.timer);
     }
 }
@@ -286,7 +288,7 @@ TEST(Timer, NoCallbackBeginsAfterDestroy) {
         const auto lStart = Clock::now();
         osxDestroyTimer(lTimer);
         // A callback that began before may take longer than it is waited for, on a busy machine.
-        lData.back()->alive = Clock::now() - lStart >= milliseconds(250);
+        lData.back()->alive = Clock::now() - lStart >= test::kDestroyWaits;
     }
     EXPECT_EQ(0, Datum::gLateCalls);
 }
@@ -481,7 +483,7 @@ TEST(Timer, OnlyTheLow32BitsOfTheIntervalCount) {
     test::Counter lCounter;
     void* lTimer = osxCreateTimer(&test::count, &lCounter, 1, 1L << 32);
     EXPECT_TRUE(lCounter.waitFor(1));
-    EXPECT_FALSE(lCounter.waitFor(2, milliseconds(50)));
+    EXPECT_FALSE(lCounter.waitFor(2, test::kAWhile));
     osxDestroyTimer(lTimer);
 }
 #endif

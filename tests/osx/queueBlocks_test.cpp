@@ -18,6 +18,7 @@
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
 #include "support/cancellation.h"
+#include "support/times.h"
 
 using std::chrono::milliseconds;
 using test::AceQueue;
@@ -192,10 +193,11 @@ TEST(MessageQueueBlocks, AreWaitedForUntilADeadlineOfTheWallClock) {
     Queue lEmpty;
     ACE_Message_Block* lBlock = nullptr;
     const auto lBegin = std::chrono::steady_clock::now();
-    ACE_Time_Value lDeadline = inMilliseconds(100);
+    constexpr milliseconds kTime(100);
+    ACE_Time_Value lDeadline = inMilliseconds(kTime.count());
     EXPECT_EQ(-1, lEmpty.ace().dequeue_head(lBlock, &lDeadline));
     EXPECT_EQ(EWOULDBLOCK, errno);
-    EXPECT_GE(std::chrono::steady_clock::now() - lBegin, milliseconds(99));
+    EXPECT_GE(test::elapsedSince(lBegin), kTime - test::kRounding);
     EXPECT_EQ(-1, lEmpty.ace().peek_dequeue_head(lBlock, &lDeadline));
     EXPECT_EQ(EWOULDBLOCK, errno);
 
@@ -240,6 +242,7 @@ TEST(MessageQueueBlocks, ThatComeAsOneChainWakeEveryReceiver) {
 
 /// One of the two has the wake-up; if it is the one that only looks, the other still has to get it.
 TEST(MessageQueueBlocks, ThatAreOnlyLookedAtAreReceivedByOthersWhoWait) {
+    constexpr milliseconds kToBegin(2);  // mostly enough for a thread to wait, in many rounds
     Queue lQueue;
     for (int lRound = 0; lRound < 20; ++lRound) {
         auto lPeek = std::async(std::launch::async, [&] {
@@ -247,9 +250,9 @@ TEST(MessageQueueBlocks, ThatAreOnlyLookedAtAreReceivedByOthersWhoWait) {
             ACE_Time_Value lDeadline = inMilliseconds(500);
             return lQueue.ace().peek_dequeue_head(lBlock, &lDeadline);
         });
-        lPeek.wait_for(milliseconds(2));
+        lPeek.wait_for(kToBegin);
         auto lReceived = std::async(std::launch::async, [&] { return lQueue.receive(); });
-        lReceived.wait_for(milliseconds(2));
+        lReceived.wait_for(kToBegin);
         lQueue.send("x");
         EXPECT_EQ("x", lReceived.get().text);
         lPeek.get();

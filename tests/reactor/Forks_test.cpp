@@ -27,6 +27,7 @@
 #include "support/Port.h"
 #include "support/RunningReactor.h"
 #include "support/inChild.h"
+#include "support/times.h"
 #include "support/waitUntil.h"
 
 using test::Counter;
@@ -229,7 +230,7 @@ TEST(ForkedChild, DestroysTimersThoughAThreadWasWaitingForACallback) {
     for (int lRound = 0; lRound < kRounds; ++lRound) {
         LongTimer lTimer;
         std::thread lWaiter([&] { lTimer.abandon(); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        std::this_thread::sleep_for(test::kAWhile);  // until it waits
         const bool lRight = test::inChild([] {
             test::RunningReactor::reactor().startReactor();
             for (int lOne = 0; lOne < 20; ++lOne) {
@@ -335,7 +336,7 @@ Counter& forks() {
 void waitForFork(const Counter& aInside, int aFormer) {
     EXPECT_TRUE(aInside.waitFor(1));
     EXPECT_TRUE(forks().waitFor(aFormer + 1));
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    std::this_thread::sleep_for(4 * test::kAWhile);  // locks, one after the other
 }
 
 /// Forks while another thread is inside something. That one lives on until the fork is over: a

@@ -37,6 +37,7 @@
 #include "support/cancellation.h"
 #include "support/inChild.h"
 #include "support/serving.h"
+#include "support/times.h"
 #include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
@@ -103,7 +104,7 @@ TEST(Loop, EndsForEveryThreadOfTheApplication) {
         osxStopReactor();
         bool lAll = true;
         for (std::future<int>& lThread : lThreads) {
-            lAll = lAll && lThread.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+            lAll = lAll && lThread.wait_for(test::kSlack) == std::future_status::ready;
         }
         EXPECT_TRUE(lAll) << lRound;
         if (!lAll) {
@@ -294,7 +295,7 @@ TEST_P(IdleProcess, WakesNoThreadMoreThanItsSlicesNeed) {
         EXPECT_EQ(4U, lOwn.size());
         const auto lStart = std::chrono::steady_clock::now();
         const std::map<std::string, long> lBefore = sleepsOf(lOwn);
-        std::this_thread::sleep_for(std::chrono::seconds(3));
+        std::this_thread::sleep_for(12 * test::kLoopSlice);
         const std::map<std::string, long> lAfter = sleepsOf(lOwn);
         const auto lSeconds = std::chrono::duration_cast<std::chrono::seconds>(
             std::chrono::steady_clock::now() - lStart);

@@ -108,7 +108,7 @@ public:
     void destroy() {
         const auto lStart = std::chrono::steady_clock::now();
         osxDestroyTimer(mTimer);
-        mIsGone = std::chrono::steady_clock::now() - lStart < std::chrono::milliseconds(250);
+        mIsGone = std::chrono::steady_clock::now() - lStart < test::kDestroyWaits;
     }
     bool calledTooLate() const { return mCalledTooLate; }
 

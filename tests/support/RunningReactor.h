@@ -3,10 +3,15 @@
 #ifndef OSX_TESTS_SUPPORT_RUNNINGREACTOR_H
 #define OSX_TESTS_SUPPORT_RUNNINGREACTOR_H
 
+#include <chrono>
+
 #include "ace/Reactor.h"
 #include "osx/OSX_Reactor.h"
 
 namespace test {
+
+/// How often a loop thread looks whether it is to end.
+inline constexpr std::chrono::milliseconds kLoopSlice{250};
 
 class RunningReactor {
 public:

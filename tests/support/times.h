@@ -27,6 +27,12 @@ inline constexpr std::chrono::milliseconds kForAllThatIsReady{20};
 /// Something that takes its time, so that what runs beside it comes in the middle.
 inline constexpr std::chrono::milliseconds kInterval{20};
 
+/// A wait by one clock may seem that much shorter by another one.
+inline constexpr std::chrono::milliseconds kRounding{1};
+
+/// Long enough to see whether a thread that has nothing to do goes round and round.
+inline constexpr std::chrono::milliseconds kToMeasure{500};
+
 inline std::chrono::milliseconds elapsedSince(std::chrono::steady_clock::time_point aStart) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
                                                                  aStart);
