@@ -193,7 +193,8 @@ void LoopReactor::closeQueue(ACE_Timer_Queue& aQueue) {
 /// that one, which sees it and asks again.
 void LoopReactor::setAlarmOfOtherQueue() {
     const NoCancellation lGuard;
-    unsigned int lAsked = ++mAlarmsAsked;
+    ++mAlarmsAsked;
+    unsigned int lAsked = 0;
     do {
         if (!mAlarm.tryLock()) {
             return;
