@@ -63,17 +63,6 @@ public:
         write(*this, LM_DEBUG, kTrace, textLength(aArguments...), aFormat, argument(aArguments)...);
     }
 
-    /// The null test of a handle.
-    /// @return the object behind the handle; null, after a failure line, for a null handle.
-    template <class T, class... Arguments>
-    T* object(void* aHandle, ACE_Log_Priority aPriority, const char* aFormat,
-              Arguments... aArguments) const {
-        if (aHandle == nullptr) {
-            failure(aPriority, aFormat, aArguments...);
-        }
-        return static_cast<T*>(aHandle);
-    }
-
 private:
     static constexpr int kFailure = -1;
     static constexpr int kTrace = 0;

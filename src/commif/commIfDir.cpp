@@ -84,15 +84,18 @@ int commIfDirOpen(char* aDirectory, char* aFirstName, void** aHandle) {
 }
 
 int commIfDirEntryGet(void* aHandle, char* aName) {
-    auto* lDirent =
-        DiagnosticLine(kChannelModule)
-            .object<Directory>(aHandle, LM_DEBUG, "%t commIfDirEntryGet: lDirent == 0 \n");
-    return lDirent == nullptr ? COMMIF_ERR_FILE_IO : nextName(*lDirent, aName);
+    if (aHandle == nullptr) {
+        DiagnosticLine(kChannelModule).failure(LM_DEBUG, "%t commIfDirEntryGet: lDirent == 0 \n");
+        return COMMIF_ERR_FILE_IO;
+    }
+    return nextName(*static_cast<Directory*>(aHandle), aName);
 }
 
 void commIfDirClose(void* aHandle) {
-    delete DiagnosticLine(kChannelModule)
-        .object<Directory>(aHandle, LM_DEBUG, "%t commIfDirClose: lDirent == 0 \n");
+    if (aHandle == nullptr) {
+        DiagnosticLine(kChannelModule).failure(LM_DEBUG, "%t commIfDirClose: lDirent == 0 \n");
+    }
+    delete static_cast<Directory*>(aHandle);
 }
 
 int commIfDirDefaultSet(const char* aDirectory) {

@@ -177,7 +177,7 @@ private:
     /// Loop threads that wait in the poll, or are about to: whoever leaves work looks whether there
     /// is one to wake.
     std::atomic<int> mSleepers;
-    /// Loop threads in `attempt`: one that is alone there takes many events at once.
+    /// Loop threads in `attempt`, which share the events that can be taken at once.
     std::atomic<int> mInside;
     /// The forks that lie between this reactor's making and this process. Written in a child only,
     /// while it has one thread.

@@ -1,13 +1,13 @@
 // What the loop does at each event. All of it is compiled for speed; what happens seldom is in the
 // other sources of the class.
 //
-// Each loop thread waits in the poll for itself, and serves what it is told. One that is alone
-// takes many events at once, and leaves those that it has not come to in `ReadyQueue`, where others
-// find them. Nobody is woken for an event that the kernel tells; whoever leaves something behind
+// Each loop thread waits in the poll for itself, and serves what it is told. It takes several events
+// at once, and leaves those that it has not come to in `ReadyQueue`, where others find them. Nobody is woken for an event that the kernel tells; whoever leaves something behind
 // wakes a sleeper, which does the same.
 #include <sys/epoll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -174,11 +174,11 @@ bool LoopReactor::serveReady(Waited& aWaited) {
 /// A thread that is about to sleep counts itself first, and then looks for work. One that leaves
 /// work leaves it first, and then looks for sleepers: so one of the two sees the other.
 int LoopReactor::wait(epoll_event* aEvents, int aLimitMs) {
-    const bool lIsAlone = mInside.load(std::memory_order_relaxed) == 1 && !mSet.wantsFreshLook();
+    const int lThreads = std::max(1, mInside.load(std::memory_order_relaxed));
+    const int lShare = mSet.wantsFreshLook() ? 1 : std::max(1, ReadyQueue::kSize / lThreads);
     const CountedIn lSleeper(mSleepers);
     const bool lMaySleep = mReady.empty() && !mEnded;
-    return ::epoll_wait(mSet.descriptor(), aEvents, lIsAlone ? ReadyQueue::kSize : 1,
-                        lMaySleep ? aLimitMs : 0);
+    return ::epoll_wait(mSet.descriptor(), aEvents, lShare, lMaySleep ? aLimitMs : 0);
 }
 
 /// A timer goes first. The other events are left in `mReady`, where other threads find them while

@@ -13,8 +13,8 @@
 
 namespace osx {
 
-/// A thread that is alone in the loop takes many events at once. They stand here, so that a thread
-/// that comes later serves them if the first one is held up in a callback.
+/// A thread takes several events at once. They stand here, so that another thread serves them if
+/// the first one is held up in a callback.
 class ReadyQueue {
 public:
     static constexpr int kSize = 64;

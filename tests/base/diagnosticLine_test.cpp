@@ -120,15 +120,6 @@ TEST(DiagnosticLine, LeavesATextOfAThousandCharactersAsItIs) {
     EXPECT_THAT(lLog.texts(), ElementsAre("%t [" + lText + "] [" + lText + "] [" + lText + "]\n"));
 }
 
-TEST(DiagnosticLine, NullTestWritesOnlyForNull) {
-    const test::LogCapture lLog;
-    int lThing = 3;
-    EXPECT_EQ(&lThing, DiagnosticLine(kModule).object<int>(&lThing, LM_DEBUG, "%t null\n"));
-    EXPECT_THAT(lLog.lines(), IsEmpty());
-    EXPECT_EQ(nullptr, DiagnosticLine(kModule).object<int>(nullptr, LM_DEBUG, "%t null [%d]\n", 1));
-    EXPECT_THAT(lLog.texts(), ElementsAre("%t null [1]\n"));
-}
-
 namespace {
 void writeOnce() {
     DiagnosticLine(kModule).failure(LM_ERROR, "%t x\n");
@@ -141,8 +132,6 @@ TEST(DiagnosticLine, AThreadMayBeCancelledWhereItIsWritten) {
     EXPECT_TRUE(test::isCancelledIn([] { writeOnce(); }));
     EXPECT_TRUE(test::isCancelledIn([] { DiagnosticLine(kModule).trace(9, "%t x\n"); }));
     EXPECT_TRUE(test::isCancelledIn([] { DiagnosticLine(kModule).notice("x\n"); }));
-    EXPECT_TRUE(test::isCancelledIn(
-        [] { DiagnosticLine(kModule).object<int>(nullptr, LM_ERROR, "%t x\n"); }));
     EXPECT_TRUE(test::isCancelledIn([] { osx::reportFailedAssertion("false", kModule); }));
     writeOnce();  // as the others' lock is free
 }
