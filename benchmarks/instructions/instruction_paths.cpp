@@ -8,6 +8,7 @@
 // them.
 #include <arpa/inet.h>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -395,12 +397,15 @@ const Path* find(const Path (&aPaths)[kNumber], const std::string& aName) {
 }  // namespace
 
 /// Stands before the C library's for the whole process: the kernel's files differ at each reading.
-extern "C" __attribute__((visibility("default"))) FILE* fopen(const char* aPath,
-                                                              const char* aMode) {
+extern "C" __attribute__((visibility("default"))) int open(const char* aPath, int aFlags, ...) {
     static const auto gNext =
-        reinterpret_cast<FILE* (*)(const char*, const char*)>(::dlsym(RTLD_NEXT, "fopen"));
+        reinterpret_cast<int (*)(const char*, int, ...)>(::dlsym(RTLD_NEXT, "open64"));
+    va_list lArguments;
+    va_start(lArguments, aFlags);
+    const mode_t lMode = (aFlags & O_CREAT) != 0 ? va_arg(lArguments, mode_t) : 0;
+    va_end(lArguments);
     const bool lOfKernel = std::string_view(aPath).substr(0, kProcessFiles.size()) == kProcessFiles;
-    return gNext(lOfKernel ? aPath + kProcessFiles.size() : aPath, aMode);
+    return gNext(lOfKernel ? aPath + kProcessFiles.size() : aPath, aFlags, lMode);
 }
 
 int main(int aCount, char** aArguments) {
