@@ -11,7 +11,9 @@ namespace osx {
 constexpr char kOsxModule[] = "osxACE.cpp";
 /// Message queues.
 constexpr char kQueueModule[] = "osxMsgACE.cpp";
-/// What the `commIf` calls share, and files, directories, serial ports, queues and sockets.
+/// The `commIf` calls that take any descriptor.
+constexpr char kCommIfModule[] = "commifApi.cpp";
+/// What the channels share, and files, directories, serial ports, queues and sockets.
 constexpr char kChannelModule[] = "CommIfACE.cpp";
 /// The console.
 constexpr char kVgaModule[] = "commIfVgaACE.cpp";

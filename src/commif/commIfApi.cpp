@@ -8,15 +8,13 @@
 #include <utility>
 
 #include "base/diagnosticLine.h"
+#include "base/moduleNames.h"
 #include "commif/channels.h"
 #include "commif/formatText.h"
 
 commIfDesc_t commIfDesc[COMMIF_MAX_DESC];
 
 namespace {
-
-/// What the lines report: readers of logs know this name.
-constexpr char kModule[] = "commifApi.cpp";
 
 /// The operations of one device type.
 struct Channel {
@@ -29,7 +27,7 @@ struct Channel {
 };
 
 int ioctlOfNet(int aDesc, unsigned long aCmd, void*) {
-    osx::DiagnosticLine(kModule).failure(
+    osx::DiagnosticLine(osx::kCommIfModule).failure(
         LM_DEBUG,
         "%t commIfIoctl: Not implemented! commIfDesc[desc].info.devType = eNET desc[%d] "
         "cmd[%d] \n",
@@ -160,7 +158,7 @@ int commIfOpen(int* aDesc, commIfDevParams_t* aParams, const char* aQueueName) {
     *aDesc = -1;
     const unsigned int lDevType = aParams == nullptr ? 0 : aParams->devType;
     if (osx::isTraced(3)) {
-        osx::DiagnosticLine(kModule).trace(
+        osx::DiagnosticLine(osx::kCommIfModule).trace(
             3, "%t commIfOpen params->devType[%d] qname[%s] getNrOfActiveDescriptors [%d]\n",
             lDevType, aQueueName, countTaken());
     }
