@@ -27,11 +27,11 @@ struct Channel {
 };
 
 int ioctlOfNet(int aDesc, unsigned long aCmd, void*) {
-    osx::DiagnosticLine(osx::kCommIfModule).failure(
-        LM_DEBUG,
-        "%t commIfIoctl: Not implemented! commIfDesc[desc].info.devType = eNET desc[%d] "
-        "cmd[%d] \n",
-        aDesc, aCmd);
+    osx::DiagnosticLine(osx::kCommIfModule)
+        .failure(LM_DEBUG,
+                 "%t commIfIoctl: Not implemented! commIfDesc[desc].info.devType = eNET desc[%d] "
+                 "cmd[%d] \n",
+                 aDesc, aCmd);
     return COMMIF_ERR_NOT_IMPLEMENTED;
 }
 
@@ -158,9 +158,9 @@ int commIfOpen(int* aDesc, commIfDevParams_t* aParams, const char* aQueueName) {
     *aDesc = -1;
     const unsigned int lDevType = aParams == nullptr ? 0 : aParams->devType;
     if (osx::isTraced(3)) {
-        osx::DiagnosticLine(osx::kCommIfModule).trace(
-            3, "%t commIfOpen params->devType[%d] qname[%s] getNrOfActiveDescriptors [%d]\n",
-            lDevType, aQueueName, countTaken());
+        osx::DiagnosticLine(osx::kCommIfModule)
+            .trace(3, "%t commIfOpen params->devType[%d] qname[%s] getNrOfActiveDescriptors [%d]\n",
+                   lDevType, aQueueName, countTaken());
     }
     Claim lClaim;
     if (lClaim.desc() < 0) {
