@@ -106,8 +106,8 @@ int osxComPort::recv_n(void* aBuffer, unsigned int aLength, const ACE_Time_Value
         case osx::ReadEnd::kTimedOut:
             errno = ETIME;
             return COMMIF_ERR_TIMEOUT;
-        case osx::ReadEnd::kFailed:
-            return -1;
+        case osx::ReadEnd::kFailed:  // a driver may have a time-out of its own
+            return errno == ETIME ? COMMIF_ERR_TIMEOUT : -1;
         default:
             return COMMIF_OK;
     }

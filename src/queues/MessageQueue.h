@@ -10,6 +10,7 @@
 #include "ace/Message_Block.h"
 #include "ace/Message_Queue_T.h"
 #include "ace/Synch_Traits.h"
+#include "base/NoCancellation.h"
 #include "base/threadAnnotations.h"
 #include "queues/MessageStore.h"
 #include "queues/QueueMutex.h"
@@ -51,10 +52,12 @@ public:
 private:
     using Base = ACE_Message_Queue<ACE_MT_SYNCH>;
 
-    /// For objects that ACE frees by a function of their own.
+    /// For objects that ACE frees by a function of their own, which may come to locks and
+    /// allocators of the application's. A destructor calls it, so a cancellation has to wait.
     struct Release {
         template <class T>
         void operator()(T* aObject) const {
+            const NoCancellation lGuard;
             aObject->release();
         }
     };
