@@ -1,3 +1,4 @@
+// Moves descriptors off the numbers 0 to 2, and holds these numbers for a while.
 #include "base/standardDescriptors.h"
 
 #include <fcntl.h>

@@ -1,6 +1,6 @@
-// A log must not fail its program: whatever becomes of the file, the stream stays good, and what
-// could not be written is counted instead. Log rotation is noticed without its help: once a second
-// the name is compared with the file that is open.
+// The stream buffer of the log file. A log must not fail its program: whatever becomes of the file,
+// the stream stays good, and what could not be written is counted instead. Log rotation is noticed
+// without its help: once a second the name is compared with the file that is open.
 #include "logging/LogFileBuffer.h"
 
 #include <fcntl.h>
@@ -138,7 +138,7 @@ int LogFileBuffer::writeAll(const char* aText, std::size_t aLength) noexcept {
     return 0;
 }
 
-/// Begins a new line, should the last one have been written in part.
+/// Begins a new line first if the last line was cut off.
 /// @return 0, or the error of the write that failed; then the lines are still missing.
 int LogFileBuffer::tellMissing() noexcept {
     std::array<char, 200> lText{};

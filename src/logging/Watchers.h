@@ -31,11 +31,11 @@ struct ServingGrace {
 /// |------------|---------------------------------|---------------------------------------------|
 /// | not served | not `isServedHere`              | `begin`: served                             |
 /// | served     | `isServedHere`, not `mIsEnding` | `end`: ending; `abandon`: not served        |
-/// | ending     | `isServedHere` and `mIsEnding`  | each client has its lines: not served       |
+/// | ending     | `isServedHere` and `mIsEnding`  | each client is done, `abandon`: not served  |
 ///
-/// The serving thread holds the lock during a send. Whoever closes a connection removes its client
-/// first, under that lock. So no send goes to a descriptor that has become another's. A forked
-/// child has copies of the clients, but they are not served there until `begin`.
+/// The serving thread holds the lock during a send. A thread that closes a connection removes its
+/// client first, under that lock. So no send goes to a descriptor that has become another's. A
+/// forked child has copies of the clients, but they are not served there until `begin`.
 class Watchers {
 public:
     using Clock = Watcher::Clock;
@@ -63,7 +63,8 @@ public:
     /// Prepares `serve`: from now on clients are sent what is put into a ring.
     /// @return false if there are no descriptors for the waiting.
     bool begin(LineRing& aRing) OSX_EXCLUDES(mMutex);
-    /// Undoes `begin`, when there is no thread for `serve` after all.
+    /// Ends the serving: called last by `serve`, or instead of it when there is no thread for it
+    /// after all.
     void abandon() OSX_EXCLUDES(mMutex);
 
     /// Serves until the end. Writes a line when a connection fails.

@@ -137,6 +137,7 @@ void osxDataHandler::leaveReactor() {
 void osxDataHandler::announce() {
     std::array<char, 16> lHostAddr{};
     mPeer.get_host_addr(lHostAddr.data(), static_cast<int>(lHostAddr.size()));
+    // The name in it is another function's, and stays: programs that filter logs know the text.
     DiagnosticLine(kModule).trace(
         9,
         "%t osxListenHandler::osxListenHandler: host addr[%s] aNewConnectionFnc[0x%x] "

@@ -56,7 +56,7 @@ public:
     /// is closed, or given to another file.
     void check();
 
-    /// Has the next event told.
+    /// Re-arms the poll for its next event.
     void arm() const;
 
     /// To be called after an event for which ACE's `select` had nothing to serve, so that the loop

@@ -31,7 +31,7 @@ protected:
 
 private:
     /// Counted here and not by the base so that the order between the last use on one thread and
-    /// the destruction on another is visible to whoever analyses it. Any thread writes it.
+    /// the destruction on another is visible to tools that analyse it. Any thread writes it.
     std::atomic<Reference_Count> mReferences{1};
 };
 
