@@ -160,8 +160,8 @@ void LogFileBuffer::countMissing(const char* aText, std::size_t aLength, int aEr
     mMissing += static_cast<unsigned long>(lEnds) + (aText[aLength - 1] == '\n' ? 0 : 1);
 }
 
-/// Once a second: goes on in another file if there is one under the name, made by whoever rotates
-/// the logs, or none at all. What is no regular file is left alone.
+/// Once a second: goes on in another file if there is one under the name, or none at all, as after
+/// a rotation of the logs. What is no regular file is left alone.
 void LogFileBuffer::followName() noexcept {
     const std::time_t lNow = mName.empty() ? mLookedAt : seconds();
     if (std::exchange(mLookedAt, lNow) == lNow) {

@@ -167,7 +167,7 @@ void Watcher::keepRest(const char* aText, std::size_t aSize) {
     mRestSize = aSize;
 }
 
-/// Kernels before 5.4 do not tell the window, which then stays 0.
+/// Kernels before 5.4 do not report the window, which then stays 0.
 void Watcher::noteWindow() {
     tcp_info lInfo{};
     socklen_t lLength = sizeof lInfo;
@@ -185,7 +185,7 @@ Watcher::Clock::duration Watcher::look(LineRing::Number aEnd, Clock::time_point 
     mTaken = lTaken;
     mOwes = lOwed != 0 || isBehind(aEnd);
     noteWindow();
-    mMayTake = true;  // a kernel without memory does not tell of room; so it is tried again
+    mMayTake = true;  // a kernel without memory does not report room; so it is tried again
     return mOwes ? aNow - mProgress : Clock::duration::zero();
 }
 

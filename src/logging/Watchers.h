@@ -113,7 +113,7 @@ private:
     std::atomic<unsigned int> mGeneration;
     /// @name Made by the first `begin`, before anybody uses them, and kept
     /// @{
-    Descriptor mPoll;  ///< Tells the serving thread of room at clients, and of `mWake`.
+    Descriptor mPoll;  ///< Reports room at clients, and `mWake`, to the serving thread.
     Descriptor mWake;  ///< An eventfd.
     /// @}
     /// Set by `begin`, before the serving thread runs.
@@ -127,7 +127,7 @@ private:
     Clock::time_point mDeadline OSX_GUARDED_BY(mMutex);  ///< While ending: when the time is up.
     /// While ending: lines below this number are still sent.
     LineRing::Number mTarget OSX_GUARDED_BY(mMutex) = 0;
-    Condition mEnded;  ///< Told when `mIsServed` becomes false.
+    Condition mEnded;  ///< Woken when `mIsServed` becomes false.
 
     /// @name Of the serving thread
     /// @{

@@ -1,6 +1,6 @@
 /// @file
-/// An active object: runs requests one at a time on a thread of its own, so that whoever asks for
-/// something need not wait for it.
+/// An active object: runs requests one at a time on a thread of its own, so that a thread that asks
+/// for something need not wait for it.
 #ifndef OSX_OSX_ACTIVEOBJECT_H
 #define OSX_OSX_ACTIVEOBJECT_H
 

@@ -63,7 +63,7 @@ std::uint32_t AcePoll::eventsOf(unsigned int aWatched) {
            ((aWatched & kExcept) != 0 ? EPOLLPRI : 0U) | ((aWatched & kCalmed) != 0 ? EPOLLET : 0U);
 }
 
-/// A poll tells of an end and of errors whether one asks for them or not.
+/// A poll reports an end and errors whether one asks for them or not.
 bool AcePoll::wouldSelectTell(std::uint32_t aEvents, unsigned int aWatched) {
     return (aEvents & eventsOf(aWatched & kWanted)) != 0 ||
            ((aWatched & kRead) != 0 && (aEvents & kEnds) != 0) ||

@@ -1,10 +1,10 @@
 // What the loop does at each event. All of it is compiled for speed; what happens seldom is in the
 // other sources of the class.
 //
-// Each loop thread waits in the poll for itself, and serves what it is told. It takes several
+// Each loop thread waits in the poll for itself, and serves what that reports. It takes several
 // events at once, and leaves those that it has not come to in `ReadyQueue`, where others find them.
-// Nobody is woken for an event that the kernel tells; a thread that leaves something behind wakes a
-// sleeper, which does the same.
+// Nobody is woken for an event that the kernel reports; a thread that leaves something behind wakes
+// a sleeper, which does the same.
 #include <sys/epoll.h>
 #include <unistd.h>
 

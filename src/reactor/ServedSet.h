@@ -34,8 +34,8 @@ class Served;
 /// handler is taken out while it is being served, the serving thread gets the set's reference to
 /// it, and closes it if that was asked for.
 ///
-/// The kernel tells an event once. The work is done in portions; after some of them the thread asks
-/// the kernel to tell the event again, so that the others have their turn first.
+/// The kernel reports an event once. The work is done in portions; after some of them the thread
+/// asks the kernel to report the event again, so that the others have their turn first.
 class ServedSet {
 public:
     /// Descriptors from this one on cannot be held.
@@ -92,7 +92,7 @@ public:
     void suspendAll(bool aSuspend);
 
     /// @name The fork of the process
-    /// The child gets an event poll of its own, in which nothing is told until `enrolAll`: what it
+    /// The child gets an event poll of its own, which reports nothing until `enrolAll`: what it
     /// takes out does not go from its parent's.
     /// @{
     Mutex& mutex() OSX_RETURN_CAPABILITY(mMutex) { return mMutex; }
