@@ -1,5 +1,5 @@
 /// @file
-/// Doing something on the way out of a failure without hiding why it failed.
+/// Keeps `errno` unchanged during clean-up.
 #ifndef OSX_BASE_ERRNOKEEPER_H
 #define OSX_BASE_ERRNOKEEPER_H
 

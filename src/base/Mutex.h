@@ -69,8 +69,8 @@ private:
     bool mIsHeld = true;
 };
 
-/// `std::condition_variable`. Whoever waits may be woken without a cause, and looks again in a
-/// loop: clang sees there, and not in a predicate, that the lock is held.
+/// `std::condition_variable`. A thread that waits may be woken without a cause, and looks again in
+/// a loop: clang sees there, and not in a predicate, that the lock is held.
 class Condition {
 public:
     void wait(Mutex& aMutex) OSX_REQUIRES(aMutex) {

@@ -1,3 +1,4 @@
+// How a failed assertion is reported, and ends the process.
 #include "base/assertion.h"
 
 #include <unistd.h>
@@ -20,7 +21,7 @@ bool goesToStandardError() {
     return lLog != nullptr && (lLog->flags() & ACE_Log_Msg::STDERR) != 0;
 }
 
-/// Who starts the program is to see why it ended, wherever its lines go.
+/// Shows the cause on standard error, whatever the log destination.
 void tellOnStandardError(const char* aExpression, const char* aModule, int aLine) {
     std::array<char, 300> lText{};
     const int lLength = std::snprintf(lText.data(), lText.size(),

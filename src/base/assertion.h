@@ -11,9 +11,9 @@ namespace osx {
 void reportFailedAssertion(const char* aExpression, const char* aModule,
                            int aLine = __builtin_LINE());
 
-/// Writes the same line and aborts the process, whether or not LM_ERROR lines are shown, and
-/// though its thread be cancelled meanwhile. Where lines do not go to standard error, this one does
-/// all the same.
+/// Writes the same line and aborts the process, whether or not LM_ERROR lines are shown, and even
+/// if its thread is cancelled meanwhile. Where lines do not go to standard error, this one does all
+/// the same.
 [[noreturn]] void failAssertion(const char* aExpression, const char* aModule,
                                 int aLine = __builtin_LINE()) noexcept;
 

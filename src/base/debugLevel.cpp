@@ -1,3 +1,4 @@
+// The debug level, and the old symbol that reads it.
 #include "base/debugLevel.h"
 
 std::atomic<unsigned int> osx::gLogLevel{0};

@@ -63,6 +63,8 @@ void BoundedFormat::limitTexts(std::size_t aTextLength) noexcept {
     }
 }
 
+/// Formats of the library's lines have no flags, widths or precisions, so the letter follows the
+/// "%". A "%%" counts as another conversion, which only keeps more room free than is needed.
 void BoundedFormat::countConversions() noexcept {
     const char* lNext = mText;
     while ((lNext = std::strchr(lNext, '%')) != nullptr && *++lNext != '\0') {

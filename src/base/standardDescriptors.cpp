@@ -1,3 +1,4 @@
+// Moves descriptors off the numbers 0 to 2, and holds these numbers for a while.
 #include "base/standardDescriptors.h"
 
 #include <fcntl.h>
@@ -42,8 +43,8 @@ StandardDescriptorsTaken::~StandardDescriptorsTaken() {
     }
 }
 
-/// An unconnected socket refuses, without a signal, whoever reads from it or writes to it. Another
-/// thread may have taken the number meanwhile.
+/// An unconnected socket refuses reads and writes, without a signal. Another thread may have taken
+/// the number meanwhile.
 void StandardDescriptorsTaken::Placeholder::take() noexcept {
     Descriptor lSocket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     struct stat lStatus{};

@@ -1,7 +1,7 @@
 /// @file
-/// No descriptor that the library keeps is 0, 1 or 2: where the application has closed its standard
-/// input, output or error, one that took such a number would be written to as if it were that, with
-/// diagnostic lines that a peer or a file then gets. What is opened is moved at once.
+/// No descriptor that the library keeps is 0, 1 or 2, not even if the application has closed its
+/// standard input, output or error. Otherwise a socket or file could get number 2 and receive what
+/// is written to standard error. What is opened is moved at once.
 #ifndef OSX_BASE_STANDARDDESCRIPTORS_H
 #define OSX_BASE_STANDARDDESCRIPTORS_H
 
@@ -14,7 +14,7 @@ namespace osx {
 
 /// Moves a new descriptor that is one of 0 to 2 to another number, close-on-exec. No cancellation
 /// point.
-/// @return the descriptor; -1 with `errno` if it was -1 or could not be moved, being closed then.
+/// @return the descriptor; -1 with `errno` if it was -1 or could not be moved; it is then closed.
 [[nodiscard]] int aboveStandard(int aDescriptor) noexcept;
 
 /// Makes a descriptor that is none of 0 to 2.
@@ -26,9 +26,8 @@ Descriptor makeDescriptor(Make aMake) {
 }
 
 /// For what opens and keeps a descriptor that cannot be moved. While one lives, 0 to 2 are taken.
-/// That is felt by other threads of the application, and by a child that one of them forks: put it
-/// around as little as possible, never around something that waits. Keeps `errno`; no cancellation
-/// while it lives.
+/// Other threads notice this, and so does a child that one of them forks: put it around as little
+/// as possible, never around something that waits. Keeps `errno`; no cancellation while it lives.
 class StandardDescriptorsTaken {
 public:
     StandardDescriptorsTaken() noexcept;

@@ -24,6 +24,8 @@ namespace {
 constexpr unsigned long kFlush = 5;
 constexpr unsigned long kSetReadTimeout = 6;
 
+/// `osxMsgRecv` has one code for every failure, a time-out and a deactivated queue: for a channel
+/// both are a time-out. It returns no other code but OSX_OK.
 int toReadStatus(unsigned int aQueueStatus) {
     switch (aQueueStatus) {
         case OSX_OK:

@@ -8,7 +8,7 @@
 namespace osx {
 
 namespace {
-/// Closing looks at nothing but the kind. This stands for a channel of the kind that there is.
+/// Closing only checks the kind. The address of this object means "a TCP channel".
 char gKnownKind;
 }  // namespace
 

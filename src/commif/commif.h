@@ -32,7 +32,7 @@
 ///     leaves nothing open.
 ///  9. Visibility: what a thread did before `commIfMsgWrite`, a thread sees after the
 ///     `commIfMsgRead` that takes that message (the first happens before the second). Rely on
-///     nothing else for it: who hands a descriptor to another thread has to publish it.
+///     nothing else for it: a thread that hands a descriptor to another one has to publish it.
 #ifndef OSX_COMMIF_COMMIF_H
 #define OSX_COMMIF_COMMIF_H
 
@@ -530,7 +530,8 @@ OSX_EXPORT int commIfMsgOpen(int aDesc, commIfMsgParams_t* aParams, const char* 
 /// @param aCount what a longer message is cut to; the rest of it is lost.
 /// @param[out] aRetCount bytes put in `aBuf`; untouched if there was no message.
 /// @retval COMMIF_OK a message was taken.
-/// @retval COMMIF_ERR_TIMEOUT no message came in time, or the queue was deactivated through ACE.
+/// @retval COMMIF_ERR_TIMEOUT no message came in time, or the queue was deactivated through ACE, or
+///         pulsed while the call waited.
 /// @retval COMMIF_ERR_QUEUE_RECV `osxMsgRecv` failed otherwise, which it never does.
 OSX_EXPORT int commIfMsgRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                              unsigned long* aRetCount);
@@ -540,8 +541,8 @@ OSX_EXPORT int commIfMsgRead(int aDesc, unsigned char* aBuf, unsigned long aCoun
 /// @param aBuf `aCount` bytes, left as they are.
 /// @param aCount number of bytes; 0 makes an empty message.
 /// @param[out] aRetCount `aCount`, also when the message was lost: there is no memory for it
-/// (`errno`
-///        is ENOMEM), or no queue.
+///        (`errno` is ENOMEM), the queue was deactivated through ACE, or pulsed while the call
+///        waited (ESHUTDOWN), or there is no queue.
 /// @retval COMMIF_OK always.
 OSX_EXPORT int commIfMsgWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);

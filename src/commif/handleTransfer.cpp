@@ -1,10 +1,10 @@
 // Whole transfers on a device's handle.
 //
 // A read with a time-out may not block: between `poll` and `read` another thread may take the data.
-// So the handle is non-blocking while such a read goes on. That is a flag of the open device and so
-// meets everybody who uses it: writers, and readers without a time-out, of this handle and of its
-// duplicates. They have to tell the library's doing, for which they wait, from the application's
-// choice, which they report.
+// So the handle is non-blocking while such a read goes on. That is a flag of the open device, so it
+// affects every user of the device: writers, and readers without a time-out, of this handle and of
+// its duplicates. They have to distinguish a non-blocking state that the library made, for which
+// they wait, from one that the application chose, which they report.
 #include "commif/handleTransfer.h"
 
 #include <fcntl.h>
@@ -94,6 +94,8 @@ void unlockInParent() OSX_RELEASE(gMutex) {
     gMutex.unlock();
 }
 
+/// The handles stay non-blocking: the flag is of the open device, which the child shares with its
+/// parent. The parent's last read makes the device blocking again.
 void forgetInChild() OSX_RELEASE(gMutex) {
     NonBlockingRead::forgetAll();
     gMutex.unlock();

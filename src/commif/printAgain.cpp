@@ -48,7 +48,7 @@ private:
             mEnd = lAfter + 1;
         }
     }
-    /// A width or a precision.
+    /// A width or a precision: digits, or "*" for an argument, which may have a position ("*2$").
     void skipNumber() {
         if (*mEnd == '*') {
             ++mEnd;

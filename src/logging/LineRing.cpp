@@ -1,6 +1,7 @@
-// Two rings: one of bytes, with the texts, and one of entries, which say where each line's text is.
-// Texts follow one another in the memory in the order of their numbers, with one jump back to the
-// front. A new line therefore only ever overwrites the oldest ones.
+// The ring of the latest log lines. It is two rings: one of bytes, with the texts, and one of
+// entries, which say where each line's text is. Texts follow one another in the memory in the order
+// of their numbers, with one jump back to the front. A new line therefore only ever overwrites the
+// oldest ones.
 #include "logging/LineRing.h"
 
 #include <algorithm>

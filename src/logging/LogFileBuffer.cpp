@@ -1,6 +1,6 @@
-// A log must not fail its program: whatever becomes of the file, the stream stays good, and what
-// could not be written is counted instead. Log rotation is noticed without its help: once a second
-// the name is compared with the file that is open.
+// The stream buffer of the log file. A log must not fail its program: whatever becomes of the file,
+// the stream stays good, and what could not be written is counted instead. Log rotation is noticed
+// without its help: once a second the name is compared with the file that is open.
 #include "logging/LogFileBuffer.h"
 
 #include <fcntl.h>
@@ -138,7 +138,7 @@ int LogFileBuffer::writeAll(const char* aText, std::size_t aLength) noexcept {
     return 0;
 }
 
-/// Begins a new line, should the last one have been written in part.
+/// Begins a new line first if the last line was cut off.
 /// @return 0, or the error of the write that failed; then the lines are still missing.
 int LogFileBuffer::tellMissing() noexcept {
     std::array<char, 200> lText{};
@@ -160,8 +160,8 @@ void LogFileBuffer::countMissing(const char* aText, std::size_t aLength, int aEr
     mMissing += static_cast<unsigned long>(lEnds) + (aText[aLength - 1] == '\n' ? 0 : 1);
 }
 
-/// Once a second: goes on in another file if there is one under the name, made by whoever rotates
-/// the logs, or none at all. What is no regular file is left alone.
+/// Once a second: goes on in another file if there is one under the name, or none at all, as after
+/// a rotation of the logs. What is no regular file is left alone.
 void LogFileBuffer::followName() noexcept {
     const std::time_t lNow = mName.empty() ? mLookedAt : seconds();
     if (std::exchange(mLookedAt, lNow) == lNow) {

@@ -1,6 +1,6 @@
-// The set-up is a walk over the options, each with a function of its own, and then the network
-// part. ACE's flags and back ends are process-wide, but the output stream is the calling thread's
-// only; how other threads get the log file is LogFile's affair.
+// `LogInit` and the debug-level port. The set-up is a walk over the options, each with a function
+// of its own, and then the network part. ACE's flags and back ends are process-wide, but the output
+// stream is the calling thread's only; how other threads get the log file is LogFile's affair.
 #include "logging/Logging.h"
 
 #include <syslog.h>
@@ -150,7 +150,7 @@ constexpr std::array<osx::CommandLineOption, 7> kOptions{
 
 /// `open` without SYSLOG would silence a system log that an option has asked for, even though its
 /// flag stays set. With SYSLOG it sets LOGGER, though there may be no logging daemon, and does not
-/// switch STDERR on: both are put right.
+/// switch STDERR on: both flags are corrected below.
 void openNetworkBackend(ACE_Log_Msg& aLog) {
     unsigned long lFlags = ACE_Log_Msg::LOGGER | ACE_Log_Msg::CUSTOM;
     if (gStandardErrorWanted) {

@@ -1,7 +1,8 @@
-// ACE calls the back end under its log lock. So the thread that logs only copies the line into a
-// ring; the active object's thread runs one long request, `Watchers::serve`, which sends the lines.
-// The port and its connections are a ConnectionAdmin's, whose own sending is used only while that
-// thread does not run. See docs/redirect-service.md for the decisions.
+// The redirect service: back end, port and worker. ACE calls the back end under its log lock. So
+// the thread that logs only copies the line into a ring; the active object's thread runs one long
+// request, `Watchers::serve`, which sends the lines. The port and its connections are a
+// ConnectionAdmin's, whose own sending is used only while that thread does not run. See
+// docs/redirect-service.md for the decisions.
 #include "logging/RedirectService.h"
 
 #include <cstring>
@@ -49,7 +50,7 @@ osx::Mutex gGenerationMutex;
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
                                    osx::process::kKeepAcrossFork<gGenerationMutex>);
 
-/// @param aRequest null, for want of memory, is not inserted.
+/// @param aRequest null, as it is without memory, is not inserted.
 /// @return whether it was; then it is the active object's.
 bool insert(ActiveObject& aObject, std::unique_ptr<ACE_Method_Request> aRequest) {
     if (aRequest == nullptr || aObject.insert(aRequest.get()) == -1) {
@@ -159,7 +160,8 @@ void RedirectService::setPortNumber(long aPort) {
     mPortNumber = aPort;
 }
 
-/// Makes the service this process's own, if it comes from a parent. Call it before locking.
+/// Makes the service this process's own, if it comes from a parent. Call it before locking: it
+/// makes `mLifeMutex` anew, which a thread of the parent's may have held at the fork.
 void RedirectService::claimForProcess() {
     const osx::MutexLock lLock(gGenerationMutex);
     if (mGeneration != osx::process::generation()) {

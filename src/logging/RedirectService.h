@@ -178,7 +178,7 @@ private:
 class OSX_EXPORT SendMethodRequest : public ACE_Method_Request {
 public:
     /// Keeps a copy of a text.
-    /// @param aService who is to send; stays the caller's. Null for nobody.
+    /// @param aService the service that is to send; stays the caller's. Null for nobody.
     /// @param aText the text; null counts as empty.
     SendMethodRequest(RedirectService* aService, const char* aText);
     /// Sends nothing.

@@ -1,7 +1,7 @@
-// Whether a slow client is alive is told by its acknowledgements alone. TCP_USER_TIMEOUT would also
-// count the time in which a client reads but its kernel does not yet open the window. Kernels open
-// it in steps that depend on how the segments arrived; so lines go out in small segments of their
-// own.
+// One redirect client: sending, and noticing that it takes nothing. Whether a slow client is alive
+// is told by its acknowledgements alone. TCP_USER_TIMEOUT would also count the time in which a
+// client reads but its kernel does not yet open the window. Kernels open it in steps that depend on
+// how the segments arrived; so lines go out in small segments of their own.
 #include "logging/Watcher.h"
 
 #include <linux/sockios.h>
@@ -87,8 +87,8 @@ bool isFatal(int aError) {
 
 }  // namespace
 
-/// The port's connections have a TCP_USER_TIMEOUT, which would end slow readers. TCP_NODELAY, as
-/// lines are already sent together.
+/// `ConnectionAdmin` gave this connection a TCP_USER_TIMEOUT of an hour; here it is switched off,
+/// because it would end slow readers. TCP_NODELAY, as lines are already sent together.
 Watcher::Watcher(const void* aSocket, int aDescriptor)
     : mSocket(aSocket), mDescriptor(aDescriptor) {
     setOption(mDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, 0);
@@ -167,7 +167,7 @@ void Watcher::keepRest(const char* aText, std::size_t aSize) {
     mRestSize = aSize;
 }
 
-/// Kernels before 5.4 do not tell the window, which then stays 0.
+/// Kernels before 5.4 do not report the window, which then stays 0.
 void Watcher::noteWindow() {
     tcp_info lInfo{};
     socklen_t lLength = sizeof lInfo;
@@ -185,7 +185,7 @@ Watcher::Clock::duration Watcher::look(LineRing::Number aEnd, Clock::time_point 
     mTaken = lTaken;
     mOwes = lOwed != 0 || isBehind(aEnd);
     noteWindow();
-    mMayTake = true;  // a kernel without memory does not tell of room; so it is tried again
+    mMayTake = true;  // a kernel without memory does not report room; so it is tried again
     return mOwes ? aNow - mProgress : Clock::duration::zero();
 }
 

@@ -110,7 +110,7 @@ private:
     const void* const mSocket;
     const int mDescriptor;
     LineRing::Number mNext = 0;  ///< The next line that it needs from the ring.
-    bool mMayTake = true;        ///< The kernel took the last send whole, or has told of room.
+    bool mMayTake = true;        ///< The kernel took the last send whole, or has reported room.
     bool mOver = false;          ///< It is sent nothing more.
     bool mOwes = false;          ///< It has been sent something since the last look, or owed then.
     std::int64_t mSent = 0;      ///< How many bytes the kernel has taken.

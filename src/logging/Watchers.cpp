@@ -262,8 +262,8 @@ void Watchers::serve() {
     abandon();
 }
 
-/// Goes round all clients once. Whoever closes a connection waits for one send at most, so the lock
-/// is given up after each.
+/// Goes round all clients once. A thread that closes a connection waits for one send at most, so
+/// the lock is given up after each.
 Watchers::Round Watchers::turn() {
     Round lRound;
     if (lRound.mNow >= mNextLook) {

@@ -31,11 +31,11 @@ struct ServingGrace {
 /// |------------|---------------------------------|---------------------------------------------|
 /// | not served | not `isServedHere`              | `begin`: served                             |
 /// | served     | `isServedHere`, not `mIsEnding` | `end`: ending; `abandon`: not served        |
-/// | ending     | `isServedHere` and `mIsEnding`  | each client has its lines: not served       |
+/// | ending     | `isServedHere` and `mIsEnding`  | each client is done, `abandon`: not served  |
 ///
-/// The serving thread holds the lock during a send. Whoever closes a connection removes its client
-/// first, under that lock. So no send goes to a descriptor that has become another's. A forked
-/// child has copies of the clients, but they are not served there until `begin`.
+/// The serving thread holds the lock during a send. A thread that closes a connection removes its
+/// client first, under that lock. So no send goes to a descriptor that has become another's. A
+/// forked child has copies of the clients, but they are not served there until `begin`.
 class Watchers {
 public:
     using Clock = Watcher::Clock;
@@ -63,7 +63,8 @@ public:
     /// Prepares `serve`: from now on clients are sent what is put into a ring.
     /// @return false if there are no descriptors for the waiting.
     bool begin(LineRing& aRing) OSX_EXCLUDES(mMutex);
-    /// Undoes `begin`, when there is no thread for `serve` after all.
+    /// Ends the serving: called last by `serve`, or instead of it when there is no thread for it
+    /// after all.
     void abandon() OSX_EXCLUDES(mMutex);
 
     /// Serves until the end. Writes a line when a connection fails.
@@ -112,7 +113,7 @@ private:
     std::atomic<unsigned int> mGeneration;
     /// @name Made by the first `begin`, before anybody uses them, and kept
     /// @{
-    Descriptor mPoll;  ///< Tells the serving thread of room at clients, and of `mWake`.
+    Descriptor mPoll;  ///< Reports room at clients, and `mWake`, to the serving thread.
     Descriptor mWake;  ///< An eventfd.
     /// @}
     /// Set by `begin`, before the serving thread runs.
@@ -126,7 +127,7 @@ private:
     Clock::time_point mDeadline OSX_GUARDED_BY(mMutex);  ///< While ending: when the time is up.
     /// While ending: lines below this number are still sent.
     LineRing::Number mTarget OSX_GUARDED_BY(mMutex) = 0;
-    Condition mEnded;  ///< Told when `mIsServed` becomes false.
+    Condition mEnded;  ///< Woken when `mIsServed` becomes false.
 
     /// @name Of the serving thread
     /// @{

@@ -1,4 +1,5 @@
-// The walk over the arguments and their moving to the front are ACE_Arg_Shifter's.
+// Takes options out of a command line. The walk over the arguments and their moving to the front
+// are ACE_Arg_Shifter's.
 #include "logging/commandLine.h"
 
 #include <strings.h>

@@ -203,8 +203,9 @@ void ConnectionAdmin::setClientFncs(ClientFnc aNewClientFnc, ClientFnc aClosedCl
 
 // --- port -------------------------------------------------------------------------------------
 
-/// Prepares to open a port. If the object has that port open already, be it from before a fork, it
-/// stays: bound anew, it would be found in use. If it has another one, that is closed.
+/// Prepares to open a port. If the object has that port open already, even if it was opened before
+/// a fork, it stays: bound anew, it would be found in use. If it has another one, that is closed;
+/// its clients stay, but a child forgets those that it has from its parent.
 /// @return whether there is nothing left to open.
 bool ConnectionAdmin::keepsPort(long aPort) {
     const bool lIsForked = mGeneration != osx::process::generation();

@@ -186,6 +186,8 @@ bool ActiveObject::requestStop() {
     return true;
 }
 
+/// The object's own thread only asks: it cannot wait for itself. Other threads wait for its end,
+/// and then open the queue again, which a stop without memory may have closed.
 void ActiveObject::stop() {
     if (osx::RunningHere::isCaller(this)) {
         requestStop();

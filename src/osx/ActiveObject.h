@@ -1,6 +1,6 @@
 /// @file
-/// An active object: runs requests one at a time on a thread of its own, so that whoever asks for
-/// something need not wait for it.
+/// An active object: runs requests one at a time on a thread of its own, so that a thread that asks
+/// for something need not wait for it.
 #ifndef OSX_OSX_ACTIVEOBJECT_H
 #define OSX_OSX_ACTIVEOBJECT_H
 
@@ -21,8 +21,8 @@ class StopRequest;
 ///
 /// Requests run on the object's own thread, never two at once: by priority, higher first, and in
 /// the order of arrival among equals. The queue has no bound. What a thread did before `insert`,
-/// the request sees when it runs; what a request did, whoever has returned from a `stop()` that
-/// waited sees.
+/// the request sees when it runs. A thread that has returned from a `stop()` that waited sees what
+/// the requests did.
 ///
 /// Any thread may call any operation at any time, but the destructor. The conventions of
 /// `osx/osx.h` hold here, too.

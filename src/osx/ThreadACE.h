@@ -14,8 +14,8 @@
 #include "threads/ThreadJoiner.h"
 
 /// What a task handle of `osxBeginTask` points at. `activate(THR_NEW_LWP)` starts the thread, and
-/// once that has ended another one. What the function wrote, whoever has returned from `join()`
-/// sees. The conventions of `osx/osx.h` hold here, too.
+/// once that has ended another one. After `join()` the caller sees what the function wrote. The
+/// conventions of `osx/osx.h` hold here, too.
 class OSX_EXPORT ThreadACE : public ACE_Task<ACE_MT_SYNCH> {
 public:
     /// Notes what to run; starts nothing.

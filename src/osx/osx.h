@@ -52,7 +52,8 @@
 class ACE_Recursive_Thread_Mutex;
 
 /// @name Status codes
-/// The values are part of the interface; the gaps are not filled by anything.
+/// The values are part of the interface. Numbers in between are reserved; a new code goes above the
+/// highest.
 /// @{
 constexpr unsigned int OSX_OK = 0;                     ///< Success.
 constexpr unsigned int OSX_ERR_CREATE_FAILED = 20001;  ///< The lock could not be allocated.
@@ -290,8 +291,7 @@ OSX_EXPORT void osxDestroyTimer(void*& aHandle);
 
 /// Creates an empty queue and enters it in the name table.
 /// @param aSize capacity in bytes: a send waits while the queue holds this much or more, so that
-/// the
-///        last message may exceed it. With 0 every send waits for ever.
+///        the last message may exceed it. With 0 every send waits for ever.
 /// @param aMaxMessages only shown in a line; the number of messages has no limit.
 /// @param[out] aHandle the queue, to be given to `osxMsgQueueDelete` in the end.
 /// @param aQueueName name in the name table; null counts as empty. If that table is full the queue
@@ -306,9 +306,9 @@ OSX_EXPORT unsigned int osxMsgQueueInit(unsigned long aSize, long aMaxMessages, 
 /// @param aData `aSize` bytes; may be null if `aSize` is 0.
 /// @param aSize number of bytes; 0 makes an empty message, which takes no capacity.
 /// @param[out] aResult the number of messages now in the queue. 0 (with a line) means that the
-///        message was lost: there is no memory, or the queue was deactivated through ACE (`errno`
-///        is ESHUTDOWN). May be null; then no line tells of a lost message. For a null queue it is
-///        untouched.
+///        message was lost: there is no memory (`errno` is ENOMEM), or the queue was deactivated
+///        through ACE, or pulsed while the call waited (ESHUTDOWN). May be null; then no line
+///        reports a lost message. For a null queue it is untouched.
 /// @retval OSX_OK always.
 OSX_EXPORT unsigned int osxMsgSend(void* aQueue, void* aData, unsigned long aSize, long* aResult);
 
@@ -319,7 +319,8 @@ OSX_EXPORT unsigned int osxMsgSend(void* aQueue, void* aData, unsigned long aSiz
 /// @param[out] aReceived the number of bytes written to `aBuffer`.
 /// @param aTimeOutMs how long to wait for a message; 0 and `OSX_INFINITE_TIMEOUT` mean no limit.
 /// @retval OSX_OK a message was taken; or the queue is null and nothing was done (with a line).
-/// @retval OSX_ERR_QUEUE_RECV no message came in time, or the queue was deactivated through ACE.
+/// @retval OSX_ERR_QUEUE_RECV no message came in time (`errno` is EWOULDBLOCK), or the queue was
+///         deactivated through ACE, or pulsed while the call waited (ESHUTDOWN).
 OSX_EXPORT unsigned int osxMsgRecv(void* aQueue, void* aBuffer, unsigned long aMaxSize,
                                    unsigned long* aReceived, unsigned long aTimeOutMs);
 
@@ -453,7 +454,7 @@ OSX_EXPORT double htond(double aValue);
 /// threads on one socket may mix their bytes. Each send goes out at once, however small: send many
 /// small pieces as one vector.
 ///
-/// A peer that vanishes without a word, its cable cut or its power gone, is noticed within a
+/// A peer that vanishes silently, its cable cut or its power gone, is noticed within a
 /// minute: the connection ends as if by an error, `errno` ETIMEDOUT. A peer that is there and takes
 /// its time, be it hours, is not cut off. Only if a peer had taken nothing for minutes before it
 /// vanished, noticing takes some minutes more.
@@ -481,9 +482,8 @@ OSX_EXPORT unsigned long osxGetLastNetworkError();
 ///        65535.
 /// @retval 0 the connection is there.
 /// @retval -1 (with a line) there is no memory (`errno` is ENOMEM), the text is no address
-/// (EINVAL),
-///         there is no such host (ENOENT), the time is up (ETIME), or the system refuses (its
-///         `errno`, as ECONNREFUSED).
+///         (EINVAL), there is no such host (ENOENT), the time is up (ETIME), or the system refuses
+///         (its `errno`, as ECONNREFUSED).
 OSX_EXPORT unsigned long osxOpenSocket(void*& aSocket, const char* aAddress);
 
 /// Connects to a TCP server by number, as `osxOpenSocket` does by text.
@@ -592,7 +592,8 @@ OSX_EXPORT unsigned long osxGetHostname(ACE_String_Base<char>& aHost);
 typedef void (*osxNewConnectionFnc_t)(void* aSocket, void*& aUserData);
 
 /// Called when the connection can be read, which is the callback's work.
-/// @return 0 to keep the connection, -1 to close it.
+/// @return 0 to keep the connection, -1 to close it; more than 0 to keep it and be called again at
+///         once, whether or not there is more to read.
 typedef long (*osxDataAvailFnc_t)(void* aSocket, void*& aUserData);
 
 /// Called with data that came: `aLength` bytes, 1 to 2048, valid during the call and not
@@ -606,7 +607,7 @@ typedef void (*osxClosedConnectionFnc_t)(void* aSocket, void*& aUserData);
 /// Opens a listening port on all interfaces. A port that cannot be opened, being in use or
 /// forbidden, ends the process (with a line).
 ///
-/// A peer that vanishes without a word is noticed within a minute, as said of sockets; while bytes
+/// A peer that vanishes silently is noticed within a minute, as said of sockets; while bytes
 /// are on their way to it, this needs the event loop to run.
 ///
 /// When the process has no descriptor left, or none that the reactor can hold, the port refuses

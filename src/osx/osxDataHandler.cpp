@@ -80,8 +80,8 @@ int osxDataHandler::handle_input(ACE_HANDLE aHandle) {
     return lResult;
 }
 
-/// A read that came short has emptied the socket, and the reactor tells of what comes later. Only
-/// the end of the stream, of which it may have told before, it does not tell again.
+/// A read that came short has emptied the socket, and the reactor reports what comes later. Only
+/// the end of the stream, which it may have reported before, it does not report again.
 osx::Served::Outcome osxDataHandler::serve(bool aToTheEnd) {
     ssize_t lCame = 0;
     int lResult = 1;
@@ -137,6 +137,7 @@ void osxDataHandler::leaveReactor() {
 void osxDataHandler::announce() {
     std::array<char, 16> lHostAddr{};
     mPeer.get_host_addr(lHostAddr.data(), static_cast<int>(lHostAddr.size()));
+    // The name in it is another function's, and stays: programs that filter logs know the text.
     DiagnosticLine(kModule).trace(
         9,
         "%t osxListenHandler::osxListenHandler: host addr[%s] aNewConnectionFnc[0x%x] "

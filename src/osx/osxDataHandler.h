@@ -44,8 +44,8 @@ public:
     using std::atomic<std::int32_t>::operator=;
 };
 
-/// The connection: reads, calls back, cleans up. Only the handler closes its socket: who calls
-/// `osxCloseSocket` on it shuts it down and has the handler do so.
+/// The connection: reads, calls back, cleans up. Only the handler closes its socket:
+/// `osxCloseSocket` on it shuts it down and has the handler close it.
 class OSX_EXPORT osxDataHandler : public osx::PortConnection {
 public:
     static osxHandlerCount mNrCreated;    ///< Handlers made so far, for diagnostics.

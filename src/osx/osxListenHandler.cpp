@@ -63,7 +63,7 @@ osx::IntrusiveList<osxListenHandler> gPorts OSX_GUARDED_BY(gPortsMutex);
 
 }  // namespace
 
-/// What came of an accept.
+/// The result of an accept.
 struct osxListenHandler::Accepted {
     osx::Descriptor connection;  ///< None if there was none to accept, or it was refused.
     ACE_INET_Addr peer;          ///< Of the connection.
@@ -184,7 +184,7 @@ void osxListenHandler::finishClosing() {
     }
 }
 
-/// @return whether it is the caller who closes the port. From then on no thread uses the acceptor.
+/// @return whether it is the caller that closes the port. From then on no thread uses the acceptor.
 bool osxListenHandler::beginToClose() {
     const osx::MutexLock lLock(mMutex);
     return !std::exchange(mClosed, true);
@@ -243,7 +243,7 @@ int osxListenHandler::handle_timeout(const ACE_Time_Value&, const void*) {
 
 int osxListenHandler::handle_close(ACE_HANDLE aHandle, ACE_Reactor_Mask) {
     DiagnosticLine(kModule).trace(9, "%t osxListenHandler::handle_close: handle = %d\n", aHandle);
-    // In one step: who unregisters the port at the same time finds it closed.
+    // In one step: a thread that unregisters the port at the same time finds it closed.
     const osx::MutexLock lLock(mMutex);
     if (!std::exchange(mClosed, true)) {
         closeAcceptor();

@@ -68,8 +68,7 @@ public:
     /// @retval false always.
     bool wantsFreshLook() const override;
 
-    /// Closes the port, which the reactor gives up. Whoever registered it still has to unregister
-    /// it.
+    /// Closes the port, which the reactor gives up. The application still has to unregister it.
     /// @param aHandle the port's descriptor, for a line.
     /// @param aMask not looked at.
     /// @retval 0 always.
@@ -99,14 +98,14 @@ private:
 
     ACE_INET_Addr mLocalAddress;
 
-    /// The socket that listens. It is closed with the lock held. Whoever may meet a thread that
-    /// closes it uses it with the lock held, too.
+    /// The socket that listens. It is closed with the lock held. A thread that may meet another one
+    /// that closes it uses it with the lock held, too.
     ACE_SOCK_Acceptor mAcceptor;
 
     const osxPortCallbacks_t mCallbacks;
 
-    /// Keeps the acceptor from being closed under a thread that uses it. Who needs the reactor's
-    /// lock, too, takes that first: the reactor closes handlers with it.
+    /// Keeps the acceptor from being closed under a thread that uses it. A thread that needs the
+    /// reactor's lock, too, takes that first: the reactor closes handlers with it.
     osx::Mutex mMutex;
 
     /// Whether somebody has begun to close the port, or has closed it: nobody accepts any more.

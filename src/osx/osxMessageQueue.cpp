@@ -38,7 +38,7 @@ unsigned int osxMsgSend(void* aQueue, void* aData, unsigned long aSize, long* aR
         return OSX_OK;
     }
     const int lCount = static_cast<MessageQueue*>(aQueue)->send(aData, aSize);
-    if (aResult == nullptr) {
+    if (aResult == nullptr) {  // then a lost message is not reported at all, as promised
         return OSX_OK;
     }
     if (lCount == -1) {

@@ -18,8 +18,7 @@ using osx::DiagnosticLine;
 namespace {
 
 /// @return null when memory is short. The semaphore is unnamed in any case: a name would make it
-/// the
-///         system's, shared with every other semaphore of that name and outliving the process.
+///         the system's, shared with every other semaphore of that name and outliving the process.
 std::unique_ptr<ACE_Semaphore> createSemaphore(int aStartCount, int aMaxCount) {
     auto lSem = osx::allocate<ACE_Semaphore>(static_cast<unsigned int>(std::max(aStartCount, 0)),
                                              USYNC_THREAD, nullptr, nullptr, aMaxCount);

@@ -20,7 +20,7 @@ namespace osx {
 
 namespace {
 
-/// A list so has few connections, even with as many as a small device ever has.
+/// So each list stays short, even with as many connections as a small device ever has.
 constexpr std::size_t kLists = 1024;
 
 // None has a destructor to run: connections may end while the process exits.

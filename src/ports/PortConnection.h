@@ -31,8 +31,8 @@ public:
     /// @return whether it is that of a port's connection.
     OSX_HIDDEN static bool end(const void* aSocket);
 
-    /// Shuts down the connections whose peers have vanished. Whoever waits for one of them, or is
-    /// registered for it, so learns that it ended.
+    /// Shuts down the connections whose peers have vanished. A thread that waits for one of them,
+    /// and the reactor that it is registered with, so learn that it ended.
     OSX_HIDDEN static void endVanished();
 
     /// @return whether any port has a connection.
@@ -47,7 +47,8 @@ protected:
     OSX_HIDDEN void enter();
     /// Lets it be found no more; to be called before its socket is closed.
     OSX_HIDDEN void takeOut();
-    /// Has a reactor look, every few seconds, whether its peer has vanished, until `takeOut`.
+    /// Has a reactor look, every 10 s (`kLookIntervalS`), whether its peer has vanished, until
+    /// `takeOut`.
     OSX_HIDDEN void watchPeer(ACE_Reactor& aReactor);
 
     /// @return the descriptor, also once the connection has ended.

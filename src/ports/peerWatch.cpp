@@ -1,4 +1,4 @@
-// Looking, every few seconds, whether peers of the ports' connections have vanished.
+// Looking, every 10 s (`kLookIntervalS`), whether peers of the ports' connections have vanished.
 //
 // The reactor learns of a peer that closes, but not of one whose cable was cut: the kernel goes on
 // sending for a quarter of an hour. So a periodic timer of the reactor looks at all connections, as
@@ -34,7 +34,7 @@ class Look : public osx::CountedHandler {
 public:
     ~Look() override { end(); }
 
-    /// @name It has no descriptor that could be served
+    /// @name Unused: this handler has no descriptor
     /// @{
     Outcome serve(bool) override { return kIdle; }
     bool wantsFreshLook() const override { return false; }
@@ -59,6 +59,8 @@ private:
         return osx::PortConnection::areThere();
     }
 
+    /// Lets another timer be started. Called when there is nothing left to look at, and on
+    /// destruction, with the reactor for example; only the first call counts.
     void end() {
         if (!mHasEnded) {
             mHasEnded = true;
@@ -66,11 +68,12 @@ private:
         }
     }
 
-    bool mHasEnded =
-        false;  ///< Whether this timer has cleared `gIsTimed`: it may be another's now.
+    /// Whether this timer has cleared `gIsTimed`: it may be another's now.
+    bool mHasEnded = false;
 };
 
-/// Without memory nobody looks until the next connection comes.
+/// Starts the timer unless it runs. Without memory nobody looks until the next connection comes. If
+/// the timer cannot be scheduled, `remove_reference` destroys the object, which clears the flag.
 void startTimer(ACE_Reactor& aReactor) {
     if (gIsTimed.exchange(true)) {
         return;
@@ -89,9 +92,9 @@ void startTimer(ACE_Reactor& aReactor) {
 
 namespace osx {
 
-/// An application's own timer queue has a lock of its own. A thread that has that lock may wait for
-/// the log's, which a fork takes before ours: with ours held too, the three would wait for each
-/// other.
+/// With a timer queue of the application's, take no lock of ours: that queue has a lock of its own.
+/// A thread that has it may wait for the log's, which a fork takes before ours; with ours held too,
+/// the three would wait for each other.
 void watchPeers(ACE_Reactor& aReactor) {
     if (gIsTimed) {
         return;

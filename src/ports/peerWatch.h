@@ -1,5 +1,5 @@
 /// @file
-/// The look at the peers of all ports' connections, every few seconds. Internal.
+/// The look at the peers of all ports' connections, every 10 s (`kLookIntervalS`). Internal.
 #ifndef OSX_PORTS_PEERWATCH_H
 #define OSX_PORTS_PEERWATCH_H
 

@@ -1,5 +1,5 @@
-// Two ways into a class of ACE's: a derived class may name what is protected, and an explicit
-// instantiation of a template what is private.
+// Access to members that ACE hides. Two ways into an ACE class: a derived class may name what is
+// protected, and an explicit instantiation of a template what is private.
 #include "process/aceAccess.h"
 
 namespace osx::process {

@@ -24,7 +24,8 @@ struct LogSettings {
 LogSettings gLogSettings{};
 
 /// ACE closes and frees its logging together with the thread's object, unless that has a thread
-/// descriptor: then it leaves the object to the descriptor.
+/// descriptor: then it leaves the object to the descriptor. The caller still needs the object, so
+/// it gets a descriptor during the call.
 void closeLogging(ACE_Log_Msg& aLog) {
     static const NeverDestroyed<ACE_Thread_Descriptor> lKeeper;
     ACE_Thread_Descriptor* const lDescriptor = aLog.thr_desc();
@@ -79,7 +80,8 @@ void releaseLocks() {
 
 void renewLocks() {
     if (!isAceGone()) {
-        // Refused, as said above; but who analyses locks learns that this thread has it no more.
+        // The call fails (see the top), but tells lock analysers that this thread no longer holds
+        // the lock.
         ACE_Log_Msg::instance()->release();
         lockOfThreads().release();
         renewLogging();

@@ -1,5 +1,5 @@
-// What ACE itself does not survive: want of memory when its singletons or its threads are made, and
-// the end of the process while other threads use it.
+// What ACE itself does not survive: a shortage of memory when its singletons or its threads are
+// made, and the end of the process while other threads use it.
 #include "process/aceState.h"
 
 #include <cerrno>
@@ -24,8 +24,8 @@ class ManagerAccess : public ACE_Object_Manager_Base {
 public:
     template <class Manager>
     static void keep(Manager* aManager) noexcept {
-        // The manager itself is freed all the same. A copy keeps what only it points at in sight of
-        // leak checkers.
+        // The manager itself is freed all the same. A copy keeps its pointers reachable, so that
+        // leak checkers do not report them.
         static unsigned char lKept[sizeof(Manager)];
         std::memcpy(lKept, static_cast<const void*>(aManager), sizeof lKept);
         aManager->*(&ManagerAccess::object_manager_state_) = OBJ_MAN_SHUT_DOWN;
@@ -75,6 +75,8 @@ void silenceAceLogging() noexcept {
     __atomic_fetch_or(&logFlags(), u_long{ACE_Log_Msg::SILENT}, __ATOMIC_RELAXED);
 }
 
+/// There are two managers: that of ACE, and that of its layer above the system. Each frees its own
+/// objects at the end.
 void keepAce() noexcept {
     ManagerAccess::keep(ACE_Object_Manager::instance());
     ManagerAccess::keep(ACE_OS_Object_Manager::instance());

@@ -5,7 +5,8 @@
 
 namespace osx::process {
 
-/// To be called before a thread is started by ACE, which does not survive want of memory there.
+/// To be called before a thread is started by ACE, which does not survive a shortage of memory
+/// there.
 /// @return false (ENOMEM) when the thread must not be started.
 bool reserveThread() noexcept;
 

@@ -16,8 +16,9 @@
 namespace osx::process {
 
 /// The kinds of locks. A thread that holds a lock of one kind may take locks of the kinds below it,
-/// and none of a kind above. Callbacks of the application run with locks of the first two kinds,
-/// and may ask the library for whatever takes no lock of a kind above.
+/// and none of a kind above. Two kinds of callbacks of the application run with locks of the first
+/// two kinds: handlers that ACE closes, and log back ends. They may ask the library for whatever
+/// takes no lock of a kind above. Callbacks of timers and ports run with no lock of the library.
 enum class ForkOrder {
     kToken,  ///< The reactor's token, with which ACE closes handlers; the lock of the loop threads.
     kLog,    ///< ACE's locks of its threads and of its logging, under which log back ends run.

@@ -1,5 +1,6 @@
-// Threads that the library does not know can be neither parked nor joined. The kernel's files show
-// what they do: `/proc/self/task` has a folder for each.
+// What the other threads of the process are doing. Threads that the library does not know can be
+// neither parked nor joined. The kernel's files show what they do: `/proc/self/task` has a folder
+// for each.
 #include "process/otherThreads.h"
 
 #include <dirent.h>
@@ -50,7 +51,8 @@ bool forEachOtherThread(Function aFunction) {
     return true;
 }
 
-/// The clock is the one that `pthread_getcpuclockid` makes for the thread.
+/// The clock is the one that `pthread_getcpuclockid` makes for the thread. That function takes a
+/// `pthread_t`, and only the kernel's id is known here. A thread that has ended has no clock: 0.
 nanoseconds processorTime(pid_t aThread) {
     constexpr unsigned int kScheduledTimeOfThread = 6;
     const auto lClock = static_cast<clockid_t>((~static_cast<unsigned int>(aThread) << 3U) |

@@ -1,5 +1,6 @@
-// A thread that runs an event loop cannot be joined at the end of the process: it may wait for what
-// the ending thread holds. It is brought to a place where it holds nothing, and stays there.
+// Where loop threads stay when the process ends. A thread that runs an event loop cannot be joined
+// at the end of the process: it may wait for what the ending thread holds. It is brought to a place
+// where it holds nothing, and stays there.
 #include "process/parking.h"
 
 #include <signal.h>

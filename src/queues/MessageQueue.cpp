@@ -28,7 +28,7 @@ int failWith(int aError) {
     return -1;
 }
 
-/// @return null for want of memory. No message can be as large as half of what can be addressed,
+/// @return null without memory. No message can be as large as half of what can be addressed,
 ///         because the sender's own bytes are there, too.
 MessageStore::OwnMemory copyOf(const void* aBytes, std::size_t aSize) {
     if (aSize >= PTRDIFF_MAX) {
@@ -62,7 +62,7 @@ Deadline deadlineIn(unsigned long aMilliseconds) {
     return lDeadline;
 }
 
-/// @return the deadline of one of ACE's operations, which is by the wall clock.
+/// @return the deadline of an ACE operation, which is by the wall clock.
 std::optional<Deadline> deadlineAt(const ACE_Time_Value* aTime) {
     if (aTime == nullptr) {
         return std::nullopt;
@@ -235,7 +235,9 @@ int MessageQueue::waitForMessageMs(unsigned long aTimeOutMs) {
     return waitForMessage(&lDeadline);
 }
 
-/// ACE's word for a time-out is EWOULDBLOCK.
+/// Waits while a condition holds, until the deadline or a dismissal. A dismissal comes before the
+/// condition, as in ACE: every thread that waited then leaves, even if a message or room has come
+/// meanwhile. ACE's word for a time-out is EWOULDBLOCK.
 int MessageQueue::waitWhile(bool (MessageQueue::*aHolds)(), Waiters& aWaiters,
                             const Deadline* aDeadline) {
     const unsigned int lDismissals = mDismissals;
@@ -274,7 +276,7 @@ void MessageQueue::wakeReceiverIfMessage() {
 
 /// Makes an ordinary block. It does so piece by piece, because ACE's own constructor would write a
 /// line when memory is short, and that with the queue's lock held. ACE frees the pieces.
-/// @return null for want of memory.
+/// @return null without memory.
 MessageQueue::Block MessageQueue::toBlock(const MessageStore::Message& aMessage) {
     ACE_Allocator* const lAllocator = ACE_Allocator::instance();
     void* const lMemory = lAllocator->malloc(sizeof(ACE_Data_Block));
@@ -297,7 +299,7 @@ MessageQueue::Block MessageQueue::toBlock(const MessageStore::Message& aMessage)
 }
 
 /// Moves the first message of the store to the end of ACE's list.
-/// @return false for want of memory.
+/// @return false without memory.
 bool MessageQueue::frontToBlock() {
     Block lBlock = toBlock(mStore.front());
     if (lBlock == nullptr) {
@@ -314,7 +316,7 @@ bool MessageQueue::frontToBlock() {
     return true;
 }
 
-/// @return false for want of memory; messages that did not become blocks are still in the store.
+/// @return false without memory; messages that did not become blocks are still in the store.
 bool MessageQueue::storeToBlocks() {
     while (!mStore.isEmpty()) {
         if (!frontToBlock()) {
@@ -324,7 +326,7 @@ bool MessageQueue::storeToBlocks() {
     return true;
 }
 
-/// A thread that was woken, but cannot go on for want of memory, wakes the next one instead.
+/// A thread that was woken, but cannot go on without memory, wakes the next one instead.
 /// @return -1 with `errno` ENOMEM.
 int MessageQueue::failForMemory() {
     wakeSenderIfRoom();

@@ -38,8 +38,8 @@ public:
     /// Copies a message out of the queue, as `dequeue` does, but by the monotonic clock.
     /// @param[out] aReceived the number of bytes copied.
     /// @param aTimeOutMs 0 and `OSX_INFINITE_TIMEOUT` mean no limit.
-    /// @return false when no message came in time, with the cause in `errno`; then nothing is
-    ///         written.
+    /// @return false when the time passed, or the queue was deactivated or pulsed; `errno` is
+    ///         EWOULDBLOCK or ESHUTDOWN. Then nothing is written.
     bool receive(void* aBuffer, std::size_t aMaxSize, unsigned long& aReceived,
                  unsigned long aTimeOutMs) OSX_EXCLUDES(mMutex);
 

@@ -49,12 +49,12 @@ public:
 
     bool isEmpty() const noexcept { return mFirst == nullptr || mRead == mFirst->end; }
 
-    /// Copies a message that wants no memory of its own. @return false for want of memory.
+    /// Copies a message that wants no memory of its own. @return false without memory.
     bool append(const void* aBytes, std::size_t aSize) noexcept {
         return write({aSize, false}, aBytes, aSize);
     }
 
-    /// Takes a message over. @return false for want of memory; then it stays the caller's.
+    /// Takes a message over. @return false without memory; then it stays the caller's.
     bool append(OwnMemory& aBytes, std::size_t aSize) noexcept;
 
     /// @return the first message. This and the calls below need one to be there.

@@ -1,6 +1,7 @@
-// The application's handlers are ACE's to serve. The loop must not sleep in ACE's `select`, where
-// nothing of its own would wake it; so it watches the same descriptors in a poll. Where the two
-// differ, `select` is right: the poll may tell too much, and never too little.
+// A poll of the application's descriptors. The application's handlers are ACE's to serve. The loop
+// must not sleep in ACE's `select`, where nothing of its own would wake it; so it watches the same
+// descriptors in a poll. Where the two differ, `select` is right: the poll may tell too much, and
+// never too little.
 #include "reactor/AcePoll.h"
 
 #include <utility>
@@ -62,7 +63,7 @@ std::uint32_t AcePoll::eventsOf(unsigned int aWatched) {
            ((aWatched & kExcept) != 0 ? EPOLLPRI : 0U) | ((aWatched & kCalmed) != 0 ? EPOLLET : 0U);
 }
 
-/// A poll tells of an end and of errors whether one asks for them or not.
+/// A poll reports an end and errors whether one asks for them or not.
 bool AcePoll::wouldSelectTell(std::uint32_t aEvents, unsigned int aWatched) {
     return (aEvents & eventsOf(aWatched & kWanted)) != 0 ||
            ((aWatched & kRead) != 0 && (aEvents & kEnds) != 0) ||

@@ -19,10 +19,10 @@ class ServedSet;
 
 /// ACE's reactor waits with `select`, for descriptors that it has in sets of bits. This class has
 /// the same descriptors in an event poll, which in its turn is one descriptor in the poll of a
-/// `ServedSet`, so that the loop waits in one place. The poll only tells that there may be
+/// `ServedSet`, so that the loop waits in one place. The poll only reports that there may be
 /// something; ACE's `select`, which then does not wait, says what.
 ///
-/// The poll tells once, to one thread, and again when it has been armed (`arm`). There is none
+/// The poll reports once, to one thread, and again when it has been armed (`arm`). There is none
 /// until the application registers a handler.
 ///
 /// A poll watches files, `select` numbers. If the application closes a number that ACE has, and the
@@ -33,7 +33,7 @@ class ServedSet;
 class AcePoll {
 public:
     /// @param aAces what ACE waits for.
-    /// @param aSet its poll tells of this one, as ServedSet::kAces.
+    /// @param aSet its poll reports this one, as ServedSet::kAces.
     /// @param aAlwaysWritable a descriptor that can always be written to.
     AcePoll(const ACE_Select_Reactor_Handle_Set& aAces, const ServedSet& aSet, int aAlwaysWritable);
     AcePoll(const AcePoll&) = delete;
@@ -56,7 +56,7 @@ public:
     /// is closed, or given to another file.
     void check();
 
-    /// Has the next event told.
+    /// Re-arms the poll for its next event.
     void arm() const;
 
     /// To be called after an event for which ACE's `select` had nothing to serve, so that the loop
@@ -77,8 +77,8 @@ private:
     static constexpr std::uint8_t kWanted = kRead | kWrite | kExcept;
     /// A poll does not take the descriptor, as that of a regular file: only `select` can look.
     static constexpr std::uint8_t kUnpollable = 8;
-    /// The poll told of something that `select` does not tell of, as the end of what is only
-    /// written to. From then on it tells once for each change.
+    /// The poll reported something that `select` does not report, as the end of what is only
+    /// written to. From then on it reports once for each change.
     static constexpr std::uint8_t kCalmed = 16;
 
     static bool canHold(ACE_HANDLE aHandle);

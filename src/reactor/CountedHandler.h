@@ -10,9 +10,9 @@
 
 namespace osx {
 
-/// An event handler that lives as long as somebody holds a reference: whoever made it, the reactor
-/// while it is registered, and a thread that is dispatching it. So it may be taken out of the
-/// reactor on any thread while another one is calling it.
+/// An event handler that lives as long as somebody holds a reference: its maker, the reactor while
+/// it is registered, and a thread that is dispatching it. So it may be taken out of the reactor on
+/// any thread while another one is calling it.
 class OSX_EXPORT CountedHandler : public Served {
 public:
     ~CountedHandler() override;
@@ -31,7 +31,7 @@ protected:
 
 private:
     /// Counted here and not by the base so that the order between the last use on one thread and
-    /// the destruction on another is visible to whoever analyses it. Any thread writes it.
+    /// the destruction on another is visible to tools that analyse it. Any thread writes it.
     std::atomic<Reference_Count> mReferences{1};
 };
 

@@ -1,5 +1,5 @@
 /// @file
-/// Having ACE's token for a while. Internal.
+/// A scoped lock of ACE's token. Internal.
 #ifndef OSX_REACTOR_HELDTOKEN_H
 #define OSX_REACTOR_HELDTOKEN_H
 

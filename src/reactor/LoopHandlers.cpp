@@ -39,6 +39,9 @@ int LoopReactor::registerServed(ACE_HANDLE aHandle, Served& aServed) {
     return mSet.add(lHandle, aServed);
 }
 
+/// Registers a handler of the application's with ACE, and has its descriptor watched. The first one
+/// starts the checks of the numbers (`mNextCheck`). A descriptor that the library serves is
+/// refused.
 int LoopReactor::registerAces(ACE_HANDLE aHandle, ACE_Event_Handler* aHandler,
                               ACE_Reactor_Mask aMask) {
     if (mSet.has(aHandle) || !mAces.open()) {
@@ -48,7 +51,7 @@ int LoopReactor::registerAces(ACE_HANDLE aHandle, ACE_Event_Handler* aHandler,
     mNextCheck.compare_exchange_strong(lNever, 0);
     const ACE_HANDLE lHandle =
         aHandle == ACE_INVALID_HANDLE && aHandler != nullptr ? aHandler->get_handle() : aHandle;
-    // The descriptor was closed without a word, and its number was given out again. The former
+    // The descriptor was closed silently, and its number was given out again. The former
     // handler is not told: it would close what has the number now.
     if (mAces.hasLost(lHandle)) {
         remove_handler_i(lHandle,

@@ -1,5 +1,5 @@
-// The making and the end of the reactor, its timers, and what of ACE's interface concerns neither
-// handlers nor the serving of events.
+// Construction and destruction of the reactor, its timers, and what of ACE's interface concerns
+// neither handlers nor the serving of events.
 #include "reactor/LoopReactor.h"
 
 #include <poll.h>
@@ -113,8 +113,8 @@ int LoopReactor::close() {
 // --- timers ---
 //
 // ACE takes its token for each of these calls. With the library's queue that is not needed: it
-// calls `handle_close` without its lock. A queue of ACE's calls it with its lock, which therefore
-// comes after the token, as in ACE.
+// calls `handle_close` without its lock. An ACE queue calls it with its lock, which therefore comes
+// after the token, as in ACE.
 
 template <class Call>
 int LoopReactor::withTokenUnlessOwn(const ACE_Timer_Queue& aQueue, Call aCall) {
@@ -189,8 +189,8 @@ void LoopReactor::closeQueue(ACE_Timer_Queue& aQueue) {
     withTokenUnlessOwn(aQueue, [&] { return aQueue.close(); });
 }
 
-/// What is asked last is set last. A thread that finds another one setting the alarm leaves it to
-/// that one, which sees it and asks again.
+/// The latest request decides the alarm. A thread that finds another one setting the alarm leaves
+/// it to that one, which sees it and asks again.
 void LoopReactor::setAlarmOfOtherQueue() {
     const NoCancellation lGuard;
     ++mAlarmsAsked;
@@ -225,8 +225,8 @@ void LoopReactor::deactivate(int aEnd) {
     passOn();  // ACE's notification wakes one thread
 }
 
-/// What ACE is told to be ready need not be so by the kernel: the loop is told of it by an event of
-/// its own.
+/// A handle marked ready through ACE may not be ready for the kernel, so an event is queued by
+/// hand.
 int LoopReactor::ready_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) {
     const int lResult = UncancelledReactor::ready_ops(aHandle, aMask, aOperation);
     epoll_event lEvent{};

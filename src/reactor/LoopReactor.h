@@ -52,10 +52,10 @@ public:
     int serveOne(std::chrono::milliseconds aLimit);
 
     /// @name The fork of the process
-    /// Who forks takes the locks first, so that what they guard is whole, and gives them back: the
-    /// token before the others, as handlers of the application are closed with it. The child gets
-    /// descriptors of its own, without which it would set its parent's alarm, wake its threads,
-    /// take its events, and take its connections out; and a token of its own.
+    /// The thread that forks takes the locks first, so that what they guard is whole, and gives
+    /// them back: the token before the others, as handlers of the application are closed with it.
+    /// The child gets descriptors of its own, without which it would set its parent's alarm, wake
+    /// its threads, take its events, and take its connections out; and a token of its own.
     /// @{
     void lockTokenForFork();
     void unlockTokenAfterFork();
@@ -150,8 +150,8 @@ private:
 
     /// The library's timers.
     TimerQueue& mTimers;
-    /// Who has the timers: `mTimers`, one of the application's, or none once the reactor is closed.
-    /// Written by whoever installs a queue, read by any thread.
+    /// Which queue has the timers: `mTimers`, one of the application's, or none once the reactor is
+    /// closed. Written by the thread that installs a queue, read by any thread.
     std::atomic<ACE_Timer_Queue*> mQueue;
     /// Stays empty. ACE takes it for its queue, and so has no timer to call: the loop calls them.
     const std::unique_ptr<TimerQueue, TimerQueue::GiveBack> mNone;
@@ -161,21 +161,21 @@ private:
     /// Held by the thread that sets the alarm for a queue of the application's. Nobody waits for
     /// it: the thread may have the queue's lock, for which the holder waits.
     Mutex mAlarm;
-    /// How often the alarm was to be set. Any thread counts; the holder of `mAlarm` sees whether
-    /// another one came in vain.
+    /// Number of requests to set the alarm, counted by any thread. If it has grown, the holder of
+    /// `mAlarm` asks again.
     std::atomic<unsigned int> mAlarmsAsked;
     /// An event counter, in the poll edge-triggered: written to, it wakes one sleeper.
     Descriptor mWake;
     AcePoll mAces;
     /// The second from which on a loop thread looks whether the numbers in `mAces` are still of the
-    /// same files; kNever until there are any. Written and read by loop threads, and by whoever
-    /// registers a handler.
+    /// same files; kNever until there are any. Written and read by loop threads, and by a thread
+    /// that registers a handler.
     std::atomic<time_t> mNextCheck;
     /// The handlers that ACE has suspended for their callbacks. With ACE's token.
     ACE_Handle_Set mInCall;
     ReadyQueue mReady;
-    /// Loop threads that wait in the poll, or are about to: whoever leaves work looks whether there
-    /// is one to wake.
+    /// Loop threads that wait in the poll, or are about to: a thread that leaves work looks whether
+    /// there is one to wake.
     std::atomic<int> mSleepers;
     /// Loop threads in `attempt`, which share the events that can be taken at once.
     std::atomic<int> mInside;

@@ -1,10 +1,10 @@
 // What the loop does at each event. All of it is compiled for speed; what happens seldom is in the
 // other sources of the class.
 //
-// Each loop thread waits in the poll for itself, and serves what it is told. It takes several
+// Each loop thread waits in the poll for itself, and serves what that reports. It takes several
 // events at once, and leaves those that it has not come to in `ReadyQueue`, where others find them.
-// Nobody is woken for an event that the kernel tells; whoever leaves something behind wakes a
-// sleeper, which does the same.
+// Nobody is woken for an event that the kernel reports; a thread that leaves something behind wakes
+// a sleeper, which does the same.
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -27,7 +27,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long a thread waits for ACE's token. Whoever has it may itself run the loop, in a
+/// How long a thread waits for ACE's token. The thread that has it may itself run the loop, in a
 /// `handle_close`, and must not be waited for.
 constexpr std::chrono::milliseconds kTokenLimit(50);
 
@@ -106,6 +106,9 @@ int LoopReactor::handle_events(ACE_Time_Value& aLimit) {
     return handle_events(&aLimit);
 }
 
+/// Goes on until something was served or the time is up. While `mReady` is not empty it goes on
+/// even then: a late event, for which there was nothing to do, must not hide others that were taken
+/// from the kernel in advance.
 int LoopReactor::handle_events(ACE_Time_Value* aLimit) {
     Waited lWaited = kNothing;
     if (aLimit == nullptr) {

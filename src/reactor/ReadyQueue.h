@@ -49,7 +49,7 @@ public:
         return aCount - lAdded;
     }
 
-    /// For who forks, and holds it meanwhile.
+    /// For the forking thread, which holds it during the fork.
     Mutex& mutex() OSX_RETURN_CAPABILITY(mMutex) { return mMutex; }
 
     /// In the child of a fork: the events are its parent's.
@@ -60,8 +60,8 @@ private:
     /// The next one to serve is the last.
     std::array<epoll_event, kSize> mEvents OSX_GUARDED_BY(mMutex){};
     /// Written with the lock, and read without it, to see whether there is anything. Sequentially
-    /// consistent: who leaves an event counts it and then looks for sleepers, and who goes to sleep
-    /// counts itself and then looks here, so that one of them sees the other.
+    /// consistent: a thread that leaves an event counts it and then looks for sleepers, and one
+    /// that goes to sleep counts itself and then looks here, so that one of them sees the other.
     std::atomic<int> mCount{0};
 };
 

@@ -14,7 +14,7 @@ namespace osx {
 class ServedSet;
 
 /// A handler whose descriptor the reactor keeps in a set of its own. On any other reactor it is an
-/// ordinary handler of ACE's.
+/// ordinary ACE handler.
 class OSX_EXPORT Served : public ACE_Event_Handler {
 public:
     enum Outcome {
@@ -46,8 +46,7 @@ protected:
     void askToBeServed();
 
     /// @return whether the descriptor was closed by somebody else, and another handler has its
-    /// number
-    ///         now.
+    ///         number now.
     bool hasLostDescriptor() const;
 
 private:
@@ -57,8 +56,8 @@ private:
     /// it if there is one.
     enum Left { kNothing, kToClose, kToCloseWithoutDescriptor };
 
-    /// The set that has the handler; null for none. Written with the set's lock, read by whoever
-    /// wants the handler to leave.
+    /// The set that has the handler; null for none. Written with the set's lock, read by a thread
+    /// that wants the handler to leave.
     std::atomic<ServedSet*> mSet{nullptr};
     /// The descriptor, and the generation under which the set knows it. Written before the set has
     /// the handler; 0 when it never had it.

@@ -111,7 +111,7 @@ void ServedSet::forEachPresent(Function aFunction) {
     }
 }
 
-/// What is suspended is still told that its other side has ended, which nobody listens to.
+/// A suspended descriptor still gets hang-up events; they are ignored.
 int ServedSet::tell(int aOperation, ACE_HANDLE aHandle, Word aWord, const Served& aHandler) const {
     epoll_event lEvent{};
     lEvent.data.u64 = withGeneration(generationOf(aWord)) | static_cast<std::uint32_t>(aHandle);
@@ -370,6 +370,8 @@ bool ServedSet::begin(Slot& aSlot, std::uint32_t aGeneration, std::uint32_t aEve
 }
 
 /// Ends the serving, unless it is to go on. Once it has ended another thread may serve the handler.
+/// An event that came meanwhile (`kAgain`) counts as more to do. Another generation in the word
+/// says that the handler was taken out meanwhile.
 ServedSet::Rest ServedSet::end(Slot& aSlot, std::uint32_t aGeneration, bool aBusy, bool aMayGoOn) {
     Word lWord = aSlot.word.load(std::memory_order_acquire);
     while (generationOf(lWord) == aGeneration) {

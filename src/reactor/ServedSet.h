@@ -34,8 +34,8 @@ class Served;
 /// handler is taken out while it is being served, the serving thread gets the set's reference to
 /// it, and closes it if that was asked for.
 ///
-/// The kernel tells an event once. The work is done in portions; after some of them the thread asks
-/// the kernel to tell the event again, so that the others have their turn first.
+/// The kernel reports an event once. The work is done in portions; after some of them the thread
+/// asks the kernel to report the event again, so that the others have their turn first.
 class ServedSet {
 public:
     /// Descriptors from this one on cannot be held.
@@ -50,34 +50,36 @@ public:
     ServedSet& operator=(const ServedSet&) = delete;
 
     /// @return whether there is a poll, and memory for as many descriptors as most processes have:
-    ///         what is added there does not fail for want of memory.
+    ///         adding one of these never fails because memory is short.
     bool usable() const;
 
     /// @return the event poll's descriptor; -1 when there is none.
     int descriptor() const { return mPoll.get(); }
 
-    /// Adds a descriptor that is no handler's. @param aEvents as of epoll_ctl. @return 0; -1.
+    /// Adds a descriptor that is no handler's.
+    /// @param aEvents event bits of epoll_ctl.
+    /// @return 0, or -1 on failure.
     int addTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const;
 
-    /// Has the next event of one told that was added with EPOLLONESHOT.
+    /// Re-arms a descriptor that was added with EPOLLONESHOT.
     void tellAgainTagged(int aDescriptor, Tag aTag, std::uint32_t aEvents) const;
 
     /// Adds a handler, with a reference. A handler that the set still has for the descriptor, which
-    /// somebody must have closed without a word, is closed.
+    /// somebody must have closed silently, is closed.
     /// @return 0; -1 (`errno`) when the descriptor is bad or cannot be held, memory is short or the
     ///         set is closed.
     int add(ACE_HANDLE aHandle, Served& aHandler);
 
     /// Takes out the handler of a descriptor.
-    /// @param aClose whether the handler is to be closed: at once, or by the one who serves it.
+    /// @param aClose whether the handler is to be closed: at once, or by the thread that serves it.
     /// @return whether there was one.
     bool remove(ACE_HANDLE aHandle, bool aClose);
 
-    /// Takes out a handler, and leaves alone whoever has its descriptor now.
+    /// Takes out a handler, and leaves alone the one that has its descriptor now.
     /// @return whether it had been in this set.
     bool remove(const Served& aHandler);
 
-    /// Has an event told for a handler, whatever its descriptor has.
+    /// Makes the kernel check this handler's descriptor again.
     void rouse(const Served& aHandler);
 
     /// @return the handler of a descriptor, with a reference for the caller; null if there is none.
@@ -90,7 +92,7 @@ public:
     void suspendAll(bool aSuspend);
 
     /// @name The fork of the process
-    /// The child gets an event poll of its own, in which nothing is told until `enrolAll`: what it
+    /// The child gets an event poll of its own, which reports nothing until `enrolAll`: what it
     /// takes out does not go from its parent's.
     /// @{
     Mutex& mutex() OSX_RETURN_CAPABILITY(mMutex) { return mMutex; }
@@ -104,8 +106,7 @@ public:
     void close();
 
     /// @return whether there is a handler whose descriptor others may read. No event may be taken
-    /// in
-    ///         advance then: the descriptor has to be ready still when the handler is served.
+    ///         in advance then: the descriptor has to be ready still when the handler is served.
     bool wantsFreshLook() const { return mFreshLooks.load(std::memory_order_relaxed) != 0; }
 
     /// Serves a handler's event.

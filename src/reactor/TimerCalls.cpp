@@ -1,6 +1,6 @@
-// A handler may be destroyed at any moment, while other threads are about to call it or are calling
-// it. So each call is noted under the lock of the timer queue, and whoever destroys the handler
-// looks at the notes under the same lock.
+// The calls of timers that are under way. A handler may be destroyed at any moment, while other
+// threads are about to call it or are calling it. So each call is noted under the lock of the timer
+// queue, and the thread that destroys the handler looks at the notes under the same lock.
 #include "reactor/TimerCalls.h"
 
 #include <chrono>

@@ -55,7 +55,7 @@ public:
     ///         else null.
     static TimerCall* innermostOf(const ACE_Event_Handler& aHandler);
 
-    /// Said for the calling thread's call: the handler will not be used any more.
+    /// Marks the calling thread's call: it no longer uses the handler.
     void release();
 
 private:
@@ -73,8 +73,8 @@ private:
     std::thread::id mThread;
     TimerCalls* mCalls = nullptr;  ///< The list that it is in; null for none.
     TimerCall* mNext = nullptr;    ///< In the list.
-    TimerCall* mOuter =
-        nullptr;  ///< The call in whose callback this one is made, by an event loop.
+    /// The call in whose callback this one is made, by an event loop.
+    TimerCall* mOuter = nullptr;
 
     static thread_local TimerCall* mInnermost;
 };

@@ -1,6 +1,7 @@
-// Four branches and not two: a timer that sinks then looks at neighbours in memory, and passes half
-// as many levels. Most timers are cancelled before they are due, often soon after they were made;
-// one that was made last stands deep in the heap, and is cheap to take out.
+// The heap of pending timers. Four branches and not two: a timer that sinks then looks at
+// neighbours in memory, and passes half as many levels. Most timers are cancelled before they are
+// due, often soon after they were made; one that was made last stands deep in the heap, and is
+// cheap to take out.
 #include "reactor/TimerHeap.h"
 
 #include <algorithm>

@@ -29,8 +29,8 @@ bool isCounted(ACE_Event_Handler& aHandler) {
            ACE_Event_Handler::Reference_Counting_Policy::ENABLED;
 }
 
-/// Ends what a handler has to do with timers that have been taken out. One that is not counted may
-/// destroy itself in `handle_close`.
+/// Calls `handle_close` and drops the references of removed timers. A handler that is not counted
+/// may destroy itself in `handle_close`.
 void letGo(ACE_Event_Handler& aHandler, std::size_t aTimers, int aDontCallHandleClose) {
     const std::size_t lReferences = isCounted(aHandler) ? aTimers : 0;
     if (aDontCallHandleClose == 0) {
@@ -43,8 +43,8 @@ void letGo(ACE_Event_Handler& aHandler, std::size_t aTimers, int aDontCallHandle
 
 }  // namespace
 
-/// In the order of the heap. It takes no lock: as with ACE's queues, whoever iterates sees to it
-/// that nobody changes the queue meanwhile.
+/// In the order of the heap. It takes no lock: as with ACE's queues, the thread that iterates sees
+/// to it that nobody changes the queue meanwhile.
 class TimerQueue::Iterator : public ITERATOR {
 public:
     explicit Iterator(const TimerQueue& aQueue) : mQueue(aQueue) {}
@@ -100,7 +100,7 @@ TimerQueue::~TimerQueue() = default;
 
 // --- nodes and ids ---
 
-/// @return a node that is nobody's, with room for it in the heap; null when memory is short.
+/// @return an unused node, with room for it in the heap; null when memory is short.
 TimerNode* TimerQueue::freeNode() {
     return mFree != nullptr ? std::exchange(mFree, mFree->mNextFree) : makeNode();
 }
@@ -302,6 +302,8 @@ int TimerQueue::expire() {
     return expire(fromMicroseconds(timeReached()));
 }
 
+/// Calls the first timer, if it is due. `aBeforeTheCall` is executed in between, without the lock:
+/// the timer has been taken out, and the alarm is set for the next one.
 int TimerQueue::expire_single(ACE_Command_Base& aBeforeTheCall) {
     return expireNext(timeReached(), &aBeforeTheCall) ? 1 : 0;
 }
@@ -370,7 +372,7 @@ ACE_Time_Value TimerQueue::gettimeofday() {
     return timeAfter(ACE_Time_Value::zero);
 }
 
-/// The clock is nobody's to choose.
+/// The clock cannot be changed.
 void TimerQueue::gettimeofday(ACE_Time_Value (*)()) {}
 
 ACE_Time_Value* TimerQueue::calculate_timeout(ACE_Time_Value* aMax) {

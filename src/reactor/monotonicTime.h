@@ -35,7 +35,7 @@ inline timespec monotonicTime() {
     return lTime;
 }
 
-/// @return now, rounded down to the microsecond: whatever is due by it is due.
+/// @return now, rounded down to the microsecond: timers up to this time are due.
 inline Microseconds timeReached() {
     const timespec lNow = monotonicTime();
     return lNow.tv_sec * kMicrosecondsPerSecond + lNow.tv_nsec / 1000;

@@ -1,6 +1,5 @@
 // Which reactor the process has. ACE keeps that in a plain pointer, and its accessor makes a
-// reactor where there is none; so the library looks for itself, and notes its own reactor beside
-// it.
+// reactor where there is none; so the library looks for itself, and notes its own beside it.
 #include "reactor/processReactor.h"
 
 #include <atomic>
@@ -16,7 +15,7 @@
 
 namespace {
 
-/// ACE offers no look at its reactor that does not make one.
+/// ACE's accessor creates a reactor if there is none; this one does not.
 class ReactorPeek : public ACE_Reactor {
 public:
     static ACE_Reactor* current() { return reactor_; }

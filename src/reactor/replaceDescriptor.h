@@ -1,5 +1,5 @@
 /// @file
-/// Getting rid of what a child of a fork shares with its parent. Internal.
+/// Replaces descriptors that a forked child shares with its parent. Internal.
 #ifndef OSX_REACTOR_REPLACEDESCRIPTOR_H
 #define OSX_REACTOR_REPLACEDESCRIPTOR_H
 
@@ -25,7 +25,7 @@ inline void replaceDescriptor(Descriptor& aOld, Descriptor aFresh) {
     }
 }
 
-/// The same for a descriptor that belongs to an object of ACE's.
+/// The same for a descriptor that belongs to an ACE object.
 inline void replaceDescriptor(int aOld, Descriptor aFresh) {
     Descriptor lOld(aOld);
     replaceDescriptor(lOld, std::move(aFresh));

@@ -1,4 +1,4 @@
-// The options of a TCP connection. One that the kernel refuses is done without: the connection
+// The options of a TCP connection. An option that the kernel refuses is skipped: the connection
 // serves all the same.
 #include "sockets/connectionOptions.h"
 

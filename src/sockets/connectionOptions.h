@@ -6,7 +6,7 @@
 
 namespace osx {
 
-/// How the kernel asks a silent peer whether it is still there. One that vanished without a word is
+/// How the kernel asks a silent peer whether it is still there. One that vanished silently is
 /// noticed after `idleS` and `probes` times `intervalS`.
 struct KeepAlive {
     int idleS;      ///< Silence before the first question.
@@ -14,7 +14,7 @@ struct KeepAlive {
     int probes;     ///< Unanswered ones before the connection ends, with ETIMEDOUT.
 };
 
-/// That of every connection: 50 s.
+/// Of every connection, until a `ConnectionAdmin` sets its own: 50 s.
 constexpr KeepAlive kKeepAlive{20, 10, 3};
 
 /// Sets an option of a socket to a number.

@@ -18,7 +18,7 @@ namespace osx {
 /// @return 0 when all bytes went out, else an error number.
 [[nodiscard]] int sendAll(int aSocket, const iovec* aVec, int aCount);
 
-/// What came of receiving.
+/// The result of a receive.
 struct Received {
     ssize_t length;  ///< All that was asked for; 0 when the peer closed first, -1 on an error.
     int error;       ///< 0, or an error number.

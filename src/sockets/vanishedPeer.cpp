@@ -1,6 +1,6 @@
-// The kernel counts what a peer has left unanswered, and tells when anything came from it last.
-// Both together say that it has vanished; each alone is true of a peer that is merely slow, or
-// silent.
+// Whether a TCP peer has vanished. The kernel counts what a peer has left unanswered, and tells
+// when anything came from it last. Both together say that it has vanished; each alone is true of a
+// peer that is merely slow, or silent.
 #include "sockets/vanishedPeer.h"
 
 #include <netinet/in.h>

@@ -1,5 +1,5 @@
 /// @file
-/// Noticing a peer that vanished without a word while bytes were on their way to it. Internal.
+/// Noticing a peer that vanished silently while bytes were on their way to it. Internal.
 ///
 /// While all bytes are acknowledged, the kernel's own keepalive notices it. While some are not, the
 /// kernel sends them again for a quarter of an hour. TCP_USER_TIMEOUT would shorten that. But it

@@ -174,6 +174,8 @@ void DynamicSysInfo::dump() const {
     }
 }
 
+/// Keeps a figure. A new name is copied into the map; without memory for the copy the entry has an
+/// empty key, and is taken out again. Without memory for its buckets the map stays empty.
 void DynamicSysInfo::store(std::string_view aName, const FlexVar& aValue) {
     const ACE_CString lKey = borrowedKey(aName);
     const ACE_Guard<ACE_Thread_Mutex> lGuard(mMap.mutex());

@@ -15,7 +15,7 @@
 namespace osx {
 namespace {
 
-/// As many characters of a name, of a value or of a line count.
+/// The longest name, value or line; characters beyond it are ignored.
 constexpr std::size_t kMost = 255;
 
 constexpr int kMemInfoSummaryLines = 3;
@@ -29,8 +29,7 @@ class Remainder {
 public:
     explicit Remainder(std::string_view aText) : mText(aText) {}
 
-    /// Takes off what stands before a character or the end, as far as it counts.
-    /// @return it.
+    /// Removes and returns the text before `aEnd`, at most 255 characters.
     std::string_view takeUpTo(char aEnd) {
         const std::string_view lPart = mText.substr(0, std::min(mText.find(aEnd), kMost));
         mText.remove_prefix(lPart.size());

@@ -12,7 +12,7 @@
 
 namespace osx {
 
-/// Whose layouts a file has.
+/// Which kernel's file layout to expect.
 enum class ProcLayout {
     kTarget,  ///< The device's kernel: memory opens with a block of three lines, and the blocks of
               ///< a disc stand from the eleventh character on.

@@ -20,6 +20,8 @@ namespace osx {
 
 ThreadJoiner::ThreadJoiner() : mBeingJoined(), mLastJoined(pthread_t{}) {}
 
+/// If this thread has got the id of the one joined last, that note is cleared: else the new thread
+/// would be taken for joined.
 void ThreadJoiner::beginThread() {
     pthread_t lThread = ::pthread_self();
     mLastJoined.compare_exchange_strong(lThread, pthread_t{});
@@ -83,7 +85,7 @@ void ThreadJoiner::joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTas
 ///
 /// ACE's `wait_task` takes them out of its list, but passes over the one behind each that it takes.
 /// So each call leaves half of them. When there is no memory for it, the thread that ended last is
-/// the only one whose id is known.
+/// the only one whose id is known. Only if each call had its memory are all known to be joined.
 void ThreadJoiner::joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
     const NoCancellation lGuard;  // ACE would lose its memory, and the threads it has taken out
     const unsigned int lBegun = mNumberBegun;

@@ -138,7 +138,7 @@ void FlexVar::copyObjectOf(const FlexVar& aOther) noexcept {
 }
 
 /// @return whether the held object can take the other's value: both are of one kind, and each has
-///         its object.
+///         its object. One that got no memory for it holds null.
 bool FlexVar::keepsObjectFor(const FlexVar& aOther) const noexcept {
     return holdsObject() && mType == aOther.mType && mValue.mBits != 0 && aOther.mValue.mBits != 0;
 }

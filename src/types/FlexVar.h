@@ -420,8 +420,7 @@ public:
 
     /// Renders the value as wide text.
     /// @param[out] aOut is replaced by the text, each byte as one wide character; by the very
-    /// string
-    ///        for a WString. Unchanged or empty when memory is short.
+    ///        string for a WString. Unchanged or empty when memory is short.
     void getValueAsString(ACE_String_Base<wchar_t>& aOut) const noexcept;
     /// @}
 

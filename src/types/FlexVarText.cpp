@@ -86,6 +86,7 @@ void render(double aValue, CString& aOut) noexcept {
 void render(float aValue, CString& aOut) noexcept {
     render(static_cast<double>(aValue), aOut);
 }
+/// ACE's assignment copies the characters, also those that the value's string only borrows.
 void render(const CString& aValue, CString& aOut) noexcept {
     aOut = aValue;
 }

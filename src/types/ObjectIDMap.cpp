@@ -49,7 +49,7 @@ std::unique_ptr<Entry*[]> makePlaces(std::size_t aCount) noexcept {
     return lPlaces;
 }
 
-/// Apart, lest a look-up that succeeds keep registers for it.
+/// A separate function, so that a successful look-up saves no registers for it.
 [[gnu::noinline, gnu::cold]] void reportUnknown(const ObjectID& aObjectID, std::size_t aCount) {
     osx::DiagnosticLine(kModule).failure(LM_ERROR,
                                          "ObjectIDMap::translate: failed, aObjectID[%s] size[%d]\n",

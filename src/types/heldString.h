@@ -21,7 +21,7 @@
 
 namespace osx {
 
-/// Gives access to the protected fields of any of ACE's strings.
+/// Gives access to the protected fields of any ACE string.
 template <class Character>
 struct StringFields : ACE_String_Base<Character> {
     static constexpr auto kText = &StringFields::rep_;

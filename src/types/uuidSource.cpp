@@ -37,8 +37,9 @@ constexpr unsigned int kSequenceStride = 0x100;
 
 /// What tells this process's identifiers from those of others.
 struct Identity {
-    bool isDrawn = false;          ///< Each process draws its own, a forked child a new one.
-    unsigned int sequence = 0;     ///< Is added to ACE's clock sequence: random, then moved on.
+    bool isDrawn = false;  ///< Each process draws its own, a forked child a new one.
+    /// Added to ACE's clock sequence: starts random, and grows when the clock goes back.
+    unsigned int sequence = 0;
     std::uint64_t latestTime = 0;  ///< Of the latest UUID, to notice a clock that was set back.
     ACE_Utils::UUID_Node node;     ///< The network card's address, or random.
 };

@@ -33,8 +33,6 @@ using test::sendElsewhere;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {}  // namespace
-
 TEST(MessageQueue, DeliversInTheOrderOfTheSends) {
     Queue lQueue;
     EXPECT_EQ(1, lQueue.send("first"));
