@@ -114,8 +114,8 @@ public:
     }
     static void unlockInChild() OSX_NO_THREAD_SAFETY_ANALYSIS {
         for (osxListenHandler& lPort : gPorts) {
-            lPort.mMutex.unlock();
             lPort.finishClosing();
+            lPort.mMutex.unlock();
         }
         gPortsMutex.unlock();
     }
@@ -133,7 +133,9 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
       mCallbacks{aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc, aUserData},
       mClosed(false) {
     openAcceptor();
-    mSpare = openSpare();
+    if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
+        mSpare = openSpare();
+    }
     DiagnosticLine(kModule).trace(
         9,
         "%t osxListenHandler::osxListenHandler: aPortnumber [%d] aNewConnectionFnc[0x%x] "
@@ -177,7 +179,6 @@ void osxListenHandler::close() {
 
 /// In a child: the thread that was closing the port is not there, and clients would wait in it.
 void osxListenHandler::finishClosing() {
-    const osx::MutexLock lLock(mMutex);
     if (mClosed && mAcceptor.get_handle() != ACE_INVALID_HANDLE && isOfSet()) {
         leaveSet();
         closeAcceptor();

@@ -85,7 +85,7 @@ private:
     void leavePorts();
     int registerWithReactor();
     bool beginToClose();
-    void finishClosing();
+    void finishClosing() OSX_REQUIRES(mMutex);
     Accepted acceptConnection();
     Accepted acceptOrRefuse();
     bool refuseWithSpare() OSX_REQUIRES(mMutex);

@@ -113,6 +113,7 @@ unsigned long osxOpenSocket(void*& aSocket, const char* aAddress) {
     }
     lStream->set_handle(lConnected.socket.release());
     aSocket = lStream.release();
+    errno = 0;  // not what the steps of connecting left there
     return 0;
 }
 

@@ -112,9 +112,9 @@ int LoopReactor::close() {
 
 // --- timers ---
 //
-// ACE takes its token for each of these calls. With the library's queue that is not needed: it
-// calls `handle_close` without its lock. An ACE queue calls it with its lock, which therefore comes
-// after the token, as in ACE.
+// ACE takes its token for each of these calls. Here only what may call `handle_close` takes it, and
+// only with an ACE queue: that calls it with its lock, which therefore comes after the token, as in
+// ACE. The library's queue calls it without its lock.
 
 template <class Call>
 int LoopReactor::withTokenUnlessOwn(const ACE_Timer_Queue& aQueue, Call aCall) {
@@ -135,7 +135,6 @@ long LoopReactor::schedule_timer(ACE_Event_Handler* aHandler, const void* aAct,
         errno = ESHUTDOWN;
         return -1;
     }
-    const HeldToken lToken(token_);
     const long lId = lQueue->schedule(aHandler, aAct, lQueue->gettimeofday() + aDelay, aInterval);
     setAlarmOfOtherQueue();
     return lId;
@@ -147,7 +146,7 @@ int LoopReactor::reset_timer_interval(long aTimerID, const ACE_Time_Value& aInte
         errno = ESHUTDOWN;
         return -1;
     }
-    return withTokenUnlessOwn(*lQueue, [&] { return lQueue->reset_interval(aTimerID, aInterval); });
+    return lQueue->reset_interval(aTimerID, aInterval);
 }
 
 int LoopReactor::cancel_timer(ACE_Event_Handler* aHandler, int aDontCallHandleClose) {

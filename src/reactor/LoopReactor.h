@@ -177,7 +177,7 @@ private:
     /// Loop threads that wait in the poll, or are about to: a thread that leaves work looks whether
     /// there is one to wake.
     std::atomic<int> mSleepers;
-    /// Loop threads in `attempt`, which share the events that can be taken at once.
+    /// Loop threads in `attempt`, of which one that is alone takes many events at once.
     std::atomic<int> mInside;
     /// The forks that lie between this reactor's making and this process. Written in a child only,
     /// while it has one thread.

@@ -1,14 +1,13 @@
 // What the loop does at each event. All of it is compiled for speed; what happens seldom is in the
 // other sources of the class.
 //
-// Each loop thread waits in the poll for itself, and serves what that reports. It takes several
-// events at once, and leaves those that it has not come to in `ReadyQueue`, where others find them.
-// Nobody is woken for an event that the kernel reports; a thread that leaves something behind wakes
-// a sleeper, which does the same.
+// Each loop thread waits in the poll for itself, and serves what it is told. One that is alone
+// takes many events at once, and leaves those that it has not come to in `ReadyQueue`, where others
+// find them. Nobody is woken for an event that the kernel reports; a thread that leaves something
+// behind wakes a sleeper, which does the same.
 #include <sys/epoll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -178,11 +177,11 @@ bool LoopReactor::serveReady(Waited& aWaited) {
 /// A thread that is about to sleep counts itself first, and then looks for work. One that leaves
 /// work leaves it first, and then looks for sleepers: so one of the two sees the other.
 int LoopReactor::wait(epoll_event* aEvents, int aLimitMs) {
-    const int lThreads = std::max(1, mInside.load(std::memory_order_relaxed));
-    const int lShare = mSet.wantsFreshLook() ? 1 : std::max(1, ReadyQueue::kSize / lThreads);
+    const bool lIsAlone = mInside.load(std::memory_order_relaxed) == 1 && !mSet.wantsFreshLook();
     const CountedIn lSleeper(mSleepers);
     const bool lMaySleep = mReady.empty() && !mEnded;
-    return ::epoll_wait(mSet.descriptor(), aEvents, lShare, lMaySleep ? aLimitMs : 0);
+    return ::epoll_wait(mSet.descriptor(), aEvents, lIsAlone ? ReadyQueue::kSize : 1,
+                        lMaySleep ? aLimitMs : 0);
 }
 
 /// A timer goes first. The other events are left in `mReady`, where other threads find them while
@@ -243,6 +242,9 @@ bool LoopReactor::serveTimer() {
 
 /// One notification, as ACE's loop serves it. Each read of the pipe gets a whole one.
 bool LoopReactor::serveNotification() {
+    if (notify_handler_ == nullptr) {  // closed by a callback after the event was taken
+        return false;
+    }
     ACE_Notification_Buffer lNotification;
     while (notify_handler_->read_notify_pipe(notify_handler_->notify_handle(), lNotification) > 0) {
         if (notify_handler_->is_dispatchable(lNotification) > 0) {

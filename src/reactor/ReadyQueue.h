@@ -13,8 +13,8 @@
 
 namespace osx {
 
-/// A thread takes several events at once. They stand here, so that another thread serves them if
-/// the first one is held up in a callback.
+/// A thread that is alone in the loop takes several events at once. They stand here, so that
+/// another thread serves them if the first one is held up in a callback.
 class ReadyQueue {
 public:
     static constexpr int kSize = 64;

@@ -916,6 +916,23 @@ TEST(PortTrace, TheNumbersOfHandlersCopyAsNumbers) {
     EXPECT_EQ(0, osxDataHandler::mNrCreated);
 }
 
+namespace {
+class OwnKindOfPort : public osxListenHandler {
+public:
+    OwnKindOfPort()
+        : osxListenHandler(test::freePort(), nullptr, nullptr, nullptr, nullptr, nullptr) {}
+};
+}  // namespace
+
+/// All that a derived class needs of its bases is exported.
+TEST(Port, CanBeDerivedFrom) {
+    auto* const lPort = new OwnKindOfPort;
+    EXPECT_NE(ACE_INVALID_HANDLE, lPort->get_handle());
+    lPort->close();
+    EXPECT_EQ(ACE_INVALID_HANDLE, lPort->get_handle());
+    lPort->remove_reference();
+}
+
 TEST(Port, AThreadThatOpensOrClosesOneMayBeCancelled) {
     const test::RunningReactor lLoop;
     const unsigned short lNumber = test::freePort();

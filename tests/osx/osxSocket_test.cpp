@@ -156,6 +156,18 @@ TEST(Socket, SmallSendsAreNotHeldBack) {
     EXPECT_TRUE(test::sendsWithoutDelay(lConnection.descriptor()));
 }
 
+/// A connection is begun without waiting, which leaves EINPROGRESS.
+TEST(Socket, OpenLeavesNoErrnoWhenItSucceeds) {
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    errno = EPIPE;
+    const unsigned long lResult =
+        osxOpenSocket(lSocket, ("127.0.0.1:" + std::to_string(lListener.port())).c_str());
+    EXPECT_EQ(0, errno);
+    ASSERT_EQ(0UL, lResult);
+    osxCloseSocketAndRelease(lSocket);
+}
+
 TEST(Socket, OpenLooksNamesUp) {
     test::TcpListener lListener;
     void* lSocket = nullptr;
