@@ -16,15 +16,15 @@ namespace osx {
 ///         when the constructor meets a cancellation of the thread.
 template <class T, class... Arguments>
 std::unique_ptr<T> allocate(Arguments&&... aArguments) {
-    std::unique_ptr<T> lObject;
+    T* lObject = nullptr;
     try {
-        lObject.reset(new (std::nothrow) T(std::forward<Arguments>(aArguments)...));
+        lObject = new (std::nothrow) T(std::forward<Arguments>(aArguments)...);
     } catch (const std::bad_alloc&) {
     }
     if (lObject == nullptr) {
         errno = ENOMEM;
     }
-    return lObject;
+    return std::unique_ptr<T>(lObject);
 }
 
 /// @return a new array of bytes; null with `errno` ENOMEM.

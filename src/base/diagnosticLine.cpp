@@ -123,6 +123,39 @@ __attribute__((no_sanitize("null"), noinline)) void log(ACE_Log_Msg& aLog, const
     }
 }
 
+/// Copies a format of ACE's, with what `printf` does not know put in: the thread, module and line.
+template <std::size_t kSize>
+void makePlain(const char* aFormat, const char* aModule, int aLine,
+               std::array<char, kSize>& aPlain) {
+    constexpr std::size_t kMost = 100;  // of what is put in
+    std::size_t lLength = 0;
+    while (*aFormat != '\0' && lLength + kMost < kSize) {
+        const char lKind = aFormat[0] == '%' ? aFormat[1] : '\0';
+        if (lKind == 't' || lKind == 'l') {
+            lLength += static_cast<std::size_t>(
+                std::snprintf(&aPlain[lLength], kMost, "%d", lKind == 't' ? ::gettid() : aLine));
+        } else if (lKind == 'N') {
+            std::snprintf(&aPlain[lLength], kMost, "%s", aModule);
+            lLength += std::strlen(&aPlain[lLength]);
+        } else {
+            aPlain[lLength++] = aFormat[0];
+        }
+        aFormat += lKind == 't' || lKind == 'l' || lKind == 'N' ? 2 : 1;
+    }
+    aPlain[lLength] = '\0';
+}
+
+/// Writes a line without memory. Where ACE can do nothing, standard error is what is left.
+void writePlainly(const char* aFormat, va_list aArguments, const char* aModule, int aLine) {
+    std::array<char, 1024> lFormat;
+    std::array<char, 1024> lText{};
+    makePlain(aFormat, aModule, aLine, lFormat);
+    std::vsnprintf(lText.data(), lText.size(), lFormat.data(), aArguments);
+    const WriteSignalGuard lGuard;
+    const ssize_t lIgnored = ::write(STDERR_FILENO, lText.data(), std::strlen(lText.data()));
+    static_cast<void>(lIgnored);
+}
+
 /// Its caller is marked cold, so that the code that leads there is compiled for size. This is not.
 [[gnu::hot, gnu::noinline]] void logFormat(ACE_Log_Priority aPriority, std::size_t aTextLength,
                                            const char* aFormat, va_list aArguments,
@@ -132,6 +165,8 @@ __attribute__((no_sanitize("null"), noinline)) void log(ACE_Log_Msg& aLog, const
         const BoundedFormat lFormat(aFormat, aTextLength);
         lLog->conditional_set(aModule, aLine, aStatus, aErrno);
         log(*lLog, lFormat.text(), aPriority, aArguments);
+    } else if (aStatus != 0) {
+        writePlainly(aFormat, aArguments, aModule, aLine);
     }
 }
 

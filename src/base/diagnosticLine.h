@@ -26,7 +26,8 @@ inline bool isTraced(unsigned int aLevel) noexcept {
 /// operations. `errno` is the same afterwards as before.
 ///
 /// A line never ends the process. It is lost when standard error has no reader any more, a file may
-/// not grow, memory is short, or a back end of the application's throws.
+/// not grow, or a back end of the application's throws. When memory is short for ACE, a failure
+/// line goes to standard error alone, whatever ACE's flags; other lines are lost.
 ///
 /// Writing may be a cancellation point. Where a cancelled thread must not be unwound, as in a
 /// destructor, hold a `NoCancellation`.

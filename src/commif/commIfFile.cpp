@@ -1,6 +1,6 @@
 // The file channel: an open file behind a descriptor.
 //
-// Writing to a regular file needs no guard against SIGPIPE, which would cost four system calls for
+// Writing to a regular file needs no guard against signals, which would cost four system calls for
 // one; so the first write after an open finds out what kind of file it is.
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -112,11 +112,11 @@ int storeSize(ACE_FILE_IO& aFile, void* aData) {
                             : getFileSize(aFile, *static_cast<unsigned long*>(aData));
 }
 
-/// What a descriptor's file is. A regular file has no reader that could go away, so its writes
-/// never raise SIGPIPE.
+/// What a descriptor's file is. The writes to a regular file raise no signal, unless the size of
+/// the process's files is limited.
 ///
-///     kUnknown --first write--> kRegular or kOther;  each open: back to kUnknown
-enum class FileKind : unsigned char { kUnknown, kRegular, kOther };
+///     kUnknown --first write--> kQuiet or kOther;  each open: back to kUnknown
+enum class FileKind : unsigned char { kUnknown, kQuiet, kOther };
 
 /// By descriptor. The thread that opens a descriptor writes its kind, and so does one that writes
 /// to it first; threads that write read it. They are atomic because several may write first.
@@ -132,12 +132,12 @@ void setKind(int aDesc, FileKind aKind) {
 
 FileKind findKind(const ACE_FILE_IO& aFile) {
     struct stat lStatus{};
-    return ::fstat(aFile.get_handle(), &lStatus) == 0 && S_ISREG(lStatus.st_mode)
-               ? FileKind::kRegular
-               : FileKind::kOther;
+    const bool lIsRegular = ::fstat(aFile.get_handle(), &lStatus) == 0 && S_ISREG(lStatus.st_mode);
+    return lIsRegular && !osx::mayRaiseWriteSignalTo(lStatus.st_mode) ? FileKind::kQuiet
+                                                                      : FileKind::kOther;
 }
 
-/// Writes to a pipe or a terminal, or where the kind is not known yet.
+/// Writes where a signal may be raised, or where the kind is not known yet.
 [[gnu::noinline]] ssize_t writeGuarded(int aDesc, const ACE_FILE_IO& aFile,
                                        const unsigned char* aBuf, unsigned long aCount) {
     if (kindOf(aDesc) == FileKind::kUnknown) {
@@ -221,7 +221,7 @@ int commIfFileWrite(int aDesc, unsigned char* aBuf, unsigned long aCount,
                     unsigned long* aRetCount) {
     return withFile(
         aDesc, "%t commIfFileWrite: lFile == 0 fd[%d]  \n", [&](const ACE_FILE_IO& aFile) {
-            const ssize_t lWritten = kindOf(aDesc) == FileKind::kRegular
+            const ssize_t lWritten = kindOf(aDesc) == FileKind::kQuiet
                                          ? aFile.send(aBuf, aCount)
                                          : writeGuarded(aDesc, aFile, aBuf, aCount);
             osx::storeCount(aRetCount, lWritten);

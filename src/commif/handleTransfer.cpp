@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -30,6 +31,12 @@ using Clock = std::chrono::steady_clock;
 
 bool isNonBlocking(int aFlags) {
     return aFlags != -1 && (aFlags & O_NONBLOCK) != 0;
+}
+
+/// One system call, which leaves the other flags alone, whoever changes them meanwhile.
+bool setNonBlocking(int aHandle, bool aOn) {
+    int lOn = aOn ? 1 : 0;
+    return ::ioctl(aHandle, FIONBIO, &lOn) == 0;
 }
 
 bool waitUntilWritable(int aHandle) {
@@ -71,7 +78,6 @@ public:
 private:
     static std::uint64_t switchOf(int aHandle) OSX_REQUIRES(gMutex);
     bool isLastOfSwitch() const OSX_REQUIRES(gMutex);
-    void makeBlocking() const OSX_REQUIRES(gMutex);
 
     static NonBlockingRead* mFirst OSX_GUARDED_BY(gMutex);
     static std::uint64_t mLatestSwitch OSX_GUARDED_BY(gMutex);
@@ -109,7 +115,7 @@ NonBlockingRead::NonBlockingRead(int aHandle) : mHandle(aHandle) {
     const int lFlags = ::fcntl(mHandle, F_GETFL);
     if (isNonBlocking(lFlags)) {
         mSwitch = switchOf(mHandle);
-    } else if (lFlags != -1 && ::fcntl(mHandle, F_SETFL, lFlags | O_NONBLOCK) == 0) {
+    } else if (lFlags != -1 && setNonBlocking(mHandle, true)) {
         mSwitch = ++mLatestSwitch;
     }
     mNext = mFirst;
@@ -125,7 +131,7 @@ NonBlockingRead::~NonBlockingRead() {
     }
     *lPlace = mNext;
     if (mSwitch != 0 && isLastOfSwitch()) {
-        makeBlocking();
+        setNonBlocking(mHandle, false);
     }
 }
 
@@ -145,13 +151,6 @@ bool NonBlockingRead::isLastOfSwitch() const {
         }
     }
     return true;
-}
-
-void NonBlockingRead::makeBlocking() const {
-    const int lFlags = ::fcntl(mHandle, F_GETFL);
-    if (lFlags != -1) {
-        ::fcntl(mHandle, F_SETFL, lFlags & ~O_NONBLOCK);
-    }
 }
 
 bool NonBlockingRead::isApplicationsChoice(int aHandle) {

@@ -48,6 +48,7 @@ void LineRing::makeRoom(std::size_t aLength) {
     const bool lIsEmpty = mFirst == mEnd;
     const bool lIsFull = mEnd - mFirst == mMaxLines;
     if (lIsEmpty) {
+        mAtFront = mEnd;
         mPlace = 0;
     } else if (lIsFull) {
         ++mFirst;

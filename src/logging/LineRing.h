@@ -92,7 +92,7 @@ private:
     };
 
     Line& at(Number aLine) const OSX_REQUIRES(mMutex) {
-        return mLines[static_cast<std::size_t>(aLine) & (mMaxLines - 1)];
+        return mLines[static_cast<std::size_t>(aLine - mAtFront) & (mMaxLines - 1)];
     }
     void putLine(const char* aText, std::size_t aLength) OSX_REQUIRES(mMutex);
     void makeRoom(std::size_t aLength) OSX_REQUIRES(mMutex);
@@ -105,11 +105,12 @@ private:
     const std::size_t mMaxBytes;
     /// The lines' texts. None is split: a line that does not fit at the end goes to the front.
     const std::unique_ptr<char[]> mText OSX_GUARDED_BY(mMutex);
-    /// Line number n is entry n modulo `mMaxLines`.
+    /// Line number n is entry (n - `mAtFront`) modulo `mMaxLines`.
     const std::unique_ptr<Line[]> mLines OSX_GUARDED_BY(mMutex);
 
     Number mFirst OSX_GUARDED_BY(mMutex) = 0;       ///< The oldest line that is kept.
     Number mEnd OSX_GUARDED_BY(mMutex) = 0;         ///< The number of the next line.
+    Number mAtFront OSX_GUARDED_BY(mMutex) = 0;     ///< A line whose entry is the first one.
     std::size_t mPlace OSX_GUARDED_BY(mMutex) = 0;  ///< Where in the text the next line goes.
     /// Set by a reader that is about to sleep, cleared by the line that wakes it.
     bool mWakeIsWanted OSX_GUARDED_BY(mMutex) = false;

@@ -22,6 +22,8 @@
 #include "logging/commandLine.h"
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
+#include "osx/osxListenHandler.h"
+#include "osx/registerPort.h"
 #include "process/atEnd.h"
 #include "process/atFork.h"
 
@@ -54,8 +56,9 @@ struct LevelPort {
 };
 LevelPort gLevelPort;
 
-/// Keeps the port that is open, if its number is the wanted one: opened again, it would be in use.
-/// A child that wants another number leaves its parent's port to the parent.
+/// Keeps the port that is open (it may have closed for want of memory), if its number is the wanted
+/// one: opened again, it would be in use. A child that wants another number leaves its parent's
+/// port to the parent.
 /// @return whether the port has been kept.
 bool keepLevelPort() {
     if (gLevelPort.mHandle == nullptr) {
@@ -63,11 +66,25 @@ bool keepLevelPort() {
     }
     const bool lIsParents = gLevelPort.mGeneration != osx::process::generation();
     gLevelPort.mGeneration = osx::process::generation();
+    const bool lIsOpen = static_cast<osxListenHandler*>(gLevelPort.mHandle)->isOpen();
     const bool lIsWanted = gLevelPort.mNumber == gDebugLevelPortNumber;
-    if (lIsParents && !lIsWanted) {
+    if (!lIsOpen || (lIsParents && !lIsWanted)) {
         osxUnregisterPort(gLevelPort.mHandle);
     }
-    return lIsWanted;
+    return lIsOpen && lIsWanted;
+}
+
+/// How many clients the debug-level port has. A child counts those that it has from its parent.
+std::atomic<int> gLevelClients{0};
+
+void onNewLevelClient(void* /*aSocket*/, void*& /*aUserData*/) {
+    ++gLevelClients;
+}
+void onClosedLevelClient(void* /*aSocket*/, void*& /*aUserData*/) {
+    --gLevelClients;
+}
+bool isLevelPortFull(ACE_HANDLE /*aDescriptor*/, void* /*aUserData*/) {
+    return gLevelClients >= kMaxDebugLevelClients;
 }
 
 std::int32_t decimalNumber(std::string_view aText) {
@@ -151,18 +168,21 @@ constexpr std::array<osx::CommandLineOption, 7> kOptions{
 /// `open` without SYSLOG would silence a system log that an option has asked for, even though its
 /// flag stays set. With SYSLOG it sets LOGGER, though there may be no logging daemon, and does not
 /// switch STDERR on: both flags are corrected below.
+/// Without memory for a copy of the name `open` fails, and sets no flag; the back end needs none.
 void openNetworkBackend(ACE_Log_Msg& aLog) {
-    unsigned long lFlags = ACE_Log_Msg::LOGGER | ACE_Log_Msg::CUSTOM;
+    unsigned long lFlags = ACE_Log_Msg::CUSTOM;
     if (gStandardErrorWanted) {
         lFlags |= ACE_Log_Msg::STDERR;
     }
     if ((aLog.flags() & ACE_Log_Msg::SYSLOG) == 0) {
-        aLog.open(kProgramName, lFlags, kLoggerKey);
-        return;
+        if (aLog.open(kProgramName, lFlags | ACE_Log_Msg::LOGGER, kLoggerKey) == -1) {
+            aLog.clr_flags(ACE_Log_Msg::STDERR);
+        }
+    } else {
+        openWithSystemLog(aLog, lFlags | ACE_Log_Msg::LOGGER | ACE_Log_Msg::SYSLOG);
+        aLog.clr_flags(ACE_Log_Msg::LOGGER);
     }
-    openWithSystemLog(aLog, lFlags | ACE_Log_Msg::SYSLOG);
-    aLog.clr_flags(ACE_Log_Msg::LOGGER);
-    aLog.set_flags(lFlags & ACE_Log_Msg::STDERR);
+    aLog.set_flags(lFlags);
 }
 
 void startNetworkLogging() {
@@ -207,8 +227,9 @@ void startLoggingServer() {
         return;
     }
     void* lPort = nullptr;
-    if (osxRegisterPort(lPort, static_cast<unsigned long>(gDebugLevelPortNumber), nullptr, nullptr,
-                        NewLogLevelData, nullptr, nullptr) != 0) {
+    if (osx::registerPort(lPort, static_cast<unsigned long>(gDebugLevelPortNumber),
+                          {onNewLevelClient, nullptr, NewLogLevelData, onClosedLevelClient, nullptr,
+                           isLevelPortFull}) != 0) {
         DiagnosticLine(kModule).failure(
             LM_ERROR, "%t startLoggingServer Unable to start the Logging service\n");
         return;

@@ -32,6 +32,10 @@
 
 class RedirectService;
 
+/// How many clients the debug-level port holds. It closes the connection of any further one at once
+/// (at most once a second with a line).
+constexpr int kMaxDebugLevelClients = 64;
+
 /// Takes the logging options out of the command line and applies them.
 ///
 /// | option               | effect                                                               |
@@ -79,8 +83,9 @@ OSX_EXPORT void setDebugLevelPortNumber(long aPort);
 /// @return the service, which exists from load to exit; stays the library's.
 OSX_EXPORT RedirectService* getRedirectService();
 
-/// Opens the debug-level port, until the process ends. A port that cannot be opened, being in use
-/// or forbidden, ends the process (with a line). Without memory nothing is opened (with a line).
+/// Opens the debug-level port, until the process ends; again, if it has closed for want of memory.
+/// A port that cannot be opened, being in use or forbidden, ends the process (with a line). Without
+/// memory nothing is opened (with a line).
 OSX_EXPORT void startLoggingServer();
 
 /// Prints the options to standard output.

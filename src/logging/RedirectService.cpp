@@ -28,6 +28,8 @@ using std::chrono::milliseconds;
 namespace {
 
 constexpr char kModule[] = "RedirectService.cpp";
+constexpr char kFull[] = "RedirectService: 64 clients are connected, no more are taken\n";
+static_assert(RedirectService::kMaxClients == 64, "the text says so");
 
 /// With no limit of its own, a client's patience is the usual one (`Watcher::patience`).
 constexpr auto kNoLimit = std::chrono::hours(24 * 365);
@@ -150,6 +152,7 @@ RedirectService::RedirectService()
       mGeneration(osx::process::generation()),
       mWanted(false) {
     mConnectionAdmin.setClientFncs(onNewClient, onClosedClient, this);
+    mConnectionAdmin.limitClients(kMaxClients, kFull);
 }
 
 RedirectService::~RedirectService() {
@@ -183,6 +186,27 @@ OSX_NO_THREAD_SAFETY_ANALYSIS void RedirectService::leaveToParent() {
     if (mWorker != nullptr) {
         mWorker->mFormer = lFormer;
     }
+}
+
+/// The worker of a child is made while it forks, when memory may be short. One without a queue is
+/// good for nothing and, as long as it has no lines, known to nobody else: another one takes its
+/// place. A thread of the worker that waits for memory is waited for.
+/// @return what the worker's `init` returns.
+int RedirectService::startWorker() {
+    if (mWorker != nullptr) {
+        const int lResult = mWorker->mActiveObject.init();
+        if (lResult != -1 || mWorker->mLines != nullptr ||
+            mWorker->mActiveObject.thr_count() != 0) {
+            return lResult;
+        }
+    }
+    const Worker* const lFormer = mWorker == nullptr ? nullptr : mWorker->mFormer;
+    mWorker = osx::allocate<Worker>();
+    if (mWorker == nullptr) {
+        return -1;
+    }
+    mWorker->mFormer = lFormer;
+    return mWorker->mActiveObject.init();
 }
 
 void RedirectService::onNewClient(void* aService, void* aSocket) {
@@ -242,10 +266,10 @@ void RedirectService::leaveClientsOfOtherPort() {
 
 int RedirectService::start() {
     mWanted = false;
-    if (mWorker == nullptr || mWatchers == nullptr) {
+    if (mWatchers == nullptr) {
         return -1;
     }
-    const int lResult = mWorker->mActiveObject.init();
+    const int lResult = startWorker();
     const bool lNeedsServing = lResult != -1 && !mRunning && !gServing;
     return lNeedsServing && !startServing() ? -1 : lResult;
 }

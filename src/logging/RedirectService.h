@@ -42,6 +42,9 @@ class OSX_EXPORT RedirectService : public ACE_Log_Msg_Backend {
 public:
     /// The TCP port, unless `setPortNumber` sets another.
     static constexpr long kDefaultPort = 2324;
+    /// How many clients the port holds. It tells any further one so, and closes the connection (at
+    /// most once a second with a line).
+    static constexpr int kMaxClients = 64;
     /// @name How much is kept for clients that are behind
     /// A text beyond 4096 bytes counts as several lines.
     /// @{
@@ -73,7 +76,8 @@ public:
     void setPortNumber(long aPort);
 
     /// Starts the worker thread, waits until it runs, and opens the port. A port that cannot be
-    /// opened, being in use or forbidden, ends the process (with a line).
+    /// opened, being in use or forbidden, ends the process (with a line). A thread for whose own
+    /// log there is no memory does not run before there is.
     /// @retval 0 the thread has been started.
     /// @retval 1 it runs already.
     /// @retval -1 there is no memory or descriptor for it (with a line); nothing is sent until a
@@ -137,6 +141,7 @@ private:
     int startIfWanted() OSX_EXCLUDES(mLifeMutex);
     int startAndListen() OSX_EXCLUDES(mLifeMutex);
     int start() OSX_REQUIRES(mLifeMutex);
+    int startWorker() OSX_REQUIRES(mLifeMutex);
     static void reportStart(int aResult);
     bool startServing() OSX_REQUIRES(mLifeMutex);
     bool insertMilestone(Event& aEvent) OSX_REQUIRES(mLifeMutex);
@@ -151,7 +156,7 @@ private:
     // these calls or by the first client, and, if the parent's was running, started by that client.
 
     /// Made by the constructor, and anew in a forked child. Threads that put lines use it without a
-    /// lock, while `mRunning`. Null if there was no memory for it; then nothing ever runs.
+    /// lock, while `mRunning`. Null if there was no memory for it; the next start tries again.
     std::unique_ptr<Worker> mWorker;
     /// The clients. Null if there was no memory for it; then nothing ever runs.
     const std::unique_ptr<osx::Watchers> mWatchers;

@@ -23,6 +23,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
+constexpr char kModule[] = "Watchers.cpp";
+
 /// How long the serving thread pauses before it asks to be woken. Lines come in bursts, and for the
 /// thread that logs nothing costs as much as waking another one.
 constexpr int kPauseMs = 1;
@@ -96,6 +98,8 @@ Watchers::~Watchers() {
 void Watchers::add(const void* aSocket, int aDescriptor) {
     Link lWatcher = allocate<Watcher>(aSocket, aDescriptor);
     if (lWatcher == nullptr) {
+        DiagnosticLine(kModule).failure(
+            LM_ERROR, "%t RedirectService: no memory for a client, its connection is ended\n");
         ::shutdown(aDescriptor, SHUT_RDWR);
         return;
     }

@@ -50,7 +50,8 @@ public:
     /// Any thread may call.
     /// @{
 
-    /// Sends a client all lines from now on. When memory is short, its connection is ended.
+    /// Sends a client all lines from now on. When memory is short, its connection is ended,
+    /// with a line.
     void add(const void* aSocket, int aDescriptor) OSX_EXCLUDES(mMutex);
     /// @param aDescriptor what the socket has now: the application may have closed the one it had.
     void remove(const void* aSocket, int aDescriptor) OSX_EXCLUDES(mMutex);

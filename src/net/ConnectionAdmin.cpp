@@ -10,6 +10,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstring>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -20,6 +22,8 @@
 #include "base/diagnosticLine.h"
 #include "net/Broadcast.h"
 #include "osx/osx.h"
+#include "osx/osxListenHandler.h"
+#include "osx/registerPort.h"
 #include "process/atFork.h"
 #include "sockets/connectionOptions.h"
 #include "sockets/socketTransfer.h"
@@ -29,7 +33,7 @@ using osx::DiagnosticLine;
 namespace {
 
 constexpr char kModule[] = "ConnectionAdmin.cpp";
-constexpr osx::KeepAlive kKeepAlive{ConnectionAdmin::kKeepAliveIdleS, 10, 3};
+static_assert(ConnectionAdmin::kKeepAliveIdleS == osx::kKeepAlive.idleS, "as of every connection");
 constexpr unsigned long kFailed = static_cast<unsigned long>(-1);
 
 /// Loop threads may come here while the process exits.
@@ -42,11 +46,10 @@ int descriptorOf(void* aSocket) {
     return static_cast<ACE_SOCK_Stream*>(aSocket)->get_handle();
 }
 
-/// Has the kernel end a connection whose client takes nothing, or has vanished.
+/// Has the kernel end a connection whose client takes nothing.
 void limitSilence(void* aSocket) {
-    const int lDescriptor = descriptorOf(aSocket);
-    osx::setOption(lDescriptor, IPPROTO_TCP, TCP_USER_TIMEOUT, ConnectionAdmin::kKernelLimitMs);
-    osx::keepAlive(lDescriptor, kKeepAlive);
+    osx::setOption(descriptorOf(aSocket), IPPROTO_TCP, TCP_USER_TIMEOUT,
+                   ConnectionAdmin::kKernelLimitMs);
 }
 
 /// Broadcasts are many and small and nobody answers them: a burst costs less in larger packets.
@@ -160,7 +163,9 @@ ConnectionAdmin::ConnectionAdmin()
       mGeneration(osx::process::generation()),
       mNewClientFnc(nullptr),
       mClosedClientFnc(nullptr),
-      mClientData(nullptr) {
+      mClientData(nullptr),
+      mMostClients(std::numeric_limits<int>::max()),
+      mFullReason("") {
     const osx::MutexLock lGuard(mAliveMutex);
     mNextAlive = mAlive;
     mAlive = this;
@@ -201,6 +206,11 @@ void ConnectionAdmin::setClientFncs(ClientFnc aNewClientFnc, ClientFnc aClosedCl
     mClientData = aData;
 }
 
+void ConnectionAdmin::limitClients(int aMost, const char* aReason) {
+    mMostClients = aMost;
+    mFullReason = aReason;
+}
+
 // --- port -------------------------------------------------------------------------------------
 
 /// Prepares to open a port. If the object has that port open already, even if it was opened before
@@ -213,7 +223,7 @@ bool ConnectionAdmin::keepsPort(long aPort) {
     if (mSocketHandle == nullptr) {
         return false;
     }
-    if (mPortNumber == aPort) {
+    if (mPortNumber == aPort && static_cast<osxListenHandler*>(mSocketHandle)->isOpen()) {
         return true;
     }
     deinit();
@@ -228,8 +238,9 @@ void ConnectionAdmin::init(long aPort) {
         return;
     }
     mPortNumber = aPort;
-    if (osxRegisterPort(mSocketHandle, static_cast<unsigned long>(mPortNumber), onAccepted, nullptr,
-                        nullptr, ClosedConnection, this) == kFailed) {
+    if (osx::registerPort(mSocketHandle, static_cast<unsigned long>(mPortNumber),
+                          {onAccepted, nullptr, nullptr, ClosedConnection, this, turnsAway}) ==
+        kFailed) {
         DiagnosticLine(kModule).failure(
             LM_ERROR, "%t ConnectionAdmin::init osxRegisterPort failed, mPortNumber[%d]\n",
             mPortNumber);
@@ -280,6 +291,19 @@ void ConnectionAdmin::endSendsInProgress() const {
 
 // --- clients ----------------------------------------------------------------------------------
 
+bool ConnectionAdmin::turnsAway(int aDescriptor, void* aUserData) {
+    const Callback lCallback(aUserData);
+    return lCallback.admin() != nullptr && lCallback.admin()->isFull(aDescriptor);
+}
+
+bool ConnectionAdmin::isFull(int aDescriptor) const {
+    const bool lIsFull = getNrOfConnections() >= mMostClients;
+    if (lIsFull) {
+        ::send(aDescriptor, mFullReason, std::strlen(mFullReason), MSG_DONTWAIT | MSG_NOSIGNAL);
+    }
+    return lIsFull;
+}
+
 void ConnectionAdmin::NewConnection(void* aSocket, void*& aUserData) {
     const Callback lCallback(aUserData);
     ConnectionAdmin* const lAdmin = lCallback.admin();
@@ -314,15 +338,23 @@ std::unique_ptr<ConnectionAdmin::Client>& ConnectionAdmin::find(void* aSocket) {
 }
 
 void ConnectionAdmin::NewConnection_i(void* aSocket) {
+    if (!add(aSocket)) {
+        DiagnosticLine(kModule).failure(
+            LM_ERROR, "%t ConnectionAdmin::NewConnection: no memory, a client is sent nothing\n");
+    }
+}
+
+bool ConnectionAdmin::add(void* aSocket) {
     const osx::MutexLock lGuard(mMutex);
     std::unique_ptr<Client>& lLink = find(aSocket);
     if (lLink != nullptr) {
-        return;
+        return true;
     }
     lLink = osx::allocate<Client>(aSocket);
     if (lLink != nullptr) {
         mCount.fetch_add(1, std::memory_order_relaxed);
     }
+    return lLink != nullptr;
 }
 
 void ConnectionAdmin::ClosedConnection_i(void* aSocket) {

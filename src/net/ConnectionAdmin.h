@@ -44,7 +44,7 @@ public:
     /// packet. A client that is only slow may have such a window for long.
     static constexpr int kKernelLimitMs = 3600000;
     /// How long, in seconds, a connection may be silent before the client is probed.
-    static constexpr int kKeepAliveIdleS = 30;
+    static constexpr int kKeepAliveIdleS = 20;
 
     /// Opens nothing.
     ConnectionAdmin();
@@ -89,7 +89,7 @@ public:
     int sendBlock(unsigned long aLen, unsigned char* aData) const;
 
     /// The port's callback for a new client: adds it unless it is there already. Without memory
-    /// (`errno` is ENOMEM) it is not added.
+    /// (`errno` is ENOMEM) it is not added (with a line).
     /// @param aSocket the client's connection.
     /// @param aUserData the `ConnectionAdmin`; ignored if null or destroyed.
     static void NewConnection(void* aSocket, void*& aUserData);
@@ -114,6 +114,11 @@ private:
     /// Sets the two functions; call it before `init`.
     void setClientFncs(ClientFnc aNewClientFnc, ClientFnc aClosedClientFnc, void* aData);
 
+    /// Turns clients away beyond a number; call it before `init`.
+    /// @param aMost that number.
+    /// @param aReason what they are sent before their connections are closed; a literal.
+    void limitClients(int aMost, const char* aReason);
+
     struct Client;
     class Callback;
     class AcrossForks;
@@ -122,7 +127,10 @@ private:
     class Broadcast;
     struct Failures;
 
+    static bool turnsAway(int aDescriptor, void* aUserData);
+    bool isFull(int aDescriptor) const;
     void NewConnection_i(void* aSocket) OSX_EXCLUDES(mMutex);
+    bool add(void* aSocket) OSX_EXCLUDES(mMutex);
     void ClosedConnection_i(void* aSocket) OSX_EXCLUDES(mMutex);
     std::unique_ptr<Client>& find(void* aSocket) OSX_REQUIRES(mMutex);
     void leaveAlive() OSX_EXCLUDES(mAliveMutex);
@@ -157,6 +165,8 @@ private:
     ClientFnc mNewClientFnc;
     ClientFnc mClosedClientFnc;
     void* mClientData;
+    int mMostClients;
+    const char* mFullReason;
 };
 
 #endif

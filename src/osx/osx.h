@@ -402,7 +402,7 @@ OSX_EXPORT void osxSleep(unsigned long aMs);
 /// @param[out] aMonth 1 to 12.
 /// @param[out] aYear in full, as 2009.
 /// @retval 0 the time was read.
-/// @retval 1 the local time cannot be computed.
+/// @retval 1 the local time cannot be computed, as in a 32-bit program after 19 January 2038.
 OSX_EXPORT unsigned int osxGetTime(unsigned int* aHours, unsigned int* aMinutes,
                                    unsigned int* aSeconds, unsigned int* aDay, unsigned int* aMonth,
                                    unsigned int* aYear);
@@ -458,6 +458,9 @@ OSX_EXPORT double htond(double aValue);
 /// minute: the connection ends as if by an error, `errno` ETIMEDOUT. A peer that is there and takes
 /// its time, be it hours, is not cut off. Only if a peer had taken nothing for minutes before it
 /// vanished, noticing takes some minutes more.
+///
+/// A socket points at its `ACE_SOCK_Stream`, for what these calls do not offer: a send that does
+/// not wait, for example, as in examples/first/first.cpp. Leave the closing to the calls.
 ///
 /// Connections have a `SO_RCVTIMEO` and a `SO_SNDTIMEO` of 10 s, beyond which these calls wait on.
 /// An application's own blocking `recv` or `send` on the descriptor gets EAGAIN after that time.
@@ -613,6 +616,10 @@ typedef void (*osxClosedConnectionFnc_t)(void* aSocket, void*& aUserData);
 /// When the process has no descriptor left, or none that the reactor can hold, the port refuses
 /// what connects, says so at most once a second, and goes on. When there is no memory for a
 /// connection it closes, says so, and stays closed: unregister it and register it anew.
+///
+/// Ports leave descriptors to the application, however many clients come: an eighth of the
+/// process's limit (RLIMIT_NOFILE, as it is at the time), at most 64. No connection of a port gets
+/// one of the highest so many numbers. A client that would is refused, as if none were left.
 ///
 /// Connections are not bound by ACE's limit of 1024 descriptors. A descriptor of 1024 and above
 /// does not fit an `fd_set`; wait with `poll`.

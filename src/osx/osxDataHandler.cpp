@@ -81,7 +81,8 @@ int osxDataHandler::handle_input(ACE_HANDLE aHandle) {
 }
 
 /// A read that came short has emptied the socket, and the reactor reports what comes later. Only
-/// the end of the stream, which it may have reported before, it does not report again.
+/// the end of the stream, and what is behind an urgent byte, it may have reported before and does
+/// not report again.
 osx::Served::Outcome osxDataHandler::serve(bool aToTheEnd) {
     ssize_t lCame = 0;
     int lResult = 1;

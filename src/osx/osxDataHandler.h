@@ -22,6 +22,12 @@ struct osxPortCallbacks_t {
     osxNewDataFnc_t aNewDataFnc;                    ///< Gets what was read.
     osxClosedConnectionFnc_t aClosedConnectionFnc;  ///< Called once.
     void* aUserData;                                ///< Where each connection's copy starts.
+
+    /// For the library's own ports: asked about each new client before anything else is called.
+    /// @param aDescriptor the connection; may be sent to, without waiting.
+    /// @param aUserData the datum above.
+    /// @return whether there are enough clients, so that the connection is closed at once.
+    bool (*aTurnsAwayFnc)(ACE_HANDLE aDescriptor, void* aUserData) = nullptr;
 };
 
 /// A number that several threads count up, without a lock. A copy holds the number as it was.

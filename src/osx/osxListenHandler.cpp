@@ -4,12 +4,17 @@
 // kernel's queue, and the reactor finds the port readable for ever. So the port keeps a spare
 // descriptor, by which it takes such a connection from the queue and refuses it. If even that
 // fails, it leaves the reactor for a pause.
+//
+// It does not wait for the shortage: connections never get the last descriptors, so that the
+// application still has some however many clients come.
 #include "osx/osxListenHandler.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <utility>
@@ -33,7 +38,14 @@ namespace {
 
 constexpr char kModule[] = "osxListenHandler.cpp";
 constexpr int kBacklog = 5;
-constexpr std::chrono::seconds kReportInterval(1);  // of failed accepts
+constexpr std::chrono::seconds kReportInterval(1);  // of clients that were not accepted
+
+/// Of the limit on descriptors this part, and at most this many, are left to the application.
+constexpr rlim_t kReservedPart = 8;
+constexpr rlim_t kMostReserved = 64;
+
+/// The `errno` of a client that was turned away because there are enough.
+constexpr int kEnoughClients = EUSERS;
 
 ACE_Time_Value pauseTime() {
     return ACE_Time_Value(0, 100000);
@@ -43,6 +55,15 @@ ACE_Time_Value pauseTime() {
 /// found readable again at once.
 bool isShortage(int aError) {
     return aError == EMFILE || aError == ENFILE || aError == ENOBUFS || aError == ENOMEM;
+}
+
+/// The kernel gives out the lowest free number: a high one tells that few are left. The limit may
+/// be changed while the process runs.
+bool isReserved(int aDescriptor) {
+    rlimit lLimit{};
+    ::getrlimit(RLIMIT_NOFILE, &lLimit);
+    const rlim_t lReserve = std::min(lLimit.rlim_cur / kReservedPart, kMostReserved);
+    return static_cast<rlim_t>(aDescriptor) >= lLimit.rlim_cur - lReserve;
 }
 
 bool listenOn(int aSocket, const ACE_INET_Addr& aAddress) {
@@ -129,8 +150,12 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
                                    osxNewConnectionFnc_t aNewConnectionFnc,
                                    osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
                                    osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData)
+    : osxListenHandler(aPortnumber, {aNewConnectionFnc, aDataAvailFnc, aNewDataFnc,
+                                     aClosedConnectionFnc, aUserData}) {}
+
+osxListenHandler::osxListenHandler(unsigned long aPortnumber, const osxPortCallbacks_t& aCallbacks)
     : mLocalAddress(static_cast<unsigned short>(aPortnumber)),
-      mCallbacks{aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc, aUserData},
+      mCallbacks(aCallbacks),
       mClosed(false) {
     openAcceptor();
     if (mAcceptor.get_handle() != ACE_INVALID_HANDLE) {
@@ -140,8 +165,8 @@ osxListenHandler::osxListenHandler(unsigned long aPortnumber,
         9,
         "%t osxListenHandler::osxListenHandler: aPortnumber [%d] aNewConnectionFnc[0x%x] "
         "aDataAvailFnc [0x%x] aNewDataFnc[0x%x] aClosedConnectionFnc[0x%x] aUserData [0x%x]\n",
-        aPortnumber, aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc,
-        aUserData);
+        aPortnumber, mCallbacks.aNewConnectionFnc, mCallbacks.aDataAvailFnc, mCallbacks.aNewDataFnc,
+        mCallbacks.aClosedConnectionFnc, mCallbacks.aUserData);
     enterPorts();
     if (registerWithReactor() != 0) {
         DiagnosticLine(kModule).failure(LM_ERROR,
@@ -193,6 +218,11 @@ bool osxListenHandler::beginToClose() {
 
 ACE_HANDLE osxListenHandler::get_handle() const {
     return mAcceptor.get_handle();
+}
+
+bool osxListenHandler::isOpen() {
+    const osx::MutexLock lLock(mMutex);
+    return !mClosed;
 }
 
 /// Nobody would see to a connection that a cancelled thread has accepted.
@@ -277,7 +307,15 @@ osxListenHandler::Accepted osxListenHandler::acceptConnection() {
     if (lAccepted.isStuck) {
         pause();
     }
+    if (lAccepted.connection && turnsAway(lAccepted.connection.get())) {
+        return Accepted::failure(kEnoughClients);
+    }
     return lAccepted;
+}
+
+bool osxListenHandler::turnsAway(int aDescriptor) const {
+    return mCallbacks.aTurnsAwayFnc != nullptr &&
+           mCallbacks.aTurnsAwayFnc(aDescriptor, mCallbacks.aUserData);
 }
 
 osxListenHandler::Accepted osxListenHandler::acceptOrRefuse() {
@@ -288,11 +326,16 @@ osxListenHandler::Accepted osxListenHandler::acceptOrRefuse() {
     Accepted lAccepted = Accepted::from(mAcceptor.get_handle());
     if (!lAccepted.connection) {
         lAccepted.isStuck = isShortage(lAccepted.error) && !refuseWithSpare();
-    } else if (static_cast<std::size_t>(lAccepted.connection.get()) >=
-               osx::descriptorLimit(*reactor())) {
+    } else if (!mayHold(lAccepted.connection.get())) {
         return Accepted::failure(EMFILE);
     }
     return lAccepted;
+}
+
+/// @return whether the reactor can hold a new descriptor, and the application can spare it.
+bool osxListenHandler::mayHold(int aDescriptor) const {
+    return static_cast<std::size_t>(aDescriptor) < osx::descriptorLimit(*reactor()) &&
+           !isReserved(aDescriptor);
 }
 
 /// Takes the waiting connection, which would keep the port readable, with the descriptor kept for
@@ -321,6 +364,13 @@ void osxListenHandler::reportFailedAccept(int aError) {
         return;
     }
     errno = aError;
+    if (aError == kEnoughClients) {
+        DiagnosticLine(kModule).failure(LM_ERROR,
+                                        "%t osxListenHandler::handle_input: port [%d] has all the "
+                                        "clients that it holds, turning others away\n",
+                                        mLocalAddress.get_port_number());
+        return;
+    }
     DiagnosticLine(kModule).failure(
         LM_ERROR,
         "%t osxListenHandler::handle_input: Unable to accept incoming socket ::errno[%d]\n",

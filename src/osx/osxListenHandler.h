@@ -32,6 +32,11 @@ public:
                      osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
                      osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData);
 
+    /// The same, with the callbacks in one.
+    /// @param aPortnumber TCP port.
+    /// @param aCallbacks copied.
+    OSX_HIDDEN osxListenHandler(unsigned long aPortnumber, const osxPortCallbacks_t& aCallbacks);
+
     /// Closes the port.
     ~osxListenHandler() override;
 
@@ -45,6 +50,10 @@ public:
     /// Tells the port's descriptor.
     /// @return it; -1 once the port is closed.
     ACE_HANDLE get_handle() const override;
+
+    /// Tells whether clients can connect; false once it is closed, or has closed by itself.
+    /// @return whether it is open.
+    bool isOpen() OSX_EXCLUDES(mMutex);
 
     /// Accepts one connection.
     /// @param aHandle not looked at.
@@ -88,6 +97,8 @@ private:
     void finishClosing() OSX_REQUIRES(mMutex);
     Accepted acceptConnection();
     Accepted acceptOrRefuse();
+    bool mayHold(int aDescriptor) const;
+    bool turnsAway(int aDescriptor) const;
     bool refuseWithSpare() OSX_REQUIRES(mMutex);
     void pause();
     void reportFailedAccept(int aError);
@@ -115,7 +126,7 @@ private:
     /// from the kernel's queue, and refused. None if it could not be opened again.
     osx::Descriptor mSpare OSX_GUARDED_BY(mMutex);
 
-    /// No line about a failed accept is written before.
+    /// No line about a client that was not accepted is written before.
     Clock::time_point mNextReport OSX_GUARDED_BY(mMutex);
 };
 

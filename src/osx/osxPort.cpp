@@ -10,6 +10,7 @@
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
 #include "osx/osxListenHandler.h"
+#include "osx/registerPort.h"
 
 using osx::DiagnosticLine;
 
@@ -17,15 +18,12 @@ namespace {
 constexpr auto kFailed = static_cast<unsigned long>(-1);
 }  // namespace
 
-unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
-                              osxNewConnectionFnc_t aNewConnectionFnc,
-                              osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
-                              osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData) {
+unsigned long osx::registerPort(void*& aPort, unsigned long aPortnumber,
+                                const osxPortCallbacks_t& aCallbacks) {
     const osx::NoCancellation lGuard;
     std::unique_ptr<osxListenHandler> lListener;
     if (OSX_Reactor::ofProcess() != nullptr) {
-        lListener = osx::allocate<osxListenHandler>(aPortnumber, aNewConnectionFnc, aDataAvailFnc,
-                                                    aNewDataFnc, aClosedConnectionFnc, aUserData);
+        lListener = osx::allocate<osxListenHandler>(aPortnumber, aCallbacks);
     }
     if (lListener == nullptr) {
         errno = ENOMEM;
@@ -35,6 +33,15 @@ unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
     }
     aPort = lListener.release();
     return 0;
+}
+
+unsigned long osxRegisterPort(void*& aPort, unsigned long aPortnumber,
+                              osxNewConnectionFnc_t aNewConnectionFnc,
+                              osxDataAvailFnc_t aDataAvailFnc, osxNewDataFnc_t aNewDataFnc,
+                              osxClosedConnectionFnc_t aClosedConnectionFnc, void* aUserData) {
+    return osx::registerPort(
+        aPort, aPortnumber,
+        {aNewConnectionFnc, aDataAvailFnc, aNewDataFnc, aClosedConnectionFnc, aUserData});
 }
 
 unsigned long osxUnregisterPort(void*& aPort) {

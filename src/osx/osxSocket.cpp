@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <optional>
 
 #include "ace/INET_Addr.h"
 #include "ace/OS_NS_sys_socket.h"
@@ -48,19 +47,20 @@ unsigned long unableToConnect(int aError) {
     return failed(LM_DEBUG, "%t osxOpenSocket: unable to connect \n");
 }
 
-/// @return the first IPv4 address that is not 127.0.0.1, or else the first one, if there is any.
-std::optional<ACE_INET_Addr> chooseAddress(const ACE_INET_Addr* aList, std::size_t aCount) {
-    std::optional<ACE_INET_Addr> lChosen;
+/// @return the first IPv4 address that is not 127.0.0.1, or else the first one; null if there is
+/// none.
+const ACE_INET_Addr* chooseAddress(const ACE_INET_Addr* aList, std::size_t aCount) {
+    const ACE_INET_Addr* lChosen = nullptr;
     for (std::size_t lIndex = 0; lIndex < aCount; ++lIndex) {
         const ACE_INET_Addr& lAddress = aList[lIndex];
         if (lAddress.get_type() != AF_INET) {
             continue;
         }
         if (lAddress.get_ip_address() != INADDR_LOOPBACK) {
-            return lAddress;
+            return &lAddress;
         }
-        if (!lChosen) {
-            lChosen = lAddress;
+        if (lChosen == nullptr) {
+            lChosen = &lAddress;
         }
     }
     return lChosen;
@@ -77,7 +77,7 @@ unsigned long findOwnAddress(Store aStore) {
         return failed(LM_ERROR, "%t osxGetIpAddr: ACE_Sock_Connect::get_ip_interfaces failed. \n");
     }
     const std::unique_ptr<ACE_INET_Addr[]> lAddresses(lList);
-    if (const std::optional<ACE_INET_Addr> lAddress = chooseAddress(lList, lCount)) {
+    if (const ACE_INET_Addr* const lAddress = chooseAddress(lList, lCount)) {
         aStore(*lAddress);
     }
     return 0;

@@ -23,11 +23,12 @@ osx::Mutex gLocalTimeMutex;
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
                                    osx::process::kKeepAcrossFork<gLocalTimeMutex>);
 
-/// @return whether the local time could be computed.
+/// @return whether the local time could be computed. In a 32-bit program the clock cannot even be
+///         read once its seconds no longer fit.
 bool readLocalTime(tm& aTime) {
     const osx::MutexLock lLock(gLocalTimeMutex);
     const time_t lNow = ::time(nullptr);
-    const tm* const lTime = ::localtime(&lNow);
+    const tm* const lTime = lNow == -1 ? nullptr : ::localtime(&lNow);
     if (lTime == nullptr) {
         return false;
     }

@@ -2,6 +2,8 @@
 // protected, and an explicit instantiation of a template what is private.
 #include "process/aceAccess.h"
 
+#include "ace/Base_Thread_Adapter.h"
+
 namespace osx::process {
 
 namespace {
@@ -31,6 +33,13 @@ struct FlagsAccess {
 };
 template struct FlagsAccess<ACE_Log_Msg::flags_>;
 
+ACE_INHERIT_LOG_MSG_HOOK& hookOfThreads();
+template <ACE_INHERIT_LOG_MSG_HOOK& aHook>
+struct HookAccess {
+    friend ACE_INHERIT_LOG_MSG_HOOK& hookOfThreads() { return aHook; }
+};
+template struct HookAccess<ACE_Base_Thread_Adapter::inherit_log_msg_hook_>;
+
 }  // namespace
 
 ACE_Thread_Mutex& lockOfThreads() {
@@ -47,6 +56,10 @@ bool isWhole(const ACE_Thread_Descriptor& aDescriptor) {
 
 u_long& logFlags() {
     return flagsOfLogging();
+}
+
+ACE_INHERIT_LOG_MSG_HOOK& firstStepOfThreads() {
+    return hookOfThreads();
 }
 
 }  // namespace osx::process

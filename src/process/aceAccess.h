@@ -3,6 +3,7 @@
 #ifndef OSX_PROCESS_ACEACCESS_H
 #define OSX_PROCESS_ACEACCESS_H
 
+#include "ace/Base_Thread_Adapter.h"
 #include "ace/Free_List.h"
 #include "ace/Log_Msg.h"
 #include "ace/Thread_Manager.h"
@@ -21,6 +22,9 @@ bool isWhole(const ACE_Thread_Descriptor& aDescriptor);
 /// The flags of ACE's logging. ACE changes them under its log lock, which another thread may hold
 /// for ever, if its output is stalled.
 u_long& logFlags();
+
+/// What each thread of ACE's does first: it inherits settings of the logging.
+ACE_INHERIT_LOG_MSG_HOOK& firstStepOfThreads();
 
 }  // namespace osx::process
 

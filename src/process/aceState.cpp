@@ -4,13 +4,17 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <memory>
+#include <new>
 
 #include "ace/ACE.h"
 #include "ace/Framework_Component.h"
 #include "ace/Malloc_Base.h"
 #include "ace/Object_Manager.h"
 #include "ace/Object_Manager_Base.h"
+#include "ace/Thread_Exit.h"
+#include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "process/aceAccess.h"
 
@@ -32,12 +36,41 @@ public:
     }
 };
 
+/// ACE's log of the calling thread, with the room for a line that it can do without only as long as
+/// nobody writes one.
+bool hasLog() {
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    if (lLog != nullptr && lLog->msg() == nullptr) {
+        lLog->~ACE_Log_Msg();
+        new (lLog) ACE_Log_Msg;
+    }
+    return lLog != nullptr && lLog->msg() != nullptr;
+}
+
+/// A new thread of ACE's makes a log and an exit hook for itself, and uses them without a look. A
+/// thread for which there is no memory yet begins when there is. It never does once ACE is gone.
+void awaitMemory(ACE_OS_Thread_Descriptor* aDescriptor, ACE_OS_Log_Msg_Attributes& aAttributes) {
+    const NoCancellation lGuard;  // nothing knows of the thread yet
+    constexpr timespec kPause{0, 10000000};
+    while (isAceGone() || !hasLog() || ACE_Thread_Exit::instance() == nullptr) {
+        ::nanosleep(&kPause, nullptr);
+    }
+    ACE_Log_Msg::inherit_hook(aDescriptor, aAttributes);
+}
+
+/// ACE sets its own again where the last thread that had a log has ended.
+void makeThreadsAwaitMemory() {
+    __atomic_store_n(&firstStepOfThreads(), &awaitMemory, __ATOMIC_RELAXED);
+}
+
 /// Else the first task, thread or reactor would make them, and crash in ACE if memory is short by
 /// then.
 [[gnu::constructor]] void makeSingletons() {
     ACE_Thread_Manager::instance();
     ACE_Allocator::instance();
     ACE_Framework_Repository::instance();
+    ACE_Log_Msg::instance();
+    makeThreadsAwaitMemory();
 }
 
 }  // namespace
@@ -45,6 +78,7 @@ public:
 /// ACE takes the descriptor of a thread from its store. It makes more before it comes to the last
 /// one, and does not look whether it had the memory.
 bool reserveThread() noexcept {
+    makeThreadsAwaitMemory();
     constexpr std::size_t kSpare = 4;
     auto& lFree = spareThreadDescriptors();
     // The analyzer does not see that ACE's list owns what is added to it.

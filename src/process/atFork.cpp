@@ -39,7 +39,10 @@ void callFromTheLast(Step aStep) {
     }
 }
 
+/// A child that is made while the process ends would have a library that has half ended, and, with
+/// bad luck, the C library's lock of `exit` held by a thread that it does not have.
 void prepare() {
+    parkIfOthersEndProcess();
     for (const AtFork* lLatest : gLatest) {
         callOfOneOrder(lLatest, &ForkSteps::prepare);
     }

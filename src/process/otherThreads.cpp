@@ -13,10 +13,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <map>
 #include <memory>
-#include <string_view>
 #include <thread>
 
 #include "base/Descriptor.h"
@@ -29,10 +29,13 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using std::chrono::steady_clock;
 
-/// Processor time that a thread gets in which it must have left what it was doing.
-constexpr milliseconds kEnough{10};
-constexpr milliseconds kPause{5};  ///< Between two looks.
-constexpr std::chrono::seconds kLimit{1};
+/// @name What a thread gets in which it must have left what it was doing
+/// @{
+constexpr milliseconds kEnough{10};  ///< Of processor time; or
+constexpr long kEnoughSleeps = 16;   ///< so many sleeps: a line has one or two at each lock.
+/// @}
+constexpr milliseconds kPause{5};    ///< Between two looks.
+constexpr milliseconds kLimit{750};  ///< The whole end of a process is to take no second.
 
 /// Calls a function with the id of each thread of the process but the calling one. @return whether
 /// the threads could be looked at.
@@ -62,29 +65,42 @@ nanoseconds processorTime(pid_t aThread) {
     return std::chrono::seconds(lTime.tv_sec) + nanoseconds(lTime.tv_nsec);
 }
 
-/// @return the beginning of the file with a thread's figures; empty when there is none any more.
-std::string_view readFigures(pid_t aThread, std::array<char, 128>& aBuffer) {
-    std::array<char, 40> lName{};
-    std::snprintf(lName.data(), lName.size(), "/proc/self/task/%d/stat", aThread);
-    const Descriptor lFile(::open(lName.data(), O_RDONLY | O_CLOEXEC));
-    if (!lFile) {
-        return {};
+/// The beginning of the file with a thread's figures; empty when there is none any more.
+class ThreadFigures {
+public:
+    explicit ThreadFigures(pid_t aThread) {
+        std::array<char, 40> lName{};
+        std::snprintf(lName.data(), lName.size(), "/proc/self/task/%d/status", aThread);
+        const Descriptor lFile(::open(lName.data(), O_RDONLY | O_CLOEXEC));
+        const ssize_t lLength = lFile ? ::read(lFile.get(), mText.data(), mText.size() - 1) : 0;
+        mText[lLength < 0 ? 0 : static_cast<std::size_t>(lLength)] = '\0';
     }
-    const ssize_t lLength = ::read(lFile.get(), aBuffer.data(), aBuffer.size());
-    return {aBuffer.data(), lLength < 0 ? 0 : static_cast<std::size_t>(lLength)};
-}
 
-/// A thread that has ended meanwhile counts as asleep.
-bool sleeps(pid_t aThread) {
-    std::array<char, 128> lBuffer;
-    const std::string_view lText = readFigures(aThread, lBuffer);
-    // The state follows the thread's name, of 64 bytes at most, which may hold anything.
-    const std::size_t lName = lText.rfind(") ");
-    return lName == std::string_view::npos || lText.substr(lName + 2, 1) != "R";
-}
+    /// A thread that has ended meanwhile counts as asleep.
+    bool sleeps() const { return *valueOf("\nState:") != 'R'; }
+
+    /// @return how often it has gone to sleep; 0 where the kernel does not tell.
+    long sleepsSoFar() const {
+        return std::strtol(valueOf("\nvoluntary_ctxt_switches:"), nullptr, 10);
+    }
+
+private:
+    /// @return where a figure's value begins; an empty text if it is not there.
+    const char* valueOf(const char* aName) const {
+        const char* const lLine = std::strstr(mText.data(), aName);
+        if (lLine == nullptr) {
+            return "";
+        }
+        const char* const lValue = lLine + std::strlen(aName);
+        return lValue + std::strspn(lValue, "\t ");
+    }
+
+    std::array<char, 4096> mText;
+};
 
 /// What has been seen of the other threads so far. A thread has settled if it slept at two looks
-/// and did not run in between, or has had the processor for long enough since the first look.
+/// and did not run in between, or if it has had the processor for long enough, or gone to sleep
+/// often enough, since the first look.
 class OtherThreads {
 public:
     /// Looks at them once more. @return whether all have settled.
@@ -99,24 +115,26 @@ public:
     bool seen() const { return mSeen; }
 
 private:
-    /// The thread's processor time at the first look and at the latest one.
-    struct Times {
-        nanoseconds first;
-        nanoseconds last;
+    struct Thread {
+        nanoseconds firstTime;  ///< The processor time that it had had at the first look,
+        nanoseconds lastTime;   ///< and at the latest one.
+        long firstSleeps;
     };
 
     /// @return whether the thread has settled.
     bool lookAgainAt(pid_t aThread) {
-        const bool lSleeps = sleeps(aThread);
-        const nanoseconds lNow = processorTime(aThread);
-        const auto [lEntry, lIsNew] = mTimes.try_emplace(aThread, Times{lNow, lNow});
-        Times& lTimes = lEntry->second;
-        const bool lSleptOn = !lIsNew && lSleeps && lNow == lTimes.last;
-        lTimes.last = lNow;
-        return lSleptOn || lNow - lTimes.first >= kEnough;
+        const ThreadFigures lFigures(aThread);
+        const nanoseconds lTime = processorTime(aThread);
+        const long lSleeps = lFigures.sleepsSoFar();
+        const auto [lEntry, lIsNew] = mThreads.try_emplace(aThread, Thread{lTime, lTime, lSleeps});
+        Thread& lThread = lEntry->second;
+        const bool lSleptOn = !lIsNew && lFigures.sleeps() && lTime == lThread.lastTime;
+        lThread.lastTime = lTime;
+        return lSleptOn || lTime - lThread.firstTime >= kEnough ||
+               lSleeps - lThread.firstSleeps >= kEnoughSleeps;
     }
 
-    std::map<pid_t, Times> mTimes;
+    std::map<pid_t, Thread> mThreads;
     bool mSeen = false;
 };
 

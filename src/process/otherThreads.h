@@ -11,9 +11,9 @@ constexpr int kUnseen = -1;
 ///         file system does not tell.
 int otherThreads() noexcept;
 
-/// Waits until each other thread sleeps, or has had the processor for far longer than any short
-/// action takes; a second at most. By the threads' own time, because a loaded machine may keep one
-/// from the processor for long in the middle of an action.
+/// Waits until each other thread sleeps, or has had the processor for far longer, or gone to sleep
+/// far more often, than in any short action; 750 ms at most. By the threads' own doings, because a
+/// loaded machine may keep one from the processor for long in the middle of an action.
 /// @return whether that has been seen. Without the process file system it is not, at once.
 bool settleOtherThreads() noexcept;
 

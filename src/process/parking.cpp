@@ -45,6 +45,10 @@ InLoop::~InLoop() {
 }
 
 void InLoop::parkAtEnd() {
+    parkIfOthersEndProcess();
+}
+
+void parkIfOthersEndProcess() {
     if (gEnding && !gEndsProcess) {
         park();
     }
@@ -77,7 +81,9 @@ int threadsParked() {
     return gParked;
 }
 
+/// A child forks as it likes, unless it is the one of the thread that ends the process.
 void forgetParking() {
+    gEnding = gEndsProcess;
     gInLoop = gLoopsHere != 0 ? 1 : 0;
     gParked = 0;
 }

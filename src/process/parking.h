@@ -23,6 +23,10 @@ public:
 /// @param aAnnounce is called when the thread counts as parked.
 [[noreturn]] void park(void (*aAnnounce)() = nullptr);
 
+/// Parks the calling thread if another one ends the process. To be called where it holds nothing of
+/// the library's.
+void parkIfOthersEndProcess();
+
 /// Begins the end of the process, on the thread that ends it: the others park at their next call of
 /// `parkAtEnd`.
 void startParking();

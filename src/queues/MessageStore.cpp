@@ -57,15 +57,18 @@ bool MessageStore::addSegment() noexcept {
         return false;
     }
     Segment* const lAdded = lSegment.get();
-    lAdded->end = lAdded->bytes;
     if (mLast == nullptr) {
         mFirst = std::move(lSegment);
-        mRead = mFirst->bytes;
+        mRead = lAdded->bytes;
     } else {
+        mLast->end = mEnd;
         mLast->next = std::move(lSegment);
+        mReadEnd = mFirst->end;
         mIsLong.store(true, std::memory_order_relaxed);
     }
     mLast = lAdded;
+    mEnd = lAdded->bytes;
+    mLimit = mEnd + sizeof lAdded->bytes;
     return true;
 }
 
@@ -73,7 +76,9 @@ bool MessageStore::addSegment() noexcept {
 void MessageStore::dropSegment() noexcept {
     mSpare = std::exchange(mFirst, std::move(mFirst->next));
     mRead = mFirst->bytes;
-    mIsLong.store(mFirst.get() != mLast, std::memory_order_relaxed);
+    const bool lIsLong = mFirst.get() != mLast;
+    mReadEnd = lIsLong ? mFirst->end : nullptr;
+    mIsLong.store(lIsLong, std::memory_order_relaxed);
 }
 
 }  // namespace osx

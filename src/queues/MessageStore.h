@@ -23,8 +23,11 @@ void copyBytes(void* aTo, const void* aFrom, std::size_t aSize) noexcept;
 /// Every call needs the queue's lock, except for `wantsOwnMemory`.
 ///
 ///     mFirst                                   mLast
-///     [ read already | message | message ] --> [ message | message | free ]    mSpare: [ free ]
-///                    ^ mRead                                       ^ mLast->end
+///     [ read already | message | message | ] --> [ message | message | free ]    mSpare: [ free ]
+///                    ^ mRead             ^ mReadEnd                   ^ mEnd ^ mLimit
+///
+/// The four places are all that a message needs to know, and lie together: a thread that comes to
+/// the queue after another has to fetch each line of memory that the other one wrote.
 class MessageStore {
 public:
     using OwnMemory = std::unique_ptr<char[]>;
@@ -47,7 +50,7 @@ public:
         return aSize >= kMedium && (aSize >= kLarge || mIsLong.load(std::memory_order_relaxed));
     }
 
-    bool isEmpty() const noexcept { return mFirst == nullptr || mRead == mFirst->end; }
+    bool isEmpty() const noexcept { return mRead == mEnd; }
 
     /// Copies a message that wants no memory of its own. @return false without memory.
     bool append(const void* aBytes, std::size_t aSize) noexcept {
@@ -86,15 +89,11 @@ private:
         Segment() noexcept : end(bytes) {}
 
         std::unique_ptr<Segment> next;
-        /// Where the next message goes.
+        /// Where its messages end. Not kept for the last segment, whose end is `mEnd`.
         char* end;
         /// Aligns the bytes behind a header as `malloc` would, which makes copying faster.
         std::size_t filler = 0;
         char bytes[16384 - 3 * sizeof(std::size_t)];
-
-        std::size_t room() const noexcept {
-            return static_cast<std::size_t>(bytes + sizeof bytes - end);
-        }
     };
 
     /// Stands before the bytes of a message, or the pointer to them.
@@ -118,11 +117,11 @@ private:
 
     bool write(Header aHeader, const void* aStored, std::size_t aStoredSize) noexcept {
         const std::size_t lSize = sizeInSegment(aStoredSize);
-        if ((mLast == nullptr || mLast->room() < lSize) && !addSegment()) {
+        if (static_cast<std::size_t>(mLimit - mEnd) < lSize && !addSegment()) {
             return false;
         }
-        char* const lEnd = mLast->end;
-        mLast->end = lEnd + lSize;
+        char* const lEnd = mEnd;
+        mEnd = lEnd + lSize;
         std::memcpy(lEnd, &aHeader, sizeof aHeader);
         copyBytes(lEnd + sizeof aHeader, aStored, aStoredSize);
         return true;
@@ -142,28 +141,30 @@ private:
 
     void skip(std::size_t aStored) noexcept {
         mRead += sizeInSegment(aStored);
-        if (mRead == mFirst->end) {
-            leaveSegment();
+        if (mRead == mEnd) {
+            beginAgain();
+        } else if (mRead == mReadEnd) {
+            dropSegment();
         }
     }
 
     bool addSegment() noexcept;
     void dropSegment() noexcept;
 
-    /// The first segment has been read to its end. If it is the only one it is used again from its
-    /// beginning, which is in the processor's cache.
-    void leaveSegment() noexcept {
-        if (mFirst.get() == mLast) {
-            mRead = mFirst->end = mFirst->bytes;
-        } else {
-            dropSegment();
-        }
-    }
+    /// All has been read. The one segment that is left is used again from its beginning, which is
+    /// in the processor's cache.
+    void beginAgain() noexcept { mRead = mEnd = mFirst->bytes; }
+
+    /// The header of the first message, in `mFirst`; `mEnd` when there is none.
+    const char* mRead = nullptr;
+    /// Where the messages in `mFirst` end, if other segments follow; else null.
+    const char* mReadEnd = nullptr;
+    /// Where the next message goes, in `mLast`, and where there is no more room for it.
+    char* mEnd = nullptr;
+    char* mLimit = nullptr;
 
     std::unique_ptr<Segment> mFirst;
     Segment* mLast = nullptr;
-    /// The header of the first message, in `mFirst`; `mFirst->end` when there is none.
-    const char* mRead = nullptr;
     /// The next segment to be added, so that a queue of about a segment's length does not allocate.
     std::unique_ptr<Segment> mSpare;
     /// Whether there is more than one segment. Written with the lock; senders read it without, to

@@ -11,6 +11,7 @@
 
 #include "ace/Pipe.h"
 #include "ace/Select_Reactor_Base.h"
+#include "base/NoCancellation.h"
 #include "reactor/replaceDescriptor.h"
 
 namespace osx {
@@ -51,6 +52,17 @@ void giveBackRoomForNotifications(ACE_Reactor_Notify& aNotify) {
     ::malloc_trim(0);  // the room lies at the end of what has been taken from the system
 }
 
+bool wakeForNotifications(ACE_Reactor_Notify& aNotify) {
+    constexpr int kTries = 100;
+    const NoCancellation lGuard;
+    const ACE_Notification_Buffer lNone;
+    ssize_t lWritten = -1;
+    for (int lTry = 0; lTry < kTries && lWritten == -1; ++lTry) {
+        lWritten = ::write(NotifyAccess::pipe(aNotify).write_handle(), &lNone, sizeof lNone);
+    }
+    return lWritten != -1;
+}
+
 void renewNotificationPipe(ACE_Reactor_Notify& aNotify) {
     const ACE_Pipe& lPipe = NotifyAccess::pipe(aNotify);
     std::array<int, 2> lEnds{-1, -1};
@@ -58,8 +70,7 @@ void renewNotificationPipe(ACE_Reactor_Notify& aNotify) {
     replaceDescriptor(lPipe.read_handle(), Descriptor(lEnds[0]));
     replaceDescriptor(lPipe.write_handle(), Descriptor(lEnds[1]));
     // ACE's list was copied, and is looked at when something is in the pipe.
-    const ACE_Notification_Buffer lNone;
-    [[maybe_unused]] const ssize_t lWritten = ::write(lPipe.write_handle(), &lNone, sizeof lNone);
+    wakeForNotifications(aNotify);
 }
 
 }  // namespace osx

@@ -15,6 +15,10 @@ ACE_Thread_Mutex& lockOfNotifications(ACE_Reactor_Notify& aNotify);
 /// anew for the first notification, which few programs ever send.
 void giveBackRoomForNotifications(ACE_Reactor_Notify& aNotify);
 
+/// Writes to the pipe what ACE has failed to write for the notifications in its list.
+/// @return whether it could.
+bool wakeForNotifications(ACE_Reactor_Notify& aNotify);
+
 /// In the child of a fork: a pipe of its own in the place of the one that it shares with its
 /// parent.
 void renewNotificationPipe(ACE_Reactor_Notify& aNotify);

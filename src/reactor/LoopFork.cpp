@@ -56,8 +56,7 @@ void LoopReactor::renewInChild() OSX_NO_THREAD_SAFETY_ANALYSIS {
     }
     new (&mAlarm) Mutex;  // the same
     mSleepers = 0;
-    mInside = 0;
-    ++mForks;
+    mWaking = false;
     mHasToEnrol = true;
     unlockAfterFork();
     // The token knows its owner by the thread id, and has waiters that are not here.

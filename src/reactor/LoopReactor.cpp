@@ -49,8 +49,7 @@ LoopReactor::LoopReactor(TimerQueue& aTimers, TimerQueue* aNone)
       mAces(wait_set_, mSet, mWake.get()),
       mNextCheck(kNever),
       mSleepers(0),
-      mInside(0),
-      mForks(0),
+      mWaking(false),
       mEnded(false),
       mHasToEnrol(false),
       mClosed(true) {
@@ -222,6 +221,23 @@ void LoopReactor::deactivate(int aEnd) {
     mEnded = aEnd != 0;
     UncancelledReactor::deactivate(aEnd);
     passOn();  // ACE's notification wakes one thread
+}
+
+/// Of the notifications in ACE's list only the first one is written to the pipe, which so always
+/// has room: there is no need for a limit, with which ACE would wait for it. If that fails the
+/// notification stays in the list, where the next ones would wait behind it, and ACE has given up
+/// its reference to the handler.
+int LoopReactor::notify(ACE_Event_Handler* aHandler, ACE_Reactor_Mask aMask, ACE_Time_Value*) {
+    if (aHandler != nullptr) {
+        aHandler->add_reference();
+    }
+    ACE_Event_Handler_var lReference(aHandler);
+    const int lResult = UncancelledReactor::notify(aHandler, aMask);
+    if (lResult == 0 || errno == ENOMEM || notify_handler_ == nullptr) {
+        return lResult;
+    }
+    lReference.release();
+    return wakeForNotifications(*notify_handler_) ? 0 : -1;
 }
 
 /// A handle marked ready through ACE may not be ready for the kernel, so an event is queued by

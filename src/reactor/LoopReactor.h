@@ -77,6 +77,9 @@ public:
     ACE_Timer_Queue* timer_queue() const override;
     using UncancelledReactor::mask_ops;
     int mask_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override;
+    int notify(ACE_Event_Handler* aHandler = nullptr,
+               ACE_Reactor_Mask aMask = ACE_Event_Handler::EXCEPT_MASK,
+               ACE_Time_Value* aLimit = nullptr) override;
     using UncancelledReactor::ready_ops;
     int ready_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) override;
     int suspend_handlers() override;
@@ -103,7 +106,7 @@ protected:
                                  ACE_Time_Value* aLimit) override;
 
 private:
-    class Inside;
+    class Wait;
     class AcesTurn;
     class Token;
 
@@ -130,12 +133,13 @@ private:
     int wait(epoll_event* aEvents, int aLimitMs);
     bool serveReady(Waited& aWaited);
     Waited serveAll(epoll_event* aEvents, int aCount);
+    void leave(const epoll_event* aEvents, int aCount);
+    Waited serveLeft();
     Waited serve(const epoll_event& aEvent);
     bool serveTimer();
     bool serveNotification();
     bool serveAces();
-    void wakeOne() const;
-    void passOn() const;
+    void passOn();
 
     void setAlarmOfOtherQueue();
     void askOtherQueue() OSX_REQUIRES(mAlarm);
@@ -177,11 +181,10 @@ private:
     /// Loop threads that wait in the poll, or are about to: a thread that leaves work looks whether
     /// there is one to wake.
     std::atomic<int> mSleepers;
-    /// Loop threads in `attempt`, of which one that is alone takes many events at once.
-    std::atomic<int> mInside;
-    /// The forks that lie between this reactor's making and this process. Written in a child only,
-    /// while it has one thread.
-    unsigned int mForks;
+    /// Whether a thread was woken that has not come yet. Written and read by loop threads, and by
+    /// the one that ends the loop: each that leaves work first, and then finds this set, is seen by
+    /// the thread that comes, which clears it first and then looks for work.
+    std::atomic<bool> mWaking;
     /// Whether the loop has been ended. Written by `deactivate`, read by loop threads: ACE's own
     /// mark is a plain word, which is read with the token.
     std::atomic<bool> mEnded;

@@ -1,10 +1,10 @@
 // What the loop does at each event. All of it is compiled for speed; what happens seldom is in the
 // other sources of the class.
 //
-// Each loop thread waits in the poll for itself, and serves what it is told. One that is alone
-// takes many events at once, and leaves those that it has not come to in `ReadyQueue`, where others
-// find them. Nobody is woken for an event that the kernel reports; a thread that leaves something
-// behind wakes a sleeper, which does the same.
+// Each loop thread waits in the poll for itself, and serves what it is told. It takes several
+// events at once, and leaves those that it has not come to in `ReadyQueue`, where others find them.
+// Nobody is woken for an event that the kernel reports; a thread that leaves something behind wakes
+// a sleeper, which does the same.
 #include <sys/epoll.h>
 #include <unistd.h>
 
@@ -82,18 +82,24 @@ private:
 
 }  // namespace
 
-/// Counts a thread in `attempt`. In a child that it forks there, from a callback, the count begins
-/// anew at 0 (the other threads are not there), so that it must not count itself out.
-class LoopReactor::Inside {
+/// A thread that is cancelled in the wait may be the one that was woken: another one is, then.
+class LoopReactor::Wait {
 public:
-    explicit Inside(LoopReactor& aLoop) : mLoop(aLoop), mForks(aLoop.mForks) { ++mLoop.mInside; }
-    ~Inside() { mLoop.mInside -= mForks == mLoop.mForks ? 1 : 0; }
-    Inside(const Inside&) = delete;
-    Inside& operator=(const Inside&) = delete;
+    explicit Wait(LoopReactor& aLoop) : mLoop(aLoop) {}
+    ~Wait() {
+        if (!mHasEnded) {
+            mLoop.mWaking = false;
+            mLoop.passOn();
+        }
+    }
+    Wait(const Wait&) = delete;
+    Wait& operator=(const Wait&) = delete;
+
+    void end() { mHasEnded = true; }
 
 private:
     LoopReactor& mLoop;
-    const unsigned int mForks;
+    bool mHasEnded = false;
 };
 
 /// @return what ACE's `handle_events` returns.
@@ -133,7 +139,6 @@ int LoopReactor::serveOne(std::chrono::milliseconds aLimit) {
 /// Serves an event that was left, or waits for one.
 /// @param aLimitMs of the wait; -1 for none.
 LoopReactor::Waited LoopReactor::attempt(int aLimitMs) {
-    const Inside lInside(*this);
     if (mEnded) {
         passOn();
         errno = ESHUTDOWN;
@@ -177,38 +182,64 @@ bool LoopReactor::serveReady(Waited& aWaited) {
 /// A thread that is about to sleep counts itself first, and then looks for work. One that leaves
 /// work leaves it first, and then looks for sleepers: so one of the two sees the other.
 int LoopReactor::wait(epoll_event* aEvents, int aLimitMs) {
-    const bool lIsAlone = mInside.load(std::memory_order_relaxed) == 1 && !mSet.wantsFreshLook();
+    const int lMost = mSet.wantsFreshLook() ? 1 : ReadyQueue::kSize;
     const CountedIn lSleeper(mSleepers);
+    Wait lWait(*this);
     const bool lMaySleep = mReady.empty() && !mEnded;
-    return ::epoll_wait(mSet.descriptor(), aEvents, lIsAlone ? ReadyQueue::kSize : 1,
-                        lMaySleep ? aLimitMs : 0);
+    const int lCount = ::epoll_wait(mSet.descriptor(), aEvents, lMost, lMaySleep ? aLimitMs : 0);
+    lWait.end();
+    return lCount;
 }
 
 /// A timer goes first. The other events are left in `mReady`, where other threads find them while
-/// this one is in a callback.
+/// this one is in a callback. If a handler that wants a fresh look has come since the thread began
+/// to wait, the handlers' events go back to the kernel, which reports them again, one at a time.
 LoopReactor::Waited LoopReactor::serveAll(epoll_event* aEvents, int aCount) {
     if (aCount == 1) {
         return serve(aEvents[0]);
     }
+    const bool lGiveBack = mSet.wantsFreshLook();
     bool lTimer = false;
     int lKept = 0;
     for (int lEvent = 0; lEvent < aCount; ++lEvent) {
-        if (aEvents[lEvent].data.u64 == ServedSet::kTimer) {
+        const std::uint64_t lTag = aEvents[lEvent].data.u64;
+        if (lTag == ServedSet::kTimer) {
             lTimer = true;
+        } else if (lTag == ServedSet::kWake) {
+            mWaking = false;
+        } else if (lGiveBack && lTag >= ServedSet::kTags) {
+            mSet.giveBack(aEvents[lEvent]);
         } else {
             aEvents[lKept++] = aEvents[lEvent];
         }
     }
-    const int lLeft = mReady.add(aEvents, lKept);
-    for (int lEvent = lKept - lLeft; lEvent < lKept; ++lEvent) {
-        serve(aEvents[lEvent]);
-    }
+    leave(aEvents, lKept);
     if (lTimer) {
         passOn();
         return serveTimer() ? kServed : kNothing;
     }
+    return serveLeft();
+}
+
+/// Leaves events to all threads; those for which there is no room, to the kernel.
+void LoopReactor::leave(const epoll_event* aEvents, int aCount) {
+    const int lLeft = mReady.add(aEvents, aCount);
+    for (int lEvent = aCount - lLeft; lEvent < aCount; ++lEvent) {
+        if (aEvents[lEvent].data.u64 >= ServedSet::kTags) {
+            mSet.giveBack(aEvents[lEvent]);
+        } else {
+            passOn();
+            serve(aEvents[lEvent]);
+        }
+    }
+}
+
+/// Serves an event that was left or, as this thread may not come by again, wakes another one.
+LoopReactor::Waited LoopReactor::serveLeft() {
     Waited lWaited = kNothing;
-    serveReady(lWaited);
+    if (!serveReady(lWaited)) {
+        passOn();
+    }
     return lWaited;
 }
 
@@ -217,8 +248,8 @@ LoopReactor::Waited LoopReactor::serve(const epoll_event& aEvent) {
         case ServedSet::kTimer:
             return serveTimer() ? kServed : kNothing;
         case ServedSet::kWake:
-            passOn();  // this thread may not come by again
-            return kNothing;
+            mWaking = false;
+            return serveLeft();
         case ServedSet::kNotify:
             return serveNotification() ? kServed : kNothing;
         case ServedSet::kAces:
@@ -273,16 +304,19 @@ int LoopReactor::wait_for_multiple_events(ACE_Select_Reactor_Handle_Set& aReady,
     return lReady;
 }
 
-void LoopReactor::wakeOne() const {
-    const NoCancellation lGuard;
-    const std::uint64_t lOne = 1;
-    [[maybe_unused]] const ssize_t lWritten = ::write(mWake.get(), &lOne, sizeof lOne);
-}
-
 /// Wakes a thread for what this one leaves, events or the end of the loop. That one does the same.
-void LoopReactor::passOn() const {
-    if ((mEnded || !mReady.empty()) && mSleepers != 0) {
-        wakeOne();
+/// While a thread is on its way it is enough: it looks for what was left when it has come.
+void LoopReactor::passOn() {
+    if ((mEnded || !mReady.empty()) && mSleepers != 0 && !mWaking.exchange(true)) {
+        const NoCancellation lGuard;
+        const std::uint64_t lOne = 1;
+        ssize_t lWritten = -1;
+        do {
+            lWritten = ::write(mWake.get(), &lOne, sizeof lOne);
+        } while (lWritten == -1 && errno == EINTR);
+        if (lWritten == -1) {
+            mWaking = false;  // nobody is on the way
+        }
     }
 }
 

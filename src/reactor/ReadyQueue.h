@@ -13,10 +13,11 @@
 
 namespace osx {
 
-/// A thread that is alone in the loop takes several events at once. They stand here, so that
-/// another thread serves them if the first one is held up in a callback.
+/// A thread takes several events at once. They stand here, so that another thread serves them if
+/// the first one is held up in a callback.
 class ReadyQueue {
 public:
+    /// Events that a thread takes at once.
     static constexpr int kSize = 64;
 
     bool empty() const { return mCount.load() == 0; }
@@ -41,7 +42,7 @@ public:
     int add(const epoll_event* aEvents, int aCount) {
         const MutexLock lLock(mMutex);
         const int lCount = mCount.load();
-        const int lAdded = aCount < kSize - lCount ? aCount : kSize - lCount;
+        const int lAdded = aCount < kRoom - lCount ? aCount : kRoom - lCount;
         for (int lEvent = 0; lEvent < lAdded; ++lEvent) {
             mEvents[static_cast<std::size_t>(lCount + lAdded - 1 - lEvent)] = aEvents[lEvent];
         }
@@ -56,9 +57,12 @@ public:
     void forget() OSX_REQUIRES(mMutex) { mCount = 0; }
 
 private:
+    /// For eight threads that take at the same time, having found the queue empty.
+    static constexpr int kRoom = 8 * kSize;
+
     Mutex mMutex;
     /// The next one to serve is the last.
-    std::array<epoll_event, kSize> mEvents OSX_GUARDED_BY(mMutex){};
+    std::array<epoll_event, kRoom> mEvents OSX_GUARDED_BY(mMutex){};
     /// Written with the lock, and read without it, to see whether there is anything. Sequentially
     /// consistent: a thread that leaves an event counts it and then looks for sleepers, and one
     /// that goes to sleep counts itself and then looks here, so that one of them sees the other.

@@ -26,7 +26,8 @@ public:
 
     /// Does a portion of what there is to do; never called on two threads at once. A handler that
     /// has come to its end leaves the set, and may return either outcome.
-    /// @param aToTheEnd the other side has ended: what is read next is not merely the latest.
+    /// @param aToTheEnd the other side has ended, or has sent urgent data: a read that comes short
+    ///        may leave something, which is not reported.
     virtual Outcome serve(bool aToTheEnd) = 0;
 
     /// @return whether others may have read the descriptor: it has to be ready still when `serve`

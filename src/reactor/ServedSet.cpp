@@ -18,7 +18,9 @@ namespace {
 constexpr std::uint64_t kPresent = 1;
 constexpr std::uint64_t kServing = 2;
 constexpr std::uint64_t kAgain = 4;  ///< An event came while it was being served.
-constexpr std::uint64_t kEnded = 8;  ///< The other side has ended: it stays so.
+/// The other side has ended, or has sent urgent data, in front of which a read stops: from then on
+/// a read that comes short may leave something.
+constexpr std::uint64_t kToTheEnd = 8;
 constexpr std::uint64_t kSuspended = 16;
 constexpr unsigned int kGenerationShift = 32;
 
@@ -31,6 +33,10 @@ std::uint32_t generationOf(std::uint64_t aWord) {
 
 std::uint64_t withGeneration(std::uint32_t aGeneration) {
     return static_cast<std::uint64_t>(aGeneration) << kGenerationShift;
+}
+
+ACE_HANDLE handleOf(const epoll_event& aEvent) {
+    return static_cast<ACE_HANDLE>(aEvent.data.u64 & 0xFFFFFFFFU);
 }
 
 bool is(std::uint64_t aWord, std::uint64_t aState) {
@@ -115,7 +121,11 @@ void ServedSet::forEachPresent(Function aFunction) {
 int ServedSet::tell(int aOperation, ACE_HANDLE aHandle, Word aWord, const Served& aHandler) const {
     epoll_event lEvent{};
     lEvent.data.u64 = withGeneration(generationOf(aWord)) | static_cast<std::uint32_t>(aHandle);
-    lEvent.events = aHandler.wantsFreshLook() ? EPOLLONESHOT : EPOLLET;
+    // Urgent data stays ready after it was reported: a handler that wants a fresh look would be
+    // told of it again and again, and need not be told.
+    constexpr std::uint32_t kFreshLook = EPOLLONESHOT;
+    constexpr std::uint32_t kChanges = EPOLLET | EPOLLPRI;
+    lEvent.events = aHandler.wantsFreshLook() ? kFreshLook : kChanges;
     if (!is(aWord, kSuspended)) {
         lEvent.events |= EPOLLIN | EPOLLRDHUP;
     }
@@ -301,7 +311,7 @@ thread_local const ServedSet::Serving* ServedSet::Serving::mInnermost = nullptr;
 void ServedSet::Serving::run() {
     Rest lRest = kGoOn;
     for (int lPortion = 1; lRest == kGoOn; ++lPortion) {
-        const bool lToTheEnd = is(mSlot.word.load(std::memory_order_acquire), kEnded);
+        const bool lToTheEnd = is(mSlot.word.load(std::memory_order_acquire), kToTheEnd);
         const bool lBusy = mHandler.serve(lToTheEnd) == Served::kBusy;
         lRest = end(mSlot, mGeneration, lBusy, !mWantsFreshLook && lPortion < kPortions);
     }
@@ -326,8 +336,12 @@ bool ServedSet::Serving::isCallers(const Slot& aSlot) {
     return lServing != nullptr;
 }
 
+void ServedSet::giveBack(const epoll_event& aEvent) {
+    tellAgain(handleOf(aEvent), generationOf(aEvent.data.u64));
+}
+
 bool ServedSet::serve(const epoll_event& aEvent) {
-    const auto lHandle = static_cast<ACE_HANDLE>(aEvent.data.u64 & 0xFFFFFFFFU);
+    const ACE_HANDLE lHandle = handleOf(aEvent);
     const std::uint32_t lGeneration = generationOf(aEvent.data.u64);
     Slot& lSlot = *slot(lHandle);
     Served* lHandler = nullptr;
@@ -355,7 +369,8 @@ void ServedSet::renewInChild() {
 /// @return whether the caller serves.
 bool ServedSet::begin(Slot& aSlot, std::uint32_t aGeneration, std::uint32_t aEvents,
                       Served*& aHandler) {
-    const Word lEnd = (aEvents & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0 ? kEnded : 0;
+    constexpr std::uint32_t kToTheEndEvents = EPOLLRDHUP | EPOLLHUP | EPOLLERR | EPOLLPRI;
+    const Word lEnd = (aEvents & kToTheEndEvents) != 0 ? kToTheEnd : 0;
     Word lWord = aSlot.word.load(std::memory_order_acquire);
     for (;;) {
         if (generationOf(lWord) != aGeneration || !is(lWord, kPresent) || is(lWord, kSuspended)) {

@@ -109,6 +109,9 @@ public:
     ///         in advance then: the descriptor has to be ready still when the handler is served.
     bool wantsFreshLook() const { return mFreshLooks.load(std::memory_order_relaxed) != 0; }
 
+    /// Has the kernel report a handler's event again.
+    void giveBack(const epoll_event& aEvent);
+
     /// Serves a handler's event.
     /// @return whether there was anything to do.
     bool serve(const epoll_event& aEvent);

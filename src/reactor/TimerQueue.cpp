@@ -144,8 +144,8 @@ TimerNode* TimerQueue::pending(long aTimerID) const {
     return mNodes[lIndex];
 }
 
-long TimerQueue::schedule(ACE_Event_Handler* const& aHandler, const void* aAct,
-                          const ACE_Time_Value& aTime, const ACE_Time_Value& aInterval) {
+inline long TimerQueue::add(ACE_Event_Handler* aHandler, const void* aAct,
+                            const ACE_Time_Value& aTime, const ACE_Time_Value& aInterval) {
     const bool lIsCounted = isCounted(*aHandler);
     if (lIsCounted) {
         aHandler->add_reference();
@@ -170,7 +170,7 @@ long TimerQueue::schedule(ACE_Event_Handler* const& aHandler, const void* aAct,
 
 long TimerQueue::start(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aDelay,
                        const ACE_Time_Value& aInterval) {
-    return schedule(aHandler, aAct, timeAfter(aDelay), aInterval);
+    return add(aHandler, aAct, timeAfter(aDelay), aInterval);
 }
 
 int TimerQueue::stop(const ACE_Event_Handler& aHandler, long aTimerID) {
@@ -287,6 +287,11 @@ bool TimerQueue::is_empty() const {
 const ACE_Time_Value& TimerQueue::earliest_time() const {
     const MutexLock lLock(mMutex);
     return mHeap.empty() ? ACE_Time_Value::max_time : mHeap.at(0)->get_timer_value();
+}
+
+long TimerQueue::schedule(ACE_Event_Handler* const& aHandler, const void* aAct,
+                          const ACE_Time_Value& aTime, const ACE_Time_Value& aInterval) {
+    return add(aHandler, aAct, aTime, aInterval);
 }
 
 int TimerQueue::expire(const ACE_Time_Value& aNow) {

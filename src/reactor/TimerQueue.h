@@ -104,6 +104,8 @@ private:
     ~TimerQueue() override;
 
     void setAlarm() OSX_REQUIRES(mMutex);
+    long add(ACE_Event_Handler* aHandler, const void* aAct, const ACE_Time_Value& aTime,
+             const ACE_Time_Value& aInterval) OSX_EXCLUDES(mMutex);
     TimerNode* freeNode() OSX_REQUIRES(mMutex);
     TimerNode* makeNode() OSX_REQUIRES(mMutex);
     void setFree(TimerNode* aNode) OSX_REQUIRES(mMutex);

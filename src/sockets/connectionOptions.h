@@ -14,7 +14,7 @@ struct KeepAlive {
     int probes;     ///< Unanswered ones before the connection ends, with ETIMEDOUT.
 };
 
-/// Of every connection, until a `ConnectionAdmin` sets its own: 50 s.
+/// Of every connection: 50 s.
 constexpr KeepAlive kKeepAlive{20, 10, 3};
 
 /// Sets an option of a socket to a number.

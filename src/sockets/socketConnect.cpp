@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "ace/INET_Addr.h"
@@ -117,7 +118,7 @@ int establish(int aSocket, const ACE_INET_Addr& aAddress, Clock::time_point aDea
 
 namespace osx {
 
-int parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
+int parseAddress(const char* aText, ACE_INET_Addr& aAddress) try {
     const char* const lColon = aText == nullptr ? nullptr : std::strrchr(aText, ':');
     if (lColon == nullptr || lColon == aText || !isPort(lColon + 1)) {
         return EINVAL;
@@ -128,6 +129,8 @@ int parseAddress(const char* aText, ACE_INET_Addr& aAddress) {
     }
     aAddress = lAddress;
     return 0;
+} catch (const std::bad_alloc&) {  // an address of ACE's keeps all that a name stands for
+    return ENOMEM;
 }
 
 Connected connectSocket(const ACE_INET_Addr& aAddress, std::chrono::milliseconds aLimit) {

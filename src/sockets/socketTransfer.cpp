@@ -1,7 +1,8 @@
 // Whole transfers on a socket.
 //
 // A connection has a limit of `kLookIntervalS` for one wait of the kernel's. A transfer that meets
-// it looks whether the peer has vanished, which the kernel would notice much later, and waits on.
+// it looks whether the peer has vanished, which the kernel would notice much later, and waits on. A
+// send that need not wait looks now and then, too: to a peer that gets little, all have room.
 #include "sockets/socketTransfer.h"
 
 #include <fcntl.h>
@@ -50,6 +51,15 @@ int prepareNextTry(int aSocket, short aEvents, int aError) {
         waitUntilReady(aSocket, aEvents);
     }
     return 0;
+}
+
+/// What a send returns that the kernel has taken whole. After a failure later ones fail, too.
+int resultOfSend(int aSocket) {
+    if (!osx::isSeenToHaveVanished(aSocket)) {
+        return 0;
+    }
+    ::shutdown(aSocket, SHUT_RDWR);
+    return ETIMEDOUT;
 }
 
 ssize_t sendOnce(int aSocket, const iovec* aVec, std::size_t aCount) {
@@ -118,7 +128,7 @@ int sendAll(int aSocket, const void* aData, std::size_t aLength) {
             return lError;
         }
     }
-    return 0;
+    return aLength == 0 ? 0 : resultOfSend(aSocket);
 }
 
 int sendAll(int aSocket, const iovec* aVec, int aCount) {
@@ -133,7 +143,7 @@ int sendAll(int aSocket, const iovec* aVec, int aCount) {
             return lError;
         }
     }
-    return 0;
+    return aCount > 0 ? resultOfSend(aSocket) : 0;
 }
 
 Received receiveAll(int aSocket, void* aData, std::size_t aLength) {

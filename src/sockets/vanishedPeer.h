@@ -17,9 +17,17 @@ constexpr int kLookIntervalS = 10;
 constexpr int kVanishedAfterS = 40;
 /// and the kernel has sent bytes again, or asked for room, this many times meanwhile.
 constexpr int kUnansweredSends = 3;
+/// or if nothing has come back for this time, and it has sent bytes again once. On a link whose
+/// answers took many seconds it sends again as rarely, and each time waits twice as long.
+constexpr int kSurelyVanishedAfterS = 50;
 
 /// @return whether the peer has left bytes on their way unanswered for too long. Keeps `errno`.
 bool hasPeerVanished(int aSocket);
+
+/// For a transfer that need not wait, which would be the dearer by a look. It is called for each.
+/// @return the same, but looks only if `kLookIntervalS` have passed, more or less, since a transfer
+///         of this socket, or of one that had its number, looked so; else false.
+bool isSeenToHaveVanished(int aSocket);
 
 }  // namespace osx
 

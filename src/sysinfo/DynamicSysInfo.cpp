@@ -175,11 +175,11 @@ void DynamicSysInfo::dump() const {
 }
 
 /// Keeps a figure. A new name is copied into the map; without memory for the copy the entry has an
-/// empty key, and is taken out again. Without memory for its buckets the map stays empty.
+/// empty key, and is taken out again. Buckets for which there was no memory are asked for again.
 void DynamicSysInfo::store(std::string_view aName, const FlexVar& aValue) {
     const ACE_CString lKey = borrowedKey(aName);
     const ACE_Guard<ACE_Thread_Mutex> lGuard(mMap.mutex());
-    if (!lGuard.locked() || mMap.total_size() == 0) {
+    if (!lGuard.locked() || (mMap.total_size() == 0 && mMap.create_buckets(kBuckets) != 0)) {
         return;
     }
     Map::ENTRY* lEntry = nullptr;

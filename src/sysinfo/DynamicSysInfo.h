@@ -102,6 +102,7 @@ private:
     /// ACE's map with its unlocked operations within reach.
     struct Table : Map {
         using Map::bind_i;
+        using Map::create_buckets;
         using Map::find_i;
         using Map::Map;
         using Map::unbind_i;

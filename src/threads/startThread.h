@@ -13,6 +13,9 @@ namespace osx {
 /// @return 0; 1 if it runs already; -1 when it could not be started.
 inline int startThread(ACE_Task_Base& aTask) {
     process::expectEnd();
+    if (aTask.thr_count() > 0) {
+        return 1;
+    }
     if (!process::reserveThread()) {
         return -1;
     }

@@ -161,6 +161,7 @@ void ObjectIDMap::Table::addOrReplace(const ObjectID& aKey, const ObjectID& aVal
 /// ACE would search the bucket for the key, pair by pair. So it is shown an empty one.
 bool ObjectIDMap::Table::addNew(const ObjectID& aKey, const ObjectID& aValue) noexcept {
     if (total_size() == 0) {  // ACE enters a pair even into a table without buckets.
+        errno = ENOMEM;
         return false;
     }
     ENTRY& lBucket = table()[aKey.hash() % total_size()];

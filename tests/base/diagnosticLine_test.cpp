@@ -184,7 +184,25 @@ TEST(DiagnosticLine, SurvivesAFileThatMayNotGrow) {
     }));
 }
 
-TEST(DiagnosticLine, IsLostWithoutMemory) {
+/// Standard error of this process, read back.
+class ReadBack {
+public:
+    ReadBack() {
+        std::string lName = testing::TempDir() + "osx-line-XXXXXX";
+        mFile = ::mkstemp(lName.data());
+        ::unlink(lName.c_str());
+        ::dup2(mFile, STDERR_FILENO);
+    }
+    std::string text() const {
+        char lText[1000] = "";
+        return {lText, static_cast<std::size_t>(::pread(mFile, lText, sizeof lText, 0))};
+    }
+
+private:
+    int mFile;
+};
+
+TEST(DiagnosticLine, SurvivesALackOfMemory) {
     for (int lAllowed = 0; lAllowed < 6; ++lAllowed) {
         EXPECT_TRUE(test::inChild([lAllowed] {
             const test::LogCapture lLog;
@@ -196,6 +214,20 @@ TEST(DiagnosticLine, IsLostWithoutMemory) {
             return lLog.count("%t x\n") > 0;
         })) << lAllowed;
     }
+}
+
+TEST(DiagnosticLine, GoesToStandardErrorWithoutMemory) {
+    EXPECT_TRUE(test::inChild([] {
+        const ReadBack lStandardError;
+        {
+            const test::FailingAllocator lFailing;
+            osx::DiagnosticLine("x.cpp", 3)
+                .failure(LM_ERROR, "%t %N %l %s, %d and %x of 100%%: %f %u\n", "a text", -1, 255,
+                         0.5, 7U);
+        }
+        return lStandardError.text() ==
+               std::to_string(::gettid()) + " x.cpp 3 a text, -1 and ff of 100%: 0.500000 7\n";
+    }));
 }
 
 TEST(DiagnosticLine, SurvivesABackEndThatThrows) {

@@ -16,6 +16,7 @@
 #include "commif/Refusals.h"
 #include "support/FailingAllocator.h"
 #include "support/LogCapture.h"
+#include "support/inChild.h"
 #include "support/logMatchers.h"
 
 using test::Channel;
@@ -374,6 +375,22 @@ TEST(FileWrite, ToAPipeWithoutReaderEndsNothing) {
     lReader.reset();
     EXPECT_EQ(COMMIF_ERR_FILE_IO, writeTo(lChannel, "text"));
     EXPECT_EQ(EPIPE, lLog.lines().back().errnum);
+}
+
+TEST(FileWrite, BeyondTheLimitForFilesEndsNothing) {
+    const test::TempDir lDir;
+    EXPECT_TRUE(test::inChild([&] {
+        const rlimit lLimit{6, RLIM_INFINITY};
+        ::setrlimit(RLIMIT_FSIZE, &lLimit);
+        std::signal(SIGXFSZ, SIG_DFL);
+        const test::LogCapture lLog;
+        const Channel lChannel(fileParams(lDir.path("f"), kWrite | kCreate));
+        return writeTo(lChannel, "four") == COMMIF_OK &&
+               writeTo(lChannel, "four") == COMMIF_ERR_FILE_IO &&
+               writeTo(lChannel, "four") == COMMIF_ERR_FILE_IO &&
+               lLog.lines().back().errnum == EFBIG;
+    }));
+    EXPECT_EQ("fourfo", test::contentOf(lDir.path("f")));
 }
 
 TEST(FileWrite, KeepsSignalsBackForAsLongAsThePipeIsOpen) {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <cstdio>
@@ -24,6 +25,13 @@ constexpr std::size_t kBytes = LineRing::kMaxLine;
 
 bool put(LineRing& aRing, const std::string& aText) {
     return aRing.put(aText.data(), aText.size());
+}
+
+/// @return how many pages of memory the process has touched for the first time.
+long pagesTouched() {
+    rusage lUsage{};
+    ::getrusage(RUSAGE_SELF, &lUsage);
+    return lUsage.ru_minflt;
 }
 
 /// @return the lines that a chunk holds.
@@ -164,6 +172,18 @@ TEST(LineRing, BeginsAnewAtItsFrontOnceNothingIsKept) {
     auto lChunk = std::make_unique<LineRing::Chunk>();
     lRing.copy(1, *lChunk);
     EXPECT_THAT(linesOf(*lChunk), ElementsAre(lText, lText));
+}
+
+TEST(LineRing, TouchesLittleMemoryAsLongAsItsReaderKeepsUp) {
+    constexpr std::size_t kLines = std::size_t{1} << 20U;
+    LineRing lRing(kLines, kBytes);
+    const long lBefore = pagesTouched();
+    for (std::size_t lLine = 0; lLine < kLines; ++lLine) {
+        put(lRing, "a line");
+        lRing.release(lRing.end());
+    }
+    // The rest leaves room for a sanitizer's own.
+    EXPECT_GT(1000, pagesTouched() - lBefore) << "of the 2048 that the entries take";
 }
 
 TEST(LineRing, WakesTheReaderOnceAndOnlyOneThatRests) {

@@ -5,7 +5,10 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <limits>
 #include <memory>
@@ -18,11 +21,13 @@
 #include "ace/Reactor.h"
 #include "logging/Arguments.h"
 #include "logging/RedirectService.h"
+#include "osx/osxDataHandler.h"
 #include "support/FailingAllocator.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/times.h"
 #include "support/waitUntil.h"
 
 using test::Arguments;
@@ -300,6 +305,18 @@ TEST(DebugLevelPort, SaysThatItCouldNotBeAllocated) {
 
 namespace {
 
+std::size_t occurrences(const std::string& aText, const std::string& aPart) {
+    std::size_t lCount = 0;
+    for (std::size_t lAt = aText.find(aPart); lAt != std::string::npos;
+         lAt = aText.find(aPart, lAt + 1)) {
+        ++lCount;
+    }
+    return lCount;
+}
+
+/// Whether there is no memory for copies of texts.
+std::atomic<bool> gNoCopies{false};
+
 /// Network logging on ports of its own.
 class NetworkLogging : public testing::Test {
 protected:
@@ -324,6 +341,28 @@ protected:
 };
 
 }  // namespace
+
+/// ACE copies the program's name with it.
+extern "C" [[gnu::visibility("default")]] char* strdup(const char* aText) noexcept {
+    const std::size_t lSize = std::strlen(aText) + 1;
+    void* const lCopy = gNoCopies ? nullptr : std::malloc(lSize);
+    if (lCopy == nullptr) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return static_cast<char*>(std::memcpy(lCopy, aText, lSize));
+}
+
+TEST_F(NetworkLogging, BeginsWithoutMemoryForTheProgramsName) {
+    gNoCopies = true;
+    start();
+    gNoCopies = false;
+    EXPECT_EQ(ACE_Log_Msg::CUSTOM | ACE_Log_Msg::MSG_CALLBACK, flags());
+    TcpPeer lWatcher = TcpPeer::connect(mRedirectPort);
+    TcpPeer lTool = TcpPeer::connect(mDebugPort);
+    ASSERT_TRUE(lTool.send("5\n"));
+    EXPECT_THAT(lWatcher.receiveUntil("level to [5]\n"), testing::HasSubstr("level to [5]\n"));
+}
 
 TEST_F(NetworkLogging, InstallsTheRedirectServiceAndTakesOutputOffStandardError) {
     start();
@@ -354,6 +393,23 @@ TEST_F(NetworkLogging, MayBeStartedAgain) {
     EXPECT_TRUE(becomes(5));
 }
 
+TEST_F(NetworkLogging, OpensADebugLevelPortAgainThatHadClosedForWantOfMemory) {
+    start();
+    test::TcpPeer lFirst = test::TcpPeer::connect(mDebugPort);
+    EXPECT_TRUE(lFirst.send("2") && becomes(2));  // the loop has begun
+    {
+        const test::FailingForOtherThreads lNoMemory(0, 1000000);
+        EXPECT_TRUE(test::TcpPeer::connect(mDebugPort).waitForClose());
+    }
+    ASSERT_TRUE(
+        test::waitUntil([this] { return !test::TcpPeer::connect(mDebugPort).connected(); }));
+    startLoggingServer();
+    test::TcpPeer lClient = test::TcpPeer::connect(mDebugPort);
+    setLogLevel(1);
+    EXPECT_TRUE(lClient.send("6"));
+    EXPECT_TRUE(becomes(6));
+}
+
 TEST_F(NetworkLogging, ServesBothPorts) {
     start();
     TcpPeer lWatcher = TcpPeer::connect(mRedirectPort);
@@ -378,6 +434,37 @@ TEST_F(NetworkLogging, TheDebugLevelPortTakesSeveralClientsAndSendsNothingBack) 
     EXPECT_TRUE(becomes(4));
     ASSERT_EQ(0, ::shutdown(lOne.descriptor(), SHUT_WR));
     EXPECT_EQ("", lOne.receive(1));
+}
+
+/// Those that are turned away are neither announced nor told of one by one: they may come at any
+/// rate.
+TEST_F(NetworkLogging, TheDebugLevelPortTurnsClientsAwayBeyondThoseThatItHolds) {
+    start();
+    TcpPeer lWatcher = TcpPeer::connect(mRedirectPort);
+    EXPECT_TRUE(test::waitUntil([] { return osxDataHandler::mNrCreated == 1; }));
+    std::vector<TcpPeer> lTools;
+    for (int lTool = 0; lTool < kMaxDebugLevelClients; ++lTool) {
+        lTools.push_back(TcpPeer::connect(mDebugPort));
+        const unsigned int lLevel = lTool % 2 == 0 ? 1 : 2;
+        ASSERT_TRUE(lTools.back().send(std::to_string(lLevel)));
+        EXPECT_TRUE(becomes(lLevel));
+    }
+    const auto lStart = std::chrono::steady_clock::now();
+    for (int lOther = 0; lOther < 200; ++lOther) {
+        TcpPeer lOneMore = TcpPeer::connect(mDebugPort);
+        EXPECT_EQ("", lOneMore.receive(1));
+    }
+    ASSERT_TRUE(lTools.back().send("0"));
+    const std::string lLines = lWatcher.receiveUntil("level to [0]\n");
+    EXPECT_EQ(64U, occurrences(lLines, "Remote connection from"));
+    const std::size_t lTold = occurrences(lLines, "turning others away");
+    EXPECT_LE(1U, lTold);
+    EXPECT_GE(test::secondsBegunSince(lStart) + 1, lTold);
+    lTools.front().close();
+    EXPECT_TRUE(test::waitUntil([] { return osxDataHandler::mNrDestroyed == 1; }));
+    TcpPeer lInItsPlace = TcpPeer::connect(mDebugPort);
+    ASSERT_TRUE(lInItsPlace.send("7"));
+    EXPECT_TRUE(becomes(7));
 }
 
 TEST_F(NetworkLogging, SettingTheDebugLevelPortLaterHasNoEffect) {

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -20,11 +21,13 @@
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
 #include "logging/Logging.h"
+#include "osx/osxDataHandler.h"
 #include "support/FailingAllocator.h"
 #include "support/InstalledBackend.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/inChild.h"
 #include "support/waitUntil.h"
 
 using std::chrono::seconds;
@@ -142,6 +145,33 @@ TEST_F(RunningService, SendsPlainTextToEveryClientInOrder) {
     }
     EXPECT_THAT(lOne.receiveUntil("line 99\n"), EndsWith(lExpected));
     EXPECT_EQ(lExpected, lTwo.receive(lExpected.size()));
+}
+
+TEST_F(RunningService, TurnsClientsAwayBeyondThoseThatItHolds) {
+    const test::LogCapture lLog;
+    std::vector<TcpPeer> lClients;
+    for (int lClient = 0; lClient < RedirectService::kMaxClients; ++lClient) {
+        lClients.push_back(connectClient());
+    }
+    TcpPeer lOneMore = TcpPeer::connect(mPort);
+    const std::string lReason = "RedirectService: 64 clients are connected, no more are taken\n";
+    EXPECT_EQ(lReason, lOneMore.receive(lReason.size() + 1));
+    const std::string lLine = "%t osxListenHandler::handle_input: port [" + std::to_string(mPort) +
+                              "] has all the clients that it holds, turning others away\n";
+    EXPECT_TRUE(test::waitUntil([&] { return lLog.count(lLine) == 1; }));
+    EXPECT_EQ(64U, lLog.countContaining("Remote connection from"));
+    lClients.pop_back();
+    EXPECT_TRUE(test::waitUntil([] { return osxDataHandler::mNrDestroyed == 1; }));
+    const TcpPeer lInItsPlace = connectClient();
+}
+
+TEST_F(RunningService, IsStillRunningWhateverTheMemoryWhenItIsStartedAgain) {
+    int lResult = 0;
+    {
+        const test::FailingAllocator lNoMemory;
+        lResult = mService.init();
+    }
+    EXPECT_EQ(1, lResult);
 }
 
 TEST_F(RunningService, QueuesNothingWithoutAClient) {
@@ -343,6 +373,21 @@ TEST_F(RunningService, NeedsNoMemoryForALine) {
 }
 
 /// What is allocated first are ACE's own threads, which this is not about.
+TEST(RedirectService, OfAChildStartsOnceThereIsMemoryForAllOfIt) {
+    test::RunningReactor::reactor().initReactor();
+    RedirectService lService;
+    lService.setPortNumber(test::freePort());
+    for (int lAllowed = 0; lAllowed < 20; ++lAllowed) {
+        EXPECT_TRUE(test::inChild([&] {
+            {
+                const test::FailingAllocator lNoMemory(lAllowed);
+                lService.init();
+            }
+            return lService.init() != -1;
+        })) << lAllowed;
+    }
+}
+
 TEST(RedirectService, SaysThatItCouldNotBeStartedForWantOfMemory) {
     const test::RunningReactor lReactor;
     const test::LogCapture lLog;

@@ -220,3 +220,18 @@ TEST_F(SystemLog, WaitsForACollectorThatComesLater) {
     startCollector(lPort);
     EXPECT_TRUE(waitForLine("devices.log", lMark));
 }
+
+TEST_F(SystemLog, HoldsNobodyUpWhileTheCollectorTakesNothing) {
+    constexpr int kLines = 40000;  // more than the queue and the buffers between the two hold
+    const test::TcpListener lCollector;
+    constexpr int kSmall = 4096;
+    ::setsockopt(lCollector.descriptor(), SOL_SOCKET, SO_RCVBUF, &kSmall, sizeof kSmall);
+    startDevice(lCollector.port());
+    Arguments({"prog", "-SysLog"}).init();
+    const std::string lText(200, 'x');
+    for (int lLine = 0; lLine < kLines; ++lLine) {
+        ACE_DEBUG((LM_DEBUG, "%C\n", lText.c_str()));
+    }
+    ACE_DEBUG((LM_DEBUG, "the last line\n"));
+    EXPECT_TRUE(waitForLine("osx.log", "the last line"));
+}

@@ -181,6 +181,37 @@ TEST(ConnectionAdmin, LeavesTheSetAloneWhenMemoryIsShort) {
     EXPECT_EQ(0, lAdmin.getNrOfConnections());
 }
 
+TEST(ConnectionAdmin, SaysThatAClientCouldNotBeAdded) {
+    const test::LogCapture lLog;
+    ConnectionAdmin lAdmin;
+    void* lDatum = &lAdmin;
+    int lSocket = 0;
+    {
+        const test::FailingAllocator lFailing(0, true);
+        ConnectionAdmin::NewConnection(&lSocket, lDatum);
+    }
+    EXPECT_EQ(1U, lLog.count("%t ConnectionAdmin::NewConnection: no memory, a client is sent "
+                             "nothing\n"));
+}
+
+TEST(ConnectionAdmin, InitOpensAPortAgainThatHadClosedForWantOfMemory) {
+    const test::RunningReactor lReactor;
+    const unsigned short lPort = test::freePort();
+    ConnectionAdmin lAdmin;
+    lAdmin.init(lPort);
+    const test::TcpPeer lFirst = test::TcpPeer::connect(lPort);  // the loop has begun
+    ASSERT_TRUE(test::waitUntil([&] { return lAdmin.getNrOfConnections() == 1; }));
+    {
+        const test::FailingForOtherThreads lNoMemory(0, 1000000);
+        EXPECT_TRUE(test::TcpPeer::connect(lPort).waitForClose());
+    }
+    ASSERT_TRUE(test::waitUntil([lPort] { return !test::TcpPeer::connect(lPort).connected(); }));
+    lAdmin.init(lPort);
+    const test::TcpPeer lClient = test::TcpPeer::connect(lPort);
+    EXPECT_TRUE(test::waitUntil([&] { return lAdmin.getNrOfConnections() == 2; }));
+    lAdmin.deinit();
+}
+
 TEST(ConnectionAdmin, InitSaysThatTheListenerCouldNotBeAllocated) {
     const test::LogCapture lLog;
     test::RunningReactor::reactor().initReactor();
@@ -532,6 +563,16 @@ TEST_F(ConnectionAdminPort, HasTheKernelEndAConnectionThatIsStalledOrSilent) {
     EXPECT_EQ(ConnectionAdmin::kKernelLimitMs, option(lAccepted, IPPROTO_TCP, TCP_USER_TIMEOUT));
     EXPECT_EQ(1, option(lAccepted, SOL_SOCKET, SO_KEEPALIVE));
     EXPECT_EQ(ConnectionAdmin::kKeepAliveIdleS, option(lAccepted, IPPROTO_TCP, TCP_KEEPIDLE));
+}
+
+/// The reactor's look comes up to 10 s after the last probe.
+TEST_F(ConnectionAdminPort, NoticesWellWithinAMinuteThatASilentClientHasVanished) {
+    constexpr int kLookS = 10;
+    const TcpPeer lClient = connectClient();
+    const int lAccepted = test::otherEndOf(lClient.descriptor());
+    EXPECT_GE(60 - kLookS, option(lAccepted, IPPROTO_TCP, TCP_KEEPIDLE) +
+                               option(lAccepted, IPPROTO_TCP, TCP_KEEPINTVL) *
+                                   option(lAccepted, IPPROTO_TCP, TCP_KEEPCNT));
 }
 
 TEST_F(ConnectionAdminPort, LetsTheKernelGatherSmallSends) {

@@ -46,6 +46,8 @@ struct alignas(8) Answers {
     unsigned char resent = 0;
     unsigned int silentMs = 0;
 };
+/// Whether the peer has sent something all the same, which acknowledged nothing new.
+std::atomic<bool> gSends{false};
 std::atomic<Answers> gAnswers{Answers{}};
 std::atomic<int> gLooks{0};
 /// Whether a look lasts until it is told, or for that long.
@@ -64,6 +66,7 @@ extern "C" OSX_EXPORT int getsockopt(int aSocket, int aLevel, int aName, void* a
     if (lResult == 0 && aLevel == IPPROTO_TCP && aName == TCP_INFO && lAnswers.areFaked) {
         static_cast<tcp_info*>(aValue)->tcpi_retransmits = lAnswers.resent;
         static_cast<tcp_info*>(aValue)->tcpi_last_ack_recv = lAnswers.silentMs;
+        static_cast<tcp_info*>(aValue)->tcpi_last_data_recv = gSends ? 0 : lAnswers.silentMs;
         ++gLooks;
         if (gLooksLong) {
             gLongLooks.add();
@@ -255,6 +258,22 @@ TEST(LostPeer, EndsAReceiveThoughBytesAreOnTheirWay) {
     osxCloseSocketAndRelease(lSocket);
 }
 
+/// On a link whose answers took many seconds the kernel sends again as rarely.
+TEST(LostPeer, EndsAReceiveThoughBytesWereSentAgainOnlyOnce) {
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    const TcpPeer lPeer = lListener.accept();
+    lookOften(descriptorOf(lSocket));
+    gAnswers = Answers{true, 1, 50000};
+    char lByte = 0;
+    unsigned long lReceived = 0;
+    EXPECT_EQ(kFailed, osxSocketRecv(lSocket, &lByte, 1, lReceived));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    gAnswers = Answers{};
+    osxCloseSocketAndRelease(lSocket);
+}
+
 TEST(LostPeer, EndsASendThatHasNoRoom) {
     const test::LogCapture lLog;
     test::TcpListener lListener;
@@ -265,6 +284,39 @@ TEST(LostPeer, EndsASendThatHasNoRoom) {
     gAnswers = Answers{true, 7, 50000};
     const std::string lMuch(16UL * 1024 * 1024, 'x');
     EXPECT_EQ(kFailed, osxSocketSend(lSocket, lMuch.data(), lMuch.size()));
+    gAnswers = Answers{};
+    osxCloseSocketAndRelease(lSocket);
+}
+
+/// As of a program that sends a little now and then, and never receives.
+TEST(LostPeer, EndsSendsThatHaveRoom) {
+    const test::LogCapture lLog;
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    const TcpPeer lPeer = lListener.accept();
+    gAnswers = Answers{true, 7, 50000};
+    EXPECT_TRUE(test::waitUntil([&] { return osxSocketSend(lSocket, "x", 1) == kFailed; }));
+    EXPECT_EQ(ETIMEDOUT, errno);
+    gAnswers = Answers{};
+    EXPECT_EQ(kFailed, osxSocketSend(lSocket, "x", 1));
+    osxCloseSocketAndRelease(lSocket);
+}
+
+/// A look costs as much as a small send.
+TEST(LostPeer, IsSeldomLookedForBySendsThatHaveRoom) {
+    constexpr int kSends = 1000;
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    const TcpPeer lPeer = lListener.accept();
+    gAnswers = Answers{true, 0, 0};
+    const int lBefore = gLooks;
+    const auto lStart = std::chrono::steady_clock::now();
+    for (int lSend = 0; lSend < kSends; ++lSend) {
+        EXPECT_EQ(0UL, osxSocketSend(lSocket, "x", 1));
+    }
+    EXPECT_GE(test::secondsBegunSince(lStart), static_cast<std::size_t>(gLooks - lBefore));
     gAnswers = Answers{};
     osxCloseSocketAndRelease(lSocket);
 }
@@ -283,7 +335,7 @@ TEST(LostPeer, EndsAPortsConnectionThoughBytesAreOnTheirWay) {
 /// many as this one may have.
 TEST(LostPeer, EndsAPortsConnectionWhateverItsDescriptor) {
     constexpr rlim_t kMany = 65536;
-    constexpr rlim_t kOthers = 100;
+    constexpr rlim_t kOthers = 200;  // and what ports leave to the application
     rlimit lLimit{};
     ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &lLimit));
     const rlimit lRaised{kMany + kOthers, std::max(lLimit.rlim_max, kMany + kOthers)};
@@ -357,7 +409,9 @@ TEST(LostPeer, IsNoneThatIsOnlySlow) {
     TcpPeer lPeer = lListener.accept();
     lookOften(descriptorOf(lSocket));
     const std::string lMuch(16UL * 1024 * 1024, 'x');
-    for (const Answers lAnswers : {Answers{true, 0, 3600000}, Answers{true, 7, 30000}}) {
+    for (const Answers lAnswers : {Answers{true, 0, 3600000}, Answers{true, 7, 30000},
+                                   Answers{true, 2, 45000}, Answers{true, 7, 3600000}}) {
+        gSends = lAnswers.resent == 7 && lAnswers.silentMs == 3600000;
         gAnswers = lAnswers;
         std::thread lSender(
             [&] { EXPECT_EQ(0UL, osxSocketSend(lSocket, lMuch.data(), lMuch.size())); });

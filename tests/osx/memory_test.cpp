@@ -93,3 +93,29 @@ TEST_P(FirstUse, SurvivesAnyAllocationThatFails) {
         }
     }
 }
+
+// Now and then ThreadSanitizer sees a thread of ACE's that ended, while memory was short, unjoined.
+#ifndef __SANITIZE_THREAD__
+TEST(FirstSteps, OfAThreadWaitForTheMemoryThatTheyNeed) {
+    bool lFailed = true;
+    for (int lAllowed = 0; lFailed; ++lAllowed) {
+        ASSERT_LT(lAllowed, 1000);
+        int lPipe[2] = {};
+        ASSERT_EQ(0, ::pipe(lPipe));
+        EXPECT_TRUE(test::inChild([&]() noexcept {
+            const test::FailingForOtherThreads lNoMemory(lAllowed, 20);
+            bool lRan = false;
+            void* lTask = nullptr;
+            osxBeginTask([](void* aRan) { *static_cast<bool*>(aRan) = true; }, 0, 0, &lRan, &lTask,
+                         "task");
+            osxEndOtherTask(lTask);
+            const char lByte = lNoMemory.failures() != 0 ? 'f' : ' ';
+            return lRan && ::write(lPipe[1], &lByte, 1) == 1;
+        })) << lAllowed;
+        ::close(lPipe[1]);
+        char lByte = 'f';
+        lFailed = ::read(lPipe[0], &lByte, 1) != 1 || lByte == 'f';
+        ::close(lPipe[0]);
+    }
+}
+#endif

@@ -166,6 +166,7 @@ public:
             mTaken.emplace_back(lOne);
         }
     }
+    std::size_t taken() const { return mTaken.size(); }
 
 private:
     std::vector<test::Descriptor> mTaken;
@@ -789,12 +790,6 @@ TEST(Port, EveryDescriptorIsCloseOnExec) {
 }
 
 namespace {
-/// However slow the machine is, a line that is written once a second comes no more often.
-std::size_t secondsBegunSince(std::chrono::steady_clock::time_point aStart) {
-    const auto lElapsed = std::chrono::steady_clock::now() - aStart;
-    return static_cast<std::size_t>(
-        std::chrono::duration_cast<std::chrono::seconds>(lElapsed).count() + 1);
-}
 
 /// Checkers that are built into the code need a descriptor the first time that it runs.
 void exerciseTimerAndPort(const Port& aPort) {
@@ -835,7 +830,7 @@ TEST(PortWithoutDescriptors, RefusesServesTheOthersAndRecovers) {
             EXPECT_TRUE(lOld.isEchoed());
         }
         EXPECT_GE(lPort.log.count(kTooMany), 1U);
-        EXPECT_LE(lPort.log.count(kTooMany), secondsBegunSince(lStart) + 1);
+        EXPECT_LE(lPort.log.count(kTooMany), test::secondsBegunSince(lStart) + 1);
         for (const test::LogLine& lLine : lPort.log.lines()) {
             if (lLine.text.find("Unable") != std::string::npos) {
                 EXPECT_EQ(LM_ERROR, lLine.priority);
@@ -845,6 +840,70 @@ TEST(PortWithoutDescriptors, RefusesServesTheOthersAndRecovers) {
     }
     TcpPeer lNew = lPort.connect();
     EXPECT_TRUE(lNew.isEchoed());
+}
+
+namespace {
+
+/// An echo port of a process with few descriptors left, and sockets to connect with.
+class ScarcePort : public Served<> {
+public:
+    /// @param aLimit on descriptors. @param aLeft numbers that are left below those that the port
+    /// leaves to the application.
+    ScarcePort(int aLimit, int aReserve, int aLeft) : Served<>(kEcho) {
+        exerciseTimerAndPort(*this);
+        mSockets = unconnectedSockets(4);
+        setDescriptorLimit(static_cast<rlim_t>(aLimit));
+        for (int lNumber = aLimit - aReserve; lNumber < aLimit; ++lNumber) {
+            mReserve += ::fcntl(lNumber, F_GETFD) == -1 ? 1 : 0;  // the parent may have left some
+        }
+        mHog = std::make_unique<DescriptorHog>(aLimit - aReserve - aLeft);
+    }
+    bool isServed() {
+        mPeers.push_back(TcpPeer::connectWith(std::move(mSockets.back()), number()));
+        mSockets.pop_back();
+        return mPeers.back().isEchoed();
+    }
+
+    /// @return whether exactly the reserve is left, once no accept that finds nothing holds one.
+    bool leavesReserve() const {
+        return test::waitUntil([this] { return DescriptorHog(1 << 20).taken() == mReserve; });
+    }
+
+private:
+    std::size_t mReserve = 0;
+    std::vector<test::Descriptor> mSockets;
+    std::unique_ptr<DescriptorHog> mHog;
+    std::vector<TcpPeer> mPeers;
+};
+
+}  // namespace
+
+TEST(PortWithoutDescriptors, LeavesAnEighthOfThemToTheApplication) {
+    ScarcePort lPort(256, 32, 1);
+    EXPECT_TRUE(lPort.isServed());
+    EXPECT_FALSE(lPort.isServed());
+    EXPECT_TRUE(test::waitUntil([&] { return lPort.log.count(kTooMany) == 1; }));
+    EXPECT_TRUE(lPort.leavesReserve());
+    const test::TcpListener lInstrument;
+    void* lSocket = nullptr;
+    EXPECT_EQ(0UL, osxOpenSocket(lSocket, lInstrument.address().c_str()));
+    EXPECT_EQ(0UL, osxCloseSocketAndRelease(lSocket));
+}
+
+TEST(PortWithoutDescriptors, LeavesNoMoreThan64ToTheApplication) {
+    ScarcePort lPort(1024, 64, 1);
+    EXPECT_TRUE(lPort.isServed());
+    EXPECT_FALSE(lPort.isServed());
+    EXPECT_TRUE(lPort.leavesReserve());
+}
+
+TEST(PortWithoutDescriptors, GoesByTheLimitAsItIsNow) {
+    ScarcePort lPort(256, 32, 0);
+    EXPECT_FALSE(lPort.isServed());
+    setDescriptorLimit(512);
+    EXPECT_TRUE(lPort.isServed());
+    setDescriptorLimit(256);
+    EXPECT_FALSE(lPort.isServed());
 }
 
 /// Without even the spare descriptor the waiting connection cannot be refused: the port looks again
@@ -863,7 +922,7 @@ TEST(PortWithoutDescriptors, PausesRatherThanSpins) {
     ASSERT_TRUE(lLog.waitForContaining("Unable to accept"));
     const auto lStart = std::chrono::steady_clock::now();
     EXPECT_TRUE(test::isIdle());
-    EXPECT_LE(lLog.countContaining("Unable to accept"), secondsBegunSince(lStart) + 2);
+    EXPECT_LE(lLog.countContaining("Unable to accept"), test::secondsBegunSince(lStart) + 2);
     setDescriptorLimit(lFormer);
     EXPECT_TRUE(lPeer.isEchoed());
 }

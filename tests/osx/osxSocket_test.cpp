@@ -26,6 +26,7 @@
 #include "support/LogCapture.h"
 #include "support/TcpPeer.h"
 #include "support/cancellation.h"
+#include "support/inChild.h"
 #include "support/times.h"
 
 using std::chrono::milliseconds;
@@ -258,6 +259,30 @@ TEST(Socket, OpenWithoutMemoryFails) {
     EXPECT_EQ(nullptr, lSocket);
     expectOneLine(lLog, "%t osxOpenSocket: lSOCK_Stream == 0 \n", LM_DEBUG);
     EXPECT_EQ(ENOMEM, lLog.lines()[0].errnum);
+}
+
+/// In a child: what ACE's own code has when it throws is lost.
+TEST(Socket, OpenSurvivesAnyAllocationThatFails) {
+    test::TcpListener lListener;
+    const std::string lAddress = "localhost:" + std::to_string(lListener.port());
+    EXPECT_TRUE(test::inChild([&]() noexcept {
+        bool lTold = true;
+        bool lFailed = true;
+        for (int lAllowed = 0; lFailed && lTold; ++lAllowed) {
+            void* lSocket = nullptr;
+            unsigned long lResult = 0;
+            {
+                const test::FailingAllocator lNoMemory(lAllowed);
+                lResult = osxOpenSocket(lSocket, lAddress.c_str());
+                lFailed = lNoMemory.failures() != 0;
+            }
+            lTold = (lResult == 0) == (lSocket != nullptr);
+            if (lSocket != nullptr) {
+                osxCloseSocketAndRelease(lSocket);
+            }
+        }
+        return lTold;
+    }));
 }
 
 TEST(Socket, OpenAndCloseLeakNothing) {

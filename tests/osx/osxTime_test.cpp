@@ -64,6 +64,15 @@ TEST(GetTime, YieldsOneAndWritesNothingWhenThereIsNoLocalTime) {
     EXPECT_THAT(lFields.all(), testing::Each(99U));
 }
 
+/// As a 32-bit program after 19 January 2038. The C library then reports -1.
+TEST(GetTime, YieldsOneAndWritesNothingWhenTheClockCannotBeRead) {
+    test::FakeHost lHost;
+    lHost.now = timespec{-1, 0};
+    Fields lFields;
+    EXPECT_EQ(1U, lFields.read());
+    EXPECT_THAT(lFields.all(), testing::Each(99U));
+}
+
 TEST(GetTime, NeverMixesTheTimesOfTwoThreads) {
     const TimeZone lZone("UTC0");
     test::FakeHost lHost;

@@ -18,6 +18,7 @@
 #include "ace/SOCK_Connector.h"
 #include "ace/Timer_Heap.h"
 #include "reactor/EchoPort.h"
+#include "reactor/PollModel.h"
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/serving.h"
@@ -171,6 +172,18 @@ TEST(AcesInterface, NotifiesHandlersOnALoopThread) {
     EXPECT_TRUE(lHandler.mInputs.waitFor(200));
     EXPECT_TRUE(lHandler.mOutputs.waitFor(200));
     EXPECT_TRUE(lHandler.mExceptions.waitFor(200));
+}
+
+TEST(AcesInterface, NotifiesAlthoughTheWakingIsInterrupted) {
+    const test::RunningReactor lLoop(2);
+    Handler lHandler;
+    for (int lRound = 1; lRound <= 3; ++lRound) {
+        test::interruptWrites(lRound);
+        ACE_Time_Value lNoWait(ACE_Time_Value::zero);
+        EXPECT_EQ(0, reactor().notify(&lHandler, ACE_Event_Handler::EXCEPT_MASK, &lNoWait));
+        test::interruptWrites(0);
+        ASSERT_TRUE(lHandler.mExceptions.waitFor(lRound));
+    }
 }
 
 TEST(AcesInterface, TakesRoomForNotificationsWithTheFirst) {

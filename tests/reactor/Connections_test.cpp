@@ -70,7 +70,7 @@ class ConnectionsOnThreads : public testing::TestWithParam<int> {};
 
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(Threads, ConnectionsOnThreads, testing::Values(1, 2, 3, 4, 8));
+INSTANTIATE_TEST_SUITE_P(Threads, ConnectionsOnThreads, testing::Values(1, 2, 3, 4, 8, 12));
 
 /// Clients that the server closes as soon as they have said something, so that descriptors are used
 /// again all the time.
@@ -330,6 +330,19 @@ TEST(ConnectionClosedByTheApplication, BehindTheLibrarysBackEndsWhenItsDescripto
     lSecond.send("x");
     test::serve();
     EXPECT_EQ("x", lSecond.receive(1));
+}
+
+/// A read stops in front of the urgent byte, though there is more behind it.
+TEST(Connections, AreReadOnBehindAnUrgentByte) {
+    test::Served<EchoPort> lPort;
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(lPeer.send("b"));
+    ASSERT_TRUE(lPort.mBlocked.waitFor(1));
+    ASSERT_TRUE(lPeer.send("first,"));
+    ASSERT_EQ(1, ::send(lPeer.descriptor(), "!", 1, MSG_OOB | MSG_NOSIGNAL));
+    ASSERT_TRUE(lPeer.send("later."));
+    lPort.letGo();
+    EXPECT_EQ("first,later.", lPeer.receive(12));
 }
 
 TEST(Connections, FindOutThatTheirPeerHasVanished) {

@@ -89,28 +89,41 @@ bool allOthersSleep() {
     return allSleep(otherThreads());
 }
 
+/// Ends the loop for eight threads that wait in it. Those that did not come back could not be
+/// joined, and end the test's process.
+void endForEveryThread(int aInterruptedWrites) {
+    std::vector<std::future<int>> lThreads;
+    for (int lThread = 0; lThread < 8; ++lThread) {
+        lThreads.push_back(std::async(std::launch::async, &osxRunReactor));
+    }
+    ASSERT_TRUE(test::waitUntil(&allOthersSleep));
+    test::interruptWrites(aInterruptedWrites);
+    osxStopReactor();
+    test::interruptWrites(0);
+    bool lAll = true;
+    for (std::future<int>& lThread : lThreads) {
+        lAll = lAll && lThread.wait_for(test::kSlack) == std::future_status::ready;
+    }
+    EXPECT_TRUE(lAll);
+    if (!lAll) {
+        ::_exit(1);
+    }
+    ACE_Reactor::instance()->reset_reactor_event_loop();
+}
+
 }  // namespace
 
 TEST(Loop, EndsForEveryThreadOfTheApplication) {
-    constexpr int kRounds = 20;
-    constexpr int kThreads = 8;
     loop().initReactor();
-    for (int lRound = 0; lRound < kRounds; ++lRound) {
-        std::vector<std::future<int>> lThreads;
-        for (int lThread = 0; lThread < kThreads; ++lThread) {
-            lThreads.push_back(std::async(std::launch::async, &osxRunReactor));
-        }
-        ASSERT_TRUE(test::waitUntil(&allOthersSleep));
-        osxStopReactor();
-        bool lAll = true;
-        for (std::future<int>& lThread : lThreads) {
-            lAll = lAll && lThread.wait_for(test::kSlack) == std::future_status::ready;
-        }
-        EXPECT_TRUE(lAll) << lRound;
-        if (!lAll) {
-            ::_exit(1);  // they cannot be joined
-        }
-        ACE_Reactor::instance()->reset_reactor_event_loop();
+    for (int lRound = 0; lRound < 20; ++lRound) {
+        endForEveryThread(0);
+    }
+}
+
+TEST(Loop, EndsForEveryThreadThoughItsWakingIsInterrupted) {
+    loop().initReactor();
+    for (const int lInterrupted : {1, 2, 5}) {
+        endForEveryThread(lInterrupted);
     }
 }
 

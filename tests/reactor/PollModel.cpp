@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/epoll.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -16,6 +17,7 @@ std::atomic<bool> gCancels{false};
 std::atomic<bool> gRefusesPolls{false};
 std::atomic<int> gRefused{-1};
 std::atomic<int> gRefusals{0};
+thread_local int gInterruptedWrites = 0;
 
 template <class Function>
 Function* original(const char* aName) {
@@ -48,6 +50,17 @@ OSX_EXPORT int epoll_ctl(int aPoll, int aOperation, int aDescriptor, epoll_event
     return gOriginal(aPoll, aOperation, aDescriptor, aEvent);
 }
 
+OSX_EXPORT ssize_t write(int aDescriptor, const void* aBytes, std::size_t aSize) {
+    using Write = ssize_t(int, const void*, std::size_t);
+    static Write* const gOriginal = original<Write>("write");
+    if (gInterruptedWrites > 0) {
+        --gInterruptedWrites;
+        errno = EINTR;
+        return -1;
+    }
+    return gOriginal(aDescriptor, aBytes, aSize);
+}
+
 OSX_EXPORT int epoll_create1(int aFlags) noexcept {
     using Create = int(int);
     static Create* const gOriginal = original<Create>("epoll_create1");
@@ -61,6 +74,10 @@ OSX_EXPORT int epoll_create1(int aFlags) noexcept {
 }  // extern "C"
 
 namespace test {
+
+void interruptWrites(int aNumber) {
+    gInterruptedWrites = aNumber;
+}
 
 int eventsWanted() {
     return gWanted;

@@ -21,6 +21,9 @@ void refuseToAdd(int aDescriptor, int aTimes);
 /// @return how many refusals are left.
 int refusalsLeft();
 
+/// The next writes of the calling thread are interrupted.
+void interruptWrites(int aNumber);
+
 }  // namespace test
 
 #endif

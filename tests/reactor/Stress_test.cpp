@@ -261,7 +261,7 @@ class LoopStress : public testing::TestWithParam<int> {};
 
 }  // namespace
 
-INSTANTIATE_TEST_SUITE_P(Threads, LoopStress, testing::Values(1, 2, 4, 8));
+INSTANTIATE_TEST_SUITE_P(Threads, LoopStress, testing::Values(1, 2, 4, 8, 12));
 
 TEST_P(LoopStress, OfEverythingAtOnceMixesNothingUpAndEnds) {
     const test::LogCapture lLog;

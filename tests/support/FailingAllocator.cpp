@@ -1,5 +1,6 @@
 #include "support/FailingAllocator.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
@@ -13,7 +14,29 @@ struct State {
 };
 thread_local State gState;
 
+/// Of all threads but the one that is spared.
+struct OfOtherThreads {
+    std::atomic<bool> active{false};
+    std::atomic<int> allowed{0};
+    std::atomic<int> left{0};
+    std::atomic<int> failures{0};
+};
+OfOtherThreads gOtherThreads;
+thread_local bool gIsSpared = false;
+
+bool mustFailHere() {
+    if (gIsSpared || !gOtherThreads.active || gOtherThreads.allowed-- > 0 ||
+        gOtherThreads.left-- <= 0) {
+        return false;
+    }
+    ++gOtherThreads.failures;
+    return true;
+}
+
 bool mustFail() {
+    if (mustFailHere()) {
+        return true;
+    }
     if (!gState.active || gState.allowed-- > 0) {
         return false;
     }
@@ -81,6 +104,23 @@ FailingAllocator::~FailingAllocator() {
 
 int FailingAllocator::failures() const {
     return gState.failures;
+}
+
+FailingForOtherThreads::FailingForOtherThreads(int aAllowed, int aFailures) {
+    gIsSpared = true;
+    gOtherThreads.allowed = aAllowed;
+    gOtherThreads.left = aFailures;
+    gOtherThreads.failures = 0;
+    gOtherThreads.active = true;
+}
+
+FailingForOtherThreads::~FailingForOtherThreads() {
+    gOtherThreads.active = false;
+    gIsSpared = false;
+}
+
+int FailingForOtherThreads::failures() const {
+    return gOtherThreads.failures;
 }
 
 }  // namespace test

@@ -18,6 +18,20 @@ public:
     int failures() const;
 };
 
+/// While one lives, `new` fails on all threads but the one that made it, for a number of times.
+class FailingForOtherThreads {
+public:
+    /// @param aAllowed how many allocations succeed before, of all these threads together.
+    /// @param aFailures how many fail then.
+    FailingForOtherThreads(int aAllowed, int aFailures);
+    ~FailingForOtherThreads();
+    FailingForOtherThreads(const FailingForOtherThreads&) = delete;
+    FailingForOtherThreads& operator=(const FailingForOtherThreads&) = delete;
+
+    /// @return how many have failed so far.
+    int failures() const;
+};
+
 }  // namespace test
 
 #endif

@@ -36,6 +36,9 @@ public:
     /// Ends its standard input.
     void endInput() { mInput.reset(); }
 
+    /// @return its process id; -1 once it has ended.
+    pid_t process() const { return mProcess; }
+
     /// Sends it a signal.
     void signal(int aSignal) const;
 

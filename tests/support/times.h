@@ -4,6 +4,7 @@
 #define OSX_TESTS_SUPPORT_TIMES_H
 
 #include <chrono>
+#include <cstddef>
 #include <future>
 
 namespace test {
@@ -36,6 +37,11 @@ inline constexpr std::chrono::milliseconds kToMeasure{500};
 inline std::chrono::milliseconds elapsedSince(std::chrono::steady_clock::time_point aStart) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
                                                                  aStart);
+}
+
+/// However slow the machine is, a line that is written at most once a second comes no more often.
+inline std::size_t secondsBegunSince(std::chrono::steady_clock::time_point aStart) {
+    return static_cast<std::size_t>(elapsedSince(aStart) / std::chrono::seconds(1) + 1);
 }
 
 /// @return whether what runs on another thread has not ended after a while.

@@ -366,7 +366,8 @@ TEST(DynamicSysInfo, TargetLayoutFindsNoTotalMemoryOnACurrentKernel) {
 }
 #endif
 
-TEST(DynamicSysInfo, WithoutMemoryForTheTableKnowsNothing) {
+TEST(DynamicSysInfo, WithoutMemoryForTheTableKnowsNothingUntilThereIs) {
+    const KernelFiles lFiles(targetFiles());
     const test::LogCapture lLog;
     alignas(DynamicSysInfo) unsigned char lPlace[sizeof(DynamicSysInfo)];
     DynamicSysInfo* lInfo = nullptr;
@@ -376,11 +377,17 @@ TEST(DynamicSysInfo, WithoutMemoryForTheTableKnowsNothing) {
         EXPECT_EQ(1, lFailing.failures());
     }
     EXPECT_EQ(1U, lLog.count("ACE_Hash_Map_Manager_Ex\n"));
-    lInfo->refresh();
+    {
+        const test::FailingAllocator lFailing;
+        lInfo->refresh();
+    }
     EXPECT_EQ(-1.0, lInfo->getAvgCPU1());
     EXPECT_EQ(-1, lInfo->getDiscSize());
     lInfo->dump();
     EXPECT_EQ(1U, lLog.lines().size());
+    lInfo->refresh();
+    EXPECT_DOUBLE_EQ(0.20, lInfo->getAvgCPU1());
+    EXPECT_EQ(250880, lInfo->getDiscSize());
     lInfo->~DynamicSysInfo();
 }
 

@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <thread>
@@ -275,6 +276,17 @@ TEST(ObjectIDMap, TakesAsLongWhateverTheKeysAndHoweverMany) {
     constexpr std::int64_t kManyTimes = 100;
     const std::int64_t lUsual = timeOfUse(kPairs, 1);
     EXPECT_LT(timeOfUse(kPairs, 2999), kManyTimes * lUsual);
+}
+
+TEST(ObjectIDMap, SaysOfEachAdditionThatThereWasNoMemoryForTheTable) {
+    std::optional<ObjectIDMap> lMap;
+    {
+        const test::FailingAllocator lFailing;
+        lMap.emplace();
+    }
+    errno = 0;
+    lMap->add(id(1), id(2));
+    EXPECT_EQ(ENOMEM, errno);
 }
 
 TEST(ObjectIDMap, WithoutMemoryToGrowGoesOn) {
