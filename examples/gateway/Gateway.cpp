@@ -1,6 +1,7 @@
 #include "Gateway.h"
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 
 #include "LineAssembler.h"
@@ -39,7 +40,7 @@ Gateway& gatewayOf(const void* aGateway) {
 Gateway::Gateway(const Options& aOptions)
     : mOptions(aOptions),
       mSource(makeSource(aOptions)),
-      mRecorder(aOptions.recordFile),
+      mRecorder(aOptions.recordFile, std::chrono::milliseconds(aOptions.syncIntervalMs)),
       mClients(aOptions.textPort, aOptions.framePort) {
     osxMsgQueueInit(kQueueBytes, 0, &mQueue, "sentences");
     osxBeginTask(checkerTask, 0, 0, this, &mChecker, "checker");
@@ -111,14 +112,20 @@ void Gateway::queueLine(const std::string& aLine) {
 
 void Gateway::checkSentences() {
     std::array<char, LineAssembler::kLongestLine> lBuffer{};
-    while (mChecking) {
+    // What is queued when the reader has ended is handed on, too.
+    for (bool lMayBeMore = true; lMayBeMore;) {
+        const bool lReaderHasEnded = !mChecking;
         unsigned long lLength = 0;
-        if (osxMsgRecv(mQueue, lBuffer.data(), lBuffer.size(), &lLength, kQueueWaitMs) == OSX_OK) {
+        const bool lReceived =
+            osxMsgRecv(mQueue, lBuffer.data(), lBuffer.size(), &lLength, kQueueWaitMs) == OSX_OK;
+        if (lReceived) {
             handOn(std::string(lBuffer.data(), lLength));
         }
+        mRecorder.tend();
         if (mReportDue.exchange(false)) {
             reportSystem();
         }
+        lMayBeMore = lReceived || !lReaderHasEnded;
     }
 }
 

@@ -23,6 +23,8 @@ void catchSignals() {
     lAction.sa_handler = askToStop;
     sigaction(SIGINT, &lAction, nullptr);
     sigaction(SIGTERM, &lAction, nullptr);
+    // Otherwise a diagnostic line would end the program when the reader of standard error has gone.
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 }  // namespace

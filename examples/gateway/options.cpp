@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 namespace gateway {
 
@@ -22,6 +23,7 @@ constexpr char kUsage[] =
     "  --frame-port PORT     where clients get them as length-prefixed blocks (none)\n"
     "  --debug-port PORT     where the debug level is set (12311)\n"
     "  --record FILE         append the sentences to a file\n"
+    "  --sync-interval MS    how long a recorded sentence may be in memory alone (5000)\n"
     "  --rate-interval MS    how often rates are printed (1000)\n"
     "  --system-interval MS  how often load and memory are reported (60000)\n"
     "  -LogFile, -Debug, -DebugLevel, -SysLog, -stderr, -RedirectPort, -help: see -help\n";
@@ -36,6 +38,7 @@ enum Option {
     kFramePort,
     kDebugPort,
     kRecord,
+    kSyncInterval,
     kRateInterval,
     kSystemInterval,
     kUsageWanted
@@ -50,6 +53,7 @@ constexpr option kOptions[] = {{"source", required_argument, nullptr, kSource},
                                {"frame-port", required_argument, nullptr, kFramePort},
                                {"debug-port", required_argument, nullptr, kDebugPort},
                                {"record", required_argument, nullptr, kRecord},
+                               {"sync-interval", required_argument, nullptr, kSyncInterval},
                                {"rate-interval", required_argument, nullptr, kRateInterval},
                                {"system-interval", required_argument, nullptr, kSystemInterval},
                                {"usage", no_argument, nullptr, kUsageWanted},
@@ -63,7 +67,9 @@ constexpr option kOptions[] = {{"source", required_argument, nullptr, kSource},
 unsigned int number(const char* aText, unsigned long aLowest, unsigned long aHighest) {
     char* lEnd = nullptr;
     const unsigned long lValue = std::strtoul(aText, &lEnd, 10);
-    if (lEnd == aText || *lEnd != '\0' || lValue < aLowest || lValue > aHighest) {
+    // A negative number would come back positive, modulo the largest one.
+    if (std::strchr(aText, '-') != nullptr || lEnd == aText || *lEnd != '\0' || lValue < aLowest ||
+        lValue > aHighest) {
         complain("a number is not in its range");
     }
     return static_cast<unsigned int>(lValue);
@@ -113,6 +119,9 @@ void apply(int aOption, const char* aValue, Options& aOptions) {
         case kRecord:
             aOptions.recordFile = aValue;
             break;
+        case kSyncInterval:
+            aOptions.syncIntervalMs = number(aValue, 0, kHour);
+            break;
         case kRateInterval:
             aOptions.rateIntervalMs = number(aValue, 10, kHour);
             break;
@@ -127,15 +136,23 @@ void apply(int aOption, const char* aValue, Options& aOptions) {
     }
 }
 
+/// Calls a function with the number of each option, whose value is in `optarg`.
+template <class Function>
+void forEachOption(int aCount, char** aArguments, Function aFunction) {
+    opterr = 0;
+    optind = 0;  // from the start
+    for (int lOption = 0;
+         (lOption = getopt_long(aCount, aArguments, "", kOptions, nullptr)) != -1;) {
+        aFunction(lOption);
+    }
+}
+
 }  // namespace
 
 Options parseOptions(int aCount, char** aArguments) {
     Options lOptions;
-    opterr = 0;
-    for (int lOption = 0;
-         (lOption = getopt_long(aCount, aArguments, "", kOptions, nullptr)) != -1;) {
-        apply(lOption, optarg, lOptions);
-    }
+    forEachOption(aCount, aArguments,
+                  [&lOptions](int aOption) { apply(aOption, optarg, lOptions); });
     if (optind != aCount) {
         complain("unknown argument");
     }
@@ -143,12 +160,14 @@ Options parseOptions(int aCount, char** aArguments) {
 }
 
 unsigned short debugPortOf(int aCount, char** aArguments) {
-    for (int lIndex = 1; lIndex + 1 < aCount; ++lIndex) {
-        if (std::strcmp(aArguments[lIndex], "--debug-port") == 0) {
-            return port(aArguments[lIndex + 1]);
+    std::vector<char*> lArguments(aArguments, aArguments + aCount + 1);  // which are moved about
+    Options lOptions;
+    forEachOption(aCount, lArguments.data(), [&lOptions](int aOption) {
+        if (aOption == kDebugPort) {
+            apply(aOption, optarg, lOptions);
         }
-    }
-    return Options().debugPort;
+    });
+    return lOptions.debugPort;
 }
 
 }  // namespace gateway

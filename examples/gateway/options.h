@@ -17,6 +17,7 @@ struct Options {
     unsigned short framePort = 0;  ///< 0 for none.
     unsigned short debugPort = 12311;
     std::string recordFile;  ///< Empty for none.
+    unsigned int syncIntervalMs = 5000;
     unsigned int rateIntervalMs = 1000;
     unsigned int systemIntervalMs = 60000;
 };

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace instrument {
@@ -39,10 +40,12 @@ constexpr option kOptions[] = {{"port", required_argument, nullptr, 'p'},
     std::exit(2);
 }
 
-unsigned int number(const char* aText, unsigned long aHighest) {
+unsigned int number(const char* aText, unsigned long aLowest, unsigned long aHighest) {
     char* lEnd = nullptr;
     const unsigned long lValue = std::strtoul(aText, &lEnd, 10);
-    if (lEnd == aText || *lEnd != '\0' || lValue > aHighest) {
+    // A negative number would come back positive, modulo the largest one.
+    if (std::strchr(aText, '-') != nullptr || lEnd == aText || *lEnd != '\0' || lValue < aLowest ||
+        lValue > aHighest) {
         complain();
     }
     return static_cast<unsigned int>(lValue);
@@ -65,31 +68,31 @@ void apply(int aOption, const char* aValue, Options& aOptions) {
     constexpr unsigned long kMany = 1000000000;
     switch (aOption) {
         case 'p':
-            aOptions.port = static_cast<unsigned short>(number(aValue, 65535));
+            aOptions.port = static_cast<unsigned short>(number(aValue, 0, 65535));
             break;
         case 't':
             aOptions.pty = true;
             break;
         case 's':
-            aOptions.serialPort = number(aValue, 255);
+            aOptions.serialPort = number(aValue, 1, 255);
             break;
         case 'b':
-            aOptions.baudRate = number(aValue, 4000000);
+            aOptions.baudRate = number(aValue, 50, 4000000);
             break;
         case 'y':
             aOptions.parity = parity(aValue);
             break;
         case 'i':
-            aOptions.intervalMs = number(aValue, 3600000);
+            aOptions.intervalMs = number(aValue, 1, 3600000);
             break;
         case 'c':
-            aOptions.corruptEvery = number(aValue, kMany);
+            aOptions.corruptEvery = number(aValue, 0, kMany);
             break;
         case 'd':
-            aOptions.dropEvery = number(aValue, kMany);
+            aOptions.dropEvery = number(aValue, 0, kMany);
             break;
         case 'n':
-            aOptions.sentences = number(aValue, kMany);
+            aOptions.sentences = number(aValue, 0, kMany);
             break;
         case 'h':
             std::fputs(kUsage, stdout);

@@ -5,7 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <sstream>
 
@@ -13,6 +16,7 @@
 #include "support/Program.h"
 #include "support/TcpPeer.h"
 #include "support/files.h"
+#include "support/waitUntil.h"
 
 namespace {
 
@@ -227,31 +231,60 @@ TEST_F(Gateway, WaitsForASilentInstrumentIfThatIsWanted) {
 
 namespace {
 
-/// A named pipe that holds as much as it can.
-class FullPipe {
+/// A named pipe that has a reader while the object lives.
+class Pipe {
 public:
-    FullPipe() {
+    Pipe() {
         std::string lTemplate = testing::TempDir() + "osx-pipe-XXXXXX";
         mName = std::string(::mkdtemp(lTemplate.data())) + "/pipe";
         ::mkfifo(mName.c_str(), 0600);
         mPipe = test::Descriptor(::open(mName.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
+    }
+    ~Pipe() { std::filesystem::remove_all(std::filesystem::path(mName).parent_path()); }
+    Pipe(const Pipe&) = delete;
+    Pipe& operator=(const Pipe&) = delete;
+    const std::string& name() const { return mName; }
+
+    void fill() const {
         while (::write(mPipe.get(), "x", 1) == 1) {
         }
     }
-    ~FullPipe() { std::filesystem::remove_all(std::filesystem::path(mName).parent_path()); }
-    FullPipe(const FullPipe&) = delete;
-    FullPipe& operator=(const FullPipe&) = delete;
-    const std::string& name() const { return mName; }
+
+    /// Reads until so many lines have come. @return what was read.
+    std::string read(int aLines) const {
+        std::string lText;
+        std::array<char, 4096> lChunk{};
+        while (std::count(lText.begin(), lText.end(), '\n') < aLines &&
+               test::waitForInput(mPipe.get())) {
+            const ssize_t lRead = ::read(mPipe.get(), lChunk.data(), lChunk.size());
+            lText.append(lChunk.data(), static_cast<std::size_t>(std::max<ssize_t>(lRead, 0)));
+        }
+        return lText;
+    }
 
 private:
     std::string mName;
     test::Descriptor mPipe;
 };
 
+std::ptrdiff_t threadsOf(const Program& aProgram) {
+    const std::filesystem::directory_iterator lThreads(
+        "/proc/" + std::to_string(aProgram.process()) + "/task");
+    return std::distance(begin(lThreads), end(lThreads));
+}
+
+/// @return whether its main thread waits.
+bool sleeps(const Program& aProgram) {
+    const std::string lStat =
+        test::contentsOf("/proc/" + std::to_string(aProgram.process()) + "/stat");
+    return lStat.find(") S ") != std::string::npos;
+}
+
 }  // namespace
 
 TEST_F(Gateway, ServesAndStopsThoughNobodyReadsItsOutput) {
-    const FullPipe lPipe;
+    const Pipe lPipe;
+    lPipe.fill();
     startInstrument();
     std::vector<std::string> lCommand = gatewayCommand();
     lCommand.insert(lCommand.begin(), {"/bin/sh", "-c", "exec \"$@\" >" + lPipe.name(), "gateway"});
@@ -262,24 +295,92 @@ TEST_F(Gateway, ServesAndStopsThoughNobodyReadsItsOutput) {
     expectCleanStop();
 }
 
+TEST_F(Gateway, ServesAndStopsThoughTheReaderOfItsDiagnosticsHasGone) {
+    auto lPipe = std::make_unique<Pipe>();
+    startInstrument();
+    std::vector<std::string> lCommand = gatewayCommand();
+    lCommand.insert(lCommand.begin(),
+                    {"/bin/sh", "-c", "exec \"$@\" 2>" + lPipe->name(), "gateway"});
+    lCommand.insert(lCommand.end(), {"-stderr", "-DebugLevel", "3"});
+    mGateway = std::make_unique<Program>(lCommand);
+    EXPECT_TRUE(mGateway->waitForOutput("clients on port"));
+    lPipe.reset();
+    TcpPeer lClient = client();
+    EXPECT_EQ(60, readSentences(lClient, 60));
+    expectCleanStop();
+}
+
+TEST_F(Gateway, RecordsWhatItHasReadBeforeItStops) {
+    constexpr int kSentences = 200;
+    const Pipe lRecord;
+    lRecord.fill();  // the checker waits in its first record
+    test::TcpListener lInstrument;
+    mInstrumentPort = lInstrument.port();
+    startGateway({"--record", lRecord.name()});
+    TcpPeer lConnection = lInstrument.accept();
+    for (int lSentence = 0; lSentence < kSentences; ++lSentence) {
+        lConnection.send(nmea::sentence("GPONE," + std::to_string(lSentence)) + "\r\n");
+    }
+    lConnection.close();
+    ASSERT_TRUE(mGateway->waitForOutput(" 1 losses")) << "all has been read by then";
+    const std::ptrdiff_t lThreads = threadsOf(*mGateway);
+    mGateway->signal(SIGTERM);
+    // The loop's thread ends, and the reader does: only the checker is left to be waited for.
+    ASSERT_TRUE(test::waitUntil([&] { return threadsOf(*mGateway) <= lThreads - 2; }));
+    ASSERT_TRUE(test::waitUntil([&] { return sleeps(*mGateway); }));
+    const std::string lRead = lRecord.read(kSentences);
+    EXPECT_EQ(0, mGateway->wait()) << mGateway->output();
+    EXPECT_EQ(kSentences, std::count(lRead.begin(), lRead.end(), '\n'));
+}
+
 TEST_F(Gateway, StopsCleanlyWhileItsInstrumentIsAbsent) {
     startGateway();
     expectCleanStop();
 }
 
 TEST(GatewayOptions, AreRefusedWhenUnknownOrOutOfRange) {
-    for (const auto& lArguments : std::vector<std::vector<std::string>>{{"--port", "0"},
-                                                                        {"--port", "65536"},
-                                                                        {"--silence", "x"},
-                                                                        {"--baud", "x"},
-                                                                        {"--parity", "mark"},
-                                                                        {"-z"},
-                                                                        {"stray"}}) {
+    for (const auto& lArguments :
+         std::vector<std::vector<std::string>>{{"--port", "0"},
+                                               {"--port", "65536"},
+                                               {"--silence", "x"},
+                                               {"--sync-interval", "-1"},
+                                               {"--silence", "-18446744073709551615"},
+                                               {"--silence", "-4294967295"},
+                                               {"--baud", "x"},
+                                               {"--parity", "mark"},
+                                               {"-z"},
+                                               {"stray"}}) {
         std::vector<std::string> lCommand{GATEWAY_PROGRAM, "--debug-port",
                                           std::to_string(test::freePort()), "-RedirectPort",
                                           std::to_string(test::freePort())};
         lCommand.insert(lCommand.end(), lArguments.begin(), lArguments.end());
         Program lGateway(lCommand);
         EXPECT_EQ(2, lGateway.wait()) << lArguments[0];
+    }
+}
+
+TEST(InstrumentOptions, AreRefusedWhenOutOfRange) {
+    for (const auto& lArguments :
+         std::vector<std::vector<std::string>>{{"--port", "65536"},
+                                               {"--interval", "0"},
+                                               {"--baud", "0"},
+                                               {"--serial", "0"},
+                                               {"--sentences", "-18446744073709551615"},
+                                               {"--sentences", "-4294967295"}}) {
+        std::vector<std::string> lCommand{INSTRUMENT_PROGRAM, "--port", "0", "--sentences", "1"};
+        lCommand.insert(lCommand.end(), lArguments.begin(), lArguments.end());
+        Program lInstrument(lCommand);
+        EXPECT_EQ(2, lInstrument.wait(std::chrono::seconds(20))) << lArguments[0];
+    }
+}
+
+/// The last one counts, as for all options.
+TEST_F(Gateway, OpensTheDebugPortThatItsOptionsNameInWhateverForm) {
+    for (const std::string lForm : {"--debug-port=", "--debug="}) {
+        const unsigned short lPort = test::freePort();
+        startGateway({lForm + std::to_string(lPort)});
+        EXPECT_TRUE(TcpPeer::connect(lPort).connected()) << lForm;
+        EXPECT_FALSE(TcpPeer::connect(mDebugPort).connected()) << lForm;
+        mGateway.reset();
     }
 }
