@@ -3,10 +3,13 @@
 #ifndef OSX_TESTS_FUZZ_REQUIRE_H
 #define OSX_TESTS_FUZZ_REQUIRE_H
 
+#include <cstdio>
 #include <cstdlib>
 
-inline void require(bool aCondition) {
+/// @param aLine of the caller.
+inline void require(bool aCondition, int aLine = __builtin_LINE()) {
     if (!aCondition) {
+        std::fprintf(stderr, "line %d does not hold\n", aLine);
         std::abort();
     }
 }
