@@ -1,0 +1,223 @@
+// Stands in front of the C library's allocator.
+#include "memory/shortMemory.h"
+
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "memory/Service.h"
+
+extern "C" {
+void* __libc_malloc(size_t aSize);
+void* __libc_calloc(size_t aCount, size_t aSize);
+void* __libc_realloc(void* aMemory, size_t aSize);
+void* __libc_memalign(size_t aAlignment, size_t aSize);
+}
+
+namespace {
+
+std::atomic<bool> gCounting{false};
+std::atomic<long> gCount{0};
+std::atomic<long> gRefused{0};
+long gFirst = 0;
+memory::Failing gFailing = memory::Failing::once;
+bool gShown = false;
+thread_local bool gShowing = false;
+
+/// Some calls wait for a thread that waits for memory, so there is memory again after a while.
+constexpr long kLongestShortMs = 5000;
+std::atomic<long> gEnd{0};
+
+bool isChosen(long aNumber) {
+    if (gFirst == 0 || aNumber < gFirst) {
+        return false;
+    }
+    return gFailing == memory::Failing::once ? aNumber == gFirst : memory::now() < gEnd;
+}
+
+/// ACE copies a line's text and does not look whether it could, which ends the process if there is
+/// memory again for what it writes it with. The library has looked just before, in vain then.
+bool isForALinesText() {
+    gShowing = true;
+    void* lCallers[8];
+    const int lCount = ::backtrace(lCallers, 8);
+    const bool lIsIt = std::any_of(lCallers, lCallers + lCount, [](const void* aCaller) {
+        Dl_info lInfo{};
+        return ::dladdr(aCaller, &lInfo) != 0 && lInfo.dli_sname != nullptr &&
+               std::strcmp(lInfo.dli_sname, "_ZN14ACE_Log_Record8msg_dataEPKc") == 0;
+    });
+    gShowing = false;
+    return lIsIt;
+}
+
+/// @return whether this request is refused.
+bool refuse() {
+    if (!gCounting.load(std::memory_order_acquire) || gShowing || !isChosen(++gCount) ||
+        isForALinesText()) {
+        return false;
+    }
+    ++gRefused;
+    if (gShown) {
+        memory::showCallers("refused\n");
+    }
+    errno = ENOMEM;
+    return true;
+}
+
+template <class Function>
+Function next(const char* aName) {
+    return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, aName));
+}
+
+}  // namespace
+
+// Seen by the libraries, although the build hides what is not told otherwise.
+#pragma GCC visibility push(default)
+
+extern "C" {
+
+void* malloc(size_t aSize) noexcept {
+    return refuse() ? nullptr : __libc_malloc(aSize);
+}
+void* calloc(size_t aCount, size_t aSize) noexcept {
+    return refuse() ? nullptr : __libc_calloc(aCount, aSize);
+}
+void* realloc(void* aMemory, size_t aSize) noexcept {
+    return refuse() ? nullptr : __libc_realloc(aMemory, aSize);
+}
+void* memalign(size_t aAlignment, size_t aSize) noexcept {
+    return refuse() ? nullptr : __libc_memalign(aAlignment, aSize);
+}
+void* aligned_alloc(size_t aAlignment, size_t aSize) noexcept {
+    return refuse() ? nullptr : __libc_memalign(aAlignment, aSize);
+}
+int posix_memalign(void** aMemory, size_t aAlignment, size_t aSize) noexcept {
+    void* const lMemory = refuse() ? nullptr : __libc_memalign(aAlignment, aSize);
+    if (lMemory == nullptr) {
+        return ENOMEM;
+    }
+    *aMemory = lMemory;
+    return 0;
+}
+
+int pthread_create(pthread_t* aThread, const pthread_attr_t* aAttributes, void* (*aRoutine)(void*),
+                   void* aArgument) noexcept {
+    static const auto kNext = next<decltype(&::pthread_create)>("pthread_create");
+    return refuse() ? EAGAIN : kNext(aThread, aAttributes, aRoutine, aArgument);
+}
+
+}  // extern "C"
+
+#pragma GCC visibility pop
+
+namespace memory {
+
+void makeShort(long aFirst, Failing aFailing) {
+    gFirst = aFirst;
+    gFailing = aFailing;
+    gCount = 0;
+    gEnd = now() + kLongestShortMs;
+    gCounting.store(true, std::memory_order_release);
+}
+
+long makePlenty() {
+    gCounting = false;
+    return gCount;
+}
+
+long refused() {
+    return gRefused;
+}
+
+void showRefusals() {
+    gShown = true;
+}
+
+void prepareToLook() {
+    void* lCaller = nullptr;
+    ::backtrace(&lCaller, 1);
+}
+
+namespace {
+
+/// What nobody can do without, and what does not survive the lack of memory.
+constexpr const char* kCrashes[] = {"_ZN11ACE_Log_Msg5closeEv",
+                                    "_ZN22ACE_Notification_Queue5resetEv",
+                                    "_ZN22ACE_Notification_Queue21allocate_more_buffersEv",
+                                    "__nss_services_lookup2", "__nss_hosts_lookup2"};
+
+/// It keeps its lock for ever if there was no memory when it read /etc/resolv.conf.
+constexpr const char* kHangs[] = {"__resolv_context_get"};
+
+bool isIn(const void* aAddress, const char* aFile) {
+    Dl_info lInfo{};
+    return ::dladdr(aAddress, &lInfo) != 0 && std::strstr(lInfo.dli_fname, aFile) != nullptr;
+}
+
+bool isInProgram(const void* aAddress) {
+    Dl_info lInfo{};
+    Dl_info lOwn{};
+    return ::dladdr(aAddress, &lInfo) != 0 &&
+           ::dladdr(reinterpret_cast<const void*>(&prepareToLook), &lOwn) != 0 &&
+           lInfo.dli_fbase == lOwn.dli_fbase;
+}
+
+/// @return the name of an exported function; empty if it is another.
+const char* functionAt(const void* aAddress) {
+    Dl_info lInfo{};
+    return ::dladdr(aAddress, &lInfo) != 0 && lInfo.dli_sname != nullptr ? lInfo.dli_sname : "";
+}
+
+/// The first callers are this program's, which caught the signal. From there outwards it is the
+/// first function that is foreign, or the library's or the program's, which decides.
+template <class Names>
+const char* firstOf(const Names& aNames) {
+    gShowing = true;
+    void* lCallers[40];
+    void** const lEnd = lCallers + ::backtrace(lCallers, 40);
+    void** lAt = std::find_if_not(&lCallers[0], lEnd, isInProgram);
+    const char* lFound = nullptr;
+    for (; lFound == nullptr && lAt != lEnd; ++lAt) {
+        // A call that does not return may be the last instruction of its function.
+        const char* const lInCaller = static_cast<const char*>(*lAt) - 1;
+        if (isInProgram(lInCaller) || isIn(lInCaller, "libosx.so")) {
+            break;
+        }
+        const char* const lName = functionAt(lInCaller);
+        const auto lIsIt = [=](const char* aName) { return std::strcmp(aName, lName) == 0; };
+        const auto lNamed = std::find_if(std::begin(aNames), std::end(aNames), lIsIt);
+        lFound = lNamed == std::end(aNames) ? nullptr : *lNamed;
+    }
+    gShowing = false;
+    return lFound;
+}
+
+}  // namespace
+
+const char* crashesIn() {
+    return firstOf(kCrashes);
+}
+
+const char* hangsIn() {
+    return firstOf(kHangs);
+}
+
+void showCallers(const char* aReason) {
+    gShowing = true;
+    void* lCallers[40];
+    ssize_t lIgnored = ::write(2, aReason, std::strlen(aReason));
+    ::backtrace_symbols_fd(lCallers, ::backtrace(lCallers, 40), 2);
+    lIgnored = ::write(2, "\n", 1);
+    static_cast<void>(lIgnored);
+    gShowing = false;
+}
+
+}  // namespace memory

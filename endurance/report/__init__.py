@@ -1,0 +1,1 @@
+"""What the parts found, kept and shown."""

@@ -1,0 +1,108 @@
+"""Makes docs/endurance.md of the latest results of each part."""
+
+import ast
+import itertools
+import re
+
+import pygal
+from pygal.style import CleanStyle
+
+from report import results
+
+HEAD = """# Endurance
+
+What is done to break the library, and what held. Each part is a command that anybody can run:
+`./endure PART` for its short form, which every run of CI passes too, and `./endure --long PART`
+for the long one. The figures below are those of the latest run of each part, in its long form
+where there has been one; a limit stands behind a figure that a run must hold. This page is made
+by `./endure`.
+"""
+
+
+def docstring(root, part):
+    return ast.get_docstring(ast.parse((root / f"endurance/test_{part}.py").read_text())) or part
+
+
+def chart(folder, part, name, lines):
+    """Draws one chart. @return its file's name."""
+    drawn = pygal.XY(style=CleanStyle, show_dots=False, width=800, height=320, x_title="seconds",
+                     y_title=lines[0]["unit"], title=name, js=(), show_x_guides=True,
+                     disable_xml_declaration=True)
+    for line in lines:
+        drawn.add(line["line"], thinned(line["points"]))
+    path = folder / (re.sub(r"[^a-z0-9]+", "-", f"{part} {name}".lower()) + ".svg")
+    path.write_text(drawn.render(is_unicode=True), encoding="utf-8")
+    return path.name
+
+
+def thinned(points, most=300):
+    """@return as many points as a chart can show."""
+    step = max(1, -(-len(points) // most))
+    return [tuple(point) for point in points[::step]]
+
+
+def table(figures):
+    rows = ["| figure | found | to hold |", "|---|---|---|"]
+    for figure in figures:
+        limit = ""
+        if "limit" in figure:
+            limit = ("at least " if figure["at_least"] else "at most ") + \
+                results.number(figure["limit"])
+        unit = f" {figure['unit']}" if figure["unit"] else ""
+        rows.append(f"| {figure['name']} | {results.number(figure['value'])}{unit} | {limit} |")
+    return "\n".join(rows)
+
+
+def charts(root, one):
+    folder = root / "docs/endurance"
+    by_chart = itertools.groupby(sorted(one["charts"], key=lambda c: c["chart"]),
+                                 lambda c: c["chart"])
+    return [f"![{name}](endurance/{chart(folder, one['part'], name, list(lines))})"
+            for name, lines in by_chart]
+
+
+def latest(part, found):
+    """@return a part's results, those of the long form where there are any; None without any."""
+    mine = {one["form"]: one for one in found if one["part"] == part}
+    return mine.get("long") or mine.get("short")
+
+
+def summary(root, parts, found):
+    rows = ["| part | what is done | latest run | limits held |", "|---|---|---|---|"]
+    for part in parts:
+        title = docstring(root, part).partition("\n")[0].rstrip(".")
+        one = latest(part, found)
+        run = f"{one['form']} form, {in_time(one['seconds'])}, {one['date']}" if one else "none yet"
+        limited = [figure for figure in one["figures"] if "limit" in figure] if one else []
+        held = f"{sum(figure['held'] for figure in limited)} of {len(limited)}" if one else ""
+        rows.append(f"| {part} | {title} | {run} | {held} |")
+    return "\n".join(rows)
+
+
+def section(root, part, found):
+    """@return the page's text of one part."""
+    title, _, text = docstring(root, part).partition("\n")
+    pieces = [f"## {part}: {title.rstrip('.')}", text.strip()]
+    one = latest(part, found)
+    if one is None:
+        return "\n\n".join([*pieces, "Not run yet."])
+    pieces.append(f"Latest run: {one['form']} form, {in_time(one['seconds'])}, {one['date']}, "
+                  f"seed {one['seed']}.")
+    pieces.append(table(one["figures"]))
+    pieces += charts(root, one)
+    if one["not_tried"]:
+        pieces.append("Not tried:\n" + "\n".join(f"- {text}" for text in one["not_tried"]))
+    return "\n\n".join(piece for piece in pieces if piece)
+
+
+def in_time(seconds):
+    if seconds < 300:
+        return f"{seconds} s"
+    return f"{seconds / 60:.0f} min" if seconds < 7200 else f"{seconds / 3600:.1f} h"
+
+
+def write(root, parts):
+    found = results.kept(root)
+    (root / "docs/endurance").mkdir(parents=True, exist_ok=True)
+    texts = [HEAD.strip(), summary(root, parts, found), *(section(root, part, found) for part in parts)]
+    (root / "docs/endurance.md").write_text("\n\n".join(texts) + "\n")
