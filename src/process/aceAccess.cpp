@@ -40,6 +40,13 @@ struct HookAccess {
 };
 template struct HookAccess<ACE_Base_Thread_Adapter::inherit_log_msg_hook_>;
 
+template <class Member, Member aMember>
+struct CategoryAccess {
+    friend ACE_Thread_Mutex& lockOf(ACE_Log_Category& aCategory) { return aCategory.*aMember; }
+};
+ACE_Thread_Mutex& lockOf(ACE_Log_Category& aCategory);
+template struct CategoryAccess<ACE_Thread_Mutex ACE_Log_Category::*, &ACE_Log_Category::keylock_>;
+
 }  // namespace
 
 ACE_Thread_Mutex& lockOfThreads() {
@@ -56,6 +63,10 @@ bool isWhole(const ACE_Thread_Descriptor& aDescriptor) {
 
 u_long& logFlags() {
     return flagsOfLogging();
+}
+
+ACE_Thread_Mutex& lockOfAcesLines() {
+    return lockOf(ACE_Log_Category::ace_lib());
 }
 
 ACE_INHERIT_LOG_MSG_HOOK& firstStepOfThreads() {

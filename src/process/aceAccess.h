@@ -5,6 +5,7 @@
 
 #include "ace/Base_Thread_Adapter.h"
 #include "ace/Free_List.h"
+#include "ace/Log_Category.h"
 #include "ace/Log_Msg.h"
 #include "ace/Thread_Manager.h"
 
@@ -22,6 +23,10 @@ bool isWhole(const ACE_Thread_Descriptor& aDescriptor);
 /// The flags of ACE's logging. ACE changes them under its log lock, which another thread may hold
 /// for ever, if its output is stalled.
 u_long& logFlags();
+
+/// The lock that ACE takes for each line of its own, and once more when it destroys the category of
+/// these lines at the end.
+ACE_Thread_Mutex& lockOfAcesLines();
 
 /// What each thread of ACE's does first: it inherits settings of the logging.
 ACE_INHERIT_LOG_MSG_HOOK& firstStepOfThreads();
