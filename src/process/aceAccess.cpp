@@ -3,6 +3,7 @@
 #include "process/aceAccess.h"
 
 #include "ace/Base_Thread_Adapter.h"
+#include "ace/Log_Category.h"
 
 namespace osx::process {
 
@@ -25,13 +26,6 @@ struct DescriptorAccess {
 bool hasLock(const ACE_Thread_Descriptor& aDescriptor);
 template struct DescriptorAccess<ACE_DEFAULT_THREAD_MANAGER_LOCK * ACE_Thread_Descriptor::*,
                                  &ACE_Thread_Descriptor::sync_>;
-
-u_long& flagsOfLogging();
-template <u_long& aFlags>
-struct FlagsAccess {
-    friend u_long& flagsOfLogging() { return aFlags; }
-};
-template struct FlagsAccess<ACE_Log_Msg::flags_>;
 
 ACE_INHERIT_LOG_MSG_HOOK& hookOfThreads();
 template <ACE_INHERIT_LOG_MSG_HOOK& aHook>
@@ -59,10 +53,6 @@ ACE_Locked_Free_List<ACE_Thread_Descriptor, ACE_SYNCH_MUTEX>& spareThreadDescrip
 
 bool isWhole(const ACE_Thread_Descriptor& aDescriptor) {
     return hasLock(aDescriptor);
-}
-
-u_long& logFlags() {
-    return flagsOfLogging();
 }
 
 ACE_Thread_Mutex& lockOfAcesLines() {

@@ -8,6 +8,7 @@
 
 #include "ace/Base_Thread_Adapter.h"
 #include "base/NeverDestroyed.h"
+#include "base/aceLog.h"
 #include "process/aceAccess.h"
 #include "process/aceState.h"
 #include "process/atFork.h"

@@ -15,6 +15,7 @@
 #include "ace/Object_Manager_Base.h"
 #include "ace/Thread_Exit.h"
 #include "base/NoCancellation.h"
+#include "base/aceLog.h"
 #include "base/allocate.h"
 #include "process/aceAccess.h"
 
