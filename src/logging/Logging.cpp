@@ -77,12 +77,6 @@ bool keepLevelPort() {
 /// How many clients the debug-level port has. A child counts those that it has from its parent.
 std::atomic<int> gLevelClients{0};
 
-void onNewLevelClient(void* /*aSocket*/, void*& /*aUserData*/) {
-    ++gLevelClients;
-}
-void onClosedLevelClient(void* /*aSocket*/, void*& /*aUserData*/) {
-    --gLevelClients;
-}
 bool isLevelPortFull(ACE_HANDLE /*aDescriptor*/, void* /*aUserData*/) {
     return gLevelClients >= kMaxDebugLevelClients;
 }
@@ -228,8 +222,8 @@ void startLoggingServer() {
     }
     void* lPort = nullptr;
     if (osx::registerPort(lPort, static_cast<unsigned long>(gDebugLevelPortNumber),
-                          {onNewLevelClient, nullptr, NewLogLevelData, onClosedLevelClient, nullptr,
-                           isLevelPortFull}) != 0) {
+                          {nullptr, nullptr, NewLogLevelData, nullptr, nullptr, isLevelPortFull,
+                           &gLevelClients}) != 0) {
         DiagnosticLine(kModule).failure(
             LM_ERROR, "%t startLoggingServer Unable to start the Logging service\n");
         return;

@@ -303,6 +303,26 @@ TEST(LostPeer, EndsSendsThatHaveRoom) {
     osxCloseSocketAndRelease(lSocket);
 }
 
+/// This form says nothing of a failure.
+TEST(LostPeer, EndsTheConnectionOfSendsOfSeveralBuffersThatHaveRoom) {
+    const test::LogCapture lLog;
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    TcpPeer lPeer = lListener.accept();
+    char lByte = 'x';
+    const iovec lBuffer{&lByte, 1};
+    const int lBefore = gLooks;
+    gAnswers = Answers{true, 7, 50000};
+    EXPECT_TRUE(test::waitUntil([&] {
+        EXPECT_EQ(0UL, osxSocketSend(lSocket, &lBuffer, 1));
+        return gLooks > lBefore;
+    }));
+    gAnswers = Answers{};
+    EXPECT_TRUE(lPeer.waitForClose());
+    osxCloseSocketAndRelease(lSocket);
+}
+
 /// A look costs as much as a small send.
 TEST(LostPeer, IsSeldomLookedForBySendsThatHaveRoom) {
     constexpr int kSends = 1000;
