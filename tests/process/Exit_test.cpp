@@ -23,6 +23,7 @@ using testing::Not;
 namespace {
 
 constexpr int kRounds = 3;
+constexpr int kMostRounds = 20;
 /// What the quickest of some ends takes at most.
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
 constexpr std::chrono::seconds kEndLimit{10};
@@ -111,7 +112,8 @@ TEST_F(ProgramEnd, ByHelpWhileThreadsLogIsSafe) {
     }
 }
 
-// In one of several runs: on a busy machine a thread may not be seen to have parked, and ACE is kept.
+// In one of several runs: on a busy machine a thread may not be seen to have parked, and ACE is
+// kept.
 
 /// ThreadSanitizer has a thread of its own, which the library takes for the program's.
 #ifndef __SANITIZE_THREAD__
@@ -162,7 +164,10 @@ TEST_F(ProgramEnd, WhereverACallbackStandsIsSafeAndTakesNoSecond) {
          {"callback", "in-new-connection", "in-data-avail", "in-new-data", "in-closed-connection",
           "in-task", "in-request", "in-message-callback", "in-backend", "in-backend-of-loop"}) {
         auto lShortest = std::chrono::steady_clock::duration::max();
-        for (int lRound = 0; lRound < rounds(kRounds); ++lRound) {
+        // More often if need be: the machine may be busy with something else.
+        for (int lRound = 0;
+             lRound < rounds(kRounds) || (lShortest >= kEndLimit && lRound < kMostRounds);
+             ++lRound) {
             ::setenv("OSX_TEST_CHILD_PORT_1", std::to_string(test::freePort()).c_str(), 1);
             useNetwork();
             Program lProgram(command(lPlace, {"-LogFile", "/dev/null"}));
