@@ -13,6 +13,11 @@ namespace osx {
 /// for ever, if its output is stalled.
 u_long& logFlags();
 
+/// @param aLog null on a thread for whose log there is no memory: such a log would begin with ACE's
+///        mask for new ones.
+/// @return whether lines of a priority are written, by the masks of the process and the thread.
+bool isEnabled(ACE_Log_Msg* aLog, ACE_Log_Priority aPriority);
+
 /// Where a text is put, with its end.
 struct TextRoom {
     char* begin;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
@@ -18,7 +19,9 @@
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
 #include "ace/OS_NS_sys_time.h"
+#include "base/NoCancellation.h"
 #include "base/aceLog.h"
+#include "base/moduleNames.h"
 #include "base/writeSignals.h"
 
 namespace osx {
@@ -140,7 +143,11 @@ struct Content {
 
     void putInto(TextRoom aRoom) const noexcept {
         const PlainFormat lFormat(mFormat, mTextLength, aRoom.size, mModule, mLine);
-        std::vsnprintf(aRoom.begin, aRoom.size, lFormat.text(), mArguments);
+        const int lLength = std::vsnprintf(aRoom.begin, aRoom.size, lFormat.text(), mArguments);
+        const bool lIsCut = lLength > 0 && static_cast<std::size_t>(lLength) >= aRoom.size;
+        if (lIsCut && aRoom.size > 1) {
+            aRoom.begin[aRoom.size - 2] = '\n';
+        }
     }
 };
 
@@ -180,30 +187,45 @@ __attribute__((no_sanitize("null"), noinline)) bool log(ACE_Log_Msg& aLog, ACE_L
         throw;
     } catch (...) {
     }
-    return errno != ENOMEM;
+    const bool lIsPrinted = (aFlags & (ACE_Log_Msg::STDERR | ACE_Log_Msg::OSTREAM)) != 0;
+    return !lIsPrinted || errno != ENOMEM;
 }
 
-/// Writes a line where ACE can do nothing: standard error is what is left.
-void writePlainly(const char* aText) {
+u_long presentFlags() {
+    return __atomic_load_n(&logFlags(), __ATOMIC_RELAXED);
+}
+
+/// Writes a line where ACE can do nothing: standard error is what is left, if lines go there. Else
+/// the descriptor may be anything.
+/// @return false if the line is lost.
+bool writePlainly(const char* aText, u_long aFlags) {
+    if ((aFlags & ACE_Log_Msg::SILENT) != 0) {
+        return true;
+    }
+    if ((aFlags & ACE_Log_Msg::STDERR) == 0) {
+        return false;
+    }
     const WriteSignalGuard lGuard;
     const ssize_t lIgnored = ::write(STDERR_FILENO, aText, std::strlen(aText));
     static_cast<void>(lIgnored);
+    return true;
 }
 
 /// Without a log of ACE's for this thread.
-[[gnu::cold, gnu::noinline]] void writePlainly(const Content& aContent) {
+[[gnu::cold, gnu::noinline]] bool writePlainly(const Content& aContent) {
     std::array<char, 1024> lText{};
     aContent.putInto({lText.data(), lText.size()});
-    writePlainly(lText.data());
+    return writePlainly(lText.data(), presentFlags());
 }
 
 /// Puts a line together, and logs it.
-void logContent(ACE_Log_Msg& aLog, TextRoom aRoom, ACE_Log_Priority aPriority,
+/// @return false if it is lost for want of memory.
+bool logContent(ACE_Log_Msg& aLog, TextRoom aRoom, ACE_Log_Priority aPriority,
                 const Content& aContent, int aStatus, int aErrno) {
     aLog.set(aContent.mModule, aContent.mLine, aStatus, aErrno, aLog.restart(), aLog.msg_ostream(),
              aLog.msg_callback());
     ACE_Log_Record lRecord(aPriority, ACE_OS::gettimeofday(), aLog.getpid());
-    const u_long lFlags = __atomic_load_n(&logFlags(), __ATOMIC_RELAXED);
+    const u_long lFlags = presentFlags();
     const Timestamp lTimestamp = timestampOf(aLog);
     const char* lText = aRoom.begin;
     if ((lFlags & ACE_Log_Msg::VERBOSE) != 0 || lTimestamp != Timestamp::kNone) {
@@ -211,15 +233,41 @@ void logContent(ACE_Log_Msg& aLog, TextRoom aRoom, ACE_Log_Priority aPriority,
         putPrefix(aRoom, lIsNamed ? ACE_Log_Msg::program_name() : nullptr, lTimestamp);
     }
     aContent.putInto(aRoom);
-    bool lIsLogged = false;
     if (lRecord.msg_data() != nullptr) {
         lRecord.msg_data(lText);
-        lIsLogged = log(aLog, lRecord, lFlags, aErrno);
+        if (log(aLog, lRecord, lFlags, aErrno)) {
+            return true;
+        }
         // A back end's own line may have taken the room, and a callback the record's text.
         lText = lRecord.msg_data() == nullptr ? lText : lRecord.msg_data();
     }
-    if (!lIsLogged && aStatus != 0) {
-        writePlainly(lText);
+    return writePlainly(lText, lFlags);
+}
+
+/// How many lines have been lost for want of memory and are not told of yet.
+std::atomic<unsigned int> gLost{0};
+
+/// @param ... how many: the argument of the format.
+/// @return false if there is no memory for this line either.
+bool logLost(ACE_Log_Msg& aLog, TextRoom aRoom, ...) {
+    va_list lArguments;
+    va_start(lArguments, aRoom);
+    const bool lIsLogged =
+        logContent(aLog, aRoom, LM_ERROR,
+                   {0, "%t [%d] lines lost for want of memory\n", lArguments, kOsxModule, __LINE__},
+                   -1, ENOMEM);
+    va_end(lArguments);
+    return lIsLogged;
+}
+
+/// Before the next line. What back ends write meanwhile finds nothing more to tell.
+[[gnu::cold, gnu::noinline]] void tellLost(ACE_Log_Msg& aLog, TextRoom aRoom) {
+    if (isEnabled(&aLog, LM_ERROR)) {
+        const NoCancellation lGuard;
+        const unsigned int lLost = gLost.exchange(0);
+        if (lLost != 0 && !logLost(aLog, aRoom, lLost)) {
+            gLost += lLost;
+        }
     }
 }
 
@@ -227,15 +275,23 @@ void logContent(ACE_Log_Msg& aLog, TextRoom aRoom, ACE_Log_Priority aPriority,
 [[gnu::hot, gnu::noinline]] void logFormat(ACE_Log_Priority aPriority, const Content& aContent,
                                            int aStatus, int aErrno) {
     ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    // Asked without ACE's lock. At the end of the process that lock is destroyed, and all
+    // priorities are switched off before.
+    if (!isEnabled(lLog, aPriority)) {
+        return;
+    }
     const TextRoom lRoom = lLog == nullptr ? TextRoom{nullptr, 0} : roomForLine(*lLog);
+    bool lIsWritten = false;
     if (lRoom.begin == nullptr) {
-        if (aStatus != 0) {
-            writePlainly(aContent);
+        lIsWritten = writePlainly(aContent);
+    } else {
+        if (gLost.load(std::memory_order_relaxed) != 0) {
+            tellLost(*lLog, lRoom);
         }
-        // Asked without ACE's lock. At the end of the process that lock is destroyed, and all
-        // priorities are switched off before.
-    } else if (lLog->log_priority_enabled(aPriority) != 0) {
-        logContent(*lLog, lRoom, aPriority, aContent, aStatus, aErrno);
+        lIsWritten = logContent(*lLog, lRoom, aPriority, aContent, aStatus, aErrno);
+    }
+    if (!lIsWritten) {
+        ++gLost;
     }
 }
 

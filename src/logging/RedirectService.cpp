@@ -219,10 +219,16 @@ void RedirectService::onNewClient(void* aService, void* aSocket) {
     }
 }
 
+/// A start that fails is tried again with the next client.
 int RedirectService::startIfWanted() {
     claimForProcess();
     const osx::MutexLock lLock(mLifeMutex);
-    return mWanted ? start() : 0;
+    if (!mWanted) {
+        return 0;
+    }
+    const int lResult = start();
+    mWanted = lResult == -1;
+    return lResult;
 }
 
 void RedirectService::onClosedClient(void* aService, void* aSocket) {

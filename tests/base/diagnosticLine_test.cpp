@@ -17,6 +17,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Msg_Callback.h"
@@ -318,7 +319,7 @@ public:
         ::dup2(mFile, STDERR_FILENO);
     }
     std::string text() const {
-        char lText[1000] = "";
+        char lText[10000] = "";
         return {lText, static_cast<std::size_t>(::pread(mFile, lText, sizeof lText, 0))};
     }
 
@@ -408,39 +409,224 @@ TEST(DiagnosticLine, SurvivesMemoryThatComesBackInTheMiddleOfIt) {
     }
 }
 
-TEST(DiagnosticLine, GoesToStandardErrorIfThereIsNoMemoryForTheStream) {
+namespace {
+
+/// Writes a failure to a file, while an allocation fails, and then another line.
+/// @return what is in the file then, and on standard error.
+std::string writtenToFile(u_long aFlags, int aAllowed, int aErrno) {
+    const ReadBack lStandardError;
+    const std::string lName = testing::TempDir() + "osx-line-" + std::to_string(::getpid());
+    std::ofstream lFile(lName);
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    lLog->msg_ostream(&lFile, false);
+    lLog->clr_flags(ACE_Log_Msg::STDERR);
+    lLog->set_flags(ACE_Log_Msg::OSTREAM | aFlags);
+    errno = aErrno;
+    {
+        const test::FailingAllocator lFailing(aAllowed, true);
+        writeAFailure();
+    }
+    const bool lIsKept = errno == aErrno;
+    lLog->clr_flags(ACE_Log_Msg::STDERR);
+    DiagnosticLine(kModule).failure(LM_ERROR, "next\n");
+    std::ostringstream lInFile;
+    lInFile << std::ifstream(lName).rdbuf();
+    ::unlink(lName.c_str());
+    return lIsKept ? lInFile.str() + "; " + lStandardError.text() : "another errno";
+}
+
+std::string lostLine(int aCount) {
+    return std::to_string(::gettid()) + " [" + std::to_string(aCount) +
+           "] lines lost for want of memory\n";
+}
+
+/// Writes a line that finds no memory.
+void lose(ACE_Log_Priority aPriority = LM_ERROR) {
+    const test::FailingAllocator lFailing;
+    DiagnosticLine(kModule).failure(aPriority, "lost\n");
+}
+
+}  // namespace
+
+TEST(DiagnosticLine, IsToldAsLostIfThereIsNoMemoryForTheStream) {
     for (int lAllowed = 0; lAllowed < 4; ++lAllowed) {
-        EXPECT_TRUE(test::inChild([lAllowed] {
-            const ReadBack lStandardError;
-            const std::string lName = testing::TempDir() + "osx-line-" + std::to_string(::getpid());
-            std::ofstream lFile(lName);
-            ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
-            lLog->msg_ostream(&lFile, false);
-            lLog->clr_flags(ACE_Log_Msg::STDERR);
-            lLog->set_flags(ACE_Log_Msg::OSTREAM);
-            const int lErrno = errno = lAllowed % 2 == 0 ? ENOMEM : EPERM;
-            {
-                const test::FailingAllocator lFailing(lAllowed, true);
-                writeAFailure();
-            }
-            const bool lIsKept = errno == lErrno;
-            std::ostringstream lInFile;
-            lInFile << std::ifstream(lName).rdbuf();
-            ::unlink(lName.c_str());
-            return lIsKept && lInFile.str() + lStandardError.text() == "a failure\n";
+        const int lErrno = lAllowed % 2 == 0 ? ENOMEM : EPERM;
+        EXPECT_TRUE(test::inChild([=] {
+            const std::string lFound = writtenToFile(0, lAllowed, lErrno);
+            return lFound == (lAllowed < 2 ? lostLine(1) + "next\n; " : "a failure\nnext\n; ");
         })) << lAllowed;
     }
 }
 
-TEST(DiagnosticLine, TracesAreLostWithoutMemory) {
+TEST(DiagnosticLine, GoesToStandardErrorIfThereIsNoMemoryForTheStream) {
+    EXPECT_TRUE(test::inChild([] {
+        const std::string lFound = writtenToFile(ACE_Log_Msg::STDERR, 0, EPERM);
+        return lFound == "next\n; a failure\n";
+    }));
+}
+
+TEST(DiagnosticLine, OfATraceGoesToStandardErrorWithoutMemory) {
     EXPECT_TRUE(test::inChild([] {
         const ReadBack lStandardError;
         {
             const test::FailingAllocator lFailing;
             DiagnosticLine(kModule).notice("x\n");
         }
-        return lStandardError.text().empty();
+        return lStandardError.text() == "x\n";
     }));
+}
+
+TEST(DiagnosticLine, LeavesStandardErrorAloneWhereLinesDoNotGoThere) {
+    for (const bool lHasLog : {false, true}) {
+        EXPECT_TRUE(test::inChild([lHasLog] {
+            const ReadBack lStandardError;
+            const test::LogCapture lLog;
+            const bool lHolds = onAThread(lHasLog, [&] {
+                lose();
+                lose(LM_DEBUG);
+                return lStandardError.text().empty();
+            });
+            writeAFailure();
+            writeAFailure();
+            return lHolds && lStandardError.text().empty() &&
+                   lLog.texts() ==
+                       std::vector<std::string>{"%t [2] lines lost for want of memory\n",
+                                                "a failure\n", "a failure\n"};
+        })) << lHasLog;
+    }
+}
+
+TEST(DiagnosticLine, IsNotWrittenWithoutMemoryIfItIsMasked) {
+    for (const bool lHasLog : {false, true}) {
+        EXPECT_TRUE(test::inChild([lHasLog] {
+            const ReadBack lStandardError;
+            ACE_Log_Msg::instance()->priority_mask(LM_DEBUG, ACE_Log_Msg::PROCESS);
+            return onAThread(lHasLog, [&] {
+                lose(LM_ERROR);
+                const bool lIsMasked = lStandardError.text().empty();
+                lose(LM_DEBUG);
+                return lIsMasked && lStandardError.text() == "lost\n";
+            });
+        })) << lHasLog;
+    }
+}
+
+TEST(DiagnosticLine, IsNotWrittenWithoutMemoryByALogThatIsSilent) {
+    EXPECT_TRUE(test::inChild([] {
+        const ReadBack lStandardError;
+        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::SILENT);
+        lose();
+        ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::SILENT);
+        writeAFailure();
+        return lStandardError.text() == "a failure\n";
+    }));
+}
+
+TEST(DiagnosticLine, IsToldAsLostOnlyWithALineThatIsWritten) {
+    const test::LogCapture lLog;
+    ACE_Log_Msg* const lAces = ACE_Log_Msg::instance();
+    lose();
+    const auto lMask = lAces->priority_mask(LM_DEBUG, ACE_Log_Msg::PROCESS);
+    lose(LM_ERROR);
+    writeAFailure();
+    DiagnosticLine(kModule).notice("of LM_DEBUG\n");
+    lAces->priority_mask(lMask, ACE_Log_Msg::PROCESS);
+    lose();
+    writeAFailure();
+    EXPECT_THAT(lLog.texts(), ElementsAre("of LM_DEBUG\n", "%t [2] lines lost for want of memory\n",
+                                          "a failure\n"));
+    const auto lLines = lLog.lines();
+    ASSERT_EQ(3U, lLines.size());
+    EXPECT_EQ("osxACE.cpp", lLines[1].module);
+    EXPECT_EQ(LM_ERROR, lLines[1].priority);
+    EXPECT_EQ(kModule, lLines[2].module);
+}
+
+namespace {
+
+/// Writes a line of its own with each line that it gets from others, and loses one.
+class WritingBackend : public test::LineBackend {
+public:
+    ssize_t log(ACE_Log_Record& aRecord) override {
+        mTexts.emplace_back(aRecord.msg_data());
+        if (!mIsWriting) {
+            mIsWriting = true;
+            lose();
+            DiagnosticLine(kModule).failure(LM_ERROR, "its own\n");
+            mIsWriting = false;
+        }
+        return 0;
+    }
+    std::vector<std::string> mTexts;
+
+private:
+    bool mIsWriting = false;
+    test::InstalledBackend mInstalled{*this};
+};
+
+}  // namespace
+
+TEST(DiagnosticLine, MayBeWrittenAndLostByABackEndThatIsToldOfLostOnes) {
+    const WritingBackend lBackend;
+    lose();
+    writeAFailure();
+    EXPECT_THAT(lBackend.mTexts, ElementsAre(lostLine(1), lostLine(1), "its own\n", "a failure\n",
+                                             lostLine(1), "its own\n"));
+}
+
+TEST(DiagnosticLine, CountsEachLostOneOnceWhateverTheThreads) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 500;
+    const test::LogCapture lLog;
+    std::vector<std::thread> lThreads;
+    for (int lThread = 0; lThread < kThreads; ++lThread) {
+        lThreads.emplace_back([] {
+            for (int lRound = 0; lRound < kRounds; ++lRound) {
+                lose();
+                writeAFailure();
+            }
+        });
+    }
+    for (std::thread& lThread : lThreads) {
+        lThread.join();
+    }
+    writeAFailure();
+    int lTold = 0;
+    for (const auto& lLine : lLog.lines()) {
+        const auto lNumber = lLine.text.find('[');
+        lTold += lNumber == std::string::npos ? 0 : std::stoi(lLine.text.substr(lNumber + 1));
+    }
+    EXPECT_EQ(kThreads * kRounds, lTold);
+    EXPECT_EQ(static_cast<std::size_t>(kThreads * kRounds + 1), lLog.count("a failure\n"));
+}
+
+namespace {
+
+/// @return what such a text looks like in a line without memory.
+std::string withoutMemory(const std::string& aFormat, const std::string& aText) {
+    const ReadBack lStandardError;
+    {
+        const test::FailingAllocator lFailing;
+        DiagnosticLine(kModule).failure(LM_ERROR, aFormat.c_str(), aText.c_str(), 5);
+    }
+    return lStandardError.text();
+}
+
+}  // namespace
+
+TEST(DiagnosticLine, HasItsEndWithoutMemoryHoweverLongTheTextIs) {
+    const std::string lLongFormat = std::string(600, 'f') + " [%s] [%d]\n";
+    for (const std::size_t lLength : {500U, 512U, 513U, 1000U, 1024U, 1500U, 5000U}) {
+        EXPECT_TRUE(test::inChild([lLength] {
+            const std::string lLine = withoutMemory("[%s] [%d]\n", std::string(lLength, 'x'));
+            return lLine.substr(0, 400) == "[" + std::string(399, 'x') &&
+                   lLine.substr(lLine.size() - 7) == "x] [5]\n";
+        })) << lLength;
+        EXPECT_TRUE(test::inChild([&] {
+            const std::string lLine = withoutMemory(lLongFormat, std::string(lLength, 'x'));
+            return lLine.size() > 900 && lLine.back() == '\n';
+        })) << lLength;
+    }
 }
 
 TEST(DiagnosticLine, SurvivesABackEndThatThrows) {
