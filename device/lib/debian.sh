@@ -31,9 +31,9 @@ make_tree() {
         --customize-hook="$hook" "$suite" "$target" "$(mirror)"
 }
 
-# inside TREE BUILD BUILD_INSIDE COMMAND...: runs a command in a tree, with this source tree as /src,
+# in_tree TREE BUILD BUILD_INSIDE COMMAND...: runs a command in a tree, with this source tree as /src,
 # read-only, BUILD as BUILD_INSIDE, and a loopback of its own for a network.
-inside() {
+in_tree() {
     local tree=$1
     shift
     unshare --mount --propagation private --pid --kill-child --net \
