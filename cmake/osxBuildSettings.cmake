@@ -22,7 +22,7 @@ endif()
 set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
-pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
+include(osxAce)
 
 add_library(osx_warnings INTERFACE)
 target_compile_options(osx_warnings INTERFACE

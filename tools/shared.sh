@@ -18,3 +18,12 @@ retry() {
     done
     return 1
 }
+
+# sources PATTERN...: what the tree holds; without git, as in an unpacked archive, all but the builds.
+sources() {
+    git ls-files -co --exclude-standard -- "$@" 2>/dev/null && return 0
+    local pattern
+    for pattern in "${@:-*}"; do
+        find . -path ./build -prune -o -type f -path "./$pattern" -print | sed 's,^\./,,'
+    done
+}

@@ -30,3 +30,12 @@ make_tree() {
         --aptopt='Acquire::Retries "5"' --dpkgopt=force-unsafe-io "${proxies[@]}" \
         --customize-hook="$hook" "$suite" "$target" "$(mirror)"
 }
+
+# in_tree TREE BUILD BUILD_INSIDE COMMAND...: runs a command in a tree, with this source tree as /src,
+# read-only, BUILD as BUILD_INSIDE, and a loopback of its own for a network.
+in_tree() {
+    local tree=$1
+    shift
+    unshare --mount --propagation private --pid --kill-child --net \
+        "$device_dir/lib/inside.sh" "$tree" "$source_dir" "$@"
+}
