@@ -21,3 +21,6 @@ file(RELATIVE_PATH OSX_PREFIX_FROM_PC
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/osx.pc.in ${PROJECT_BINARY_DIR}/osx.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/osx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The list of what is installed, which is written last.
+include(osxSbom)
