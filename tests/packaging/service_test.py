@@ -18,13 +18,14 @@ import sys
 import threading
 import time
 import unittest
+import uuid
 
 LIMIT_S = 60  # what has not come by then is lost
 FENCED_S = 5  # a connection that nothing holds up takes no time
 LOGS = pathlib.Path("/var/log/osx-gateway")
 UNIT = "osx-gateway.service"
-CONTAINER = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--net", "--cgroup", "--ipc",
-             "--uts"]
+CGROUPS = "/sys/fs/cgroup"
+CONTAINER = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--net", "--ipc", "--uts"]
 RESULT = "result of the container: "
 
 
@@ -39,6 +40,39 @@ def read_only(folder):
     run("mount", "-o", "remount,bind,ro", folder)
 
 
+def own_cgroup(name):
+    """Mounts the control groups. @return the one of that name below that of this process."""
+    run("mount", "-t", "proc", "proc", "/proc")
+    subprocess.run(["umount", "-R", CGROUPS], check=False, capture_output=True)
+    run("mount", "-t", "cgroup2", "cgroup2", CGROUPS)
+    own = re.search(r"^0::/(.*)$", pathlib.Path("/proc/self/cgroup").read_text(), re.MULTILINE)
+    return pathlib.Path(CGROUPS, own[1], name)
+
+
+def join(name, *arguments):
+    """Another systemd may be at work in the same control group: this one gets one of its own."""
+    cgroup = own_cgroup(name)
+    cgroup.mkdir()
+    (cgroup / "cgroup.procs").write_text("0")
+    os.execvp("unshare", ["unshare", "--cgroup", sys.executable, __file__, "inside", *arguments])
+
+
+def clear(name):
+    """Removes the control groups of a container."""
+    cgroup = own_cgroup(name)
+    (cgroup / "cgroup.kill").write_text("1")
+
+    def removed():
+        try:
+            for folder, _, _ in os.walk(cgroup, topdown=False):
+                os.rmdir(folder)
+            return True
+        except OSError:
+            return False
+
+    wait_until(removed, "the end of the container's processes")
+
+
 def make_container(source, gateway, library):
     """Leaves the machine's folders alone, and puts the files into /opt and /run."""
     files = source / "packaging/gateway"
@@ -49,12 +83,10 @@ def make_container(source, gateway, library):
     site = re.search(r"<!-- site.conf -->\n```ini\n(.*?)```", page, re.DOTALL).group(1)
     programs = {"osx-gateway": gateway.read_bytes(), library.name: library.read_bytes()}
 
-    run("mount", "--make-rprivate", "/")
-    run("mount", "-t", "proc", "proc", "/proc")
-    subprocess.run(["umount", "-R", "/sys/fs/cgroup"], check=False, capture_output=True)
+    run("umount", CGROUPS)
     for folder in ("/sys", "/proc/sys", "/etc"):
         read_only(folder)
-    run("mount", "-t", "cgroup2", "cgroup2", "/sys/fs/cgroup")
+    run("mount", "-t", "cgroup2", "cgroup2", CGROUPS)
     for folder in ("/run", "/tmp", "/opt", "/var/lib", "/var/log", "/var/tmp"):
         run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", folder)
     run("ip", "link", "set", "lo", "up")
@@ -74,9 +106,9 @@ def make_container(source, gateway, library):
         "EnvironmentFile=\nEnvironmentFile=-/opt/osx-gateway.default\n")
 
 
-def inside(source, gateway, library, tests):
+def inside(source, gateway, library, *tests):
     """The first process: becomes systemd; its child looks."""
-    make_container(source, gateway, library)
+    make_container(*map(pathlib.Path, (source, gateway, library)))
     if os.fork() != 0:
         os.execve("/lib/systemd/systemd",
                   ["systemd", "--system", "--unit=" + UNIT, "--log-target=console",
@@ -91,11 +123,9 @@ def inside(source, gateway, library, tests):
 
 def outside(arguments):
     """Runs the container until it tells its result. @return whether all tests passed."""
-    if os.geteuid() != 0:
-        arguments = ["sudo", "-n", *CONTAINER, sys.executable, *arguments]
-    else:
-        arguments = [*CONTAINER, sys.executable, *arguments]
-    with subprocess.Popen(arguments, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+    name = f"osx-service-{uuid.uuid4()}"
+    command = [*CONTAINER, sys.executable, __file__, "join", name, *arguments]
+    with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                           stdin=subprocess.DEVNULL, start_new_session=True) as container:
         result = ""
         for line in container.stdout:
@@ -104,6 +134,7 @@ def outside(arguments):
                 result = line
                 break
         container.kill()  # unshare holds SIGTERM back; the container goes with it
+    subprocess.run(["unshare", "--mount", sys.executable, __file__, "clear", name], check=True)
     return result.endswith("1 run, passed\n")
 
 
@@ -307,12 +338,18 @@ class Service(unittest.TestCase):
         self.assertEqual(sent, [int(number) for number in re.findall(r"\[\$GPTXT,(\d+)\*", text)])
 
 
-if __name__ == "__main__":
-    if sys.argv[1] == "--inside":
-        paths = [pathlib.Path(name) for name in sys.argv[2:5]]
-        inside(*paths, sys.argv[5:])
+def main():
+    if os.geteuid() != 0:
+        os.execvp("sudo", ["sudo", "-n", sys.executable, *sys.argv])
+    for tool in ("unshare", "logrotate", "nft", "systemctl"):
+        if shutil.which(tool, path=os.environ["PATH"] + ":/usr/sbin:/sbin") is None:
+            sys.exit(f"{tool} is not installed; tools/install-packages check does it")
+    stages = {"join": join, "inside": inside, "clear": clear}
+    if sys.argv[1] in stages:
+        stages[sys.argv[1]](*sys.argv[2:])
     else:
-        for tool in ("unshare", "logrotate", "nft", "systemctl"):
-            if shutil.which(tool, path=os.environ["PATH"] + ":/usr/sbin:/sbin") is None:
-                sys.exit(f"{tool} is not installed; tools/install-packages check does it")
-        sys.exit(0 if outside([os.path.abspath(__file__), "--inside", *sys.argv[1:]]) else 1)
+        sys.exit(0 if outside(sys.argv[1:]) else 1)
+
+
+if __name__ == "__main__":
+    main()
