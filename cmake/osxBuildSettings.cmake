@@ -7,13 +7,16 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
-if(NOT CMAKE_BUILD_TYPE)
-  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
-endif()
-
-find_program(OSX_CCACHE ccache)
-if(OSX_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${OSX_CCACHE}")
+# The kind of build and the compiler's launcher belong to the whole: a project that has this one as a
+# part decides on them.
+if(PROJECT_IS_TOP_LEVEL)
+  if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+  endif()
+  find_program(OSX_CCACHE ccache)
+  if(OSX_CCACHE AND NOT DEFINED CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${OSX_CCACHE}")
+  endif()
 endif()
 
 set(THREADS_PREFER_PTHREAD_FLAG ON)

@@ -5,7 +5,7 @@ install(CODE "
   set(lInstalled \"\$ENV{DESTDIR}\${lPrefix}\")
   set(lFiles \"\${CMAKE_INSTALL_MANIFEST_FILES}\")
   list(TRANSFORM lFiles REPLACE \"^\${lPrefix}/\" \"\")
-  set(lSbom \"\${lPrefix}/${CMAKE_INSTALL_DATADIR}/doc/osx/osx.spdx.json\")
+  set(lSbom \"\${lPrefix}/${CMAKE_INSTALL_DOCDIR}/osx.spdx.json\")
   message(STATUS \"Installing: \$ENV{DESTDIR}\${lSbom}\")
   execute_process(COMMAND \"\${CMAKE_COMMAND}\" \"-DROOT=\${lInstalled}\" \"-DFILES=\${lFiles}\"
     -DVERSION=${PROJECT_VERSION} -DACE_VERSION=${ACE_VERSION} \"-DOUTPUT=\$ENV{DESTDIR}\${lSbom}\"

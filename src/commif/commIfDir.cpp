@@ -5,10 +5,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
-#include "ace/Log_Category.h"
 #include "ace/OS_NS_unistd.h"
 #include "base/Descriptor.h"
 #include "base/NoCancellation.h"
@@ -30,7 +30,8 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<DIR, CloseStream>;
 
-/// @return the stream of a directory; null, after ACE's line of it, if it cannot be opened.
+/// @return the stream of a directory; null, after a line as ACE's class writes it, if it cannot be
+/// opened.
 Stream openStream(const char* aName) {
     osx::Descriptor lDescriptor = osx::makeDescriptor(
         [aName] { return ::open(aName, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC); });
@@ -40,7 +41,8 @@ Stream openStream(const char* aName) {
         return lStream;
     }
     lDescriptor.reset();
-    ACELIB_ERROR((LM_ERROR, "%p\n", "ACE_Dirent::ACE_Dirent"));
+    DiagnosticLine(kChannelModule)
+        .failure(LM_ERROR, "%s: %s\n", "ACE_Dirent::ACE_Dirent", std::strerror(errno));
     return lStream;
 }
 

@@ -6,6 +6,7 @@
 
 #include "ace/OS_NS_netdb.h"
 #include "osx/osx.h"
+#include "osx/version.h"
 
 namespace {
 constexpr std::size_t kVersionSize = 4;

@@ -6,13 +6,21 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
 #include "ace/Log_Msg.h"
+#include "ace/Log_Msg_Callback.h"
+#include "ace/Log_Record.h"
 #include "base/assertion.h"
 #include "support/FailingAllocator.h"
 #include "support/InstalledBackend.h"
@@ -126,6 +134,122 @@ void writeOnce() {
 }
 }  // namespace
 
+namespace {
+
+/// What differs between two moments is left out.
+std::string withoutDigits(std::string aText) {
+    aText.erase(std::remove_if(aText.begin(), aText.end(),
+                               [](char aOne) { return std::isdigit(aOne) != 0; }),
+                aText.end());
+    return aText;
+}
+
+/// @return whether a line of the library's and one of ACE's have the same text, which is also the
+/// log's `msg` afterwards.
+bool looksAsAcesOwn(const char* aFormat, const char* aText) {
+    constexpr int kLine = 12;
+    constexpr int kNumber = -5;
+    constexpr double kFraction = 1.5;
+    const test::LogCapture lCapture;
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    lLog->conditional_set(kModule, kLine, -1, EPERM);
+    lLog->log(LM_ERROR, aFormat, aText, kNumber, 7, 255, kFraction);
+    DiagnosticLine(kModule, kLine).failure(LM_ERROR, aFormat, aText, kNumber, 7U, 255, kFraction);
+    const auto lLines = lCapture.lines();
+    return lLines.size() == 2 && lLines[0].text.size() == lLines[1].text.size() &&
+           withoutDigits(lLines[0].text) == withoutDigits(lLines[1].text) &&
+           lLines[1].text == lLog->msg();
+}
+
+bool allLookAsAcesOwn() {
+    const std::string lLong(3000, 'x');
+    return looksAsAcesOwn("%t %N %l %T: %s, %d, %u, %x, %f %% [%%s]\n", "a text") &&
+           looksAsAcesOwn("%T [%s] %d %u %x %.1f\n", lLong.c_str()) &&
+           looksAsAcesOwn("%s %d %u %x %f 100%%", nullptr) && looksAsAcesOwn("", "");
+}
+
+}  // namespace
+
+TEST(DiagnosticLine, LooksAsIfAceHadWrittenIt) {
+    EXPECT_TRUE(allLookAsAcesOwn());
+}
+
+TEST(DiagnosticLine, HasTheProgramsNameWhereAcesLinesHaveIt) {
+    EXPECT_TRUE(test::inChild([] {
+        ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+        lLog->set_flags(ACE_Log_Msg::VERBOSE);
+        const bool lHolds = allLookAsAcesOwn();
+        lLog->open("program", ACE_Log_Msg::VERBOSE);
+        return lHolds && allLookAsAcesOwn() && std::string(lLog->msg()).substr(0, 8) == "program|";
+    }));
+}
+
+TEST(DiagnosticLine, HasTheTimeWhereAcesLinesHaveIt) {
+    for (const char* const lKind : {"TIME", "DATE"}) {
+        EXPECT_TRUE(test::inChild([lKind] {
+            ::setenv("ACE_LOG_TIMESTAMP", lKind, 1);
+            bool lHolds = false;
+            std::thread([&] {
+                lHolds = allLookAsAcesOwn() &&
+                         std::strchr(ACE_Log_Msg::instance()->msg(), '|') != nullptr;
+            }).join();
+            return lHolds;
+        })) << lKind;
+    }
+}
+
+namespace {
+void writeALongLine() {
+    const std::string lLong(5000, 'x');
+    DiagnosticLine(kModule).failure(LM_ERROR, "[%s]\n", lLong.c_str());
+}
+}  // namespace
+
+TEST(DiagnosticLine, MayBeWrittenWhileAnotherIsPutTogether) {
+    const test::LogCapture lLog;
+    ACE_Log_Msg::instance()->log(LM_ERROR, "before%r after\n", &writeALongLine);
+    const auto lTexts = lLog.texts();
+    ASSERT_EQ(2U, lTexts.size());
+    EXPECT_THAT(lTexts[0], testing::MatchesRegex(".x+.\n"));
+    EXPECT_EQ("before after\n", lTexts[1]);
+}
+
+TEST(DiagnosticLine, LeavesAMaskedLineOut) {
+    const test::LogCapture lLog;
+    ACE_Log_Msg* const lAces = ACE_Log_Msg::instance();
+    const auto lOfProcess = lAces->priority_mask(0, ACE_Log_Msg::PROCESS);
+    const auto lOfThread = lAces->priority_mask(LM_DEBUG, ACE_Log_Msg::THREAD);
+    DiagnosticLine(kModule).failure(LM_ERROR, "left out\n");
+    DiagnosticLine(kModule).failure(LM_DEBUG, "written\n");
+    lAces->priority_mask(lOfProcess, ACE_Log_Msg::PROCESS);
+    lAces->priority_mask(lOfThread, ACE_Log_Msg::THREAD);
+    EXPECT_THAT(lLog.texts(), ElementsAre("written\n"));
+}
+
+namespace {
+
+/// Adds to the text of a line, as an application's may.
+class AddingCallback : public ACE_Log_Msg_Callback {
+    void log(ACE_Log_Record& aRecord) override {
+        aRecord.msg_data((std::string("added: ") + aRecord.msg_data()).c_str());
+    }
+};
+
+}  // namespace
+
+TEST(DiagnosticLine, GoesThroughTheThreadsCallback) {
+    const test::LogCapture lLog;
+    ACE_Log_Msg* const lAces = ACE_Log_Msg::instance();
+    AddingCallback lCallback;
+    lAces->set_flags(ACE_Log_Msg::MSG_CALLBACK);
+    lAces->msg_callback(&lCallback);
+    writeOnce();
+    writeOnce();
+    lAces->msg_callback(nullptr);
+    lAces->clr_flags(ACE_Log_Msg::MSG_CALLBACK);
+    EXPECT_EQ(2U, lLog.countContaining("added: "));
+}
+
 TEST(DiagnosticLine, AThreadMayBeCancelledWhereItIsWritten) {
     const test::CancellingLog lLog;
     const test::TraceLevel lTrace(9);
@@ -227,6 +351,95 @@ TEST(DiagnosticLine, GoesToStandardErrorWithoutMemory) {
         }
         return lStandardError.text() ==
                std::to_string(::gettid()) + " x.cpp 3 a text, -1 and ff of 100%: 0.500000 7\n";
+    }));
+}
+
+namespace {
+
+void writeAFailure() {
+    DiagnosticLine(kModule).failure(LM_ERROR, "a failure\n");
+}
+
+/// On a thread of its own, for whose log there is no memory yet, or on one that has a log.
+template <class Check>
+bool onAThread(bool aHasLog, Check aCheck) {
+    bool lHolds = false;
+    std::thread([&] {
+        if (aHasLog) {
+            ACE_Log_Msg::instance();
+        }
+        lHolds = aCheck();
+    }).join();
+    return lHolds;
+}
+
+/// @return whether a failure reaches standard error, once, while so many allocations fail.
+bool reachesStandardError(bool aHasLog, int aAllowed, int aFailures) {
+    const ReadBack lStandardError;
+    ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR);
+    return onAThread(aHasLog, [&] {
+        const test::FailingAllocator lFailing(aAllowed, aFailures);
+        writeAFailure();
+        return lStandardError.text() == "a failure\n";
+    });
+}
+
+}  // namespace
+
+TEST(DiagnosticLine, SurvivesEachAllocationThatFailsOnce) {
+    for (const bool lHasLog : {false, true}) {
+        for (int lAllowed = 0; lAllowed < 6; ++lAllowed) {
+            EXPECT_TRUE(test::inChild([=] { return reachesStandardError(lHasLog, lAllowed, 1); }))
+                << lHasLog << ' ' << lAllowed;
+        }
+    }
+}
+
+TEST(DiagnosticLine, SurvivesMemoryThatComesBackInTheMiddleOfIt) {
+    for (const bool lHasLog : {false, true}) {
+        for (int lAllowed = 0; lAllowed < 4; ++lAllowed) {
+            for (int lFailures = 2; lFailures < 5; ++lFailures) {
+                EXPECT_TRUE(test::inChild([=] {
+                    return reachesStandardError(lHasLog, lAllowed, lFailures);
+                })) << lHasLog
+                    << ' ' << lAllowed << ' ' << lFailures;
+            }
+        }
+    }
+}
+
+TEST(DiagnosticLine, GoesToStandardErrorIfThereIsNoMemoryForTheStream) {
+    for (int lAllowed = 0; lAllowed < 4; ++lAllowed) {
+        EXPECT_TRUE(test::inChild([lAllowed] {
+            const ReadBack lStandardError;
+            const std::string lName = testing::TempDir() + "osx-line-" + std::to_string(::getpid());
+            std::ofstream lFile(lName);
+            ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+            lLog->msg_ostream(&lFile, false);
+            lLog->clr_flags(ACE_Log_Msg::STDERR);
+            lLog->set_flags(ACE_Log_Msg::OSTREAM);
+            const int lErrno = errno = lAllowed % 2 == 0 ? ENOMEM : EPERM;
+            {
+                const test::FailingAllocator lFailing(lAllowed, true);
+                writeAFailure();
+            }
+            const bool lIsKept = errno == lErrno;
+            std::ostringstream lInFile;
+            lInFile << std::ifstream(lName).rdbuf();
+            ::unlink(lName.c_str());
+            return lIsKept && lInFile.str() + lStandardError.text() == "a failure\n";
+        })) << lAllowed;
+    }
+}
+
+TEST(DiagnosticLine, TracesAreLostWithoutMemory) {
+    EXPECT_TRUE(test::inChild([] {
+        const ReadBack lStandardError;
+        {
+            const test::FailingAllocator lFailing;
+            DiagnosticLine(kModule).notice("x\n");
+        }
+        return lStandardError.text().empty();
     }));
 }
 

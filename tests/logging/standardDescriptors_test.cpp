@@ -22,6 +22,7 @@
 #include "osx/osx.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/sleeps.h"
 #include "support/waitUntil.h"
 #include "sysinfo/DynamicSysInfo.h"
 #include "types/ObjectID.h"
@@ -166,13 +167,6 @@ int filesAmongStandard(const std::string& aName) {
     return lAmong;
 }
 
-bool sleeps(pid_t aThread) {
-    std::ifstream lStatus("/proc/self/task/" + std::to_string(aThread) + "/stat");
-    std::string lText;
-    std::getline(lStatus, lText);
-    return lText.find(") S ") != std::string::npos;
-}
-
 /// Puts a file of the application's on standard error while an open waits for the writer of a pipe.
 /// @return whether it is there when the open has ended.
 bool keepsWhatIsOpenedWhileAnOpenWaits(const std::string& aPipe) {
@@ -184,7 +178,7 @@ bool keepsWhatIsOpenedWhileAnOpenWaits(const std::string& aPipe) {
         lId = ::gettid();
         commIfFileOpen(4, &lParameters);
     });
-    test::waitUntil([&lId] { return lId != 0 && sleeps(lId); });
+    test::waitUntil([&lId] { return lId != 0 && test::sleeps(lId); });
     const int lNull = ::fcntl(::open("/dev/null", O_RDWR | O_CLOEXEC), F_DUPFD_CLOEXEC, 3);
     ::dup2(lNull, STDERR_FILENO);
     const bool lWritten =

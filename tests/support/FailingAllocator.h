@@ -10,6 +10,8 @@ namespace test {
 class FailingAllocator {
 public:
     explicit FailingAllocator(int aAllowed = 0, bool aOnlyOnce = false);
+    /// @param aFailures how many allocations fail, before there is memory again.
+    FailingAllocator(int aAllowed, int aFailures);
     ~FailingAllocator();
     FailingAllocator(const FailingAllocator&) = delete;
     FailingAllocator& operator=(const FailingAllocator&) = delete;

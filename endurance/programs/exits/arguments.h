@@ -19,9 +19,10 @@ struct Ports {
     unsigned short ending = 0;  ///< Whose callback ends the process.
 };
 
-/// Whether the process is about to end. A child that is forked from then on has to end by `_exit`:
-/// in its copy the C library's lock of `exit` may be held, for ever.
-inline std::atomic<bool> gEnding{false};
+/// Whether a child that is forked now may end by `exit`. Not once the process is about to end: in
+/// the child's copy the C library's lock of `exit` may be held, for ever. Nor once another thread
+/// uses an object that `exit` destroys.
+inline std::atomic<bool> gChildMayExit{true};
 
 inline void print(const std::string& aText) {
     [[maybe_unused]] const ssize_t lIgnored = ::write(STDOUT_FILENO, aText.data(), aText.size());

@@ -257,10 +257,10 @@ int connections(const Ports& aPorts) {
     if (osxOpenSocket(lSocket, addressOf(aPort).c_str()) == 0) {
         reset(lSocket);
     }
-    if (gEnding) {
-        ::_exit(kChildStatus);
+    if (gChildMayExit) {
+        std::exit(kChildStatus);
     }
-    std::exit(kChildStatus);
+    ::_exit(kChildStatus);
 }
 
 void awaitChild(pid_t aChild) {

@@ -1,0 +1,10 @@
+#include <cstdio>
+
+#include "osx/osx.h"
+
+int main() {
+    char lVersion[4];
+    getInfo(lVersion, nullptr);
+    std::printf("made with C++%ld, osx %s\n", __cplusplus / 100 % 100, lVersion);
+    return 0;
+}
