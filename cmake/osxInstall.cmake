@@ -26,3 +26,6 @@ install(FILES ${PROJECT_BINARY_DIR}/osx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/p
 # The folders lie beside each other as in the tree: two examples share one.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
   COMPONENT doc REGEX "/examples/CMakeLists\\.txt$" EXCLUDE)
+
+# The list of what is installed, which is written last.
+include(osxSbom)

@@ -30,6 +30,9 @@ void catchSignals() {
 }  // namespace
 
 int main(int aCount, char** aArguments) {
+    if (gateway::printsHelp(aCount, aArguments)) {
+        return 0;
+    }
     osxCreateSemaphore(0, 1, &gStop, "stop");
     catchSignals();
 

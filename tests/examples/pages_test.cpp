@@ -26,7 +26,8 @@ INSTANTIATE_TEST_SUITE_P(On, Page, testing::Values("reactor", "timers", "ports")
 
 TEST_P(Page, HasItsProgramAsItIsCompiled) {
     const std::string lName = GetParam();
-    const std::string lProgram = contents("examples/pages/" + lName + ".cpp");
+    const std::string lProgram =
+        test::programIn(SOURCE_FOLDER + ("/examples/pages/" + lName + ".cpp"));
     ASSERT_FALSE(lProgram.empty());
     EXPECT_NE(std::string::npos,
               contents("docs/" + lName + ".md").find("```cpp\n" + lProgram + "```"));
