@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # cmake -DNM=... -DLIBRARY=... -DLIST=... -DVERSION=... -P compareExports.cmake
 # Fails unless what the library exports is what the list says, line by line, each with that version.
 execute_process(COMMAND ${NM} -D --defined-only -C ${LIBRARY}

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # Which ACE the library is built on. Public classes derive from ACE's, so each release of ACE has to be
 # tried: those of Debian 12 and 13 are, each with all tests.
 pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)

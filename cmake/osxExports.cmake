@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # The library exports what src/osx.exports lists, by demangled name so that one list serves both word
 # sizes, and nothing else: what is private in an exported class stays hidden too. The build fails
 # when a line of the list has no symbol. Each symbol carries the version that brought it, so that a

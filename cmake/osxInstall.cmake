@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # `cmake --install`: the library, its public headers, the CMake package, the pkg-config file and the
 # examples, each of which is a project of its own.
 include(CMakePackageConfigHelpers)

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # `cmake --install` ends with a list of what it has installed so far, as SPDX: share/doc/osx/osx.spdx.json.
 # What comes later is not in it.
 install(CODE "

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # cmake -DROOT=... -DFILES=... -DVERSION=... -DACE_VERSION=... -DOUTPUT=... -P writeSbom.cmake
 # Writes what the installed library consists of, as SPDX 2.3 in JSON. FILES are relative to ROOT; those
 # that are links are left out. A package that changes files after they were installed, by stripping

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Memory runs out: each request for memory is refused, one by one.
 
 A program starts the services of the library, uses them and stops them: tasks, locks, queues,

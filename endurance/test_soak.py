@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """The gateway of the examples lives through a month of a device's life, without its pauses.
 
 A day has 200 clients that go, half of them without a word, and others that come, with as many of

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # Builds for i386 on a machine of another architecture, with Debian's cross compiler
 # (g++-i686-linux-gnu), against the system that the programs run on:
 #

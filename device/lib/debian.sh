@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # shellcheck shell=bash
 # Makes Debian trees of another architecture or release from the machine's own package sources.
 

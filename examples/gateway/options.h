@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The gateway's command line.
 #ifndef EXAMPLES_GATEWAY_OPTIONS_H

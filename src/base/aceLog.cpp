@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Access to members that ACE hides: an explicit instantiation of a template may name what is
 // private.
 #include "base/aceLog.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What ACE's logging keeps and does not show. Internal.
 #ifndef OSX_BASE_ACELOG_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // ACE sends the line to where lines go. Around that stands what keeps a line from doing harm: a
 // long text would cost the line its end, a reader that is gone or a full file would raise a signal,
 // and a back end of the application's may throw. ACE's own way from a format to its back ends uses

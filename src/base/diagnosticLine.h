@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The one way in which the library writes a diagnostic line.
 #ifndef OSX_BASE_DIAGNOSTICLINE_H

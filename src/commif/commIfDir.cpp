@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Directory listings, which use no descriptor, and the working directory.
 //
 // A listing opens its directory itself: ACE's class does not tell the descriptor, so that it could

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The file channel: an open file behind a descriptor.
 //
 // Writing to a regular file needs no guard against signals, which would cost four system calls for

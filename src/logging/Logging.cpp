@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // `LogInit` and the debug-level port. The set-up is a walk over the options, each with a function
 // of its own, and then the network part. ACE's flags and back ends are process-wide, but the output
 // stream is the calling thread's only; how other threads get the log file is LogFile's affair.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The redirect service: back end, port and worker. ACE calls the back end under its log lock. So
 // the thread that logs only copies the line into a ring; the active object's thread runs one long
 // request, `Watchers::serve`, which sends the lines. The port and its connections are a

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // One connection of a port.
 //
 // A handler is served on one thread at a time. But its connection may be ended on any thread: by

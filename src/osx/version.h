@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The version of the library that a program is compiled against, for the preprocessor. The running
 /// library's is told by `getInfo`.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Access to members that ACE hides. Two ways into an ACE class: a derived class may name what is
 // protected, and an explicit instantiation of a template what is private.
 #include "process/aceAccess.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What ACE keeps for a process and does not show. Internal.
 #ifndef OSX_PROCESS_ACEACCESS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // ACE's own locks across a fork: that of its threads, that of its logging, and that of its own
 // lines. A child that has the last one held could not even end: ACE takes it at the end, too.
 //

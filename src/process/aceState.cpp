@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What ACE itself does not survive: a shortage of memory when its singletons or its threads are
 // made, and the end of the process while other threads use it.
 #include "process/aceState.h"

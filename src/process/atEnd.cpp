@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The end of the process, from its first step to what becomes of ACE. Everything here runs on the
 // thread that ends the process, while others may still run, and so waits for no lock and joins
 // nobody.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Construction and destruction of the reactor, its timers, and what of ACE's interface concerns
 // neither handlers nor the serving of events.
 #include "reactor/LoopReactor.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Events that a thread has taken from the kernel and not yet served. Internal.
 #ifndef OSX_REACTOR_READYQUEUE_H

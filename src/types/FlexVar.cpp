@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The variant: construction, assignment, setters, getters, hash. What is computed in the header is
 // in FlexVarInline.h. What differs between the kinds is chosen by overloads, which `Kinds::visit`
 // reaches; so no list of the kinds stands here.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The programs of the pages on the reactor, timers and ports: each stands on its page as it is
 // compiled, and does what the page says.
 #include <gtest/gtest.h>

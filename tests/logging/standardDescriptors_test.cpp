@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the library opens while the process has no standard input, output or error.
 #include <fcntl.h>
 #include <gtest/gtest.h>

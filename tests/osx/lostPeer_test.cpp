@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Peers that vanish without a word, as when a cable is cut or a device loses its power.
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
 """The files that the gateway's service is installed with, and what the gateway says of itself.
 
     files_test.py SOURCE GATEWAY TEST...

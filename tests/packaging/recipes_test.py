@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
 """What can be known of the recipes without their build systems: recipes_test.py SOURCE CMAKE VERSION
 TEST..."""
 import fnmatch

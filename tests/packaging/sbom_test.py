@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
 """The list of what is installed: sbom_test.py SOURCE BUILD CMAKE VERSION ACE_VERSION TEST..."""
 import hashlib
 import json

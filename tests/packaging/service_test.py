@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
 """Starts the gateway's unit under a systemd of its own, and looks at what it does there.
 
     service_test.py SOURCE GATEWAY LIBRARY TEST...

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// How a process ends. With `OSX_TEST_ROUNDS=1000` in the environment each way is tried that often.
 

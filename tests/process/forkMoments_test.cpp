@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Moments at which no thread may fork: its child would have a lock that nobody gives back, and
 /// hang when it ends. They are found by functions of the C library that are called in the middle of

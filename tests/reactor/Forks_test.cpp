@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Children of a process whose threads are in the loop, in a port or in a timer at the fork.
 #include <gtest/gtest.h>
 #include <netinet/in.h>

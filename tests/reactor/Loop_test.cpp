@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The loop itself: who wakes up for what, and threads that are called off in the middle of it.
 #include <dirent.h>
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the library asks of the kernel's event poll, and refusals that a real one hardly ever
 /// makes.

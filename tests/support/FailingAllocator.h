@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Makes the allocator fail, for tests of what happens when memory is short.
 #ifndef OSX_TESTS_SUPPORT_FAILINGALLOCATOR_H

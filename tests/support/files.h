@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Files as a whole.
 #ifndef OSX_TESTS_SUPPORT_FILES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Whether a thread has come to where it waits.
 #ifndef OSX_TESTS_SUPPORT_SLEEPS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the program was told: a way out, what its threads do meanwhile, and its ports.
 #ifndef OSX_ENDURANCE_EXITS_ARGUMENTS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Logging to a file and to the network, and the debug level by its port.
 #include <fcntl.h>
 #include <sys/socket.h>

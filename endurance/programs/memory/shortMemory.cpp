@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Stands in front of the C library's allocator.
 #include "memory/shortMemory.h"
 

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 SUMMARY = "OS services for embedded Linux devices"
 DESCRIPTION = "Tasks, locks, queues, timers, ports, device I/O and diagnostics for C++ programs \
 that run for years, built on ACE."
