@@ -175,8 +175,8 @@ private:
     /// thread that claims the service in a child; read by threads that put lines.
     std::atomic<unsigned int> mGeneration;
     /// In a child, until it is started: the parent's was running, so the first client starts it. If
-    /// that fails for want of memory, the next one does. Written with the lock; read by threads that
-    /// accept clients.
+    /// that fails for want of memory, the next one does. Written with the lock; read by threads
+    /// that accept clients.
     std::atomic<bool> mWanted;
 };
 
