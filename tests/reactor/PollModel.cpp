@@ -40,6 +40,7 @@ struct HeldWait {
     sem_t mayGo;
     test::Report report;
     int events;
+    std::atomic<bool> woken;
 };
 std::array<HeldWait, 16> gHeldWaits;
 std::atomic<int> gToHold{0};
@@ -69,13 +70,16 @@ void addLateOnes(epoll_event* aEvents, int aCount, int aNumber) {
     }
 }
 
-int waitAs(const HeldWait& aWait, Wait* aOriginal, int aPoll, epoll_event* aEvents, int aNumber,
+int waitAs(HeldWait& aWait, Wait* aOriginal, int aPoll, epoll_event* aEvents, int aNumber,
            int aLimitMs) {
     int lCount = aOriginal(aPoll, aEvents, aWait.report == test::Report::kOne ? 1 : aNumber,
                            aWait.events > 0 ? -1 : aLimitMs);
     while (lCount - std::count_if(aEvents, aEvents + lCount, &isWoken) < aWait.events) {
         lCount += aOriginal(aPoll, aEvents + lCount, aNumber - lCount, -1);
     }
+    aWait.woken = std::any_of(
+        aEvents, aEvents + std::max(lCount, 0),
+        [](const epoll_event& aEvent) { return aEvent.data.u64 == osx::ServedSet::kWake; });
     switch (aWait.report) {
         case test::Report::kThenLateOnes:
             addLateOnes(aEvents, lCount, aNumber);
@@ -208,6 +212,10 @@ void letGo(int aWait, Report aReport, int aEvents) {
     lHeld.report = aReport;
     lHeld.events = aEvents;
     ::sem_post(&lHeld.mayGo);
+}
+
+bool wasWoken(int aWait) {
+    return gHeldWaits[static_cast<std::size_t>(aWait)].woken;
 }
 
 }  // namespace test

@@ -50,6 +50,10 @@ bool areHeld(int aNumber);
 /// @param aWait which one, in the order in which they came, from 0 on.
 /// @param aEvents waits for at least that many events of handlers and timers.
 void letGo(int aWait, Report aReport = Report::kWhatThereIs, int aEvents = 0);
+
+/// @return whether a wait that was let go has come back because another thread woke it, and not
+///         for a timer.
+bool wasWoken(int aWait);
 /// @}
 
 }  // namespace test
