@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A thread of the application's in the loop.
 #ifndef OSX_TESTS_REACTOR_LOOPOFTHEAPPLICATION_H

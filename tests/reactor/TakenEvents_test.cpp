@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Events that a thread has taken from the kernel, which does not report them a second time: whoever
 // is held up, cancelled or has no room, each is served.
 #include <gtest/gtest.h>
