@@ -7,10 +7,15 @@
 #include <exception>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "ace/Log_Msg.h"
 #include "common/Failure.h"
 #include "common/text.h"
+#include "explain/explain.h"
+#include "frames/frames.h"
+#include "level/level.h"
+#include "sysinfo/sysinfo.h"
 #include "watch/watch.h"
 
 namespace {
@@ -57,6 +62,48 @@ void addPlay(CLI::App& aProgram, PlayOptions& aOptions, Action& aAction) {
     lCommand.callback([&] { aAction = [&] { return command::play(aOptions); }; });
 }
 
+void addLevel(CLI::App& aProgram, command::LevelOptions& aOptions, Action& aAction) {
+    CLI::App& lCommand =
+        *aProgram.add_subcommand("level", "set devices' debug level, or show what each level adds");
+    lCommand.add_option("DEVICE", aOptions.words, "devices as for watch, and last the level");
+    addDevices(lCommand, aOptions.deviceFile);
+    lCommand.add_option("--level-port", aOptions.levelPort, "the debug-level port of all (12311)")
+        ->check(CLI::Range(1UL, 65535UL));
+    lCommand.add_option("--wait", aOptions.waitS, "seconds to wait for the answers (10)")
+        ->check(CLI::Range(1UL, 86400UL));
+    lCommand.callback([&] { aAction = [&] { return command::level(aOptions); }; });
+}
+
+void addFrames(CLI::App& aProgram, command::FramesOptions& aOptions, Action& aAction) {
+    CLI::App& lCommand = *aProgram.add_subcommand("frames", "show the blocks of a broadcast port");
+    lCommand.add_option("ADDRESS", aOptions.address, "host:port")->required();
+    lCommand.add_flag("--hex", aOptions.hex, "show bytes in hexadecimal");
+    lCommand.add_flag("--json", aOptions.json, "print each block as a JSON object");
+    lCommand.add_option("--limit", aOptions.limit, "bytes of the longest block (1048576)")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{64} * 1024 * 1024));
+    lCommand.add_option("--count", aOptions.count, "end after so many blocks");
+    lCommand.callback([&] { aAction = [&] { return command::frames(aOptions); }; });
+}
+
+void addSysinfo(CLI::App& aProgram, command::SysinfoOptions& aOptions, Action& aAction) {
+    CLI::App& lCommand =
+        *aProgram.add_subcommand("sysinfo", "show the load and memory that a gateway reports");
+    lCommand.add_option("ADDRESS", aOptions.address, "host:port of the gateway's clients")
+        ->required();
+    lCommand.add_flag("--follow", aOptions.follow, "go on after the first report");
+    lCommand.add_flag("--json", aOptions.json, "print each report as a JSON object");
+    lCommand.add_option("--wait", aOptions.waitS, "seconds to wait for the first one (90)")
+        ->check(CLI::Range(1UL, 86400UL));
+    lCommand.callback([&] { aAction = [&] { return command::sysinfo(aOptions); }; });
+}
+
+void addExplain(CLI::App& aProgram, std::vector<std::string>& aWords, Action& aAction) {
+    CLI::App& lCommand =
+        *aProgram.add_subcommand("explain", "say what a status code or a line means");
+    lCommand.add_option("TEXT", aWords, "a code's number or name, or a line")->required();
+    lCommand.callback([&] { aAction = [&] { return command::explain(aWords); }; });
+}
+
 int run(int aCount, char** aArguments) {
     CLI::App lProgram("Watches and steers devices that run the osx library.", "osx");
     lProgram.set_version_flag("--version", "osx " OSX_COMMAND_VERSION);
@@ -66,6 +113,14 @@ int run(int aCount, char** aArguments) {
     addWatch(lProgram, lWatch, lAction);
     PlayOptions lPlay;
     addPlay(lProgram, lPlay, lAction);
+    command::LevelOptions lLevel;
+    addLevel(lProgram, lLevel, lAction);
+    command::FramesOptions lFrames;
+    addFrames(lProgram, lFrames, lAction);
+    command::SysinfoOptions lSysinfo;
+    addSysinfo(lProgram, lSysinfo, lAction);
+    std::vector<std::string> lWords;
+    addExplain(lProgram, lWords, lAction);
     try {
         lProgram.parse(aCount, aArguments);
     } catch (const CLI::Success& lDone) {  // Help or version was asked for.

@@ -1,5 +1,6 @@
 #include "client/Event.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "ace/Condition_Thread_Mutex.h"
@@ -13,6 +14,9 @@ namespace {
 
 constexpr unsigned long kQueuedBytes = 1024UL * 1024UL;
 
+/// Of a mark: addresses and reasons are shorter.
+constexpr std::size_t kLongestReason = 1024;
+
 /// What precedes the text in the queue.
 struct Head {
     std::uint64_t count;
@@ -23,7 +27,8 @@ struct Head {
 
 }  // namespace
 
-EventQueue::EventQueue(std::size_t aLongest) : mBuffer(sizeof(Head) + aLongest) {
+EventQueue::EventQueue(std::size_t aLongest)
+    : mBuffer(sizeof(Head) + std::max(aLongest, kLongestReason)) {
     if (osxMsgQueueInit(kQueuedBytes, 0, &mQueue, "events") != OSX_OK) {
         fail("cannot start: no memory");
     }

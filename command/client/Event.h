@@ -37,7 +37,7 @@ struct Event {
 /// the devices down rather than filling the memory.
 class EventQueue {
 public:
-    /// @param aLongest bytes of the longest text.
+    /// @param aLongest bytes of the longest line or block.
     explicit EventQueue(std::size_t aLongest);
     ~EventQueue();
     EventQueue(const EventQueue&) = delete;

@@ -26,7 +26,7 @@ public:
 class Session {
 public:
     /// @param aStop what ends it.
-    /// @param aLongest bytes of the longest text of an event.
+    /// @param aLongest bytes of the longest line or block.
     Session(Stop& aStop, std::size_t aLongest) : mStop(aStop), mQueue(aLongest) {}
 
     /// Adds a device, whose number is that of those added before.

@@ -12,44 +12,23 @@
 
 #include <array>
 #include <random>
-#include <sstream>
 
 #include "Folder.h"
+#include "peak.h"
 #include "run.h"
 #include "support/TcpPeer.h"
-#include "support/files.h"
 #include "support/times.h"
 
 namespace {
 
+using test::kFlood;
+using test::kMostKb;
+using test::peakOf;
 using test::Program;
 using test::TcpListener;
 using test::TcpPeer;
 using testing::HasSubstr;
 using testing::Not;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;
-#else
-constexpr bool kIsSanitized = false;
-#endif
-/// Far more than the command may keep, and little enough for the slowest build.
-constexpr std::size_t kFlood = (kIsSanitized ? 32UL : 256UL) * 1024 * 1024;
-constexpr long kMostKb = kIsSanitized ? 1024L * 1024 : 64L * 1024;
-
-/// @return the most memory that a process ever had, in kB.
-long peakOf(const Program& aProgram) {
-    std::istringstream lStatus(
-        test::contentsOf("/proc/" + std::to_string(aProgram.process()) + "/status"));
-    for (std::string lWord; lStatus >> lWord;) {
-        if (lWord == "VmHWM:") {
-            long lKb = 0;
-            lStatus >> lKb;
-            return lKb;
-        }
-    }
-    return -1;
-}
 
 void flood(TcpPeer& aPeer, const std::string& aPiece, std::size_t aBytes) {
     for (std::size_t lSent = 0; lSent < aBytes; lSent += aPiece.size()) {
