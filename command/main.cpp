@@ -15,6 +15,7 @@
 #include "explain/explain.h"
 #include "frames/frames.h"
 #include "level/level.h"
+#include "ports/ports.h"
 #include "sysinfo/sysinfo.h"
 #include "watch/watch.h"
 
@@ -104,6 +105,20 @@ void addExplain(CLI::App& aProgram, std::vector<std::string>& aWords, Action& aA
     lCommand.callback([&] { aAction = [&] { return command::explain(aWords); }; });
 }
 
+void addPorts(CLI::App& aProgram, command::PortsOptions& aOptions, Action& aAction) {
+    CLI::App& lCommand = *aProgram.add_subcommand("ports", "show this machine's serial ports");
+    lCommand.add_flag("--json", aOptions.json, "print each port as a JSON object");
+    CLI::Option* const lLink = lCommand.add_option(
+        "--link", aOptions.link, "show a udev rule that gives this USB adapter a number");
+    lCommand.add_option("--number", aOptions.number, "the number (the first free one from 65 on)")
+        ->check(CLI::Range(1U, 255U))
+        ->needs(lLink);
+    lCommand.add_flag("--write", aOptions.write, "write the rule")->needs(lLink);
+    lCommand.add_option("--rules", aOptions.rules, "where rules are (/etc/udev/rules.d)")
+        ->needs(lLink);
+    lCommand.callback([&] { aAction = [&] { return command::ports(aOptions); }; });
+}
+
 int run(int aCount, char** aArguments) {
     CLI::App lProgram("Watches and steers devices that run the osx library.", "osx");
     lProgram.set_version_flag("--version", "osx " OSX_COMMAND_VERSION);
@@ -119,6 +134,8 @@ int run(int aCount, char** aArguments) {
     addFrames(lProgram, lFrames, lAction);
     command::SysinfoOptions lSysinfo;
     addSysinfo(lProgram, lSysinfo, lAction);
+    command::PortsOptions lPorts;
+    addPorts(lProgram, lPorts, lAction);
     std::vector<std::string> lWords;
     addExplain(lProgram, lWords, lAction);
     try {

@@ -33,18 +33,18 @@ std::string_view expressionFor(char aConversion) {
 }
 
 /// A format's text and its conversions, one call each.
-template <class OnText, class OnConversion>
-void forEachPart(std::string_view aFormat, OnText aOnText, OnConversion aOnConversion) {
+template <class TakeText, class TakeConversion>
+void forEachPart(std::string_view aFormat, TakeText aTakeText, TakeConversion aTakeConversion) {
     for (std::size_t lAt = 0; lAt < aFormat.size(); ++lAt) {
         if (aFormat[lAt] != '%' || lAt + 1 == aFormat.size()) {
-            aOnText(aFormat[lAt]);
+            aTakeText(aFormat[lAt]);
             continue;
         }
         const std::size_t lLetter = aFormat.find_first_not_of('l', lAt + 1);
         const bool lIsLength = lLetter != std::string_view::npos &&
                                (aFormat[lLetter] == 'u' || aFormat[lLetter] == 'd');
         lAt = lIsLength ? lLetter : lAt + 1;
-        aOnConversion(aFormat[lAt]);
+        aTakeConversion(aFormat[lAt]);
     }
 }
 
