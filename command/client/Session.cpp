@@ -1,5 +1,6 @@
 #include "client/Session.h"
 
+#include <chrono>
 #include <exception>
 #include <utility>
 
@@ -9,8 +10,11 @@
 namespace command {
 
 namespace {
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
 constexpr unsigned long kLookMs = 500;
-}
+}  // namespace
 
 struct Session::Consuming {
     Session& session;
@@ -71,6 +75,7 @@ void Session::consumerTask(void* aConsuming) {
 
 void Session::consume(Consumer& aConsumer) {
     bool lWantsMore = true;
+    auto lRested = steady_clock::now();
     for (Event lEvent;;) {
         if (mQueue.take(lEvent, kLookMs)) {
             if (lEvent.kind == Kind::kEnd) {
@@ -81,8 +86,10 @@ void Session::consume(Consumer& aConsumer) {
                 mStop.ask();
             }
         }
-        if (mQueue.isEmpty()) {
+        // A device that sends without a pause does not keep the consumer from resting.
+        if (mQueue.isEmpty() || steady_clock::now() - lRested > milliseconds(kLookMs)) {
             aConsumer.rest();
+            lRested = steady_clock::now();
         }
     }
     aConsumer.rest();

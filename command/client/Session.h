@@ -19,7 +19,7 @@ public:
     virtual ~Consumer() = default;
     /// @return whether more is wanted.
     virtual bool take(const Event& aEvent) = 0;
-    /// Nothing is waiting: what was gathered may go out. Comes once a while at least.
+    /// What was gathered may go out: nothing is waiting, or half a second has passed.
     virtual void rest() = 0;
 };
 

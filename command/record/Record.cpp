@@ -117,15 +117,16 @@ void Record::flush() {
     if (mEntries == 0) {
         return;
     }
-    if (!writeGap() || !write(mText)) {
-        mMissing += mEntries;
+    const std::uint64_t lWritten = writeGap() ? write(mText) : 0;
+    if (lWritten < mEntries) {
+        mMissing += mEntries - lWritten;
         miss();
     }
     mText.clear();
     mEntries = 0;
 }
 
-/// Says in the record how much is missing there.
+/// Says in the record how much is missing there. @return whether it does.
 bool Record::writeGap() {
     if (mMissing == 0) {
         return true;
@@ -135,35 +136,38 @@ bool Record::writeGap() {
     lGap.event.count = mMissing;
     lGap.event.time = now();
     lGap.event.text = std::strerror(mCause);
-    if (!write(toJson(lGap) + "\n")) {
+    if (write(toJson(lGap) + "\n") == 0) {
         return false;
     }
     mMissing = 0;
     return true;
 }
 
-bool Record::write(const std::string& aText) {
+/// Writes lines. @return how many of them are in the file as a whole.
+std::uint64_t Record::write(const std::string& aText) {
     // A line that a full disc has cut ends where it was cut.
-    std::string_view lRest = aText;
-    const std::string lWithEnd = mIsInLine ? "\n" + aText : "";
-    if (mIsInLine) {
-        lRest = lWithEnd;
+    if (mIsInLine && append("\n") == 0) {
+        return 0;
     }
-    while (!lRest.empty()) {
-        const ssize_t lWritten = ::write(mFile.get(), lRest.data(), lRest.size());
-        if (lWritten < 0 && errno == EINTR) {
-            continue;
-        }
-        if (lWritten <= 0) {
+    const std::string_view lDone = std::string_view(aText).substr(0, append(aText));
+    return static_cast<std::uint64_t>(std::count(lDone.begin(), lDone.end(), '\n'));
+}
+
+/// @return how many bytes the disc took.
+std::size_t Record::append(std::string_view aText) {
+    std::size_t lDone = 0;
+    while (lDone < aText.size()) {
+        const ssize_t lWritten = ::write(mFile.get(), aText.data() + lDone, aText.size() - lDone);
+        if (lWritten > 0) {
+            lDone += static_cast<std::size_t>(lWritten);
+            mIsInLine = aText[lDone - 1] != '\n';
+        } else if (lWritten == 0 || errno != EINTR) {
             mCause = lWritten == 0 ? ENOSPC : errno;
-            return false;
+            break;
         }
-        const auto lSize = static_cast<std::size_t>(lWritten);
-        mIsInLine = lRest[lSize - 1] != '\n';
-        mSize += lSize;
-        lRest.remove_prefix(lSize);
     }
-    return true;
+    mSize += lDone;
+    return lDone;
 }
 
 void Record::miss() {

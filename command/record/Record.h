@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/Descriptor.h"
@@ -38,7 +39,8 @@ public:
 
 private:
     bool openNext();
-    bool write(const std::string& aText);
+    std::uint64_t write(const std::string& aText);
+    std::size_t append(std::string_view aText);
     bool writeGap();
     void miss();
 

@@ -115,23 +115,29 @@ TEST(CommandRecord, SaysWhatAFullDiscDidNotTake) {
     lRecord.flush();
     EXPECT_EQ("", lRecord.takeComplaint());
     {
-        const FileLimit lFull(120);
-        for (const char* lText : {"second", "third"}) {
+        // There is room for the second one and a half.
+        const std::size_t lLine = command::toJson(line("second")).size() + 1;
+        const FileLimit lFull(lLine - 1 + lLine + lLine / 2);
+        for (const char* lText : {"second", "third", "fourth"}) {
             lRecord.add(line(lText));
-            lRecord.flush();
-            EXPECT_EQ("File too large", lRecord.takeComplaint());
         }
+        lRecord.flush();
+        EXPECT_EQ("File too large", lRecord.takeComplaint());
+        lRecord.add(line("fifth"));
+        lRecord.flush();
+        EXPECT_EQ("File too large", lRecord.takeComplaint());
     }
-    lRecord.add(line("fourth"));
+    lRecord.add(line("sixth"));
     lRecord.flush();
     EXPECT_EQ("", lRecord.takeComplaint());
     const auto lEntries = entriesIn(lFolder.path());
-    ASSERT_EQ(3U, lEntries.size());
+    ASSERT_EQ(4U, lEntries.size());
     EXPECT_EQ("first", lEntries[0].event.text);
-    EXPECT_EQ(Kind::kRecordGap, lEntries[1].event.kind);
-    EXPECT_EQ(2U, lEntries[1].event.count);
-    EXPECT_EQ("File too large", lEntries[1].event.text);
-    EXPECT_EQ("fourth", lEntries[2].event.text);
+    EXPECT_EQ("second", lEntries[1].event.text);
+    EXPECT_EQ(Kind::kRecordGap, lEntries[2].event.kind);
+    EXPECT_EQ(3U, lEntries[2].event.count);
+    EXPECT_EQ("File too large", lEntries[2].event.text);
+    EXPECT_EQ("sixth", lEntries[3].event.text);
 }
 
 TEST(CommandRecord, IsPlayedAndFiltered) {

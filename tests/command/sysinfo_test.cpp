@@ -15,6 +15,14 @@ using test::TcpListener;
 using test::TcpPeer;
 using testing::MatchesRegex;
 
+std::string repeated(const std::string& aText, int aTimes) {
+    std::string lAll;
+    for (int lTime = 0; lTime < aTimes; ++lTime) {
+        lAll += aText;
+    }
+    return lAll;
+}
+
 constexpr char kReport[] = "$PGWS,17.01,24683656,19190876*11";
 
 }  // namespace
@@ -55,6 +63,17 @@ TEST(Sysinfo, IsFollowedPastWhatIsNoReport) {
     ASSERT_TRUE(lProgram.waitForOutput("load unknown, memory unknown, free unknown\n"));
     lProgram.signal(SIGINT);
     EXPECT_EQ(0, lProgram.wait());
+}
+
+TEST(Sysinfo, IsNotWaitedForLongerBesideAServerThatNeverPauses) {
+    TcpListener lServer;
+    Program lProgram(test::commandOf({"sysinfo", lServer.address(), "--wait", "1"}));
+    TcpPeer lPeer = lServer.accept();
+    const std::string lLines = repeated("no report\n", 10000);
+    while (lPeer.send(lLines)) {
+    }
+    EXPECT_EQ(1, lProgram.wait());
+    EXPECT_EQ("osx: " + lServer.address() + ": no report came\n", lProgram.output());
 }
 
 TEST(Sysinfo, ThatDoesNotComeIsSaid) {
