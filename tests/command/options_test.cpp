@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -18,11 +17,11 @@ const std::vector<std::string> kCommands{"watch",   "play",  "level",  "frames",
 
 std::set<std::string> optionsOf(const std::string& aCommand) {
     const std::string lHelp = test::run({aCommand, "--help"}).output;
-    const std::regex lOption("--[a-z-]+");
     std::set<std::string> lOptions;
-    for (std::sregex_iterator lEach(lHelp.begin(), lHelp.end(), lOption), lEnd; lEach != lEnd;
-         ++lEach) {
-        lOptions.insert(lEach->str());
+    for (std::size_t lAt = 0; (lAt = lHelp.find("--", lAt)) != std::string::npos;) {
+        const std::size_t lEnd = lHelp.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", lAt);
+        lOptions.insert(lHelp.substr(lAt, lEnd - lAt));
+        lAt = lEnd;
     }
     return lOptions;
 }
