@@ -101,11 +101,11 @@ std::vector<KnownLine> allLines() {
     return lLines;
 }
 
-std::vector<KnownLine> linesLike(std::string_view aText) {
+std::vector<KnownLine> linesLike(std::string_view aText, const std::vector<KnownLine>& aLines) {
     const std::string lText = withSingleSpaces(aText);
     std::vector<KnownLine> lBest;
     std::size_t lMostWords = 0;
-    for (const KnownLine& lLine : allLines()) {
+    for (const KnownLine& lLine : aLines) {
         const std::size_t lWords = ownWordsOf(lLine.format);
         if (lWords < lMostWords || !Pattern(expressionOf(lLine.format)).isIn(lText)) {
             continue;

@@ -20,8 +20,8 @@ struct KnownLine {
 /// @return all lines of the library.
 std::vector<KnownLine> allLines();
 
-/// @return the lines that a text may be one of, or hold; those with the most words of their own.
-std::vector<KnownLine> linesLike(std::string_view aText);
+/// @return those of the lines that a text may be one of, or hold, with the most words of their own.
+std::vector<KnownLine> linesLike(std::string_view aText, const std::vector<KnownLine>& aLines);
 
 /// @return an extended regular expression that finds what is written by a format.
 std::string expressionOf(std::string_view aFormat);

@@ -84,7 +84,7 @@ int explain(const std::vector<std::string>& aWords) {
     }
     std::string lText = explainCode(std::string(trimmed(lAll)));
     if (lText.empty()) {
-        for (const KnownLine& lLine : linesLike(lAll)) {
+        for (const KnownLine& lLine : linesLike(lAll, allLines())) {
             lText += textOf(lLine);
         }
     }

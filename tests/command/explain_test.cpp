@@ -86,14 +86,14 @@ TEST(Explain, FindsEachLineWithItsArgumentsFilledIn) {
         EXPECT_FALSE(lLine.why.empty());
         EXPECT_FALSE(lLine.toDo.empty());
         for (const std::string& lBefore : {std::string(), std::string("2026-11-23 03:01 gps1 ")}) {
-            const auto lFound = command::linesLike(lBefore + written(lLine.format) + " \n");
+            const auto lFound = command::linesLike(lBefore + written(lLine.format) + " \n", lLines);
             EXPECT_TRUE(std::any_of(lFound.begin(), lFound.end(), [&](const KnownLine& aFound) {
                 return aFound.format == lLine.format;
             })) << lLine.format;
         }
     }
-    EXPECT_TRUE(command::linesLike("something else").empty());
-    EXPECT_TRUE(command::linesLike(std::string(1000000, '[')).empty());
+    EXPECT_TRUE(command::linesLike("something else", lLines).empty());
+    EXPECT_TRUE(command::linesLike(std::string(1000000, '['), lLines).empty());
 }
 
 TEST(Explain, TakesANumberANameOrALine) {
