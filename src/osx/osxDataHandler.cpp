@@ -195,9 +195,12 @@ int osxDataHandler::receive(ssize_t& aCame) {
         return static_cast<int>(mCallbacks.aDataAvailFnc(&mStream, mCallbacks.aUserData));
     }
     std::array<unsigned char, kChunkSize> lChunk;
-    do {
-        aCame = ::recv(descriptor(), lChunk.data(), lChunk.size(), MSG_DONTWAIT);
-    } while (aCame == -1 && errno == EINTR);
+    {
+        const osx::NoCancellation lGuard;  // which could strike when the bytes have been taken
+        do {
+            aCame = ::recv(descriptor(), lChunk.data(), lChunk.size(), MSG_DONTWAIT);
+        } while (aCame == -1 && errno == EINTR);
+    }
     DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_input: handle = %d result=%d\n",
                                   descriptor(), aCame);
     return deliver(lChunk.data(), aCame);
