@@ -247,6 +247,7 @@ bool logContent(ACE_Log_Msg& aLog, TextRoom aRoom, ACE_Log_Priority aPriority,
     return writePlainly(lText, lFlags);
 }
 
+constexpr char kLostLine[] = "%t [%d] lines lost for want of memory\n";
 /// How many lines have been lost for want of memory and are not told of yet.
 std::atomic<unsigned int> gLost{0};
 
@@ -255,10 +256,8 @@ std::atomic<unsigned int> gLost{0};
 bool logLost(ACE_Log_Msg& aLog, TextRoom aRoom, ...) {
     va_list lArguments;
     va_start(lArguments, aRoom);
-    const bool lIsLogged =
-        logContent(aLog, aRoom, LM_ERROR,
-                   {0, "%t [%d] lines lost for want of memory\n", lArguments, kOsxModule, __LINE__},
-                   -1, ENOMEM);
+    const bool lIsLogged = logContent(aLog, aRoom, LM_ERROR,
+                                      {0, kLostLine, lArguments, kOsxModule, __LINE__}, -1, ENOMEM);
     va_end(lArguments);
     return lIsLogged;
 }
