@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A block of 1 KiB to many clients, and the processor time that it takes the sender. The floor is a
 // loop of plain sends of the length and the bytes, to sockets that are read in the same way. What
 // differs: the library takes a lock for each client, so that clients may come and go meanwhile.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Device I/O: a file is read, written and copied, a descriptor opened and closed, a serial port
 // read. Reads and writes of every subject begin at the file's start, by a seek of its own. What
 // differs: APR and libuv are used without their buffers and threads. The serial port is a pseudo

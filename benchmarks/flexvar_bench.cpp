@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Variants: one operation on a value of each of four kinds, strings of 12 and of 900 characters
 // among them, which are below what the C library's fast path for memory ends at; 100000 characters
 // show how the cost grows. The standard variant is inline as a whole and holds short strings within

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Mutexes, semaphores and critical sections: one acquire and release. What is held is the number of
 // instructions of a pair that nobody contends for: a handle that is checked and the calls into the
 // library are the difference to the floor, which does without. The times are shown. Those of

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A log line: the cost to the thread that logs. A line that is switched off; a failure line to a
 // file; an application's line to TCP clients that read on this machine.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Identifiers. The library's are of version 1 (time and node), as are libuuid's and POCO's here;
 // libuuid asks a server, or locks a file, so that POCO alone does the same. Boost and Qt have only
 // random ones, which are shown. What else differs: the library keeps an identifier's text with it

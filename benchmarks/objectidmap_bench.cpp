@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Maps from identifier to identifier: looking one up, and adding one and taking it out, in maps of
 // several sizes. Every subject has one lock, and a table that grows, and goes on in each slice with
 // the keys after those of the slice before. What differs: the library's pairs are two objects of 40

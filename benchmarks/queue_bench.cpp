@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Message queues: messages of several sizes from some threads to others. Each subject copies the
 // bytes in and out, keeps the boundaries and frees what it allocated.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A refresh of the system's figures. What differs: the floor reads the three files and looks at
 // nothing in them; libproc2 reads memory and load, not the discs.
 #include <fcntl.h>

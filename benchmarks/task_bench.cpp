@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Tasks: begin one that does nothing, wait for it, and end it. What differs: the library's task is
 // entered in the name table, and here taken out of it again, as a table of names would fill. The
 // rows of many at once are for the chart.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Timers: one is created and destroyed while others are pending, by the thread of the loop and by
 // another, whose rows count the time of both threads; and how late a timer fires. What differs:
 // libuv's timers are for the thread of their loop alone, POCO's for others; "libuv, locked" takes a

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # cmake -D OUTPUT=x.cpp -D NAMES="a;b" -D FILES="/x/a;/x/b" -P osxEmbed.cmake
 # Makes a source that holds files as texts: `namespace command { extern const std::string_view kA; }`.
 set(lText "#include \"explain/embedded.h\"\n\nnamespace command {\n")

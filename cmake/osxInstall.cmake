@@ -1,4 +1,8 @@
-# `cmake --install`: the library, its public headers, the CMake package and the pkg-config file.
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
+# `cmake --install`: the library, its public headers, the CMake package, the pkg-config file and the
+# examples, each of which is a project of its own.
 include(CMakePackageConfigHelpers)
 
 set(OSX_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/osx)
@@ -21,3 +25,10 @@ file(RELATIVE_PATH OSX_PREFIX_FROM_PC
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/osx.pc.in ${PROJECT_BINARY_DIR}/osx.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/osx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The folders lie beside each other as in the tree: two examples share one.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+  COMPONENT doc REGEX "/examples/CMakeLists\\.txt$" EXCLUDE)
+
+# The list of what is installed, which is written last.
+include(osxSbom)

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # What keeps the library small. A release is compiled for size, but for the sources that operations
 # spend their time in: these are FAST in their folder's list, or FASTEST where the instructions that
 # are counted are fewer so. Whoever sets release flags of their own gets those for all sources.

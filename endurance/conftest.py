@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """What every part is given: its form, where its programs are, and a place for its figures."""
 
 import dataclasses

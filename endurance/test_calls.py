@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Each system call of the library fails in each way that it may, or is slow, while a device serves.
 
 A program does all that the library does on a device: ports that call back with the data and that

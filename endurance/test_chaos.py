@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """A device with 120 clients on a bad link, and one watcher on a good one.
 
 The device runs eight tasks that write ten numbered lines a second each, twenty timers, a message

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Steps of the wall clock, the year 2038, time zones, and a machine that stands still.
 
 While timers, sleeps, receives from queues, connects and the loop are under way, the wall clock is

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Discs that are full, that fail, and that lose their power.
 
 The gateway of the example records numbered sentences; then each line of the record is looked at. A

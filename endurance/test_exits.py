@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Every way out of the process, while every thread is busy.
 
 A program brings its threads into a state: loop threads inside callbacks, threads that log, that

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Floods of connections, and the program's own work meanwhile.
 
 Two programs with 1024 descriptors each have all their ports flooded: 2,000 connections are wanted

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Inputs of any kind, made up by libFuzzer, against whatever reads what comes from outside.
 
 Each target of `tests/fuzz` asserts what has to hold, not only that nothing crashes: bytes and ends

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Memory runs out: each request for memory is refused, one by one.
 
 A program starts the services of the library, uses them and stops them: tasks, locks, queues,
@@ -109,9 +112,6 @@ def report(figures, answers, total):
     figures.hold("services lost without a word", len(bad) - len(ended) - len(hung), 0)
     figures.not_tried("Memory that never comes back: LogInit and RedirectService::init wait for "
                       "their thread, which waits for the memory that ACE needs for it.")
-    figures.not_tried("The copy of a line's text, for which the library looks beforehand whether "
-                      "there is memory: ACE ends the process if there is none in that very "
-                      "moment, and some again in the next.")
     figures.not_tried("The C library ends the process itself if memory fails while it reads "
                       "/etc/nsswitch.conf at the first host or service name, and finds no host "
                       "any more once memory has failed while it loaded what looks for them; it "

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """A device without processor, without memory, without threads, and its recovery.
 
 The device of the part chaos is put under one strain after the other, from outside and by tasks of

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Where lines go, when that is full, stalled, closed, or read-only.
 
 A program writes numbered lines through the library's logging. Its log file is on a disc that is

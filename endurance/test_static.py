@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Three analysers read the library's sources, and no report stands without a reason.
 
 cppcheck, the analyser of g++ and that of clang look at each source of `src/` with the options that

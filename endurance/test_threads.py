@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Schedules of the loop's threads, explored on purpose under ThreadSanitizer.
 
 A build of its own leads each atomic, each lock and each system call of the library through a point

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Peers that vanish without a word.
 
 A program has a socket of each kind: a connection that it made and waits on, sends to, or has

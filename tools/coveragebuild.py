@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Runs tests of the coverage build, each with counts of its own: what has it executed?"""
 
 import concurrent.futures

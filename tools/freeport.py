@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
 """Names a TCP port of the loopback interface that is free at the moment.
 
 It is from below the range that the kernel hands to clients, so that no connection of a program

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # shellcheck shell=bash
 # What shell commands of this tree share, wherever they are.
 
@@ -17,4 +20,13 @@ retry() {
         sleep $((attempt * 3))
     done
     return 1
+}
+
+# sources PATTERN...: what the tree holds; without git, as in an unpacked archive, all but the builds.
+sources() {
+    git ls-files -co --exclude-standard -- "$@" 2>/dev/null && return 0
+    local pattern
+    for pattern in "${@:-*}"; do
+        find . -path ./build -prune -o -type f -path "./$pattern" -print | sed 's,^\./,,'
+    done
 }

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The clients' side of a connection, on the loopback interface.
 #ifndef OSX_BENCHMARKS_ECHO_CLIENT_H

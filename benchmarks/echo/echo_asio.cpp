@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include <array>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A listening port: the server's processor time for one message that it sends back, with many
 // connections, each of which has one message under way, or, in the rows with HTTP, for a request
 // that it answers with a short page, sent by `wrk`. The load generator is a program of its own.

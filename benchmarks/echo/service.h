@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What every server here is told, and what it answers. Usage of each: PROGRAM PORT THREADS WORK
 ///

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Clients that connect and close at once, as fast as the server accepts and closes.
 //
 // Usage: echo_storm PORT MILLISECONDS

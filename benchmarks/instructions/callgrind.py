@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Counts the instructions of a path of `instruction_paths`, under callgrind."""
 
 import os

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Counting the instructions of an operation, under callgrind.
 #ifndef OSX_BENCHMARKS_INSTRUCTIONS_COUNTED_H

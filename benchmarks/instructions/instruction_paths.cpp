@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The library's hot paths, one a run, for tools/count-instructions. Each works on one thread and
 // with numbers, names and texts of its own, so that a run is like the next one to the instruction.
 //

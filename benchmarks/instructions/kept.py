@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """The counts that are kept, and how new ones compare with them.
 
 The file is a list of entries. An entry's `made_with` tells what decides the counts, as versions of

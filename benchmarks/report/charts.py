@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Charts as SVG: where the library stands among the others, and how the cost grows.
 
 Subjects differ by colour (a palette that colour-blind people can tell apart) and by shape. The

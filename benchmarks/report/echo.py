@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Runs the servers of benchmarks/echo against their load generators, in turns."""
 
 import collections

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """The groups of benchmarks, in the order of the page: what each is to reach, and what to know."""
 
 import dataclasses

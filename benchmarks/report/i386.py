@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """The idle programs of the library and of plain ACE, and the library's server, as 32-bit ones.
 
 They are built in the tree of device/root, and run on this machine's own kernel by its loader.

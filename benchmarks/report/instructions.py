@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Rows that count instructions, where a time would tell more of the machine than of the work."""
 
 import sys

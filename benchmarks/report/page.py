@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Makes docs/performance.md, and its charts, from the results."""
 
 import pathlib

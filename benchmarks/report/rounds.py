@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """A group is measured in rounds, in each of which the subjects of a row take turns, slice by slice.
 
 What a subject takes in a round is the median of its slices. Ratios are taken between the slices of

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """From measurements to ratios and verdicts.
 
 A result is what `rounds.result` makes: `value` is the median of `runs`, one a round, of which each

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include <apr_general.h>
 #include <apr_poll.h>
 #include <apr_queue.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What a program weighs that has its event loop, and nothing to do. Figures of the shared libraries
 // that it loads beyond those of every C++ program, stripped; of its resident memory and its
 // threads; and of the time to compile a program that includes the chief header.

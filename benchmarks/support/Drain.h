@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The other ends of connections: a thread that reads what comes and drops it.
 #ifndef OSX_BENCHMARKS_SUPPORT_DRAIN_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A serial port without hardware: a pseudo terminal whose near end the library opens as a port.
 #ifndef OSX_BENCHMARKS_SUPPORT_SERIALPAIR_H

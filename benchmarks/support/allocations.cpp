@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "support/allocations.h"
 
 extern "C" void* __libc_malloc(std::size_t aSize);  // NOLINT: the C library's own name

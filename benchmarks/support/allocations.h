@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Counts what a thread allocates from the C library, whoever asks for it.
 #ifndef OSX_BENCHMARKS_SUPPORT_ALLOCATIONS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What all benchmarks share: how a subject is entered in a row, and how rows are measured.
 ///

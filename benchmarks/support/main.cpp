@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Runs the subjects of each row in turns, slice by slice.
 //
 // Usage: PROGRAM SLICES MILLISECONDS [ROWS]

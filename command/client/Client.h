@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A connection to a device that is made anew whenever it ends.
 #ifndef OSX_COMMAND_CLIENT_CLIENT_H

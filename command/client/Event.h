@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What clients of devices report, and the queue between their tasks and the one that shows it.
 #ifndef OSX_COMMAND_CLIENT_EVENT_H

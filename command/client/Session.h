@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Clients of several devices, and one consumer of what they report, until the end is asked for.
 #ifndef OSX_COMMAND_CLIENT_SESSION_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What a device sends, cut into lines or blocks, whatever it sends.
 #ifndef OSX_COMMAND_CLIENT_SPLITTER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What ends a command with one line and a status of its own.
 #ifndef OSX_COMMAND_COMMON_FAILURE_H

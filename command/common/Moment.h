@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Moments of the wall clock, as people and programs write them.
 #ifndef OSX_COMMAND_COMMON_MOMENT_H

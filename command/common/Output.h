@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Standard output, which may be slow, stopped or gone.
 #ifndef OSX_COMMAND_COMMON_OUTPUT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Regular expressions that a hostile text cannot make run out of stack.
 #ifndef OSX_COMMAND_COMMON_PATTERN_H

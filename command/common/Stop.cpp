@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "common/Stop.h"
 
 #include <sys/eventfd.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The wish to end the program, which a signal, a task or the loss of the reader may express.
 #ifndef OSX_COMMAND_COMMON_STOP_H

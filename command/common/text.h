@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Bytes of a device as text that is safe to show.
 #ifndef OSX_COMMAND_COMMON_TEXT_H

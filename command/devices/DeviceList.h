@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The devices that a command is told of: by name, by group, or by host and port.
 #ifndef OSX_COMMAND_DEVICES_DEVICELIST_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the library's lines say, from the catalogue that the tree's checks keep true.
 #ifndef OSX_COMMAND_EXPLAIN_LINECATALOGUE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The library's status codes, as its headers explain them.
 #ifndef OSX_COMMAND_EXPLAIN_STATUSCODES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Files of this tree that the build puts into the program.
 #ifndef OSX_COMMAND_EXPLAIN_EMBEDDED_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// `osx explain`.
 #ifndef OSX_COMMAND_EXPLAIN_EXPLAIN_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// `osx frames`.
 #ifndef OSX_COMMAND_FRAMES_FRAMES_H

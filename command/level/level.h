@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// `osx level`.
 #ifndef OSX_COMMAND_LEVEL_LEVEL_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the kernel tells of a machine's serial ports.
 #ifndef OSX_COMMAND_PORTS_SERIALPORTS_H

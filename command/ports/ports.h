@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// `osx ports`.
 #ifndef OSX_COMMAND_PORTS_PORTS_H

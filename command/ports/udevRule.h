@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A rule of udev that gives a USB adapter a number of the library.
 #ifndef OSX_COMMAND_PORTS_UDEVRULE_H

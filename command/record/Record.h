@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A folder of files with what devices said, bounded in size and number.
 #ifndef OSX_COMMAND_RECORD_RECORD_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// An event as a line of JSON: what is recorded, and what `--json` prints.
 #ifndef OSX_COMMAND_RECORD_ENTRY_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// `osx sysinfo`.
 #ifndef OSX_COMMAND_SYSINFO_SYSINFO_H

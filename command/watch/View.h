@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Entries as a person or a program reads them.
 #ifndef OSX_COMMAND_WATCH_VIEW_H

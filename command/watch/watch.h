@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// `osx watch` and `osx play`.
 #ifndef OSX_COMMAND_WATCH_WATCH_H

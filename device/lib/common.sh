@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # shellcheck shell=bash
 # What every command of this folder shares: places, messages and the cache.
 # shellcheck disable=SC2034  # used by those that read this file

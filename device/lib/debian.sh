@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # shellcheck shell=bash
 # Makes Debian trees of another architecture or release from the machine's own package sources.
 
@@ -29,4 +32,13 @@ make_tree() {
     mmdebstrap --quiet --mode=root --arch="$arch" --variant=minbase --include="$packages" \
         --aptopt='Acquire::Retries "5"' --dpkgopt=force-unsafe-io "${proxies[@]}" \
         --customize-hook="$hook" "$suite" "$target" "$(mirror)"
+}
+
+# in_tree TREE BUILD BUILD_INSIDE COMMAND...: runs a command in a tree, with this source tree as /src,
+# read-only, BUILD as BUILD_INSIDE, and a loopback of its own for a network.
+in_tree() {
+    local tree=$1
+    shift
+    unshare --mount --propagation private --pid --kill-child --net \
+        "$device_dir/lib/inside.sh" "$tree" "$source_dir" "$@"
 }

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # shellcheck shell=bash
 # Makes the board's first disc: kernel, system and the init of this project.
 

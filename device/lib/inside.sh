@@ -6,6 +6,9 @@
 #   inside.sh ROOT SOURCE BUILD BUILD_INSIDE COMMAND...
 set -euo pipefail
 
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 root=$1 source=$2 build=$3 build_inside=$4
 shift 4
 ccache_dir=${CCACHE_DIR:-$HOME/.cache/ccache}

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # shellcheck shell=bash
 # The emulated PC: one IDE disc with the system, one with what is to run, four UARTs, Ethernet and
 # a real-time clock.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A small device that is to work while its ports are flooded: it connects to its instrument and
 /// writes a file ten times a second, and a timer of 20 ms tells how late it is.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Floods ports of this machine: holds as many connections as it gets, and tries again where it is
 /// refused.

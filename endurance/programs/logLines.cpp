@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Writes numbered lines to where its options send them (-LogFile, -SysLog), as many as each line of
 // its standard input asks for, and says so when they are written. For a negative number it has the
 // library write so many lines of its own.

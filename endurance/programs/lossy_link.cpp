@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A bad link between two network namespaces: it loses packets, delays each one by another time, so
 /// that they overtake one another, and can be cut. It stands between two TUN devices called "link",

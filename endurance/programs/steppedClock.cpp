@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Preloaded into a program, gives it a wall clock of its own, which the program may step. The
 /// kernel's own stays as it is: a wait that goes by the wall clock is a year off at once. Programs

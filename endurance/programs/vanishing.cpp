@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Has a socket of each kind. Each peer is sent a little every second, or nothing, as its kind
 /// says.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the threads of one schedule do with the loop, and what has to hold of it.
 #ifndef OSX_ENDURANCE_SCHEDULES_PLAY_H

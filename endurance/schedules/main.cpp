@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Explores schedules: `schedules FIRST_SEED COUNT SECONDS`, each seed a schedule, until so many
 /// have been tried or so much time has passed. Prints how many that were, or the seed of a failure.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Where the library touches an atomic, a lock or the kernel, a thread may be held up before and
 // after it. The library is linked so that it comes here for each of these calls (--wrap); its
 // atomics are calls because it is compiled for ThreadSanitizer. This source is not, so that what it

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The points at which a schedule holds threads up.
 #ifndef OSX_ENDURANCE_SCHEDULES_POINTS_H

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """The board of device/README.md: an emulated 32-bit PC whose clock may be set at will."""
 
 import contextlib

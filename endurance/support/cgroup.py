@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Limits of control groups, of either version, whichever the machine has."""
 
 import contextlib

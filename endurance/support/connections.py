@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """TCP connections of a program, as the kernel shows them."""
 
 import contextlib

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Clients who come, go, fall silent and break off, as chance has it, until standard input ends.
 
     python3 -m support.crowd ADDRESS SEED PORT:COUNT:KIND...

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """The example's gateway with an instrument whose sentences are numbered, and what it recorded."""
 
 import contextlib

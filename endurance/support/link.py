@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """A bad link to a host: packets are lost, delayed and overtaken, and it can be cut.
 
 The program lossy_link emulates it between two TUN devices, so that it needs no queueing discipline

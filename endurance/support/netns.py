@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """Hosts of our own: network namespaces, joined by virtual cables."""
 
 import contextlib

@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 """A good client: it reads at once, and tells each second what it saw, as a line of JSON.
 
     python3 -m support.watcher ADDRESS PORT

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // One piece of code for each kind of channel, as the page on device I/O quotes them.
 //
 //   channels DIRECTORY              a file, a listing, a queue, the console

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The gateway's two ports, and whoever is connected to them.
 #ifndef EXAMPLES_GATEWAY_CLIENTS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Makes lines of bytes.
 #ifndef EXAMPLES_GATEWAY_LINEASSEMBLER_H

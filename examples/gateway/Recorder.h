@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Keeps the sentences in a file.
 #ifndef EXAMPLES_GATEWAY_RECORDER_H

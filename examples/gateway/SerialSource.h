@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// An instrument on a serial line.
 #ifndef EXAMPLES_GATEWAY_SERIALSOURCE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Where the instrument's bytes come from.
 #ifndef EXAMPLES_GATEWAY_SOURCE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// An instrument that is reached by TCP. One that is silent for too long is taken for lost, though
 /// its connection stands: it may hang, or have started anew behind a link that was down.

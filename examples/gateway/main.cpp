@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Serves an instrument's sentences to TCP clients until it is told to stop.
 
@@ -30,6 +33,9 @@ void catchSignals() {
 }  // namespace
 
 int main(int aCount, char** aArguments) {
+    if (gateway::printsHelp(aCount, aArguments)) {
+        return 0;
+    }
     osxCreateSemaphore(0, 1, &gStop, "stop");
     catchSignals();
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "options.h"
 
 #include <getopt.h>
@@ -11,22 +14,60 @@ namespace gateway {
 
 namespace {
 
-constexpr char kUsage[] =
+constexpr char kHelp[] =
     "usage: gateway [options]\n"
-    "  --source HOST:PORT    the instrument, by TCP (127.0.0.1:10110)\n"
-    "  --silence MS          connect anew to a TCP instrument that is silent for so long,\n"
-    "                        0 for never (30000)\n"
-    "  --serial N            the instrument, on serial port N, from 1\n"
-    "  --baud B              bits per second of the serial port (4800)\n"
-    "  --parity P            none, odd or even (none)\n"
-    "  --port PORT           where clients get the sentences as lines (10111)\n"
-    "  --frame-port PORT     where clients get them as length-prefixed blocks (none)\n"
-    "  --debug-port PORT     where the debug level is set (12311)\n"
-    "  --record FILE         append the sentences to a file\n"
-    "  --sync-interval MS    how long a recorded sentence may be in memory alone (5000)\n"
-    "  --rate-interval MS    how often rates are printed (1000)\n"
-    "  --system-interval MS  how often load and memory are reported (60000)\n"
-    "  -LogFile, -Debug, -DebugLevel, -SysLog, -stderr, -RedirectPort, -help: see -help\n";
+    "\n"
+    "Passes the NMEA 0183 sentences of an instrument to TCP clients, without the corrupt ones.\n"
+    "In brackets: what a value may be; what holds without the option.\n"
+    "\n"
+    "The instrument, by TCP or on a serial port:\n"
+    "  --source HOST:PORT    connect to it there (127.0.0.1:10110)\n"
+    "  --silence MS          connect anew if it sends nothing for so many milliseconds, 0 for\n"
+    "                        never (0 to 3600000; 30000)\n"
+    "  --serial N            read it on serial port N instead; 1 is /dev/ttyS0 (1 to 255)\n"
+    "  --baud B              bits per second there (50 to 4000000; 4800)\n"
+    "  --parity P            parity there (none, odd or even; none)\n"
+    "\n"
+    "The clients:\n"
+    "  --port PORT           TCP port that sends sentences as lines (1 to 65535; 10111)\n"
+    "  --frame-port PORT     TCP port that sends them as length-prefixed blocks (1 to 65535;\n"
+    "                        none)\n"
+    "\n"
+    "The record:\n"
+    "  --record FILE         append the sentences to a file (none)\n"
+    "  --sync-interval MS    for so many milliseconds a recorded sentence may be in memory alone\n"
+    "                        (0 to 3600000; 5000)\n"
+    "\n"
+    "Reports:\n"
+    "  --rate-interval MS    milliseconds between lines of rates on standard output\n"
+    "                        (10 to 3600000; 1000)\n"
+    "  --system-interval MS  milliseconds between reports of load and memory to clients and\n"
+    "                        diagnostics (10 to 3600000; 60000)\n"
+    "\n"
+    "Diagnostics. The names of these options are not case-sensitive:\n"
+    "  --debug-port PORT     TCP port that takes the debug level as a decimal number\n"
+    "                        (1 to 65535; 12311)\n"
+    "  -RedirectPort PORT    TCP port that sends the diagnostic lines (2324)\n"
+    "  -LogFile FILE         write them to a file, which is truncated; it may be renamed, removed\n"
+    "                        or truncated at any time (none)\n"
+    "  -SysLog               write them to the system log, under the name ZR\n"
+    "  -stderr               write them to standard error\n"
+    "  -DebugLevel LEVEL     0 for failures alone; 3 also traces each sentence, 9 everything (0)\n"
+    "  -Debug                accepted, without effect\n"
+    "  -help                 name the options of the diagnostics, and end\n"
+    "\n"
+    "  --help, --usage       print this, and end\n"
+    "\n"
+    "All ports listen on all interfaces, without a password.\n"
+    "\n"
+    "Signals: SIGINT and SIGTERM end the gateway once it has passed on and recorded what it has\n"
+    "read. SIGPIPE is ignored.\n"
+    "\n"
+    "Exit status: 0 after SIGINT or SIGTERM, or if help was asked for; 2 if the command line is\n"
+    "wrong. If a port is in use, a line on standard error says so, and SIGABRT ends the gateway.\n"
+    "\n"
+    "Files: /dev/ttySn, the serial ports; /proc/loadavg and /proc/meminfo, load and memory;\n"
+    "/etc/default/osx-gateway, the options of the service, where it is installed as one.\n";
 
 enum Option {
     kSource = 1,
@@ -41,7 +82,7 @@ enum Option {
     kSyncInterval,
     kRateInterval,
     kSystemInterval,
-    kUsageWanted
+    kHelpWanted
 };
 
 constexpr option kOptions[] = {{"source", required_argument, nullptr, kSource},
@@ -56,11 +97,12 @@ constexpr option kOptions[] = {{"source", required_argument, nullptr, kSource},
                                {"sync-interval", required_argument, nullptr, kSyncInterval},
                                {"rate-interval", required_argument, nullptr, kRateInterval},
                                {"system-interval", required_argument, nullptr, kSystemInterval},
-                               {"usage", no_argument, nullptr, kUsageWanted},
+                               {"help", no_argument, nullptr, kHelpWanted},
+                               {"usage", no_argument, nullptr, kHelpWanted},
                                {nullptr, 0, nullptr, 0}};
 
 [[noreturn]] void complain(const char* aWhat) {
-    std::fprintf(stderr, "gateway: %s\n%s", aWhat, kUsage);
+    std::fprintf(stderr, "gateway: %s; gateway --help names all options\n", aWhat);
     std::exit(2);
 }
 
@@ -128,9 +170,6 @@ void apply(int aOption, const char* aValue, Options& aOptions) {
         case kSystemInterval:
             aOptions.systemIntervalMs = number(aValue, 10, kHour);
             break;
-        case kUsageWanted:
-            std::fputs(kUsage, stdout);
-            std::exit(0);
         default:
             complain("unknown option");
     }
@@ -147,6 +186,13 @@ void forEachOption(int aCount, char** aArguments, Function aFunction) {
     }
 }
 
+/// As it was: what reads options moves them about.
+template <class Function>
+void forEachOptionOfACopy(int aCount, char** aArguments, Function aFunction) {
+    std::vector<char*> lArguments(aArguments, aArguments + aCount + 1);
+    forEachOption(aCount, lArguments.data(), aFunction);
+}
+
 }  // namespace
 
 Options parseOptions(int aCount, char** aArguments) {
@@ -160,14 +206,23 @@ Options parseOptions(int aCount, char** aArguments) {
 }
 
 unsigned short debugPortOf(int aCount, char** aArguments) {
-    std::vector<char*> lArguments(aArguments, aArguments + aCount + 1);  // which are moved about
     Options lOptions;
-    forEachOption(aCount, lArguments.data(), [&lOptions](int aOption) {
+    forEachOptionOfACopy(aCount, aArguments, [&lOptions](int aOption) {
         if (aOption == kDebugPort) {
             apply(aOption, optarg, lOptions);
         }
     });
     return lOptions.debugPort;
+}
+
+bool printsHelp(int aCount, char** aArguments) {
+    bool lWanted = false;
+    forEachOptionOfACopy(aCount, aArguments,
+                         [&lWanted](int aOption) { lWanted |= aOption == kHelpWanted; });
+    if (lWanted) {
+        std::fputs(kHelp, stdout);
+    }
+    return lWanted;
 }
 
 }  // namespace gateway

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The gateway's command line.
 #ifndef EXAMPLES_GATEWAY_OPTIONS_H
@@ -22,12 +25,14 @@ struct Options {
     unsigned int systemIntervalMs = 60000;
 };
 
-/// Reads the command line that `LogInit` left over. Ends the process on an option it does not know,
-/// and on "--usage".
+/// Reads the command line that `LogInit` left over. Ends the process on an option it does not know.
 Options parseOptions(int aCount, char** aArguments);
 
 /// Finds the debug-level port on the command line as it came, for `LogInit` opens that port.
 unsigned short debugPortOf(int aCount, char** aArguments);
+
+/// Answers "--help", before any port is opened. @return whether it was there.
+bool printsHelp(int aCount, char** aArguments);
 
 }  // namespace gateway
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the gateway tells whoever watches its standard output.
 #ifndef GATEWAY_TELL_H

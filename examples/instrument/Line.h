@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The line that the instrument speaks on, beside TCP: a serial port or a pseudo terminal.
 #ifndef EXAMPLES_INSTRUMENT_LINE_H

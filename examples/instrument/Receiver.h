@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A GPS receiver that never left the desk: it sails a circle and tells where it is.
 #ifndef EXAMPLES_INSTRUMENT_RECEIVER_H

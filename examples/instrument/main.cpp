@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A simulated GPS receiver, reached by TCP, a pseudo terminal or a serial port.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The simulated instrument's command line.
 #ifndef EXAMPLES_INSTRUMENT_OPTIONS_H

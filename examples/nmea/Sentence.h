@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Sentences of NMEA 0183, as instruments send them: "$GPGGA,...*47" and a line end.
 #ifndef EXAMPLES_NMEA_SENTENCE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A file descriptor that somebody owns.
 #ifndef OSX_BASE_DESCRIPTOR_H

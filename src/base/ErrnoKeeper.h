@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Keeps `errno` unchanged during clean-up.
 #ifndef OSX_BASE_ERRNOKEEPER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A list whose elements carry the link themselves: it needs no memory, and no destructor has to
 /// run. A part of the classes that stand in such lists, and not for applications.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The library's own locks: those of the standard library, in a form that clang can check. A part
 /// of the classes that have locks, and not for applications.

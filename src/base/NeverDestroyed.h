@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// An object for the whole life of the process: it is not destroyed at exit, when other threads may
 /// still use it.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Work that a cancelled thread finishes first.
 #ifndef OSX_BASE_NOCANCELLATION_H

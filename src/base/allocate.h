@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The library's allocation rule: nothing throws, and a failure leaves ENOMEM in `errno`.
 #ifndef OSX_BASE_ALLOCATE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // How a failed assertion is reported, and ends the process.
 #include "base/assertion.h"
 

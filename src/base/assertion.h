@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Assertions that stay active in every build, unlike ACE's own, which obey a macro.
 #ifndef OSX_BASE_ASSERTION_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The debug level, and the old symbol that reads it.
 #include "base/debugLevel.h"
 

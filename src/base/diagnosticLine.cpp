@@ -1,172 +1,300 @@
-// ACE writes the line. Around that stands what keeps a line from doing harm: without memory ACE
-// would use a null pointer, a long text would cost the line its end, a reader that is gone or a
-// full file would raise a signal, and a back end of the application's may throw.
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
+// ACE sends the line to where lines go. Around that stands what keeps a line from doing harm: a
+// long text would cost the line its end, a reader that is gone or a full file would raise a signal,
+// and a back end of the application's may throw. ACE's own way from a format to its back ends uses
+// a null pointer where it has no memory, so the line is put together here, as ACE would.
 #include "base/diagnosticLine.h"
 
 #include <cxxabi.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <new>
 #include <optional>
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
+#include "ace/OS_NS_sys_time.h"
+#include "base/NoCancellation.h"
+#include "base/aceLog.h"
+#include "base/moduleNames.h"
 #include "base/writeSignals.h"
 
 namespace osx {
 
 namespace {
 
-constexpr std::size_t kLongestLine = ACE_Log_Record::MAXLOGMSGLEN - 1;
+using Date = std::array<char, 27>;
 
-/// The format of a line, with its texts limited ("%s" becomes "%.1234s") if they are long. ACE
-/// would cut the line at its end, and so the newline and the numbers behind the text.
-class BoundedFormat {
+/// A format of ACE's as one of `printf`. What `printf` does not know is put in: the thread, module,
+/// line and time. Texts are limited ("%s" becomes "%.1234s") if they are too long: the end of the
+/// line would be cut off, and so the newline and the numbers behind the text.
+class PlainFormat {
 public:
     /// @param aTextLength the length of the texts that are to be put in.
-    BoundedFormat(const char* aFormat, std::size_t aTextLength) noexcept : mText(aFormat) {
-        if (aTextLength > kShortTexts) {
-            limitTexts(aTextLength);
-        }
-    }
-    const char* text() const noexcept { return mText; }
+    /// @param aRoom for the line, with its end.
+    PlainFormat(const char* aFormat, std::size_t aTextLength, std::size_t aRoom,
+                const char* aModule, int aLine) noexcept;
+    const char* text() const noexcept { return mText.data(); }
 
 private:
-    /// Texts that always fit: no format takes the other half of a line for the rest.
-    static constexpr std::size_t kShortTexts = kLongestLine / 2;
+    /// For what is put in place of one conversion.
+    static constexpr std::size_t kMost = 100;
 
-    void limitTexts(std::size_t aTextLength) noexcept;
-    void countConversions() noexcept;
-    void rewrite(std::size_t aLongestText) noexcept;
+    static std::size_t longestText(const char* aFormat, std::size_t aTextLength,
+                                   std::size_t aRoom) noexcept;
+    /// @return whether it was a conversion that `printf` does not know.
+    bool putIn(char aKind, const char* aModule, int aLine) noexcept;
+    void put(const char* aText) noexcept;
+    void put(int aNumber) noexcept;
 
-    const char* mText;                 ///< The format as it was, or `mRewritten`.
-    std::array<char, 512> mRewritten;  ///< Not filled unless it is needed.
-    std::size_t mTexts = 0;            ///< How many "%s" there are,
-    std::size_t mOthers = 0;           ///< and how many other conversions.
+    std::array<char, 1024> mText;
+    char* mEnd = mText.data();
 };
 
-/// Leaves a format as it is if there is no room at all, in the line or for the format.
-void BoundedFormat::limitTexts(std::size_t aTextLength) noexcept {
-    constexpr std::size_t kLongestOther = 32;
-    constexpr std::size_t kLongestPrecision = 5;  // "." and four digits
-    countConversions();
-    const std::size_t lLength = std::strlen(mText);
-    const std::size_t lTaken = lLength + mOthers * kLongestOther;
-    if (lTaken + aTextLength > kLongestLine && mTexts > 0 && lTaken < kLongestLine &&
-        lLength + mTexts * kLongestPrecision < mRewritten.size()) {
-        rewrite((kLongestLine - lTaken) / mTexts);
-        mText = mRewritten.data();
-    }
-}
-
-/// Formats of the library's lines have no flags, widths or precisions, so the letter follows the
-/// "%". A "%%" counts as another conversion, which only keeps more room free than is needed.
-void BoundedFormat::countConversions() noexcept {
-    const char* lNext = mText;
-    while ((lNext = std::strchr(lNext, '%')) != nullptr && *++lNext != '\0') {
-        mTexts += *lNext == 's' ? 1 : 0;
-        mOthers += *lNext == 's' ? 0 : 1;
-        ++lNext;
-    }
-}
-
-void BoundedFormat::rewrite(std::size_t aLongestText) noexcept {
-    char* lEnd = mRewritten.data();
-    bool lIsConversion = false;
-    for (const char* lNext = mText; *lNext != '\0'; ++lNext) {
-        if (lIsConversion && *lNext == 's') {
-            lEnd += std::snprintf(lEnd, 6, ".%u", static_cast<unsigned int>(aLongestText));
+PlainFormat::PlainFormat(const char* aFormat, std::size_t aTextLength, std::size_t aRoom,
+                         const char* aModule, int aLine) noexcept {
+    const std::size_t lLongestText = longestText(aFormat, aTextLength, aRoom);
+    const char* const lLast = &mText.back() - kMost;
+    while (*aFormat != '\0' && mEnd < lLast) {
+        if (*aFormat != '%') {
+            const char* const lConversion = ::strchrnul(aFormat, '%');
+            const std::ptrdiff_t lLength = std::min(lConversion - aFormat, lLast - mEnd);
+            mEnd = std::copy_n(aFormat, lLength, mEnd);
+            aFormat += lLength;
+        } else if (putIn(aFormat[1], aModule, aLine)) {
+            aFormat += 2;
+        } else {
+            *mEnd++ = *aFormat++;
+            if (*aFormat == '%') {
+                *mEnd++ = *aFormat++;
+            } else if (*aFormat == 's' && lLongestText != 0) {
+                put(".");
+                put(static_cast<int>(lLongestText));
+            }
         }
-        lIsConversion = *lNext == '%' && !lIsConversion;
-        *lEnd++ = *lNext;
     }
-    *lEnd = '\0';
+    *mEnd = '\0';
 }
 
-/// If ACE has no memory for a line's text, it hands a null pointer to its back ends.
-bool isThereMemoryForALine() noexcept {
-    constexpr std::size_t kEnoughForMostLines = 1024;
-    void* const lMemory = ::operator new(kEnoughForMostLines, std::nothrow);
-    ::operator delete(lMemory);
-    return lMemory != nullptr;
+/// Formats of the library's lines have no flags, widths or precisions but for numbers, so the
+/// letter of a text follows the "%". A "%%" counts as another conversion, which only keeps more
+/// room free than is needed.
+/// @return how long each text may be; 0 for any length, as they fit, or there is no room at all.
+std::size_t PlainFormat::longestText(const char* aFormat, std::size_t aTextLength,
+                                     std::size_t aRoom) noexcept {
+    // Texts that always fit: no format takes the other half of a line for the rest.
+    if (aTextLength <= aRoom / 2) {
+        return 0;
+    }
+    constexpr std::size_t kLongestOther = 32;
+    std::size_t lTexts = 0;
+    std::size_t lTaken = std::strlen(aFormat) + 1;
+    for (const char* lNext = aFormat;
+         (lNext = std::strchr(lNext, '%')) != nullptr && *++lNext != '\0'; ++lNext) {
+        lTexts += *lNext == 's' ? 1 : 0;
+        lTaken += *lNext == 's' ? 0 : kLongestOther;
+    }
+    const bool lIsTooLong = lTaken + aTextLength > aRoom && lTaken < aRoom && lTexts > 0;
+    return lIsTooLong ? (aRoom - lTaken) / lTexts : 0;
 }
 
-/// @return ACE's log of the calling thread; null if there is no memory for it or for a line.
-ACE_Log_Msg* logOfThisThread() {
-    ACE_Log_Msg* const lLog = isThereMemoryForALine() ? ACE_Log_Msg::instance() : nullptr;
-    return lLog == nullptr || lLog->msg() == nullptr ? nullptr : lLog;
+bool PlainFormat::putIn(char aKind, const char* aModule, int aLine) noexcept {
+    Date lDate;
+    switch (aKind) {
+        case 't':
+            put(::gettid());
+            return true;
+        case 'l':
+            put(aLine);
+            return true;
+        case 'N':
+            put(aModule);
+            return true;
+        case 'T':
+            put(ACE::timestamp(lDate.data(), lDate.size(), true));
+            return true;
+        default:
+            return false;
+    }
+}
+
+void PlainFormat::put(const char* aText) noexcept {
+    const std::size_t lLength = ::strnlen(aText, kMost);
+    std::memcpy(mEnd, aText, lLength);
+    mEnd += lLength;
+}
+
+void PlainFormat::put(int aNumber) noexcept {
+    mEnd = std::to_chars(mEnd, mEnd + kMost, aNumber).ptr;
+}
+
+/// What a line says.
+struct Content {
+    std::size_t mTextLength;
+    const char* mFormat;
+    va_list& mArguments;
+    const char* mModule;
+    int mLine;
+
+    void putInto(TextRoom aRoom) const noexcept {
+        const PlainFormat lFormat(mFormat, mTextLength, aRoom.size, mModule, mLine);
+        const int lLength = std::vsnprintf(aRoom.begin, aRoom.size, lFormat.text(), mArguments);
+        const bool lIsCut = lLength > 0 && static_cast<std::size_t>(lLength) >= aRoom.size;
+        if (lIsCut && aRoom.size > 1) {
+            aRoom.begin[aRoom.size - 2] = '\n';
+        }
+    }
+};
+
+/// What ACE's flag VERBOSE and its variable ACE_LOG_TIMESTAMP put before each line.
+[[gnu::cold, gnu::noinline]] void putPrefix(TextRoom& aRoom, const char* aProgram,
+                                            Timestamp aTimestamp) {
+    const auto lAdd = [&aRoom](const char* aText) {
+        const int lLength = std::snprintf(aRoom.begin, aRoom.size, "%s|", aText);
+        aRoom.skip(std::min(static_cast<std::size_t>(lLength), aRoom.size - 1));
+    };
+    if (aProgram != nullptr) {
+        lAdd(aProgram);
+    }
+    if (aTimestamp != Timestamp::kNone) {
+        Date lDate;
+        const char* const lTime = ACE::timestamp(lDate.data(), lDate.size(), true);
+        lAdd(aTimestamp == Timestamp::kTime ? lTime : lDate.data());
+    }
 }
 
 /// Lets only the unwinding of a cancelled thread out. (The sanitizer takes that exception, which
 /// has no object, for a null pointer.)
-__attribute__((no_sanitize("null"), noinline)) void log(ACE_Log_Msg& aLog, const char* aFormat,
-                                                        ACE_Log_Priority aPriority,
-                                                        va_list aArguments) {
-    // Asked first, without ACE's lock. At the end of the process that lock is destroyed, and all
-    // priorities are switched off before.
-    if (aLog.log_priority_enabled(aPriority) == 0) {
-        return;
-    }
+///
+/// If ACE has no memory for what it prints a line with, it says so nowhere but in `errno`. The back
+/// ends see the line's own `errno`, unless that could be taken for it.
+/// @return whether there was memory.
+__attribute__((no_sanitize("null"), noinline)) bool log(ACE_Log_Msg& aLog, ACE_Log_Record& aRecord,
+                                                        u_long aFlags, int aErrno) {
     std::optional<WriteSignalGuard> lGuard;
-    if ((aLog.flags() & ACE_Log_Msg::STDERR) != 0 && mayRaiseWriteSignal(STDERR_FILENO)) {
+    if ((aFlags & ACE_Log_Msg::STDERR) != 0 && mayRaiseWriteSignal(STDERR_FILENO)) {
         lGuard.emplace();
     }
+    errno = aErrno == ENOMEM ? 0 : aErrno;
     try {
-        aLog.log(aFormat, aPriority, aArguments);
+        aLog.log(aRecord);
     } catch (const abi::__forced_unwind&) {
         throw;
     } catch (...) {
     }
+    const bool lIsPrinted = (aFlags & (ACE_Log_Msg::STDERR | ACE_Log_Msg::OSTREAM)) != 0;
+    return !lIsPrinted || errno != ENOMEM;
 }
 
-/// Copies a format of ACE's, with what `printf` does not know put in: the thread, module and line.
-template <std::size_t kSize>
-void makePlain(const char* aFormat, const char* aModule, int aLine,
-               std::array<char, kSize>& aPlain) {
-    constexpr std::size_t kMost = 100;  // of what is put in
-    std::size_t lLength = 0;
-    while (*aFormat != '\0' && lLength + kMost < kSize) {
-        const char lKind = aFormat[0] == '%' ? aFormat[1] : '\0';
-        if (lKind == 't' || lKind == 'l') {
-            lLength += static_cast<std::size_t>(
-                std::snprintf(&aPlain[lLength], kMost, "%d", lKind == 't' ? ::gettid() : aLine));
-        } else if (lKind == 'N') {
-            std::snprintf(&aPlain[lLength], kMost, "%s", aModule);
-            lLength += std::strlen(&aPlain[lLength]);
-        } else {
-            aPlain[lLength++] = aFormat[0];
-        }
-        aFormat += lKind == 't' || lKind == 'l' || lKind == 'N' ? 2 : 1;
+u_long presentFlags() {
+    return __atomic_load_n(&logFlags(), __ATOMIC_RELAXED);
+}
+
+/// Writes a line where ACE can do nothing: standard error is what is left, if lines go there. Else
+/// the descriptor may be anything.
+/// @return false if the line is lost.
+bool writePlainly(const char* aText, u_long aFlags) {
+    if ((aFlags & ACE_Log_Msg::SILENT) != 0) {
+        return true;
     }
-    aPlain[lLength] = '\0';
+    if ((aFlags & ACE_Log_Msg::STDERR) == 0) {
+        return false;
+    }
+    const WriteSignalGuard lGuard;
+    const ssize_t lIgnored = ::write(STDERR_FILENO, aText, std::strlen(aText));
+    static_cast<void>(lIgnored);
+    return true;
 }
 
-/// Writes a line without memory. Where ACE can do nothing, standard error is what is left.
-void writePlainly(const char* aFormat, va_list aArguments, const char* aModule, int aLine) {
-    std::array<char, 1024> lFormat;
+/// Without a log of ACE's for this thread.
+[[gnu::cold, gnu::noinline]] bool writePlainly(const Content& aContent) {
     std::array<char, 1024> lText{};
-    makePlain(aFormat, aModule, aLine, lFormat);
-    std::vsnprintf(lText.data(), lText.size(), lFormat.data(), aArguments);
-    const WriteSignalGuard lGuard;
-    const ssize_t lIgnored = ::write(STDERR_FILENO, lText.data(), std::strlen(lText.data()));
-    static_cast<void>(lIgnored);
+    aContent.putInto({lText.data(), lText.size()});
+    return writePlainly(lText.data(), presentFlags());
+}
+
+/// Puts a line together, and logs it.
+/// @return false if it is lost for want of memory.
+bool logContent(ACE_Log_Msg& aLog, TextRoom aRoom, ACE_Log_Priority aPriority,
+                const Content& aContent, int aStatus, int aErrno) {
+    aLog.set(aContent.mModule, aContent.mLine, aStatus, aErrno, aLog.restart(), aLog.msg_ostream(),
+             aLog.msg_callback());
+    ACE_Log_Record lRecord(aPriority, ACE_OS::gettimeofday(), aLog.getpid());
+    const u_long lFlags = presentFlags();
+    const Timestamp lTimestamp = timestampOf(aLog);
+    const char* lText = aRoom.begin;
+    if ((lFlags & ACE_Log_Msg::VERBOSE) != 0 || lTimestamp != Timestamp::kNone) {
+        const bool lIsNamed = (lFlags & ACE_Log_Msg::VERBOSE) != 0;
+        putPrefix(aRoom, lIsNamed ? ACE_Log_Msg::program_name() : nullptr, lTimestamp);
+    }
+    aContent.putInto(aRoom);
+    if (lRecord.msg_data() != nullptr) {
+        lRecord.msg_data(lText);
+        if (log(aLog, lRecord, lFlags, aErrno)) {
+            return true;
+        }
+        // A back end's own line may have taken the room, and a callback the record's text.
+        lText = lRecord.msg_data() == nullptr ? lText : lRecord.msg_data();
+    }
+    return writePlainly(lText, lFlags);
+}
+
+/// How many lines have been lost for want of memory and are not told of yet.
+std::atomic<unsigned int> gLost{0};
+
+/// @param ... how many: the argument of the format.
+/// @return false if there is no memory for this line either.
+bool logLost(ACE_Log_Msg& aLog, TextRoom aRoom, ...) {
+    va_list lArguments;
+    va_start(lArguments, aRoom);
+    const bool lIsLogged =
+        logContent(aLog, aRoom, LM_ERROR,
+                   {0, "%t [%d] lines lost for want of memory\n", lArguments, kOsxModule, __LINE__},
+                   -1, ENOMEM);
+    va_end(lArguments);
+    return lIsLogged;
+}
+
+/// Before the next line. What back ends write meanwhile finds nothing more to tell.
+[[gnu::cold, gnu::noinline]] void tellLost(ACE_Log_Msg& aLog, TextRoom aRoom) {
+    if (isEnabled(&aLog, LM_ERROR)) {
+        const NoCancellation lGuard;
+        const unsigned int lLost = gLost.exchange(0);
+        if (lLost != 0 && !logLost(aLog, aRoom, lLost)) {
+            gLost += lLost;
+        }
+    }
 }
 
 /// Its caller is marked cold, so that the code that leads there is compiled for size. This is not.
-[[gnu::hot, gnu::noinline]] void logFormat(ACE_Log_Priority aPriority, std::size_t aTextLength,
-                                           const char* aFormat, va_list aArguments,
-                                           const char* aModule, int aLine, int aStatus,
-                                           int aErrno) {
-    if (ACE_Log_Msg* const lLog = logOfThisThread()) {
-        const BoundedFormat lFormat(aFormat, aTextLength);
-        lLog->conditional_set(aModule, aLine, aStatus, aErrno);
-        log(*lLog, lFormat.text(), aPriority, aArguments);
-    } else if (aStatus != 0) {
-        writePlainly(aFormat, aArguments, aModule, aLine);
+[[gnu::hot, gnu::noinline]] void logFormat(ACE_Log_Priority aPriority, const Content& aContent,
+                                           int aStatus, int aErrno) {
+    ACE_Log_Msg* const lLog = ACE_Log_Msg::instance();
+    // Asked without ACE's lock. At the end of the process that lock is destroyed, and all
+    // priorities are switched off before.
+    if (!isEnabled(lLog, aPriority)) {
+        return;
+    }
+    const TextRoom lRoom = lLog == nullptr ? TextRoom{nullptr, 0} : roomForLine(*lLog);
+    bool lIsWritten = false;
+    if (lRoom.begin == nullptr) {
+        lIsWritten = writePlainly(aContent);
+    } else {
+        if (gLost.load(std::memory_order_relaxed) != 0) {
+            tellLost(*lLog, lRoom);
+        }
+        lIsWritten = logContent(*lLog, lRoom, aPriority, aContent, aStatus, aErrno);
+    }
+    if (!lIsWritten) {
+        ++gLost;
     }
 }
 
@@ -176,7 +304,7 @@ void DiagnosticLine::write(DiagnosticLine aLine, ACE_Log_Priority aPriority, int
                            std::size_t aTextLength, const char* aFormat, ...) {
     va_list lArguments;
     va_start(lArguments, aFormat);
-    logFormat(aPriority, aTextLength, aFormat, lArguments, aLine.mModule, aLine.mLine, aStatus,
+    logFormat(aPriority, {aTextLength, aFormat, lArguments, aLine.mModule, aLine.mLine}, aStatus,
               aLine.mErrno);
     va_end(lArguments);
     errno = aLine.mErrno;

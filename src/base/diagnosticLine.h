@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The one way in which the library writes a diagnostic line.
 #ifndef OSX_BASE_DIAGNOSTICLINE_H
@@ -26,15 +29,17 @@ inline bool isTraced(unsigned int aLevel) noexcept {
 /// operations. `errno` is the same afterwards as before.
 ///
 /// A line never ends the process. It is lost when standard error has no reader any more, a file may
-/// not grow, or a back end of the application's throws. When memory is short for ACE, a failure
-/// line goes to standard error alone, whatever ACE's flags; other lines are lost.
+/// not grow, or a back end of the application's throws. A line for which there is no memory is
+/// written to standard error by the library itself, if lines go there (ACE's flag STDERR). Else it
+/// is lost, and the next line for which there is memory stands behind one that tells how many were.
 ///
 /// Writing may be a cancellation point. Where a cancelled thread must not be unwound, as in a
 /// destructor, hold a `NoCancellation`.
 ///
-/// Formats are those of `ACE_Log_Msg::log`, not those of `printf`. Integers and pointers are handed
-/// over as 32 bits in both word sizes, so that "%d" and "%x" always fit. A text ("%s") that is too
-/// long for the line is cut, so that the rest of the line is still there.
+/// Formats are those of `printf`, with "%t", "%N", "%l" and "%T" for the thread, the module, the
+/// line and the time, as `ACE_Log_Msg::log` has them. Integers and pointers are handed over as 32
+/// bits in both word sizes, so that "%d" and "%x" always fit. A text ("%s") that is too long for
+/// the line is cut, so that the rest of the line is still there, and its newline always is.
 class DiagnosticLine {
 public:
     /// @param aModule name of the source module, with extension; a literal.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Integers in texts that need not be terminated.
 #ifndef OSX_BASE_INTEGERTEXT_H

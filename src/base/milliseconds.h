@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The interface counts time in milliseconds, 32 bits wide; ACE counts seconds and microseconds.
 #ifndef OSX_BASE_MILLISECONDS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The source names that diagnostic lines report where the line does not stand in a file of that
 /// name. People and programs that read devices' logs know these names, so they stay when code

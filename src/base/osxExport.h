@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the shared library shows to its users: everything else is hidden.
 #ifndef OSX_BASE_OSXEXPORT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Moves descriptors off the numbers 0 to 2, and holds these numbers for a while.
 #include "base/standardDescriptors.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// No descriptor that the library keeps is 0, 1 or 2, not even if the application has closed its
 /// standard input, output or error. Otherwise a socket or file could get number 2 and receive what

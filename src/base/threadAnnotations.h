@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What clang is told of locks, so that it can prove that what a lock guards is used with the lock
 /// held (`-Wthread-safety`). Other compilers see nothing.

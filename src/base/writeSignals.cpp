@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A write can raise SIGPIPE or SIGXFSZ, which end a process that does not handle them. A library
 // may not change a signal's disposition. So the signals are blocked for the calling thread, and one
 // that a write has raised is taken back before they are unblocked. That takes four system calls,

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Writing where the reader may have gone, or where a file may not grow.
 #ifndef OSX_BASE_WRITESIGNALS_H

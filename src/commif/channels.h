@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the channels share with the descriptor table.
 #ifndef OSX_COMMIF_CHANNELS_H

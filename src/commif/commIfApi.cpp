@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The descriptor table, and the calls that dispatch to the channel behind a descriptor.
 //
 // The table has no lock. An entry is taken by an atomic exchange of its word `used`, so that two

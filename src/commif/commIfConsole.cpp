@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The console functions, which use the process's standard input and output directly and not through
 // a descriptor. All but `commfprintf` write past the stream `stdout`.
 #include "commif/commIfConsole.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The process's standard output, as the console functions and the console channel use it.
 #ifndef OSX_COMMIF_COMMIFCONSOLE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Directory listings, which use no descriptor, and the working directory.
 //
 // A listing opens its directory itself: ACE's class does not tell the descriptor, so that it could
@@ -5,10 +8,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
-#include "ace/Log_Category.h"
 #include "ace/OS_NS_unistd.h"
 #include "base/Descriptor.h"
 #include "base/NoCancellation.h"
@@ -30,7 +33,8 @@ struct CloseStream {
 };
 using Stream = std::unique_ptr<DIR, CloseStream>;
 
-/// @return the stream of a directory; null, after ACE's line of it, if it cannot be opened.
+/// @return the stream of a directory; null, after a line as ACE's class writes it, if it cannot be
+/// opened.
 Stream openStream(const char* aName) {
     osx::Descriptor lDescriptor = osx::makeDescriptor(
         [aName] { return ::open(aName, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC); });
@@ -40,7 +44,8 @@ Stream openStream(const char* aName) {
         return lStream;
     }
     lDescriptor.reset();
-    ACELIB_ERROR((LM_ERROR, "%p\n", "ACE_Dirent::ACE_Dirent"));
+    DiagnosticLine(kChannelModule)
+        .failure(LM_ERROR, "%s: %s\n", "ACE_Dirent::ACE_Dirent", std::strerror(errno));
     return lStream;
 }
 

@@ -1,7 +1,11 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The file channel: an open file behind a descriptor.
 //
 // Writing to a regular file needs no guard against signals, which would cost four system calls for
-// one; so the first write after an open finds out what kind of file it is.
+// one, unless the size of the process's files is limited; so the first write after an open finds
+// out. A limit that is set later is not seen.
 #include <fcntl.h>
 #include <sys/stat.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Utilities for files by name, which use no descriptor: size, rename, delete, copy.
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The message-queue channel: a message queue of its own behind a descriptor.
 #include <utility>
 

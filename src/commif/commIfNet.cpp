@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The network channel: a connected socket of the application's behind a descriptor. The channel
 // never owns the socket; closing it only forgets the socket.
 #include <algorithm>

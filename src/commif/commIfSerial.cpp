@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The serial channel: a serial port behind a descriptor, with its line settings.
 //
 // ACE's class opens the device and sets the line. What it leaves as the device's last user had it,

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The console channel: writing goes to the process's standard output, and nothing else is done. It
 // has no object, and looks at no descriptor.
 #include "base/diagnosticLine.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The chief header of the device I/O: descriptors for serial ports, files, message queues, network
 /// connections and the console, with the file and directory utilities beside them.
@@ -399,7 +402,9 @@ OSX_EXPORT int commIfFileOpen(int aDesc, commIfFileParams_t* aParams);
 OSX_EXPORT int commIfFileRead(int aDesc, unsigned char* aBuf, unsigned long aCount,
                               unsigned long* aRetCount);
 
-/// Writes once.
+/// Writes once. A write beyond `RLIMIT_FSIZE` fails with EFBIG if the limit was set before the
+/// first write to the open file; after it the signal SIGXFSZ comes, which ends a program that
+/// leaves it be.
 /// @param aDesc a descriptor.
 /// @param aBuf `aCount` bytes, left as they are.
 /// @param aCount number of bytes.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Handles of files and devices that have just been opened.
 #ifndef OSX_COMMIF_DEVICEHANDLE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Opening and sizing files, for the file channel and the file utilities.
 #ifndef OSX_COMMIF_FILEACCESS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Printing into buffers of a fixed size.
 #ifndef OSX_COMMIF_FORMATTEXT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Whole transfers on a device's handle.
 //
 // A read with a time-out may not block: between `poll` and `read` another thread may take the data.

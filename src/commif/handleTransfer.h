@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Whole transfers on the handle of a device, with a time-out, while other threads read and write
 /// the same device. Internal.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The serial-port driver: whole transfers on a device, the UART's counters, and the modem lines.
 #include "commif/osxComPort.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The serial-port driver: an open serial device with its error counters, the half-duplex variant
 /// keyed by RTS, and the modem lines.

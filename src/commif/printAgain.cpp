@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The second formatting of a text that may hold any conversions, and for which there are no
 // arguments. Conversions that could do harm are removed; the others find zeros.
 #include "commif/printAgain.h"

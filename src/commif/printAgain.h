@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Printing a text that has been formatted as a format once more.
 #ifndef OSX_COMMIF_PRINTAGAIN_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The ring of the latest log lines. It is two rings: one of bytes, with the texts, and one of
 // entries, which say where each line's text is. Texts follow one another in the memory in the order
 // of their numbers, with one jump back to the front. A new line therefore only ever overwrites the

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The latest log lines, kept once for readers that are at different places.
 #ifndef OSX_LOGGING_LINERING_H

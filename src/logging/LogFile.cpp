@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // How every thread gets the log file. ACE writes a line to its back ends first and then to the
 // output stream of the thread that logs. So a back end of our own, called for each line, gives the
 // log file to threads that have no stream yet. What is installed in ACE here stays for good:

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The log file, and how every thread comes to write to it. ACE has an output stream for each
 /// thread, and a thread that ACE did not start has none.

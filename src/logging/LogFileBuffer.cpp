@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The stream buffer of the log file. A log must not fail its program: whatever becomes of the file,
 // the stream stays good, and what could not be written is counted instead. Log rotation is noticed
 // without its help: once a second the name is compared with the file that is open.

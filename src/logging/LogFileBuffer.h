@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The writing of the log file.
 #ifndef OSX_LOGGING_LOGFILEBUFFER_H

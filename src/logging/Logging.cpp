@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // `LogInit` and the debug-level port. The set-up is a walk over the options, each with a function
 // of its own, and then the network part. ACE's flags and back ends are process-wide, but the output
 // stream is the calling thread's only; how other threads get the log file is LogFile's affair.
@@ -77,12 +80,6 @@ bool keepLevelPort() {
 /// How many clients the debug-level port has. A child counts those that it has from its parent.
 std::atomic<int> gLevelClients{0};
 
-void onNewLevelClient(void* /*aSocket*/, void*& /*aUserData*/) {
-    ++gLevelClients;
-}
-void onClosedLevelClient(void* /*aSocket*/, void*& /*aUserData*/) {
-    --gLevelClients;
-}
 bool isLevelPortFull(ACE_HANDLE /*aDescriptor*/, void* /*aUserData*/) {
     return gLevelClients >= kMaxDebugLevelClients;
 }
@@ -228,8 +225,8 @@ void startLoggingServer() {
     }
     void* lPort = nullptr;
     if (osx::registerPort(lPort, static_cast<unsigned long>(gDebugLevelPortNumber),
-                          {onNewLevelClient, nullptr, NewLogLevelData, onClosedLevelClient, nullptr,
-                           isLevelPortFull}) != 0) {
+                          {nullptr, nullptr, NewLogLevelData, nullptr, nullptr, isLevelPortFull,
+                           &gLevelClients}) != 0) {
         DiagnosticLine(kModule).failure(
             LM_ERROR, "%t startLoggingServer Unable to start the Logging service\n");
         return;

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The logging set-up: where the diagnostic output goes, and the port through which the debug level
 /// is changed from outside. The conventions of `osx/osx.h` hold here, too.

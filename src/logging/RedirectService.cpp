@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The redirect service: back end, port and worker. ACE calls the back end under its log lock. So
 // the thread that logs only copies the line into a ring; the active object's thread runs one long
 // request, `Watchers::serve`, which sends the lines. The port and its connections are a
@@ -219,10 +222,16 @@ void RedirectService::onNewClient(void* aService, void* aSocket) {
     }
 }
 
+/// A start that fails is tried again with the next client.
 int RedirectService::startIfWanted() {
     claimForProcess();
     const osx::MutexLock lLock(mLifeMutex);
-    return mWanted ? start() : 0;
+    if (!mWanted) {
+        return 0;
+    }
+    const int lResult = start();
+    mWanted = lResult == -1;
+    return lResult;
 }
 
 void RedirectService::onClosedClient(void* aService, void* aSocket) {

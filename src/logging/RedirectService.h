@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The log back end that copies every log line to TCP clients, so that the diagnostic output of a
 /// running device can be watched from afar.
@@ -174,8 +177,9 @@ private:
     /// The process, counted in forks, that the worker and the mutex belong to. Written by the first
     /// thread that claims the service in a child; read by threads that put lines.
     std::atomic<unsigned int> mGeneration;
-    /// In a child, until it is started: the parent's was running, so the first client starts it.
-    /// Written with the lock; read by threads that accept clients.
+    /// In a child, until it is started: the parent's was running, so the first client starts it. If
+    /// that fails for want of memory, the next one does. Written with the lock; read by threads
+    /// that accept clients.
     std::atomic<bool> mWanted;
 };
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // One redirect client: sending, and noticing that it takes nothing. Whether a slow client is alive
 // is told by its acknowledgements alone. TCP_USER_TIMEOUT would also count the time in which a
 // client reads but its kernel does not yet open the window. Kernels open it in steps that depend on

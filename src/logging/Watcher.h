@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// One client of the redirect service.
 #ifndef OSX_LOGGING_WATCHER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The serving thread goes round all clients, giving each at most a chunk of lines, until nobody can
 // take more; then it waits. Threads that log do not wake it while it is busy or pauses: it asks to
 // be woken only before a longer sleep. See docs/redirect-service.md for the decisions.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// All clients of the redirect service, and the sending to them.
 #ifndef OSX_LOGGING_WATCHERS_H

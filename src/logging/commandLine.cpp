@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Takes options out of a command line. The walk over the arguments and their moving to the front
 // are ACE_Arg_Shifter's.
 #include "logging/commandLine.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Takes options out of an application's command line.
 #ifndef OSX_LOGGING_COMMANDLINE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // One broadcast to the clients of a ConnectionAdmin.
 //
 // It goes round: every client is given what it takes at once, and then one `poll` waits for all

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// One broadcast of a `ConnectionAdmin` to its clients. Internal.
 #ifndef OSX_NET_BROADCAST_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A broadcast channel: a port that accepts clients, and the list of these.
 //
 // Clients come and go on the event loop's threads, which wait for no broadcast. So the list's lock

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A broadcast channel: a TCP server that keeps its clients and sends the same bytes to all of
 /// them.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // An active object: its queue, its thread, and how the thread is stopped.
 //
 // The queue is ACE's activation queue, into which a stop goes as one more request. When there is no

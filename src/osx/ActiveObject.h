@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// An active object: runs requests one at a time on a thread of its own, so that a thread that asks
 /// for something need not wait for it.

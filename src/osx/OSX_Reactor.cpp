@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The process-wide reactor: made, installed, kept across forks, and the list of its threads.
 //
 // The library's reactor is `LoopReactor` with a timer queue of its own; `ACE_Reactor` is what ACE

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // One thread that runs the event loop, and how it is stopped.
 //
 // A stop may come at any time: before the thread's first step, while it waits for events, or in a

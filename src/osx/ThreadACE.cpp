@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A task: it notes its thread, and runs the function. `ThreadJoiner` does the waiting.
 #include "osx/ThreadACE.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A task: a function of the application on a thread of its own.
 #ifndef OSX_OSX_THREADACE_H

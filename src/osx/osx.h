@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The chief header: every free function of the OS services.
 ///
@@ -502,7 +505,8 @@ OSX_EXPORT void* osxConnectByNumber(unsigned long aIpAddr, unsigned short aPort)
 /// @param aBuf `aLen` bytes.
 /// @param aLen number of bytes.
 /// @retval 0 all bytes are on their way.
-/// @retval -1 (with a line) the socket is null, or the connection failed before (`errno`).
+/// @retval -1 (with a line) the socket is null, or the connection failed before (`errno`). With
+///         ETIMEDOUT the peer has vanished; the bytes may be on their way all the same.
 OSX_EXPORT unsigned long osxSocketSend(void* aSocket, const void* aBuf, unsigned long aLen);
 
 /// Sends all bytes of several buffers, in order, waiting while the peer does not take them.

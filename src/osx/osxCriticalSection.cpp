@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of critical sections. The application's structure points at the lock. One that was not
 // initialised holds null, which each call reports.
 #include <pthread.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // One connection of a port.
 //
 // A handler is served on one thread at a time. But its connection may be ended on any thread: by
@@ -123,6 +126,9 @@ int osxDataHandler::handle_close(ACE_HANDLE, ACE_Reactor_Mask) {
     if (mCallbacks.aClosedConnectionFnc != nullptr) {
         mCallbacks.aClosedConnectionFnc(&mStream, mCallbacks.aUserData);
     }
+    if (mCallbacks.aConnections != nullptr) {
+        --*mCallbacks.aConnections;
+    }
     takeOut();
     mStream.close();
     remove_reference();
@@ -145,6 +151,9 @@ void osxDataHandler::announce() {
         "aNewDataFnc[0x%x] aClosedConnectionFnc[0x%x] aUserData [0x%x]\n",
         lHostAddr.data(), mCallbacks.aNewConnectionFnc, mCallbacks.aNewDataFnc,
         mCallbacks.aClosedConnectionFnc, mCallbacks.aUserData);
+    if (mCallbacks.aConnections != nullptr) {
+        ++*mCallbacks.aConnections;
+    }
     if (mCallbacks.aNewConnectionFnc != nullptr) {
         mCallbacks.aNewConnectionFnc(&mStream, mCallbacks.aUserData);
     }

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// One accepted connection of a listening port.
 ///
@@ -28,6 +31,8 @@ struct osxPortCallbacks_t {
     /// @param aUserData the datum above.
     /// @return whether there are enough clients, so that the connection is closed at once.
     bool (*aTurnsAwayFnc)(ACE_HANDLE aDescriptor, void* aUserData) = nullptr;
+    /// Likewise: counts the port's connections. Outlives them all, as a static object does.
+    std::atomic<int>* aConnections = nullptr;
 };
 
 /// A number that several threads count up, without a lock. A copy holds the number as it was.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The host's hardware address, the library's version, and the byte order of doubles.
 #include <algorithm>
 #include <array>
@@ -6,6 +9,7 @@
 
 #include "ace/OS_NS_netdb.h"
 #include "osx/osx.h"
+#include "osx/version.h"
 
 namespace {
 constexpr std::size_t kVersionSize = 4;

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A port that listens.
 //
 // The difficulty is a shortage of descriptors. A connection that cannot be accepted stays in the

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A listening port; what a port handle points at.
 #ifndef OSX_OSX_OSXLISTENHANDLER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of message queues. A queue's handle points at a `MessageQueue`.
 #include <algorithm>
 #include <cerrno>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of mutexes. A mutex's handle points at an `ACE_Thread_Mutex`.
 #include <pthread.h>
 

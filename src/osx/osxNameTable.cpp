@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The table of names.
 //
 // It is an array that the application may read as if it were sorted anew by each registration. As

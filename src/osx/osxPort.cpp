@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of ports. A port's handle points at an `osxListenHandler`, which counts its references:
 // the handle is one of them.
 #include <cerrno>

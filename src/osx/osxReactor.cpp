@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Running and ending the event loop of whatever reactor is installed.
 #include "ace/Reactor.h"
 #include "osx/osx.h"

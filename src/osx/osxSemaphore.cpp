@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of semaphores. A semaphore's handle points at an `ACE_Semaphore`.
 #include <semaphore.h>
 

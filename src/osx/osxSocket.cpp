@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of sockets.
 //
 // A socket's handle points at an `ACE_SOCK_Stream`. That of a connection of a port is a part of its

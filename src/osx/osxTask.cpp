@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of tasks. A task's handle points at a `ThreadACE`.
 #include <memory>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A timer, on the library's own reactor or on another one.
 //
 // The library's timer queue compares ids with handlers, and waits for calls that are under way: a

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A one-shot or periodic timer on the process-wide reactor; what a timer handle points at.
 #ifndef OSX_OSX_OSXTIMEOUTHANDLER_H

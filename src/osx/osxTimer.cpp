@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of timers. A timer's handle points at an `osxTimeoutHandler`.
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Opening a port that may turn clients away, as the library's own ports do. Internal.
 #ifndef OSX_OSX_REGISTERPORT_H

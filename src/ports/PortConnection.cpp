@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // All connections of all ports, found by the handles of their sockets.
 //
 // The application may hand any socket to `osxCloseSocket`, one that it opened itself or a port's,

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The connections of all listening ports: which sockets they are, and how they end. A part of
 /// `osxDataHandler`, and not for applications.

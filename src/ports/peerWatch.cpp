@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Looking, every 10 s (`kLookIntervalS`), whether peers of the ports' connections have vanished.
 //
 // The reactor learns of a peer that closes, but not of one whose cable was cut: the kernel goes on

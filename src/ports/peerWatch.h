@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The look at the peers of all ports' connections, every 10 s (`kLookIntervalS`). Internal.
 #ifndef OSX_PORTS_PEERWATCH_H

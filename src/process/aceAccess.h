@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What ACE keeps for a process and does not show. Internal.
 #ifndef OSX_PROCESS_ACEACCESS_H
@@ -5,7 +8,6 @@
 
 #include "ace/Base_Thread_Adapter.h"
 #include "ace/Free_List.h"
-#include "ace/Log_Msg.h"
 #include "ace/Thread_Manager.h"
 
 namespace osx::process {
@@ -19,9 +21,9 @@ ACE_Locked_Free_List<ACE_Thread_Descriptor, ACE_SYNCH_MUTEX>& spareThreadDescrip
 /// @return whether the construction of a descriptor had the memory that it needed.
 bool isWhole(const ACE_Thread_Descriptor& aDescriptor);
 
-/// The flags of ACE's logging. ACE changes them under its log lock, which another thread may hold
-/// for ever, if its output is stalled.
-u_long& logFlags();
+/// The lock that ACE takes for each line of its own, and once more when it destroys the category of
+/// these lines at the end.
+ACE_Thread_Mutex& lockOfAcesLines();
 
 /// What each thread of ACE's does first: it inherits settings of the logging.
 ACE_INHERIT_LOG_MSG_HOOK& firstStepOfThreads();

@@ -1,4 +1,8 @@
-// ACE's own locks across a fork: that of its threads, and that of its logging.
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
+// ACE's own locks across a fork: that of its threads, that of its logging, and that of its own
+// lines. A child that has the last one held could not even end: ACE takes it at the end, too.
 //
 // The log lock is recursive, and knows its owner by the system's thread id, which in the child is
 // another: it can be neither given back there nor taken. ACE makes a new one when its logging has
@@ -7,6 +11,7 @@
 
 #include "ace/Base_Thread_Adapter.h"
 #include "base/NeverDestroyed.h"
+#include "base/aceLog.h"
 #include "process/aceAccess.h"
 #include "process/aceState.h"
 #include "process/atFork.h"
@@ -68,11 +73,13 @@ void takeLocks() {
     }
     lockOfThreads().acquire();
     ACE_Log_Msg::instance()->acquire();
+    lockOfAcesLines().acquire();
     gLogSettings = {logFlags(), ACE_Log_Msg::msg_backend()};
 }
 
 void releaseLocks() {
     if (!isAceGone()) {
+        lockOfAcesLines().release();
         ACE_Log_Msg::instance()->release();
         lockOfThreads().release();
     }
@@ -80,6 +87,7 @@ void releaseLocks() {
 
 void renewLocks() {
     if (!isAceGone()) {
+        lockOfAcesLines().release();
         // The call fails (see the top), but tells lock analysers that this thread no longer holds
         // the lock.
         ACE_Log_Msg::instance()->release();

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What ACE itself does not survive: a shortage of memory when its singletons or its threads are
 // made, and the end of the process while other threads use it.
 #include "process/aceState.h"
@@ -15,6 +18,7 @@
 #include "ace/Object_Manager_Base.h"
 #include "ace/Thread_Exit.h"
 #include "base/NoCancellation.h"
+#include "base/aceLog.h"
 #include "base/allocate.h"
 #include "process/aceAccess.h"
 
@@ -64,12 +68,14 @@ void makeThreadsAwaitMemory() {
 }
 
 /// Else the first task, thread or reactor would make them, and crash in ACE if memory is short by
-/// then.
+/// then. The category of ACE's own lines, which needs none, is made before there are threads that
+/// fork: it registers a handler with the C library, whose lock a child would have for ever.
 [[gnu::constructor]] void makeSingletons() {
     ACE_Thread_Manager::instance();
     ACE_Allocator::instance();
     ACE_Framework_Repository::instance();
     ACE_Log_Msg::instance();
+    ACE_Log_Category::ace_lib();
     makeThreadsAwaitMemory();
 }
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What ACE keeps for a whole process, at the start, at the end and across a fork.
 #ifndef OSX_PROCESS_ACESTATE_H

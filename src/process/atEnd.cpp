@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The end of the process, from its first step to what becomes of ACE. Everything here runs on the
 // thread that ends the process, while others may still run, and so waits for no lock and joins
 // nobody.
@@ -12,7 +15,9 @@
 #include <cstdio>
 #include <iostream>
 
+#include "base/Mutex.h"
 #include "process/aceState.h"
+#include "process/atFork.h"
 #include "process/otherThreads.h"
 #include "process/parking.h"
 
@@ -27,8 +32,13 @@ constexpr int kUnknown = -1;
 /// perhaps before a constructor of this file would run.
 std::array<void (*)(), kSteps> gSteps{};
 
+/// No thread forks while another one is registering the handler: the child would have the C
+/// library's lock of `exit` held by a thread that it does not have.
+Mutex gExpectedMutex;
 /// Whether the handler that notes the status is registered. Any thread may be the one to do it.
-std::atomic<bool> gExpected{false};
+bool gExpected OSX_GUARDED_BY(gExpectedMutex) = false;
+const AtFork gAtFork(ForkOrder::kLeaf, kKeepAcrossFork<gExpectedMutex>);
+
 /// The status, once the process ends. Written and read by the thread that ends it; atomic because
 /// the program may, wrongly, call `exit` on two threads.
 std::atomic<int> gStatus{kUnknown};
@@ -84,7 +94,9 @@ AtEnd::AtEnd(EndStep aStep, void (*aFunction)()) noexcept {
 }
 
 void expectEnd() noexcept {
-    if (!gExpected.exchange(true)) {
+    const MutexLock lGuard(gExpectedMutex);
+    if (!gExpected) {
+        gExpected = true;
         ::on_exit(noteStatus, nullptr);
     }
 }

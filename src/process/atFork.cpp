@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The list of the steps before and after a fork, in the order of `ForkOrder` before it and in the
 // reverse order after it.
 #include "process/atFork.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the other threads of the process are doing. Threads that the library does not know can be
 // neither parked nor joined. The kernel's files show what they do: `/proc/self/task` has a folder
 // for each.

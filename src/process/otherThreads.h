@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Waiting until threads that cannot be joined have left what they were doing.
 #ifndef OSX_PROCESS_OTHERTHREADS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Where loop threads stay when the process ends. A thread that runs an event loop cannot be joined
 // at the end of the process: it may wait for what the ending thread holds. It is brought to a place
 // where it holds nothing, and stays there.

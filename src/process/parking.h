@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Where the threads that run an event loop stay once the process ends.
 #ifndef OSX_PROCESS_PARKING_H

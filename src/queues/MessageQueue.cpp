@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A message queue: ACE's list of blocks with a store of messages behind it.
 //
 // The library's own `send` and `receive` copy straight into the store and out of it, which takes a

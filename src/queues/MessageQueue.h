@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The queue behind the message-queue calls.
 #ifndef OSX_QUEUES_MESSAGEQUEUE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The parts of the message store that do not run for every message: new segments, and messages with
 // memory of their own. The others are in the header, so that they are inline in the queue.
 #include "queues/MessageStore.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Memory for queued messages.
 #ifndef OSX_QUEUES_MESSAGESTORE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The lock of an ACE message queue, in a form that clang can check.
 #ifndef OSX_QUEUES_QUEUEMUTEX_H

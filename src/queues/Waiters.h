@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Threads that wait for a change in a message queue.
 #ifndef OSX_QUEUES_WAITERS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // ACE's notifications wake the loop, or have a handler called there, from any thread: a list, and a
 // pipe with a byte or more for each. ACE gives no access to either. Derived classes reach what is
 // protected, and an explicit instantiation, which may name what is private, the rest.

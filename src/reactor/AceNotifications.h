@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The parts of ACE's notification handler that it does not show. Internal.
 #ifndef OSX_REACTOR_ACENOTIFICATIONS_H

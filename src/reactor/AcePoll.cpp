@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A poll of the application's descriptors. The application's handlers are ACE's to serve. The loop
 // must not sleep in ACE's `select`, where nothing of its own would wake it; so it watches the same
 // descriptors in a poll. Where the two differ, `select` is right: the poll may tell too much, and

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The descriptors of the application's own handlers, in an event poll. Internal.
 #ifndef OSX_REACTOR_ACEPOLL_H

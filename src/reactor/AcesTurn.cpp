@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What a loop thread owes to the others while it serves the application's handlers by way of ACE.
 #include "reactor/AcesTurn.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A loop thread's turn at the application's own handlers. Internal.
 #ifndef OSX_REACTOR_ACESTURN_H

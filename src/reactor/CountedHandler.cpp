@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Counting references to handlers, for ACE and for the library.
 #include "reactor/CountedHandler.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The common base of what the library registers with a reactor.
 #ifndef OSX_REACTOR_COUNTEDHANDLER_H

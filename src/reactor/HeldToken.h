@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A scoped lock of ACE's token. Internal.
 #ifndef OSX_REACTOR_HELDTOKEN_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the reactor is in the child of a fork: the same handlers and timers, descriptors of its own,
 // and no thread in the loop.
 #include <new>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // ACE's interface of handlers. ACE calls most of these functions with its token, which guards its
 // sets of descriptors and its table of handlers.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Construction and destruction of the reactor, its timers, and what of ACE's interface concerns
 // neither handlers nor the serving of events.
 #include "reactor/LoopReactor.h"
@@ -91,7 +94,7 @@ bool LoopReactor::setUp() {
 /// Puts the loop's own descriptors into the poll.
 bool LoopReactor::fillPoll() const {
     return mSet.usable() && mTimer.descriptor() != -1 && mWake && notify_handler_ != nullptr &&
-           mSet.addTagged(mTimer.descriptor(), ServedSet::kTimer, EPOLLIN | EPOLLET) == 0 &&
+           mSet.addTagged(mTimer.descriptor(), ServedSet::kTimer, kTimerEvents) == 0 &&
            mSet.addTagged(mWake.get(), ServedSet::kWake, EPOLLIN | EPOLLET) == 0 &&
            mSet.addTagged(notify_handler_->notify_handle(), ServedSet::kNotify, EPOLLIN) == 0;
 }
@@ -244,9 +247,7 @@ int LoopReactor::notify(ACE_Event_Handler* aHandler, ACE_Reactor_Mask aMask, ACE
 /// hand.
 int LoopReactor::ready_ops(ACE_HANDLE aHandle, ACE_Reactor_Mask aMask, int aOperation) {
     const int lResult = UncancelledReactor::ready_ops(aHandle, aMask, aOperation);
-    epoll_event lEvent{};
-    lEvent.data.u64 = ServedSet::kAces;
-    mReady.add(&lEvent, 1);
+    mReady.addAces();
     passOn();
     return lResult;
 }

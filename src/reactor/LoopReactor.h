@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The library's own reactor. Internal.
 #ifndef OSX_REACTOR_LOOPREACTOR_H
@@ -7,6 +10,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <limits>
 #include <memory>
@@ -121,6 +125,7 @@ private:
     };
 
     static constexpr time_t kNever = std::numeric_limits<time_t>::max();
+    static constexpr std::uint32_t kTimerEvents = EPOLLIN | EPOLLET;
 
     void makeToken();
     bool setUp();
@@ -133,7 +138,8 @@ private:
     int wait(epoll_event* aEvents, int aLimitMs);
     bool serveReady(Waited& aWaited);
     Waited serveAll(epoll_event* aEvents, int aCount);
-    void leave(const epoll_event* aEvents, int aCount);
+    bool leave(epoll_event* aEvents, int aCount);
+    void giveBack(const epoll_event& aEvent);
     Waited serveLeft();
     Waited serve(const epoll_event& aEvent);
     bool serveTimer();
@@ -181,9 +187,10 @@ private:
     /// Loop threads that wait in the poll, or are about to: a thread that leaves work looks whether
     /// there is one to wake.
     std::atomic<int> mSleepers;
-    /// Whether a thread was woken that has not come yet. Written and read by loop threads, and by
-    /// the one that ends the loop: each that leaves work first, and then finds this set, is seen by
-    /// the thread that comes, which clears it first and then looks for work.
+    /// Whether a thread was woken that has not come yet. Written and read by any thread: besides
+    /// those of the loop, by one that ends the loop or marks a handle ready. Each that leaves work
+    /// first, and then finds this set, is seen by the thread that comes, which clears it first and
+    /// then looks for work.
     std::atomic<bool> mWaking;
     /// Whether the loop has been ended. Written by `deactivate`, read by loop threads: ACE's own
     /// mark is a plain word, which is read with the token.

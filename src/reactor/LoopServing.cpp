@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the loop does at each event. All of it is compiled for speed; what happens seldom is in the
 // other sources of the class.
 //
@@ -82,14 +85,20 @@ private:
 
 }  // namespace
 
-/// A thread that is cancelled in the wait may be the one that was woken: another one is, then.
+/// A thread may be cancelled when the kernel has given it events already, and the result of the
+/// call is lost. What stands in the array tells which: no event has 0 for data. They are left to
+/// the others, as is what the thread may have been woken for.
 class LoopReactor::Wait {
 public:
-    explicit Wait(LoopReactor& aLoop) : mLoop(aLoop) {}
+    Wait(LoopReactor& aLoop, epoll_event* aEvents, int aMost)
+        : mLoop(aLoop), mEvents(aEvents), mMost(aMost) {
+        for (int lEvent = 0; lEvent < aMost; ++lEvent) {
+            aEvents[lEvent].data.u64 = 0;
+        }
+    }
     ~Wait() {
         if (!mHasEnded) {
-            mLoop.mWaking = false;
-            mLoop.passOn();
+            leaveAll();
         }
     }
     Wait(const Wait&) = delete;
@@ -98,7 +107,21 @@ public:
     void end() { mHasEnded = true; }
 
 private:
+    void leaveAll() {
+        int lCount = 0;
+        while (lCount < mMost && mEvents[lCount].data.u64 != 0) {
+            ++lCount;
+        }
+        mLoop.mWaking = false;
+        if (mLoop.leave(mEvents, lCount)) {
+            mLoop.mSet.tellAgainTagged(mLoop.mTimer.descriptor(), ServedSet::kTimer, kTimerEvents);
+        }
+        mLoop.passOn();
+    }
+
     LoopReactor& mLoop;
+    epoll_event* const mEvents;
+    const int mMost;
     bool mHasEnded = false;
 };
 
@@ -184,20 +207,31 @@ bool LoopReactor::serveReady(Waited& aWaited) {
 int LoopReactor::wait(epoll_event* aEvents, int aLimitMs) {
     const int lMost = mSet.wantsFreshLook() ? 1 : ReadyQueue::kSize;
     const CountedIn lSleeper(mSleepers);
-    Wait lWait(*this);
+    Wait lWait(*this, aEvents, lMost);
     const bool lMaySleep = mReady.empty() && !mEnded;
     const int lCount = ::epoll_wait(mSet.descriptor(), aEvents, lMost, lMaySleep ? aLimitMs : 0);
     lWait.end();
     return lCount;
 }
 
-/// A timer goes first. The other events are left in `mReady`, where other threads find them while
-/// this one is in a callback. If a handler that wants a fresh look has come since the thread began
-/// to wait, the handlers' events go back to the kernel, which reports them again, one at a time.
+/// A timer goes first. The other events are left, and found by other threads while this one is in a
+/// callback.
 LoopReactor::Waited LoopReactor::serveAll(epoll_event* aEvents, int aCount) {
     if (aCount == 1) {
         return serve(aEvents[0]);
     }
+    if (leave(aEvents, aCount)) {
+        passOn();
+        return serveTimer() ? kServed : kNothing;
+    }
+    return serveLeft();
+}
+
+/// Leaves events to all threads. Those for which there is no room go back to the kernel, which
+/// reports them again. So do the handlers', one at a time, if a handler that wants a fresh look has
+/// come since the thread began to wait.
+/// @return whether there was a timer's, which is the caller's.
+bool LoopReactor::leave(epoll_event* aEvents, int aCount) {
     const bool lGiveBack = mSet.wantsFreshLook();
     bool lTimer = false;
     int lKept = 0;
@@ -213,24 +247,18 @@ LoopReactor::Waited LoopReactor::serveAll(epoll_event* aEvents, int aCount) {
             aEvents[lKept++] = aEvents[lEvent];
         }
     }
-    leave(aEvents, lKept);
-    if (lTimer) {
-        passOn();
-        return serveTimer() ? kServed : kNothing;
+    for (int lLeft = mReady.add(aEvents, lKept); lLeft > 0; --lLeft) {
+        giveBack(aEvents[lKept - lLeft]);
     }
-    return serveLeft();
+    return lTimer;
 }
 
-/// Leaves events to all threads; those for which there is no room, to the kernel.
-void LoopReactor::leave(const epoll_event* aEvents, int aCount) {
-    const int lLeft = mReady.add(aEvents, aCount);
-    for (int lEvent = aCount - lLeft; lEvent < aCount; ++lEvent) {
-        if (aEvents[lEvent].data.u64 >= ServedSet::kTags) {
-            mSet.giveBack(aEvents[lEvent]);
-        } else {
-            passOn();
-            serve(aEvents[lEvent]);
-        }
+/// A notification needs nothing: it is reported for as long as there is one.
+void LoopReactor::giveBack(const epoll_event& aEvent) {
+    if (aEvent.data.u64 >= ServedSet::kTags) {
+        mSet.giveBack(aEvent);
+    } else if (aEvent.data.u64 == ServedSet::kAces) {
+        mReady.addAces();
     }
 }
 

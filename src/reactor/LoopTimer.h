@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The descriptor that wakes the loop for its timers. Internal.
 #ifndef OSX_REACTOR_LOOPTIMER_H

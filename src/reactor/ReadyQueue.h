@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Events that a thread has taken from the kernel and not yet served. Internal.
 #ifndef OSX_REACTOR_READYQUEUE_H
@@ -10,6 +13,7 @@
 #include <cstddef>
 
 #include "base/Mutex.h"
+#include "reactor/ServedSet.h"
 
 namespace osx {
 
@@ -32,7 +36,12 @@ public:
         if (lCount == 0) {
             return false;
         }
-        aEvent = mEvents[static_cast<std::size_t>(lCount - 1)];
+        if (mAces > 0) {
+            --mAces;
+            aEvent.data.u64 = ServedSet::kAces;
+        } else {
+            aEvent = mEvents[static_cast<std::size_t>(lCount - 1)];
+        }
         mCount.store(lCount - 1);
         return true;
     }
@@ -41,20 +50,31 @@ public:
     /// @return how many there was no room for: the last ones.
     int add(const epoll_event* aEvents, int aCount) {
         const MutexLock lLock(mMutex);
-        const int lCount = mCount.load();
+        const int lCount = mCount.load() - mAces;
         const int lAdded = aCount < kRoom - lCount ? aCount : kRoom - lCount;
         for (int lEvent = 0; lEvent < lAdded; ++lEvent) {
             mEvents[static_cast<std::size_t>(lCount + lAdded - 1 - lEvent)] = aEvents[lEvent];
         }
-        mCount.store(lCount + lAdded);
+        mCount.store(lCount + lAdded + mAces);
         return aCount - lAdded;
+    }
+
+    /// Adds an event of the application's handlers, for which there is always room: the kernel may
+    /// not know of it.
+    void addAces() {
+        const MutexLock lLock(mMutex);
+        ++mAces;
+        mCount.store(mCount.load() + 1);
     }
 
     /// For the forking thread, which holds it during the fork.
     Mutex& mutex() OSX_RETURN_CAPABILITY(mMutex) { return mMutex; }
 
     /// In the child of a fork: the events are its parent's.
-    void forget() OSX_REQUIRES(mMutex) { mCount = 0; }
+    void forget() OSX_REQUIRES(mMutex) {
+        mCount = 0;
+        mAces = 0;
+    }
 
 private:
     /// For eight threads that take at the same time, having found the queue empty.
@@ -63,9 +83,12 @@ private:
     Mutex mMutex;
     /// The next one to serve is the last.
     std::array<epoll_event, kRoom> mEvents OSX_GUARDED_BY(mMutex){};
-    /// Written with the lock, and read without it, to see whether there is anything. Sequentially
-    /// consistent: a thread that leaves an event counts it and then looks for sleepers, and one
-    /// that goes to sleep counts itself and then looks here, so that one of them sees the other.
+    /// Events that `addAces` added. They have nothing to tell, and are served first.
+    int mAces OSX_GUARDED_BY(mMutex) = 0;
+    /// Of both kinds. Written with the lock, and read without it, to see whether there is anything.
+    /// Sequentially consistent: a thread that leaves an event counts it and then looks for
+    /// sleepers, and one that goes to sleep counts itself and then looks here, so that one of them
+    /// sees the other.
     std::atomic<int> mCount{0};
 };
 

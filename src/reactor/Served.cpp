@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Handlers and the set that has them. A handler may be asked to leave the set on any thread.
 #include "reactor/Served.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the library's own reactor serves without ACE's limit on descriptors.
 #ifndef OSX_REACTOR_SERVED_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The fast path of the loop, from an event to the handler's `serve`: one atomic exchange before it
 // and one after it, and no lock. All else takes the lock of the set.
 #include "reactor/ServedSet.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The library's own handlers and their descriptors, in the kernel's event poll. Internal.
 #ifndef OSX_REACTOR_SERVEDSET_H

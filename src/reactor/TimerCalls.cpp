@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The calls of timers that are under way. A handler may be destroyed at any moment, while other
 // threads are about to call it or are calling it. So each call is noted under the lock of the timer
 // queue, and the thread that destroys the handler looks at the notes under the same lock.

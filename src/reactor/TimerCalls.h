@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The calls of timers that are under way. Internal.
 #ifndef OSX_REACTOR_TIMERCALLS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The heap of pending timers. Four branches and not two: a timer that sinks then looks at
 // neighbours in memory, and passes half as many levels. Most timers are cancelled before they are
 // due, often soon after they were made; one that was made last stands deep in the heap, and is

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Pending timers, in the order in which they are due. Internal.
 #ifndef OSX_REACTOR_TIMERHEAP_H

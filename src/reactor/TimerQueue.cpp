@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The timers of the library's own reactor. ACE's queues keep time by the wall clock, call handlers
 // that are being destroyed, and may run out of ids when memory is short; hence this one.
 #include "reactor/TimerQueue.h"

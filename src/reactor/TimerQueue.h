@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The timer queue of the library's own reactor. Internal.
 #ifndef OSX_REACTOR_TIMERQUEUE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// ACE's reactor for threads that may be cancelled. Internal.
 #ifndef OSX_REACTOR_UNCANCELLEDREACTOR_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The monotonic clock, in ACE's times and in microseconds, by which the timers are ordered.
 /// Internal.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Which reactor the process has. ACE keeps that in a plain pointer, and its accessor makes a
 // reactor where there is none; so the library looks for itself, and notes its own beside it.
 #include "reactor/processReactor.h"

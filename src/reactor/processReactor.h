@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Which reactor is the process's, and how threads of the library serve it. Internal.
 #ifndef OSX_REACTOR_PROCESSREACTOR_H

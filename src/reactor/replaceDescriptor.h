@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Replaces descriptors that a forked child shares with its parent. Internal.
 #ifndef OSX_REACTOR_REPLACEDESCRIPTOR_H

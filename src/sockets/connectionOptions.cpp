@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The options of a TCP connection. An option that the kernel refuses is skipped: the connection
 // serves all the same.
 #include "sockets/connectionOptions.h"

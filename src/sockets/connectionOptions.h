@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the kernel is asked to do for a TCP connection. Internal. Nothing here changes `errno`, and
 /// a refusal is not reported.

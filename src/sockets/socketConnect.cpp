@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Connecting within a time.
 //
 // Not by ACE's connector, which lets another thread's child have the socket: it is not

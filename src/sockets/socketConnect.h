@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Making a TCP connection within a bounded time. Internal.
 #ifndef OSX_SOCKETS_SOCKETCONNECT_H

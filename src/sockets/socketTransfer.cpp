@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Whole transfers on a socket.
 //
 // A connection has a limit of `kLookIntervalS` for one wait of the kernel's. A transfer that meets

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Transfers of a given number of bytes on a socket. They go on after a signal, wait where the
 /// socket would block, also one that was made non-blocking, and raise no SIGPIPE. Internal.

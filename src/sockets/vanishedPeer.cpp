@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Whether a TCP peer has vanished. The kernel counts what a peer has left unanswered, and tells
 // when anything came from it last. Both together say that it has vanished; each alone is true of a
 // peer that is merely slow, or silent.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The figures, in ACE's map under ACE's lock. What the kernel's files mean is in procFiles; here
 // they are read and kept. No line is written under the lock, because a log back end may ask for a
 // figure.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Load, memory and disc figures of the running system.
 #ifndef OSX_SYSINFO_DYNAMICSYSINFO_H

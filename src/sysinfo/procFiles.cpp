@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the kernel's process files hold. Texts are taken apart in place, as views: a refresh runs
 // often on a slow device, and a stream for each file took most of its time.
 #include "sysinfo/procFiles.h"

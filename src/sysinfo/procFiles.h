@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Readers of the kernel's process files. Each takes a file's text, so that they read made-up files
 /// too; a file that does not exist has none.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Whose routines the calling thread is in.
 #include "threads/RunningHere.h"
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Recognising a caller that would wait for itself. Internal.
 #ifndef OSX_THREADS_RUNNINGHERE_H

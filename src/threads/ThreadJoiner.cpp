@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // How the threads of a task are joined.
 //
 // ACE's thread manager has two lists: of the threads that run, and of those that have ended and

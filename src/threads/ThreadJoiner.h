@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Waiting for the threads of an ACE task. A part of the classes that have threads, and not for
 /// applications.

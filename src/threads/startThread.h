@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// How every thread of the library begins. Internal.
 #ifndef OSX_THREADS_STARTTHREAD_H

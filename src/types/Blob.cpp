@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A buffer that may be owned or borrowed. Memory is `malloc`'s, because the interface lets callers
 // hand over and take away buffers of theirs.
 #include "types/Blob.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A byte buffer with a length and an ownership flag.
 #ifndef OSX_TYPES_BLOB_H

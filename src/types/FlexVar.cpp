@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The variant: construction, assignment, setters, getters, hash. What is computed in the header is
 // in FlexVarInline.h. What differs between the kinds is chosen by overloads, which `Kinds::visit`
 // reaches; so no list of the kinds stands here.
@@ -25,6 +28,8 @@ const ACE_String_Base<char> FlexVar::mCStrBoolTrue("true");
 const ACE_String_Base<char> FlexVar::mCStrBoolFalse("false");
 const ACE_String_Base<wchar_t> FlexVar::mWStrBoolTrue(L"true");
 const ACE_String_Base<wchar_t> FlexVar::mWStrBoolFalse(L"false");
+// Not made at its first use: a child that is forked meanwhile could not exit.
+static const Blob kEmptyBlob;
 
 namespace osx {
 
@@ -46,8 +51,7 @@ OSX_HIDDEN const ObjectID& emptyValue() noexcept {
 }
 template <>
 OSX_HIDDEN const Blob& emptyValue() noexcept {
-    static const Blob lEmpty;
-    return lEmpty;
+    return kEmptyBlob;
 }
 
 }  // namespace osx

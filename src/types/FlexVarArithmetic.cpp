@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Arithmetic: integers wrap, also where the language leaves an overflow undefined.
 #include <cfloat>
 #include <cstdint>

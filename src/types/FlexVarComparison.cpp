@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Equality, ordering and the checks of dates.
 #include <array>
 #include <cstddef>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The part of `FlexVar` that programs compile: what takes less time than a call into the library.
 /// A part of `types/FlexVar.h`, which has the contracts.

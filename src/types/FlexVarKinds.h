@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The sixteen kinds of a `FlexVar`, described once: number, slot member, name.
 ///

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // From text to value. Texts are read by their length, because a text that is lent to an ACE string
 // may have no terminator.
 #include <algorithm>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Identifiers as values and as texts. New ones come from `uuidSource`. Digits are written and read
 // by tables, because identifiers are printed and parsed far more often than anything else is done
 // with them; what `strtoul` takes beside digits is left to it.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A universally unique identifier of 16 bytes.
 #ifndef OSX_TYPES_OBJECTID_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The table of identifiers. ACE's map owns the pairs, as it always did; they are found by an index
 // beside it, because ACE's number of buckets is fixed and it would search a large table pair by
 // pair. What a look-up costs is what it reads of memory that is in no cache: one place of the

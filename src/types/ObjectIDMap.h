@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A table that translates identifiers.
 #ifndef OSX_TYPES_OBJECTIDMAP_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The characters of a `FlexVar`'s texts: narrow and wide ones, and the decimal point.
 #ifndef OSX_TYPES_CHARACTERS_H

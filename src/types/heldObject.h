@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The objects that a `FlexVar` holds by a pointer: how one of each type is copied, given another
 /// value, taken over and destroyed. Strings are in `heldString.h`.

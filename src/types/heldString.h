@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The strings that a `FlexVar` holds: a string and its characters, made in one piece of memory.
 ///

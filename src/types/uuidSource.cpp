@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // New UUIDs are ACE's generator's, so that they are what a program would get from ACE. What the
 // generator lacks is added here: a lock around all of its state, and what tells this process's
 // identifiers from those of other processes, devices and runs of the clock.

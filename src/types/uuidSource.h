@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Where the process takes its new UUIDs from.
 #ifndef OSX_TYPES_UUIDSOURCE_H

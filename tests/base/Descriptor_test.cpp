@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A descriptor's owner closes it once, keeps the error of the moment, and can give it away.
 #include "base/Descriptor.h"
 

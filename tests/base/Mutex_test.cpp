@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The library's locks: what the standard library's do not promise by themselves.
 #include "base/Mutex.h"
 

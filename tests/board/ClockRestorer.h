@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// For tests that set the board's clock.
 #ifndef OSX_TESTS_BOARD_CLOCKRESTORER_H

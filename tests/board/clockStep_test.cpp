@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Steps the board's clock by a year while timers run and a thread waits on a queue.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Sets the board's clocks for real, and reads them back by other means than the library's.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Asks the board's own commands what the library is to agree with.
 #ifndef OSX_TESTS_BOARD_COMMAND_H

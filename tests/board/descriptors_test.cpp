@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the library opens on the device: closed with what it belongs to, and never inherited.
 #include <dirent.h>
 #include <fcntl.h>

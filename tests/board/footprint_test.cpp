@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What an idle program costs on the device. The limits leave room for another compiler, not for a
 // thread, a descriptor or a megabyte more.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the library says of the board, against what the board's own commands say.
 #include <gtest/gtest.h>
 

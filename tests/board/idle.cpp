@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The least that a server on this library is: the reactor on one thread, and one port. Waits for
 // the end of its input, so that it can be looked at.
 #include <cstdio>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The board's connections with the outside: the Ethernet in both directions and the UART.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A folder for the time of a test.
 #ifndef OSX_TESTS_COMMAND_FOLDER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A real gateway, whose instrument is not there unless a test starts one.
 #ifndef OSX_TESTS_COMMAND_GATEWAY_H

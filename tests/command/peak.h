@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// How much memory a program may ever have, beside servers that send without end.
 #ifndef OSX_TESTS_COMMAND_PEAK_H

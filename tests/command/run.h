@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Runs of the command that end by themselves.
 #ifndef OSX_TESTS_COMMAND_RUN_H

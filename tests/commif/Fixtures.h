@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the tests of the device channels share.
 #ifndef OSX_TESTS_COMMIF_FIXTURES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Makes calls beneath the device channels give what they give only on a machine in trouble.
 #ifndef OSX_TESTS_COMMIF_INTERCEPTIONS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Circumstances in which the system refuses files, made without touching the machine.
 #ifndef OSX_TESTS_COMMIF_REFUSALS_H

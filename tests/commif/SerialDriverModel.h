@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A scripted serial driver: answers what a pseudo terminal's driver refuses or forgets.
 #ifndef OSX_TESTS_COMMIF_SERIALDRIVERMODEL_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A serial line without hardware: a pseudo terminal that the library opens as one of its ports.
 #ifndef OSX_TESTS_COMMIF_SERIALLINE_H

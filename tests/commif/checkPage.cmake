@@ -1,3 +1,6 @@
+# SPDX-FileCopyrightText: 2026 The osx maintainers
+# SPDX-License-Identifier: MIT
+
 # Fails unless every piece of C++ on a page stands in a program that the build compiles, and every
 # status code of the header is on the page with its number.
 #   cmake -DPAGE=... -DPROGRAMS=a.cpp,b.cpp -DHEADER=... -P checkPage.cmake

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "commif/osxComPort.h"
 
 #include <dlfcn.h>
@@ -48,6 +51,7 @@ constexpr char kCheckFailed[] = "osxComPort::checkUART() ioctl failed \n";
 constexpr milliseconds kShortly(1);
 
 std::atomic<int> gYields{0};
+std::atomic<int> gFlagSettings{0};
 
 /// What happens around each wait of a read.
 std::function<void()> gBeforeWait;
@@ -179,6 +183,22 @@ extern "C" __attribute__((visibility("default"))) int ppoll(pollfd* aPolls, nfds
 extern "C" __attribute__((visibility("default"))) int sched_yield() noexcept {
     ++gYields;
     return 0;
+}
+
+// In the place of libc's: counts. With large file offsets <fcntl.h> turns one name into the other.
+extern "C" __attribute__((visibility("default"))) int testFcntl(int, int, long) __asm__("fcntl");
+extern "C" __attribute__((visibility("default"))) int testFcntl64(int, int,
+                                                                  long) __asm__("fcntl64");
+
+extern "C" int testFcntl64(int aHandle, int aCommand, long aArgument) {
+    static const auto gNext =
+        reinterpret_cast<int (*)(int, int, ...)>(::dlsym(RTLD_NEXT, "fcntl64"));
+    gFlagSettings += aCommand == F_SETFL ? 1 : 0;
+    return gNext(aHandle, aCommand, aArgument);
+}
+
+extern "C" int testFcntl(int aHandle, int aCommand, long aArgument) {
+    return testFcntl64(aHandle, aCommand, aArgument);
 }
 
 TEST(ComPortName, CountsPortsFromOne) {
@@ -525,6 +545,17 @@ TEST_F(ComPortRead, LeavesTheHandleAsItWas) {
     ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR | O_NONBLOCK));
     EXPECT_EQ(10011, readFor(1, kShortly));
     EXPECT_FALSE(isBlocking());
+}
+
+/// Whoever sets them all writes over what others set meanwhile.
+TEST_F(ComPortRead, LeavesTheHandlesOtherFlagsAlone) {
+    const int lBefore = gFlagSettings;
+    EXPECT_EQ(10011, readFor(1, kShortly));
+    mLine.send("a");
+    EXPECT_EQ(COMMIF_OK, readFor(1, test::kLimit));
+    EXPECT_EQ(lBefore, gFlagSettings);
+    ASSERT_EQ(0, ::fcntl(handle(), F_SETFL, O_RDWR));
+    EXPECT_EQ(lBefore + 1, gFlagSettings) << "none is seen";
 }
 
 TEST_F(ComPortRead, LeavesTheHandleAsItWasWhenReadsOverlap) {

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // For the board, whose second and third serial ports are joined as a null modem.
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>

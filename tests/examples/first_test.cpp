@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -17,7 +20,7 @@ std::string contents(const std::string& aFile) {
 }  // namespace
 
 TEST(FirstProgram, StandsInTheReadmeAsItIsCompiled) {
-    const std::string lProgram = contents("examples/first/first.cpp");
+    const std::string lProgram = test::programIn(SOURCE_FOLDER "/examples/first/first.cpp");
     ASSERT_FALSE(lProgram.empty());
     EXPECT_NE(std::string::npos, contents("README.md").find("```cpp\n" + lProgram + "```"));
 }

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The programs of the pages on the reactor, timers and ports: each stands on its page as it is
 // compiled, and does what the page says.
 #include <gtest/gtest.h>
@@ -26,7 +29,8 @@ INSTANTIATE_TEST_SUITE_P(On, Page, testing::Values("reactor", "timers", "ports")
 
 TEST_P(Page, HasItsProgramAsItIsCompiled) {
     const std::string lName = GetParam();
-    const std::string lProgram = contents("examples/pages/" + lName + ".cpp");
+    const std::string lProgram =
+        test::programIn(SOURCE_FOLDER + ("/examples/pages/" + lName + ".cpp"));
     ASSERT_FALSE(lProgram.empty());
     EXPECT_NE(std::string::npos,
               contents("docs/" + lName + ".md").find("```cpp\n" + lProgram + "```"));

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Makes choices of a fuzzer's input.
 #ifndef OSX_TESTS_FUZZ_BYTES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Two folders that are to stay alike: one used through the library, one by plain system calls.
 #ifndef OSX_TESTS_FUZZ_TWOFOLDERS_H

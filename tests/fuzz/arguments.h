@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A command line made of a fuzzer's input, and programs that end instead of returning.
 #ifndef OSX_TESTS_FUZZ_ARGUMENTS_H

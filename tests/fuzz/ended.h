@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A program that would end the process throws instead, so that the fuzzer goes on.
 #ifndef OSX_TESTS_FUZZ_ENDED_H

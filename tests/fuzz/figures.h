@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What holds for every reader of figures, whatever the file holds.
 #ifndef OSX_TESTS_FUZZ_FIGURES_H

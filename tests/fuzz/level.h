@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The debug level that a chunk from a client sets.
 #ifndef OSX_TESTS_FUZZ_LEVEL_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The event loop, run by the fuzzer's own thread, so that an input is always served alike.
 #ifndef OSX_TESTS_FUZZ_LOOP_H

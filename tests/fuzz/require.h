@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the fuzzers expect: a program that ends is what their driver notices.
 #ifndef OSX_TESTS_FUZZ_REQUIRE_H

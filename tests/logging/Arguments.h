@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A command line as `main` gets it.
 #ifndef OSX_TESTS_LOGGING_ARGUMENTS_H

@@ -1,12 +1,18 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "logging/Logging.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -465,6 +471,28 @@ TEST_F(NetworkLogging, TheDebugLevelPortTurnsClientsAwayBeyondThoseThatItHolds) 
     TcpPeer lInItsPlace = TcpPeer::connect(mDebugPort);
     ASSERT_TRUE(lInItsPlace.send("7"));
     EXPECT_TRUE(becomes(7));
+}
+
+TEST(DebugLevelPort, HasNoCallbackButTheOneForNewData) {
+    const test::RunningReactor lReactor;
+    const test::LogCapture lLog;
+    const test::TraceLevel lTrace(9);
+    const unsigned short lPort = test::freePort();
+    setDebugLevelPortNumber(lPort);
+    startLoggingServer();
+    const TcpPeer lTool = TcpPeer::connect(lPort);
+    ASSERT_TRUE(lLog.waitForContaining("CTOR"));
+    std::array<char, 20> lNewData{};
+    std::snprintf(lNewData.data(), lNewData.size(), "0x%x",
+                  static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(&NewLogLevelData)));
+    EXPECT_EQ(1U, lLog.count("%t osxListenHandler::osxListenHandler: aPortnumber [" +
+                             std::to_string(lPort) +
+                             "] aNewConnectionFnc[0x0] aDataAvailFnc [0x0] aNewDataFnc[" +
+                             lNewData.data() + "] aClosedConnectionFnc[0x0] aUserData [0x0]\n"));
+    EXPECT_EQ(1U, lLog.count("%t osxListenHandler::osxListenHandler: host addr[127.0.0.1] "
+                             "aNewConnectionFnc[0x0] aNewDataFnc[" +
+                             std::string(lNewData.data()) +
+                             "] aClosedConnectionFnc[0x0] aUserData [0x0]\n"));
 }
 
 TEST_F(NetworkLogging, SettingTheDebugLevelPortLaterHasNoEffect) {

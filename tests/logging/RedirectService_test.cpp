@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "logging/RedirectService.h"
 
 #include <gmock/gmock.h>
@@ -11,6 +14,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -20,6 +24,7 @@
 
 #include "ace/Log_Msg.h"
 #include "ace/Log_Record.h"
+#include "ace/Reactor.h"
 #include "logging/Logging.h"
 #include "osx/osxDataHandler.h"
 #include "support/FailingAllocator.h"
@@ -28,6 +33,7 @@
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
 #include "support/inChild.h"
+#include "support/serving.h"
 #include "support/waitUntil.h"
 
 using std::chrono::seconds;
@@ -388,6 +394,97 @@ TEST(RedirectService, OfAChildStartsOnceThereIsMemoryForAllOfIt) {
     }
 }
 
+namespace {
+
+/// Has this thread take in the client that waits.
+void takeClientIn() {
+    ACE_Time_Value lLimit(30);
+    ACE_Reactor::instance()->handle_events(lLimit);
+    for (int lRound = 0; lRound < 10; ++lRound) {
+        ACE_Time_Value lNoTime;
+        ACE_Reactor::instance()->handle_events(lNoTime);
+    }
+}
+
+/// Counts the lines with a text, without memory.
+class LinesWith : public test::LineBackend {
+public:
+    explicit LinesWith(const char* aText) : mText(aText) {}
+    ssize_t log(ACE_Log_Record& aRecord) override {
+        mCount += std::strstr(aRecord.msg_data(), mText) != nullptr ? 1 : 0;
+        return 0;
+    }
+    int count() const { return mCount; }
+
+private:
+    const char* mText;
+    std::atomic<int> mCount{0};
+    test::InstalledBackend mInstalled{*this};
+};
+
+/// More than are made while a client is taken in and a worker is started.
+constexpr int kAllocations = 30;
+
+#ifndef __SANITIZE_THREAD__  // Which starts no thread in the child of a process that has several.
+/// In a child: an allocation fails while the first client is taken in.
+/// @return whether the next client gets lines. (Without memory for a connection the port closes.)
+bool servesTheNextClient(RedirectService& aService, unsigned short aPort, int aAllowed) {
+    const LinesWith lClosed("closing port");
+    const TcpPeer lFirst = TcpPeer::connect(aPort);
+    {
+        const test::FailingAllocator lNoMemory(aAllowed, true);
+        takeClientIn();
+    }
+    if (lClosed.count() > 0) {
+        return true;
+    }
+    const TcpPeer lNext = TcpPeer::connect(aPort);
+    takeClientIn();
+    return test::waitUntil([&] {
+        logText(aService, "a line\n");
+        char lByte = 0;
+        return ::recv(lNext.descriptor(), &lByte, 1, MSG_DONTWAIT) == 1;
+    });
+}
+
+#endif
+
+}  // namespace
+
+#ifndef __SANITIZE_THREAD__
+TEST(RedirectService, OfAChildIsStartedByTheNextClientIfTheFirstOneFoundNoMemory) {
+    test::RunningReactor::reactor().initReactor();
+    RedirectService lService;
+    const unsigned short lPort = test::freePort();
+    lService.setPortNumber(lPort);
+    ASSERT_EQ(0, lService.init());
+    for (int lAllowed = 0; lAllowed < kAllocations; ++lAllowed) {
+        EXPECT_TRUE(test::inChild([&] { return servesTheNextClient(lService, lPort, lAllowed); }))
+            << lAllowed;
+    }
+    lService.deinit();
+}
+#endif
+
+TEST(RedirectService, TellsOfAClientThatThereIsNoMemoryFor) {
+    test::RunningReactor::reactor().initReactor();
+    const LinesWith lLines(" RedirectService: no memory for a client, its connection is ended\n");
+    for (int lAllowed = 0; lAllowed < kAllocations && lLines.count() == 0; ++lAllowed) {
+        RedirectService lService;
+        const unsigned short lPort = test::freePort();
+        lService.setPortNumber(lPort);
+        ASSERT_EQ(0, lService.init());
+        TcpPeer lClient = TcpPeer::connect(lPort);
+        {
+            const test::FailingAllocator lNoMemory(lAllowed, true);
+            takeClientIn();
+        }
+        EXPECT_TRUE(lLines.count() == 0 || lClient.waitForClose());
+        lService.deinit();
+    }
+    EXPECT_EQ(1, lLines.count());
+}
+
 TEST(RedirectService, SaysThatItCouldNotBeStartedForWantOfMemory) {
     const test::RunningReactor lReactor;
     const test::LogCapture lLog;
@@ -404,6 +501,47 @@ TEST(RedirectService, SaysThatItCouldNotBeStartedForWantOfMemory) {
         lService.deinit();
     }
     EXPECT_EQ(-1, lResult);
+}
+
+namespace {
+
+/// Counts lines with a text, and needs no memory for it.
+class LinesWith : public test::LineBackend {
+public:
+    explicit LinesWith(const char* aText) : mText(aText) {}
+    ssize_t log(ACE_Log_Record& aRecord) override {
+        mLines += std::strstr(aRecord.msg_data(), mText) != nullptr ? 1 : 0;
+        return 0;
+    }
+    int number() const { return mLines; }
+
+private:
+    const char* const mText;
+    std::atomic<int> mLines{0};
+    test::InstalledBackend mInstalled{*this};
+};
+
+}  // namespace
+
+/// What is allocated before the client's own is the reactor's and the port's, which this is not
+/// about.
+TEST(RedirectService, SaysThatItHasNoMemoryForAClientWhoseConnectionItEnds) {
+    test::RunningReactor::reactor().initReactor();
+    const LinesWith lLines("no memory for a client, its connection is ended");
+    for (int lAllowed = 0; lAllowed < 40 && lLines.number() == 0; ++lAllowed) {
+        RedirectService lService;
+        const unsigned short lPort = test::freePort();
+        lService.setPortNumber(lPort);
+        ASSERT_EQ(0, lService.init());
+        TcpPeer lClient = TcpPeer::connect(lPort);
+        {
+            const test::FailingAllocator lNoMemory(lAllowed, true);
+            ASSERT_TRUE(test::serveUntil([&] { return lNoMemory.failures() == 1; }));
+        }
+        EXPECT_TRUE(lLines.number() == 0 || lClient.waitForClose());
+        lService.deinit();
+    }
+    EXPECT_EQ(1, lLines.number());
 }
 
 /// The client has its place in the order though its text does not come by way of a log line.

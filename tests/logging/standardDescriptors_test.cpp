@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the library opens while the process has no standard input, output or error.
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -22,6 +25,7 @@
 #include "osx/osx.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/sleeps.h"
 #include "support/waitUntil.h"
 #include "sysinfo/DynamicSysInfo.h"
 #include "types/ObjectID.h"
@@ -166,13 +170,6 @@ int filesAmongStandard(const std::string& aName) {
     return lAmong;
 }
 
-bool sleeps(pid_t aThread) {
-    std::ifstream lStatus("/proc/self/task/" + std::to_string(aThread) + "/stat");
-    std::string lText;
-    std::getline(lStatus, lText);
-    return lText.find(") S ") != std::string::npos;
-}
-
 /// Puts a file of the application's on standard error while an open waits for the writer of a pipe.
 /// @return whether it is there when the open has ended.
 bool keepsWhatIsOpenedWhileAnOpenWaits(const std::string& aPipe) {
@@ -184,7 +181,7 @@ bool keepsWhatIsOpenedWhileAnOpenWaits(const std::string& aPipe) {
         lId = ::gettid();
         commIfFileOpen(4, &lParameters);
     });
-    test::waitUntil([&lId] { return lId != 0 && sleeps(lId); });
+    test::waitUntil([&lId] { return lId != 0 && test::sleeps(lId); });
     const int lNull = ::fcntl(::open("/dev/null", O_RDWR | O_CLOEXEC), F_DUPFD_CLOEXEC, 3);
     ::dup2(lNull, STDERR_FILENO);
     const bool lWritten =

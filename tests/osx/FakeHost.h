@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Stands between the library and the calls by which it reads, sets or spends the machine's time,
 /// starts threads and looks at network interfaces. Left alone, each call does what it always does,

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A message queue, by the library's calls and by ACE's operations.
 #ifndef OSX_TESTS_OSX_QUEUEUNDERTEST_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the wait flag and the time-out of an acquire mean, which is the same for mutexes and
 // semaphores: a wait has no limit, or is none at all.
 #include <gtest/gtest.h>

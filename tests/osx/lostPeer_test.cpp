@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Peers that vanish without a word, as when a cable is cut or a device loses its power.
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -300,6 +303,26 @@ TEST(LostPeer, EndsSendsThatHaveRoom) {
     EXPECT_EQ(ETIMEDOUT, errno);
     gAnswers = Answers{};
     EXPECT_EQ(kFailed, osxSocketSend(lSocket, "x", 1));
+    osxCloseSocketAndRelease(lSocket);
+}
+
+/// This form says nothing of a failure.
+TEST(LostPeer, EndsTheConnectionOfSendsOfSeveralBuffersThatHaveRoom) {
+    const test::LogCapture lLog;
+    test::TcpListener lListener;
+    void* lSocket = nullptr;
+    open(lSocket, lListener);
+    TcpPeer lPeer = lListener.accept();
+    char lByte = 'x';
+    const iovec lBuffer{&lByte, 1};
+    const int lBefore = gLooks;
+    gAnswers = Answers{true, 7, 50000};
+    EXPECT_TRUE(test::waitUntil([&] {
+        EXPECT_EQ(0UL, osxSocketSend(lSocket, &lBuffer, 1));
+        return gLooks > lBefore;
+    }));
+    gAnswers = Answers{};
+    EXPECT_TRUE(lPeer.waitForClose());
     osxCloseSocketAndRelease(lSocket);
 }
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The first use of everything in a process, with memory failing at each of its allocations. The
 // reactor itself has been made: its construction begins only when there is memory for all of it.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the tests of timers and ports watch: calls, counted with a handshake, and processor time.
 #ifndef OSX_TESTS_OSX_OBSERVATION_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,6 +12,7 @@
 
 #include "osx/FakeHost.h"
 #include "osx/osx.h"
+#include "osx/version.h"
 
 using testing::ElementsAre;
 
@@ -52,6 +56,17 @@ TEST(Info, WritesVersionAndBuildStampAndNotAByteMore) {
                 testing::MatchesRegex("[A-Z][a-z][a-z] [ 0-9][0-9] [0-9][0-9][0-9][0-9] "
                                       "[0-9][0-9]:[0-9][0-9]:[0-9][0-9]"));
     EXPECT_EQ('#', lStamp.back());
+}
+
+TEST(Info, IsTheVersionOfTheHeader) {
+    std::array<char, 4> lVersion{};
+    getInfo(lVersion.data(), nullptr);
+    EXPECT_EQ(std::to_string(OSX_VERSION_MAJOR) + "." + std::to_string(OSX_VERSION_MINOR),
+              lVersion.data());
+    EXPECT_EQ(lVersion.data() + ("." + std::to_string(OSX_VERSION_PATCH)), OSX_VERSION_TEXT);
+#if OSX_VERSION < 10100
+    FAIL() << "the preprocessor does not compare it";
+#endif
 }
 
 TEST(Info, WritesOnlyWhatIsAskedFor) {

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>

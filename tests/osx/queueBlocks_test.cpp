@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A message queue as what its handle points at: a queue of ACE's, full of blocks.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

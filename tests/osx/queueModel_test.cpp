@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // A message queue beside a list that does the same in the simplest way, for some thousand random
 // steps of the library's calls and of ACE's operations.
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What a forked child of a process with several threads gets. With `OSX_TEST_ROUNDS=1000` in the
 /// environment each kind of child is made that often.

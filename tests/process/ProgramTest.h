@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Tests that run the process program.
 #ifndef OSX_TESTS_PROCESS_PROGRAMTEST_H

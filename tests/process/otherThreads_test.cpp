@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Waiting for threads to leave what they were doing.
 
@@ -65,11 +68,10 @@ TEST(OtherThreads, SettleOnceEachHasHadTheProcessor) {
     for (BusyThread& lThread : lThreads) {
         lBefore.push_back(lThread.processorTime());
     }
-    // Or it has given up: the machine may be busy with something else.
-    if (osx::process::settleOtherThreads()) {
-        for (std::size_t lThread = 0; lThread < lThreads.size(); ++lThread) {
-            EXPECT_LE(milliseconds(10), lThreads[lThread].processorTime() - lBefore[lThread]);
-        }
+    // More than once: the machine may be busy with something else.
+    EXPECT_TRUE(test::waitUntil(osx::process::settleOtherThreads));
+    for (std::size_t lThread = 0; lThread < lThreads.size(); ++lThread) {
+        EXPECT_LE(milliseconds(10), lThreads[lThread].processorTime() - lBefore[lThread]);
     }
 }
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Handlers of the application's whose descriptors a poll of the kernel's takes otherwise than
 // select does.
 #include <fcntl.h>

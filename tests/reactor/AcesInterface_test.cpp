@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // All of ACE on the library's reactor, beside the library's own connections.
 #include <fcntl.h>
 #include <gtest/gtest.h>

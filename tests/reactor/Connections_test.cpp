@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Connections on the library's reactor: with one to eight threads, in any number, however they end.
 #include <dirent.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A port whose connections look after themselves: what overlaps, and what comes after the end.
 #ifndef OSX_TESTS_REACTOR_ECHOPORT_H

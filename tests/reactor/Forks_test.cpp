@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Children of a process whose threads are in the loop, in a port or in a timer at the fork.
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -20,6 +23,7 @@
 #include "osx/osx.h"
 #include "osx/osxListenHandler.h"
 #include "reactor/EchoPort.h"
+#include "reactor/LoopOfTheApplication.h"
 #include "reactor/PipeHandler.h"
 #include "reactor/PollModel.h"
 #include "support/InstalledBackend.h"
@@ -27,11 +31,13 @@
 #include "support/Port.h"
 #include "support/RunningReactor.h"
 #include "support/inChild.h"
+#include "support/serving.h"
 #include "support/times.h"
 #include "support/waitUntil.h"
 
 using test::Counter;
 using test::EchoPort;
+using test::LoopOfTheApplication;
 using test::TcpPeer;
 
 namespace {
@@ -242,6 +248,59 @@ TEST(ForkedChild, DestroysTimersThoughAThreadWasWaitingForACallback) {
         lWaiter.join();
         ASSERT_TRUE(lRight) << lRound;
     }
+}
+
+namespace {
+
+/// In the child of a fork: two loop threads, of which the one takes two events and is held up by
+/// the first, while the other one sleeps. @return whether that one serves the second.
+bool isServedByTheThreadThatSleeps() {
+    EchoPort lPort;
+    TcpPeer lHolding = lPort.connect();
+    TcpPeer lPeer = lPort.connect();
+    test::serveUntil([&] { return lPort.mOpened.value() == 2; });
+    test::holdWaits(2);
+    const LoopOfTheApplication lSleeping;
+    test::areHeld(1);
+    const LoopOfTheApplication lHeldUp;
+    test::areHeld(2);
+    lHolding.send("b");
+    lPeer.send("x");
+    test::letGo(1, test::Report::kWhatThereIs, 2);
+    lPort.mBlocked.waitFor(1);
+    test::letGo(0);
+    const bool lServed = lPeer.receive(1) == "x" && test::wasWoken(0);
+    lPort.letGo();
+    osxStopReactor();
+    return !lHeldUp.wasCancelled() && !lSleeping.wasCancelled() && lServed;
+}
+
+}  // namespace
+
+/// In the parent a thread has been woken that has not come yet. It is not in the child.
+TEST(ForkedChild, WakesAThreadForWhatAnotherLeavesThoughItsParentHadWokenOne) {
+    const test::LogCapture lLog;
+    test::installedReactor();
+    EchoPort lPort;
+    TcpPeer lHolding = lPort.connect();
+    TcpPeer lPeer = lPort.connect();
+    ASSERT_TRUE(test::serveUntil([&] { return lPort.mOpened.value() == 2; }));
+    test::holdWaits(2);
+    const LoopOfTheApplication lHeldUp;
+    ASSERT_TRUE(test::areHeld(1));
+    const LoopOfTheApplication lWoken;
+    ASSERT_TRUE(test::areHeld(2));
+    lHolding.send("b");
+    lPeer.send("x");
+    test::letGo(0, test::Report::kWhatThereIs, 2);
+    EXPECT_TRUE(lPort.mBlocked.waitFor(1));
+    EXPECT_TRUE(test::inChild(&isServedByTheThreadThatSleeps));
+    lPort.letGo();
+    test::letGo(1);
+    osxStopReactor();
+    EXPECT_FALSE(lHeldUp.wasCancelled());
+    EXPECT_FALSE(lWoken.wasCancelled());
+    ACE_Reactor::instance()->reset_reactor_event_loop();
 }
 
 namespace {

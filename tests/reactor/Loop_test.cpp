@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The loop itself: who wakes up for what, and threads that are called off in the middle of it.
 #include <dirent.h>
 #include <fcntl.h>
@@ -28,6 +31,7 @@
 #include "osx/observation.h"
 #include "osx/osx.h"
 #include "reactor/EchoPort.h"
+#include "reactor/LoopOfTheApplication.h"
 #include "reactor/PipeHandler.h"
 #include "reactor/PollModel.h"
 #include "support/InstalledBackend.h"
@@ -43,6 +47,7 @@
 using std::chrono::milliseconds;
 using test::Counter;
 using test::EchoPort;
+using test::LoopOfTheApplication;
 using test::TcpPeer;
 
 using test::PipeHandler;
@@ -344,25 +349,6 @@ private:
     const std::string mText;
     std::atomic<bool> mDone{false};
     test::InstalledBackend mInstalled{*this};
-};
-
-/// A thread of the application in the loop, which is going to be cancelled.
-class LoopOfTheApplication {
-public:
-    LoopOfTheApplication() { ::pthread_create(&mThread, nullptr, &run, nullptr); }
-    /// @return whether the thread has ended by its cancellation.
-    bool wasCancelled() const {
-        void* lResult = nullptr;
-        ::pthread_join(mThread, &lResult);
-        return lResult == PTHREAD_CANCELED;
-    }
-
-private:
-    static void* run(void*) {
-        osxRunReactor();
-        return nullptr;
-    }
-    pthread_t mThread{};
 };
 
 class CancelledLoopThread : public testing::TestWithParam<const char*> {};

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A handler of the application's own.
 #ifndef OSX_TESTS_REACTOR_PIPEHANDLER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Everything that an application may do with the loop, at once, on any number of loop threads.
 // Above all for the sanitizers. OSX_STRESS_SECONDS sets how long each number of threads has: 2 s by
 // default.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Timers among many others: how they are told apart, woken for and taken out.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Threads that are cancelled while they wait for ACE's token, which another one has, or with it;
 // and the order in which it and an application's own locks are taken.
 #include <fcntl.h>

@@ -1,15 +1,19 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "support/FailingAllocator.h"
 
 #include <atomic>
 #include <cstdlib>
+#include <limits>
 #include <new>
 
 namespace {
 
 struct State {
     bool active = false;
-    bool onlyOnce = false;
     int allowed = 0;
+    int left = 0;
     int failures = 0;
 };
 thread_local State gState;
@@ -37,10 +41,7 @@ bool mustFail() {
     if (mustFailHere()) {
         return true;
     }
-    if (!gState.active || gState.allowed-- > 0) {
-        return false;
-    }
-    if (gState.onlyOnce && gState.failures > 0) {
+    if (!gState.active || gState.allowed-- > 0 || gState.left-- <= 0) {
         return false;
     }
     ++gState.failures;
@@ -94,8 +95,11 @@ void operator delete[](void* aMemory, const std::nothrow_t&) noexcept {
 
 namespace test {
 
-FailingAllocator::FailingAllocator(int aAllowed, bool aOnlyOnce) {
-    gState = {true, aOnlyOnce, aAllowed, 0};
+FailingAllocator::FailingAllocator(int aAllowed, bool aOnlyOnce)
+    : FailingAllocator(aAllowed, aOnlyOnce ? 1 : std::numeric_limits<int>::max()) {}
+
+FailingAllocator::FailingAllocator(int aAllowed, int aFailures) {
+    gState = {true, aAllowed, aFailures, 0};
 }
 
 FailingAllocator::~FailingAllocator() {

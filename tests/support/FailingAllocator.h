@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Makes the allocator fail, for tests of what happens when memory is short.
 #ifndef OSX_TESTS_SUPPORT_FAILINGALLOCATOR_H
@@ -10,6 +13,8 @@ namespace test {
 class FailingAllocator {
 public:
     explicit FailingAllocator(int aAllowed = 0, bool aOnlyOnce = false);
+    /// @param aFailures how many allocations fail, before there is memory again.
+    FailingAllocator(int aAllowed, int aFailures);
     ~FailingAllocator();
     FailingAllocator(const FailingAllocator&) = delete;
     FailingAllocator& operator=(const FailingAllocator&) = delete;

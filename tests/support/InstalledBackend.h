@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Log back ends of tests: taking lines, and being in use for a time.
 #ifndef OSX_TESTS_SUPPORT_INSTALLEDBACKEND_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Signals that come in the middle of a call.
 #ifndef OSX_TESTS_SUPPORT_INTERRUPTER_H

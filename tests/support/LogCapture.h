@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Catches what the library writes to its log, from every thread.
 #ifndef OSX_TESTS_SUPPORT_LOGCAPTURE_H

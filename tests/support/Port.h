@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Ports of the library's, registered for the time of a test.
 #ifndef OSX_TESTS_SUPPORT_PORT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A program that runs beside the test, in a process of its own.
 #ifndef OSX_TESTS_SUPPORT_PROGRAM_H

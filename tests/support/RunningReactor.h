@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The process's reactor, running on threads of the library for the time of a test.
 #ifndef OSX_TESTS_SUPPORT_RUNNINGREACTOR_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The other end of a TCP connection, made of plain system calls so that the tests do not lean on
 /// what they test.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Files as a whole.
 #ifndef OSX_TESTS_SUPPORT_FILES_H
@@ -13,6 +16,16 @@ namespace test {
 inline std::string contentsOf(const std::string& aPath) {
     std::ifstream lFile(aPath);
     return {std::istreambuf_iterator<char>(lFile), std::istreambuf_iterator<char>()};
+}
+
+/// @return what a source holds below the lines that name its licence, as a page shows it.
+inline std::string programIn(const std::string& aPath) {
+    const std::string lSource = contentsOf(aPath);
+    std::size_t lBegin = 0;
+    while (lSource.compare(lBegin, 8, "// SPDX-") == 0) {
+        lBegin = lSource.find('\n', lBegin) + 1;
+    }
+    return lSource.substr(lBegin > 0 ? lBegin + 1 : 0);  // and an empty line
 }
 
 }  // namespace test

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Checks that need a process of their own, as they take its surroundings apart.
 #ifndef OSX_TESTS_SUPPORT_INCHILD_H

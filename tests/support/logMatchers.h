@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What a captured line may be compared with.
 #ifndef OSX_TESTS_SUPPORT_LOGMATCHERS_H

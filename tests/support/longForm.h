@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// How long and how often a test tries, which the environment may ask for more of.
 #ifndef OSX_TESTS_SUPPORT_LONGFORM_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Serving the installed reactor's events on the test's own thread.
 #ifndef OSX_TESTS_SUPPORT_SERVING_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// How long tests wait, and why so long.
 #ifndef OSX_TESTS_SUPPORT_TIMES_H

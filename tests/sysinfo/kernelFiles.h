@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Process files as two kernels write them.
 #ifndef OSX_TESTS_SYSINFO_KERNELFILES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What a FlexVar is when memory is short.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

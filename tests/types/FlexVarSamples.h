@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// One `FlexVar` of each type, for tests that go over all of them or over all pairs.
 #ifndef OSX_TESTS_TYPES_FLEXVARSAMPLES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Compiled as programs are that give their compiler liberties with floating numbers.
 #include <gtest/gtest.h>
 

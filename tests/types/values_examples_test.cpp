@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The examples of docs/values.md. tools/check-examples compares the two, to the letter.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Where the services count their successes: in a file that the tester maps, so that neither the
 /// counting nor the asking makes a system call.

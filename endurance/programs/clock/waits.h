@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Waits and timers of every kind, during which something happens to the clock.
 #ifndef OSX_ENDURANCE_CLOCK_WAITS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Tasks that write numbered lines, and how long each line took them.
 #ifndef ENDURANCE_DEVICE_LOGGERS_H

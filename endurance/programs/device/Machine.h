@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the machine itself does to a thread that wants nothing but to wake up in time.
 #ifndef ENDURANCE_DEVICE_MACHINE_H

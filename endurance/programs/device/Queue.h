@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A message queue between two tasks, and whether its messages come in order and none is missing.
 #ifndef ENDURANCE_DEVICE_QUEUE_H

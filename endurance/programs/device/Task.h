@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A task that goes on until its owner is destroyed.
 #ifndef ENDURANCE_DEVICE_TASK_H

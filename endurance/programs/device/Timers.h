@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Periodic timers, and how late they come.
 #ifndef ENDURANCE_DEVICE_TIMERS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// How long something took, many times: any thread notes, without memory that grows.
 #ifndef ENDURANCE_DEVICE_TIMES_H

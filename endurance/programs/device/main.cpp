@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A device that does some of everything: tasks that log, timers, a message queue, and a port that
 /// answers each piece of data with its length, beside the ports of the diagnostics.

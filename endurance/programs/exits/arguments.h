@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the program was told: a way out, what its threads do meanwhile, and its ports.
 #ifndef OSX_ENDURANCE_EXITS_ARGUMENTS_H
@@ -19,9 +22,10 @@ struct Ports {
     unsigned short ending = 0;  ///< Whose callback ends the process.
 };
 
-/// Whether the process is about to end. A child that is forked from then on has to end by `_exit`:
-/// in its copy the C library's lock of `exit` may be held, for ever.
-inline std::atomic<bool> gEnding{false};
+/// Whether a child that is forked now may end by `exit`. Not once the process is about to end: in
+/// the child's copy the C library's lock of `exit` may be held, for ever. Nor once another thread
+/// uses an object that `exit` destroys.
+inline std::atomic<bool> gChildMayExit{true};
 
 inline void print(const std::string& aText) {
     [[maybe_unused]] const ssize_t lIgnored = ::write(STDOUT_FILENO, aText.data(), aText.size());

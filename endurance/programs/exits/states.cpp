@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "exits/states.h"
 
 #include <netinet/in.h>
@@ -257,10 +260,10 @@ int connections(const Ports& aPorts) {
     if (osxOpenSocket(lSocket, addressOf(aPort).c_str()) == 0) {
         reset(lSocket);
     }
-    if (gEnding) {
-        ::_exit(kChildStatus);
+    if (gChildMayExit) {
+        std::exit(kChildStatus);
     }
-    std::exit(kChildStatus);
+    ::_exit(kChildStatus);
 }
 
 void awaitChild(pid_t aChild) {

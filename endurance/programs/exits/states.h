@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What threads are at while the process ends.
 #ifndef OSX_ENDURANCE_EXITS_STATES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 #include "exits/ways.h"
 
 #include <pthread.h>
@@ -22,6 +25,9 @@
 
 namespace exits {
 
+// No function makes an object with a destructor at its first call. The C library notes such an
+// object under its lock of `exit`, and a child that is forked meanwhile could not exit.
+
 namespace {
 
 void* gStop = nullptr;
@@ -33,7 +39,7 @@ void askToStop(int) {
 
 /// Says when the end begins, by the clock that the caller reads, too.
 void sayThatItEnds() {
-    gEnding = true;
+    gChildMayExit = false;
     timespec lNow{};
     ::clock_gettime(CLOCK_MONOTONIC, &lNow);
     print("ending at " + std::to_string(lNow.tv_sec) + " " + std::to_string(lNow.tv_nsec) + "\n");
@@ -150,11 +156,12 @@ int exitInTask(const Ports&) {
 class EndingRequest : public ACE_Method_Request {
     int call() override { end(); }
 };
+ActiveObject gObject;
 
 int exitInRequest(const Ports&) {
-    static ActiveObject lObject;
-    lObject.init();
-    lObject.insert(std::make_unique<EndingRequest>().release());
+    gChildMayExit = false;
+    gObject.init();
+    gObject.insert(std::make_unique<EndingRequest>().release());
     stay();
 }
 
@@ -206,11 +213,11 @@ class EndingHandler : public ACE_Event_Handler {
 public:
     int handle_input(ACE_HANDLE) override { end(); }
 };
+EndingHandler gHandler;
 
 /// A handler of the application's own, which ACE calls.
 int exitInHandler(const Ports&) {
-    static EndingHandler lHandler;
-    ACE_Reactor::instance()->notify(&lHandler, ACE_Event_Handler::READ_MASK);
+    ACE_Reactor::instance()->notify(&gHandler, ACE_Event_Handler::READ_MASK);
     stay();
 }
 
@@ -223,12 +230,12 @@ thread_local bool gEndsByLine = false;
 class EndingCallback : public ACE_Log_Msg_Callback {
     void log(ACE_Log_Record&) override { end(); }
 };
+EndingCallback gCallback;
 
 /// ACE calls it before it takes its log lock.
 int exitInMessageCallback(const Ports&) {
-    static EndingCallback lCallback;
     ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::MSG_CALLBACK);
-    ACE_Log_Msg::instance()->msg_callback(&lCallback);
+    ACE_Log_Msg::instance()->msg_callback(&gCallback);
     ACE_DEBUG((LM_DEBUG, "the last line\n"));
     return 1;
 }
@@ -244,11 +251,11 @@ class EndingBackend : public ACE_Log_Msg_Backend {
         return 0;
     }
 };
+EndingBackend gBackend;
 
 /// ACE calls it with its log lock held.
 int exitInBackend(const Ports&) {
-    static EndingBackend lBackend;
-    ACE_Log_Msg::msg_backend(&lBackend);
+    ACE_Log_Msg::msg_backend(&gBackend);
     ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::CUSTOM);
     gEndsByLine = true;
     ACE_DEBUG((LM_DEBUG, "the last line\n"));

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// The ways out of the process.
 #ifndef OSX_ENDURANCE_EXITS_WAYS_H

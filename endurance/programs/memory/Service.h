@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What the library does for a program, each thing small enough to say whether it still works.
 #ifndef OSX_ENDURANCE_SERVICE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The loop, timers, tasks, active objects, locks, queues, names and handlers of the application.
 #include <fcntl.h>
 #include <unistd.h>

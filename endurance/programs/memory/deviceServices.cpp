@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // The descriptor table and its channels.
 #include <fcntl.h>
 #include <stdlib.h>

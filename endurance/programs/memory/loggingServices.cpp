@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Logging to a file and to the network, and the debug level by its port.
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -30,13 +33,16 @@ public:
         char* lArguments[] = {const_cast<char*>("program"),
                               const_cast<char*>("-LogFile"),
                               const_cast<char*>(ownPath("log")),
+                              const_cast<char*>("-stderr"),
                               const_cast<char*>("-DebugLevel"),
                               const_cast<char*>("3"),
                               const_cast<char*>("-RedirectPort"),
                               lPort,
                               nullptr};
-        int lCount = 7;
+        int lCount = 8;
         LogInit(lCount, lArguments, true);
+        // Also where there was no memory to read the option: it is where lines go without memory.
+        ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR);
         mFile = lCount == 1 && ACE_Log_Msg::instance()->msg_ostream() != nullptr &&
                 !ACE_Log_Msg::instance()->msg_ostream()->fail();
         return lCount == 1;

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Tries what happens when a request for memory is refused, each one in a process of its own.
 //
 //     memory PORT PORT PORT PORT [--show] < TRIALS

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Ports, connections to servers, and broadcasts.
 #include <netdb.h>
 #include <netinet/in.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Stands in front of the C library's allocator.
 #include "memory/shortMemory.h"
 
@@ -43,25 +46,9 @@ bool isChosen(long aNumber) {
     return gFailing == memory::Failing::once ? aNumber == gFirst : memory::now() < gEnd;
 }
 
-/// ACE copies a line's text and does not look whether it could, which ends the process if there is
-/// memory again for what it writes it with. The library has looked just before, in vain then.
-bool isForALinesText() {
-    gShowing = true;
-    void* lCallers[8];
-    const int lCount = ::backtrace(lCallers, 8);
-    const bool lIsIt = std::any_of(lCallers, lCallers + lCount, [](const void* aCaller) {
-        Dl_info lInfo{};
-        return ::dladdr(aCaller, &lInfo) != 0 && lInfo.dli_sname != nullptr &&
-               std::strcmp(lInfo.dli_sname, "_ZN14ACE_Log_Record8msg_dataEPKc") == 0;
-    });
-    gShowing = false;
-    return lIsIt;
-}
-
 /// @return whether this request is refused.
 bool refuse() {
-    if (!gCounting.load(std::memory_order_acquire) || gShowing || !isChosen(++gCount) ||
-        isForALinesText()) {
+    if (!gCounting.load(std::memory_order_acquire) || gShowing || !isChosen(++gCount)) {
         return false;
     }
     ++gRefused;

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// Makes memory short for the whole process: for the library, ACE and the C library alike.
 #ifndef OSX_ENDURANCE_SHORTMEMORY_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // What the services share: waiting, plain sockets, the lines that were written.
 #include <arpa/inet.h>
 #include <fcntl.h>

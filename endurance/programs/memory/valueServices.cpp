@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 // Variants, identifiers, byte buffers, translation tables and system information.
 #include <cerrno>
 #include <cstdio>

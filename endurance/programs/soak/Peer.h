@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// A client of one of the gateway's ports.
 #ifndef OSX_ENDURANCE_SOAK_PEER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The osx maintainers
+// SPDX-License-Identifier: MIT
+
 /// @file
 /// What a process uses.
 #ifndef OSX_ENDURANCE_SOAK_USAGE_H
