@@ -503,47 +503,6 @@ TEST(RedirectService, SaysThatItCouldNotBeStartedForWantOfMemory) {
     EXPECT_EQ(-1, lResult);
 }
 
-namespace {
-
-/// Counts lines with a text, and needs no memory for it.
-class LinesWith : public test::LineBackend {
-public:
-    explicit LinesWith(const char* aText) : mText(aText) {}
-    ssize_t log(ACE_Log_Record& aRecord) override {
-        mLines += std::strstr(aRecord.msg_data(), mText) != nullptr ? 1 : 0;
-        return 0;
-    }
-    int number() const { return mLines; }
-
-private:
-    const char* const mText;
-    std::atomic<int> mLines{0};
-    test::InstalledBackend mInstalled{*this};
-};
-
-}  // namespace
-
-/// What is allocated before the client's own is the reactor's and the port's, which this is not
-/// about.
-TEST(RedirectService, SaysThatItHasNoMemoryForAClientWhoseConnectionItEnds) {
-    test::RunningReactor::reactor().initReactor();
-    const LinesWith lLines("no memory for a client, its connection is ended");
-    for (int lAllowed = 0; lAllowed < 40 && lLines.number() == 0; ++lAllowed) {
-        RedirectService lService;
-        const unsigned short lPort = test::freePort();
-        lService.setPortNumber(lPort);
-        ASSERT_EQ(0, lService.init());
-        TcpPeer lClient = TcpPeer::connect(lPort);
-        {
-            const test::FailingAllocator lNoMemory(lAllowed, true);
-            ASSERT_TRUE(test::serveUntil([&] { return lNoMemory.failures() == 1; }));
-        }
-        EXPECT_TRUE(lLines.number() == 0 || lClient.waitForClose());
-        lService.deinit();
-    }
-    EXPECT_EQ(1, lLines.number());
-}
-
 /// The client has its place in the order though its text does not come by way of a log line.
 TEST_F(RunningService, SendsTextsBehindTheLinesLoggedBefore) {
     TcpPeer lClient = connectClient();
