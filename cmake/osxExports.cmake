@@ -16,12 +16,16 @@ string(REPLACE "\n" "\";\n    \"" lPatterns "${lList}")
 file(CONFIGURE OUTPUT ${OSX_VERSION_SCRIPT} CONTENT
   "${OSX_SYMBOL_VERSION} {\n  global:\n  extern \"C++\" {\n    \"${lPatterns}\";\n  };\n  local: *;\n};\n")
 
+# Not CMAKE_NM: that of LLVM takes no symbol with a version apart.
+find_program(OSX_NM nm REQUIRED)
+mark_as_advanced(OSX_NM)
+
 function(osx_exports aTarget)
   target_link_options(${aTarget} PRIVATE -Wl,--version-script=${OSX_VERSION_SCRIPT})
   set_target_properties(${aTarget} PROPERTIES LINK_DEPENDS ${OSX_VERSION_SCRIPT})
   if(NOT OSX_SANITIZE AND NOT OSX_COVERAGE)
     add_custom_command(TARGET ${aTarget} POST_BUILD VERBATIM
-      COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM} -DLIBRARY=$<TARGET_FILE:${aTarget}>
+      COMMAND ${CMAKE_COMMAND} -DNM=${OSX_NM} -DLIBRARY=$<TARGET_FILE:${aTarget}>
         -DLIST=${OSX_EXPORTS} -DVERSION=${OSX_SYMBOL_VERSION}
         -P ${PROJECT_SOURCE_DIR}/cmake/compareExports.cmake)
   endif()
