@@ -11,10 +11,13 @@
 #include <sys/epoll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstddef>
+#include <cstring>
 #include <ctime>
 
 #include "ace/Functor.h"
@@ -92,9 +95,7 @@ class LoopReactor::Wait {
 public:
     Wait(LoopReactor& aLoop, epoll_event* aEvents, int aMost)
         : mLoop(aLoop), mEvents(aEvents), mMost(aMost) {
-        for (int lEvent = 0; lEvent < aMost; ++lEvent) {
-            aEvents[lEvent].data.u64 = 0;
-        }
+        std::memset(aEvents, 0, static_cast<std::size_t>(aMost) * sizeof *aEvents);
     }
     ~Wait() {
         if (!mHasEnded) {
@@ -205,7 +206,8 @@ bool LoopReactor::serveReady(Waited& aWaited) {
 /// A thread that is about to sleep counts itself first, and then looks for work. One that leaves
 /// work leaves it first, and then looks for sleepers: so one of the two sees the other.
 int LoopReactor::wait(epoll_event* aEvents, int aLimitMs) {
-    const int lMost = mSet.wantsFreshLook() ? 1 : ReadyQueue::kSize;
+    const int lMost =
+        mSet.wantsFreshLook() ? 1 : std::min<int>(ReadyQueue::kSize, mSet.mostEvents());
     const CountedIn lSleeper(mSleepers);
     Wait lWait(*this, aEvents, lMost);
     const bool lMaySleep = mReady.empty() && !mEnded;

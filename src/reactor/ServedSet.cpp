@@ -147,6 +147,11 @@ int ServedSet::add(ACE_HANDLE aHandle, Served& aHandler) {
     return enter(aHandle, *lSlot, aHandler);
 }
 
+void ServedSet::count(const Served& aHandler, int aChange) {
+    mHandlers.store(mHandlers.load(std::memory_order_relaxed) + aChange, std::memory_order_relaxed);
+    mFreshLooks += aHandler.wantsFreshLook() ? aChange : 0;
+}
+
 /// The slot is ready before the kernel knows of it: an event may come at once, on another thread.
 int ServedSet::enter(ACE_HANDLE aHandle, Slot& aSlot, Served& aHandler) {
     const std::uint32_t lGeneration = generationOf(aSlot.word.load()) + 1;
@@ -155,7 +160,7 @@ int ServedSet::enter(ACE_HANDLE aHandle, Slot& aSlot, Served& aHandler) {
     aHandler.mGeneration = lGeneration;
     aHandler.mLeft = Served::kNothing;
     aHandler.mSet = this;
-    mFreshLooks += aHandler.wantsFreshLook() ? 1 : 0;
+    count(aHandler, 1);
     aSlot.handler.store(&aHandler, std::memory_order_release);
     const Word lWord = withGeneration(lGeneration) | kPresent;
     aSlot.word.store(lWord, std::memory_order_release);
@@ -163,7 +168,7 @@ int ServedSet::enter(ACE_HANDLE aHandle, Slot& aSlot, Served& aHandler) {
         return 0;
     }
     aSlot.word.store(withGeneration(lGeneration), std::memory_order_release);
-    mFreshLooks -= aHandler.wantsFreshLook() ? 1 : 0;
+    count(aHandler, -1);
     aHandler.mSet = nullptr;
     aHandler.remove_reference();
     return -1;
@@ -185,7 +190,7 @@ bool ServedSet::takeOut(ACE_HANDLE aHandle, const Served* aOnly, int aLeft) {
             return false;
         }
         ::epoll_ctl(mPoll.get(), EPOLL_CTL_DEL, aHandle, nullptr);
-        mFreshLooks -= lHandler->wantsFreshLook() ? 1 : 0;
+        count(*lHandler, -1);
         lHandler->mLeft = aLeft;
         lHandler->mSet = nullptr;
         const Word lFormer =

@@ -112,6 +112,11 @@ public:
     ///         in advance then: the descriptor has to be ready still when the handler is served.
     bool wantsFreshLook() const { return mFreshLooks.load(std::memory_order_relaxed) != 0; }
 
+    /// @return how many events there can be at once. Handlers may come and go meanwhile.
+    int mostEvents() const {
+        return mHandlers.load(std::memory_order_relaxed) + static_cast<int>(kTags);
+    }
+
     /// Has the kernel report a handler's event again.
     void giveBack(const epoll_event& aEvent);
 
@@ -145,6 +150,7 @@ private:
     Slot* slot(ACE_HANDLE aHandle) const;
     Slot* makeSlot(ACE_HANDLE aHandle) OSX_REQUIRES(mMutex);
     int enter(ACE_HANDLE aHandle, Slot& aSlot, Served& aHandler) OSX_REQUIRES(mMutex);
+    void count(const Served& aHandler, int aChange) OSX_REQUIRES(mMutex);
     template <class Function>
     void forEachPresent(Function aFunction);
     int tell(int aOperation, ACE_HANDLE aHandle, Word aWord, const Served& aHandler) const;
@@ -160,7 +166,9 @@ private:
     /// The slots, by descriptor. Made with the lock when they are first needed, read by any thread,
     /// and never freed before the set.
     std::array<std::atomic<Chunk*>, kDescriptors / kChunk> mChunks{};
-    /// How many handlers want a fresh look. Written with the lock, read by loop threads.
+    /// How many handlers there are, and how many of them want a fresh look. Written with the lock,
+    /// read by loop threads.
+    std::atomic<int> mHandlers{0};
     std::atomic<int> mFreshLooks{0};
     bool mClosed OSX_GUARDED_BY(mMutex) = false;
 };
