@@ -200,9 +200,9 @@ int osxDataHandler::receive(ssize_t& aCame) {
         do {
             aCame = ::recv(descriptor(), lChunk.data(), lChunk.size(), MSG_DONTWAIT);
         } while (aCame == -1 && errno == EINTR);
+        DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_input: handle = %d result=%d\n",
+                                      descriptor(), aCame);
     }
-    DiagnosticLine(kModule).trace(9, "%t osxDataHandler::handle_input: handle = %d result=%d\n",
-                                  descriptor(), aCame);
     return deliver(lChunk.data(), aCame);
 }
 

@@ -377,6 +377,7 @@ TEST_P(CancelledLoopThread, LeavesItsConnectionToTheOthersAndNoneOpen) {
         ::shutdown(lPeer.descriptor(), SHUT_WR);
         EXPECT_TRUE(lLoop.wasCancelled());
         const test::RunningReactor lOthers;
+        EXPECT_EQ("x", lPeer.receive(1));
         EXPECT_TRUE(lPort.mClosed.waitFor(1));
         EXPECT_TRUE(lPeer.waitForClose());
     }
