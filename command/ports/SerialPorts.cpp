@@ -71,7 +71,7 @@ std::vector<fs::path> ancestorsOf(const fs::path& aDevice, const std::string& aS
 std::string driverOf(const std::vector<fs::path>& aAncestors) {
     for (const fs::path& lEach : aAncestors) {
         std::error_code lError;
-        const std::string lDriver = fs::read_symlink(lEach / "driver", lError).filename().string();
+        std::string lDriver = fs::read_symlink(lEach / "driver", lError).filename().string();
         // These stand between a UART and its driver in newer kernels.
         if (!lDriver.empty() && lDriver != "port" && lDriver != "ctrl") {
             return lDriver;

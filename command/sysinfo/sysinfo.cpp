@@ -4,8 +4,10 @@
 #include "sysinfo/sysinfo.h"
 
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -105,21 +107,34 @@ private:
     std::string mTrouble;
 };
 
+/// Takes a number from the front of a text, and what stands behind it.
+/// @return whether both were there.
+template <class Number>
+bool take(std::string_view& aText, Number& aNumber, char aNext) {
+    const char* const lEnd = aText.data() + aText.size();
+    const auto [lBehind, lError] = std::from_chars(aText.data(), lEnd, aNumber);
+    if (lError != std::errc{} || lBehind == lEnd || *lBehind != aNext) {
+        return false;
+    }
+    aText.remove_prefix(static_cast<std::size_t>(lBehind - aText.data()) + 1);
+    return true;
+}
+
 }  // namespace
 
 std::optional<Figures> figuresIn(std::string_view aLine) {
     if (aLine.size() > kLongestReport || !hasItsSum(aLine)) {
         return std::nullopt;
     }
-    Figures lFigures{};
-    const std::string lText(aLine);
-    int lEnd = 0;
-    if (std::sscanf(lText.c_str(), "$PGWS,%lf,%ld,%ld*%n", &lFigures.load, &lFigures.totalKb,
-                    &lFigures.freeKb, &lEnd) != 3 ||
-        static_cast<std::size_t>(lEnd) + 2 != lText.size() || !std::isfinite(lFigures.load)) {
+    constexpr std::string_view kStart = "$PGWS,";
+    if (aLine.substr(0, kStart.size()) != kStart) {
         return std::nullopt;
     }
-    return lFigures;
+    aLine.remove_prefix(kStart.size());
+    Figures lFigures{};
+    const bool lIsWhole = take(aLine, lFigures.load, ',') && take(aLine, lFigures.totalKb, ',') &&
+                          take(aLine, lFigures.freeKb, '*') && aLine.size() == 2;
+    return lIsWhole && std::isfinite(lFigures.load) ? std::optional(lFigures) : std::nullopt;
 }
 
 int sysinfo(const SysinfoOptions& aOptions) {
