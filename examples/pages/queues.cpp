@@ -16,7 +16,7 @@ static void print(void* aQueue) {
 
 int main() {
     void* lQueue = nullptr;
-    if (osxMsgQueueInit(64 * 1024, 0, &lQueue, "texts") != OSX_OK) {
+    if (osxMsgQueueInit(65536, 0, &lQueue, "texts") != OSX_OK) {
         return 1;
     }
     void* lTask = nullptr;
