@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 The osx maintainers
 # SPDX-License-Identifier: MIT
 """Fails if a page of the site links to a page, a picture or an anchor of it that is not there.

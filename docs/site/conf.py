@@ -9,6 +9,7 @@ import sys
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
 
 import stage  # noqa: E402
+import theme  # noqa: E402
 
 project = "osx"
 author = "The osx maintainers"
@@ -27,12 +28,11 @@ breathe_default_members = ("members",)
 breathe_show_include = False
 cpp_id_attributes = ["OSX_EXPORT", "OSX_HIDDEN"]
 
-# Every name that a page refers to has to be one of this interface, ACE's, or the system's.
+# Every name that a contract refers to has to be one of the interface, ACE's or the system's.
 nitpicky = True
 nitpick_ignore_regex = [
-    ("cpp:identifier", r"(std|osx|osx::process)(::.*)?|ACE_.*|ACE|pthread_t|iovec|u?int\d+_t|s?size_t|tm|"
-                       r"time_t|timeval|Reference_Count"),
-    ("cpp:identifier", r"T|Type|FlexVarTypes|.*_i|Slot|Served|osx::Served|Table|Words|Pool"),
+    ("cpp:identifier", r"ACE(_.*)?|(std|osx)(::.*)?|pthread_t|iovec|s?size_t|u?int\d+_t|Reference_Count"),
+    ("cpp:identifier", r"Served|Outcome|Table|Slot"),  # not for applications
 ]
 
 html_theme = "furo"
@@ -47,5 +47,8 @@ html_theme_options = {
     "dark_css_variables": {"color-brand-primary": "#7fb2ee", "color-brand-content": "#7fb2ee"},
 }
 pygments_style = "friendly"
-pygments_dark_style = "github-dark" if "github-dark" in __import__(
-    "pygments.styles", fromlist=["STYLE_MAP"]).STYLE_MAP else "monokai"
+pygments_dark_style = "monokai"
+
+
+def setup(app):
+    app.connect("build-finished", theme.mend)

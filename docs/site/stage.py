@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 # SPDX-FileCopyrightText: 2026 The osx maintainers
 # SPDX-License-Identifier: MIT
 """Lays out the sources of the site: the pages of the tree where they stand in the tree, a page of
@@ -170,7 +170,8 @@ def calls_page(subject):
 
 
 def about(header):
-    return (underlined(f"Conventions of {header}", "-") +
+    label = header.rpartition("/")[2].replace("_", "__").replace(".", "_8")  # as doxygen has it
+    return (f".. _{label}:\n\n" + underlined(f"Conventions of {header}", "-") +
             f".. doxygenfile:: {header}\n   :sections: briefdescription detaileddescription\n\n")
 
 
