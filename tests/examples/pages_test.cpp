@@ -36,6 +36,12 @@ TEST_P(Page, HasItsProgramAsItIsCompiled) {
               contents("docs/" + lName + ".md").find("```cpp\n" + lProgram + "```"));
 }
 
+INSTANTIATE_TEST_SUITE_P(OnDevices, Page,
+                         testing::Values("descriptors", "serial-ports", "files", "directories",
+                                         "channels", "values", "identifiers", "diagnostics",
+                                         "redirect-service", "system-information",
+                                         "process-end-and-fork"));
+
 TEST(PageProgram, OfTheReactorServesOnALoopThread) {
     test::Program lProgram({program("reactor")});
     EXPECT_EQ(0, lProgram.wait());
