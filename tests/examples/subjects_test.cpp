@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -76,7 +75,7 @@ TEST(SubjectProgram, OfDirectoriesNamesWhatIsInOne) {
     const Result lResult = run("directories", lFolder.path());
     EXPECT_EQ(0, lResult.status);
     EXPECT_EQ(7U, lResult.output.size());  // ".", ".." and "a", in any order
-    EXPECT_TRUE(std::regex_search(lResult.output, std::regex("(^|\n)a\n")));
+    EXPECT_NE(std::string::npos, ("\n" + lResult.output).find("\na\n"));
 }
 
 TEST(SubjectProgram, OfChannelsPassesOneMessageOn) {
@@ -95,9 +94,8 @@ TEST(SubjectProgram, OfValuesShowsAValueAndItsKind) {
 TEST(SubjectProgram, OfIdentifiersTranslatesOne) {
     const Result lResult = run("identifiers");
     EXPECT_EQ(0, lResult.status);
-    EXPECT_TRUE(std::regex_match(
-        lResult.output,
-        std::regex("[0-9a-f-]{36} is sent as 6ba7b810-9dad-11d1-80b4-00c04fd430c8\n")));
+    EXPECT_EQ(36U, lResult.output.find_first_not_of("0123456789abcdef-"));
+    EXPECT_EQ(36U, lResult.output.find(" is sent as 6ba7b810-9dad-11d1-80b4-00c04fd430c8\n"));
 }
 
 TEST(SubjectProgram, OfDiagnosticsIsWatchedAndSaysMoreOnceItsLevelIsRaised) {
@@ -127,9 +125,12 @@ TEST(SubjectProgram, OfTheRedirectServiceSendsItsLines) {
 TEST(SubjectProgram, OfSystemInformationShowsTheLoad) {
     const Result lResult = run("system-information");
     EXPECT_EQ(0, lResult.status);
-    // What of the memory is found depends on the layout that the library reads.
-    EXPECT_TRUE(std::regex_match(lResult.output,
-                                 std::regex("load \\d+\\.\\d\\d, -?\\d+ of -?\\d+ kB free\n")));
+    // How much memory depends on the layout of the process files that the library reads.
+    ASSERT_EQ(0U, lResult.output.find("load "));
+    char* lEnd = nullptr;
+    EXPECT_LE(0.0, std::strtod(lResult.output.c_str() + 5, &lEnd));
+    EXPECT_EQ(0U, std::string(lEnd).find(", "));
+    EXPECT_EQ(lResult.output.size() - 9, lResult.output.find(" kB free\n"));
 }
 
 TEST(SubjectProgram, OfTheProcessForksAndEndsInACallback) {
