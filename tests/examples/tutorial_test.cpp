@@ -109,7 +109,7 @@ TEST_F(Tutorial, QuotesItsStepsAsTheyAreCompiled) {
                                                                 << lQuote.text;
         ++lCount;
     }
-    EXPECT_GT(lCount, 6);
+    EXPECT_GT(lCount, 9);
 }
 
 TEST_F(Tutorial, Step1PrintsWhatTheInstrumentSaysUntilTheLineIsLost) {
