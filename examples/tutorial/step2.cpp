@@ -86,7 +86,7 @@ int main(int aCount, char** aArguments) {
     if (lStation.port < 0) {
         return 1;
     }
-    osxMsgQueueInit(64 * 1024, 0, &lStation.lines, "lines");
+    osxMsgQueueInit(65536, 0, &lStation.lines, "lines");
     void* lReader = nullptr;
     osxBeginTask(readLines, 0, 0, &lStation, &lReader, "reader");
 

@@ -97,7 +97,7 @@ int main(int aCount, char** aArguments) {
     OSX_Reactor& lReactor = *ACE_Unmanaged_Singleton<OSX_Reactor, ACE_Thread_Mutex>::instance();
     lReactor.startReactor();  // a thread that accepts clients and notices when they go
     lStation.clients.init(numberAt(2, aCount, aArguments, 10111));
-    osxMsgQueueInit(64 * 1024, 0, &lStation.lines, "lines");
+    osxMsgQueueInit(65536, 0, &lStation.lines, "lines");
     void* lReader = nullptr;
     osxBeginTask(readLines, 0, 0, &lStation, &lReader, "reader");
 
