@@ -28,7 +28,6 @@ from support.gateway import Client, Gateway, Instrument, Record, free_port, numb
 from support.wait import wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-BOARD_BUILD = ROOT / "build/i386"
 SYNC_SECONDS = 1
 SYNC_TAKES = 5  # seconds, on an emulated machine that shares its processor
 # The file system of the board writes nothing of its own accord.
@@ -157,13 +156,9 @@ class Board:
         self.place = place
         self.port = free_port()
         stage = place / "stage"
-        for folder in ("bin", "lib", "results"):
-            (stage / folder).mkdir(parents=True)
-        shutil.copy(BOARD_BUILD / "examples/gateway/gateway", stage / "bin")
-        for name in ("libosx.so.1", "libosx_current.so.1"):
-            shutil.copy(BOARD_BUILD / "src" / name, stage / "lib")
+        (stage / "results").mkdir(parents=True)
         job = stage / "job"
-        job.write_text(f"#!/bin/sh\n{LAZY}exec gateway --source 10.0.2.2:{instrument.port}"
+        job.write_text(f"#!/bin/sh\n{LAZY}exec osx-gateway --source 10.0.2.2:{instrument.port}"
                        " --port 7000"
                        f" --record results/record --sync-interval {SYNC_SECONDS * 1000}\n")
         job.chmod(0o755)
@@ -226,8 +221,7 @@ def make_board():
     for tool in ("qemu-system-i386", "mmdebstrap", "mke2fs", "debugfs"):
         if shutil.which(tool) is None:
             return f"{tool} is not installed (tools/install-packages board)"
-    for command in (["device/root", "build", "gateway"], ["device/board", "image"]):
-        subprocess.run([ROOT / command[0], *command[1:]], check=True, capture_output=True)
+    subprocess.run([ROOT / "device/board", "image"], check=True, capture_output=True)
     return None
 
 

@@ -61,7 +61,7 @@ cached() {
     local path=$1
     shift
     [ -e "$path" ] && return 0
-    mkdir -p "$cache_dir"
+    mkdir -p "$(dirname "$path")"
     (
         flock 9
         [ -e "$path" ] && exit 0

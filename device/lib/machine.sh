@@ -16,10 +16,11 @@ readonly board_port=7000
 # HOST_PORT of this machine leads to the board's port. ttyS1 and ttyS2 are joined; ttyS3 is the
 # socket DIR/ttyS3. What the emulator has to say goes to DIR/machine.log.
 run_machine() {
-    local dir=$1 host_port=$2 limit=$3 image
+    local dir=$1 host_port=$2 limit=$3 system image
+    system=$(system_dir)
     image=$(image_dir)
     timeout --foreground "$limit" qemu-system-i386 -accel tcg -m "$board_memory" -display none -no-reboot -pidfile "$dir/pid" \
-        -kernel "$image/kernel" -initrd "$image/initrd" \
+        -kernel "$system/kernel" -initrd "$system/initrd" \
         -append "root=LABEL=system rw console=ttyS0 init=/sbin/board-init quiet loglevel=2 panic=-1 net.ifnames=0" \
         -drive "file=$image/disc,format=raw,if=ide,snapshot=on" \
         -drive "file=$dir/disc,format=raw,if=ide" \
