@@ -21,6 +21,7 @@ inherit cmake externalsrc pkgconfig
 EXTRA_OECMAKE = " \
     -DOSX_BUILD_TESTS=OFF \
     -DOSX_BUILD_EXAMPLES=OFF \
+    -DOSX_BUILD_MAN=OFF \
     -DOSX_CCACHE=OFF \
     -DOSX_PROC_LAYOUT=current \
 "
