@@ -31,5 +31,7 @@ install(FILES ${PROJECT_BINARY_DIR}/osx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/p
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
   COMPONENT doc REGEX "/examples/CMakeLists\\.txt$" EXCLUDE)
 
+include(osxMan)
+
 # The list of what is installed, which is written last.
 include(osxSbom)

@@ -3,6 +3,8 @@
 
 #include "explain/StatusCodes.h"
 
+#include <yaml-cpp/yaml.h>
+
 #include <algorithm>
 
 #include "common/text.h"
@@ -105,6 +107,16 @@ private:
     bool mIsInResult = false;
 };
 
+void readCatalogue(std::vector<StatusCode>& aCodes) {
+    for (const YAML::Node& lEntry : YAML::Load(std::string(kCodeCatalogue))) {
+        for (StatusCode& lCode : aCodes) {
+            if (lCode.name == lEntry["code"].as<std::string>()) {
+                lCode.toDo = trimmed(lEntry["do"].as<std::string>());
+            }
+        }
+    }
+}
+
 }  // namespace
 
 std::vector<StatusCode> statusCodesIn(std::string_view aText, const std::string& aHeader) {
@@ -123,6 +135,7 @@ std::vector<StatusCode> allStatusCodes() {
     for (StatusCode& lCode : statusCodesIn(kCommIfHeader, "commif/commif.h")) {
         lCodes.push_back(std::move(lCode));
     }
+    readCatalogue(lCodes);
     return lCodes;
 }
 

@@ -23,13 +23,14 @@ struct StatusCode {
     unsigned long number;
     std::string meaning;
     std::string header;
+    std::string toDo;  ///< Empty until the catalogue has been read.
     std::vector<Giver> givers;
 };
 
 /// Reads the codes of a header: its constants, and what its functions say of their results.
 std::vector<StatusCode> statusCodesIn(std::string_view aText, const std::string& aHeader);
 
-/// @return all codes of the library.
+/// @return all codes of the library, with what to do.
 std::vector<StatusCode> allStatusCodes();
 
 }  // namespace command

@@ -13,6 +13,7 @@ namespace command {
 extern const std::string_view kOsxHeader;      ///< osx/osx.h
 extern const std::string_view kCommIfHeader;   ///< commif/commif.h
 extern const std::string_view kLineCatalogue;  ///< docs/lines.yaml
+extern const std::string_view kCodeCatalogue;  ///< docs/codes.yaml
 
 }  // namespace command
 

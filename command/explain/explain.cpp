@@ -39,7 +39,8 @@ std::string wrapped(const std::string& aText, const std::string& aIndentation) {
 
 std::string textOf(const StatusCode& aCode) {
     std::string lText = aCode.name + " = " + std::to_string(aCode.number) + " (" + aCode.header +
-                        ")\n" + wrapped(aCode.meaning, "  ");
+                        ")\n" + wrapped(aCode.meaning, "  ") +
+                        wrapped("What to do: " + aCode.toDo, "  ");
     for (const Giver& lGiver : aCode.givers) {
         lText += wrapped(lGiver.function + ": " + lGiver.why, "  ");
     }

@@ -7,9 +7,7 @@ import ast
 import itertools
 import re
 
-import pygal
-from pygal.style import CleanStyle
-
+from chartstyle import COLOURS, as_svg, pyplot
 from report import results
 
 HEAD = """# Endurance
@@ -28,13 +26,16 @@ def docstring(root, part):
 
 def chart(folder, part, name, lines):
     """Draws one chart. @return its file's name."""
-    drawn = pygal.XY(style=CleanStyle, show_dots=False, width=800, height=320, x_title="seconds",
-                     y_title=lines[0]["unit"], title=name, js=(), show_x_guides=True,
-                     disable_xml_declaration=True)
-    for line in lines:
-        drawn.add(line["line"], thinned(line["points"]))
+    figure, axes = pyplot.subplots(figsize=(7.6, 2.8), layout="constrained")
+    last = max(point[0] for line in lines for point in line["points"])
+    unit, length = ("days", 86400) if last > 2 * 86400 else ("seconds", 1)
+    for line, colour in zip(lines, itertools.cycle(COLOURS)):
+        points = [(time / length, value) for time, value in thinned(line["points"])]
+        axes.plot(*zip(*points), label=line["line"], color=colour)
+    axes.set(xlabel=unit, ylabel=lines[0]["unit"], title=name, ylim=(0, None))
+    axes.legend()
     path = folder / (re.sub(r"[^a-z0-9]+", "-", f"{part} {name}".lower()) + ".svg")
-    path.write_text(drawn.render(is_unicode=True), encoding="utf-8")
+    path.write_text(as_svg(figure))
     return path.name
 
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The osx maintainers
 // SPDX-License-Identifier: MIT
 
-// One piece of code for each kind of channel, as the page on device I/O quotes them.
+// One piece of code for each kind of channel; the pages on files and channels quote some.
 //
 //   channels DIRECTORY              a file, a listing, a queue, the console
 //   channels DIRECTORY HOST:PORT    also a dialogue with a terminal behind that address

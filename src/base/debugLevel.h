@@ -20,6 +20,9 @@ namespace osx {
 extern OSX_EXPORT std::atomic<unsigned int> gLogLevel;
 }  // namespace osx
 
+/// @defgroup debug_level Debug level
+/// @{
+
 /// Sets the debug level.
 /// @param aLevel 0 for no trace lines, 9 (or anything above) for all of them.
 OSX_EXPORT void setLogLevel(unsigned int aLevel) noexcept;
@@ -29,5 +32,6 @@ OSX_EXPORT void setLogLevel(unsigned int aLevel) noexcept;
 OSX_EXPORT inline unsigned int getLogLevel() noexcept {
     return osx::gLogLevel.load(std::memory_order_relaxed);
 }
+/// @}
 
 #endif

@@ -198,6 +198,22 @@ u_long presentFlags() {
     return __atomic_load_n(&logFlags(), __ATOMIC_RELAXED);
 }
 
+/// Prints as ACE would, but needs no memory, and no signal need be blocked: ACE blocks them all for
+/// the sake of its lock.
+void print(const char* aText) {
+    std::optional<WriteSignalGuard> lGuard;
+    if (mayRaiseWriteSignal(STDERR_FILENO)) {
+        lGuard.emplace();
+    }
+    std::fputs(aText, stderr);
+    std::fflush(stderr);
+}
+
+/// @return whether lines go to standard error alone, just as they are.
+bool arePrintedOnly(u_long aFlags) {
+    return aFlags == ACE_Log_Msg::STDERR;
+}
+
 /// Writes a line where ACE can do nothing: standard error is what is left, if lines go there. Else
 /// the descriptor may be anything.
 /// @return false if the line is lost.
@@ -208,9 +224,7 @@ bool writePlainly(const char* aText, u_long aFlags) {
     if ((aFlags & ACE_Log_Msg::STDERR) == 0) {
         return false;
     }
-    const WriteSignalGuard lGuard;
-    const ssize_t lIgnored = ::write(STDERR_FILENO, aText, std::strlen(aText));
-    static_cast<void>(lIgnored);
+    print(aText);
     return true;
 }
 
@@ -227,7 +241,6 @@ bool logContent(ACE_Log_Msg& aLog, TextRoom aRoom, ACE_Log_Priority aPriority,
                 const Content& aContent, int aStatus, int aErrno) {
     aLog.set(aContent.mModule, aContent.mLine, aStatus, aErrno, aLog.restart(), aLog.msg_ostream(),
              aLog.msg_callback());
-    ACE_Log_Record lRecord(aPriority, ACE_OS::gettimeofday(), aLog.getpid());
     const u_long lFlags = presentFlags();
     const Timestamp lTimestamp = timestampOf(aLog);
     const char* lText = aRoom.begin;
@@ -236,6 +249,11 @@ bool logContent(ACE_Log_Msg& aLog, TextRoom aRoom, ACE_Log_Priority aPriority,
         putPrefix(aRoom, lIsNamed ? ACE_Log_Msg::program_name() : nullptr, lTimestamp);
     }
     aContent.putInto(aRoom);
+    if (arePrintedOnly(lFlags)) {
+        print(lText);
+        return true;
+    }
+    ACE_Log_Record lRecord(aPriority, ACE_OS::gettimeofday(), aLog.getpid());
     if (lRecord.msg_data() != nullptr) {
         lRecord.msg_data(lText);
         if (log(aLog, lRecord, lFlags, aErrno)) {

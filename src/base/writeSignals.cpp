@@ -7,34 +7,20 @@
 // which are spared where no signal can come.
 #include "base/writeSignals.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <ctime>
 
 #include "base/ErrnoKeeper.h"
 #include "base/NoCancellation.h"
+#include "base/processLimit.h"
 
 namespace osx {
 
 namespace {
 
 constexpr int kSignals[] = {SIGPIPE, SIGXFSZ};
-
-/// Asked before every line of a log file. The C library's `getrlimit` uses the system call
-/// `prlimit64`, which also checks the rights of one process over another, and takes twice as long.
-/// In 32 bits the plain system call does not tell limits beyond 4 GB.
-bool isFileSizeLimited() noexcept {
-    rlimit lLimit{};
-#if defined(__LP64__) && defined(SYS_getrlimit)
-    const bool lIsTold = ::syscall(SYS_getrlimit, RLIMIT_FSIZE, &lLimit) == 0;
-#else
-    const bool lIsTold = ::getrlimit(RLIMIT_FSIZE, &lLimit) == 0;
-#endif
-    return lIsTold && lLimit.rlim_cur != RLIM_INFINITY;
-}
 
 }  // namespace
 
@@ -71,7 +57,7 @@ bool mayRaiseWriteSignal(int aDescriptor) noexcept {
 }
 
 bool mayRaiseWriteSignalTo(mode_t aMode) noexcept {
-    return !S_ISCHR(aMode) && (!S_ISREG(aMode) || isFileSizeLimited());
+    return !S_ISCHR(aMode) && (!S_ISREG(aMode) || processLimit(RLIMIT_FSIZE) != RLIM_INFINITY);
 }
 
 }  // namespace osx

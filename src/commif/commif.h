@@ -44,7 +44,7 @@
 class ACE_FILE_IO;
 class osxComPort;
 
-/// @name Status codes
+/// @defgroup device_status_codes Status codes of the device I/O
 /// The values are part of the interface.
 /// @{
 constexpr int COMMIF_OK = 0;                       ///< Success.
@@ -65,6 +65,8 @@ constexpr int COMMIF_ERR_QUEUE_CREATE = 10151;     ///< A message queue could no
 constexpr int COMMIF_ERR_QUEUE_RECV = 10152;       ///< Reading a message queue failed otherwise.
 /// @}
 
+/// @defgroup device_types Device types and limits
+/// @{
 constexpr int COMMIF_MAX_DESC = 203;        ///< Entries of the descriptor table.
 constexpr int COMMIF_FIRST_DESC = 3;        ///< Lowest descriptor ever handed out.
 constexpr int COMMIF_FILE_NAME_LEN = 256;   ///< Bytes of a file's name, its terminator included.
@@ -78,8 +80,9 @@ enum commIfDevType_t : unsigned int {
     eFILE = 4,    ///< A regular file.
     eMSG = 5      ///< A message queue.
 };
+/// @}
 
-/// @name Parameters of an open
+/// @defgroup open_parameters Parameters of an open
 /// @{
 
 /// How to open a serial port.
@@ -146,7 +149,7 @@ struct commIfDevParams_t {
 };
 /// @}
 
-/// @name Descriptor table
+/// @defgroup descriptor_table Descriptor table
 /// For looking at. An entry's fields are its channel's; only `used` tells whether they matter.
 /// @{
 
@@ -202,7 +205,7 @@ struct commIfDesc_t {
 OSX_EXPORT extern commIfDesc_t commIfDesc[COMMIF_MAX_DESC];
 /// @}
 
-/// @name Descriptors
+/// @defgroup descriptors Descriptors
 /// @{
 
 /// Opens a channel, on the lowest descriptor that is free.
@@ -278,7 +281,7 @@ OSX_EXPORT int commIffprintf(int aDesc, const char* aFormat, ...)
     __attribute__((format(printf, 2, 3)));
 /// @}
 
-/// @name Console
+/// @defgroup console Console
 /// These bypass the descriptors. Their number argument is ignored.
 /// @{
 
@@ -311,7 +314,7 @@ OSX_EXPORT int commfprintf(int aIgnored, const char* aFormat, ...)
     __attribute__((format(printf, 2, 3)));
 /// @}
 
-/// @name Serial channel
+/// @defgroup serial_channel Serial channel
 /// | command | effect                                    | `aData`                              |
 /// |---------|-------------------------------------------|--------------------------------------|
 /// | 1, 2    | clears, sets RTS                          | not used                             |
@@ -373,7 +376,7 @@ OSX_EXPORT int commIfSerialIoctl(int aDesc, unsigned long aCmd, void* aData);
 OSX_EXPORT int commIfSerialClose(int aDesc);
 /// @}
 
-/// @name File channel
+/// @defgroup file_channel File channel
 /// | command | effect                     | `aData`                                             |
 /// |---------|----------------------------|-----------------------------------------------------|
 /// | 50      | seeks                      | two 32-bit words: the origin (0 start, 1 current    |
@@ -435,7 +438,7 @@ OSX_EXPORT int commIfFileIoctl(int aDesc, unsigned long aCmd, void* aData);
 OSX_EXPORT int commIfFileClose(int aDesc);
 /// @}
 
-/// @name File utilities
+/// @defgroup file_utilities File utilities
 /// @{
 
 /// Renames a file, replacing one that has the new name.
@@ -473,7 +476,7 @@ OSX_EXPORT int getFileSize(ACE_FILE_IO& aFile, unsigned long& aSize);
 OSX_EXPORT void commIfFilenameToUpper(const char* aName, char* aUpper);
 /// @}
 
-/// @name Directories
+/// @defgroup directories Directories
 /// A listing is a handle of its own, used by one thread at a time. It gives the names in no
 /// particular order, "." and ".." included.
 /// @{
@@ -510,7 +513,7 @@ OSX_EXPORT void commIfDirClose(void* aHandle);
 OSX_EXPORT int commIfDirDefaultSet(const char* aDirectory);
 /// @}
 
-/// @name Message queue channel
+/// @defgroup queue_channel Message queue channel
 /// | command | effect                     | `aData`                          |
 /// |---------|----------------------------|----------------------------------|
 /// | 5       | discards all messages      | not used                         |
@@ -567,7 +570,7 @@ OSX_EXPORT int commIfMsgIoctl(int aDesc, unsigned long aCmd, void* aData);
 OSX_EXPORT int commIfMsgClose(int aDesc);
 /// @}
 
-/// @name Network channel
+/// @defgroup network_channel Network channel
 /// There are no commands. The channel never closes the socket. `osxGetLastNetworkError` gives the
 /// status of a failed read or write, and that is 0 always: only the count tells.
 /// @{
@@ -623,7 +626,7 @@ OSX_EXPORT int commIfNetClose(int aDesc);
 OSX_EXPORT int commifNetfgets(char* aBuf, int aDesc);
 /// @}
 
-/// @name Console channel
+/// @defgroup console_channel Console channel
 /// None of these looks at the descriptor.
 /// @{
 

@@ -129,7 +129,7 @@ private:
     [[maybe_unused]] int mBaudRate;
 };
 
-/// @name Modem lines
+/// @defgroup modem_lines Modem lines
 /// Any thread may call. A driver that refuses is ignored.
 /// @{
 
@@ -173,6 +173,7 @@ OSX_EXPORT int flushPort(ACE_TTY_IO& aComport);
 /// @}
 
 /// Makes the device path of a port.
+/// @ingroup serial_channel
 /// @param aPort number of the port, from 1 on; 1 is "/dev/ttyS0". Its low 32 bits count, and 0
 ///        wraps around to "/dev/ttyS4294967295".
 /// @param[out] aName room for 30 characters; receives the path.

@@ -35,6 +35,9 @@
 
 class RedirectService;
 
+/// @defgroup logging Where lines go
+/// @{
+
 /// How many clients the debug-level port holds. It closes the connection of any further one at once
 /// (at most once a second with a line).
 constexpr int kMaxDebugLevelClients = 64;
@@ -102,5 +105,6 @@ OSX_EXPORT void printUsage();
 /// @param aLength number of bytes; 0 does nothing.
 OSX_EXPORT void NewLogLevelData(void* aSocket, void*& aUserData, unsigned char* aData,
                                 unsigned long aLength);
+/// @}
 
 #endif

@@ -25,6 +25,7 @@
 #include "osx/ActiveObject.h"
 #include "process/atFork.h"
 #include "process/parking.h"
+#include "threads/ThreadName.h"
 
 using std::chrono::milliseconds;
 
@@ -135,6 +136,7 @@ class RedirectService::Serving : public ACE_Method_Request {
 public:
     explicit Serving(osx::Watchers& aWatchers) : mWatchers(aWatchers) {}
     int call() override {
+        osx::ThreadName("osx-redirect").giveToCaller();
         gServing = true;
         mWatchers.serve();
         gServing = false;

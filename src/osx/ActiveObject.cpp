@@ -15,6 +15,7 @@
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "threads/RunningHere.h"
+#include "threads/ThreadName.h"
 #include "threads/startThread.h"
 
 namespace {
@@ -141,6 +142,7 @@ int ActiveObject::svc() {
     if (!hasQueue()) {
         return failWithoutQueue();
     }
+    osx::ThreadName("osx-active").giveToCaller();
     const osx::RunningHere lRunning(this);
     const RunningFlag lFlag(mRunning);
     const QueueOpener lOpener(mQueue);

@@ -12,6 +12,7 @@
 #include "process/parking.h"
 #include "reactor/processReactor.h"
 #include "threads/ThreadJoiner.h"
+#include "threads/ThreadName.h"
 #include "threads/startThread.h"
 
 namespace {
@@ -53,6 +54,7 @@ private:
 };
 
 int OSX_ReactorThread::svc() {
+    osx::ThreadName("osx-loop").giveToCaller();
     const osx::process::InLoop lInLoop;
     const Running lRunning(*this);
     while (!mStop) {

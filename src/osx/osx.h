@@ -54,7 +54,7 @@
 
 class ACE_Recursive_Thread_Mutex;
 
-/// @name Status codes
+/// @defgroup status_codes Status codes of the OS services
 /// The values are part of the interface. Numbers in between are reserved; a new code goes above the
 /// highest.
 /// @{
@@ -68,6 +68,9 @@ constexpr unsigned int OSX_ERR_MUTEX_INVALID = 20026;  ///< Null mutex.
 constexpr unsigned int OSX_ERR_MUTEX_ACQUIRE = 20028;  ///< The lock failed, not by time-out.
 /// @}
 
+/// @defgroup time_outs Time-outs
+/// @{
+
 /// No limit, wherever a time-out is given in milliseconds.
 constexpr unsigned long OSX_INFINITE_TIMEOUT = 0xFFFFFFFFUL;
 
@@ -76,8 +79,9 @@ enum osxWaitFlag_t : unsigned int {
     OSX_WAIT_INFINITE = 0,  ///< Wait until the object is obtained; the time-out is ignored.
     OSX_WAIT_TIMED = 1      ///< Bounded wait; any other number but 0 means the same.
 };
+/// @}
 
-/// @name Tasks
+/// @defgroup tasks Tasks
 /// A task runs a function of the application on a thread of its own.
 /// @{
 
@@ -118,7 +122,7 @@ OSX_EXPORT void osxBeginningOfTask();
 OSX_EXPORT void osxEndTask();
 /// @}
 
-/// @name Mutexes
+/// @defgroup mutexes Mutexes
 /// A mutex is not recursive. The thread that acquired it releases it.
 /// @{
 
@@ -154,7 +158,7 @@ OSX_EXPORT unsigned int osxReleaseMutex(void* aHandle);
 OSX_EXPORT unsigned int osxDeleteMutex(void* aHandle);
 /// @}
 
-/// @name Semaphores
+/// @defgroup semaphores Semaphores
 /// A semaphore counts: an acquire takes one from the count and waits while it is 0, a release adds
 /// one. Any thread may release.
 /// @{
@@ -196,7 +200,7 @@ OSX_EXPORT unsigned int osxReleaseSemaphore(void* aHandle);
 OSX_EXPORT unsigned int osxDeleteSemaphore(void* aHandle);
 /// @}
 
-/// @name Critical sections
+/// @defgroup critical_sections Critical sections
 /// A critical section is a recursive lock: a thread may enter it several times and leaves it as
 /// often. The structure is the caller's. A call on one that holds null does nothing (with a line).
 /// @{
@@ -227,7 +231,7 @@ OSX_EXPORT void osxLeaveCriticalSection(osxCriticalSection_t* aSection);
 OSX_EXPORT void osxDeleteCriticalSection(osxCriticalSection_t* aSection);
 /// @}
 
-/// @name Reactor
+/// @defgroup reactor Reactor
 /// One process-wide reactor serves timers and ports. The application decides which threads run its
 /// event loop: threads of the library, with `OSX_Reactor::startReactor`, or its own, with
 /// `osxRunReactor`. The first timer or port installs the library's own reactor, `OSX_Reactor`, if
@@ -246,7 +250,7 @@ OSX_EXPORT int osxRunReactor();
 OSX_EXPORT int osxStopReactor();
 /// @}
 
-/// @name Timers
+/// @defgroup timers Timers
 /// A timer calls a function once, or periodically. Callbacks come on whichever thread runs the
 /// event loop. With several such threads callbacks of different timers may run at once, and so may
 /// two calls of one periodic timer whose callback lasts longer than its period.
@@ -283,7 +287,7 @@ OSX_EXPORT int osxCancelTimer(void* aHandle);
 OSX_EXPORT void osxDestroyTimer(void*& aHandle);
 /// @}
 
-/// @name Message queues
+/// @defgroup message_queues Message queues
 /// A queue carries messages between threads of the process, first in, first out. Each send puts in
 /// one message, a copy of the sender's bytes; each receive takes out the oldest one. Any number of
 /// threads may send and receive on one queue.
@@ -338,7 +342,7 @@ OSX_EXPORT unsigned int osxMsgQueueFlush(void* aQueue);
 OSX_EXPORT unsigned int osxMsgQueueDelete(void* aQueue);
 /// @}
 
-/// @name Name table
+/// @defgroup name_table Name table
 /// Names of tasks, named semaphores and queues, for diagnostics: 256 entries, in the order of their
 /// names without regard to case.
 /// @{
@@ -389,7 +393,7 @@ OSX_EXPORT int osxNameTableList();
 OSX_EXPORT int cmp_names(const void* aLeft, const void* aRight);
 /// @}
 
-/// @name Time and host
+/// @defgroup time_and_host Time and host
 /// @{
 
 /// Sleeps. A signal ends the sleep early; the rest of the time is dropped.
@@ -449,7 +453,7 @@ OSX_EXPORT double ntohd(double aValue);
 OSX_EXPORT double htond(double aValue);
 /// @}
 
-/// @name Sockets
+/// @defgroup sockets Sockets
 /// A socket is a TCP connection, made here or accepted by a port. Results of -1 are
 /// `(unsigned long)-1`.
 ///
@@ -584,7 +588,7 @@ OSX_EXPORT unsigned long osxGetHostname(char* aHost, unsigned long aLen);
 OSX_EXPORT unsigned long osxGetHostname(ACE_String_Base<char>& aHost);
 /// @}
 
-/// @name Listening ports
+/// @defgroup listening_ports Listening ports
 /// A port accepts TCP connections and calls the application back, on whichever thread runs the
 /// event loop. Callbacks of one connection never overlap; those of different connections may.
 ///

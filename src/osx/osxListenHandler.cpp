@@ -29,6 +29,7 @@
 #include "base/allocate.h"
 #include "base/assertion.h"
 #include "base/diagnosticLine.h"
+#include "base/processLimit.h"
 #include "base/standardDescriptors.h"
 #include "osx/OSX_Reactor.h"
 #include "process/atFork.h"
@@ -63,10 +64,9 @@ bool isShortage(int aError) {
 /// The kernel gives out the lowest free number: a high one tells that few are left. The limit may
 /// be changed while the process runs.
 bool isReserved(int aDescriptor) {
-    rlimit lLimit{};
-    ::getrlimit(RLIMIT_NOFILE, &lLimit);
-    const rlim_t lReserve = std::min(lLimit.rlim_cur / kReservedPart, kMostReserved);
-    return static_cast<rlim_t>(aDescriptor) >= lLimit.rlim_cur - lReserve;
+    const rlim_t lLimit = osx::processLimit(RLIMIT_NOFILE);
+    const rlim_t lReserve = std::min(lLimit / kReservedPart, kMostReserved);
+    return static_cast<rlim_t>(aDescriptor) >= lLimit - lReserve;
 }
 
 bool listenOn(int aSocket, const ACE_INET_Addr& aAddress) {

@@ -11,14 +11,40 @@
 #include "base/moduleNames.h"
 #include "osx/ThreadACE.h"
 #include "osx/osx.h"
+#include "threads/ThreadName.h"
 #include "threads/startThread.h"
 
 using osx::DiagnosticLine;
 
+namespace {
+
+/// A task whose thread has the task's name.
+class NamedTask final : public ThreadACE {
+public:
+    NamedTask(void (*aFunction)(void*), void* aArgument, const char* aName)
+        : ThreadACE(aFunction, aArgument), mName(aName) {}
+
+    int svc() override {
+        mName.giveToCaller();
+        return ThreadACE::svc();
+    }
+
+private:
+    const osx::ThreadName mName;
+};
+
+/// Lest it have that of the thread that began it.
+const char* nameOrDefault(const char* aName) {
+    return aName == nullptr || *aName == '\0' ? "osx-task" : aName;
+}
+
+}  // namespace
+
 unsigned int osxBeginTask(void (*aFunction)(void*), unsigned long, unsigned long, void* aArgument,
                           void** aHandle, const char* aName) {
     const osx::NoCancellation lGuard;
-    std::unique_ptr<ThreadACE> lThread = osx::allocate<ThreadACE>(aFunction, aArgument);
+    std::unique_ptr<ThreadACE> lThread =
+        osx::allocate<NamedTask>(aFunction, aArgument, nameOrDefault(aName));
     if (lThread == nullptr || osx::startThread(*lThread) != 0) {
         return OSX_OK;
     }

@@ -15,7 +15,7 @@
 #include "base/osxExport.h"
 #include "types/FlexVar.h"
 
-/// @name Keys of the figures
+/// @defgroup figure_keys Keys of the figures
 /// Besides these, each field of "/proc/meminfo" and each disc of "/proc/partitions" is kept under
 /// the name that the kernel gives it.
 /// @{

@@ -412,6 +412,20 @@ TEST(DiagnosticLine, SurvivesMemoryThatComesBackInTheMiddleOfIt) {
     }
 }
 
+TEST(DiagnosticLine, NeedsNoMemoryWhereItGoesToStandardErrorAlone) {
+    EXPECT_TRUE(test::inChild([] { return reachesStandardError(true, 0, 1000); }));
+}
+
+TEST(DiagnosticLine, KeepsItsPlaceInAStandardErrorThatIsBuffered) {
+    EXPECT_TRUE(test::inChild([] {
+        const ReadBack lStandardError;
+        std::setvbuf(stderr, nullptr, _IOFBF, BUFSIZ);
+        std::fputs("before, ", stderr);
+        writeAFailure();
+        return lStandardError.text() == "before, a failure\n";
+    }));
+}
+
 namespace {
 
 /// Writes a failure to a file, while an allocation fails, and then another line.

@@ -80,6 +80,9 @@ TEST(Explain, KnowsTheLibrarysCodes) {
         EXPECT_FALSE(lFound->meaning.empty());
         EXPECT_FALSE(lFound->givers.empty()) << lEach.name;
     }
+    for (const StatusCode& lCode : lCodes) {
+        EXPECT_FALSE(lCode.toDo.empty()) << lCode.name;
+    }
 }
 
 TEST(Explain, FindsEachLineWithItsArgumentsFilledIn) {
@@ -101,7 +104,9 @@ TEST(Explain, FindsEachLineWithItsArgumentsFilledIn) {
 
 TEST(Explain, TakesANumberANameOrALine) {
     EXPECT_THAT(test::run({"explain", "20011"}).output,
-                HasSubstr("OSX_ERR_TIMEOUT = 20011 (osx/osx.h)\n"));
+                HasSubstr("OSX_ERR_TIMEOUT = 20011 (osx/osx.h)\n"
+                          "  A timed acquire obtained nothing.\n"
+                          "  What to do: The caller holds nothing"));
     EXPECT_THAT(test::run({"explain", "COMMIF_ERR_SHORT_READ"}).output,
                 HasSubstr("COMMIF_ERR_SHORT_READ = 10117 (commif/commif.h)\n"));
     EXPECT_THAT(test::run({"explain", "12"}).output, HasSubstr("Cannot allocate memory"));

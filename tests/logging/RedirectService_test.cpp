@@ -10,11 +10,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <sstream>
@@ -32,6 +34,7 @@
 #include "support/LogCapture.h"
 #include "support/RunningReactor.h"
 #include "support/TcpPeer.h"
+#include "support/files.h"
 #include "support/inChild.h"
 #include "support/serving.h"
 #include "support/waitUntil.h"
@@ -151,6 +154,15 @@ TEST_F(RunningService, SendsPlainTextToEveryClientInOrder) {
     }
     EXPECT_THAT(lOne.receiveUntil("line 99\n"), EndsWith(lExpected));
     EXPECT_EQ(lExpected, lTwo.receive(lExpected.size()));
+}
+
+TEST_F(RunningService, HasANameForItsThread) {
+    EXPECT_TRUE(test::waitUntil([] {
+        const std::filesystem::directory_iterator lThreads("/proc/self/task");
+        return std::any_of(begin(lThreads), end(lThreads), [](const auto& aThread) {
+            return test::contentsOf(aThread.path() / "comm") == "osx-redirect\n";
+        });
+    }));
 }
 
 TEST_F(RunningService, TurnsClientsAwayBeyondThoseThatItHolds) {

@@ -1,7 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The osx maintainers
 // SPDX-License-Identifier: MIT
 
-// The examples of docs/values.md. tools/check-examples compares the two, to the letter.
+// The examples of docs/values.md and docs/identifiers.md. tools/check-examples compares them with
+// the pages, to the letter.
 #include <gtest/gtest.h>
 
 #include <memory>
