@@ -128,6 +128,13 @@ TEST_F(ConsoleAccess, MayNeedATokenOnThisMachine) {
     EXPECT_EQ(std::string::npos, lConsole.program().output().find(lToken));
 }
 
+TEST_F(ConsoleAccess, TakesItsTokenFromTheEnvironment) {
+    test::Program lProgram({"/usr/bin/env", "OSX_CONSOLE_TOKEN=short", OSX_PROGRAM, "console",
+                            "--history", mFolder.path() + "/h.db", "127.0.0.1:1"});
+    EXPECT_EQ(2, lProgram.wait());
+    EXPECT_THAT(lProgram.output(), HasSubstr("--token: 16 to 128 letters"));
+}
+
 TEST_F(ConsoleAccess, ChangesALevelForItsOwnPageOnly) {
     Console lConsole(words());
     ASSERT_TRUE(lConsole.isReady());
@@ -202,6 +209,27 @@ TEST_F(ConsoleAccess, EndsConnectionsThatAskForNothing) {
     }
     EXPECT_EQ(200, lConsole.statusOf("/api/state")) << "behind them";
     EXPECT_TRUE(lIdle.front().waitForClose());
+    EXPECT_TRUE(lConsole.endsCleanly());
+}
+
+TEST_F(ConsoleAccess, LetsSoManyFollow) {
+    Console lConsole(words());
+    ASSERT_TRUE(lConsole.isReady());
+    const auto lFollow = [&] {
+        TcpPeer lPeer = TcpPeer::connect(lConsole.port());
+        lPeer.send("GET /api/events HTTP/1.1\r\nHost: " + lConsole.address() + "\r\n\r\n");
+        return lPeer;
+    };
+    std::vector<TcpPeer> lFollowing;
+    for (int lPeer = 0; lPeer < 24; ++lPeer) {
+        lFollowing.push_back(lFollow());
+        ASSERT_THAT(lFollowing.back().receiveUntil("\r\n"), HasSubstr(" 200 "));
+    }
+    EXPECT_THAT(lFollow().receiveUntil("\r\n"), HasSubstr(" 503 "));
+    EXPECT_EQ(200, lConsole.statusOf("/api/state")) << "the rest is there for others";
+    lFollowing.front().reset();
+    EXPECT_TRUE(test::waitUntil(
+        [&] { return lFollow().receiveUntil("\r\n").find(" 200 ") != std::string::npos; }));
     EXPECT_TRUE(lConsole.endsCleanly());
 }
 
