@@ -42,12 +42,18 @@ html_css_files = ["site.css"]
 html_copy_source = False
 html_show_sourcelink = False
 html_show_sphinx = False
+
+
+def colours(brand):
+    return {f"color-{part}": brand for part in ("brand-primary", "brand-content", "api-name", "api-pre-name")}
+
+
 html_theme_options = {
-    "light_css_variables": {"color-brand-primary": "#1f5fa8", "color-brand-content": "#1f5fa8"},
-    "dark_css_variables": {"color-brand-primary": "#7fb2ee", "color-brand-content": "#7fb2ee"},
+    "light_css_variables": colours("#1f5fa8"),
+    "dark_css_variables": colours("#7fb2ee"),
 }
 pygments_style = "friendly"
-pygments_dark_style = "monokai"
+pygments_dark_style = "github-dark"
 
 
 def setup(app):

@@ -5,7 +5,8 @@
 
 int main() {
     commIfDevParams_t lParams{};
-    lParams.devType = eVGA;  // the console; ports, files, queues and sockets open in the same way
+    // The console. Ports, files, queues and sockets are opened in the same way.
+    lParams.devType = eVGA;
     int lDesc = -1;
     const int lStatus = commIfOpen(&lDesc, &lParams, nullptr);
     if (lStatus != COMMIF_OK) {
@@ -14,6 +15,7 @@ int main() {
     }
     commIffprintf(lDesc, "descriptor %d\n", lDesc);
     commIfClose(lDesc);
-    commfprintf(0, "closed again: status %d\n", commIfClose(lDesc));  // COMMIF_ERR_NOT_OPEN
+    // COMMIF_ERR_NOT_OPEN
+    commfprintf(0, "closed again: status %d\n", commIfClose(lDesc));
     return 0;
 }

@@ -16,9 +16,9 @@ static void work(const void*) {
 
 int main(int aCount, char** aArguments) {
     if (aCount > 1) {
-        setDebugLevelPortNumber(std::strtol(aArguments[1], nullptr, 10));  // instead of 12311
+        setDebugLevelPortNumber(std::strtol(aArguments[1], nullptr, 10));  // not 12311
     }
-    LogInit(aCount, aArguments, true);  // takes its own options out of the command line
+    LogInit(aCount, aArguments, true);  // takes its options out
     void* lTimer = osxCreateTimer(work, nullptr, 200, 1);
     const int lResult = osxRunReactor();
     osxDestroyTimer(lTimer);

@@ -21,7 +21,7 @@ int main() {
     const pid_t lChild = ::fork();
     if (lChild == 0) {
         ::execlp("true", "true", nullptr);
-        ::_exit(127);  // not exit: the program's static objects are the parent's affair
+        ::_exit(127);  // not exit: static objects are the parent's affair
     }
     int lStatus = 0;
     ::waitpid(lChild, &lStatus, 0);

@@ -10,7 +10,7 @@ int main(int aCount, char** aArguments) {
     commIfDevParams_t lParams{};
     lParams.devType = eSERIAL;
     lParams.serial.portNr = static_cast<unsigned int>(lPort);  // 1 is /dev/ttyS0
-    lParams.serial.readTimeout = 500;  // milliseconds, for each next piece of the data
+    lParams.serial.readTimeout = 500;  // milliseconds, for each next piece of data
     lParams.serial.baudRate = 9600;
     lParams.serial.dataBits = 8;  // no parity, one stop bit
     int lDesc = -1;
@@ -21,7 +21,7 @@ int main(int aCount, char** aArguments) {
     }
     unsigned char lBytes[20];
     unsigned long lCount = 0;
-    const int lRead = commIfRead(lDesc, lBytes, sizeof lBytes, &lCount);  // 20 bytes, no fewer
+    const int lRead = commIfRead(lDesc, lBytes, sizeof lBytes, &lCount);  // all 20
     commfprintf(0, "%lu bytes, status %d\n", lCount, lRead);
     commIfClose(lDesc);
     return lRead == COMMIF_OK && lCount == sizeof lBytes ? 0 : 1;

@@ -21,9 +21,13 @@ inherit cmake externalsrc pkgconfig
 EXTRA_OECMAKE = " \
     -DOSX_BUILD_TESTS=OFF \
     -DOSX_BUILD_EXAMPLES=OFF \
+    -DOSX_BUILD_MAN=OFF \
     -DOSX_CCACHE=OFF \
     -DOSX_PROC_LAYOUT=current \
 "
+
+# What gdb shows is for those who debug.
+FILES:${PN}-dev += "${datadir}/gdb"
 
 # ACE needs a C library that has what glibc has.
 COMPATIBLE_HOST:libc-musl = "null"
