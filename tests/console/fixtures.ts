@@ -34,6 +34,15 @@ export class Console {
         await expect(this.page.locator("#summary")).toContainText("connected");
     }
 
+    /** It keeps to its server, and the browser has nothing to complain of. */
+    check(url: string): void {
+        expect(this.complaints).toEqual([]);
+        const own = [new URL(url).origin, "data:"];
+        expect(
+            this.requests.filter((each) => !own.some((start) => each.startsWith(start))),
+        ).toEqual([]);
+    }
+
     row(text: string | RegExp): Locator {
         return this.rows.filter({ hasText: text, visible: true });
     }
@@ -60,6 +69,54 @@ export class Console {
     }
 }
 
+/** Generous: the machine may have ten times as much to do as it can. */
+const kLongestStallMs = 3000;
+const kMostHeap = 200 * 1024 * 1024;
+
+interface Times {
+    longestTask: number;
+    longestGap: number;
+    frames: number;
+}
+
+/** Measures how long the page stalls, and what memory it takes, from now on. */
+export async function watchLoad(page: Page): Promise<{ check(title: string): Promise<void> }> {
+    await page.evaluate(() => {
+        const times = { longestTask: 0, longestGap: 0, frames: 0 };
+        let last = performance.now();
+        Object.assign(window, { times });
+        new PerformanceObserver((list) => {
+            for (const { duration } of list.getEntries()) {
+                times.longestTask = Math.max(times.longestTask, duration);
+            }
+        }).observe({ entryTypes: ["longtask"] });
+        const frame = (now: number) => {
+            times.longestGap = Math.max(times.longestGap, now - last);
+            last = now;
+            ++times.frames;
+            requestAnimationFrame(frame);
+        };
+        requestAnimationFrame(frame);
+    });
+    return { check: (title) => checkLoad(page, title) };
+}
+
+async function checkLoad(page: Page, title: string): Promise<void> {
+    const { longestTask, longestGap, frames } = await page.evaluate(
+        () => (window as unknown as { times: Times }).times,
+    );
+    const session = await page.context().newCDPSession(page);
+    await session.send("HeapProfiler.collectGarbage");
+    const { usedSize } = await session.send("Runtime.getHeapUsage");
+    process.stdout.write(
+        `notice: ${title}: longest task ${Math.round(longestTask)} ms, longest time between frames ` +
+            `${Math.round(longestGap)} ms, ${frames} frames, heap ${(usedSize / 1048576).toFixed(1)} MiB\n`,
+    );
+    expect(longestTask).toBeLessThan(kLongestStallMs);
+    expect(longestGap).toBeLessThan(kLongestStallMs);
+    expect(usedSize).toBeLessThan(kMostHeap);
+}
+
 type Options = { serverOptions: string[] };
 type Fixtures = { server: FakeServer; console: Console };
 
@@ -71,14 +128,10 @@ export const test = base.extend<Options & Fixtures>({
         await use(server);
         await server.stop();
     },
-    // Whatever a test does, the page keeps to its server, and the browser has nothing to complain of.
     console: async ({ page, server }, use) => {
         const view = new Console(page);
         await view.open(server.url);
         await use(view);
-        expect(view.complaints).toEqual([]);
-        const origin = new URL(server.url).origin;
-        const strangers = view.requests.filter((url) => new URL(url).origin !== origin);
-        expect(strangers.filter((url) => !url.startsWith("data:"))).toEqual([]);
+        view.check(server.url);
     },
 });

@@ -227,7 +227,7 @@ test("marks where something was lost, in the lines and on the time line", async 
     await server.endStep();
     await expect(console.row("1,234 lines lost here")).toHaveClass(/loss/);
     await expect(console.device("gps1").locator(".lost")).toHaveText("1,234 lost");
-    await expect(console.page.locator("canvas").first()).toHaveAttribute("aria-label", /1 losses/);
+    await expect(console.page.locator("canvas").first()).toHaveAttribute("aria-label", /1 loss/);
 });
 
 test("shows hostile lines as text, and runs nothing of them", async ({ console, server }) => {

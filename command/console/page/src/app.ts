@@ -193,7 +193,8 @@ export class App {
         onClick("jump", () => this.openTime());
         onClick("help", () => this.openHelp());
         onClick("help-close", () => byId("help-dialog", HTMLDialogElement).close());
-        onClick("drawer", () => this.toggleDrawer());
+        onClick("drawer", () => this.openDrawer(!document.body.classList.contains("drawer-open")));
+        byId("main", HTMLElement).addEventListener("click", () => this.openDrawer(false));
     }
 
     private openTime(): void {
@@ -204,8 +205,9 @@ export class App {
         byId("help-dialog", HTMLDialogElement).showModal();
     }
 
-    private toggleDrawer(): void {
-        const isOpen = document.body.classList.toggle("drawer-open");
+    /** On a narrow window, the devices lie over the lines. */
+    private openDrawer(isOpen: boolean): void {
+        document.body.classList.toggle("drawer-open", isOpen);
         byId("drawer", HTMLButtonElement).setAttribute("aria-expanded", String(isOpen));
     }
 
@@ -217,7 +219,10 @@ export class App {
             g: () => this.openTime(),
             d: () => byId("find", HTMLInputElement).focus(),
             "?": () => this.openHelp(),
-            Escape: () => this.list.select(null),
+            Escape: () => {
+                this.list.select(null);
+                this.openDrawer(false);
+            },
         };
         document.addEventListener("keydown", (event) => {
             const action = actions[event.key];

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: MIT
 
 import { colour, colourOf } from "./colours";
-import { make } from "./dom";
+import { make, setAttribute, setText } from "./dom";
 import * as format from "./format";
 
 export interface Series {
@@ -54,12 +54,22 @@ export class Chart {
         new ResizeObserver(() => this.draw()).observe(this.canvas);
     }
 
-    show(picture: Picture, now: string): void {
+    show(picture: Picture): void {
         this.picture = picture;
-        this.now.textContent = now;
-        const ticks = picture.ticks.length === 0 ? "" : `, ${picture.ticks.length} losses`;
-        this.canvas.setAttribute("aria-label", `${this.title}: ${now || "no figures yet"}${ticks}`);
+        this.tell(this.now.textContent);
         this.draw();
+    }
+
+    /** @param now what holds at the moment. */
+    tell(now: string): void {
+        setText(this.now, now);
+        const losses = this.picture.ticks.length;
+        const marks = losses === 0 ? "" : `, ${format.counted(losses, "loss", "losses")}`;
+        setAttribute(
+            this.canvas,
+            "aria-label",
+            `${this.title}: ${now || "no figures yet"}${marks}`,
+        );
     }
 
     draw(): void {

@@ -59,6 +59,7 @@ export class Charts {
     setDevices(devices: Device[], now: number): void {
         this.devices = devices;
         this.ahead = now - Date.now();
+        this.tell();
     }
 
     async read(): Promise<void> {
@@ -81,15 +82,16 @@ export class Charts {
 
     show(): void {
         const shown = this.points.filter(({ device }) => this.isShown(device));
-        this.rate.show(
-            this.picture(shown, ({ rate }) => rate, lossesIn(shown)),
-            this.rateNow(),
-        );
-        this.load.show(
-            this.picture(shown, ({ load }) => load),
-            this.loadNow(),
-        );
-        this.memory.show(this.picture(shown, usedPart), this.memoryNow());
+        this.rate.show(this.picture(shown, ({ rate }) => rate, lossesIn(shown)));
+        this.load.show(this.picture(shown, ({ load }) => load));
+        this.memory.show(this.picture(shown, usedPart));
+        this.tell();
+    }
+
+    private tell(): void {
+        this.rate.tell(this.rateNow());
+        this.load.tell(this.loadNow());
+        this.memory.tell(this.memoryNow());
     }
 
     /** Where points are thinned, the last one is not whole yet, and comes again. */

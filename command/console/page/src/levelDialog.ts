@@ -5,18 +5,19 @@ import type { Device } from "./contract";
 import { byId, make } from "./dom";
 import { setLevel } from "./server";
 
+const kApplication = "lines of the application, if it has such";
 /** What lines each level adds; a level has those of the lower ones, too. */
 const kAdded = [
-    "failures alone",
+    "failures, and clients that come and go",
     "setting up",
-    "",
-    "creation and destruction",
+    kApplication,
+    "what is created and destroyed",
     "operations of devices",
     "operations of devices, in more detail",
-    "",
-    "",
-    "",
-    "every event: many lines",
+    kApplication,
+    kApplication,
+    kApplication,
+    "every event: very many lines",
 ];
 
 /** Asks which level a device is to have, sends it once that is confirmed, and shows the answer. */
