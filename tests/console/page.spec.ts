@@ -209,6 +209,39 @@ test("fills what came while the connection was away", async ({ console, server }
     expect(count).toBe("601");
 });
 
+test("heeds a filter that is set while the server is away", async ({ console, server }) => {
+    await server.say("gps1", "of gps before");
+    await server.say("wind1", "of wind before");
+    await expect(console.row("of wind before")).toBeVisible();
+    await server.hangUp();
+    await expect(console.page.getByRole("alert")).toBeVisible();
+    await console.choose("gps1");
+    await server.say("wind1", "of wind meanwhile");
+    await server.say("gps1", "of gps meanwhile");
+    await server.comeBack();
+    await expect(console.row("of gps meanwhile")).toBeVisible();
+    await expect(console.row("of gps before")).toBeVisible();
+    await expect(console.row("of wind")).toHaveCount(0);
+    await server.say("gps1", "of gps afterwards");
+    await expect(console.row("of gps afterwards")).toBeVisible();
+});
+
+test("begins with a wrong expression, and goes on once it is right", async ({
+    console,
+    server,
+}) => {
+    await console.open(`${server.url}#grep=(`);
+    await console.page.reload();
+    await expect(console.page.locator("#notice")).toContainText("is no regular expression");
+    await console.page.getByLabel("Search the lines", { exact: true }).fill("(one|two)");
+    await expect(console.page.locator("#notice")).toBeHidden();
+    await server.say("gps1", "one", "three", "two");
+    await expect(console.row("two")).toBeVisible();
+    await expect(console.row("one")).toBeVisible();
+    await expect(console.row("three")).toHaveCount(0);
+    console.complaints.splice(0, console.complaints.length, ...console.complaints.filter(isOther));
+});
+
 test("notices a server that says nothing any more", async ({ console, server }) => {
     server.halt();
     await expect(console.page.getByRole("alert")).toBeVisible();

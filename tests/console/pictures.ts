@@ -15,7 +15,6 @@ async function settle(console: Console, server: FakeServer): Promise<void> {
     await server.mark("wind1", "lines-lost", "", 312);
     await expect(console.page.locator("#summary")).toContainText(/11 of 12.*[1-9]\d* lost/);
     await expect(console.page.locator("canvas").first()).toHaveAttribute("aria-label", /losses/);
-    await server.rate(0);
     await server.say("wind1", "31740 osxSocketSend: error 104, connection reset by peer");
     await server.say("gps2", "30101 $GPGGA,121847,5130.14,N,00007.63,W,1,08,0.9*45");
     await expect(console.row("$GPGGA,121847")).toBeVisible();

@@ -86,10 +86,10 @@ export class App {
             this.showDevices(answer.devices, answer.now);
             await Promise.all([this.feed.connected(answer.newest), this.charts.restart()]);
         } catch (error) {
-            // Where the server is away again, the stream ends, too, and comes back here.
             if (error instanceof Refusal) {
                 this.say(error.message);
             }
+            this.stream.again();
         }
     }
 

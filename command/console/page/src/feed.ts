@@ -63,6 +63,8 @@ export class Feed {
     private isConnected = false;
     /** The newest entry that the stream told of while the rows were not yet compared with the server. */
     private announced = 0;
+    /** Whether the rows are of this filter. */
+    private isOpen = false;
     /** The server begins its numbers anew: the rows are of another history. */
     private isStale = false;
     private isCatchingUp = false;
@@ -85,9 +87,11 @@ export class Feed {
     /** Begins with the newest entries. */
     async open(filter: Filter): Promise<void> {
         this.filter = filter;
+        this.isOpen = false;
         const upTo = this.newest;
         const page = await this.show({ before: upTo + 1 }, "last");
         if (page !== null) {
+            this.isOpen = true;
             this.takeBegin(page, upTo);
             this.heeded = upTo;
             this.isAtEnd = true;
@@ -106,12 +110,13 @@ export class Feed {
     /** The connection to the server is there, for the first time or again. */
     async connected(newest: number): Promise<void> {
         const last = this.rows.at(-1);
-        const isSame = last !== undefined && (await this.has(last));
+        const isKnown = this.isOpen && last !== undefined;
+        const isSame = isKnown && (await this.has(last));
         this.isConnected = true;
         this.newest = Math.max(newest, this.announced);
-        if (isSame) {
+        if (isSame && (this.isAtEnd || !this.isFollowing)) {
             await this.catchUp();
-        } else if (last === undefined || this.isFollowing) {
+        } else if (!isKnown || this.isFollowing) {
             await this.open(this.filter);
         } else {
             this.isStale = true;
@@ -196,6 +201,7 @@ export class Feed {
     async jump(at: number): Promise<void> {
         const upTo = this.newest;
         this.isFollowing = false;
+        this.listener.status();
         const page = await this.show({ at }, "first");
         if (page === null) {
             return;

@@ -31,7 +31,7 @@ export class Stream {
             this.heard();
             this.listener.opened();
         });
-        source.addEventListener("error", () => this.fail());
+        source.addEventListener("error", () => this.again());
         source.addEventListener("lines", (event) => {
             this.heard();
             const lines = JSON.parse(event.data) as Lines;
@@ -44,12 +44,8 @@ export class Stream {
         this.heard();
     }
 
-    private heard(): void {
-        window.clearTimeout(this.silence);
-        this.silence = window.setTimeout(() => this.fail(), kSilentMs);
-    }
-
-    private fail(): void {
+    /** Ends the connection, and makes another one after a pause. */
+    again(): void {
         if (this.source === null) {
             return;
         }
@@ -59,6 +55,11 @@ export class Stream {
         this.listener.lost();
         window.setTimeout(() => this.open(), this.pauseMs);
         this.pauseMs = Math.min(2 * this.pauseMs, kLongestPauseMs);
+    }
+
+    private heard(): void {
+        window.clearTimeout(this.silence);
+        this.silence = window.setTimeout(() => this.again(), kSilentMs);
     }
 }
 
