@@ -1,9 +1,9 @@
 # SPDX-FileCopyrightText: 2026 The osx maintainers
 # SPDX-License-Identifier: MIT
 
-# cmake -D OUTPUT=x.cpp -D NAMES="a;b" -D FILES="/x/a;/x/b" -P osxEmbed.cmake
+# cmake -D OUTPUT=x.cpp -D HEADER=x.h -D NAMES="a;b" -D FILES="/x/a;/x/b" -P osxEmbed.cmake
 # Makes a source that holds files as texts: `namespace command { extern const std::string_view kA; }`.
-set(lText "#include \"explain/embedded.h\"\n\nnamespace command {\n")
+set(lText "#include \"${HEADER}\"\n\nnamespace command {\n")
 foreach(lName lFile IN ZIP_LISTS NAMES FILES)
   file(READ ${lFile} lBytes HEX)
   string(LENGTH "${lBytes}" lDigits)

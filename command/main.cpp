@@ -15,6 +15,7 @@
 #include "ace/Log_Msg.h"
 #include "common/Failure.h"
 #include "common/text.h"
+#include "console/console.h"
 #include "explain/explain.h"
 #include "frames/frames.h"
 #include "level/level.h"
@@ -78,6 +79,23 @@ void addLevel(CLI::App& aProgram, command::LevelOptions& aOptions, Action& aActi
     lCommand.callback([&] { aAction = [&] { return command::level(aOptions); }; });
 }
 
+void addConsole(CLI::App& aProgram, command::ConsoleOptions& aOptions, Action& aAction) {
+    CLI::App& lCommand =
+        *aProgram.add_subcommand("console", "show devices on a page for browsers, and their past");
+    lCommand.add_option("DEVICE", aOptions.devices, "devices as for watch")->required();
+    addDevices(lCommand, aOptions.deviceFile);
+    lCommand.add_option("--listen", aOptions.listen, "where browsers connect (127.0.0.1:8324)");
+    lCommand
+        .add_option("--token", aOptions.token,
+                    "what browsers have to know; made if others than this machine are listened to")
+        ->envname("OSX_CONSOLE_TOKEN");
+    lCommand.add_option("--history", aOptions.history,
+                        "the file that lines are kept in (~/.local/state/osx/console.db)");
+    lCommand.add_option("--history-age", aOptions.historyAge, "how long lines are kept (7d)");
+    lCommand.add_option("--history-size", aOptions.historySize, "how large the file gets (500M)");
+    lCommand.callback([&] { aAction = [&] { return command::console(aOptions); }; });
+}
+
 void addFrames(CLI::App& aProgram, command::FramesOptions& aOptions, Action& aAction) {
     CLI::App& lCommand = *aProgram.add_subcommand("frames", "show the blocks of a broadcast port");
     lCommand.add_option("ADDRESS", aOptions.address, "host:port")->required();
@@ -133,6 +151,9 @@ int run(int aCount, char** aArguments) {
     addPlay(lProgram, lPlay, lAction);
     command::LevelOptions lLevel;
     addLevel(lProgram, lLevel, lAction);
+    command::ConsoleOptions lConsole;
+    lConsole.version = OSX_COMMAND_VERSION;
+    addConsole(lProgram, lConsole, lAction);
     command::FramesOptions lFrames;
     addFrames(lProgram, lFrames, lAction);
     command::SysinfoOptions lSysinfo;

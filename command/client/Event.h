@@ -16,16 +16,17 @@ namespace command {
 
 /// What happened.
 enum class Kind : std::uint8_t {
-    kLine,          ///< A line came: `text`, without its end.
-    kCut,           ///< The line before was longer: by `count` bytes.
-    kBlock,         ///< A block came: `text`.
-    kOversize,      ///< A block is announced that is too long: of `count` bytes.
-    kConnected,     ///< To the address in `text`.
-    kDisconnected,  ///< For the reason in `text`.
-    kUnreachable,   ///< For the reason in `text`.
-    kLinesLost,     ///< The device left out `count` lines.
-    kRecordGap,     ///< The record lacks `count` entries here, for the reason in `text`.
-    kEnd            ///< Nothing follows.
+    kLine,           ///< A line came: `text`, without its end.
+    kCut,            ///< The line before was longer: by `count` bytes.
+    kBlock,          ///< A block came: `text`.
+    kOversize,       ///< A block is announced that is too long: of `count` bytes.
+    kConnected,      ///< To the address in `text`.
+    kDisconnected,   ///< For the reason in `text`.
+    kUnreachable,    ///< For the reason in `text`.
+    kLinesLost,      ///< The device left out `count` lines.
+    kRecordGap,      ///< The record lacks `count` entries here, for the reason in `text`.
+    kRecordDamaged,  ///< What was recorded before is damaged, and is kept in the file `text`.
+    kEnd             ///< Nothing follows.
 };
 
 struct Event {

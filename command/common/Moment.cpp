@@ -65,21 +65,6 @@ std::optional<Moment> localTime(const std::string& aText, const char* aFormat, s
     return momentOf(lSeconds);
 }
 
-std::optional<Moment> before(const std::string& aText, Moment aNow) {
-    constexpr unsigned long kTenYears = 10UL * 366 * 24 * 3600;
-    const std::size_t lUnit = std::string("smhd").find(aText.back());
-    if (lUnit == std::string::npos) {
-        return std::nullopt;
-    }
-    constexpr unsigned long kSeconds[] = {1, 60, 3600, 86400};
-    const auto lNumber =
-        toNumber(aText.substr(0, aText.size() - 1), 0, kTenYears / kSeconds[lUnit]);
-    if (!lNumber) {
-        return std::nullopt;
-    }
-    return aNow - seconds(*lNumber * kSeconds[lUnit]);
-}
-
 }  // namespace
 
 std::string forPeople(Moment aMoment) {
@@ -113,12 +98,28 @@ std::optional<Moment> fromProgram(const std::string& aText) {
     return momentOf(::timegm(&lTime)) + microseconds(*lMicroseconds);
 }
 
+std::optional<seconds> toDuration(const std::string& aText) {
+    constexpr unsigned long kTenYears = 10UL * 366 * 24 * 3600;
+    const std::size_t lUnit =
+        aText.empty() ? std::string::npos : std::string("smhd").find(aText.back());
+    if (lUnit == std::string::npos) {
+        return std::nullopt;
+    }
+    constexpr unsigned long kSeconds[] = {1, 60, 3600, 86400};
+    const auto lNumber =
+        toNumber(aText.substr(0, aText.size() - 1), 0, kTenYears / kSeconds[lUnit]);
+    if (!lNumber) {
+        return std::nullopt;
+    }
+    return seconds(*lNumber * kSeconds[lUnit]);
+}
+
 std::optional<Moment> pastMoment(const std::string& aText, Moment aNow) {
     if (aText.empty()) {
         return std::nullopt;
     }
-    if (const auto lMoment = before(aText, aNow)) {
-        return lMoment;
+    if (const auto lDuration = toDuration(aText)) {
+        return aNow - *lDuration;
     }
     const std::time_t lSeconds = partsOf(aNow).seconds;
     std::tm lToday{};

@@ -29,6 +29,9 @@ std::string forPrograms(Moment aMoment);
 /// Reads what `forPrograms` writes. @return nothing if it is not that.
 std::optional<Moment> fromProgram(const std::string& aText);
 
+/// Reads "90s", "10m", "2h" or "3d", up to ten years. @return nothing if it is none of these.
+std::optional<std::chrono::seconds> toDuration(const std::string& aText);
+
 /// Reads a time in the past: "90s", "10m", "2h" or "3d" before a moment; or local time, as "03:01",
 /// "2026-11-23" or "2026-11-23T03:01:02".
 /// @return nothing if it is none of these.

@@ -228,6 +228,16 @@ DeviceList DeviceList::find(const std::string& aFile) {
     return std::filesystem::exists(lFile, lError) ? read(lFile) : DeviceList();
 }
 
+std::vector<std::string> DeviceList::groupsOf(const std::string& aDevice) const {
+    std::vector<std::string> lGroups;
+    for (const auto& [lName, lMembers] : mGroups) {
+        if (std::find(lMembers.begin(), lMembers.end(), aDevice) != lMembers.end()) {
+            lGroups.push_back(lName);
+        }
+    }
+    return lGroups;
+}
+
 std::vector<Device> DeviceList::chosen(const std::vector<std::string>& aWords) const {
     std::vector<Device> lChosen;
     const auto lAdd = [&lChosen](const Device& aDevice) {

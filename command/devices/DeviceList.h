@@ -47,6 +47,9 @@ public:
     ///         bad input.
     std::vector<Device> chosen(const std::vector<std::string>& aWords) const;
 
+    /// @return the groups that a device is in, by its name.
+    std::vector<std::string> groupsOf(const std::string& aDevice) const;
+
 private:
     class Reader;
 

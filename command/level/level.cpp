@@ -4,7 +4,6 @@
 #include "level/level.h"
 
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <optional>
 
@@ -13,8 +12,7 @@
 #include "common/Output.h"
 #include "common/text.h"
 #include "devices/DeviceList.h"
-#include "osx/osx.h"
-#include "record/entry.h"
+#include "level/LevelRequest.h"
 
 namespace command {
 
@@ -24,75 +22,45 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 constexpr std::size_t kLongestLine = 8192;
-/// A device may take the level before it takes the connection that the answer comes on.
-constexpr seconds kAskAgain{1};
-
-/// @return why the level could not be sent; empty if it was.
-std::string send(const std::string& aAddress, unsigned long aLevel) {
-    void* lSocket = nullptr;
-    if (osxOpenSocket(lSocket, aAddress.c_str()) != 0) {
-        return aAddress + ": " + std::strerror(errno);
-    }
-    const std::string lText = std::to_string(aLevel);
-    const bool lIsSent = osxSocketSend(lSocket, lText.data(), lText.size()) == 0;
-    const int lError = errno;
-    osxCloseSocketAndRelease(lSocket);
-    return lIsSent ? "" : aAddress + ": " + std::strerror(lError);
-}
 
 class Setter : public Consumer {
 public:
     Setter(const std::vector<Device>& aDevices, unsigned long aLevel, seconds aWait,
            Output& aOutput, Stop& aStop)
-        : mDevices(aDevices),
-          mStates(aDevices.size()),
-          mLevel(aLevel),
-          mAnswer("NewLogLevelData set the debug level to [" + std::to_string(aLevel) + "]"),
-          mEnd(steady_clock::now() + aWait),
-          mOutput(aOutput),
-          mStop(aStop) {}
+        : mDevices(aDevices), mEnd(steady_clock::now() + aWait), mOutput(aOutput), mStop(aStop) {
+        for (const Device& lDevice : aDevices) {
+            mRequests.emplace_back(lDevice, aLevel, false);
+        }
+    }
 
     bool take(const Event& aEvent) override {
-        State& lState = mStates[aEvent.device];
-        if (aEvent.kind == Kind::kConnected) {
-            lState.isConnected = true;
-            lState.trouble.clear();
-            ask(aEvent.device);
-        } else if (aEvent.kind == Kind::kDisconnected || aEvent.kind == Kind::kUnreachable) {
-            lState.isConnected = false;
-            lState.trouble = markText(aEvent);
-        } else if (aEvent.kind == Kind::kLine && !lState.isConfirmed &&
-                   aEvent.text.find(mAnswer) != std::string::npos) {
-            lState.isConfirmed = true;
+        LevelRequest& lRequest = mRequests[aEvent.device];
+        if (lRequest.take(aEvent)) {
             ++mConfirmed;
-            mOutput.write(mDevices[aEvent.device].name + ": level " + std::to_string(mLevel) +
-                          ", it says: " + forTerminal(aEvent.text) + "\n");
+            mOutput.write(mDevices[aEvent.device].name + ": level " +
+                          std::to_string(lRequest.level()) +
+                          ", it says: " + forTerminal(lRequest.answer()) + "\n");
         }
+        ask(lRequest);
         return mConfirmed < mDevices.size();
     }
 
     void rest() override {
         mOutput.flush();
-        const auto lNow = steady_clock::now();
-        for (std::uint32_t lDevice = 0; lDevice < mStates.size(); ++lDevice) {
-            const State& lState = mStates[lDevice];
-            if (lState.isConnected && !lState.isConfirmed && lNow - lState.asked > kAskAgain) {
-                ask(lDevice);
-            }
+        for (LevelRequest& lRequest : mRequests) {
+            ask(lRequest);
         }
-        if (lNow > mEnd) {
+        if (steady_clock::now() > mEnd) {
             mStop.ask();
         }
     }
 
     /// @return whether all devices have the level; says which do not.
     bool tellOthers() {
-        for (std::size_t lDevice = 0; lDevice < mStates.size(); ++lDevice) {
-            const State& lState = mStates[lDevice];
-            if (!lState.isConfirmed) {
-                const std::string lWhy = lState.trouble.empty() ? "no answer came" : lState.trouble;
-                mOutput.write(mDevices[lDevice].name + ": not confirmed: " + forTerminal(lWhy) +
-                              "\n");
+        for (std::size_t lDevice = 0; lDevice < mRequests.size(); ++lDevice) {
+            if (!mRequests[lDevice].isConfirmed()) {
+                mOutput.write(mDevices[lDevice].name + ": not confirmed: " +
+                              forTerminal(mRequests[lDevice].trouble()) + "\n");
             }
         }
         mOutput.flush();
@@ -100,24 +68,15 @@ public:
     }
 
 private:
-    struct State {
-        bool isConnected = false;
-        bool isConfirmed = false;
-        steady_clock::time_point asked;
-        std::string trouble;
-    };
-
-    void ask(std::uint32_t aDevice) {
-        State& lState = mStates[aDevice];
-        const Device& lDevice = mDevices[aDevice];
-        lState.asked = steady_clock::now();
-        lState.trouble = send(addressOf(lDevice.host, lDevice.levelPort), mLevel);
+    static void ask(LevelRequest& aRequest) {
+        const auto lNow = steady_clock::now();
+        if (aRequest.isDue(lNow)) {
+            aRequest.noteSent(sendLevel(aRequest.device(), aRequest.level()), lNow);
+        }
     }
 
     const std::vector<Device>& mDevices;
-    std::vector<State> mStates;
-    const unsigned long mLevel;
-    const std::string mAnswer;
+    std::vector<LevelRequest> mRequests;
     const steady_clock::time_point mEnd;
     Output& mOutput;
     Stop& mStop;
@@ -130,7 +89,7 @@ std::optional<unsigned long> takeLevel(std::vector<std::string>& aWords) {
     if (lLast.find_first_not_of("0123456789") != std::string::npos) {
         return std::nullopt;
     }
-    const auto lLevel = toNumber(lLast, 0, 0x7FFFFFFFUL);
+    const auto lLevel = toNumber(lLast, 0, kHighestLevel);
     if (!lLevel) {
         failInput("'" + lLast + "' is no level: those from 0 to 9 differ");
     }

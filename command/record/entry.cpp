@@ -18,22 +18,14 @@ struct MarkName {
     Kind kind;
     const char* name;
 };
-constexpr std::array<MarkName, 7> kMarks{{{Kind::kConnected, "connected"},
+constexpr std::array<MarkName, 8> kMarks{{{Kind::kConnected, "connected"},
                                           {Kind::kDisconnected, "disconnected"},
                                           {Kind::kUnreachable, "unreachable"},
                                           {Kind::kLinesLost, "lines-lost"},
                                           {Kind::kCut, "cut"},
                                           {Kind::kOversize, "oversize"},
-                                          {Kind::kRecordGap, "record-gap"}}};
-
-const char* nameOf(Kind aKind) {
-    for (const MarkName& lMark : kMarks) {
-        if (lMark.kind == aKind) {
-            return lMark.name;
-        }
-    }
-    return "";
-}
+                                          {Kind::kRecordGap, "record-gap"},
+                                          {Kind::kRecordDamaged, "record-damaged"}}};
 
 bool readMark(const std::string& aName, Kind& aKind) {
     for (const MarkName& lMark : kMarks) {
@@ -52,6 +44,15 @@ std::string textIn(const Json& aObject, const char* aKey) {
 
 }  // namespace
 
+const char* markName(Kind aKind) {
+    for (const MarkName& lMark : kMarks) {
+        if (lMark.kind == aKind) {
+            return lMark.name;
+        }
+    }
+    return "";
+}
+
 std::string toJson(const Entry& aEntry) {
     const Event& lEvent = aEntry.event;
     Json lObject;
@@ -60,7 +61,7 @@ std::string toJson(const Entry& aEntry) {
     if (lEvent.kind == Kind::kLine) {
         lObject["line"] = toUtf8(lEvent.text);
     } else {
-        lObject["mark"] = nameOf(lEvent.kind);
+        lObject["mark"] = markName(lEvent.kind);
         lObject["text"] = toUtf8(lEvent.text);
         lObject["count"] = lEvent.count;
     }
@@ -108,6 +109,8 @@ std::string markText(const Event& aEvent) {
             return "a block of " + lCount + " bytes is beyond the limit";
         case Kind::kRecordGap:
             return lCount + " entries are missing in the record here: " + aEvent.text;
+        case Kind::kRecordDamaged:
+            return "the record was damaged; what there was is in " + aEvent.text;
         case Kind::kLine:
         case Kind::kBlock:
         case Kind::kEnd:

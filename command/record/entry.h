@@ -24,6 +24,9 @@ std::string toJson(const Entry& aEntry);
 /// Reads what `toJson` writes. @return whether it is that.
 bool fromJson(const std::string& aLine, Entry& aEntry);
 
+/// @return what a mark is called in JSON; empty for a line or block.
+const char* markName(Kind aKind);
+
 /// @return what a mark says to people; empty for a line or block.
 std::string markText(const Event& aEvent);
 

@@ -137,6 +137,17 @@ std::optional<Figures> figuresIn(std::string_view aLine) {
     return lIsWhole && std::isfinite(lFigures.load) ? std::optional(lFigures) : std::nullopt;
 }
 
+std::optional<Figures> figuresInLog(std::string_view aLine) {
+    constexpr std::string_view kBefore = "gateway: load and memory [";
+    const std::size_t lStart = aLine.find(kBefore);
+    if (lStart == std::string_view::npos || aLine.back() != ']') {
+        return std::nullopt;
+    }
+    aLine.remove_prefix(lStart + kBefore.size());
+    aLine.remove_suffix(1);
+    return figuresIn(aLine);
+}
+
 int sysinfo(const SysinfoOptions& aOptions) {
     const Device lDevice = parseDevice(aOptions.address, 0);
     Stop lStop;

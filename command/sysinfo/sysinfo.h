@@ -32,6 +32,10 @@ struct Figures {
 /// Reads the sentence of a report. @return nothing if it is another line, or its sum is wrong.
 std::optional<Figures> figuresIn(std::string_view aLine);
 
+/// Reads the line that a gateway writes to its log with each report. @return nothing if it is
+/// another.
+std::optional<Figures> figuresInLog(std::string_view aLine);
+
 }  // namespace command
 
 #endif

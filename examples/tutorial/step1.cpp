@@ -7,14 +7,6 @@
 
 #include "commif/commif.h"
 
-/// @return the number at a place of the command line, or another one if it ends before.
-static unsigned int numberAt(int aPlace, int aCount, char** aArguments, unsigned int aOtherwise) {
-    if (aPlace >= aCount) {
-        return aOtherwise;
-    }
-    return static_cast<unsigned int>(std::strtoul(aArguments[aPlace], nullptr, 10));
-}
-
 /// Opens a serial port. @return its descriptor; -1 if that fails, which a line has explained.
 static int openPort(unsigned int aNumber) {
     commIfDevParams_t lParams{};
@@ -50,6 +42,14 @@ static bool takeLine(std::string& aBytes, std::string& aLine) {
     aLine = aBytes.substr(lBegin, lEnd - lBegin);
     aBytes.erase(0, lEnd);
     return true;
+}
+
+/// @return the number at a place of the command line, or another one if it ends before.
+static unsigned int numberAt(int aPlace, int aCount, char** aArguments, unsigned int aOtherwise) {
+    if (aPlace >= aCount) {
+        return aOtherwise;
+    }
+    return static_cast<unsigned int>(std::strtoul(aArguments[aPlace], nullptr, 10));
 }
 
 int main(int aCount, char** aArguments) {

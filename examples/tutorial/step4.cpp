@@ -11,16 +11,6 @@
 #include "osx/OSX_Reactor.h"
 #include "osx/osx.h"
 
-/// @return the number at a place of the command line, or another one if its numbers end before.
-static unsigned int numberAt(int aPlace, int aCount, char** aArguments, unsigned int aOtherwise) {
-    for (int lPlace = 1; lPlace <= aPlace; ++lPlace) {
-        if (lPlace >= aCount || aArguments[lPlace][0] == '-') {
-            return aOtherwise;
-        }
-    }
-    return static_cast<unsigned int>(std::strtoul(aArguments[aPlace], nullptr, 10));
-}
-
 /// Opens a serial port. @return its descriptor; -1 if that fails, which a line has explained.
 static int openPort(unsigned int aNumber) {
     commIfDevParams_t lParams{};
@@ -56,6 +46,16 @@ static bool takeLine(std::string& aBytes, std::string& aLine) {
     aLine = aBytes.substr(lBegin, lEnd - lBegin);
     aBytes.erase(0, lEnd);
     return true;
+}
+
+/// @return the number at a place of the command line, or another one if its numbers end before.
+static unsigned int numberAt(int aPlace, int aCount, char** aArguments, unsigned int aOtherwise) {
+    for (int lPlace = 1; lPlace <= aPlace; ++lPlace) {
+        if (lPlace >= aCount || aArguments[lPlace][0] == '-') {
+            return aOtherwise;
+        }
+    }
+    return static_cast<unsigned int>(std::strtoul(aArguments[aPlace], nullptr, 10));
 }
 
 struct Station {

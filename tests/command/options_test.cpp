@@ -15,8 +15,8 @@ namespace {
 
 using testing::HasSubstr;
 
-const std::vector<std::string> kCommands{"watch",   "play",  "level",  "frames",
-                                         "sysinfo", "ports", "explain"};
+const std::vector<std::string> kCommands{"watch",  "console", "play",  "level",
+                                         "frames", "sysinfo", "ports", "explain"};
 
 std::set<std::string> optionsOf(const std::string& aCommand) {
     const std::string lHelp = test::run({aCommand, "--help"}).output;

@@ -33,13 +33,13 @@ protected:
 
 using SerialProgram = Coming;
 using QueueProgram = Coming;
-using EchoProgram = Coming;
+using ServerProgram = Coming;
 
 }  // namespace
 
 INSTANTIATE_TEST_SUITE_P(ComingFrom, SerialProgram, testing::Values("posix", "osx"));
 INSTANTIATE_TEST_SUITE_P(ComingFrom, QueueProgram, testing::Values("posix", "osx"));
-INSTANTIATE_TEST_SUITE_P(ComingFrom, EchoProgram, testing::Values("ace", "osx"));
+INSTANTIATE_TEST_SUITE_P(ComingFrom, ServerProgram, testing::Values("ace", "osx"));
 
 TEST(ComingPage, QuotesItsProgramsAsTheyAreCompiled) {
     int lCount = 0;
@@ -92,9 +92,9 @@ TEST_P(QueueProgram, PassesMoreThanItHolds) {
     EXPECT_EQ(lExpected, lProgram.output());
 }
 
-TEST_P(EchoProgram, SendsBackWhatComes) {
+TEST_P(ServerProgram, SendsBackWhatComes) {
     const unsigned short lPort = test::freePort();
-    const Program lProgram({program("echo"), std::to_string(lPort)});
+    const Program lProgram({program("server"), std::to_string(lPort)});
     TcpPeer lFirst = TcpPeer::connectOnceItListens(lPort);
     TcpPeer lSecond = TcpPeer::connect(lPort);
     EXPECT_TRUE(lFirst.isEchoed("first"));

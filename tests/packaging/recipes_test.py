@@ -47,7 +47,7 @@ def read_bitbake(path):
     text = re.sub(r"\\\n", " ", path.read_text())
     variables, classes = {}, []
     for line in text.splitlines():
-        assignment = re.fullmatch(r'([A-Za-z][\w:.\[\]-]*?) *(\?=|\+=|\.=|=) *"(.*)"', line)
+        assignment = re.fullmatch(r'([A-Za-z][\w:.${}\[\]-]*?) *(\?=|\+=|\.=|=) *"(.*)"', line)
         if assignment:
             variables[assignment[1]] = " ".join(assignment[3].split())
         elif line.startswith("inherit "):
@@ -61,7 +61,7 @@ class Yocto(RecipeTest):
     # What a recipe has, in the order that the style guide of the project asks for.
     ORDER = ["SUMMARY", "DESCRIPTION", "HOMEPAGE", "SECTION", "LICENSE", "LIC_FILES_CHKSUM",
              "DEPENDS", "EXTERNALSRC", "EXTERNALSRC_BUILD", "EXTRA_OECMAKE",
-             "COMPATIBLE_HOST:libc-musl"]
+             "FILES:${PN}-dev", "COMPATIBLE_HOST:libc-musl"]
 
     def setUp(self):
         recipes = list(LAYER.rglob("*.bb"))

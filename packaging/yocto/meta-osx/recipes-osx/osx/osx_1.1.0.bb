@@ -26,5 +26,8 @@ EXTRA_OECMAKE = " \
     -DOSX_PROC_LAYOUT=current \
 "
 
+# What gdb shows is for those who debug.
+FILES:${PN}-dev += "${datadir}/gdb"
+
 # ACE needs a C library that has what glibc has.
 COMPATIBLE_HOST:libc-musl = "null"
