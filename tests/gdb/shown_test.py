@@ -193,7 +193,7 @@ class Broken(unittest.TestCase):
     def test_TablesOfAnyBytes(self):
         def fill(place, size):
             return ("python gdb.selected_inferior().write_memory("
-                    f"int(gdb.parse_and_eval(\"(long)&'{place}'\")), b'w' * {size})")
+                    f"int(gdb.parse_and_eval(\"(unsigned long)&'{place}'\")), b'w' * {size})")
         names, descriptors = stopped(
             fill("(anonymous namespace)::gTable", 1000), fill("commIfDesc", 5000), "osx names",
             "osx descriptors")[2:]
