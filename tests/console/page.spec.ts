@@ -166,6 +166,16 @@ test("shows the whole of a long line", async ({ console, server }) => {
     await expect(console.page.locator("#details")).toBeHidden();
 });
 
+test("stands still where a line is selected", async ({ console, server }) => {
+    await server.say("gps1", ...numbered(1, 100));
+    await console.row("line 100.").click();
+    await expect(console.page.locator("#details-text")).toHaveText("line 100.");
+    await expect(console.follow).toHaveText("Paused");
+    await server.say("gps1", "a newer line");
+    await expect(console.follow).toHaveText("Paused, 1 new");
+    expect((await console.shown()).at(-1)).toContain("line 100.");
+});
+
 test("sets a level once it is confirmed, and shows the answer", async ({ console, server }) => {
     const dialog = console.page.getByRole("dialog", { name: "Debug level of gps1" });
     await console.page.getByRole("button", { name: "set that of gps1" }).click();
