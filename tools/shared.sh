@@ -27,6 +27,6 @@ sources() {
     git ls-files -co --exclude-standard -- "$@" 2>/dev/null && return 0
     local pattern
     for pattern in "${@:-*}"; do
-        find . -path ./build -prune -o -type f -path "./$pattern" -print | sed 's,^\./,,'
+        find . \( -path ./build -o -name node_modules \) -prune -o -type f -path "./$pattern" -print | sed 's,^\./,,'
     done
 }
