@@ -23,7 +23,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 
 START = "README.md"  # which is the site's first page
 ALONE = ["CONTRIBUTING.md", "CHANGELOG.md", "SECURITY.md", "SUPPORTED.md", "examples/README.md",
-         "device/README.md", "packaging/README.md"]
+         "device/README.md", "packaging/README.md", "tests/console/README.md"]
 PICTURES = (".svg", ".png")
 LANGUAGES = {".cpp": "cpp", ".h": "cpp", ".py": "python", ".yaml": "yaml", ".cmake": "cmake",
              ".conf": "text", ".sh": "bash", ".json": "json"}
