@@ -13,28 +13,34 @@ from report.verdicts import number, rows_of
 INTRODUCTION = """# Performance
 
 `./bench` makes this page: it builds the library and the programs in `benchmarks/`, runs them, and
-writes what it finds. Each row is one piece of work, done by the library and by what one would use
-instead, in the same run. The floor is the plain system call, pthread or ACE. Unless a row says
-otherwise a figure is processor time, which a busy machine disturbs little; where several threads
-share the work, that of all of them.
+writes down what it finds. To see how your own machine does, run it there: `./bench --quick` takes a
+minute, `./bench` a quarter of an hour, and both leave this page for that machine in `build/bench/page`.
 
-The subjects of a row take turns, in slices of a millisecond (of 10 ms where there are several
-threads, of 40 ms for servers), each turn in another order: up to a hundred slices of what is cheap,
-five or more of what is dear. What comes before the first slice warms up, and does not count. Work
-of one thread stays on one processor. Each slice finds the stack and the heap elsewhere, as some
-places collide in the processor's caches for as long as a process lives; freed memory stays with the
-process, so that nobody pays for new pages. A figure is the median of its slices. A ratio is the
-median of those of the slices of one turn, which are moments apart: in five runs of one round, on a
-machine with more than ten times the work that it has processors for, ratios to all subjects in ten
-of FlexVar's rows were within 3 % of their median in half of the cases, within 8 % in nine of ten,
-and 24 % away at worst; those of the best slices within 5 % and 46 % (a slice on a processor whose
-other half rests is much faster, and few subjects meet with one). Rows of a nanosecond or less vary
-more: in five runs before, on a busier machine and with the rows of "get" among them, it was within
-4 % in half of the cases, 17 % in nine of ten, and 31 % at worst. All this is done in three rounds
-(fewer on a slow machine); ratios are shown as the rounds' median and range, and the verdict is the
-median's. Figures under `elapsed` are by the clock (the library's, then the floor's or else the
-fastest peer's) and mean something on an idle machine alone; 99 % is the 99th percentile. What is
-measured on i386 is shown, not held.
+Each row is one piece of work, done in the same run by the library and by what one would use instead.
+The floor is the plain system call, pthread or ACE. Unless a row says otherwise, a figure is processor
+time, which other load on the machine disturbs little; where several threads share the work, it is
+the time of all of them.
+
+The subjects of a row take turns, in slices of a millisecond (10 ms with several threads, 40 ms for
+servers), each turn in another order: up to a hundred slices of cheap work, five or more of dear work.
+What runs before the first slice is warm-up, and does not count. Work of one thread stays on one
+processor. Each slice finds the stack and the heap at other addresses, as some addresses collide in
+the processor's caches for as long as a process lives; freed memory stays with the process, so that no
+subject pays for new pages. A figure is the median of its slices. A ratio is the median of the ratios
+within each turn, whose slices are moments apart.
+
+How steady is that? In five runs of one round, on a machine with more than ten times the work that it
+has processors for, the ratios to all subjects in ten of FlexVar's rows were within 3 % of their
+median in half of the cases, within 8 % in nine of ten, and 24 % away at worst; ratios of the best
+slices, within 5 % and 46 % (a slice on a processor whose other half rests is much faster, and few
+subjects get one). Rows of a nanosecond or less vary more: in five earlier runs, on a busier machine
+and including the rows of "get", ratios were within 4 % in half of the cases, 17 % in nine of ten, and
+31 % at worst.
+
+All this is done in three rounds (fewer on a slow machine); ratios are shown as the rounds' median and
+range, and the median decides the verdict. Figures under `elapsed` are wall-clock times (the library's,
+then the floor's or else the fastest peer's) and mean something only on an idle machine; 99 % is the
+99th percentile. What is measured on i386 is shown, without a verdict.
 
 The first chart of a group shows where the library stands in each row; the others, how the cost
 grows. Their axes are logarithmic.

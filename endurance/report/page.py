@@ -12,11 +12,12 @@ from report import results
 
 HEAD = """# Endurance
 
-What is done to break the library, and what held. Each part is a command that anybody can run:
-`./endure PART` for its short form, which every run of CI passes too, and `./endure --long PART`
-for the long one. The figures below are those of the latest run of each part, in its long form
-where there has been one; a limit stands behind a figure that a run must hold. This page is made
-by `./endure`.
+What we do to break the library, and what held. Each part is a command that anybody can run:
+`./endure PART` for the short form, which every CI run has to pass too, and `./endure --long PART` for
+the long one. To see whether a device survives power cuts, for example, run `./endure --long
+discs`, which cuts the virtual board's power 200 times. The figures below are from the latest run of
+each part, in its long form if there has been one; where a figure has a limit, the run must hold it.
+`./endure` makes this page.
 """
 
 
