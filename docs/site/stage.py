@@ -75,12 +75,12 @@ class Site:
         if name == START:
             return "index.md"
         if path.is_dir() and (path / "README.md").exists():
-            return f"{name}/README.md"
-        if path.suffix == ".md" or path.suffix in PICTURES:
+            return self.page_of(path / "README.md")
+        if path.suffix in PICTURES or path in pages():
             return name
         if path not in self.sources:
             self.sources.append(path)
-        return f"sources/{name}.md"
+        return name if path.suffix == ".md" else f"sources/{name}.md"
 
     def with_links(self, text, page):
         """@return a page's text with links to where things are on the site."""
@@ -102,6 +102,9 @@ class Site:
     def source(self, path):
         """A page with the text of a file, or the names of what is in a folder."""
         name = path.relative_to(ROOT).as_posix()
+        if path.suffix == ".md":
+            self.write(name, "---\norphan: true\n---\n" + self.with_links(path.read_text(), path))
+            return
         head = f"---\norphan: true\nnosearch: true\n---\n# {name}\n\n"
         if path.is_dir():
             files = sorted(each for each in path.rglob("*") if each.is_file())

@@ -69,6 +69,21 @@ test("can be used by keys alone", async ({ console, server }) => {
 test.describe("on a phone", () => {
     test.use({ viewport: { width: 390, height: 844 }, hasTouch: true });
 
+    test("a finger that drags the lines stops them", async ({ console, server }) => {
+        await server.say("gps1", ...Array.from({ length: 100 }, (_, index) => `line ${index}.`));
+        await expect(console.row("line 99.")).toBeVisible();
+        const session = await console.page.context().newCDPSession(console.page);
+        const touch = (type: "touchStart" | "touchMove", y: number) =>
+            session.send("Input.dispatchTouchEvent", { type, touchPoints: [{ x: 200, y }] });
+        await touch("touchStart", 500);
+        await touch("touchMove", 520);
+        await touch("touchMove", 540);
+        await expect(console.follow).toHaveText("Paused");
+        await session.send("Input.dispatchTouchEvent", { type: "touchEnd", touchPoints: [] });
+        await server.say("gps1", "a newer line");
+        await expect(console.follow).toHaveText("Paused, 1 new");
+    });
+
     test("everything has room on a phone", async ({ console, server }) => {
         await server.say("gps1", `a ${"long ".repeat(60)}line`);
         await expect(console.row("a long")).toBeVisible();

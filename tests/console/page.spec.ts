@@ -152,7 +152,7 @@ test("reads what came too fast to be shown", async ({ console, server }) => {
     await console.list.focus();
     await expect(async () => {
         await console.page.keyboard.press("PageUp");
-        await expect(console.row("line 2701.")).toBeVisible({ timeout: 200 });
+        await expect(console.row("line 2401.")).toBeVisible({ timeout: 200 });
     }).toPass({ intervals: [50] });
     await expect(console.row("came faster than can be shown")).toHaveCount(0);
 });
@@ -164,6 +164,16 @@ test("shows the whole of a long line", async ({ console, server }) => {
     await expect(console.page.locator("#details-text")).toHaveText(long);
     await console.page.keyboard.press("Escape");
     await expect(console.page.locator("#details")).toBeHidden();
+});
+
+test("stands still where a line is selected", async ({ console, server }) => {
+    await server.say("gps1", ...numbered(1, 100));
+    await console.row("line 100.").click();
+    await expect(console.page.locator("#details-text")).toHaveText("line 100.");
+    await expect(console.follow).toHaveText("Paused");
+    await server.say("gps1", "a newer line");
+    await expect(console.follow).toHaveText("Paused, 1 new");
+    expect((await console.shown()).at(-1)).toContain("line 100.");
 });
 
 test("sets a level once it is confirmed, and shows the answer", async ({ console, server }) => {

@@ -34,6 +34,8 @@ test.describe("dark", () => {
         await settle(console, server);
         await console.choose("wind1");
         await console.choose("gps2");
+        await console.follow.click();
+        await expect(console.follow).toContainText("Paused");
         await console.row("error 104").last().click();
         await console.page.mouse.move(0, 0);
         await expect(console.page.locator("#details-text")).toBeVisible();

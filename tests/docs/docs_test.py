@@ -76,6 +76,14 @@ class Staging(FolderTest):
         self.assertEqual("[x](../sources/src/x.h.md)", self.linked("[x](../src/x.h)"))
         self.assertEqual([self.folder / "src/x.h"], self.site.sources)
 
+    def test_APageWithoutAPlaceIsShownAllTheSame(self):
+        readme = self.put("tests/README.md", "[b](../docs/b.md) [x](../src/x.h)")
+        self.assertEqual("[t](../tests/README.md)", self.linked("[t](../tests)"))
+        self.assertEqual([readme], self.site.sources)
+        self.site.source(readme)
+        self.assertTrue((self.site.folder / "tests/README.md").read_text().endswith(
+            "---\n[b](../docs/b.md) [x](../sources/src/x.h.md)"))
+
     def test_CodeIsNoLink(self):
         for text in ("`[x](none.h)`", "```cpp\nf[x](none.h);\n```"):
             self.assertEqual(text, self.linked(text))

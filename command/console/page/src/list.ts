@@ -10,6 +10,9 @@ const kSpare = 12;
 /** So near to an end of the rows, more are asked for. */
 const kNear = 100;
 
+/** A finger that moves so far drags the lines. */
+const kDragged = 8;
+
 export interface ListListener {
     /** The reader left the newest row, or came back to it. */
     left(): void;
@@ -26,6 +29,7 @@ export class List {
     private isDrawn = true;
     /** Where the window was last, which tells a reader's scrolling from that of the rows. */
     private lastTop = 0;
+    private touchedAt = 0;
     private selected: Row | null = null;
     private sought = "";
 
@@ -37,8 +41,11 @@ export class List {
     ) {
         window.addEventListener("scroll", () => this.onScroll(), { passive: true });
         window.addEventListener("wheel", (event) => this.onWheel(event), { passive: true });
+        window.addEventListener("touchstart", (event) => this.onTouch(event), { passive: true });
+        window.addEventListener("touchmove", (event) => this.onDrag(event), { passive: true });
         window.addEventListener("keydown", (event) => this.onKey(event));
-        window.addEventListener("click", (event) => this.onClick(event));
+        // The row under the pointer may be another one when the button is let go.
+        window.addEventListener("mousedown", (event) => this.onPress(event));
         new ResizeObserver(() => this.resize()).observe(window);
         this.resize();
     }
@@ -210,7 +217,18 @@ export class List {
         }
     }
 
-    private onClick(event: Event): void {
+    private onTouch(event: TouchEvent): void {
+        this.touchedAt = event.touches[0]?.clientY ?? 0;
+    }
+
+    private onDrag(event: TouchEvent): void {
+        const at = event.touches[0]?.clientY ?? 0;
+        if (at > this.touchedAt + kDragged && this.window.scrollTop > 0) {
+            this.listener.left();
+        }
+    }
+
+    private onPress(event: Event): void {
         const target = event.target instanceof Element ? event.target.closest(".row") : null;
         const view = this.views.find(({ element }) => element === target);
         const place = view?.element.getAttribute("aria-posinset");
@@ -255,5 +273,6 @@ export class List {
         } else if (top + this.rowHeight > scrollTop + clientHeight) {
             this.window.scrollTop = top + this.rowHeight - clientHeight;
         }
+        this.lastTop = this.window.scrollTop;
     }
 }
