@@ -15,8 +15,9 @@ constexpr std::int64_t kFormat = 1;
 /// What the write-ahead log may take beside the file, and the file beyond its limit for a moment.
 constexpr std::uint64_t kReserve = 6UL * 1024 * 1024;
 /// So many at a time are removed; more would keep a write waiting.
-constexpr int kRemoved = 2000;
-constexpr int kRemovals = 20;
+constexpr int kRemovedByAge = 4000;
+constexpr int kRemovedBySize = 200;
+constexpr int kRemovals = 200;
 
 constexpr const char* kTables = R"(
     CREATE TABLE devices(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
@@ -136,7 +137,7 @@ void HistoryFile::trimByAge() {
     Statement(mDatabase,
               "DELETE FROM entries WHERE at < ? AND id IN (SELECT id FROM entries ORDER BY id "
               "LIMIT " +
-                  std::to_string(kRemoved * 2) + ")")
+                  std::to_string(kRemovedByAge) + ")")
         .bind(1, lOldest)
         .finish();
 }
@@ -146,7 +147,7 @@ void HistoryFile::trimBySize() {
     bool lIsTrimmed = false;
     for (int lTime = 0; lTime < kRemovals && usedBytes() > lMost; ++lTime) {
         mDatabase.run("DELETE FROM entries WHERE id IN (SELECT id FROM entries ORDER BY id LIMIT " +
-                      std::to_string(kRemoved) + ")");
+                      std::to_string(kRemovedBySize) + ")");
         lIsTrimmed = true;
     }
     if (lIsTrimmed) {

@@ -32,7 +32,7 @@ LevelDesk::Answer LevelDesk::set(std::size_t aDevice, unsigned long aLevel) {
         sendIfDue(lRequest, lLock);
         mChanged.wait_for(lLock, kLook, [&] { return mHasEnded || lRequest.isConfirmed(); });
     }
-    const Answer lAnswer{lRequest.isConfirmed(),
+    Answer lAnswer{lRequest.isConfirmed(),
                          lRequest.isConfirmed() ? lRequest.answer() : lRequest.trouble()};
     mPending.erase(lPlace);
     return lAnswer;

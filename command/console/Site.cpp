@@ -213,11 +213,7 @@ void Site::answerEvents(const Request& aRequest, Response& aResponse) {
         "text/event-stream",
         [lStream](std::size_t, httplib::DataSink& aSink) {
             const std::string lText = lStream->next();
-            if (lText.empty()) {
-                aSink.done();
-                return true;
-            }
-            return aSink.write(lText.data(), lText.size());
+            return !lText.empty() && aSink.write(lText.data(), lText.size());
         },
         [this](bool) { --mStreams; });
 }

@@ -63,10 +63,10 @@ public:
         return client().Post("/api/level", aHeaders, aBody, aType);
     }
 
-    /// Waits until an entry whose text is that is in the history.
+    /// Waits until a line is among the latest of the history.
     bool waitForLine(const std::string& aText) const {
         return waitUntil([&] {
-            const Json lPage = json("/api/history?limit=1000");
+            const Json lPage = json("/api/history?limit=50");
             for (const Json& lEntry : lPage["entries"]) {
                 if (lEntry.value("line", "") == aText) {
                     return true;

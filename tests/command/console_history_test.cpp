@@ -183,10 +183,12 @@ TEST_F(ConsoleHistory, IsBoundedByAge) {
 TEST_F(ConsoleHistory, IsBoundedBySize) {
     constexpr std::uintmax_t kMost = 16UL * 1024 * 1024;
     start({"--history-size", "16M"});
+    constexpr int kRounds = 9;
+    constexpr int kLines = 400;
     const std::string lPadding(4000, 'x');
     std::uintmax_t lLargest = 0;
-    for (int lRound = 0; lRound < 20; ++lRound) {
-        for (int lLine = 0; lLine < 500; ++lLine) {
+    for (int lRound = 0; lRound < kRounds; ++lRound) {
+        for (int lLine = 0; lLine < kLines; ++lLine) {
             ASSERT_TRUE(mA.send(lPadding + "\n"));
         }
         say(mA, {"round " + std::to_string(lRound)});
@@ -194,9 +196,9 @@ TEST_F(ConsoleHistory, IsBoundedBySize) {
     }
     EXPECT_GT(lLargest, kMost / 4);
     EXPECT_LT(lLargest, kMost);
-    EXPECT_GT(mConsole->state()["oldest"], 1000);
-    EXPECT_EQ(10000 + 20 + 2, mConsole->state()["newest"]);
-    EXPECT_EQ("round 19", page("limit=1").front());
+    EXPECT_GT(mConsole->state()["oldest"], kLines);
+    EXPECT_EQ(kRounds * (kLines + 1) + 2, mConsole->state()["newest"]);
+    EXPECT_EQ("round 8", page("limit=1").front());
     end();
     EXPECT_LT(size(), kMost);
 }
