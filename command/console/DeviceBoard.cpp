@@ -31,9 +31,14 @@ Json knownOrNull(long aNumber) {
     return aNumber < 0 ? Json() : Json(aNumber);
 }
 
+std::int64_t intervalOf(Moment aMoment) {
+    return toMs(aMoment) / kFigureStepMs * kFigureStepMs;
+}
+
 }  // namespace
 
-DeviceBoard::DeviceBoard(const std::vector<Device>& aDevices, const DeviceList& aList) {
+DeviceBoard::DeviceBoard(const std::vector<Device>& aDevices, const DeviceList& aList)
+    : mInterval(intervalOf(now())) {
     for (const Device& lDevice : aDevices) {
         State lState;
         lState.device = lDevice;
@@ -99,7 +104,7 @@ void DeviceBoard::advance(State& aState, std::int64_t aSecond) {
 }
 
 std::vector<FigurePoint> DeviceBoard::takePoints(Moment aNow) {
-    const std::int64_t lInterval = toMs(aNow) / kFigureStepMs * kFigureStepMs;
+    const std::int64_t lInterval = intervalOf(aNow);
     std::vector<FigurePoint> lPoints;
     const std::lock_guard lLock(mMutex);
     if (lInterval == mInterval) {
@@ -108,9 +113,7 @@ std::vector<FigurePoint> DeviceBoard::takePoints(Moment aNow) {
     for (State& lState : mStates) {
         lState.point.at = mInterval;
         lState.point.device = lState.device.name;
-        if (mInterval != 0) {
-            lPoints.push_back(lState.point);
-        }
+        lPoints.push_back(lState.point);
         lState.point = FigurePoint{};
     }
     mInterval = lInterval;

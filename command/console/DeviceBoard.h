@@ -77,7 +77,7 @@ private:
 
     mutable std::mutex mMutex;
     std::vector<State> mStates;
-    std::int64_t mInterval = 0;  ///< When the current one began.
+    std::int64_t mInterval;  ///< When the current one began.
 };
 
 }  // namespace command

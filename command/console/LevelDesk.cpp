@@ -33,7 +33,7 @@ LevelDesk::Answer LevelDesk::set(std::size_t aDevice, unsigned long aLevel) {
         mChanged.wait_for(lLock, kLook, [&] { return mHasEnded || lRequest.isConfirmed(); });
     }
     Answer lAnswer{lRequest.isConfirmed(),
-                         lRequest.isConfirmed() ? lRequest.answer() : lRequest.trouble()};
+                   lRequest.isConfirmed() ? lRequest.answer() : lRequest.trouble()};
     mPending.erase(lPlace);
     return lAnswer;
 }

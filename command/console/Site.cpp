@@ -131,9 +131,10 @@ void Site::addErrors() {
                    aResponse.status == 404 ? "there is no such page" : "this request is none");
         }
     });
-    mServer.set_exception_handler([](const Request&, Response& aResponse, std::exception_ptr) {
-        refuse(aResponse, 500, "the console cannot answer this now");
-    });
+    mServer.set_exception_handler(
+        [](const Request&, Response& aResponse, const std::exception_ptr&) {
+            refuse(aResponse, 500, "the console cannot answer this now");
+        });
 }
 
 /// @return whether the request has got its answer already.

@@ -30,7 +30,7 @@ class Show(gdb.Command):
         try:
             self.show(*([argument] if argument else []))
         except gdb.error as error:
-            raise gdb.GdbError(f"osx: {error}. The library has to be loaded, and its debugging "
+            raise gdb.GdbError(f"osx: {str(error).rstrip('.')}. The library has to be loaded, and its debugging "
                                "information to be known.") from error
 
 
