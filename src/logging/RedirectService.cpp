@@ -32,7 +32,7 @@ using std::chrono::milliseconds;
 namespace {
 
 constexpr char kModule[] = "RedirectService.cpp";
-constexpr char kFull[] = "RedirectService: 64 clients are connected, no more are taken\n";
+constexpr char kFullLine[] = "RedirectService: 64 clients are connected, no more are taken\n";
 static_assert(RedirectService::kMaxClients == 64, "the text says so");
 
 /// With no limit of its own, a client's patience is the usual one (`Watcher::patience`).
@@ -157,7 +157,7 @@ RedirectService::RedirectService()
       mGeneration(osx::process::generation()),
       mWanted(false) {
     mConnectionAdmin.setClientFncs(onNewClient, onClosedClient, this);
-    mConnectionAdmin.limitClients(kMaxClients, kFull);
+    mConnectionAdmin.limitClients(kMaxClients, kFullLine);
 }
 
 RedirectService::~RedirectService() {
