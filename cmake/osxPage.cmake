@@ -1,8 +1,9 @@
 # SPDX-FileCopyrightText: 2026 The osx maintainers
 # SPDX-License-Identifier: MIT
 
-# cmake -D NPM=npm -D SOURCE=x -D COPY=y -D OUTPUT=z -P osxPage.cmake
-# Builds the console's page of a copy of its sources. Downloads fail now and then, and are tried again.
+# cmake -D NPM=npm -D ESBUILD=esbuild -D SOURCE=x -D COPY=y -D OUTPUT=z -P osxPage.cmake
+# Builds the console's page of a copy of its sources, by an esbuild that is there, or by npm's. Downloads
+# fail now and then, and are tried again.
 file(COPY ${SOURCE}/ DESTINATION ${COPY} PATTERN node_modules EXCLUDE PATTERN dist EXCLUDE)
 file(MAKE_DIRECTORY ${OUTPUT})
 
@@ -12,6 +13,14 @@ function(run)
   set(result ${lResult} PARENT_SCOPE)
   set(output "${lOutput}" PARENT_SCOPE)
 endfunction()
+
+if(ESBUILD)
+  run(./build ${ESBUILD} ${OUTPUT})
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "The console's page cannot be built: ${output}")
+  endif()
+  return()
+endif()
 
 # What was installed for this list of packages stays installed.
 file(SHA256 ${COPY}/package-lock.json lWanted)
