@@ -109,8 +109,12 @@ class Buildroot(RecipeTest):
         program = ("cmake-package = $(info evaluated)\ninclude $(BR2_EXTERNAL_OSX_PATH)/external.mk\n"
                    "$(foreach name,$(filter OSX_%,$(.VARIABLES)),$(info $(name)=$($(name))))\n"
                    "all:;@:\n")
+        # A newer make lists those of its environment among its own.
+        environment = {name: text for name, text in os.environ.items()
+                       if not name.startswith("OSX_")}
         output = subprocess.run(["make", "--warn-undefined-variables", "-s", "-f", "-",
                                  f"BR2_EXTERNAL_OSX_PATH={EXTERNAL}"], input=program, check=True,
+                                env=environment,
                                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
         lines = output.splitlines()
         self.assertEqual("evaluated", lines[0])
