@@ -143,7 +143,7 @@ def test_gcc_reports_nothing_without_a_reason(commands, reasons, form, figures):
 
 def test_clang_reports_nothing_without_a_reason(commands, reasons, form, figures):
     needs("clang++", figures)
-    foreign = ("-falign", "-fno-reorder", "-fno-tree")  # options that only g++ knows
+    foreign = ("-falign", "-femit-class-debug", "-fno-reorder", "-fno-tree")  # options that only g++ knows
 
     def read(command):
         words = [word for word in options(command) if not word.startswith(foreign)]

@@ -32,6 +32,12 @@ protected:
         ASSERT_TRUE(mConsole->isReady());
         mPeer = mDevice->accept();
         ASSERT_TRUE(mPeer.connected());
+        // The mark that tells of it is no part of what the tests look at.
+        ASSERT_TRUE(waitUntil([&] {
+            const Json lState = mConsole->state();
+            return lState.value("newest", 0) == 1 &&
+                   lState["devices"][0].value("state", "") == "connected";
+        }));
     }
 
     Json device() const { return mConsole->state()["devices"][0]; }

@@ -249,7 +249,8 @@ TEST_F(ConsoleHistory, ThatIsDamagedInItsMiddleIsNoticed) {
     {
         std::fstream lFile(file(), std::ios::in | std::ios::out | std::ios::binary);
         lFile.seekp(3 * 4096);
-        const std::string lGarbage(size() - 3 * 4096, '\x5a');
+        const std::string lGarbage(static_cast<std::size_t>(size()) - 3 * std::size_t{4096},
+                                   '\x5a');
         lFile << lGarbage;
     }
     start();
