@@ -184,6 +184,7 @@ def write(data, root, folder):
     pictures = pathlib.Path(folder) / "performance"
     pictures.mkdir(parents=True, exist_ok=True)
     notes = (pathlib.Path(root) / "benchmarks/notes.md").read_text()
+    notes = re.sub(r"\A(<!--[^\n]*\n)+\n*", "", notes)  # whose it is: the page has its own
     parts = [INTRODUCTION, machine(data["about"]),
              "## Where it falls short\n\n" + summary(data["results"]), notes]
     parts += [section(group, data["results"], root, pictures) for group in GROUPS]
