@@ -54,7 +54,8 @@ def comment_of(group, root):
         source = root / "benchmarks" / name
         if source.exists():
             lines = []
-            for line in source.read_text().splitlines():
+            below_licence = source.read_text().split("\n\n", 1)[1]
+            for line in below_licence.splitlines():
                 if not line.startswith("//"):
                     break
                 lines.append(line[2:].strip())
