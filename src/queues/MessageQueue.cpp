@@ -26,6 +26,10 @@ namespace osx {
 
 namespace {
 
+// In bytes.
+constexpr std::size_t kMedium = 512;
+constexpr std::size_t kLarge = 4096;
+
 int failWith(int aError) {
     errno = aError;
     return -1;
@@ -83,10 +87,11 @@ int MessageQueue::send(const void* aBytes, std::size_t aSize) {
     return wantsOwnMemory(aSize) ? sendOwnMemory(aBytes, aSize) : sendInSegment(aBytes, aSize);
 }
 
-/// The store answers this without the lock, which clang does not know.
-inline bool MessageQueue::wantsOwnMemory(std::size_t aSize) const noexcept
-    OSX_NO_THREAD_SAFETY_ANALYSIS {
-    return mStore.wantsOwnMemory(aSize);
+/// @return whether a message should have memory of its own. A large one should, so that nobody
+///         waits for the lock while it is copied. So should a medium one while several threads
+///         send; a thread alone is faster without the allocation.
+inline bool MessageQueue::wantsOwnMemory(std::size_t aSize) noexcept {
+    return aSize >= kMedium && (aSize >= kLarge || mRecentSenders.noticeOthers());
 }
 
 inline int MessageQueue::sendInSegment(const void* aBytes, std::size_t aSize) {

@@ -17,6 +17,7 @@
 #include "base/threadAnnotations.h"
 #include "queues/MessageStore.h"
 #include "queues/QueueMutex.h"
+#include "queues/RecentSenders.h"
 #include "queues/Waiters.h"
 
 namespace osx {
@@ -74,7 +75,7 @@ private:
         ACE_Notification_Strategy* strategy;
     };
 
-    bool wantsOwnMemory(std::size_t aSize) const noexcept;
+    bool wantsOwnMemory(std::size_t aSize) noexcept;
     int sendInSegment(const void* aBytes, std::size_t aSize) OSX_EXCLUDES(mMutex);
     int sendOwnMemory(const void* aBytes, std::size_t aSize) OSX_EXCLUDES(mMutex);
     Sent countSent(std::size_t aSize) OSX_REQUIRES(mMutex);
@@ -130,6 +131,8 @@ private:
     /// not tell a waiter: it may have changed back before the waiter looks, and a pulse leaves it
     /// changed for ever.
     unsigned int mDismissals OSX_GUARDED_BY(mMutex) = 0;
+    /// Last, away from what a thread with the lock writes: senders write it without.
+    RecentSenders mRecentSenders;
 };
 
 }  // namespace osx

@@ -67,7 +67,6 @@ bool MessageStore::addSegment() noexcept {
         mLast->end = mEnd;
         mLast->next = std::move(lSegment);
         mReadEnd = mFirst->end;
-        mIsLong.store(true, std::memory_order_relaxed);
     }
     mLast = lAdded;
     mEnd = lAdded->bytes;
@@ -79,9 +78,7 @@ bool MessageStore::addSegment() noexcept {
 void MessageStore::dropSegment() noexcept {
     mSpare = std::exchange(mFirst, std::move(mFirst->next));
     mRead = mFirst->bytes;
-    const bool lIsLong = mFirst.get() != mLast;
-    mReadEnd = lIsLong ? mFirst->end : nullptr;
-    mIsLong.store(lIsLong, std::memory_order_relaxed);
+    mReadEnd = mFirst.get() == mLast ? nullptr : mFirst->end;
 }
 
 }  // namespace osx

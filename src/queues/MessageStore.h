@@ -7,7 +7,6 @@
 #define OSX_QUEUES_MESSAGESTORE_H
 
 #include <algorithm>
-#include <atomic>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -23,7 +22,7 @@ void copyBytes(void* aTo, const void* aFrom, std::size_t aSize) noexcept;
 /// message needs no allocation. A message may also have memory of its own; then only the pointer to
 /// it lies in the segment. Such memory can be filled and emptied without the lock.
 ///
-/// Every call needs the queue's lock, except for `wantsOwnMemory`.
+/// Every call needs the queue's lock.
 ///
 ///     mFirst                                   mLast
 ///     [ read already | message | message | ] --> [ message | message | free ]    mSpare: [ free ]
@@ -44,14 +43,6 @@ public:
     ~MessageStore();
     MessageStore(const MessageStore&) = delete;
     MessageStore& operator=(const MessageStore&) = delete;
-
-    /// @return whether a message should have memory of its own. A large one should, so that nobody
-    ///         waits for the lock while it is copied. So should a medium one while the store is
-    ///         longer than a segment: then other threads are at work, and the first write to the
-    ///         pages of a new segment takes long, because the system provides them only then.
-    bool wantsOwnMemory(std::size_t aSize) const noexcept {
-        return aSize >= kMedium && (aSize >= kLarge || mIsLong.load(std::memory_order_relaxed));
-    }
 
     bool isEmpty() const noexcept { return mRead == mEnd; }
 
@@ -84,9 +75,6 @@ public:
     std::size_t removeFront() noexcept;
 
 private:
-    static constexpr std::size_t kMedium = 512;
-    static constexpr std::size_t kLarge = 4096;
-
     struct Segment {
         // The bytes are left as they are: the system need not provide pages that are never written.
         Segment() noexcept : end(bytes) {}
@@ -170,10 +158,6 @@ private:
     Segment* mLast = nullptr;
     /// The next segment to be added, so that a queue of about a segment's length does not allocate.
     std::unique_ptr<Segment> mSpare;
-    /// Whether there is more than one segment. Written with the lock; senders read it without, to
-    /// decide where to copy a message before they lock. An answer that is out of date only costs
-    /// time.
-    std::atomic<bool> mIsLong{false};
 };
 
 }  // namespace osx

@@ -164,8 +164,9 @@ TEST(MessageQueue, FlushOfAnEmptyOneLeavesItUsable) {
 TEST(MessageQueue, FreesWhatItHoldsWhenFlushedAndDeleted) {
     constexpr std::size_t kHeld = 100UL * 1000UL;
     const auto lFill = [](Queue& aQueue) {
-        for (std::size_t lSent = 0; lSent < kHeld; lSent += 1000) {
+        for (std::size_t lSent = 0; lSent < kHeld; lSent += 6000) {
             aQueue.send(std::string(1000, 'x'));
+            aQueue.send(std::string(5000, 'y'));
         }
     };
     const std::size_t lBefore = ::mallinfo2().uordblks;
