@@ -42,11 +42,12 @@ inline std::unique_ptr<char[]> allocateBytes(std::size_t aSize) noexcept {
 /// @return memory for an object and what stands behind it, in one piece, to be given back
 ///         to the global operator delete; null with `errno` ENOMEM.
 inline void* allocateMemory(std::size_t aSize) noexcept {
-    void* const lMemory = ::operator new(aSize, std::nothrow);
-    if (lMemory == nullptr) {
+    try {
+        return ::operator new(aSize);  // which the form that does not throw calls, too
+    } catch (const std::bad_alloc&) {
         errno = ENOMEM;
+        return nullptr;
     }
-    return lMemory;
 }
 
 }  // namespace osx

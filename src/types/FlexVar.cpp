@@ -129,6 +129,10 @@ FlexVar::FlexVar(const ObjectID& aValue) noexcept : FlexVar() {
 
 void FlexVar::copyObjectOf(const FlexVar& aOther) noexcept {
     forget();
+    if (aOther.mType == FlexVar_CString && aOther.mValue.mCString != nullptr) {
+        constructCopy<Kinds::CString>(*aOther.mValue.mCString);
+        return;
+    }
     Kinds::visit(aOther.mType, [&](auto aKind) {
         using Kind = decltype(aKind);
         if constexpr (Kind::kIsObject) {
@@ -182,6 +186,10 @@ FlexVar& FlexVar::moveObjectOf(FlexVar& aOther) noexcept {
 }
 
 void FlexVar::destroyObject() noexcept {
+    if (mType == FlexVar_CString) {  // the kind of most objects comes first
+        osx::destroy(mValue.mCString);
+        return;
+    }
     Kinds::visit(mType, [&](auto aKind) {
         if constexpr (decltype(aKind)::kIsObject) {
             osx::destroy(aKind.member(mValue));

@@ -214,6 +214,9 @@ struct FlexVar::Parser {
         if (aText.empty()) {
             return 0;
         }
+        if (var.isWord()) {  // Int to ULong: all have the same 32 bits
+            return toNumber(aText, var.mValue.mInt);
+        }
         switch (var.mType) {
             case FlexVar_Bool:
                 return toBool(aText);
