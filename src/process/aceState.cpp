@@ -68,9 +68,12 @@ void awaitMemory(ACE_OS_Thread_Descriptor* aDescriptor, ACE_OS_Log_Msg_Attribute
     gBegunIn = generation() + 1;
 }
 
-/// ACE sets its own again where the last thread that had a log has ended.
+/// ACE sets its own again where the last thread that had a log has ended. It is written only then,
+/// as each new thread reads it, on another processor.
 void makeThreadsAwaitMemory() {
-    __atomic_store_n(&firstStepOfThreads(), &awaitMemory, __ATOMIC_RELAXED);
+    if (__atomic_load_n(&firstStepOfThreads(), __ATOMIC_RELAXED) != &awaitMemory) {
+        __atomic_store_n(&firstStepOfThreads(), &awaitMemory, __ATOMIC_RELAXED);
+    }
 }
 
 /// Else the first task, thread or reactor would make them, and crash in ACE if memory is short by
