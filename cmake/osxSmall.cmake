@@ -24,6 +24,9 @@ set(OSX_FASTEST_OPTIONS -O3 ${OSX_TIGHT})
 # What is run and what is only read share pages of the file.
 check_linker_flag(CXX LINKER:-z,noseparate-code OSX_ONE_SEGMENT)
 
+# Tables that are mostly untouched stand behind all other variables: see base/sparse.h.
+check_linker_flag(CXX LINKER:--sort-section=name OSX_SORTED_SECTIONS)
+
 # A relocation takes a bit or two in place of two or three words. The linker has to know that, and the
 # system that the library is for: a cross build says so itself.
 if(NOT CMAKE_CROSSCOMPILING)
@@ -39,6 +42,7 @@ endif()
 function(osx_link_small aTarget)
   target_link_options(${aTarget} PRIVATE
     $<$<BOOL:${OSX_ONE_SEGMENT}>:LINKER:-z,noseparate-code>
+    $<$<BOOL:${OSX_SORTED_SECTIONS}>:LINKER:--sort-section=name>
     $<$<BOOL:${OSX_PACKED_RELOCATIONS}>:LINKER:-z,pack-relative-relocs>)
 endfunction()
 

@@ -12,10 +12,11 @@
 
 #include "base/diagnosticLine.h"
 #include "base/moduleNames.h"
+#include "base/sparse.h"
 #include "commif/channels.h"
 #include "commif/formatText.h"
 
-commIfDesc_t commIfDesc[COMMIF_MAX_DESC];
+OSX_SPARSE commIfDesc_t commIfDesc[COMMIF_MAX_DESC];
 
 namespace {
 

@@ -24,6 +24,7 @@
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
 #include "base/milliseconds.h"
+#include "base/sparse.h"
 #include "commif/channels.h"
 #include "commif/deviceHandle.h"
 #include "commif/osxComPort.h"
@@ -52,7 +53,7 @@ enum Command : unsigned long {
 /// open until the descriptor is closed or opened anew. The thread that opens a descriptor puts its
 /// device here; one that closes it, or opens it anew, takes the device out. They are atomic so that
 /// only one of two such threads gets the device.
-std::array<std::atomic<ACE_TTY_IO*>, COMMIF_MAX_DESC> gDevicesWithoutPort{};
+OSX_SPARSE std::array<std::atomic<ACE_TTY_IO*>, COMMIF_MAX_DESC> gDevicesWithoutPort{};
 
 std::atomic<ACE_TTY_IO*>& deviceWithoutPort(const commIfDesc_t& aEntry) {
     return gDevicesWithoutPort[static_cast<std::size_t>(&aEntry - commIfDesc)];

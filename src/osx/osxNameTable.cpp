@@ -18,6 +18,7 @@
 
 #include "base/Mutex.h"
 #include "base/diagnosticLine.h"
+#include "base/sparse.h"
 #include "osx/osx.h"
 #include "process/atFork.h"
 
@@ -31,7 +32,7 @@ using NameTable = std::array<NameTableEntry, OSX_NAME_TABLE_SIZE>;
 
 // Nothing here has a destructor to run: threads may still use the table while the process ends.
 osx::Mutex gMutex;
-NameTable gTable OSX_GUARDED_BY(gMutex);
+OSX_SPARSE NameTable gTable OSX_GUARDED_BY(gMutex);
 const osx::process::AtFork gAtFork(osx::process::ForkOrder::kLeaf,
                                    osx::process::kKeepAcrossFork<gMutex>);
 /// Whether the table has been cleared once, as the first registration does.

@@ -15,6 +15,7 @@
 #include <cstdint>
 
 #include "base/Mutex.h"
+#include "base/sparse.h"
 #include "ports/peerWatch.h"
 #include "process/atFork.h"
 #include "sockets/vanishedPeer.h"
@@ -28,7 +29,7 @@ constexpr std::size_t kLists = 1024;
 
 // None has a destructor to run: connections may end while the process exits.
 Mutex gMutex;
-std::array<IntrusiveList<PortConnection>, kLists> gLists OSX_GUARDED_BY(gMutex){};
+OSX_SPARSE std::array<IntrusiveList<PortConnection>, kLists> gLists OSX_GUARDED_BY(gMutex){};
 std::size_t gConnections OSX_GUARDED_BY(gMutex) = 0;
 
 const process::AtFork gAtFork(process::ForkOrder::kLeaf, process::kKeepAcrossFork<gMutex>);

@@ -21,6 +21,7 @@
 #include "base/aceLog.h"
 #include "base/allocate.h"
 #include "process/aceAccess.h"
+#include "process/atFork.h"
 
 namespace osx::process {
 
@@ -39,6 +40,10 @@ public:
         aManager->*(&ManagerAccess::object_manager_state_) = OBJ_MAN_SHUT_DOWN;
     }
 };
+
+/// One more than the `generation` in which ACE has begun the calling thread; 0 if it has not. The
+/// child of a fork has another generation: there the thread is the main one.
+thread_local unsigned int gBegunIn = 0;
 
 /// ACE's log of the calling thread, with the room for a line that it can do without only as long as
 /// nobody writes one.
@@ -60,11 +65,15 @@ void awaitMemory(ACE_OS_Thread_Descriptor* aDescriptor, ACE_OS_Log_Msg_Attribute
         ::nanosleep(&kPause, nullptr);
     }
     ACE_Log_Msg::inherit_hook(aDescriptor, aAttributes);
+    gBegunIn = generation() + 1;
 }
 
-/// ACE sets its own again where the last thread that had a log has ended.
+/// ACE sets its own again where the last thread that had a log has ended. It is written only then,
+/// as each new thread reads it, on another processor.
 void makeThreadsAwaitMemory() {
-    __atomic_store_n(&firstStepOfThreads(), &awaitMemory, __ATOMIC_RELAXED);
+    if (__atomic_load_n(&firstStepOfThreads(), __ATOMIC_RELAXED) != &awaitMemory) {
+        __atomic_store_n(&firstStepOfThreads(), &awaitMemory, __ATOMIC_RELAXED);
+    }
 }
 
 /// Else the first task, thread or reactor would make them, and crash in ACE if memory is short by
@@ -98,6 +107,10 @@ bool reserveThread() noexcept {
         lFree.add(lDescriptor.release());
     }
     return true;
+}
+
+bool isBegunByAce() noexcept {
+    return gBegunIn == generation() + 1;
 }
 
 bool isAceGone() noexcept {

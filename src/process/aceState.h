@@ -13,6 +13,10 @@ namespace osx::process {
 /// @return false (ENOMEM) when the thread must not be started.
 bool reserveThread() noexcept;
 
+/// @return whether ACE has begun the calling thread, which then is not the main one; false where it
+///         is not known. It asks no system.
+bool isBegunByAce() noexcept;
+
 /// @return whether ACE has been torn down, or is being.
 bool isAceGone() noexcept;
 

@@ -35,8 +35,9 @@ std::array<void (*)(), kSteps> gSteps{};
 /// No thread forks while another one is registering the handler: the child would have the C
 /// library's lock of `exit` held by a thread that it does not have.
 Mutex gExpectedMutex;
-/// Whether the handler that notes the status is registered. Any thread may be the one to do it.
-bool gExpected OSX_GUARDED_BY(gExpectedMutex) = false;
+/// Whether the handler that notes the status is registered. Any thread may be the one to do it,
+/// under the lock; most find that it is done.
+std::atomic<bool> gExpected{false};
 const AtFork gAtFork(ForkOrder::kLeaf, kKeepAcrossFork<gExpectedMutex>);
 
 /// The status, once the process ends. Written and read by the thread that ends it; atomic because
@@ -94,10 +95,13 @@ AtEnd::AtEnd(EndStep aStep, void (*aFunction)()) noexcept {
 }
 
 void expectEnd() noexcept {
+    if (gExpected.load(std::memory_order_relaxed)) {
+        return;
+    }
     const MutexLock lGuard(gExpectedMutex);
     if (!gExpected) {
-        gExpected = true;
         ::on_exit(noteStatus, nullptr);
+        gExpected = true;
     }
 }
 

@@ -18,6 +18,7 @@
 #include <ctime>
 
 #include "base/ErrnoKeeper.h"
+#include "base/sparse.h"
 
 namespace osx {
 
@@ -37,7 +38,7 @@ bool isSilent(const tcp_info& aInfo) {
 
 /// When transfers looked last, in seconds of the monotonic clock, by the sockets' numbers. Beyond
 /// so many numbers some share a time, and one of them may take another one's looks.
-std::array<std::atomic<std::uint32_t>, 4096> gLooks{};
+OSX_SPARSE std::array<std::atomic<std::uint32_t>, 4096> gLooks{};
 
 /// The clock that costs least.
 std::uint32_t seconds() {

@@ -35,13 +35,10 @@ void ThreadJoiner::join(ACE_Task_Base& aTask) {
     const MutexLock lLock(mMutex);
     finishCancelledJoin();
     ACE_Thread_Manager* const lManager = aTask.thr_mgr();
-    if (lManager == nullptr || hasJoinedAll(aTask)) {
+    if (lManager == nullptr || hasJoinedAll(aTask) || joinRunning(*lManager, aTask)) {
         return;
     }
-    joinRunning(*lManager, aTask);
-    if (!hasJoinedAll(aTask)) {
-        joinEnded(*lManager, aTask);
-    }
+    joinEnded(*lManager, aTask);
 }
 
 /// @return true only if no thread is left; asking ACE for one costs more.
@@ -77,11 +74,15 @@ bool ThreadJoiner::joinThread(ACE_Thread_Manager& aManager, pthread_t aThread) {
 }
 
 /// Stops at a detached thread, which cannot be joined.
-void ThreadJoiner::joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
+/// @return true only if no thread is left.
+bool ThreadJoiner::joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) {
     pthread_t lThread{};
-    while (!hasJoinedAll(aTask) && aManager.thread_list(&aTask, &lThread, 1) == 1 &&
-           joinThread(aManager, lThread)) {
+    while (aManager.thread_list(&aTask, &lThread, 1) == 1 && joinThread(aManager, lThread)) {
+        if (hasJoinedAll(aTask)) {
+            return true;
+        }
     }
+    return false;
 }
 
 /// Joins the threads that ended before anybody waited.

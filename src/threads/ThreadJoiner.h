@@ -41,7 +41,7 @@ private:
     void finishCancelledJoin() OSX_REQUIRES(mMutex);
     void noteJoined(pthread_t aThread) OSX_REQUIRES(mMutex);
     bool joinThread(ACE_Thread_Manager& aManager, pthread_t aThread) OSX_REQUIRES(mMutex);
-    void joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) OSX_REQUIRES(mMutex);
+    bool joinRunning(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) OSX_REQUIRES(mMutex);
     void joinEnded(ACE_Thread_Manager& aManager, ACE_Task_Base& aTask) OSX_REQUIRES(mMutex);
     unsigned int mostThreadsLeft() const OSX_REQUIRES(mMutex);
 

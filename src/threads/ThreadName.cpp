@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "base/ErrnoKeeper.h"
+#include "process/aceState.h"
 
 namespace osx {
 
@@ -43,7 +44,7 @@ ThreadName::ThreadName(const char* aName) noexcept {
 
 void ThreadName::giveToCaller() const noexcept {
     const ErrnoKeeper lErrno;
-    if (::gettid() != ::getpid()) {
+    if (process::isBegunByAce() || ::gettid() != ::getpid()) {
         ::pthread_setname_np(::pthread_self(), mText);
     }
 }

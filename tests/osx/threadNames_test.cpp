@@ -249,6 +249,29 @@ TEST(ThreadName, OfAForkedChildIsThatOfTheThreadThatForked) {
     EXPECT_EQ(lName, nameOfProcess());
 }
 
+TEST(ThreadName, LeavesTheMainThreadOfAForkedChildAlone) {
+    struct Forking {
+        void* called = nullptr;
+        Seen seen;
+        bool isLeftAlone = false;
+    } lForking;
+    osxBeginTask(&Seen::look, 0, 0, &lForking.seen, &lForking.called, "called");
+    osxThreadWait(lForking.called);
+    EXPECT_EQ("called", lForking.seen.name);
+    void* lTask = nullptr;
+    const auto lForkIn = [](void* aForking) {
+        auto* const lForked = static_cast<Forking*>(aForking);
+        lForked->isLeftAlone = test::inChild([lForked] {
+            static_cast<ThreadACE*>(lForked->called)->svc();
+            return lForked->seen.name == "forking" && nameOfProcess() == "forking\n";
+        });
+    };
+    osxBeginTask(lForkIn, 0, 0, &lForking, &lTask, "forking");
+    osxEndOtherTask(lTask);
+    osxEndOtherTask(lForking.called);
+    EXPECT_TRUE(lForking.isLeftAlone);
+}
+
 // ThreadSanitizer starts no thread in the child of a process with several.
 #ifndef __SANITIZE_THREAD__
 TEST(ThreadName, OfATaskInAForkedChildIsThatOfTheTask) {
