@@ -5,12 +5,17 @@
 //
 // It goes round: every client is given what it takes at once, and then one `poll` waits for all
 // those that have not taken everything. A client that takes nothing for too long is given up, as
-// one whose connection fails. The administrator's lock is held only to step from client to client.
+// one whose connection fails. The administrator's lock is held only to step from client to client;
+// a broadcast that finds another in progress waits on a condition. For one client locks are most of
+// what a broadcast takes beyond the send, so it takes just two.
 #include "net/Broadcast.h"
 
+#include <linux/net.h>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -26,6 +31,19 @@ int unacknowledged(int aDescriptor) {
     int lBytes = 0;
     ::ioctl(aDescriptor, SIOCOUTQ, &lBytes);
     return lBytes;
+}
+
+/// Sends without waiting. `::sendmsg` is a cancellation point, after which nobody knows what was
+/// sent: to hold cancellations off around it takes as long as a lock or two, this nothing.
+ssize_t sendNow(int aDescriptor, const msghdr& aMessage) {
+    constexpr int kFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
+#ifdef SYS_socketcall  // Where there is this, older kernels have no other.
+    unsigned long lArguments[] = {static_cast<unsigned long>(aDescriptor),
+                                  reinterpret_cast<unsigned long>(&aMessage), kFlags};
+    return ::syscall(SYS_socketcall, SYS_SENDMSG, lArguments);
+#else
+    return ::syscall(SYS_sendmsg, aDescriptor, &aMessage, kFlags);
+#endif
 }
 
 }  // namespace
@@ -55,11 +73,12 @@ ssize_t ConnectionAdmin::Frame::sendFrom(std::size_t aSent, int aDescriptor) con
     msghdr lMessage{};
     lMessage.msg_iov = lParts.data();
     lMessage.msg_iovlen = lParts.size();
-    return ::sendmsg(aDescriptor, &lMessage, MSG_NOSIGNAL | MSG_DONTWAIT);
+    return sendNow(aDescriptor, lMessage);
 }
 
 ConnectionAdmin::Broadcast::~Broadcast() {
     Client* lClient = mNumberWaiting == 0 ? nullptr : first();
+    mNumberWaiting = 0;
     while (lClient != nullptr) {
         shutDownIfUnfinished(*lClient);
         lClient = next(*lClient, true);
@@ -78,18 +97,43 @@ ConnectionAdmin::Failures ConnectionAdmin::Broadcast::run() {
 /// Makes the clients of this moment those of the broadcast. @return the first of them.
 ConnectionAdmin::Client* ConnectionAdmin::Broadcast::begin() const {
     const osx::MutexLock lGuard(mAdmin.mMutex);
+    if (mAdmin.mIsBroadcasting) {
+        waitForTurn();
+    }
+    mAdmin.mIsBroadcasting = true;
     for (Client* lClient = mAdmin.mConnections.get(); lClient != nullptr;
          lClient = lClient->mNext.get()) {
         lClient->mIsSentTo = !lClient->mClosing;
         lClient->mSent = 0;
         lClient->mQueued = Client::kNotKnown;
     }
-    return sentToFrom(mAdmin.mConnections.get());
+    Client* const lFirst = sentToFrom(mAdmin.mConnections.get());
+    if (lFirst == nullptr) {
+        end();
+    }
+    return lFirst;
 }
 
-/// Gives every client what it takes now, and notes those that have to be waited for.
+void ConnectionAdmin::Broadcast::waitForTurn() const {
+    const osx::NoCancellation lGuard;  // the one that is woken has to take its turn
+    ++mAdmin.mBroadcastsWaiting;
+    while (mAdmin.mIsBroadcasting) {
+        mAdmin.mBroadcastEnded.wait(mAdmin.mMutex);
+    }
+    --mAdmin.mBroadcastsWaiting;
+}
+
+/// The last client was let go of: the next broadcast may begin.
+void ConnectionAdmin::Broadcast::end() const {
+    mAdmin.mIsBroadcasting = false;
+    if (mAdmin.mBroadcastsWaiting > 0) {
+        mAdmin.mBroadcastEnded.wakeOne();
+    }
+}
+
+/// Gives every client what it takes now, and notes those that have to be waited for. Nothing in it
+/// is a cancellation point.
 void ConnectionAdmin::Broadcast::goRound(Client* aFirst) {
-    const osx::NoCancellation lGuard;
     mNumberWaiting = 0;
     for (Client* lClient = aFirst; lClient != nullptr;) {
         const bool lIsDone = serve(*lClient);
@@ -169,6 +213,9 @@ ConnectionAdmin::Client* ConnectionAdmin::Broadcast::next(Client& aClient, bool 
     Client* const lNext = sentToFrom(aClient.mNext.get());
     if (aIsDone) {
         letGo(aClient);
+    }
+    if (lNext == nullptr && mNumberWaiting == 0) {
+        end();
     }
     return lNext;
 }

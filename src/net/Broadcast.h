@@ -16,8 +16,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "ace/Guard_T.h"
-#include "ace/Recursive_Thread_Mutex.h"
 #include "net/ConnectionAdmin.h"
 
 /// A connected client. It stays in the list, and its socket open, while it is being sent to, also
@@ -73,7 +71,7 @@ struct ConnectionAdmin::Failures {
 
 /// One frame on its way to the clients that were connected at its start. Each client is let go of
 /// as soon as it has taken everything. All are let go of when the broadcast ends early, as by a
-/// cancellation.
+/// cancellation. With the last client the turn goes to the next broadcast.
 ///
 /// Only the wait is a cancellation point. No line is written before the end: a log back end could
 /// answer it with another broadcast, in the middle of frames.
@@ -81,7 +79,7 @@ class ConnectionAdmin::Broadcast {
 public:
     /// @param aFrame is needed for as long as the object.
     Broadcast(const ConnectionAdmin& aAdmin, const Frame& aFrame)
-        : mAdmin(aAdmin), mLock(aAdmin.mBroadcastMutex), mFrame(aFrame) {}
+        : mAdmin(aAdmin), mFrame(aFrame) {}
     ~Broadcast();
     Broadcast(const Broadcast&) = delete;
     Broadcast& operator=(const Broadcast&) = delete;
@@ -91,6 +89,8 @@ public:
 
 private:
     Client* begin() const;
+    void waitForTurn() const OSX_REQUIRES(mAdmin.mMutex);
+    void end() const OSX_REQUIRES(mAdmin.mMutex);
     void goRound(Client* aFirst);
     bool serve(Client& aClient);
     bool mayStillTakeSome(Client& aClient) const;
@@ -108,8 +108,6 @@ private:
     static constexpr int kManyWaitMs = 10;
 
     const ConnectionAdmin& mAdmin;
-    /// Keeps other broadcasts out.
-    const ACE_Guard<ACE_Recursive_Thread_Mutex> mLock;
     const Frame& mFrame;
     Failures mFailures;
     /// The clients that were not done in the last round. Those for which there is no place here are

@@ -137,7 +137,9 @@ private:
     /// Makes anew what other threads waited in, or held for long, and ends what they were doing.
     static void dropOtherThreads(ConnectionAdmin& aAdmin) OSX_REQUIRES(mAliveMutex, aAdmin.mMutex) {
         new (&aAdmin.mSendEnded) osx::Condition;
-        new (&aAdmin.mBroadcastMutex) ACE_Recursive_Thread_Mutex;
+        new (&aAdmin.mBroadcastEnded) osx::Condition;
+        aAdmin.mIsBroadcasting = false;
+        aAdmin.mBroadcastsWaiting = 0;
         aAdmin.mCallbacks = 0;
         for (std::unique_ptr<Client>* lLink = &aAdmin.mConnections; *lLink != nullptr;) {
             Client& lClient = **lLink;
@@ -160,6 +162,8 @@ const osx::process::AtFork ConnectionAdmin::gAtFork(osx::process::ForkOrder::kLe
 ConnectionAdmin::ConnectionAdmin()
     : mPortNumber(0),
       mSocketHandle(nullptr),
+      mIsBroadcasting(false),
+      mBroadcastsWaiting(0),
       mCount(0),
       mNextAlive(nullptr),
       mCallbacks(0),

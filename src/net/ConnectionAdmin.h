@@ -10,7 +10,6 @@
 #include <atomic>
 #include <memory>
 
-#include "ace/Recursive_Thread_Mutex.h"
 #include "base/Mutex.h"
 #include "base/osxExport.h"
 
@@ -154,8 +153,12 @@ private:
     mutable osx::Mutex mMutex;
     /// Wakes connections that wait to close until the broadcast has let go of their client.
     mutable osx::Condition mSendEnded;
-    /// Held for a whole broadcast, to keep others out.
-    mutable ACE_Recursive_Thread_Mutex mBroadcastMutex;
+    /// Whether a broadcast is in progress, which keeps others out.
+    mutable bool mIsBroadcasting OSX_GUARDED_BY(mMutex);
+    /// How many threads wait for their broadcasts' turn.
+    mutable int mBroadcastsWaiting OSX_GUARDED_BY(mMutex);
+    /// Wakes one of them.
+    mutable osx::Condition mBroadcastEnded;
     /// How many clients are in the list and not closing. The loop's threads change it, under
     /// `mMutex`; any thread may read it, without a lock.
     std::atomic<int> mCount;

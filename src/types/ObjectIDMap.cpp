@@ -27,6 +27,8 @@ constexpr char kModule[] = "ObjectIDMap.cpp";
 constexpr std::size_t kBuckets = 2999;
 constexpr std::size_t kPairsOfAPage = 63;
 constexpr unsigned int kUsualBits = 12;  // of a place's number, in an index that was allocated
+// At least so many: a pair that is not its place's first costs a look-up a branch foretold wrong.
+constexpr std::size_t kPlacesOfAPair = 2;
 // From this size on an index does not fit what a processor keeps of the usual pages' addresses.
 constexpr std::size_t kLargeIndex = std::size_t{8} << 20;
 
@@ -156,7 +158,7 @@ ObjectIDMap::Map::ENTRY* ObjectIDMap::Table::findBehind(const ENTRY& aFirst,
 void ObjectIDMap::Table::addOrReplace(const ObjectID& aKey, const ObjectID& aValue) noexcept {
     if (ENTRY* const lEntry = find(aKey)) {
         lEntry->int_id_ = Words(aValue);
-    } else if (addNew(aKey, aValue) && current_size() > places()) {
+    } else if (addNew(aKey, aValue) && current_size() > places() / kPlacesOfAPair) {
         grow();
     }
 }

@@ -341,6 +341,46 @@ TEST_F(ConnectionAdminPort, BroadcastsOfSeveralThreadsDoNotMix) {
     }
 }
 
+/// Each broadcast that waits has its turn, also when those before it find nobody to send to.
+TEST_F(ConnectionAdminPort, BroadcastsThatWaitedForAClientThatWentAllEnd) {
+    TcpPeer lStalled = connectClient();
+    std::vector<std::thread> lSenders;
+    lSenders.push_back(startStalledSend());
+    waitUntilStuck(lStalled);
+    std::atomic<int> lEnded{0};
+    for (int lSender = 0; lSender < 3; ++lSender) {
+        lSenders.emplace_back([&] {
+            sendText(mAdmin, "next");
+            ++lEnded;
+        });
+    }
+    std::this_thread::sleep_for(test::kAWhile);
+    EXPECT_EQ(0, lEnded);
+    lStalled.close();
+    EXPECT_TRUE(test::waitUntil([&] { return lEnded == 3; }));
+    for (std::thread& lSender : lSenders) {
+        lSender.join();
+    }
+}
+
+TEST_F(ConnectionAdminPort, ASenderThatIsCancelledWhileAnotherSendsStillHasItsTurn) {
+    TcpPeer lStalled = connectClient();
+    std::thread lSender = startStalledSend();
+    waitUntilStuck(lStalled);
+    std::atomic<bool> lEnded{false};
+    std::thread lNext([&] {
+        sendText(mAdmin, "next");
+        lEnded = true;
+    });
+    std::this_thread::sleep_for(test::kAWhile);
+    ASSERT_EQ(0, ::pthread_cancel(lNext.native_handle()));
+    std::this_thread::sleep_for(test::kAWhile);
+    lStalled.close();
+    lSender.join();
+    lNext.join();
+    EXPECT_TRUE(lEnded);
+}
+
 TEST_F(ConnectionAdminPort, AStalledClientHoldsUpNeitherTheCountNorOtherClientsComingAndGoing) {
     TcpPeer lStalled = connectClient();
     std::thread lSender = startStalledSend();
