@@ -100,7 +100,7 @@ Watcher::Watcher(const void* aSocket, int aDescriptor)
 }
 
 // Not inline: the next one of the list is destroyed with it.
-[[gnu::noinline]] Watcher::~Watcher() = default;
+Watcher::~Watcher() = default;
 
 void Watcher::begin(LineRing::Number aNext) {
     mNext = aNext;

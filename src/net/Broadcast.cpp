@@ -31,7 +31,7 @@ int unacknowledged(int aDescriptor) {
 }  // namespace
 
 // Not inline: the next one of the list is destroyed with it.
-[[gnu::noinline]] ConnectionAdmin::Client::~Client() = default;
+ConnectionAdmin::Client::~Client() = default;
 
 int ConnectionAdmin::Client::descriptor() const {
     return static_cast<ACE_SOCK_Stream*>(mSocket)->get_handle();

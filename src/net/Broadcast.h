@@ -27,7 +27,7 @@ struct ConnectionAdmin::Client {
     static constexpr int kNotKnown = -1;
 
     explicit Client(void* aSocket) : mSocket(aSocket) {}
-    ~Client();
+    [[gnu::noinline]] ~Client();
     int descriptor() const;
 
     void* const mSocket;

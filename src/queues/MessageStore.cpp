@@ -18,7 +18,7 @@ void copyBytes(void* aTo, const void* aFrom, std::size_t aSize) noexcept {
 }
 
 // Not inline, which it would be in itself, some times over, wherever a segment goes.
-[[gnu::noinline]] MessageStore::Segment::~Segment() = default;
+MessageStore::Segment::~Segment() = default;
 
 MessageStore::~MessageStore() {
     while (!isEmpty()) {
