@@ -123,6 +123,12 @@ LOG_MARKS = (
     ("clients: 0$", Mark(FLOOR, 1.02)),
     ("clients: (1|10)$", Mark(FLOOR, 1.10)),
     ("to a file", Mark(FLOOR, 1.05)))
+SIZE_MARKS = (
+    ("^libraries", Mark(PEER, strict=True)),
+    ("own$", Mark(FLOOR, 1.08)),
+    ("threads", Mark(PEER)),
+    ("alone, stripped$", Mark(FIGURE, 340, unit="KiB")),
+    ("alone, stripped, i386$", Mark(FIGURE, 300, unit="KiB")))
 
 GROUPS = [
     Group("locks", "Mutex, semaphore, critical section",
@@ -154,9 +160,7 @@ GROUPS = [
            (r"(read|write) (65536|4 KiB)|copy", Mark(FLOOR, 1.02))),
           (Growth("bytes", "bytes", r" (?P<x>\d+) bytes"),)),
     Group("sysinfo", "DynamicSysInfo", (("", Mark(FLOOR, 1.5)),)),
-    Group("size", "Size",
-          (("^libraries", Mark(PEER, strict=True)), ("own$", Mark(FLOOR, 1.08)),
-           ("threads", Mark(PEER)))),
+    Group("size", "Size", SIZE_MARKS),
 ]
 
 

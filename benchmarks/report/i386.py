@@ -39,8 +39,12 @@ def build(root):
     return ""
 
 
+def build_tree(root):
+    return root / "build/i386"
+
+
 def program(root, name):
-    return root / "build/i386" / name
+    return build_tree(root) / name
 
 
 def exists(root, name):
@@ -52,5 +56,5 @@ def loader(root):
     """@return the words that start a 32-bit program."""
     tree = device_root(root, "path").strip()
     places = (f"{tree}/lib/i386-linux-gnu", f"{tree}/usr/lib/i386-linux-gnu",
-              f"{root}/build/i386/src")
+              f"{build_tree(root)}/src")
     return [f"{tree}/lib/ld-linux.so.2", "--library-path", ":".join(places)]

@@ -98,6 +98,16 @@ def compile_times(build, repetitions):
     return [statistics.median(column) for column in zip(*times)]
 
 
+def of_library(root, build):
+    """@return what the library weighs, here and, where it is built, on i386: a row each."""
+    found = {"": build}
+    if i386.exists(root, "idle_osx"):
+        found[", i386"] = i386.build_tree(root)
+    return [result("size", f"the library alone, stripped{where}", "osx", "osx",
+                   stripped_size(tree / "src/libosx.so.1") / 1024, "KiB")
+            for where, tree in found.items()]
+
+
 def measure(root, build, quick):
     found = programs(root, build)
     figures = [(sum(map(stripped_size, libraries(program))), *memory(program))
@@ -107,6 +117,7 @@ def measure(root, build, quick):
     results = [result("size", row, program.role, program.subject, value, unit)
                for (row, unit), column in zip(rows, zip(*figures))
                for program, value in zip(found, column)]
+    results += of_library(root, build)
     times = compile_times(build, 1 if quick else 3)
     return results + [result("size", "compile time with the chief header", role, subject, value)
                       for (role, subject), value in zip(PROGRAMS.values(), times)]

@@ -7,6 +7,8 @@
 #ifndef OSX_BASE_MUTEX_H
 #define OSX_BASE_MUTEX_H
 
+#include <pthread.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -15,16 +17,17 @@
 
 namespace osx {
 
-/// `std::mutex`. Lock it by a `MutexLock`, but for the steps before and after a fork.
+/// `std::mutex`, whose lock cannot be refused: `std::mutex::lock` would have each of its callers
+/// ready for an exception. Lock it by a `MutexLock`, but for the steps before and after a fork.
 class OSX_CAPABILITY("mutex") Mutex {
 public:
     constexpr Mutex() noexcept = default;
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    void lock() OSX_ACQUIRE() { mMutex.lock(); }
-    void unlock() OSX_RELEASE() { mMutex.unlock(); }
-    bool tryLock() OSX_TRY_ACQUIRE(true) { return mMutex.try_lock(); }
+    void lock() noexcept OSX_ACQUIRE() { ::pthread_mutex_lock(mMutex.native_handle()); }
+    void unlock() noexcept OSX_RELEASE() { ::pthread_mutex_unlock(mMutex.native_handle()); }
+    bool tryLock() noexcept OSX_TRY_ACQUIRE(true) { return mMutex.try_lock(); }
 
 private:
     friend class Condition;
@@ -35,7 +38,9 @@ private:
 /// Has the lock for as long as it lives.
 class OSX_SCOPED_CAPABILITY MutexLock {
 public:
-    explicit MutexLock(Mutex& aMutex) OSX_ACQUIRE(aMutex) : mMutex(aMutex) { mMutex.lock(); }
+    explicit MutexLock(Mutex& aMutex) noexcept OSX_ACQUIRE(aMutex) : mMutex(aMutex) {
+        mMutex.lock();
+    }
     ~MutexLock() OSX_RELEASE() { mMutex.unlock(); }
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;
@@ -47,7 +52,7 @@ private:
 /// The same, but the lock can be given up before, and taken again.
 class OSX_SCOPED_CAPABILITY ReleasableMutexLock {
 public:
-    explicit ReleasableMutexLock(Mutex& aMutex) OSX_ACQUIRE(aMutex) : mMutex(aMutex) {
+    explicit ReleasableMutexLock(Mutex& aMutex) noexcept OSX_ACQUIRE(aMutex) : mMutex(aMutex) {
         mMutex.lock();
     }
     ~ReleasableMutexLock() OSX_RELEASE() {
@@ -58,11 +63,11 @@ public:
     ReleasableMutexLock(const ReleasableMutexLock&) = delete;
     ReleasableMutexLock& operator=(const ReleasableMutexLock&) = delete;
 
-    void unlock() OSX_RELEASE() {
+    void unlock() noexcept OSX_RELEASE() {
         mIsHeld = false;
         mMutex.unlock();
     }
-    void lock() OSX_ACQUIRE() {
+    void lock() noexcept OSX_ACQUIRE() {
         mMutex.lock();
         mIsHeld = true;
     }

@@ -99,6 +99,9 @@ Watcher::Watcher(const void* aSocket, int aDescriptor)
     setOption(mDescriptor, SOL_SOCKET, SO_SNDBUF, kSendBuffer);
 }
 
+// Not inline: the next one of the list is destroyed with it.
+Watcher::~Watcher() = default;
+
 void Watcher::begin(LineRing::Number aNext) {
     mNext = aNext;
     mRestSize = 0;

@@ -46,6 +46,7 @@ public:
     /// @param aSocket the socket's handle, by which the client is known.
     /// @param aDescriptor the socket's descriptor; stays the connection's.
     Watcher(const void* aSocket, int aDescriptor);
+    [[gnu::noinline]] ~Watcher();
     Watcher(const Watcher&) = delete;
     Watcher& operator=(const Watcher&) = delete;
 

@@ -48,6 +48,9 @@ ssize_t sendNow(int aDescriptor, const msghdr& aMessage) {
 
 }  // namespace
 
+// Not inline: the next one of the list is destroyed with it.
+ConnectionAdmin::Client::~Client() = default;
+
 int ConnectionAdmin::Client::descriptor() const {
     return static_cast<ACE_SOCK_Stream*>(mSocket)->get_handle();
 }

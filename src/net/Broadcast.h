@@ -25,6 +25,7 @@ struct ConnectionAdmin::Client {
     static constexpr int kNotKnown = -1;
 
     explicit Client(void* aSocket) : mSocket(aSocket) {}
+    [[gnu::noinline]] ~Client();
     int descriptor() const;
 
     void* const mSocket;

@@ -17,6 +17,9 @@ void copyBytes(void* aTo, const void* aFrom, std::size_t aSize) noexcept {
     }
 }
 
+// Not inline, which it would be in itself, some times over, wherever a segment goes.
+MessageStore::Segment::~Segment() = default;
+
 MessageStore::~MessageStore() {
     while (!isEmpty()) {
         removeFront();

@@ -78,6 +78,7 @@ private:
     struct Segment {
         // The bytes are left as they are: the system need not provide pages that are never written.
         Segment() noexcept : end(bytes) {}
+        [[gnu::noinline]] ~Segment();
 
         std::unique_ptr<Segment> next;
         /// Where its messages end. Not kept for the last segment, whose end is `mEnd`.
