@@ -4,6 +4,7 @@
 # What keeps the library small. A release is compiled for size, but for the sources that operations
 # spend their time in: these are FAST in their folder's list, or FASTEST where the instructions that
 # are counted are fewer so. Whoever sets release flags of their own gets those for all sources.
+include(CheckCXXCompilerFlag)
 include(CheckCXXSourceRuns)
 include(CheckIPOSupported)
 include(CheckLinkerFlag)
@@ -21,6 +22,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 set(OSX_FAST_OPTIONS -O2 -fno-tree-vectorize ${OSX_TIGHT})
 set(OSX_FASTEST_OPTIONS -O3 ${OSX_TIGHT})
+
+# Other libraries' functions are called by their addresses, without a piece of code between for each.
+check_cxx_compiler_flag(-fno-plt OSX_DIRECT_CALLS)
 
 # What is run and what is only read share pages of the file.
 check_linker_flag(CXX LINKER:-z,noseparate-code OSX_ONE_SEGMENT)
@@ -50,6 +54,7 @@ endif()
 # not by way of the loader.
 function(osx_link_small aTarget)
   set_target_properties(${aTarget} PROPERTIES INTERPROCEDURAL_OPTIMIZATION_RELEASE ${OSX_WHOLE})
+  target_compile_options(${aTarget} PRIVATE $<$<BOOL:${OSX_DIRECT_CALLS}>:-fno-plt>)
   target_link_options(${aTarget} PRIVATE LINKER:-Bsymbolic-functions
     $<$<AND:$<BOOL:${OSX_WHOLE}>,$<CONFIG:Release>>:-flto-partition=one>
     $<$<BOOL:${OSX_ONE_SEGMENT}>:LINKER:-z,noseparate-code>
