@@ -50,12 +50,14 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_FLAGS_RELEASE STREQUAL "-O
   check_ipo_supported(RESULT OSX_WHOLE LANGUAGES CXX)
 endif()
 
-# osx_link_small(TARGET): how a build of the library is linked. Its own calls of what it exports are
-# not by way of the loader.
+# osx_link_small(TARGET): how a build of the library is linked. Its calls of its own classes are not by
+# way of the loader.
 function(osx_link_small aTarget)
   set_target_properties(${aTarget} PROPERTIES INTERPROCEDURAL_OPTIMIZATION_RELEASE ${OSX_WHOLE})
   target_compile_options(${aTarget} PRIVATE $<$<BOOL:${OSX_DIRECT_CALLS}>:-fno-plt>)
-  target_link_options(${aTarget} PRIVATE LINKER:-Bsymbolic-functions
+  target_link_options(${aTarget} PRIVATE
+    LINKER:-Bsymbolic-functions LINKER:--dynamic-list-data
+    LINKER:--dynamic-list=${PROJECT_SOURCE_DIR}/src/osx.replaceable
     $<$<AND:$<BOOL:${OSX_WHOLE}>,$<CONFIG:Release>>:-flto-partition=one>
     $<$<BOOL:${OSX_ONE_SEGMENT}>:LINKER:-z,noseparate-code>
     $<$<BOOL:${OSX_SORTED_SECTIONS}>:LINKER:--sort-section=name>

@@ -310,20 +310,21 @@ void FlexVar::reportMismatch(const char* aVerb, Type aWanted) const noexcept {
     }
     const osx::NoCancellation lGuard;
     const DiagnosticLine lLine(kFlexVarModule);
-    Kinds::visit(aWanted, [&](auto aKind) {
-        const char* const lName = aKind.name + kPrefixLength;
-        if (aKind.fallback != nullptr) {
-            lLine.trace(kTraceLevel,
-                        "%t FlexVar::%s%s: It is only allowed to call this method if it is a %s, "
-                        "returning %s\n",
-                        aVerb, lName, lName, aKind.fallback);
-        } else {
-            lLine.trace(kTraceLevel,
-                        "%t FlexVar::%s%s: It is only allowed to call this method if it is a %s, "
-                        "so do a check before you call this method!\nType = %d\n",
-                        aVerb, lName, lName, mType);
-        }
-    });
+    const char* const lName = Kinds::name(aWanted) + kPrefixLength;
+    constexpr const char* kNone = nullptr;
+    const char* const lFallback =
+        Kinds::visit(aWanted, kNone, [](auto aKind) { return aKind.fallback; });
+    if (lFallback != nullptr) {
+        lLine.trace(kTraceLevel,
+                    "%t FlexVar::%s%s: It is only allowed to call this method if it is a %s, "
+                    "returning %s\n",
+                    aVerb, lName, lName, lFallback);
+    } else {
+        lLine.trace(kTraceLevel,
+                    "%t FlexVar::%s%s: It is only allowed to call this method if it is a %s, "
+                    "so do a check before you call this method!\nType = %d\n",
+                    aVerb, lName, lName, mType);
+    }
 }
 
 // Programs that were built with the headers of 1.1.0 call these, which are inline now. Their
