@@ -4,6 +4,7 @@
 // The calls of tasks. A task's handle points at a `ThreadACE`.
 #include <memory>
 
+#include "ace/Thread_Manager.h"
 #include "base/NoCancellation.h"
 #include "base/allocate.h"
 #include "base/diagnosticLine.h"
@@ -65,6 +66,7 @@ unsigned int osxEndOtherTask(void* aHandle) {
     if (lThread == nullptr) {
         return OSX_OK;
     }
+    lThread->thr_mgr()->kill_task(lThread, 0);
     // A task that ends itself is still running: better lost than freed under it.
     if (lThread->join() == 0) {
         delete lThread;
