@@ -90,8 +90,11 @@ int MessageQueue::send(const void* aBytes, std::size_t aSize) {
 /// @return whether a message should have memory of its own. A large one should, so that nobody
 ///         waits for the lock while it is copied. So should a medium one while several threads
 ///         send; a thread alone is faster without the allocation.
-inline bool MessageQueue::wantsOwnMemory(std::size_t aSize) noexcept {
-    return aSize >= kMedium && (aSize >= kLarge || mRecentSenders.noticeOthers());
+///
+/// The answer needs no lock, which clang does not know.
+inline bool MessageQueue::wantsOwnMemory(std::size_t aSize) const noexcept
+    OSX_NO_THREAD_SAFETY_ANALYSIS {
+    return aSize >= kMedium && (aSize >= kLarge || mRecentSenders.areSeveral());
 }
 
 inline int MessageQueue::sendInSegment(const void* aBytes, std::size_t aSize) {
@@ -130,6 +133,9 @@ inline MessageQueue::Sent MessageQueue::countSent(std::size_t aSize) {
     cur_bytes_ += aSize;
     cur_length_ += aSize;
     ++cur_count_;
+    if (aSize >= kMedium) {
+        mRecentSenders.note();
+    }
     wakeSenderIfRoom();
     mReceivers.wakeOne();
     return {cur_count_, notification_strategy_};

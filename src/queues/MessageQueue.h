@@ -75,7 +75,7 @@ private:
         ACE_Notification_Strategy* strategy;
     };
 
-    bool wantsOwnMemory(std::size_t aSize) noexcept;
+    bool wantsOwnMemory(std::size_t aSize) const noexcept;
     int sendInSegment(const void* aBytes, std::size_t aSize) OSX_EXCLUDES(mMutex);
     int sendOwnMemory(const void* aBytes, std::size_t aSize) OSX_EXCLUDES(mMutex);
     Sent countSent(std::size_t aSize) OSX_REQUIRES(mMutex);
@@ -131,8 +131,8 @@ private:
     /// not tell a waiter: it may have changed back before the waiter looks, and a pulse leaves it
     /// changed for ever.
     unsigned int mDismissals OSX_GUARDED_BY(mMutex) = 0;
-    /// Last, away from what a thread with the lock writes: senders write it without.
-    RecentSenders mRecentSenders;
+    /// Those of medium and large messages.
+    RecentSenders mRecentSenders OSX_GUARDED_BY(mMutex);
 };
 
 }  // namespace osx

@@ -12,25 +12,26 @@
 
 namespace osx {
 
-/// Remembers who has sent of late. It is used without the queue's lock, since the answer decides
-/// what a sender does before it locks. So the answer may be out of date, which only costs time.
+/// Remembers who has sent of late.
 class RecentSenders {
 public:
-    /// Notes that the calling thread sends. @return whether another one has sent of late.
-    bool noticeOthers() noexcept {
+    /// Notes that the calling thread sends. Needs the queue's lock.
+    void note() noexcept {
         const pthread_t lSelf = ::pthread_self();
-        const pthread_t lLast = mLast.load(std::memory_order_relaxed);
-        if (lLast != lSelf) {
-            mLast.store(lSelf, std::memory_order_relaxed);
-            mStillShared.store(lLast == kNobody ? 0 : kOfLate, std::memory_order_relaxed);
+        if (mLast != lSelf) {
+            if (mLast != kNobody && mStillShared == 0) {
+                mAreSeveral.store(true, std::memory_order_relaxed);
+            }
+            mStillShared = mLast == kNobody ? 0 : kOfLate;
+            mLast = lSelf;
+        } else if (mStillShared > 0 && --mStillShared == 0) {
+            mAreSeveral.store(false, std::memory_order_relaxed);
         }
-        const int lStillShared = mStillShared.load(std::memory_order_relaxed);
-        if (lStillShared == 0) {
-            return false;
-        }
-        mStillShared.store(lStillShared - 1, std::memory_order_relaxed);
-        return true;
     }
+
+    /// @return whether several threads have sent of late. It needs no lock: senders ask before they
+    ///         lock. An answer that is out of date only costs time.
+    bool areSeveral() const noexcept { return mAreSeveral.load(std::memory_order_relaxed); }
 
 private:
     static constexpr pthread_t kNobody = 0;
@@ -38,9 +39,11 @@ private:
     /// shares its processor with another sender sends some hundred while the other one waits.
     static constexpr int kOfLate = 256;
 
-    std::atomic<pthread_t> mLast{kNobody};
+    pthread_t mLast = kNobody;
     /// How many messages more are sent as beside others.
-    std::atomic<int> mStillShared{0};
+    int mStillShared = 0;
+    /// Whether there are any; seldom written.
+    std::atomic<bool> mAreSeveral{false};
 };
 
 }  // namespace osx

@@ -12,14 +12,13 @@
 #include <cstdlib>
 #include <cwchar>
 #include <limits>
-#include <memory>
-#include <new>
 #include <string_view>
 #include <type_traits>
 
 #include "base/integerText.h"
 #include "types/FlexVar.h"
 #include "types/FlexVarKinds.h"
+#include "types/Terminated.h"
 #include "types/characters.h"
 
 namespace {
@@ -28,8 +27,6 @@ using osx::view;
 
 using CString = ACE_String_Base<char>;
 using WString = ACE_String_Base<wchar_t>;
-
-constexpr std::size_t kUsualLength = 64;  // of a number's text
 
 #ifdef __i386__  // The C++ library multiplies in the x87 unit, and so rounds some numbers twice.
 constexpr bool kReadsAsTheSystem = false;
@@ -56,30 +53,6 @@ double toDouble(const wchar_t* aText, wchar_t** aEnd) noexcept {
     return std::wcstod(aText, aEnd);
 }
 
-/// A copy of a text with the terminator that `strtod` needs.
-template <class Character>
-class Terminated {
-public:
-    explicit Terminated(std::basic_string_view<Character> aText) noexcept {
-        if (aText.size() >= mNear.size()) {
-            mFar.reset(new (std::nothrow) Character[aText.size() + 1]);
-        }
-        mText = aText.size() < mNear.size() ? mNear.data() : mFar.get();
-        if (mText == nullptr) {
-            errno = ENOMEM;
-        } else {
-            mText[aText.copy(mText, aText.size())] = 0;
-        }
-    }
-    /// @return null when memory is short.
-    const Character* get() const noexcept { return mText; }
-
-private:
-    std::array<Character, kUsualLength> mNear;
-    std::unique_ptr<Character[]> mFar;
-    Character* mText = nullptr;
-};
-
 /// @return whether the whole text was a number.
 template <class Character, class Number>
 bool parseNumber(const ACE_String_Base<Character>& aText, Number& aNumber) noexcept {
@@ -95,7 +68,7 @@ bool parseNumber(const ACE_String_Base<Character>& aText, Number& aNumber) noexc
                 return true;
             }
         }
-        const Terminated<Character> lText(view(aText));
+        const osx::Terminated<Character> lText(view(aText));
         Character* lEnd = nullptr;
         aNumber =
             lText.get() == nullptr ? Number(0) : static_cast<Number>(toDouble(lText.get(), &lEnd));
@@ -136,11 +109,6 @@ const CString& wordFor(bool aValue, char) noexcept {
 }
 const WString& wordFor(bool aValue, wchar_t) noexcept {
     return aValue ? FlexVar::mWStrBoolTrue : FlexVar::mWStrBoolFalse;
-}
-
-/// @return what stands between a position and the next double quote or the end.
-std::string_view upToQuote(std::string_view aText, std::size_t aStart) noexcept {
-    return aText.substr(aStart, aText.find('"', aStart) - aStart);
 }
 
 }  // namespace
@@ -232,15 +200,6 @@ struct FlexVar::Parser {
         using String = ACE_String_Base<Character>;
         return var.setValueFromStringCommon<String, Character>(aText) == 0 ? 0 : -1;
     }
-
-    /// Makes it a string of a part of a text; leaves it as it is when memory is short.
-    template <class Kind>
-    void toQuoted(std::string_view aPart) const noexcept {
-        typename Kind::Value lText;
-        if (osx::convert(aPart.data(), aPart.size(), lText)) {
-            var.setText(lText);
-        }
-    }
 };
 
 template <class String, class Character>
@@ -269,27 +228,4 @@ long FlexVar::setValueFromString(const ACE_String_Base<char>& aText) noexcept {
 
 long FlexVar::setValueFromString(const ACE_String_Base<wchar_t>& aText) noexcept {
     return Parser{*this}.toHeldKind(aText);
-}
-
-void FlexVar::setTypeAndValue(const ACE_String_Base<char>& aText) noexcept {
-    constexpr std::string_view kWideMark = "L\"";
-    const std::string_view lText = view(aText);
-    const auto lHas = [&](std::string_view aMark) { return lText.find(aMark) != lText.npos; };
-    const Parser lParser{*this};
-
-    if (lHas(kWideMark)) {
-        const std::size_t lStart = lText.find(kWideMark) + kWideMark.size();
-        lParser.toQuoted<Kinds::WString>(upToQuote(lText, lStart));
-    } else if (lHas("\"")) {
-        lParser.toQuoted<Kinds::CString>(upToQuote(lText, lText.find('"') + 1));
-    } else if (lHas(".")) {
-        const Terminated<char> lNumber(lText);
-        if (lNumber.get() != nullptr) {
-            setDouble(std::strtod(lNumber.get(), nullptr));
-        }
-    } else if (lHas("true") || lHas("false")) {
-        setBool(lHas("true"));
-    } else {
-        setLong(osx::readInteger(lText, osx::kDecimal).number);
-    }
 }
