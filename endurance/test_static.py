@@ -96,11 +96,13 @@ def in_turn(work, commands, form):
 
 
 def options(command):
-    """@return a source's compiler options, without its output and without what ends at a warning."""
+    """@return a source's compiler options, without its output, without what ends at a warning, and
+    without what would put its analysis off until the library is linked."""
     words = shlex.split(command["command"])
     words = words[words.index(next(word for word in words if re.search(r"\+\+(-\d+)?$", word))) + 1:]
     place = words.index("-o")
-    return [word for word in words[:place] + words[place + 2:] if word not in ("-Werror", "-c")]
+    return [word for word in words[:place] + words[place + 2:]
+            if word not in ("-Werror", "-c") and not re.match("-f(no-)?(fat-)?lto", word)]
 
 
 def say(command, words):

@@ -40,8 +40,7 @@ and including the rows of "get", ratios were within 4 % in half of the cases, 17
 All this is done in three rounds (fewer on a slow machine); ratios are shown as the rounds' median and
 range, and the median decides the verdict. Figures under `elapsed` are wall-clock times (the library's,
 then the floor's or else the fastest peer's) and mean something only on an idle machine; 99 % is the
-99th percentile. What is measured on i386 is shown, without a verdict, but for
-the size of the library.
+99th percentile. What is measured on i386 is shown, without a verdict, except for the library's size.
 
 The first chart of a group shows where the library stands in each row; the others, how the cost
 grows. Their axes are logarithmic.
