@@ -26,7 +26,9 @@ namespace osx {
 
 namespace {
 
-// In bytes.
+// In bytes. A large message has memory of its own, so that nobody waits for the lock while it is
+// copied. So has a medium one where the lock is not free at once; where it is, an allocation would
+// take longer than the copy.
 constexpr std::size_t kMedium = 512;
 constexpr std::size_t kLarge = 4096;
 
@@ -84,21 +86,16 @@ MessageQueue::MessageQueue(std::size_t aSize) : Base(aSize, aSize, nullptr), mMu
 // --- send -------------------------------------------------------------------------------------
 
 int MessageQueue::send(const void* aBytes, std::size_t aSize) {
-    return wantsOwnMemory(aSize) ? sendOwnMemory(aBytes, aSize) : sendInSegment(aBytes, aSize);
-}
-
-/// @return whether a message should have memory of its own. A large one should, so that nobody
-///         waits for the lock while it is copied. So should a medium one while several threads
-///         send; a thread alone is faster without the allocation.
-///
-/// The answer needs no lock, which clang does not know.
-inline bool MessageQueue::wantsOwnMemory(std::size_t aSize) const noexcept
-    OSX_NO_THREAD_SAFETY_ANALYSIS {
-    return aSize >= kMedium && (aSize >= kLarge || mRecentSenders.areSeveral());
+    if (aSize < kMedium) {
+        mMutex.lock();
+    } else if (aSize >= kLarge || !mMutex.tryLock()) {
+        return sendOwnMemory(aBytes, aSize);
+    }
+    return sendInSegment(aBytes, aSize);
 }
 
 inline int MessageQueue::sendInSegment(const void* aBytes, std::size_t aSize) {
-    QueueLock lLock(mMutex);
+    QueueLock lLock(mMutex, QueueLock::kHeld);
     if (const int lError = waitToEnqueue(); lError != 0) {
         return failWith(lError);
     }
@@ -133,9 +130,6 @@ inline MessageQueue::Sent MessageQueue::countSent(std::size_t aSize) {
     cur_bytes_ += aSize;
     cur_length_ += aSize;
     ++cur_count_;
-    if (aSize >= kMedium) {
-        mRecentSenders.note();
-    }
     wakeSenderIfRoom();
     mReceivers.wakeOne();
     return {cur_count_, notification_strategy_};

@@ -17,7 +17,6 @@
 #include "base/threadAnnotations.h"
 #include "queues/MessageStore.h"
 #include "queues/QueueMutex.h"
-#include "queues/RecentSenders.h"
 #include "queues/Waiters.h"
 
 namespace osx {
@@ -75,8 +74,7 @@ private:
         ACE_Notification_Strategy* strategy;
     };
 
-    bool wantsOwnMemory(std::size_t aSize) const noexcept;
-    int sendInSegment(const void* aBytes, std::size_t aSize) OSX_EXCLUDES(mMutex);
+    int sendInSegment(const void* aBytes, std::size_t aSize) OSX_RELEASE(mMutex);
     int sendOwnMemory(const void* aBytes, std::size_t aSize) OSX_EXCLUDES(mMutex);
     Sent countSent(std::size_t aSize) OSX_REQUIRES(mMutex);
     static int announce(const Sent& aSent);
@@ -131,8 +129,6 @@ private:
     /// not tell a waiter: it may have changed back before the waiter looks, and a pulse leaves it
     /// changed for ever.
     unsigned int mDismissals OSX_GUARDED_BY(mMutex) = 0;
-    /// Those of medium and large messages.
-    RecentSenders mRecentSenders OSX_GUARDED_BY(mMutex);
 };
 
 }  // namespace osx

@@ -23,6 +23,10 @@ public:
     QueueMutex(const QueueMutex&) = delete;
     QueueMutex& operator=(const QueueMutex&) = delete;
 
+    /// For a `QueueLock` that is made at once.
+    void lock() OSX_ACQUIRE() { ::pthread_mutex_lock(&mMutex); }
+    bool tryLock() OSX_TRY_ACQUIRE(true) { return ::pthread_mutex_trylock(&mMutex) == 0; }
+
     pthread_mutex_t& native() const { return mMutex; }
 
 private:
@@ -32,9 +36,13 @@ private:
 /// Holds the lock, until it is unlocked or its own end.
 class OSX_SCOPED_CAPABILITY QueueLock {
 public:
+    enum Held { kHeld };
+
     explicit QueueLock(QueueMutex& aMutex) OSX_ACQUIRE(aMutex) : mHeld(&aMutex.native()) {
         ::pthread_mutex_lock(mHeld);
     }
+    /// Takes over a lock that the caller has.
+    QueueLock(QueueMutex& aMutex, Held) OSX_REQUIRES(aMutex) : mHeld(&aMutex.native()) {}
     ~QueueLock() OSX_RELEASE() {
         if (mHeld != nullptr) {
             ::pthread_mutex_unlock(mHeld);
