@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -27,6 +28,8 @@
 #include "support/LogCapture.h"
 #include "support/cancellation.h"
 #include "support/logMatchers.h"
+#include "support/sleeps.h"
+#include "support/waitUntil.h"
 
 using std::chrono::milliseconds;
 using test::isStillWaiting;
@@ -159,6 +162,23 @@ TEST(MessageQueue, FlushOfAnEmptyOneLeavesItUsable) {
     EXPECT_EQ(OSX_OK, osxMsgQueueFlush(lQueue.handle()));
     lQueue.send("x");
     EXPECT_EQ("x", lQueue.receive().text);
+}
+
+TEST(MessageQueue, TakesMessagesOfAllSizesThatFindItsLockTaken) {
+    Queue lQueue;
+    for (const std::size_t lSize : {1U, 511U, 512U, 4095U, 4096U}) {
+        const std::string lText(lSize, 'x');
+        std::atomic<pid_t> lSender{0};
+        lQueue.ace().lock().acquire();
+        std::thread lSending([&] {
+            lSender = ::gettid();
+            EXPECT_EQ(1, lQueue.send(lText));
+        });
+        EXPECT_TRUE(test::waitUntil([&] { return lSender != 0 && test::sleeps(lSender); }));
+        lQueue.ace().lock().release();
+        lSending.join();
+        EXPECT_EQ(lText, lQueue.receive(5000).text);
+    }
 }
 
 TEST(MessageQueue, FreesWhatItHoldsWhenFlushedAndDeleted) {
