@@ -13,9 +13,10 @@ readonly board_port=7000
 
 # run_machine DIR HOST_PORT LIMIT: runs the board until it powers off, for LIMIT seconds at most (0
 # for no limit), with DIR/disc as second disc and the console on standard input and output.
+# HOST_PORT of this machine leads to the board's port. ttyS1 and ttyS2 are joined; ttyS3 is the socket
+# DIR/ttyS3. What the emulator has to say goes to DIR/machine.log.
 # The kernel must not test the timer while it starts: on a host that is busy the emulated interrupts
-# come too late for it, and it panics. HOST_PORT of this machine leads to the board's port. ttyS1 and ttyS2 are joined; ttyS3 is the
-# socket DIR/ttyS3. What the emulator has to say goes to DIR/machine.log.
+# come too late for it, and it panics.
 run_machine() {
     local dir=$1 host_port=$2 limit=$3 system image
     system=$(system_dir)
