@@ -62,7 +62,6 @@ ACE_OFF_T copyInKernel(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestinati
 /// Copies a number of bytes in pieces. It ends early, without saying so, when a read or a write
 /// fails.
 void copyByReading(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, ACE_OFF_T aSize) {
-    const osx::WriteSignalGuard lGuard;
     std::array<char, kOwnPiece> lPiece;
     while (aSize > 0) {
         const ssize_t lRead = aSource.recv(lPiece.data(), pieceOf(aSize, lPiece.size()));
@@ -74,8 +73,10 @@ void copyByReading(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, 
     }
 }
 
-/// Copies in pieces, so that a file may be larger than the memory.
+/// Copies in pieces, so that a file may be larger than the memory. A piece that begins where the
+/// destination may grow no further would end the process: one write of everything is only cut short.
 void copyBytes(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, ACE_OFF_T aSize) {
+    const osx::WriteSignalGuard lGuard;
     const ACE_OFF_T lLeft = copyInKernel(aSource, aDestination, aSize);
     if (lLeft > 0) {
         copyByReading(aSource, aDestination, lLeft);

@@ -162,14 +162,18 @@ struct commIfSerialInfo_t : commIfSerialParams_t {
 struct commIfFileInfo_t {
     char fileName[COMMIF_FILE_NAME_LEN];  ///< As it was opened.
     unsigned int openMode;                ///< As it was opened.
+#if __SIZEOF_POINTER__ == 4
     __extension__ union {
         unsigned int reserved[3];  ///< As it was opened, but for what the object overlays.
         struct {
-            /// What stands in front of the object.
-            unsigned int kept[sizeof(void*) == sizeof(unsigned int) ? 2 : 3];
-            ACE_FILE_IO* fileIo;  ///< Owned; null if there is no file.
+            unsigned int kept[2];  ///< What stands in front of the object.
+            ACE_FILE_IO* fileIo;   ///< Owned; null if there is no file.
         };
     };
+#else
+    unsigned int reserved[3];  ///< As it was opened.
+    ACE_FILE_IO* fileIo;       ///< Owned; null if there is no file.
+#endif
 };
 
 /// State of a message queue channel.

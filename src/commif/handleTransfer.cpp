@@ -14,6 +14,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -36,10 +37,12 @@ bool isNonBlocking(int aFlags) {
     return aFlags != -1 && (aFlags & O_NONBLOCK) != 0;
 }
 
-/// One system call, which leaves the other flags alone, whoever changes them meanwhile.
+/// One system call, which leaves the other flags alone, whoever changes them meanwhile. Not by the C
+/// library's `ioctl`: a program may have put a driver of its own there, which knows the requests of
+/// serial ports alone.
 bool setNonBlocking(int aHandle, bool aOn) {
     int lOn = aOn ? 1 : 0;
-    return ::ioctl(aHandle, FIONBIO, &lOn) == 0;
+    return ::syscall(SYS_ioctl, aHandle, FIONBIO, &lOn) == 0;
 }
 
 bool waitUntilWritable(int aHandle) {

@@ -52,7 +52,8 @@ ssize_t sendNow(int aDescriptor, const msghdr& aMessage) {
 ConnectionAdmin::Client::~Client() = default;
 
 int ConnectionAdmin::Client::descriptor() const {
-    return static_cast<ACE_SOCK_Stream*>(mSocket)->get_handle();
+    return mSocket == nullptr ? ACE_INVALID_HANDLE
+                              : static_cast<ACE_SOCK_Stream*>(mSocket)->get_handle();
 }
 
 ConnectionAdmin::Frame ConnectionAdmin::Frame::ofBlock(unsigned char* aData, std::uint32_t aLen) {
@@ -150,6 +151,10 @@ void ConnectionAdmin::Broadcast::goRound(Client* aFirst) {
 /// Gives a client what it takes now.
 /// @return whether the broadcast is done with it: it has everything, or was given up.
 bool ConnectionAdmin::Broadcast::serve(Client& aClient) {
+    if (aClient.mSocket == nullptr) {
+        ++mFailures.mWithoutSocket;
+        return true;
+    }
     const int lDescriptor = aClient.descriptor();
     while (aClient.mSent < mFrame.size()) {
         const ssize_t lSent = mFrame.sendFrom(aClient.mSent, lDescriptor);

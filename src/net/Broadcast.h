@@ -26,6 +26,7 @@ struct ConnectionAdmin::Client {
 
     explicit Client(void* aSocket) : mSocket(aSocket) {}
     [[gnu::noinline]] ~Client();
+    /// @return an invalid one if there is no socket.
     int descriptor() const;
 
     void* const mSocket;
@@ -64,10 +65,11 @@ private:
     std::array<iovec, 2> mParts;
 };
 
-/// How many clients could not be sent everything, and the error of the latest one.
+/// Clients that could not be sent everything.
 struct ConnectionAdmin::Failures {
     int mNumber = 0;
-    int mError = 0;
+    int mError = 0;          ///< Of the latest one.
+    int mWithoutSocket = 0;  ///< Not among the others: an application announced a null handle.
 };
 
 /// One frame on its way to the clients that were connected at its start. Each client is let go of

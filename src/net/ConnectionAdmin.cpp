@@ -277,12 +277,20 @@ int ConnectionAdmin::send(unsigned long aLen, unsigned char* aData) const {
         errno = lFailures.mError;
         osx::tellUnsent(aLen);
     }
+    for (int lFailure = 0; lFailure < lFailures.mWithoutSocket; ++lFailure) {
+        osxSocketSend(nullptr, aData, aLen);  // which says so
+    }
     return 0;
 }
 
-/// As the vector form of `osxSocketSend`, it says nothing of a failure.
+/// As the vector form of `osxSocketSend`, it says nothing of a failure but that there is no socket.
 int ConnectionAdmin::sendBlock(unsigned long aLen, unsigned char* aData) const {
-    Broadcast(*this, Frame::ofBlock(aData, static_cast<std::uint32_t>(aLen))).run();
+    const Failures lFailures =
+        Broadcast(*this, Frame::ofBlock(aData, static_cast<std::uint32_t>(aLen))).run();
+    for (int lFailure = 0; lFailure < lFailures.mWithoutSocket; ++lFailure) {
+        const iovec lNothing{};
+        osxSocketSend(nullptr, &lNothing, 1);  // which says so
+    }
     return 0;
 }
 

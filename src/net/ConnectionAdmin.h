@@ -84,7 +84,8 @@ public:
     int send(unsigned long aLen, unsigned char* aData) const;
 
     /// Sends a block to every client: its length in 4 bytes, lowest first, and then the bytes. It
-    /// does so as `send` does, but writes no line about clients that it could not reach.
+    /// does so as `send` does, but writes no line about clients that it could not reach, except those
+    /// whose handle is null.
     /// @param aLen number of bytes, at most 0xFFFFFFFF; 0 sends the length alone.
     /// @param aData `aLen` bytes, left as they are.
     /// @retval 0 always.
@@ -92,7 +93,8 @@ public:
 
     /// The port's callback for a new client: adds it unless it is there already. Without memory
     /// (`errno` is ENOMEM) it is not added (with a line).
-    /// @param aSocket the client's connection.
+    /// @param aSocket the client's connection; a null one is added, too, and nothing is sent to it
+    ///        (with a line for each broadcast).
     /// @param aUserData the `ConnectionAdmin`; ignored if null or destroyed.
     static void NewConnection(void* aSocket, void*& aUserData);
 

@@ -152,6 +152,9 @@ bool FlexVar::keepsObjectFor(const FlexVar& aOther) const noexcept {
 }
 
 FlexVar& FlexVar::assignObjectOf(const FlexVar& aOther) noexcept {
+    if (this == &aOther) {
+        return *this;
+    }
     if (keepsObjectFor(aOther)) {
         Kinds::visit(mType, [&](auto aKind) {
             if constexpr (decltype(aKind)::kIsObject) {

@@ -73,6 +73,11 @@ void SerialDriverModel::refuse(unsigned long aRequest) {
     mRefused.insert(aRequest);
 }
 
+void SerialDriverModel::answerOthers(int aResult) {
+    const std::lock_guard<std::mutex> lLock(mMutex);
+    mOthersResult = aResult;
+}
+
 void SerialDriverModel::setCounters(const serial_icounter_struct& aCounters) {
     const std::lock_guard<std::mutex> lLock(mMutex);
     mCounters = aCounters;
@@ -118,7 +123,9 @@ bool SerialDriverModel::answer(unsigned long aRequest, void* aArgument, int& aRe
                                                    TIOCSERGETLSR, TIOCGICOUNT, kHalfDuplexRequest};
     const std::lock_guard<std::mutex> lLock(mMutex);
     if (kModelled.count(aRequest) == 0) {
-        return false;
+        errno = ENOTTY;
+        aResult = mOthersResult.value_or(0);
+        return mOthersResult.has_value();
     }
     int lValue = 0;
     if (aRequest == kHalfDuplexRequest) {

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -37,6 +38,8 @@ public:
 
     /// Makes the driver refuse a request (ENOTTY) from now on.
     void refuse(unsigned long aRequest);
+    /// From now on what is not modelled does nothing and results in this.
+    void answerOthers(int aResult);
     void setCounters(const serial_icounter_struct& aCounters);
     void setModemLines(int aLines);
     int modemLines() const;
@@ -62,6 +65,7 @@ private:
 
     mutable std::mutex mMutex;
     std::set<unsigned long> mRefused;
+    std::optional<int> mOthersResult;
     serial_icounter_struct mCounters{};
     int mModemLines = 0;
     std::deque<int> mLineStatus;

@@ -72,8 +72,10 @@ TEST(DescriptorTable, PutsTheFileObjectIntoTheLastWordOrBehindIt) {
         EXPECT_EQ(lLastWord, offsetof(commIfFileInfo_t, fileIo));
         EXPECT_EQ(sizeof(commIfFileParams_t), sizeof(commIfFileInfo_t));
     } else {
-        EXPECT_LE(lLastWord + 4, offsetof(commIfFileInfo_t, fileIo));
+        EXPECT_EQ(sizeof(commIfFileParams_t), offsetof(commIfFileInfo_t, fileIo));
     }
+    EXPECT_EQ(offsetof(commIfFileParams_t, openMode), offsetof(commIfFileInfo_t, openMode));
+    EXPECT_EQ(offsetof(commIfFileParams_t, reserved), offsetof(commIfFileInfo_t, reserved));
 }
 
 TEST(DescriptorTable, KeepsTheFlagBitsInTheirPlaces) {

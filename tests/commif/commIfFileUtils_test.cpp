@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "commif/Interceptions.h"
 #include "commif/Refusals.h"
 #include "support/LogCapture.h"
+#include "support/inChild.h"
 
 using test::contentOf;
 using test::TempDir;
@@ -301,6 +303,18 @@ TEST(FileCopy, DoesNotReportAFullDisc) {
     const test::FileSizeLimit lLimit(50000);
     EXPECT_EQ(0, copy(lSource, lDir.path("copy")));
     EXPECT_EQ(pattern(100000).substr(0, 50000), contentOf(lDir.path("copy")));
+}
+
+TEST(FileCopy, BeyondTheLimitForFilesEndsNothing) {
+    const TempDir lDir;
+    const std::string lSource = lDir.file("source", pattern(200000));
+    EXPECT_TRUE(test::inChild([&] {
+        const rlimit lLimit{100000, RLIM_INFINITY};
+        ::setrlimit(RLIMIT_FSIZE, &lLimit);
+        std::signal(SIGXFSZ, SIG_DFL);
+        return copy(lSource, lDir.path("copy")) == 0;
+    }));
+    EXPECT_EQ(pattern(200000).substr(0, 100000), contentOf(lDir.path("copy")));
 }
 
 TEST(FileCopy, DoesNotReportASourceThatCannotBeRead) {

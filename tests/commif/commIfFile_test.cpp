@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -177,6 +179,7 @@ TEST(FileOpen, KeepsTheParametersInTheEntry) {
     EXPECT_EQ(kReadWrite | kAppend, lInfo.openMode);
     EXPECT_EQ(11U, lInfo.reserved[0]);
     EXPECT_EQ(22U, lInfo.reserved[1]);
+    EXPECT_EQ(0, std::memcmp(&lParams.file, &lInfo, offsetof(commIfFileParams_t, reserved) + 8));
     EXPECT_NE(nullptr, lInfo.fileIo);
     EXPECT_EQ(0, lChannel.close());
     EXPECT_EQ(nullptr, lInfo.fileIo);

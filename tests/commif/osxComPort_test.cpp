@@ -392,6 +392,15 @@ TEST_P(ComPortTimeOut, EndsAReadInTimeWithWhatCame) {
     EXPECT_LT(steady_clock::now() - lStart, test::kSlack);
 }
 
+TEST_P(ComPortTimeOut, EndsAReadInTimeWithADriverThatKnowsItsOwnRequestsAlone) {
+    mLine.send("abc");
+    awaitInput(3);
+    for (const int lResult : {0, -1}) {
+        mDriver.answerOthers(lResult);
+        EXPECT_EQ(10011, readFor(5, milliseconds(GetParam())));
+    }
+}
+
 TEST_P(ComPortTimeOut, LetsAReadTakeWhatIsThere) {
     mLine.send("abc");
     awaitInput(3);

@@ -575,6 +575,26 @@ TEST(ConnectionAdmin, SaysOfEachClientThatItCouldNotBeSentTo) {
     EXPECT_EQ(2, lAdmin.getNrOfConnections());
 }
 
+TEST(ConnectionAdmin, SaysOfEachNullHandleThatItIsNull) {
+    const test::LogCapture lLog;
+    LostStream lLost;
+    ConnectionAdmin lAdmin;
+    void* lDatum = &lAdmin;
+    ConnectionAdmin::NewConnection(nullptr, lDatum);
+    ConnectionAdmin::NewConnection(lLost.handle(), lDatum);
+    ConnectionAdmin::NewConnection(nullptr, lDatum);
+    EXPECT_EQ(2, lAdmin.getNrOfConnections());
+    const std::string lNull = "%t osxSocketSend: lSOCK_Stream == 0 \n";
+    sendBlockOf(lAdmin, "abc");
+    EXPECT_THAT(lLog.texts(), ElementsAre(lNull));
+    sendText(lAdmin, "abc");
+    EXPECT_EQ(2U, lLog.count(lNull));
+    EXPECT_EQ(1U, lLog.count("%t osxSocketSend: lNrOfBytesSend[-1] != aLen[3] \n"));
+    EXPECT_EQ(3U, lLog.lines().size());
+    ConnectionAdmin::ClosedConnection(nullptr, lDatum);
+    EXPECT_EQ(1, lAdmin.getNrOfConnections());
+}
+
 TEST_F(ConnectionAdminPort, OutlivesNoConnectionThatItsCallbackWouldFindDestroyed) {
     const unsigned short lPort = test::freePort();
     TcpPeer lClient;

@@ -651,6 +651,15 @@ TEST(FlexVar, SurvivesAssignmentToItself) {
     }
 }
 
+TEST(FlexVar, AssignedToItselfKeepsTheCharactersThatItBorrows) {
+    static const char kText[] = "borrowed";
+    FlexVar lVar;
+    lVar.setCString(new ACE_CString(kText, sizeof kText - 1, nullptr, false));
+    const FlexVar& lSelf = lVar;
+    lVar = lSelf;
+    EXPECT_EQ(kText, lVar.getCString().fast_rep());
+}
+
 TEST(FlexVar, TakesItsOwnContentAsArgument) {
     FlexVar lText(Narrow("a text that needs memory"));
     lText.setCString(lText.getCString());
