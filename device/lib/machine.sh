@@ -21,7 +21,8 @@ run_machine() {
     local dir=$1 host_port=$2 limit=$3 system image
     system=$(system_dir)
     image=$(image_dir)
-    timeout --foreground "$limit" qemu-system-i386 -accel tcg -m "$board_memory" -display none -no-reboot -pidfile "$dir/pid" \
+    timeout --foreground "$limit" qemu-system-i386 -accel tcg -m "$board_memory" \
+        -display none -no-reboot -pidfile "$dir/pid" \
         -kernel "$system/kernel" -initrd "$system/initrd" \
         -append "root=LABEL=system rw console=ttyS0 init=/sbin/board-init quiet loglevel=2 panic=-1 net.ifnames=0 no_timer_check" \
         -drive "file=$image/disc,format=raw,if=ide,snapshot=on" \

@@ -5,8 +5,9 @@
 /// Lets the gateway live through days of a device's life, one after another without their pauses.
 ///
 /// Usage: soak DAYS GATEWAY INSTRUMENT FIRST-PORT, the two being programs, and the port the first
-/// of five. It prints "day NUMBER OWN-KIB RESIDENT-KIB DESCRIPTORS THREADS" after each day, and, at
-/// the end, "gateway ended STATUS". What a day has is in `live`.
+/// of five. First comes a watcher that never reads. It prints "day NUMBER OWN-KIB RESIDENT-KIB
+/// DESCRIPTORS THREADS" after each day, and, at the end, "gateway ended STATUS". What a day has is
+/// in `live`.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -90,6 +91,15 @@ public:
     }
     Life(const Life&) = delete;
     Life& operator=(const Life&) = delete;
+
+    /// A watcher that takes nothing costs memory, up to a limit, which the process then keeps for
+    /// the next one. Paid before the first day, it hides no growth and is none.
+    void stall() {
+        soak::Peer lWatcher(port(kRedirect), soak::Peer::Room::kLittle);
+        setLevel(3);
+        lWatcher.stall();
+        setLevel(0);
+    }
 
     void live() {
         std::vector<void (Life::*)()> lEvents;
@@ -175,6 +185,7 @@ int main(int aCount, char** aArguments) {
     }
     std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     Life lLife(aArguments[2], aArguments[3], static_cast<unsigned short>(std::atol(aArguments[4])));
+    lLife.stall();
     for (int lDay = 1; lDay <= std::atoi(aArguments[1]); ++lDay) {
         lLife.live();
         const soak::Usage lUsage = lLife.restAndMeasure();

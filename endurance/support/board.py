@@ -20,12 +20,13 @@ def lacking():
     return ""
 
 
-def lines_of(*command, on_line=lambda line: None, limit=3600):
+def lines_of(*command, on_line=lambda line: None, limit=7200):
     """Runs a command on the board, booted for it. @return the lines of the console.
 
     The board is made and built first, if need be, which takes minutes.
     """
     started = subprocess.Popen([ROOT / "device/board", "run", *[str(word) for word in command]],
+                               env=os.environ | {"OSX_BOARD_SECONDS": str(limit)},
                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                stderr=subprocess.STDOUT, start_new_session=True)
     lines = []

@@ -4,6 +4,7 @@
 #include "soak/Peer.h"
 
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@ namespace soak {
 namespace {
 
 constexpr int kLimitS = 30;
+constexpr int kPatienceMs = 120000;
 constexpr int kTries = 300;
 
 [[noreturn]] void fail(const char* aWhat) {
@@ -24,11 +26,15 @@ constexpr int kTries = 300;
 }
 
 /// A failure is reported by the first transfer.
-osx::Descriptor connect(unsigned short aPort) {
+osx::Descriptor connect(unsigned short aPort, Peer::Room aRoom) {
     osx::Descriptor lSocket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const timeval lLimit{kLimitS, 0};
     ::setsockopt(lSocket.get(), SOL_SOCKET, SO_RCVTIMEO, &lLimit, sizeof lLimit);
     ::setsockopt(lSocket.get(), SOL_SOCKET, SO_SNDTIMEO, &lLimit, sizeof lLimit);
+    const int lLeast = 1;
+    if (aRoom == Peer::Room::kLittle) {
+        ::setsockopt(lSocket.get(), SOL_SOCKET, SO_RCVBUF, &lLeast, sizeof lLeast);
+    }
     sockaddr_in lAddress{};
     lAddress.sin_family = AF_INET;
     lAddress.sin_port = htons(aPort);
@@ -41,9 +47,9 @@ osx::Descriptor connect(unsigned short aPort) {
 }  // namespace
 
 /// The program on the other side may just be starting.
-Peer::Peer(unsigned short aPort) {
+Peer::Peer(unsigned short aPort, Room aRoom) {
     for (int lTry = 0; !mSocket; ++lTry) {
-        mSocket = connect(aPort);
+        mSocket = connect(aPort, aRoom);
         if (!mSocket && lTry == kTries) {
             fail("connect");
         }
@@ -70,6 +76,13 @@ void Peer::send(const std::string& aText) {
     if (::send(mSocket.get(), aText.data(), aText.size(), MSG_NOSIGNAL) !=
         static_cast<ssize_t>(aText.size())) {
         fail("send");
+    }
+}
+
+void Peer::stall() {
+    pollfd lEnd{mSocket.get(), 0, 0};
+    if (::poll(&lEnd, 1, kPatienceMs) != 1) {
+        fail("stall, for too long");
     }
 }
 

@@ -15,11 +15,17 @@ namespace soak {
 /// Connected from construction on; ends the program if that, or anything else, takes 30 s.
 class Peer {
 public:
-    explicit Peer(unsigned short aPort);
+    enum class Room { kUsual, kLittle };
+
+    /// @param aRoom what its kernel holds for it until it reads.
+    explicit Peer(unsigned short aPort, Room aRoom = Room::kUsual);
 
     /// Reads up to the end of a line, one that has begun before included.
     void readLine();
     char readByte();
+    /// Reads nothing until the other side has lost its patience and broken the connection off. Needs
+    /// little room: into a window that was larger than its room no end of a connection comes.
+    void stall();
     void send(const std::string& aText);
     /// Closes without an end: the other side's next transfer fails.
     void reset();
