@@ -13,9 +13,11 @@ sentence that is missing must be counted in a remark at that very place, and no 
   a client received longer ago than the sync interval must be on the disc.
 """
 
+import concurrent.futures
 import contextlib
 import os
 import pathlib
+import random
 import shutil
 import signal
 import subprocess
@@ -177,6 +179,15 @@ class Board:
     def runs(self):
         return self.process.poll() is None
 
+    @contextlib.contextmanager
+    def console_shown_on_failure(self):
+        try:
+            yield
+        except OSError:
+            time.sleep(10)  # what has gone wrong on the board comes to the console a little later
+            print(f"the emulator runs: {self.runs()}", *self.lines, sep="\n")
+            raise
+
     @property
     def lines(self):
         return (self.place / "console").read_text(errors="replace").splitlines()
@@ -204,7 +215,7 @@ def cut_power_once(place, chance):
 
     with Instrument() as instrument, Board(place, instrument) as board:
         instrument.connect(board, 300)
-        with Client(board.port, note, 60):
+        with Client(board.port, note, 60), board.console_shown_on_failure():
             end = None
             while end is None or time.monotonic() < end:
                 instrument.send()
@@ -231,18 +242,21 @@ def test_a_device_that_loses_its_power(form, figures, build, tmp_path):
         figures.not_tried(f"power cuts: {missing}")
         pytest.skip(missing)
     cuts, broken, lost, ages = 200, 0, [], [0.0]
-    chance = form.random()
-    for number in range(cuts):
+
+    def cut_power_and_go_on(number):
         place = tmp_path / str(number)
         place.mkdir()
-        text, received, cut = cut_power_once(place, chance)
-        record = read_record(text)
-        broken += record.broken + record.unexplained + record.missing
-        gone = set(received) - set(record.numbers)
-        lost.append(len(gone))
-        ages += [cut - received[number] for number in gone]
+        text, received, cut = cut_power_once(place, random.Random(form.seed + number))
         go_on(build, place, text)
         shutil.rmtree(place)
+        return read_record(text), received, cut
+
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        for record, received, cut in pool.map(cut_power_and_go_on, range(cuts)):
+            broken += record.broken + record.unexplained + record.missing
+            gone = set(received) - set(record.numbers)
+            lost.append(len(gone))
+            ages += [cut - received[number] for number in gone]
     figures.note("power cuts: times", cuts)
     figures.hold("power cuts: lines that are merged or broken, or missing in between", broken, 0)
     figures.note("power cuts: sentences lost at once, most", max(lost))
