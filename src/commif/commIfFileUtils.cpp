@@ -74,7 +74,7 @@ void copyByReading(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, 
 }
 
 /// Copies in pieces, so that a file may be larger than the memory. A piece that begins where the
-/// destination may grow no further would end the process: one write of everything is only cut short.
+/// destination may grow no further would end the process; one write of everything is cut short.
 void copyBytes(const ACE_FILE_IO& aSource, const ACE_FILE_IO& aDestination, ACE_OFF_T aSize) {
     const osx::WriteSignalGuard lGuard;
     const ACE_OFF_T lLeft = copyInKernel(aSource, aDestination, aSize);

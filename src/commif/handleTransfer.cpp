@@ -37,9 +37,9 @@ bool isNonBlocking(int aFlags) {
     return aFlags != -1 && (aFlags & O_NONBLOCK) != 0;
 }
 
-/// One system call, which leaves the other flags alone, whoever changes them meanwhile. Not by the C
-/// library's `ioctl`: a program may have put a driver of its own there, which knows the requests of
-/// serial ports alone.
+/// One system call, which leaves the other flags alone, whoever changes them meanwhile. Not by the
+/// C library's `ioctl`: a program may have put a driver of its own there, which knows the requests
+/// of serial ports alone.
 bool setNonBlocking(int aHandle, bool aOn) {
     int lOn = aOn ? 1 : 0;
     return ::syscall(SYS_ioctl, aHandle, FIONBIO, &lOn) == 0;

@@ -84,8 +84,8 @@ public:
     int send(unsigned long aLen, unsigned char* aData) const;
 
     /// Sends a block to every client: its length in 4 bytes, lowest first, and then the bytes. It
-    /// does so as `send` does, but writes no line about clients that it could not reach, except those
-    /// whose handle is null.
+    /// does so as `send` does, but writes no line about clients that it could not reach, except
+    /// those whose handle is null.
     /// @param aLen number of bytes, at most 0xFFFFFFFF; 0 sends the length alone.
     /// @param aData `aLen` bytes, left as they are.
     /// @retval 0 always.

@@ -23,8 +23,8 @@ public:
     /// Reads up to the end of a line, one that has begun before included.
     void readLine();
     char readByte();
-    /// Reads nothing until the other side has lost its patience and broken the connection off. Needs
-    /// little room: into a window that was larger than its room no end of a connection comes.
+    /// Reads nothing until the other side has lost its patience and broken the connection off.
+    /// Needs little room: into a window that was larger than its room no end of a connection comes.
     void stall();
     void send(const std::string& aText);
     /// Closes without an end: the other side's next transfer fails.
