@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <utility>
 
 #include "support/times.h"
@@ -60,10 +61,15 @@ Descriptor bindToFreePort() {
 
 }  // namespace
 
+/// Signals come to a fuzzer: its driver has an alarm, to look for what takes too long.
 bool waitForInput(int aDescriptor) {
     constexpr auto kLimitMs = static_cast<int>(std::chrono::milliseconds(kLimit).count());
     pollfd lPoll{aDescriptor, POLLIN, 0};
-    return ::poll(&lPoll, 1, kLimitMs) == 1;
+    int lReady = 0;
+    do {
+        lReady = ::poll(&lPoll, 1, kLimitMs);
+    } while (lReady == -1 && errno == EINTR);
+    return lReady == 1;
 }
 
 bool sendsWithoutDelay(int aDescriptor) {
@@ -122,10 +128,11 @@ bool TcpPeer::send(const std::string& aData) {
     while (lSent < aData.size()) {
         const ssize_t lCount =
             ::send(mSocket.get(), aData.data() + lSent, aData.size() - lSent, MSG_NOSIGNAL);
-        if (lCount <= 0) {
+        if (lCount > 0) {
+            lSent += static_cast<std::size_t>(lCount);
+        } else if (errno != EINTR) {
             return false;
         }
-        lSent += static_cast<std::size_t>(lCount);
     }
     return true;
 }
