@@ -10,7 +10,8 @@ sentence that is missing must be counted in a remark at that very place, and no 
 - Writes fail with ENOSPC and EIO, and syncs with EIO, each for a while.
 - The gateway is killed between and in the middle of its writes, and started anew with its record.
 - The virtual board loses its power (QEMU is killed) while the gateway records on its IDE disc: what
-  a client received longer ago than the sync interval must be on the disc.
+  a client received longer ago than the sync interval must be on the disc. As many boards run at a
+  time as the machine has processors.
 """
 
 import concurrent.futures

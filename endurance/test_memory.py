@@ -9,17 +9,28 @@ one process after another a request for memory is refused, of the library, ACE o
 `malloc`, `new` and their like, and new threads. It is the first one, the second, and so on to the
 last, and it is refused alone, or with all that follow until the run or the stop has ended, or for
 5 s. Then there is memory again, and each service must work, or the call or a line must have said
-that it does not; started again it must work. The short form takes requests by chance for up to
-45 s, which is all of them where nothing else runs. The long form takes each 50 times, since threads
-meet differently.
+that it does not; started again it must work. A build as it is shipped goes through this, and one
+with AddressSanitizer and UndefinedBehaviorSanitizer, whose allocator is refused the same requests.
+The short form takes requests by chance for up to 45 s and 30 s, which is all of them where nothing
+else runs. The long form takes each 50 times, and five times with the sanitizers, since threads meet
+differently.
 """
 
 import concurrent.futures
+import os
+import pathlib
 import re
 import subprocess
 import time
 
+import pytest
+
 from support.connections import free_ports
+
+SANITIZED = pathlib.Path(__file__).resolve().parent.parent / "build/endurance-asan"
+# Leaks are looked for by the tests: to look after each trial would take longer than the trial.
+ENVIRONMENT = os.environ | {"ASAN_OPTIONS": "detect_leaks=0",
+                            "UBSAN_OPTIONS": "print_stacktrace=1"}
 
 SCENARIOS = ("core", "network", "logging", "devices", "values")
 # Requests of the end of the process, which are not counted.
@@ -40,7 +51,8 @@ class Program:
 
     def __init__(self, path, ports):
         self.process = subprocess.Popen(["nice", path, *[str(port) for port in ports]],
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+                                        env=ENVIRONMENT, stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE, text=True)
 
     def answer(self, scenario, failing, number):
         """@return the three counts, null after a crash, and what became of services."""
@@ -79,37 +91,7 @@ def work(path, ports, trials, end):
     return answers
 
 
-def test_each_request_is_refused(form, figures, programs):
-    path = programs / "memory"
-    ports = free_ports(PROGRAMS * PORTS)
-    shares = [ports[first:first + PORTS] for first in range(0, len(ports), PORTS)]
-    first = Program(path, shares[0])
-    trials = all_trials(first) * form.pick(1, 50)
-    first.end()
-    form.random().shuffle(trials)
-    total = len(trials)
-    end = time.monotonic() + form.pick(45, 4 * 3600)
-    with concurrent.futures.ThreadPoolExecutor(PROGRAMS) as pool:
-        found = [pool.submit(work, path, share, trials, end) for share in shares]
-        answers = [answer for one in found for answer in one.result()]
-    report(figures, answers, total)
-
-
-def report(figures, answers, total):
-    verdicts = [(trial, verdict) for trial, _, found in answers for verdict in found]
-    told = [one for one in verdicts if TOLD.fullmatch(one[1])]
-    foreign = [one for one in verdicts if FOREIGN.fullmatch(one[1])]
-    bad = [one for one in verdicts if one not in told and one not in foreign]
-    for trial, verdict in bad:
-        print(*trial, verdict)
-    hung = [one for one in bad if one[1] == HUNG]
-    ended = [one for one in bad if ENDED.fullmatch(one[1]) and one not in hung]
-    figures.note("requests refused, of those there are", f"{len(answers)} of {total}")
-    figures.note("services that said that they had failed", len(told))
-    figures.note("ends inside ACE's or the C library's own code", len(foreign))
-    figures.hold("processes that ended", len(ended), 0)
-    figures.hold("processes that hung", len(hung), 0)
-    figures.hold("services lost without a word", len(bad) - len(ended) - len(hung), 0)
+def say_what_is_not_tried(figures):
     figures.not_tried("Memory that never comes back: LogInit and RedirectService::init wait for "
                       "their thread, which waits for the memory that ACE needs for it.")
     figures.not_tried("The C library ends the process itself if memory fails while it reads "
@@ -119,4 +101,49 @@ def report(figures, answers, total):
                       "/etc/resolv.conf. ACE ends the process if one request fails in the middle "
                       "of making its reactor, or while it closes its log at the end. Nothing can "
                       "be put in their place.")
-    figures.not_tried("A sanitizer's build: its allocator stands where the one of this part does.")
+
+
+def test_each_request_is_refused(form, figures, programs):
+    say_what_is_not_tried(figures)
+    try_all(form, figures, programs / "memory", "", form.pick(45, 4 * 3600), form.pick(1, 50))
+
+
+def test_each_request_is_refused_with_sanitizers(form, figures):
+    path = SANITIZED / "endurance/programs/memory"
+    if not path.exists():
+        figures.not_tried("with sanitizers: the preset endurance-asan is not built")
+        pytest.skip("no build/endurance-asan")
+    try_all(form, figures, path, "sanitizers: ", form.pick(30, 4 * 3600), form.pick(1, 5))
+
+
+def try_all(form, figures, path, name, seconds, times):
+    """@param name what the figures' names begin with."""
+    ports = free_ports(PROGRAMS * PORTS)
+    shares = [ports[first:first + PORTS] for first in range(0, len(ports), PORTS)]
+    first = Program(path, shares[0])
+    trials = all_trials(first) * times
+    first.end()
+    form.random().shuffle(trials)
+    total = len(trials)
+    end = time.monotonic() + seconds
+    with concurrent.futures.ThreadPoolExecutor(PROGRAMS) as pool:
+        found = [pool.submit(work, path, share, trials, end) for share in shares]
+        answers = [answer for one in found for answer in one.result()]
+    report(figures, name, answers, total)
+
+
+def report(figures, name, answers, total):
+    verdicts = [(trial, verdict) for trial, _, found in answers for verdict in found]
+    told = [one for one in verdicts if TOLD.fullmatch(one[1])]
+    foreign = [one for one in verdicts if FOREIGN.fullmatch(one[1])]
+    bad = [one for one in verdicts if one not in told and one not in foreign]
+    for trial, verdict in bad:
+        print(*trial, verdict)
+    hung = [one for one in bad if one[1] == HUNG]
+    ended = [one for one in bad if ENDED.fullmatch(one[1]) and one not in hung]
+    figures.note(f"{name}requests refused, of those there are", f"{len(answers)} of {total}")
+    figures.note(f"{name}services that said that they had failed", len(told))
+    figures.note(f"{name}ends inside ACE's or the C library's own code", len(foreign))
+    figures.hold(f"{name}processes that ended", len(ended), 0)
+    figures.hold(f"{name}processes that hung", len(hung), 0)
+    figures.hold(f"{name}services lost without a word", len(bad) - len(ended) - len(hung), 0)

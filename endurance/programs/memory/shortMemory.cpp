@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The osx maintainers
 // SPDX-License-Identifier: MIT
 
-// Stands in front of the C library's allocator.
+// Stands in front of the C library's allocator, or of AddressSanitizer's, which takes its place.
 #include "memory/shortMemory.h"
 
 #include <dlfcn.h>
@@ -18,11 +18,17 @@
 
 #include "memory/Service.h"
 
+#ifdef OSX_BEHIND_IS_ASAN
+#define OSX_BEHIND(aFunction) __interceptor_##aFunction
+#else
+#define OSX_BEHIND(aFunction) __libc_##aFunction
+#endif
+
 extern "C" {
-void* __libc_malloc(size_t aSize);
-void* __libc_calloc(size_t aCount, size_t aSize);
-void* __libc_realloc(void* aMemory, size_t aSize);
-void* __libc_memalign(size_t aAlignment, size_t aSize);
+void* OSX_BEHIND(malloc)(size_t aSize);
+void* OSX_BEHIND(calloc)(size_t aCount, size_t aSize);
+void* OSX_BEHIND(realloc)(void* aMemory, size_t aSize);
+void* OSX_BEHIND(memalign)(size_t aAlignment, size_t aSize);
 }
 
 namespace {
@@ -33,7 +39,8 @@ std::atomic<long> gRefused{0};
 long gFirst = 0;
 memory::Failing gFailing = memory::Failing::once;
 bool gShown = false;
-thread_local bool gShowing = false;
+/// Whether requests of this thread are not refused now.
+thread_local bool gSpared = false;
 
 /// Some calls wait for a thread that waits for memory, so there is memory again after a while.
 constexpr long kLongestShortMs = 5000;
@@ -48,7 +55,7 @@ bool isChosen(long aNumber) {
 
 /// @return whether this request is refused.
 bool refuse() {
-    if (!gCounting.load(std::memory_order_acquire) || gShowing || !isChosen(++gCount)) {
+    if (!gCounting.load(std::memory_order_acquire) || gSpared || !isChosen(++gCount)) {
         return false;
     }
     ++gRefused;
@@ -72,22 +79,22 @@ Function next(const char* aName) {
 extern "C" {
 
 void* malloc(size_t aSize) noexcept {
-    return refuse() ? nullptr : __libc_malloc(aSize);
+    return refuse() ? nullptr : OSX_BEHIND(malloc)(aSize);
 }
 void* calloc(size_t aCount, size_t aSize) noexcept {
-    return refuse() ? nullptr : __libc_calloc(aCount, aSize);
+    return refuse() ? nullptr : OSX_BEHIND(calloc)(aCount, aSize);
 }
 void* realloc(void* aMemory, size_t aSize) noexcept {
-    return refuse() ? nullptr : __libc_realloc(aMemory, aSize);
+    return refuse() ? nullptr : OSX_BEHIND(realloc)(aMemory, aSize);
 }
 void* memalign(size_t aAlignment, size_t aSize) noexcept {
-    return refuse() ? nullptr : __libc_memalign(aAlignment, aSize);
+    return refuse() ? nullptr : OSX_BEHIND(memalign)(aAlignment, aSize);
 }
 void* aligned_alloc(size_t aAlignment, size_t aSize) noexcept {
-    return refuse() ? nullptr : __libc_memalign(aAlignment, aSize);
+    return refuse() ? nullptr : OSX_BEHIND(memalign)(aAlignment, aSize);
 }
 int posix_memalign(void** aMemory, size_t aAlignment, size_t aSize) noexcept {
-    void* const lMemory = refuse() ? nullptr : __libc_memalign(aAlignment, aSize);
+    void* const lMemory = refuse() ? nullptr : OSX_BEHIND(memalign)(aAlignment, aSize);
     if (lMemory == nullptr) {
         return ENOMEM;
     }
@@ -100,6 +107,17 @@ int pthread_create(pthread_t* aThread, const pthread_attr_t* aAttributes, void* 
     static const auto kNext = next<decltype(&::pthread_create)>("pthread_create");
     return refuse() ? EAGAIN : kNext(aThread, aAttributes, aRoutine, aArgument);
 }
+
+#ifdef OSX_BEHIND_IS_ASAN
+// It looks at the stack of each new thread, and ends the process if it finds no memory for that.
+int pthread_getattr_np(pthread_t aThread, pthread_attr_t* aAttributes) noexcept {
+    gSpared = true;
+    static const auto kNext = next<decltype(&::pthread_getattr_np)>("pthread_getattr_np");
+    const int lResult = kNext(aThread, aAttributes);
+    gSpared = false;
+    return lResult;
+}
+#endif
 
 }  // extern "C"
 
@@ -163,14 +181,19 @@ const char* functionAt(const void* aAddress) {
     return ::dladdr(aAddress, &lInfo) != 0 && lInfo.dli_sname != nullptr ? lInfo.dli_sname : "";
 }
 
+/// AddressSanitizer puts functions of its own in front of `backtrace` and the handlers of signals.
+bool isBeforeTheSignal(const void* aAddress) {
+    return isInProgram(aAddress) || isIn(aAddress, "libasan.so");
+}
+
 /// The first callers are this program's, which caught the signal. From there outwards it is the
 /// first function that is foreign, or the library's or the program's, which decides.
 template <class Names>
 const char* firstOf(const Names& aNames) {
-    gShowing = true;
+    gSpared = true;
     void* lCallers[40];
     void** const lEnd = lCallers + ::backtrace(lCallers, 40);
-    void** lAt = std::find_if_not(&lCallers[0], lEnd, isInProgram);
+    void** lAt = std::find_if_not(&lCallers[0], lEnd, isBeforeTheSignal);
     const char* lFound = nullptr;
     for (; lFound == nullptr && lAt != lEnd; ++lAt) {
         // A call that does not return may be the last instruction of its function.
@@ -183,7 +206,7 @@ const char* firstOf(const Names& aNames) {
         const auto lNamed = std::find_if(std::begin(aNames), std::end(aNames), lIsIt);
         lFound = lNamed == std::end(aNames) ? nullptr : *lNamed;
     }
-    gShowing = false;
+    gSpared = false;
     return lFound;
 }
 
@@ -198,13 +221,13 @@ const char* hangsIn() {
 }
 
 void showCallers(const char* aReason) {
-    gShowing = true;
+    gSpared = true;
     void* lCallers[40];
     ssize_t lIgnored = ::write(2, aReason, std::strlen(aReason));
     ::backtrace_symbols_fd(lCallers, ::backtrace(lCallers, 40), 2);
     lIgnored = ::write(2, "\n", 1);
     static_cast<void>(lIgnored);
-    gShowing = false;
+    gSpared = false;
 }
 
 }  // namespace memory
