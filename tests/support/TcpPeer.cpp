@@ -59,17 +59,29 @@ Descriptor bindToFreePort() {
     return Descriptor();
 }
 
-}  // namespace
-
 /// Signals come to a fuzzer: its driver has an alarm, to look for what takes too long.
-bool waitForInput(int aDescriptor) {
+bool waitFor(short aEvent, int aDescriptor) {
     constexpr auto kLimitMs = static_cast<int>(std::chrono::milliseconds(kLimit).count());
-    pollfd lPoll{aDescriptor, POLLIN, 0};
+    pollfd lPoll{aDescriptor, aEvent, 0};
     int lReady = 0;
     do {
         lReady = ::poll(&lPoll, 1, kLimitMs);
     } while (lReady == -1 && errno == EINTR);
     return lReady == 1;
+}
+
+/// @return whether a connection is made that goes on being made after a signal.
+bool isConnectedInTheEnd(int aDescriptor) {
+    int lError = 0;
+    socklen_t lLength = sizeof lError;
+    return waitFor(POLLOUT, aDescriptor) &&
+           ::getsockopt(aDescriptor, SOL_SOCKET, SO_ERROR, &lError, &lLength) == 0 && lError == 0;
+}
+
+}  // namespace
+
+bool waitForInput(int aDescriptor) {
+    return waitFor(POLLIN, aDescriptor);
 }
 
 bool sendsWithoutDelay(int aDescriptor) {
@@ -108,7 +120,8 @@ TcpPeer TcpPeer::connect(unsigned short aPort, int aReceiveBuffer) {
 
 TcpPeer TcpPeer::connectWith(Descriptor aSocket, unsigned short aPort) {
     const sockaddr_in lAddress = loopback(aPort);
-    if (::connect(aSocket.get(), generic(lAddress), sizeof lAddress) != 0) {
+    if (::connect(aSocket.get(), generic(lAddress), sizeof lAddress) != 0 &&
+        (errno != EINTR || !isConnectedInTheEnd(aSocket.get()))) {
         return TcpPeer();
     }
     return TcpPeer(std::move(aSocket));
