@@ -35,7 +35,7 @@ long memoryOf(const Path& aProcess, const char* aName) {
 
 Usage usageOf(pid_t aProcess) {
     const Path lProcess = "/proc/" + std::to_string(aProcess);
-    return {memoryOf(lProcess, "Private_"), memoryOf(lProcess, "Rss"), entriesOf(lProcess / "fd"),
+    return {memoryOf(lProcess, "Anonymous"), memoryOf(lProcess, "Rss"), entriesOf(lProcess / "fd"),
             entriesOf(lProcess / "task")};
 }
 

@@ -11,7 +11,7 @@
 namespace soak {
 
 struct Usage {
-    long ownKiB;       ///< Memory in use that is the process's own.
+    long ownKiB;       ///< Memory in use that holds no part of a file.
     long residentKiB;  ///< All memory in use, with what it shares.
     int descriptors;
     int threads;
